@@ -1,0 +1,60 @@
+# What an installation consists of.
+#
+#   coap_rpc_install(<shared library>... HEADERS <folder> [HEADERS_TO <folder below include>])
+#     installs the libraries and every *.h below the folder; the folder's inner structure is kept.
+#     Include folders of the libraries' own have to be given as $<BUILD_INTERFACE:...>.
+#     The libraries become imported targets coap_svc_rpc::<name> of the CMake package.
+#
+# The root calls coap_rpc_install_package() after all folders: CMake package files and pkg-config
+# files for what has been installed.  libcoap and Jansson are inside or behind coap_svc_rpc and do
+# not show up; the reference host (kestrel, coap_svc_debug) is a package of its own for pkg-config,
+# because a program may bring another host.
+
+include(CMakePackageConfigHelpers)
+
+# Where headers go: ours, and below it those of the reference host.
+set(COAP_RPC_PLATFORM_HEADERS coap_svc/platform)
+
+function(coap_rpc_install)
+  cmake_parse_arguments(PARSE_ARGV 0 arg "" "HEADERS;HEADERS_TO" "")
+  install(TARGETS ${arg_UNPARSED_ARGUMENTS} EXPORT coap_svc_rpcTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+      ${CMAKE_INSTALL_INCLUDEDIR}/${COAP_RPC_PLATFORM_HEADERS})
+  # The libraries find each other beside themselves.
+  set_target_properties(${arg_UNPARSED_ARGUMENTS} PROPERTIES INSTALL_RPATH "$ORIGIN")
+  install(DIRECTORY ${arg_HEADERS}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${arg_HEADERS_TO}
+    FILES_MATCHING PATTERN "*.h")
+  set_property(GLOBAL APPEND PROPERTY COAP_RPC_INSTALLED ${arg_UNPARSED_ARGUMENTS})
+endfunction()
+
+function(coap_rpc_install_pkgconfig name)
+  # Relative to the .pc file, so that the installation can be moved.
+  set(pcDir ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig)
+  set(PC_PREFIX ${CMAKE_INSTALL_PREFIX})
+  cmake_path(RELATIVE_PATH PC_PREFIX BASE_DIRECTORY ${pcDir})
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/${name}.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endfunction()
+
+function(coap_rpc_install_package)
+  get_property(installed GLOBAL PROPERTY COAP_RPC_INSTALLED)
+  if(NOT installed)
+    return()
+  endif()
+  set(packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/coap_svc_rpc)
+  install(EXPORT coap_svc_rpcTargets NAMESPACE coap_svc_rpc:: DESTINATION ${packageDir})
+  configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/coap_svc_rpcConfig.cmake.in
+    ${PROJECT_BINARY_DIR}/coap_svc_rpcConfig.cmake INSTALL_DESTINATION ${packageDir})
+  write_basic_package_version_file(${PROJECT_BINARY_DIR}/coap_svc_rpcConfigVersion.cmake
+    COMPATIBILITY SameMajorVersion)
+  install(FILES ${PROJECT_BINARY_DIR}/coap_svc_rpcConfig.cmake
+    ${PROJECT_BINARY_DIR}/coap_svc_rpcConfigVersion.cmake DESTINATION ${packageDir})
+
+  if("coap_svc_rpc" IN_LIST installed)
+    coap_rpc_install_pkgconfig(coap_svc_rpc)
+  endif()
+  if("kestrel" IN_LIST installed)
+    coap_rpc_install_pkgconfig(kestrel)
+  endif()
+endfunction()

@@ -1,0 +1,56 @@
+# Options of the build, and the two interface targets that carry our compiler flags:
+#   coap_rpc_warnings   the warnings, errors unless COAP_RPC_WERROR is off
+#   coap_rpc_cxx        the language rules of the library
+# Both are linked PRIVATE by every target of ours.  Sanitizers and coverage go to everything that is
+# compiled, libcoap included.
+
+option(COAP_RPC_WERROR "treat warnings as errors" ON)
+option(COAP_RPC_COVERAGE "count executed lines" OFF)
+option(COAP_RPC_FUZZ "build for libFuzzer (clang only)" OFF)
+set(COAP_RPC_SANITIZE "" CACHE STRING "sanitizers, for example address,undefined")
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_C_STANDARD_REQUIRED ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+find_program(CCACHE_PROGRAM ccache)
+mark_as_advanced(CCACHE_PROGRAM)
+foreach(language C CXX)
+  if(CCACHE_PROGRAM AND NOT DEFINED CMAKE_${language}_COMPILER_LAUNCHER)
+    set(CMAKE_${language}_COMPILER_LAUNCHER ${CCACHE_PROGRAM})
+  endif()
+endforeach()
+
+add_library(coap_rpc_warnings INTERFACE)
+target_compile_options(coap_rpc_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2
+  $<$<BOOL:${COAP_RPC_WERROR}>:-Werror>)
+
+# Frame pointers are kept because the log handler walks them to find its caller.
+add_library(coap_rpc_cxx INTERFACE)
+target_compile_options(coap_rpc_cxx INTERFACE
+  $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions> $<$<COMPILE_LANGUAGE:CXX>:-fno-rtti>
+  -fvisibility=hidden -fno-omit-frame-pointer)
+set_target_properties(coap_rpc_cxx PROPERTIES INTERFACE_POSITION_INDEPENDENT_CODE ON)
+
+if(COAP_RPC_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    message(FATAL_ERROR "COAP_RPC_FUZZ needs clang (the fuzz preset asks for it by name)")
+  endif()
+  add_compile_options(-fsanitize=fuzzer-no-link)
+  add_link_options(-fsanitize=fuzzer-no-link)
+endif()
+if(COAP_RPC_SANITIZE)
+  # The vptr check needs RTTI, which we do without.
+  add_compile_options(-fsanitize=${COAP_RPC_SANITIZE} -fno-sanitize=vptr
+    -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${COAP_RPC_SANITIZE} -fno-sanitize=vptr)
+endif()
+if(COAP_RPC_COVERAGE)
+  add_compile_options(--coverage -fprofile-update=atomic)
+  add_link_options(--coverage)
+endif()
