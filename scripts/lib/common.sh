@@ -1,0 +1,30 @@
+# common.sh: sourced by the scripts; they then run in the root of the checkout.
+
+# A relative LIBCOAP_SOURCE means relative to where the caller is.  When it is not given it is set
+# empty, which makes CMake forget the one of an earlier time.
+LIBCOAP_SOURCE=${LIBCOAP_SOURCE:+$(readlink -f "$LIBCOAP_SOURCE")}
+export LIBCOAP_SOURCE
+cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/../.."
+
+# step <text> <command>...: runs the command, says how long it took, shows its output when it fails.
+step() {
+  local text=$1 output status=0
+  shift
+  output=$(mktemp)
+  SECONDS=0
+  "$@" >"$output" 2>&1 </dev/null || status=$?
+  if [[ $status == 0 ]]; then
+    printf '%-28s ok, %d s\n' "$text" "$SECONDS"
+  else
+    cat "$output"
+    printf '%-28s FAILED after %d s\n' "$text" "$SECONDS"
+  fi
+  rm -f "$output"
+  return "$status"
+}
+
+# configure_and_build <preset>
+configure_and_build() {
+  step "$1: configure" cmake --preset "$1"
+  step "$1: build" cmake --build --preset "$1"
+}
