@@ -1,0 +1,19 @@
+/* csvc_dbg.h: the debug channel beside the framework log.
+ *
+ * A null handle is accepted by both functions: a host may drop the text or write it to a channel
+ * of its own choice (the reference host drops it).  Texts may or may not end in a line feed. */
+#ifndef CSVC_DBG_H
+#define CSVC_DBG_H
+
+#include "kst_base.h"
+
+KST_C_BEGIN
+
+/* CSVC_DBG_Debug writes one text to the debug channel.  The library always uses level 1. */
+KST_API void CSVC_DBG_Debug(uint64_t dbg, uint32_t level, const char *fmt, ...) KST_PRINTF(3, 4);
+
+/* CSVC_DBG_SysLog writes one text to the system log; used for URIs under diagnosis. */
+KST_API void CSVC_DBG_SysLog(uint64_t dbg, uint32_t level, const char *fmt, ...) KST_PRINTF(3, 4);
+
+KST_C_END
+#endif /* CSVC_DBG_H */
