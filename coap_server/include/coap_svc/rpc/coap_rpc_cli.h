@@ -1,0 +1,127 @@
+/* coap_rpc_cli.h: calling: register handler tables, send requests, observe.
+ *
+ * A call names a registered key, a parameter record that makes the call distinct, and a peer.
+ * Responses are delivered to the onResponse of the table whose path the response carries. */
+#ifndef COAP_RPC_CLI_H
+#define COAP_RPC_CLI_H
+
+#include "coap_svc/rpc/coap_rpc_types.h"
+
+COAP_RPC_C_BEGIN
+
+/* CoapRpcCliReqParam tells one call of a key from another and carries its payload. */
+typedef struct COAP_RPC_PACKED CoapRpcCliReqParam {
+  uint64_t userData;                    /* part of the request's identity; handed to buildReq */
+  uint8_t *payload;                     /* application bytes, copied; null for none */
+  uint32_t payloadLen;                  /* bytes */
+  uint8_t reqKeyRsv[COAP_RPC_RSV_SIZE]; /* discriminator, part of the request's identity */
+} CoapRpcCliReqParam;
+static_assert(sizeof(CoapRpcCliReqParam) == 36, "request parameter size");
+
+/* CoapRpcCliAddr names the peer of a call.  The first three fields identify the session. */
+typedef struct COAP_RPC_PACKED CoapRpcCliAddr {
+  CoapRpcIpAddr srcIp;               /* local address; bound only for packet type BROADCAST */
+  CoapRpcIpAddr dstIp;               /* peer; same family as srcIp and not equal to it */
+  uint32_t dstPort;                  /* peer UDP port, host byte order, 1 to 65535 */
+  uint32_t codeType;                 /* 1 GET, 2 POST, 3 PUT, 4 DELETE */
+  uint8_t reqRsv[COAP_RPC_RSV_SIZE]; /* opaque, kept with the request */
+} CoapRpcCliAddr;
+static_assert(sizeof(CoapRpcCliAddr) == 64, "peer size");
+static_assert(offsetof(CoapRpcCliAddr, codeType) == 44, "session key size");
+
+/* CoapRpcCliRspInfo describes a response. */
+typedef struct CoapRpcCliRspInfo {
+  uint32_t isChanged;   /* 1: code 2.04 */
+  uint32_t rspCode;     /* class x 100 + detail: 205 is 2.05 */
+  uint32_t checkCodeOk; /* 1: a 2.05 with Observe that echoes the check-code query */
+  uint32_t pubFlag;
+} CoapRpcCliRspInfo;
+static_assert(sizeof(CoapRpcCliRspInfo) == 16, "response information size");
+
+/* CoapRpcCliBuildReq writes the payload of a request.  Called from the sending call or from the
+ * resend timer, once per attempt.
+ *
+ *   req   the request's userData, payload (the library's copy) and payloadLen
+ *   out   outSize (65471) bytes, the first one zero
+ *
+ * Returns the length written, 0 to 65470 bytes; anything else fails the attempt. */
+typedef int32_t (*CoapRpcCliBuildReq)(uint64_t userData, const CoapRpcCliReqParam *req,
+                                      uint8_t *out, uint32_t outSize);
+
+/* CoapRpcCliOnResponse takes a response.  Called from the I/O task; may send new requests.
+ *
+ *   zero      always 0
+ *   payload   NUL-terminated copy of len bytes valid during the call; null for a 2.04 without one
+ *
+ * Returns 0: accepted; else the response is rejected (the peer of a CON or NON gets a reset). */
+typedef uint32_t (*CoapRpcCliOnResponse)(uint64_t userData, uint64_t zero, uint8_t *payload,
+                                         uint32_t len, const CoapRpcCliRspInfo *info);
+
+typedef void (*CoapRpcCliReserved)(void);
+
+/* CoapRpcCliOnDisconnect hears that a peer no longer answers; called for every registered table,
+ * whatever peer it talks to.  Sessions and requests stay as they are. */
+typedef void (*CoapRpcCliOnDisconnect)(uint64_t userData, const CoapRpcIpAddr *peer);
+
+/* CoapRpcCliVtblReg is a handler table. */
+typedef struct COAP_RPC_PACKED CoapRpcCliVtblReg {
+  uint32_t payloadFormat;      /* 1 JSON, 2 IDL; shown by the display, requests always say JSON */
+  uint64_t userData;           /* first argument of every callback of the table */
+  CoapRpcCliBuildReq buildReq; /* optional: without it requests have no payload */
+  CoapRpcCliOnResponse onResponse;     /* optional: without it responses are accepted unread */
+  CoapRpcCliReserved reserved;         /* not called */
+  CoapRpcCliOnDisconnect onDisconnect; /* optional */
+} CoapRpcCliVtblReg;
+static_assert(sizeof(CoapRpcCliVtblReg) == 44, "client registration size");
+
+/* COAP_RpcCliRegVtbl registers a handler table for a key.  The first registration of a key wins.
+ *
+ * Returns 0 or:  1900001011 null argument (asserted)     1900001051 entry cannot be made */
+COAP_RPC_API uint32_t COAP_RpcCliRegVtbl(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
+                                         const CoapRpcCliVtblReg *reg);
+
+/* COAP_RpcCliNonReq and COAP_RpcCliConReq send a request.  The message type comes from the key,
+ * not from the function.  A CON request that cannot be sent is tried again every 1001 ms until it
+ * goes out, although the call returns an error.
+ *
+ * Returns 0 or:  1900000076, 1900001014 null argument (asserted)
+ *                1900001012, 1900001015 families differ, are unknown, or peer equals source
+ *                1900001026, 1900001027 dstPort is not a port
+ *                1900001101 no session   1900001102 no request record   1900001103 not sent */
+COAP_RPC_API uint32_t COAP_RpcCliNonReq(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
+                                        const CoapRpcCliReqParam *param,
+                                        const CoapRpcCliAddr *addr);
+COAP_RPC_API uint32_t COAP_RpcCliConReq(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
+                                        const CoapRpcCliReqParam *param,
+                                        const CoapRpcCliAddr *addr);
+
+/* COAP_RpcCliObserveReq starts or renews an observe relation; it goes out with the next resend
+ * tick (1001 ms).  Observe relations are meant to be CON: a NON one is recorded, never sent.
+ * COAP_RpcCliObserveReqVerify echoes the URI's check code so that an up-to-date client gets
+ * nothing sent, COAP_RpcCliObserveReqBatch asks for everything; both take effect from the second
+ * call with the same key, parameter and peer on.
+ *
+ * Returns 0 or:  1900001017, 1900001020, 1900001023 null argument (asserted)
+ *                1900001018, 1900001021, 1900001024 bad addresses
+ *                1900001028, 1900001029, 1900001030 dstPort is not a port
+ *                1900001101 no session   1900001102 no request record */
+COAP_RPC_API uint32_t COAP_RpcCliObserveReq(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
+                                            const CoapRpcCliReqParam *param,
+                                            const CoapRpcCliAddr *addr);
+COAP_RPC_API uint32_t COAP_RpcCliObserveReqVerify(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
+                                                  const CoapRpcCliReqParam *param,
+                                                  const CoapRpcCliAddr *addr);
+COAP_RPC_API uint32_t COAP_RpcCliObserveReqBatch(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
+                                                 const CoapRpcCliReqParam *param,
+                                                 const CoapRpcCliAddr *addr);
+
+/* COAP_RpcCliObserveUnReq ends an observe relation and forgets its record, and its session when no
+ * other request is bound to it.
+ *
+ * Returns 0, also for an unknown relation; the assertion's value for a null argument. */
+COAP_RPC_API uint32_t COAP_RpcCliObserveUnReq(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
+                                              const CoapRpcCliReqParam *param,
+                                              const CoapRpcCliAddr *addr);
+
+COAP_RPC_C_END
+#endif /* COAP_RPC_CLI_H */
