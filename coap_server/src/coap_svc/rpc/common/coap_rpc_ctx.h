@@ -1,0 +1,37 @@
+/* coap_rpc_ctx.h: the root record of an instance. */
+#ifndef COAP_RPC_CTX_H
+#define COAP_RPC_CTX_H
+
+#include "coap_svc/rpc/coap_rpc_types.h"
+#include "coap_svc/rpc/common/coap_rpc_coap_fwd.h"
+
+COAP_RPC_C_BEGIN
+
+typedef struct CoapRpcLibCtx CoapRpcLibCtx;
+typedef struct CoapRpcSerData CoapRpcSerData;
+typedef struct CoapRpcCliData CoapRpcCliData;
+typedef struct CoapRpcLogDiag CoapRpcLogDiag;
+typedef struct CoapRpcSerUriVtbl CoapRpcSerUriVtbl;
+
+/* CoapRpcLibExtOps are adapter operations beyond the six slots that each side has; constant. */
+typedef struct CoapRpcLibExtOps {
+  /* releaseSession gives up a client session that a server entry held for its answers. */
+  void (*releaseSession)(CoapRpcCtx *ctx, coap_session_t *session);
+  /* forgetEntry cuts every transfer, observer and pending answer loose from an entry that is
+   * about to be freed. */
+  void (*forgetEntry)(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry);
+} CoapRpcLibExtOps;
+
+struct CoapRpcCtx {
+  CoapRpcInitParam param;         /* verbatim copy, but param.name is nameStr */
+  uint64_t log;                   /* effective log handle; 0 when logging is off */
+  char *nameStr;                  /* owned framework string */
+  CoapRpcLibCtx *lib;             /* owned; null until started */
+  CoapRpcSerData *ser;            /* owned; null until started */
+  CoapRpcCliData *cli;            /* owned; null until started */
+  CoapRpcLogDiag *logDiag;        /* owned; null until started */
+  const CoapRpcLibExtOps *libExt; /* null until the adapter's operations are installed */
+};
+
+COAP_RPC_C_END
+#endif /* COAP_RPC_CTX_H */

@@ -1,0 +1,54 @@
+/* coap_rpc_limits.h: periods, counts and sizes that the library fixes, by area.
+ *
+ * docs/limits.md says what each means for an application. */
+#ifndef COAP_RPC_LIMITS_H
+#define COAP_RPC_LIMITS_H
+
+#include <cstddef>
+#include <cstdint>
+
+namespace coap_rpc {
+
+// I/O task.  A tick's work is bounded so that a busy peer cannot hold the host thread.
+inline constexpr uint32_t kTaskPeriodMs = 1000;
+inline constexpr uint32_t kQuickPeriodMs = 100;
+inline constexpr uint32_t kCallsPerServiceTick = 256;
+inline constexpr uint32_t kCallsPerQuickTick = 25;
+
+// Endpoints.  A port that cannot be bound blocks the caller for three sleeps.
+inline constexpr uint32_t kEndPointAttempts = 3;
+inline constexpr uint32_t kEndPointRetrySeconds = 1;
+
+// libcoap.
+inline constexpr uint32_t kLibLogLevel = 8;
+inline constexpr uint32_t kBlockMode = 19;
+inline constexpr uint16_t kNotifyMaxRetransmit = 4;
+inline constexpr uint16_t kClientMaxRetransmit = 2;
+inline constexpr uint16_t kDefaultCoapPort = 5683;
+
+// Client side.
+inline constexpr uint32_t kAgingPeriodMs = 1000;
+inline constexpr uint32_t kAgingTicks = 90;
+inline constexpr uint32_t kResendPeriodMs = 1001;
+inline constexpr uint32_t kResendVisitsPerTick = 20;
+
+// Observe.
+inline constexpr uint32_t kUpdatePeriodMs = 1000;
+
+// Texts, bytes with terminator.
+inline constexpr size_t kLogTextSize = 1024;
+inline constexpr size_t kRecordTextSize = 1024;
+inline constexpr size_t kTupleTextSize = 128;
+inline constexpr size_t kAddrTextSize = 32;
+inline constexpr size_t kFuncNameSize = 256;
+inline constexpr size_t kPathTextSize = 64;
+inline constexpr size_t kCheckCodeTextSize = 256;
+
+// Memory.
+inline constexpr size_t kPayloadSpareBytes = 16;
+inline constexpr size_t kPayloadBufSize = 65471;
+inline constexpr int32_t kMaxPayload = 65470;
+
+}  // namespace coap_rpc
+
+#endif /* COAP_RPC_LIMITS_H */

@@ -1,0 +1,85 @@
+/* coap_rpc_list.h: typed face of an intrusive list.
+ *
+ * A record may be on several lists, one for each of its links. */
+#ifndef COAP_RPC_LIST_H
+#define COAP_RPC_LIST_H
+
+#include "coap_svc/rpc/common/coap_rpc_link.h"
+
+namespace coap_rpc {
+
+inline void LinkInit(CoapRpcLink &link) { link.next = link.prev = &link; }
+
+// A zeroed link is on no list either: its record's module has not started.
+inline bool LinkIsAlone(const CoapRpcLink &link) { return !link.next || link.next == &link; }
+
+// LinkRemove takes a link off whatever list it is on; it is alone afterwards.
+inline void LinkRemove(CoapRpcLink &link) {
+  if (!LinkIsAlone(link)) {
+    link.prev->next = link.next;
+    link.next->prev = link.prev;
+  }
+  LinkInit(link);
+}
+
+// List sees a list head as a list of `Rec`, linked through the link at byte `LinkAt`.  It owns
+// nothing and adds no state.
+template <typename Rec, size_t LinkAt>
+class List {
+ public:
+  explicit List(CoapRpcLink &head) : head_(head) {}
+
+  bool IsEmpty() const { return LinkIsAlone(head_); }
+
+  Rec *First() const { return IsEmpty() ? nullptr : RecordOf(head_.next); }
+
+  // After returns the record behind `rec`, or null at the end.
+  Rec *After(const Rec *rec) const {
+    CoapRpcLink *next = LinkOf(rec)->next;
+    return next == &head_ ? nullptr : RecordOf(next);
+  }
+
+  // Append moves `rec` to the tail, off the list that its link is on.
+  void Append(Rec *rec) {
+    if (!head_.next) LinkInit(head_);
+    CoapRpcLink *link = LinkOf(rec);
+    LinkRemove(*link);
+    link->prev = head_.prev;
+    link->next = &head_;
+    head_.prev->next = link;
+    head_.prev = link;
+  }
+
+  // FindIf returns the first record that `match` says yes to, or null.
+  template <typename Match>
+  Rec *FindIf(Match match) const {
+    for (Rec *rec = First(); rec; rec = After(rec)) {
+      if (match(*rec)) return rec;
+    }
+    return nullptr;
+  }
+
+  // Drain hands out the first record until none is left; `drop` must take it off the list.
+  template <typename Drop>
+  void Drain(Drop drop) {
+    while (Rec *rec = First()) drop(rec);
+  }
+
+ private:
+  static Rec *RecordOf(CoapRpcLink *link) {
+    return reinterpret_cast<Rec *>(reinterpret_cast<char *>(link) - LinkAt);
+  }
+  static CoapRpcLink *LinkOf(const Rec *rec) {
+    return reinterpret_cast<CoapRpcLink *>(reinterpret_cast<char *>(const_cast<Rec *>(rec)) +
+                                           LinkAt);
+  }
+
+  CoapRpcLink &head_;
+};
+
+}  // namespace coap_rpc
+
+// COAP_RPC_LIST(Rec, link) is the list type of records `Rec` linked through their member `link`.
+#define COAP_RPC_LIST(Rec, link) coap_rpc::List<Rec, offsetof(Rec, link)>
+
+#endif /* COAP_RPC_LIST_H */

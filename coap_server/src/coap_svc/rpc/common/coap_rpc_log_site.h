@@ -1,0 +1,53 @@
+/* coap_rpc_log_site.h: framework records written from a log site, and what log lines share. */
+#ifndef COAP_RPC_LOG_SITE_H
+#define COAP_RPC_LOG_SITE_H
+
+#include <cstring>
+
+#include "coap_svc/rpc/common/coap_rpc_log.h"
+#include "coap_svc/rpc/common/coap_rpc_sites.h"
+#include "kst_log.h"
+
+namespace coap_rpc {
+
+inline constexpr char kLogModule[] = "logDefault";
+
+// LogWanted takes a record through counting and the first half; true: print it now.
+bool LogWanted(uint64_t log, const char *module, const LogSite &site);
+
+// UriText is a NUL-terminated copy of a 64-byte uri field, which need not be terminated itself.
+class UriText {
+ public:
+  explicit UriText(const char (&uri)[COAP_RPC_URI_SIZE]) {
+    memcpy(text_, uri, COAP_RPC_URI_SIZE);
+    text_[COAP_RPC_URI_SIZE] = '\0';
+  }
+  const char *c_str() const { return text_; }
+
+ private:
+  char text_[COAP_RPC_URI_SIZE + 1];
+};
+
+}  // namespace coap_rpc
+
+// COAP_RPC_LOG_AS(log, module, site, fmt, ...) writes a framework record; the arguments are
+// evaluated only when it is printed.
+#define COAP_RPC_LOG_AS(log, module, site, ...)                                                 \
+  do {                                                                                          \
+    if (coap_rpc::LogWanted((log), (module), (site))) {                                         \
+      KST_LogSecondHalf_((log), (module), (site).line, (site).level, (site).func, __VA_ARGS__); \
+    }                                                                                           \
+  } while (false)
+
+// COAP_RPC_LOG(log, site, fmt, ...) writes it under the usual module name.
+#define COAP_RPC_LOG(log, site, ...) COAP_RPC_LOG_AS(log, coap_rpc::kLogModule, site, __VA_ARGS__)
+
+// COAP_RPC_DEBUG(ctx, fmt, ...) writes a debug or success line of an instance to both sinks.
+#define COAP_RPC_DEBUG(ctx, ...) \
+  COAP_RPC_LOG_MOD_DO((ctx)->log, (ctx)->param.dbgHandle, __VA_ARGS__)
+
+// The four values of "uri:%s, msgType:%u, observe:%u, pktType:%u".
+#define COAP_RPC_KEY_ARGS(key) \
+  coap_rpc::UriText((key).uri).c_str(), (key).msgType, (key).observe, (key).pktType
+
+#endif /* COAP_RPC_LOG_SITE_H */

@@ -1,0 +1,221 @@
+/* coap_rpc_sites.h: every place that can fail and every place that logs, with its fixed numbers.
+ *
+ * Numbers never move: operators and scripts know them.  A code is 1900000000 plus the site's
+ * number.  Numbers are unique within a source file; a few are shared by two functions or by both
+ * sides, and then mean the same.  Sites that joined later count from 1001 and are unique in the
+ * whole library.  docs/error_codes.md is made from this list. */
+#ifndef COAP_RPC_SITES_H
+#define COAP_RPC_SITES_H
+
+#include <cstdint>
+
+#include "tarn.h"
+
+namespace coap_rpc {
+
+#define COAP_RPC_SRC "coap_server/src/coap_svc/rpc/"
+inline constexpr char kPathInitMain[] = COAP_RPC_SRC "init/coap_rpc_main";
+inline constexpr char kPathInitSer[] = COAP_RPC_SRC "init/coap_rpc_ser";
+inline constexpr char kPathInitCli[] = COAP_RPC_SRC "init/coap_rpc_cli";
+inline constexpr char kPathCliUri[] = COAP_RPC_SRC "client/coap_rpc_cli_uri";
+inline constexpr char kPathCliSession[] = COAP_RPC_SRC "client/coap_rpc_cli_session";
+inline constexpr char kPathCliReq[] = COAP_RPC_SRC "client/coap_rpc_cli_req";
+inline constexpr char kPathLibCtx[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_ctx";
+inline constexpr char kPathLibMsg[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_msg";
+inline constexpr char kPathLibLookup[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_lookup";
+inline constexpr char kPathLibHandler[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_handler";
+inline constexpr char kPathSerUri[] = COAP_RPC_SRC "server/coap_rpc_ser_uri";
+inline constexpr char kPathSerConn[] = COAP_RPC_SRC "server/coap_rpc_ser_conn";
+inline constexpr char kPathSerRes[] = COAP_RPC_SRC "server/coap_rpc_ser_res";
+inline constexpr char kPathSerObserve[] = COAP_RPC_SRC "server/coap_rpc_ser_observe";
+inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
+#undef COAP_RPC_SRC
+
+// Failure sites, by source file and then by number.  Code 0: the site has no code of its own.
+// Assert 0: the site asserts nothing.
+//   name                    path          code  assert  meaning
+// clang-format off
+#define COAP_RPC_SITES(X) \
+  X(LogInitNoMemory,         kPathLog,          85,    0, "COAP_RpcLogInit: no memory for the diagnostics table") \
+  X(LibInitNoMemory,         kPathInitMain,     48,    0, "COAP_RpcLibInit: no memory for the adapter context") \
+  X(LibInitModules,          kPathInitMain,     53,    0, "COAP_RpcLibInit: a module of the adapter did not start") \
+  X(InitNullParam,           kPathInitMain,      0, 1001, "COAP_RpcInit: null parameter record") \
+  X(SerInitNoMemory,         kPathInitSer,      54,    0, "COAP_RpcSerInit, COAP_RpcCliInit: no memory for the side's context") \
+  X(SerInitModules,          kPathInitSer,      60,    0, "COAP_RpcSerInit, COAP_RpcCliInit: a module of the side did not start") \
+  X(SerSetUriNullArg,        kPathInitSer,      77,   76, "COAP_RpcSerSetUri: null argument") \
+  X(SerSetUriBadFamily,      kPathInitSer,      82,    0, "COAP_RpcSerSetUri: address family is neither 1 nor 2") \
+  X(SerSetUriZeroIpv4,       kPathInitSer,      87,    0, "COAP_RpcSerSetUri: IPv4 address is 0.0.0.0") \
+  X(SerUnsetUriNullArg,      kPathInitSer,       0,  114, "COAP_RpcSerUnsetUri: null argument") \
+  X(ObserveDataUpdateNullArg, kPathInitSer,    125,  124, "COAP_RpcSerObserveDataUpdate: null argument") \
+  X(ObserveDataUpdateNoUri,  kPathInitSer,     130,    0, "COAP_RpcSerObserveDataUpdate: no such URI, or it has no observe record") \
+  X(ObserveDataUpdateFailed, kPathInitSer,     135,    0, "COAP_RpcSerObserveDataUpdate: tuple set not updated") \
+  X(ObserveDataDelNullArg,   kPathInitSer,       0,  149, "COAP_RpcSerObserveDataDel: null argument") \
+  X(SerRegVtblNullArg,       kPathInitSer,     169,  168, "COAP_RpcSerRegVtbl: null argument") \
+  X(CliInitNoMemory,         kPathInitCli,      54,    0, "COAP_RpcSerInit, COAP_RpcCliInit: no memory for the side's context") \
+  X(CliInitModules,          kPathInitCli,      60,    0, "COAP_RpcSerInit, COAP_RpcCliInit: a module of the side did not start") \
+  X(CliNonReqNullArg,        kPathInitCli,      76,   75, "COAP_RpcCliNonReq: null argument") \
+  X(CliRegVtblNullArg,       kPathInitCli,    1011, 1010, "COAP_RpcCliRegVtbl: null argument") \
+  X(CliNonReqBadAddr,        kPathInitCli,    1012,    0, "COAP_RpcCliNonReq: source and destination are equal or of different or unknown families") \
+  X(CliConReqNullArg,        kPathInitCli,    1014, 1013, "COAP_RpcCliConReq: null argument") \
+  X(CliConReqBadAddr,        kPathInitCli,    1015,    0, "COAP_RpcCliConReq: source and destination are equal or of different or unknown families") \
+  X(CliObserveReqNullArg,    kPathInitCli,    1017, 1016, "COAP_RpcCliObserveReq: null argument") \
+  X(CliObserveReqBadAddr,    kPathInitCli,    1018,    0, "COAP_RpcCliObserveReq: source and destination are equal or of different or unknown families") \
+  X(CliVerifyReqNullArg,     kPathInitCli,    1020, 1019, "COAP_RpcCliObserveReqVerify: null argument") \
+  X(CliVerifyReqBadAddr,     kPathInitCli,    1021,    0, "COAP_RpcCliObserveReqVerify: source and destination are equal or of different or unknown families") \
+  X(CliBatchReqNullArg,      kPathInitCli,    1023, 1022, "COAP_RpcCliObserveReqBatch: null argument") \
+  X(CliBatchReqBadAddr,      kPathInitCli,    1024,    0, "COAP_RpcCliObserveReqBatch: source and destination are equal or of different or unknown families") \
+  X(CliUnReqNullArg,         kPathInitCli,       0, 1025, "COAP_RpcCliObserveUnReq: null argument") \
+  X(CliNonReqBadPort,        kPathInitCli,    1026,    0, "COAP_RpcCliNonReq: destination port is not 1 to 65535") \
+  X(CliConReqBadPort,        kPathInitCli,    1027,    0, "COAP_RpcCliConReq: destination port is not 1 to 65535") \
+  X(CliObserveReqBadPort,    kPathInitCli,    1028,    0, "COAP_RpcCliObserveReq: destination port is not 1 to 65535") \
+  X(CliVerifyReqBadPort,     kPathInitCli,    1029,    0, "COAP_RpcCliObserveReqVerify: destination port is not 1 to 65535") \
+  X(CliBatchReqBadPort,      kPathInitCli,    1030,    0, "COAP_RpcCliObserveReqBatch: destination port is not 1 to 65535") \
+  X(CliUriAddFailed,         kPathCliUri,     1051,    0, "COAP_RpcUriRegCliVtbl: entry cannot be made") \
+  X(CliSessionHasRequests,   kPathCliSession,    0,  176, "COAP_RpcCliSessionUninit: a session still has requests") \
+  X(CliReqNoSession,         kPathCliReq,     1101,    0, "COAP_RpcCliReq: session cannot be made") \
+  X(CliReqNoRecord,          kPathCliReq,     1102,    0, "COAP_RpcCliReq: request record cannot be made") \
+  X(CliReqNotSent,           kPathCliReq,     1103,    0, "COAP_RpcCliReq: request not sent (a CON one is tried again)") \
+  X(TrySendReqNotSent,       kPathCliReq,     1104,    0, "COAP_RpcTrySendReq: request not sent") \
+  X(CliSetReqModeNoRecord,   kPathCliReq,     1105,    0, "COAP_RpcCliSetReqMode: no such request") \
+  X(CliReqPayloadNoMemory,   kPathCliReq,     1106,    0, "COAP_RpcCliReqPayload: no memory for the payload copy") \
+  X(CreateResourceFailed,    kPathLibCtx,       71,    0, "COAP_RpcCreateOrUpdateResource: libcoap makes no resource") \
+  X(StartTaskTimerFailed,    kPathLibCtx,      156,    0, "COAP_RpcStartTaskTimer: timer not started") \
+  X(RefreshTaskTimerFailed,  kPathLibCtx,      171,    0, "COAP_RpcRefreshTaskTimer: quick timer not started") \
+  X(LibStartupNoContext,     kPathLibCtx,      434,    0, "COAP_RpcLibStartup_: libcoap makes no context") \
+  X(GetUriStrNoPath,         kPathLibMsg,       93,    0, "COAP_RpcGetUriStr: the message's path cannot be had") \
+  X(GetUriStrTooLong,        kPathLibMsg,       97,    0, "COAP_RpcGetUriStr: buffer is smaller than twice the path") \
+  X(GetUriStrFormat,         kPathLibMsg,      103,    0, "COAP_RpcGetUriStr: formatting failed") \
+  X(LookupNoRoot,            kPathLibLookup,   198,    0, "COAP_GetRpcAndSerUriVtbl: the resource carries no instance") \
+  X(LookupNoEntry,           kPathLibLookup,   203,    0, "COAP_GetRpcAndSerUriVtbl: no entry matches the request") \
+  X(ReqSyncTooLong,          kPathLibHandler,  244,    0, "COAP_RpcSvrHandleReqSync: onRequest returned more than 65470") \
+  X(ReqSyncFailed,           kPathLibHandler,  250,    0, "COAP_RpcSvrHandleReqSync: onRequest failed, or no answer buffer") \
+  X(ReqSyncChanged,          kPathLibHandler,  254,    0, "COAP_RpcSvrHandleReqSync: onRequest asked for 2.04 without payload") \
+  X(ReqAsyncUnavailable,     kPathLibHandler,  321,    0, "COAP_RpcSvrHandleReqAsync: no asynchronous support or no onAsyncRequest") \
+  X(ReqAsyncNoSession,       kPathLibHandler,  331,    0, "COAP_RpcSvrHandleReqAsync: no session to the asker") \
+  X(ReqAsyncNotRegistered,   kPathLibHandler,  337,    0, "COAP_RpcSvrHandleReqAsync: request cannot be kept for later") \
+  X(HandleRequestNoEntry,    kPathLibHandler,  369,    0, "COAP_RpcSerHandleRequest: no entry matches the request") \
+  X(HandleRequestNoMemory,   kPathLibHandler,  382,    0, "COAP_RpcSerHandleRequest: no memory for the payload copy") \
+  X(SendAsyncNullArg,        kPathLibHandler,  414,    0, "COAP_RpcSerSendAsyncResponse: null argument") \
+  X(SendAsyncNoMemory,       kPathLibHandler,  418,    0, "COAP_RpcSerSendAsyncResponse: no memory for the answer") \
+  X(OneDataNoBuilder,        kPathLibHandler,  438,    0, "COAP_RpcSerHandleOneData: a builder is missing") \
+  X(OneDataNoObject,         kPathLibHandler,  443,  442, "COAP_RpcSerHandleOneData: no memory for a JSON object") \
+  X(OneDataBuilderFailed,    kPathLibHandler,  457,    0, "COAP_RpcSerHandleOneData: the builder failed") \
+  X(OneIdlMsgNoBuilder,      kPathLibHandler,  469,    0, "COAP_RpcSerHandleOneIdlMsg: a builder is missing") \
+  X(OneIdlMsgNoBuffer,       kPathLibHandler,  474,    0, "COAP_RpcSerHandleOneIdlMsg: no message buffer") \
+  X(IdlPayloadNoMemory,      kPathLibHandler,  608,    0, "COAP_RpcSerHandleIdlGetPayload: no memory for the message buffer") \
+  X(BatchUpdateNoQuery,      kPathLibHandler,  707,    0, "COAP_RpcSerHandleObserveBatchUpdate: no check-code query, or no GET") \
+  X(BatchUpdateUpToDate,     kPathLibHandler,  714,    0, "COAP_RpcSerHandleObserveBatchUpdate: the observer is up to date") \
+  X(AbortAsyncNullArg,       kPathLibHandler, 1301,    0, "COAP_RpcSerAbortAsyncResponse: null argument") \
+  X(AsyncNotPending,         kPathLibHandler, 1302,    0, "COAP_RpcSerSendAsyncResponse, COAP_RpcSerAbortAsyncResponse: the request is no longer pending") \
+  X(CliSendNoSession,        kPathLibHandler, 1351,    0, "COAP_RpcCliSendRequest: no session") \
+  X(CliSendNoPdu,            kPathLibHandler, 1352,    0, "COAP_RpcCliSendRequest: no memory for the message") \
+  X(CliSendOptions,          kPathLibHandler, 1353,    0, "COAP_RpcCliSendRequest: options or payload cannot be added") \
+  X(CliSendFailed,           kPathLibHandler, 1354,    0, "COAP_RpcCliSendRequest: libcoap did not send") \
+  X(CliAddPayloadFailed,     kPathLibHandler, 1355,    0, "COAP_RpcCliAddOptionsAndData: payload cannot be built or added") \
+  X(AddUriTupleKeyCopy,      kPathSerUri,        0,   48, "COAP_RpcSerAddUriTuple: key copy failed") \
+  X(AddUriTupleValCopy,      kPathSerUri,        0,   54, "COAP_RpcSerAddUriTuple: value copy failed") \
+  X(UpdateUriTupleValCopy,   kPathSerUri,        0,   76, "COAP_RpcSerUpdateUriTuple: value copy failed") \
+  X(ProcUpdateTupleFailed,   kPathSerUri,      113,    0, "COAP_RpcSerProcUpdateTuple: tuple not changed") \
+  X(AddUriObVtblNoMemory,    kPathSerUri,      167,    0, "COAP_RpcSerAddUriObVtbl: no memory for the observe record") \
+  X(UriRegSerVtblFailed,     kPathSerUri,      251,    0, "COAP_RpcUriRegSerVtbl: entry cannot be made") \
+  X(CreatListenNoListen,     kPathSerConn,     152,    0, "COAP_RpcSerCreatListen: listen record cannot be made") \
+  X(CreatListenNoEndPoint,   kPathSerConn,     157,    0, "COAP_RpcSerCreatListen: endpoint cannot be opened") \
+  X(CreatListenNotBound,     kPathSerConn,     163,    0, "COAP_RpcSerCreatListen: key is not registered") \
+  X(UpdateListenNotBound,    kPathSerConn,     177,    0, "COAP_RpcSerUpdateListen: key is not registered") \
+  X(TryDelListenNotAttached, kPathSerConn,    1201,    0, "COAP_RpcSerTryDelListen: key is not attached") \
+  X(TryDelUriResNotBound,    kPathSerRes,     1221,    0, "COAP_RpcTryDelUriRes: key is not bound to its uri's resource") \
+  X(StartUpdateTimerNoUri,   kPathSerObserve,   41,    0, "COAP_RpcSerProcTupleChg, COAP_RpcSerStartUriUpdateTimer: no such URI") \
+  X(StartUpdateTimerFailed,  kPathSerObserve,   50,    0, "COAP_RpcSerProcTupleChg, COAP_RpcSerStartUriUpdateTimer: timer not started") \
+  X(AddTupleChgKeyCopy,      kPathSerObserve,    0,   58, "COAP_RpcSerAddTupleChgData: key copy failed") \
+  X(AddTupleChgValCopy,      kPathSerObserve,    0,   63, "COAP_RpcSerAddTupleChgData: value copy failed") \
+  X(MergeTupleChgValCopy,    kPathSerObserve,    0,   82, "COAP_RpcSerProcTupleChg: value copy failed") \
+  X(AddTupleChgNoMemory,     kPathSerObserve,   98,    0, "COAP_RpcSerAddTupleChgData: no memory for the change") \
+  X(ProcTupleChgNoMemory,    kPathSerObserve,  129,    0, "COAP_RpcSerProcTupleChg: no memory for the change") \
+  X(UpdateTupleNullArg,      kPathSerObserve,  139,  138, "COAP_RpcSerUpdateTuple: null argument") \
+  X(UpdateTupleFailed,       kPathSerObserve,  144,    0, "COAP_RpcSerUpdateTuple: tuple set not updated")
+// clang-format on
+
+// Site is one failure site.
+struct Site {
+  const char *path;
+  uint32_t code;
+  uint32_t assertLine;
+};
+
+#define COAP_RPC_SITE_CONSTANT(name, path, code, assertLine, meaning) \
+  inline constexpr Site kSite##name{path, code, assertLine};
+COAP_RPC_SITES(COAP_RPC_SITE_CONSTANT)
+#undef COAP_RPC_SITE_CONSTANT
+
+inline constexpr uint32_t kCodeBase = 1900000000;
+
+// Code is the result that the site returns.
+constexpr uint32_t Code(const Site &site) { return kCodeBase + site.code; }
+
+// Assert records a broken contract and returns the host's answer.
+inline uint32_t Assert(const Site &site) { return TARN_Assert(site.path, site.assertLine, 0); }
+
+// Violated records a broken contract and returns the site's code.
+inline uint32_t Violated(const Site &site) {
+  Assert(site);
+  return Code(site);
+}
+
+// Log sites: who writes a framework record.  Several texts of one function may share a site.
+//   name                     function                               line  level
+// clang-format off
+#define COAP_RPC_LOG_SITES(X) \
+  X(InitFailed,              "COAP_RpcInit",                         1001, 3) \
+  X(LogModDo,                "COAP_RPC_LOG_MOD_DO",                    91, 0) \
+  X(MemDumpTitle,            "COAP_RpcLogMemDump",                    107, 1) \
+  X(MemDumpLine,             "COAP_RpcLogMemDump",                    119, 1) \
+  X(MemDumpLastLine,         "COAP_RpcLogMemDump",                    131, 1) \
+  X(LibCoapDebug,            "CORP_RpcLibCoapLog",                     71, 0) \
+  X(LibCoapInfo,             "CORP_RpcLibCoapLog",                     74, 1) \
+  X(LibCoapWarn,             "CORP_RpcLibCoapLog",                     77, 2) \
+  X(LibCoapError,            "CORP_RpcLibCoapLog",                     80, 3) \
+  X(GetUriHostIpFailed,      "Coap_RpcGetUriHostIp",                 1011, 3) \
+  X(SerSetUriFailed,         "COAP_RpcSerSetUri",                     101, 3) \
+  X(UriRegSerVtblFailed,     "COAP_RpcUriRegSerVtbl",                 250, 3) \
+  X(ConnBindNotRegistered,   "COAP_RpcSerConnBindUriVtbl",             60, 3) \
+  X(AddResourceFailed,       "COAP_RpcCreateOrUpdateUriRes",          153, 3) \
+  X(HandleRequestNoEntry,    "COAP_RpcSerHandleRequest",              368, 3) \
+  X(HandleRequestNoMemory,   "COAP_RpcSerHandleRequest",              381, 3) \
+  X(GetRpcDataOutLen,        "COAP_GetRpcData",                       230, 3) \
+  X(AddUriPathNoEntry,       "COAP_RpcAddUriPath",                    806, 3) \
+  X(IdlPayloadNoMemory,      "COAP_RpcSerHandleIdlGetPayload",        607, 3) \
+  X(OneIdlMsgNoBuilder,      "COAP_RpcSerHandleOneIdlMsg",            468, 3) \
+  X(OneIdlMsgNoBuffer,       "COAP_RpcSerHandleOneIdlMsg",            473, 3) \
+  X(ObserveUpdateNoEntry,    "COAP_RpcSerHandleObserveUpdate",       1021, 3) \
+  X(IterateEnd,              "COAP_RpcIterateTupleFromApp",          1031, 3) \
+  X(AddUriTuple,             "COAP_RpcSerAddUriTuple",               1041, 3) \
+  X(UpdateUriTuple,          "COAP_RpcSerUpdateUriTuple",            1042, 3) \
+  X(ProcTupleChgNoObserver,  "COAP_RpcSerProcTupleChg",              1051, 3) \
+  X(ProcTupleChgQueued,      "COAP_RpcSerProcTupleChg",              1052, 3) \
+  X(TrySendReqFailed,        "COAP_RpcTrySendReq",                   1061, 3) \
+  X(CliSendNoSession,        "COAP_RpcCliSendRequest",               1071, 3) \
+  X(CliSendOptions,          "COAP_RpcCliSendRequest",               1072, 3) \
+  X(CliSendFailed,           "COAP_RpcCliSendRequest",               1073, 3) \
+  X(CliAddPayloadFailed,     "COAP_RpcCliAddOptionsAndData",         1074, 3) \
+  X(CliAddPduOptionHost,     "COAP_RpcCliAddPduOption",              1075, 3) \
+  X(CliResponseNoEntry,      "COAP_RpcCliResponseHandler",           1081, 3) \
+  X(CliResponseNoMemory,     "COAP_RpcCliResponseHandler",           1082, 3) \
+  X(CliResponseRejected,     "COAP_RpcCliResponseHandler",           1083, 3) \
+  X(CliResNoDataRejected,    "COAP_RpcCliResNoDataProc",             1084, 3)
+// clang-format on
+
+// LogSite is the writer of a framework record: fixed line, level 0 (debug) to 3 (error).
+struct LogSite {
+  const char *func;
+  uint32_t line;
+  uint32_t level;
+};
+
+#define COAP_RPC_LOG_SITE_CONSTANT(name, func, line, level) \
+  inline constexpr LogSite kLog##name{func, line, level};
+COAP_RPC_LOG_SITES(COAP_RPC_LOG_SITE_CONSTANT)
+#undef COAP_RPC_LOG_SITE_CONSTANT
+
+}  // namespace coap_rpc
+
+#endif /* COAP_RPC_SITES_H */

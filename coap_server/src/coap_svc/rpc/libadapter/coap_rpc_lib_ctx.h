@@ -1,0 +1,83 @@
+/* coap_rpc_lib_ctx.h: the adapter's context: libcoap's life, endpoints, resources, the I/O task.
+ *
+ * The server and client sides reach these operations only through their slots.  libcoap is entered
+ * from the host thread only and is never given a thread of its own. */
+#ifndef COAP_RPC_LIB_CTX_H
+#define COAP_RPC_LIB_CTX_H
+
+#include <coap3/coap.h>
+
+#include "coap_svc/rpc/coap_rpc_ser.h"
+#include "coap_svc/rpc/common/coap_rpc_ctx.h"
+
+COAP_RPC_C_BEGIN
+
+typedef struct CoapRpcSerListen CoapRpcSerListen;
+
+/* CoapRpcLibCtx is the adapter context of an instance.  Rows 1 to 14 are constant while it lives.
+ */
+struct CoapRpcLibCtx {
+  uint32_t logLevel;  /* libcoap log level: 8, everything reaches the handler */
+  uint32_t blockMode; /* libcoap block mode: 19 */
+  coap_log_handler_t logHandler;
+  coap_event_handler_t eventHandler;
+  coap_nack_handler_t nackHandler;
+  void *resUserData; /* the root context */
+  coap_method_handler_t getHandler;
+  coap_method_handler_t postHandler;
+  coap_method_handler_t putHandler;    /* null */
+  coap_method_handler_t deleteHandler; /* null */
+  coap_observe_added_t observeAdded;
+  coap_observe_deleted_t observeDeleted;
+  void *cbUserData; /* the root context */
+  coap_response_handler_t responseHandler;
+  coap_context_t *coapCtx; /* null while not started */
+  uint64_t taskTmr;        /* running I/O timer; 0 none */
+  uint32_t quickMode;      /* non-zero: on the 100 ms period for good */
+  uint32_t svcFlag;        /* non-zero: each 1000 ms tick drains libcoap harder */
+};
+
+/* Module rows of the adapter; the record is the root context. */
+COAP_RPC_API uint32_t COAP_RpcLibVtblInit(void *root);
+COAP_RPC_API uint32_t COAP_RpcLibVtblUninit(void *notRead);
+COAP_RPC_API uint32_t COAP_RpcCtxInit(void *root);
+COAP_RPC_API uint32_t COAP_RpcCtxUninit(void *root);
+
+/* COAP_RpcLibStartup_ starts libcoap for the instance and the 1000 ms I/O timer (whose failure is
+ * not reported).  Returns 0 or 1900000434 when libcoap makes no context. */
+COAP_RPC_API uint32_t COAP_RpcLibStartup_(CoapRpcCtx *ctx, CoapRpcLibCtx *lib);
+
+/* COAP_RpcLibCleanup_ frees the libcoap context and stops the I/O timer; does nothing when none is
+ * started.  libcoap's process-wide state is cleaned up with the last instance. */
+COAP_RPC_API void COAP_RpcLibCleanup_(CoapRpcCtx *ctx, CoapRpcLibCtx *lib);
+
+/* COAP_RpcCreateEndPoint opens a UDP endpoint.  Up to three attempts, each failed one followed by
+ * a second of sleep.  Returns the endpoint or null. */
+COAP_RPC_API coap_endpoint_t *COAP_RpcCreateEndPoint(CoapRpcCtx *ctx,
+                                                     const CoapRpcSerListenAddr *addr);
+
+/* COAP_RpcDeleteEndPoint disconnects the sessions of a listen's endpoint, frees it and clears the
+ * listen's field.  Null listens and endpoints are ignored. */
+COAP_RPC_API void COAP_RpcDeleteEndPoint(CoapRpcCtx *ctx, CoapRpcSerListen *listen);
+
+/* COAP_RpcCreateOrUpdateResource makes the resource of a key's uri, or makes an existing one
+ * observable when the key is.  Returns 0 or 1900000071 when libcoap makes no resource. */
+COAP_RPC_API uint32_t COAP_RpcCreateOrUpdateResource(CoapRpcCtx *ctx, const CoapRpcUriKey *key);
+
+/* COAP_RpcDeleteResource deletes the resource of a uri, if there is one. */
+COAP_RPC_API void COAP_RpcDeleteResource(CoapRpcCtx *ctx, const char *uri);
+
+/* I/O timers.  Start: 0 or 1900000156.  Refresh switches to the 100 ms task, once and for good:
+ * 0 or 1900000171 (the 1000 ms timer is gone then; the next refresh tries again). */
+COAP_RPC_API uint32_t COAP_RpcStartTaskTimer(CoapRpcCtx *ctx);
+COAP_RPC_API void COAP_RpcStopTaskTimer(CoapRpcCtx *ctx);
+COAP_RPC_API uint32_t COAP_RpcRefreshTaskTimer(CoapRpcCtx *ctx);
+COAP_RPC_API void COAP_RpcSetSvcFlag(CoapRpcCtx *ctx);
+
+/* Timer ticks; `root` is the root context.  ProcTask makes 1 call of coap_io_process, up to 256
+ * while the service flag is set; ProcQuickTask makes 25.  None of them waits. */
+COAP_RPC_API uint32_t COAP_RpcProcTask(void *root);
+COAP_RPC_API uint32_t COAP_RpcProcQuickTask(void *root);
+
+COAP_RPC_C_END
+#endif /* COAP_RPC_LIB_CTX_H */

@@ -1,0 +1,24 @@
+/* coap_rpc_lib_internals.h: the few things that only libcoap's internal headers offer.
+ *
+ * Kept in one C file: the internal headers are not made for C++. */
+#ifndef COAP_RPC_LIB_INTERNALS_H
+#define COAP_RPC_LIB_INTERNALS_H
+
+#include <coap3/coap.h>
+
+#include "coap_svc/rpc/coap_rpc_types.h"
+
+COAP_RPC_C_BEGIN
+
+/* CoapRpcLibSubscriptionPdu returns the request stored in a subscription. */
+const coap_pdu_t *CoapRpcLibSubscriptionPdu(const coap_subscription_t *subscription);
+
+/* CoapRpcLibStripQuery removes every Uri-Query option from the stored request. */
+void CoapRpcLibStripQuery(coap_subscription_t *subscription);
+
+/* CoapRpcLibDisconnectAll disconnects every session of an endpoint, and with them their observers,
+ * queued messages and block transfers; libcoap cannot free the endpoint safely before. */
+void CoapRpcLibDisconnectAll(coap_endpoint_t *endPoint);
+
+COAP_RPC_C_END
+#endif /* COAP_RPC_LIB_INTERNALS_H */

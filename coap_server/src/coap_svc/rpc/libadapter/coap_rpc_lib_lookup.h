@@ -1,0 +1,39 @@
+/* coap_rpc_lib_lookup.h: which registered handler table an incoming message belongs to. */
+#ifndef COAP_RPC_LIB_LOOKUP_H
+#define COAP_RPC_LIB_LOOKUP_H
+
+#include <coap3/coap.h>
+
+#include "coap_svc/rpc/common/coap_rpc_ctx.h"
+
+COAP_RPC_C_BEGIN
+
+typedef struct CoapRpcCliUriVtbl CoapRpcCliUriVtbl;
+
+/* COAP_RpcCliGetVtbl finds the client table of a response or notification by its path, message
+ * type (ACK counts as CON) and Observe option, then with the other message type.  Null when there
+ * is none or the path is longer than 32 characters. */
+COAP_RPC_API CoapRpcCliUriVtbl *COAP_RpcCliGetVtbl(CoapRpcCtx *ctx, const coap_pdu_t *pdu);
+
+/* COAP_RpcSerGetVtbl finds the server entry of a request: a DEFAULT one of either message type
+ * (not for POST), then a UNICAST and last a BROADCAST one bound to the receiving address. */
+COAP_RPC_API CoapRpcSerUriVtbl *COAP_RpcSerGetVtbl(CoapRpcCtx *ctx, const coap_pdu_t *pdu,
+                                                   const coap_session_t *session);
+
+/* COAP_RpcSerGetVtblByFuzzyMsgType finds a server entry by key, then with the other message type.
+ */
+COAP_RPC_API CoapRpcSerUriVtbl *COAP_RpcSerGetVtblByFuzzyMsgType(CoapRpcCtx *ctx,
+                                                                 const CoapRpcUriKey *key);
+
+/* COAP_GetRpcAndSerUriVtbl finds a request's instance and entry from its resource.
+ *
+ * Returns 0 or:  1900000198 the resource carries no instance   1900000203 no entry matches */
+COAP_RPC_API uint32_t COAP_GetRpcAndSerUriVtbl(coap_resource_t *resource,
+                                               const coap_session_t *session, const coap_pdu_t *pdu,
+                                               CoapRpcCtx **ctx, CoapRpcSerUriVtbl **entry);
+
+/* COAP_RpcLogVTbl writes the debug line of a look-up bound to a listen. */
+COAP_RPC_API void COAP_RpcLogVTbl(CoapRpcCtx *ctx, const CoapRpcUriKey *key, uint32_t ipv4);
+
+COAP_RPC_C_END
+#endif /* COAP_RPC_LIB_LOOKUP_H */
