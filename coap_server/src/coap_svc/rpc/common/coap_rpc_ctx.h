@@ -4,6 +4,7 @@
 
 #include "coap_svc/rpc/coap_rpc_types.h"
 #include "coap_svc/rpc/common/coap_rpc_coap_fwd.h"
+#include "coap_svc/rpc/common/coap_rpc_link.h"
 
 COAP_RPC_C_BEGIN
 
@@ -31,6 +32,7 @@ struct CoapRpcCtx {
   CoapRpcCliData *cli;            /* owned; null until started */
   CoapRpcLogDiag *logDiag;        /* owned; null until started */
   const CoapRpcLibExtOps *libExt; /* null until the adapter's operations are installed */
+  CoapRpcLink orphanChgList;      /* pending changes of removed server entries, owned */
 };
 
 COAP_RPC_C_END

@@ -58,5 +58,10 @@ COAP_RPC_API void COAP_RpcSerStopUriUpdateTimer(CoapRpcSerUriVtbl *entry);
 /* COAP_RpcSerUriUpdateHandle is the timer's tick; `entry` is the CoapRpcSerUriVtbl.  Always 0. */
 COAP_RPC_API uint32_t COAP_RpcSerUriUpdateHandle(void *entry);
 
+/* CoapRpcSerOrphanChgs takes the pending changes of an entry that is about to be freed, and frees
+ * the index beside them; CoapRpcSerFreeOrphanChgs frees all changes so taken. */
+void CoapRpcSerOrphanChgs(CoapRpcSerUriVtbl *entry);
+void CoapRpcSerFreeOrphanChgs(CoapRpcCtx *ctx);
+
 COAP_RPC_C_END
 #endif /* COAP_RPC_SER_OBSERVE_H */
