@@ -1,0 +1,20 @@
+/* dbg_channel.h: what a debug handle points to.
+ *
+ * The debug library formats a text and hands it to this function; it needs nothing else of the
+ * host. */
+#ifndef KESTREL_SRC_DBG_DBG_CHANNEL_H
+#define KESTREL_SRC_DBG_DBG_CHANNEL_H
+
+#include <cstdint>
+
+namespace kestrel {
+
+struct DbgChannel {
+  // write takes one text; `toSyslog` tells the system log from the debug channel.  Does not throw.
+  void (*write)(void *owner, bool toSyslog, uint32_t level, const char *text);
+  void *owner;
+};
+
+}  // namespace kestrel
+
+#endif /* KESTREL_SRC_DBG_DBG_CHANNEL_H */

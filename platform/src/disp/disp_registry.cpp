@@ -1,0 +1,80 @@
+/* disp_registry.cpp: display objects and their commands. */
+#include "disp/disp_registry.h"
+
+#include <algorithm>
+
+#include "disp/disp_line.h"
+
+namespace kestrel {
+
+namespace {
+
+// IsTypeable: the text is words with one blank between them, so that a line can match it.
+bool IsTypeable(const std::string &text) {
+  std::string reason;
+  const auto words = SplitDispLine(text, reason);
+  if (!words || words->empty()) return false;
+  std::string joined;
+  for (const std::string &word : *words) joined += (joined.empty() ? "" : " ") + word;
+  return joined == text;
+}
+
+bool HasKnownPrefix(const std::string &param) {
+  return param.starts_with("pc") || param.starts_with("uni");
+}
+
+bool IsSound(const DispCommand &command) {
+  return command.handler != nullptr && IsTypeable(command.text) &&
+         command.params.size() <= KST_DISP_MAX_PARAMS &&
+         std::all_of(command.params.begin(), command.params.end(), HasKnownPrefix);
+}
+
+}  // namespace
+
+bool DispRegistry::AddObject(const char *name, void *record) {
+  const auto [entry, isNew] = m_objects.try_emplace(name);
+  if (!isNew) return false;
+  entry->second.record = record;
+  entry->second.serial = ++m_lastSerial;
+  return true;
+}
+
+bool DispRegistry::RemoveObject(std::string_view name) {
+  const auto found = m_objects.find(name);
+  if (found == m_objects.end()) return false;
+  m_objects.erase(found);
+  return true;
+}
+
+bool DispRegistry::AddCommand(std::string_view objName, DispCommand command) {
+  const auto found = m_objects.find(objName);
+  if (found == m_objects.end() || !IsSound(command)) return false;
+  std::string text = command.text;
+  return found->second.commands.try_emplace(std::move(text), std::move(command)).second;
+}
+
+const DispObject *DispRegistry::FindObject(std::string_view name) const {
+  const auto found = m_objects.find(name);
+  return found != m_objects.end() ? &found->second : nullptr;
+}
+
+std::vector<DispMatch> DispRegistry::Match(const std::vector<std::string> &words,
+                                           const char *objName) const {
+  std::vector<DispMatch> longest;
+  std::string text;
+  for (size_t count = 1; count <= words.size(); ++count) {
+    text += (count == 1 ? "" : " ") + words[count - 1];
+    std::vector<DispMatch> matches;
+    for (const auto &[name, object] : m_objects) {
+      if (objName != nullptr && name != objName) continue;
+      const auto found = object.commands.find(text);
+      if (found != object.commands.end()) {
+        matches.push_back({&name, &object, &found->second, count});
+      }
+    }
+    if (!matches.empty()) longest = std::move(matches);
+  }
+  return longest;
+}
+
+}  // namespace kestrel

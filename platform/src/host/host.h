@@ -1,0 +1,56 @@
+/* host.h: the host, all its services in the order in which they come and go. */
+#ifndef KESTREL_SRC_HOST_HOST_H
+#define KESTREL_SRC_HOST_HOST_H
+
+#include <list>
+#include <string>
+
+#include "dbg/dbg_channel.h"
+#include "disp/disp_service.h"
+#include "host/fd_watches.h"
+#include "host/loop.h"
+#include "kestrel.h"
+#include "log/log.h"
+#include "mem/pool.h"
+#include "tmr/loop_timers.h"
+
+struct Kestrel {
+ public:
+  // `param` has its defaults filled in.  Throws what its services throw.
+  explicit Kestrel(const KestrelParam &param);
+  ~Kestrel();
+  Kestrel(const Kestrel &) = delete;
+  Kestrel &operator=(const Kestrel &) = delete;
+
+  kestrel::Loop &GetLoop() { return m_loop; }
+  kestrel::FdWatches &Watches() { return m_watches; }
+  kestrel::LoopTimers &Timers() { return m_timers; }
+  kestrel::Log &GetLog() { return m_log; }
+  kestrel::DispService &Disp() { return m_disp; }
+  kestrel::DbgChannel &Dbg() { return m_dbg; }
+  kestrel::Pool &OwnPool() { return m_pools.front(); }
+
+  // AddPool throws std::bad_alloc.
+  kestrel::Pool &AddPool(const char *name, uint64_t limitBytes);
+
+  // DropPool reports the leaks of an added pool and deletes it; false when `handle` is none.
+  bool DropPool(uint64_t handle, uint64_t &leaked);
+
+  // ReportLeaks reports the leaks of all pools and returns how many there are.
+  uint64_t ReportLeaks();
+
+ private:
+  void WatchDrops();
+  static uint32_t OnDropWindow(void *param);
+
+  kestrel::Loop m_loop;
+  kestrel::LoopTimers m_timers;
+  kestrel::FdWatches m_watches;
+  kestrel::Log m_log;
+  kestrel::DbgChannel m_dbg;
+  kestrel::DispService m_disp;
+  std::list<kestrel::Pool> m_pools;  // the own one first
+  uint64_t m_dropTimer = 0;          // runs while the log has dropped records to tell of
+};
+
+#endif /* KESTREL_SRC_HOST_HOST_H */

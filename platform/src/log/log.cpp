@@ -1,0 +1,140 @@
+/* log.cpp: decides on records, renders and counts them. */
+#include "log/log.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "host/edge.h"
+
+namespace kestrel {
+
+namespace {
+
+bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
+
+// OneLine drops a closing line feed and writes the other control characters as \xNN, so that a text
+// from a peer can neither forge a line nor move a terminal's cursor.
+std::string OneLine(std::string_view text) {
+  if (text.ends_with('\n')) text.remove_suffix(1);
+  std::string line;
+  line.reserve(text.size());
+  for (const char c : text) {
+    if (IsControl(c)) {
+      line += Format("\\x%02x", static_cast<unsigned>(c));
+    } else {
+      line += c;
+    }
+  }
+  return line;
+}
+
+const char *TextOr(const char *text, const char *other) { return text != nullptr ? text : other; }
+
+constexpr char kNoModule[] = "-";
+
+}  // namespace
+
+Log::Log(const KestrelParam &param, Clock clock)
+    : KST_LogObj{{0, 0, 0}, HandleOf(this)},
+      m_clock(clock),
+      m_lowestLevel(param.logLevel),
+      m_sinks(param),
+      m_sites(param.logWindowMs, param.logBurst) {}
+
+void Log::Count(const char *module, uint32_t line) {
+  ++m_sites.Get(TextOr(module, kNoModule), line).account.counted;
+  ++m_stat.counted;
+}
+
+bool Log::Admits(const char *module, uint32_t line, uint32_t level) {
+  level = std::min<uint32_t>(level, KST_LOG_ERROR);
+  if (!Passes(level)) {
+    ++m_stat.suppressedByLevel;
+    return false;
+  }
+  LogSite &site = m_sites.Get(TextOr(module, kNoModule), line);
+  const uint64_t nowMs = m_clock();
+  if (m_sites.WindowIsOver(site, nowMs)) {
+    TellDroppedAt(site);
+    m_sites.OpenWindow(site, nowMs);
+  }
+  if (m_sites.Admit(site, level)) return true;
+
+  ++m_stat.suppressedByRate;
+  if (!m_isDropPending && m_onFirstDrop) m_onFirstDrop();
+  m_isDropPending = true;
+  return false;
+}
+
+void Log::Print(const char *module, uint32_t line, uint32_t level, const char *func,
+                const char *fmt, va_list args) {
+  const std::string text = OneLine(FormatV(fmt, args));
+  m_sinks.Write(Booked({KESTREL_CHANNEL_LOG, level, TextOr(module, kNoModule), line,
+                        TextOr(func, ""), text.c_str()}));
+}
+
+void Log::Note(uint32_t level, const char *module, const std::string &text) {
+  if (!Passes(level)) return;
+  m_sinks.Write(Booked({KESTREL_CHANNEL_HOST, level, module, 0, "", OneLine(text).c_str()}));
+}
+
+void Log::NoteAt(const char *module, uint32_t line, uint32_t level, const std::string &text) {
+  if (!Admits(module, line, level)) return;
+  m_sinks.Write(Booked({KESTREL_CHANNEL_HOST, level, module, line, "", OneLine(text).c_str()}));
+}
+
+void Log::Debug(uint32_t level, const char *text) {
+  if (!Passes(std::min<uint32_t>(level, KST_LOG_ERROR))) return;
+  m_sinks.Write(Booked({KESTREL_CHANNEL_DEBUG, level, "debug", 0, "", OneLine(text).c_str()}));
+}
+
+void Log::Syslog(uint32_t level, const char *text) {
+  m_sinks.WriteToSyslog(
+      Booked({KESTREL_CHANNEL_SYSLOG, level, "syslog", 0, "", OneLine(text).c_str()}));
+}
+
+KestrelLogRecord Log::Booked(KestrelLogRecord record) {
+  record.level = std::min<uint32_t>(record.level, KST_LOG_ERROR);
+  ++m_stat.printed[record.level];
+  return record;
+}
+
+// Sites are gathered before anything is printed: a sink that logs may add sites meanwhile.
+bool Log::TellDropped(bool all) {
+  const uint64_t nowMs = m_clock();
+  std::vector<LogSite *> ripe;
+  m_isDropPending = false;
+  m_sites.ForEach([&](LogSite &site) {
+    if (site.dropped == 0) return;
+    if (all || m_sites.WindowIsOver(site, nowMs)) {
+      ripe.push_back(&site);
+    } else {
+      m_isDropPending = true;
+    }
+  });
+  for (LogSite *site : ripe) TellDroppedAt(*site);
+  return m_isDropPending;
+}
+
+void Log::TellDroppedAt(LogSite &site) {
+  if (site.dropped == 0) return;
+  const std::string text =
+      Format("%u more records within %u ms were suppressed", site.dropped, m_sites.WindowMs());
+  site.dropped = 0;
+  m_sinks.Write(Booked(
+      {KESTREL_CHANNEL_HOST, site.dropLevel, site.module.c_str(), site.line, "", text.c_str()}));
+}
+
+KestrelLogStat Log::Stat() const {
+  KestrelLogStat stat = m_stat;
+  stat.sinkErrors = m_sinks.ErrorCount();
+  stat.siteCount = m_sites.Count();
+  return stat;
+}
+
+KestrelLogSite Log::SiteAccount(const char *module, uint32_t line) const {
+  const LogSite *site = m_sites.Find(module, line);
+  return site != nullptr ? site->account : KestrelLogSite{};
+}
+
+}  // namespace kestrel

@@ -1,0 +1,52 @@
+/* log_sites.cpp: counts and rate limit of log sites. */
+#include "log/log_sites.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace kestrel {
+
+namespace {
+
+constexpr std::string_view kOtherModule = "other";
+
+}  // namespace
+
+LogSite &LogSites::Get(std::string_view module, uint32_t line) {
+  const auto found = m_sites.find(KeyView{module, line});
+  if (found != m_sites.end()) return found->second;
+
+  const bool isOther = m_sites.size() >= kMaxSites;
+  Key key{std::string(isOther ? kOtherModule : module), isOther ? 0 : line};
+  LogSite site;
+  site.module = key.module;
+  site.line = key.line;
+  return m_sites.emplace(std::move(key), std::move(site)).first->second;
+}
+
+const LogSite *LogSites::Find(std::string_view module, uint32_t line) const {
+  const auto found = m_sites.find(KeyView{module, line});
+  return found != m_sites.end() ? &found->second : nullptr;
+}
+
+void LogSites::OpenWindow(LogSite &site, uint64_t nowMs) {
+  site.windowStartMs = nowMs;
+  site.admitted = 0;
+  site.dropped = 0;
+  site.dropLevel = 0;
+}
+
+bool LogSites::Admit(LogSite &site, uint32_t level) {
+  constexpr uint32_t kNoLimit = std::numeric_limits<uint32_t>::max();
+  if (m_burst == kNoLimit || site.admitted < m_burst) {
+    ++site.admitted;
+    ++site.account.printed;
+    return true;
+  }
+  ++site.dropped;
+  ++site.account.suppressed;
+  site.dropLevel = std::max(site.dropLevel, level);
+  return false;
+}
+
+}  // namespace kestrel

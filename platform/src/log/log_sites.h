@@ -1,0 +1,88 @@
+/* log_sites.h: what the log knows about each site, the pair of module and line: its counts and its
+ * rate limit.
+ *
+ * The rate limit is a window that opens with a site's first record: so many records are admitted in
+ * it, the rest is only counted.  The time, in milliseconds, comes with every call. */
+#ifndef KESTREL_SRC_LOG_LOG_SITES_H
+#define KESTREL_SRC_LOG_LOG_SITES_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#include "kestrel.h"
+
+namespace kestrel {
+
+struct LogSite {
+  std::string module;
+  uint32_t line = 0;
+  KestrelLogSite account{};
+  uint64_t windowStartMs = 0;
+  uint32_t admitted = 0;   // in this window
+  uint32_t dropped = 0;    // in this window
+  uint32_t dropLevel = 0;  // highest level among the dropped
+};
+
+class LogSites {
+ public:
+  static constexpr size_t kMaxSites = 4096;
+
+  LogSites(uint32_t windowMs, uint32_t burst) : m_windowMs(windowMs), m_burst(burst) {}
+
+  // Get finds or makes a site; once kMaxSites are known, new ones share the site ("other", 0).
+  // Throws std::bad_alloc.
+  LogSite &Get(std::string_view module, uint32_t line);
+
+  // Find returns null for a site never heard of.
+  const LogSite *Find(std::string_view module, uint32_t line) const;
+
+  // WindowIsOver says whether the next record opens a new window.
+  bool WindowIsOver(const LogSite &site, uint64_t nowMs) const {
+    return nowMs - site.windowStartMs >= m_windowMs;
+  }
+
+  // OpenWindow starts counting anew.
+  void OpenWindow(LogSite &site, uint64_t nowMs);
+
+  // Admit counts one record of the present window; false: it is beyond the limit.
+  bool Admit(LogSite &site, uint32_t level);
+
+  size_t Count() const { return m_sites.size(); }
+  uint32_t WindowMs() const { return m_windowMs; }
+
+  template <typename Visit>
+  void ForEach(Visit visit) {
+    for (auto &entry : m_sites) visit(entry.second);
+  }
+
+ private:
+  struct KeyView {
+    std::string_view module;
+    uint32_t line;
+  };
+  struct Key {
+    std::string module;
+    uint32_t line;
+    operator KeyView() const { return {module, line}; }
+  };
+  struct Hash {
+    using is_transparent = void;
+    size_t operator()(KeyView key) const {
+      return std::hash<std::string_view>()(key.module) * 31 + key.line;
+    }
+  };
+  struct Equal {
+    using is_transparent = void;
+    bool operator()(KeyView a, KeyView b) const { return a.line == b.line && a.module == b.module; }
+  };
+
+  uint32_t m_windowMs;
+  uint32_t m_burst;
+  std::unordered_map<Key, LogSite, Hash, Equal> m_sites;
+};
+
+}  // namespace kestrel
+
+#endif /* KESTREL_SRC_LOG_LOG_SITES_H */

@@ -1,0 +1,104 @@
+/* pool.h: one memory pool, malloc with an account.
+ *
+ * Every allocation is one of malloc, so a memory checker sees each of them with its exact bounds;
+ * the pool keeps beside them who holds how much. */
+#ifndef KESTREL_SRC_MEM_POOL_H
+#define KESTREL_SRC_MEM_POOL_H
+
+#include <functional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "kestrel.h"
+#include "mem/live_table.h"
+
+namespace kestrel {
+
+// Tally counts allocations and their bytes.
+struct Tally {
+  uint64_t count = 0;
+  uint64_t bytes = 0;
+
+  void Add(uint64_t size) {
+    ++count;
+    bytes += size;
+  }
+};
+
+// Account keeps what was ever allocated and freed; what is live is the difference.  (Two pairs that
+// only grow are quicker than one that both sides change: no load waits for half a store.)
+struct Account {
+  Tally allocated;
+  Tally freed;
+
+  uint64_t LiveCount() const { return allocated.count - freed.count; }
+  uint64_t LiveBytes() const { return allocated.bytes - freed.bytes; }
+};
+
+// BadFreeReport tells of a free of something that is not live in the pool.
+using BadFreeReport = std::function<void(const std::string &pool, const char *tag, uint32_t num)>;
+
+class Pool {
+ public:
+  Pool(std::string name, uint64_t limitBytes, BadFreeReport onBadFree);
+  ~Pool();  // frees what is still live
+  Pool(const Pool &) = delete;
+  Pool &operator=(const Pool &) = delete;
+
+  // Alloc returns null at the limit or without memory.  Throws std::bad_alloc for its own records.
+  void *Alloc(size_t size, const char *tag, uint32_t num);
+
+  // Free returns false, and frees nothing, when `p` is not live in this pool.
+  bool Free(void *p, const char *tag, uint32_t num);
+
+  // CountRefusal counts an allocation that failed by an exception.
+  void CountRefusal() { ++m_refusedCount; }
+
+  const std::string &Name() const { return m_name; }
+  KestrelMemStat Stat() const;
+  uint32_t TagCount() const { return static_cast<uint32_t>(m_tags.size()); }
+  KestrelMemTagStat TagStat(uint32_t index) const;
+
+ private:
+  struct Tag {
+    const char *text;
+    uint32_t num;
+    Account account;
+  };
+
+  // Tags are told apart by the address of their text: it outlives the pool.
+  struct TagKey {
+    const char *tag;
+    uint32_t num;
+    bool operator==(const TagKey &) const = default;
+  };
+  struct TagHash {
+    size_t operator()(const TagKey &key) const {
+      return std::hash<const void *>()(key.tag) * 31 + key.num;
+    }
+  };
+
+  bool ExceedsLimit(size_t size) const;
+  uint32_t TagIndex(const char *tag, uint32_t num);
+  uint32_t AddTag(const char *tag, uint32_t num);
+  void BookAlloc(size_t size, uint32_t tagIndex);
+  void BookFree(const LiveAlloc &alloc);
+
+  std::string m_name;
+  BadFreeReport m_onBadFree;
+  uint64_t m_limitBytes;
+  Account m_account;
+  uint64_t m_peakCount = 0;
+  uint64_t m_peakBytes = 0;
+  uint64_t m_refusedCount = 0;
+  uint64_t m_badFreeCount = 0;
+  LiveTable m_live;
+  std::vector<Tag> m_tags;
+  std::unordered_map<TagKey, uint32_t, TagHash> m_tagIndex;
+  uint32_t m_lastTag = 0;
+};
+
+}  // namespace kestrel
+
+#endif /* KESTREL_SRC_MEM_POOL_H */

@@ -1,0 +1,160 @@
+/* osal_avl3.cpp: the intrusive AVL tree on Boost.Intrusive's algorithms.
+ *
+ * Those algorithms want a header node whose links are root, first and last.  A tree keeps only
+ * these three words, so a header lives on the stack while a tree is changed; looking things up
+ * needs none.  A node's balance is kept in its two heights: the higher side has 1, the other 0. */
+#include "osal_avl3.h"
+
+#include <boost/intrusive/avltree_algorithms.hpp>
+
+namespace {
+
+using Node = OSAL_AVL3_NODE;
+using Tree = OSAL_AVL3_TREE;
+using Desc = OSAL_AVL3_DESC;
+
+enum class Lean { kLeft, kEven, kRight };
+
+struct NodeTraits {
+  using node = Node;
+  using node_ptr = Node *;
+  using const_node_ptr = const Node *;
+  using balance = Lean;
+
+  static node_ptr get_parent(const_node_ptr n) { return n->parent; }
+  static void set_parent(node_ptr n, node_ptr parent) { n->parent = parent; }
+  static node_ptr get_left(const_node_ptr n) { return n->left; }
+  static void set_left(node_ptr n, node_ptr left) { n->left = left; }
+  static node_ptr get_right(const_node_ptr n) { return n->right; }
+  static void set_right(node_ptr n, node_ptr right) { n->right = right; }
+
+  static balance get_balance(const_node_ptr n) {
+    if (n->leftHeight == n->rightHeight) return Lean::kEven;
+    return n->leftHeight > n->rightHeight ? Lean::kLeft : Lean::kRight;
+  }
+  static void set_balance(node_ptr n, balance lean) {
+    n->leftHeight = lean == Lean::kLeft ? 1 : 0;
+    n->rightHeight = lean == Lean::kRight ? 1 : 0;
+  }
+  static balance negative() { return Lean::kLeft; }
+  static balance zero() { return Lean::kEven; }
+  static balance positive() { return Lean::kRight; }
+};
+
+using Algorithms = boost::intrusive::avltree_algorithms<NodeTraits>;
+
+// Header lends a tree its header node while the tree is changed.
+class Header {
+ public:
+  explicit Header(Tree &tree) : m_tree(tree) {
+    if (tree.root == nullptr) {
+      m_node = {nullptr, &m_node, &m_node, 0, 0};
+      return;
+    }
+    m_node = {tree.root, tree.first, tree.last, 0, 0};
+    tree.root->parent = &m_node;
+  }
+  ~Header() {
+    if (m_node.parent == nullptr) {
+      m_tree = {};
+      return;
+    }
+    m_tree = {m_node.parent, m_node.left, m_node.right};
+    m_tree.root->parent = nullptr;
+  }
+  Header(const Header &) = delete;
+  Header &operator=(const Header &) = delete;
+
+  Node *Get() { return &m_node; }
+
+ private:
+  Tree &m_tree;
+  Node m_node;
+};
+
+const void *KeyOf(const Node *node, const Desc &desc) {
+  return reinterpret_cast<const char *>(node) - desc.nodeOffset + desc.keyOffset;
+}
+
+bool IsLinked(const Tree &tree, const Node *node) {
+  return node->parent != nullptr || tree.root == node;
+}
+
+Node *Leftmost(Node *node) {
+  while (node->left != nullptr) node = node->left;
+  return node;
+}
+
+// Place is where a search for a key ended: at an equal node, or below `parent` on one side.
+struct Place {
+  Node *equal = nullptr;
+  Node *parent = nullptr;
+  bool onLeft = true;
+  Node *lastGreater = nullptr;
+};
+
+Place Search(const Tree &tree, const Desc &desc, const void *key) {
+  Place place;
+  for (Node *node = tree.root; node != nullptr; node = place.onLeft ? node->left : node->right) {
+    const int32_t order = desc.cmp(key, KeyOf(node, desc));
+    if (order == 0) {
+      place.equal = node;
+      return place;
+    }
+    place.parent = node;
+    place.onLeft = order < 0;
+    if (place.onLeft) place.lastGreater = node;
+  }
+  return place;
+}
+
+}  // namespace
+
+OSAL_AVL3_NODE *OSAL_AVL3_Insert_Or_Find(OSAL_AVL3_TREE *tree, const OSAL_AVL3_DESC *desc,
+                                         OSAL_AVL3_NODE *node) {
+  const Place place = Search(*tree, *desc, KeyOf(node, *desc));
+  if (place.equal != nullptr) return place.equal;
+
+  Header header(*tree);
+  Algorithms::insert_commit_data commit;
+  commit.node = place.parent != nullptr ? place.parent : header.Get();
+  commit.link_left = place.onLeft;
+  Algorithms::insert_unique_commit(header.Get(), node, commit);
+  return nullptr;
+}
+
+OSAL_AVL3_NODE *OSAL_AVL3_Find(const OSAL_AVL3_TREE *tree, const OSAL_AVL3_DESC *desc,
+                               const void *key) {
+  return Search(*tree, *desc, key).equal;
+}
+
+OSAL_AVL3_NODE *OSAL_AVL3_First(const OSAL_AVL3_TREE *tree, const OSAL_AVL3_DESC *) {
+  return tree->first;
+}
+
+OSAL_AVL3_NODE *OSAL_AVL3_Next(const OSAL_AVL3_TREE *, const OSAL_AVL3_NODE *node,
+                               const OSAL_AVL3_DESC *) {
+  if (node->right != nullptr) return Leftmost(node->right);
+  const Node *child = node;
+  Node *parent = node->parent;
+  while (parent != nullptr && parent->right == child) {
+    child = parent;
+    parent = parent->parent;
+  }
+  return parent;
+}
+
+void OSAL_AVL3_Delete(OSAL_AVL3_TREE *tree, OSAL_AVL3_NODE *node, const OSAL_AVL3_DESC *) {
+  if (!IsLinked(*tree, node)) return;
+  {
+    Header header(*tree);
+    Algorithms::erase(header.Get(), node);
+  }
+  *node = OSAL_AVL3_NODE_FRESH;
+}
+
+OSAL_AVL3_NODE *AVL3_Find_Or_Find_Next(const OSAL_AVL3_TREE *tree, const OSAL_AVL3_DESC *desc,
+                                       const void *key) {
+  const Place place = Search(*tree, *desc, key);
+  return place.equal != nullptr ? place.equal : place.lastGreater;
+}
