@@ -15,6 +15,11 @@ inline constexpr char kLogModule[] = "logDefault";
 // LogWanted takes a record through counting and the first half; true: print it now.
 bool LogWanted(uint64_t log, const char *module, const LogSite &site);
 
+// ContextTag is how logs name an instance: never its full address.
+constexpr uint32_t ContextTag(uintptr_t address) {
+  return static_cast<uint32_t>((address & 0xFFFE) | 1);
+}
+
 // UriText is a NUL-terminated copy of a 64-byte uri field, which need not be terminated itself.
 class UriText {
  public:

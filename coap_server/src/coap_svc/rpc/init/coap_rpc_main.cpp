@@ -32,13 +32,8 @@ static_assert(std::size(g_CoapRpcLibModVTbl) == COAP_RPC_LIB_MOD_ROWS);
 
 namespace {
 
-// ContextTag is how logs name an instance: never its full address.
-uint32_t ContextTag(const CoapRpcCtx *ctx) {
-  return static_cast<uint32_t>((reinterpret_cast<uintptr_t>(ctx) & 0xFFFE) | 1);
-}
-
 void TakeDown(CoapRpcCtx *ctx) {
-  COAP_RPC_DEBUG(ctx, "[CoapRpc]rpc(%#x)\n", ContextTag(ctx));
+  COAP_RPC_DEBUG(ctx, "[CoapRpc]rpc(%#x)\n", ContextTag(reinterpret_cast<uintptr_t>(ctx)));
   KST_ModsUninit(g_CoapRpcModVTbl, ctx, COAP_RPC_MOD_ROWS);
   COAP_RpcDataDelete_(ctx);
 }
