@@ -8,6 +8,7 @@
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/common/coap_rpc_safe.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_caller.h"
 #include "csvc_dbg.h"
 #include "osal.h"
 
@@ -15,21 +16,30 @@ namespace {
 
 using namespace coap_rpc;
 
-constexpr int kNumFrames = 4;
-constexpr int kCallerFrame = 3;  // 0 the look-up, 1 the handler, 2 libcoap's logger, 3 its caller
+// An address sanitizer answers backtrace() itself and is the first frame then.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr int kForeignFrames = 1;
+#else
+constexpr int kForeignFrames = 0;
+#endif
+// Frame 0 is the look-up, 1 the handler, 2 libcoap's logger, 3 its caller.
+constexpr int kCallerFrame = kForeignFrames + 3;
+constexpr int kNumFrames = kCallerFrame + 1;
 
 struct CFree {
   void operator()(void *p) const { free(p); }
 };
 
 CoapRpcCtx *g_logRoot = nullptr;
+CallerNames g_callerNames;
 
 // NameStart returns the text behind the last '/' and the first '(' after it.  Without either the
 // whole text is meant, and its first character is skipped all the same, deliberately.
 const char *NameStart(const char *symbol) {
   const char *slash = OSAL_StrRChr(symbol, '/');
   const char *paren = slash ? OSAL_StrChr(slash, '(') : nullptr;
-  return (paren ? paren : symbol) + 1;
+  const char *before = paren ? paren : symbol;
+  return *before != '\0' ? before + 1 : before;
 }
 
 const LogSite &SiteOf(coap_log_t level) {
@@ -48,11 +58,11 @@ __attribute__((noinline)) const char *COAP_RpcLibCoapGetLogCallFuncName_(char *b
   if (backtrace(frames, kNumFrames) < kNumFrames) return "__get_ptr_ng__";
   const std::unique_ptr<char *, CFree> symbols(backtrace_symbols(frames, kNumFrames));
   if (!symbols) return "__get_str_ng__";
-  if (snprintf_truncated_s(buf, static_cast<size_t>(len), "%s",
-                           NameStart(symbols.get()[kCallerFrame])) < 1) {
+  const size_t size = len > 0 ? static_cast<size_t>(len) : 0;
+  if (snprintf_truncated_s(buf, size, "%s", NameStart(symbols.get()[kCallerFrame])) < 1) {
     return "__snprintf_str_ng__";
   }
-  rsize_t left = static_cast<rsize_t>(len);
+  rsize_t left = size;
   char *rest = nullptr;
   strtok_s(buf, &left, "+", &rest);
   return buf;
@@ -61,8 +71,14 @@ __attribute__((noinline)) const char *COAP_RpcLibCoapGetLogCallFuncName_(char *b
 __attribute__((noinline)) void CORP_RpcLibCoapLog(coap_log_t level, const char *message) {
   const CoapRpcCtx *ctx = g_logRoot;
   if (!ctx) return;
-  char buf[kFuncNameSize];
-  const char *func = COAP_RpcLibCoapGetLogCallFuncName_(buf, sizeof(buf));
+  char buf[kFuncNameSize] = {};
+  const void *caller = CallerOfLogger(__builtin_return_address(0), __builtin_frame_address(0));
+  const char *func = g_callerNames.Find(caller);
+  if (!func) {
+    // Called from here and nowhere deeper: the look-up counts the calls above itself.
+    func = COAP_RpcLibCoapGetLogCallFuncName_(buf, sizeof(buf));
+    if (func == buf) g_callerNames.Remember(caller, func);
+  }
   const auto number = static_cast<uint32_t>(level);
   COAP_RPC_LOG(ctx->log, SiteOf(level), "[CoapRpc][%s], level = %u, msg = %s", func, number,
                message);

@@ -1,0 +1,44 @@
+/* coap_rpc_lib_caller.h: which code called libcoap's logger, and the names already looked up.
+ *
+ * Looking a name up costs more than handling the request that it is logged for, and libcoap logs
+ * several messages for each: a name is looked up once for each place that logs. */
+#ifndef COAP_RPC_LIB_CALLER_H
+#define COAP_RPC_LIB_CALLER_H
+
+#include <cstddef>
+
+namespace coap_rpc {
+
+// CallerOfLogger returns the address behind the call of libcoap's logger, which called a log
+// handler with this return address and frame; null when that cannot be had.
+const void *CallerOfLogger(const void *handlerReturn, const void *handlerFrame);
+
+// CallerNames remembers names by the address of the code that logs.  Fixed size: a name takes the
+// place of an older one when there is no room, and a long name is not remembered.
+class CallerNames {
+ public:
+  // Find returns the name of a caller, valid until the next Remember; null when not remembered.
+  const char *Find(const void *caller) const;
+
+  void Remember(const void *caller, const char *name);
+
+ private:
+  static constexpr unsigned kSlotBits = 9;  // libcoap logs from some hundred places
+  static constexpr unsigned kHashShift = 64 - kSlotBits;
+  static constexpr size_t kNumSlots = size_t{1} << kSlotBits;
+  static constexpr size_t kNameSize = 56;
+  static constexpr size_t kMaxSteps = 8;
+
+  struct Slot {
+    const void *caller;
+    char name[kNameSize];
+  };
+
+  static size_t HomeOf(const void *caller);
+
+  Slot slots_[kNumSlots];
+};
+
+}  // namespace coap_rpc
+
+#endif /* COAP_RPC_LIB_CALLER_H */
