@@ -1,11 +1,18 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
 
+#include <unistd.h>
+
+#include <cstring>
+
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_observe.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_log.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_msg.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_conn.h"
 #include "kst_tmr.h"
 
 namespace {
@@ -14,6 +21,8 @@ using namespace coap_rpc;
 
 // libcoap's clean-up resets state that all instances of the process share: the last one does it.
 uint32_t g_numStarted = 0;
+
+CoapRpcLibSleep g_sleep = sleep;
 
 void StartLibCoap(const CoapRpcLibCtx *lib) {
   coap_startup();
@@ -31,6 +40,55 @@ void RegisterHandlers(CoapRpcCtx *ctx, const CoapRpcLibCtx *lib) {
   coap_persist_track_funcs(lib->coapCtx, lib->observeAdded, lib->observeDeleted, nullptr, nullptr,
                            nullptr, 0, ctx);
 }
+
+// Libcoap returns the instance's libcoap context; null while it is not started.
+coap_context_t *Libcoap(const CoapRpcCtx *ctx) { return ctx->lib ? ctx->lib->coapCtx : nullptr; }
+
+// PathOf borrows a uri of up to 64 characters, which need not be terminated then.
+coap_str_const_t PathOf(const char *uri) {
+  return {strnlen(uri, COAP_RPC_URI_SIZE), reinterpret_cast<const uint8_t *>(uri)};
+}
+
+coap_resource_t *FindResource(const CoapRpcCtx *ctx, const char *uri) {
+  coap_str_const_t path = PathOf(uri);
+  coap_context_t *coapCtx = Libcoap(ctx);
+  return coapCtx ? coap_get_resource_from_uri_path(coapCtx, &path) : nullptr;
+}
+
+coap_resource_t *NewResource(const CoapRpcCtx *ctx, const char *uri) {
+  coap_str_const_t path = PathOf(uri);
+  return Libcoap(ctx) ? coap_resource_init(&path, 0) : nullptr;
+}
+
+void RegisterMethods(const CoapRpcLibCtx *lib, coap_resource_t *resource) {
+  coap_register_handler(resource, COAP_REQUEST_GET, lib->getHandler);
+  coap_register_handler(resource, COAP_REQUEST_POST, lib->postHandler);
+  coap_register_handler(resource, COAP_REQUEST_PUT, lib->putHandler);
+  coap_register_handler(resource, COAP_REQUEST_DELETE, lib->deleteHandler);
+}
+
+void MakeObservable(coap_resource_t *resource, const CoapRpcUriKey *key) {
+  coap_resource_set_get_observable(resource, key->observe != 0);
+}
+
+void SetNotifyMode(CoapRpcCtx *ctx, coap_resource_t *resource, const CoapRpcUriKey *key) {
+  if (key->observe == 0) return;
+  const uint32_t mode = key->msgType == COAP_RPC_CON ? COAP_RESOURCE_FLAGS_NOTIFY_CON
+                                                     : COAP_RESOURCE_FLAGS_NOTIFY_NON;
+  coap_resource_set_mode(resource, static_cast<int>(mode));
+  // Neither prefix nor line end, deliberately (CreateOrUpdateResource_* in test_coap_rpc_lib_ctx).
+  COAP_RPC_DEBUG(ctx, "set observe mode:%u.", mode);
+}
+
+// ProcessOnce lets libcoap do what is due, without waiting.  False: there is no libcoap context; a
+// callback may have taken it down.
+bool ProcessOnce(const CoapRpcCtx *ctx) {
+  coap_context_t *coapCtx = Libcoap(ctx);
+  if (coapCtx) coap_io_process(coapCtx, COAP_IO_NO_WAIT);
+  return coapCtx != nullptr;
+}
+
+bool IsServicePending(const CoapRpcCtx *ctx) { return ctx->lib && ctx->lib->svcFlag != 0; }
 
 void StopTimer(CoapRpcCtx *ctx, CoapRpcLibCtx *lib) {
   if (lib->taskTmr == 0) return;
@@ -93,6 +151,67 @@ void COAP_RpcLibCleanup_(CoapRpcCtx *ctx, CoapRpcLibCtx *lib) {
   if (--g_numStarted == 0) coap_cleanup();
 }
 
+CoapRpcLibSleep CoapRpcLibSetSleep(CoapRpcLibSleep sleepFunc) {
+  const CoapRpcLibSleep old = g_sleep;
+  g_sleep = sleepFunc;
+  return old;
+}
+
+coap_endpoint_t *COAP_RpcCreateEndPoint(CoapRpcCtx *ctx, const CoapRpcSerListenAddr *addr) {
+  if (!Libcoap(ctx)) return nullptr;
+  coap_address_t address;
+  uint32_t protocol = 0;
+  COAP_RpcSetAddress(&address, &addr->listenAddr, addr->port);
+  COAP_RpcSetPort(&protocol, addr->port);
+  for (uint32_t i = 0; i < kEndPointAttempts; ++i) {
+    coap_endpoint_t *endPoint =
+        CoapRpcLibNewEndPoint(Libcoap(ctx), &address, static_cast<coap_proto_t>(protocol));
+    if (endPoint) {
+      COAP_RPC_DEBUG(ctx, "[CoapRpc]add endPoint success, addr:0x%x, port:%u.\n",
+                     addr->listenAddr.addr.ipv4, addr->port);
+      return endPoint;
+    }
+    g_sleep(kEndPointRetrySeconds);
+  }
+  return nullptr;
+}
+
+void COAP_RpcDeleteEndPoint(CoapRpcCtx *ctx, CoapRpcSerListen *listen) {
+  if (!listen || !listen->endPoint) return;
+  CoapRpcLibDisconnectAll(listen->endPoint);
+  coap_free_endpoint(listen->endPoint);
+  listen->endPoint = nullptr;
+  COAP_RPC_DEBUG(ctx, "[CoapRpc]del endPoint success, addr:0x%x, port:%u.\n",
+                 listen->key.listenAddr.addr.ipv4, listen->key.port);
+}
+
+uint32_t COAP_RpcCreateOrUpdateResource(CoapRpcCtx *ctx, const CoapRpcUriKey *key) {
+  if (coap_resource_t *existing = FindResource(ctx, key->uri)) {
+    if (key->observe != 0) MakeObservable(existing, key);
+    return 0;
+  }
+  coap_resource_t *resource = NewResource(ctx, key->uri);
+  if (!resource) return Code(kSiteCreateResourceFailed);
+  RegisterMethods(ctx->lib, resource);
+  MakeObservable(resource, key);
+  coap_add_resource(ctx->lib->coapCtx, resource);
+  SetNotifyMode(ctx, resource, key);
+  coap_resource_set_userdata(resource, ctx->lib->resUserData);
+  COAP_RPC_DEBUG(ctx,
+                 "[CoapRpc]add resource success, uri:%s, msgType:%u, observe:%u, pktType:%u.\n",
+                 COAP_RPC_KEY_ARGS(*key));
+  return 0;
+}
+
+void COAP_RpcDeleteResource(CoapRpcCtx *ctx, const char *uri) {
+  coap_resource_t *resource = FindResource(ctx, uri);
+  if (!resource) return;
+  // What libcoap still calls for this resource finds no instance then.
+  coap_resource_set_userdata(resource, nullptr);
+  coap_delete_resource(ctx->lib->coapCtx, resource);
+  COAP_RPC_DEBUG(ctx, "[CoapRpc]del resource success, uri:%.*s.\n", COAP_RPC_URI_SIZE, uri);
+}
+
 uint32_t COAP_RpcStartTaskTimer(CoapRpcCtx *ctx) {
   CoapRpcLibCtx *lib = ctx->lib;
   if (lib->taskTmr != 0) return 0;
@@ -114,19 +233,17 @@ uint32_t COAP_RpcRefreshTaskTimer(CoapRpcCtx *ctx) {
 void COAP_RpcSetSvcFlag(CoapRpcCtx *ctx) { ctx->lib->svcFlag = 1; }
 
 uint32_t COAP_RpcProcTask(void *root) {
-  CoapRpcLibCtx *lib = static_cast<CoapRpcCtx *>(root)->lib;
+  const auto *ctx = static_cast<CoapRpcCtx *>(root);
   uint32_t numCalls = 0;
-  do {
-    if (!lib->coapCtx) break;
-    coap_io_process(lib->coapCtx, COAP_IO_NO_WAIT);
-  } while (++numCalls < kCallsPerServiceTick && lib->svcFlag != 0);
+  while (ProcessOnce(ctx) && ++numCalls < kCallsPerServiceTick && IsServicePending(ctx)) {
+  }
   return 0;
 }
 
 uint32_t COAP_RpcProcQuickTask(void *root) {
-  CoapRpcLibCtx *lib = static_cast<CoapRpcCtx *>(root)->lib;
-  for (uint32_t i = 0; i < kCallsPerQuickTick && lib->coapCtx; ++i) {
-    coap_io_process(lib->coapCtx, COAP_IO_NO_WAIT);
+  const auto *ctx = static_cast<CoapRpcCtx *>(root);
+  uint32_t numCalls = 0;
+  while (ProcessOnce(ctx) && ++numCalls < kCallsPerQuickTick) {
   }
   return 0;
 }

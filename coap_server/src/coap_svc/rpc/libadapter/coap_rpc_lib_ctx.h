@@ -52,9 +52,19 @@ COAP_RPC_API uint32_t COAP_RpcLibStartup_(CoapRpcCtx *ctx, CoapRpcLibCtx *lib);
 COAP_RPC_API void COAP_RpcLibCleanup_(CoapRpcCtx *ctx, CoapRpcLibCtx *lib);
 
 /* COAP_RpcCreateEndPoint opens a UDP endpoint.  Up to three attempts, each failed one followed by
- * a second of sleep.  Returns the endpoint or null. */
+ * a second of sleep.  Returns the endpoint or null.
+ *
+ * The endpoint has its address and port for itself: it cannot be opened while any socket of the
+ * machine holds them, and no other socket can be bound to them afterwards, be it with SO_REUSEADDR
+ * or SO_REUSEPORT, in this process or another, to the same address or to the wildcard address of
+ * its family.  An IPv6 endpoint takes IPv6 only and leaves the port to an IPv4 one. */
 COAP_RPC_API coap_endpoint_t *COAP_RpcCreateEndPoint(CoapRpcCtx *ctx,
                                                      const CoapRpcSerListenAddr *addr);
+
+/* CoapRpcLibSetSleep replaces what sleeps between the attempts, for the whole process, and returns
+ * what was there: for tests. */
+typedef unsigned int (*CoapRpcLibSleep)(unsigned int seconds);
+CoapRpcLibSleep CoapRpcLibSetSleep(CoapRpcLibSleep sleepFunc);
 
 /* COAP_RpcDeleteEndPoint disconnects the sessions of a listen's endpoint, frees it and clears the
  * listen's field.  Null listens and endpoints are ignored. */

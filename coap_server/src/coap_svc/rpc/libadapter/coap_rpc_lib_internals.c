@@ -1,6 +1,59 @@
 #include "coap3/coap_internal.h"
 
+#include <netinet/in.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
+
+/* WantPacketInfo asks for the local address of each datagram, which a session is known by. */
+static int WantPacketInfo(int fd, int family) {
+  const int on = 1;
+  if (family == AF_INET) return setsockopt(fd, IPPROTO_IP, IP_PKTINFO, &on, sizeof(on));
+  if (setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &on, sizeof(on)) != 0) return -1;
+  return setsockopt(fd, IPPROTO_IPV6, IPV6_RECVPKTINFO, &on, sizeof(on));
+}
+
+/* OpenSocket returns a socket of its own at an address, or -1. */
+static int OpenSocket(const coap_address_t *addr) {
+  const int family = addr->addr.sa.sa_family;
+  const int fd = socket(family, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (fd >= 0 && WantPacketInfo(fd, family) == 0 && bind(fd, &addr->addr.sa, addr->size) == 0) {
+    return fd;
+  }
+  coap_log_warn("cannot open endpoint: %s\n", coap_socket_strerror());
+  if (fd >= 0) close(fd);
+  return -1;
+}
+
+/* Adopt puts a bound socket into an endpoint, in place of the one that is there. */
+static void Adopt(coap_endpoint_t *endPoint, int fd) {
+  const coap_socket_flags_t flags = endPoint->sock.flags;
+  coap_socket_close(&endPoint->sock);
+  endPoint->sock.fd = fd;
+  endPoint->sock.flags = flags;
+  endPoint->sock.endpoint = endPoint;
+  endPoint->bind_addr.size = sizeof(endPoint->bind_addr.addr);
+  getsockname(fd, &endPoint->bind_addr.addr.sa, &endPoint->bind_addr.size);
+  coap_epoll_ctl_add(&endPoint->sock, EPOLLIN, __func__);
+}
+
+coap_endpoint_t *CoapRpcLibNewEndPoint(coap_context_t *coapCtx, const coap_address_t *addr,
+                                       coap_proto_t protocol) {
+  const int fd = OpenSocket(addr);
+  if (fd < 0) return NULL;
+  /* libcoap opens its own socket, at any port, which lives for a moment only. */
+  coap_address_t anyPort = *addr;
+  coap_address_set_port(&anyPort, 0);
+  coap_endpoint_t *endPoint = coap_new_endpoint(coapCtx, &anyPort, protocol);
+  if (endPoint) {
+    Adopt(endPoint, fd);
+  } else {
+    close(fd);
+  }
+  return endPoint;
+}
 
 const coap_pdu_t *CoapRpcLibSubscriptionPdu(const coap_subscription_t *subscription) {
   return subscription ? subscription->pdu : NULL;

@@ -16,6 +16,11 @@ const coap_pdu_t *CoapRpcLibSubscriptionPdu(const coap_subscription_t *subscript
 /* CoapRpcLibStripQuery removes every Uri-Query option from the stored request. */
 void CoapRpcLibStripQuery(coap_subscription_t *subscription);
 
+/* CoapRpcLibNewEndPoint opens an endpoint on a socket that shares its address and port with no
+ * other one; libcoap's own socket would, with any that asks for it.  Returns null on failure. */
+coap_endpoint_t *CoapRpcLibNewEndPoint(coap_context_t *coapCtx, const coap_address_t *addr,
+                                       coap_proto_t protocol);
+
 /* CoapRpcLibDisconnectAll disconnects every session of an endpoint, and with them their observers,
  * queued messages and block transfers; libcoap cannot free the endpoint safely before. */
 void CoapRpcLibDisconnectAll(coap_endpoint_t *endPoint);
