@@ -118,6 +118,7 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(ProcUpdateTupleFailed,   kPathSerUri,      113,    0, "COAP_RpcSerProcUpdateTuple: tuple not changed") \
   X(AddUriObVtblNoMemory,    kPathSerUri,      167,    0, "COAP_RpcSerAddUriObVtbl: no memory for the observe record") \
   X(UriRegSerVtblFailed,     kPathSerUri,      251,    0, "COAP_RpcUriRegSerVtbl: entry cannot be made") \
+  X(AddUriObVtblNoCmp,       kPathSerUri,     1431,    0, "COAP_RpcSerAddUriObVtbl: the observe record has no comparator") \
   X(CreatListenNoListen,     kPathSerConn,     152,    0, "COAP_RpcSerCreatListen: listen record cannot be made") \
   X(CreatListenNoEndPoint,   kPathSerConn,     157,    0, "COAP_RpcSerCreatListen: endpoint cannot be opened") \
   X(CreatListenNotBound,     kPathSerConn,     163,    0, "COAP_RpcSerCreatListen: key is not registered") \

@@ -59,13 +59,16 @@ COAP_RPC_API CoapRpcSerUriVtbl *COAP_RpcSerFindFirstUriVtbl(CoapRpcSerData *ser)
 COAP_RPC_API CoapRpcSerUriVtbl *COAP_RpcSerFindNextUriVtbl(CoapRpcSerData *ser,
                                                            const CoapRpcUriKey *key);
 
-/* COAP_RpcSerAddUriVtbl makes an entry; null without memory or for a key that is there already. */
+/* COAP_RpcSerAddUriVtbl makes an entry; null without memory, for a key that is there already, or
+ * for an observe record without comparator. */
 COAP_RPC_API CoapRpcSerUriVtbl *COAP_RpcSerAddUriVtbl(CoapRpcSerData *ser, const CoapRpcUriKey *key,
                                                       const CoapRpcSerVtblReg *reg,
                                                       const CoapRpcSerObVtblReg *obReg);
 
 /* COAP_RpcSerAddUriObVtbl gives an entry its observe record and empties its sets; nothing for a
- * null record.  Returns 0 or 1900000167 without memory. */
+ * null record.  A former record goes with its tuples and changes; the update timer stays.
+ *
+ * Returns 0 or:  1900000167 no memory   1900001431 no comparator (the entry is left as it was) */
 COAP_RPC_API uint32_t COAP_RpcSerAddUriObVtbl(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry,
                                               const CoapRpcSerObVtblReg *obReg);
 
