@@ -26,10 +26,11 @@ struct CoapRpcCliSession {
   CoapRpcLink uriDataList;                       /* CoapRpcCliReqData by sessionLink */
   uint32_t msgStatistic[COAP_RPC_NUM_MSG_TYPES]; /* successful sends: CON, NON, ACK, RST */
   uint32_t agingTick;                            /* remaining ticks; 90 whenever armed */
+  uint32_t holds;                                /* sends under way; a held session is not freed */
 };
 
-/* Module rows; the record is the CoapRpcCliData.  Init starts the aging timer; Uninit frees every
- * session without requests and asserts on the others. */
+/* Module rows; the record is the CoapRpcCliData.  Init starts the aging timer, 1900001401 when that
+ * fails; Uninit frees every session without requests and asserts on the others. */
 COAP_RPC_API uint32_t COAP_RpcCliSessionInit(void *cli);
 COAP_RPC_API uint32_t COAP_RpcCliSessionUninit(void *cli);
 
@@ -48,7 +49,8 @@ COAP_RPC_API CoapRpcCliSession *COAP_RpcCliAddSession(CoapRpcCliData *cli,
                                                       const CoapRpcUriKey *notRead,
                                                       const CoapRpcCliAddr *addr);
 
-/* COAP_RpcCliTryDelSession frees a session that has no requests. */
+/* COAP_RpcCliTryDelSession frees a session that has no requests; one that is sending at the moment
+ * goes to the aging list instead. */
 COAP_RPC_API void COAP_RpcCliTryDelSession(CoapRpcCliData *cli, CoapRpcCliSession *session);
 
 /* Aging list: a session without requests goes to its tail with 90 ticks; any leaves it. */
@@ -57,6 +59,7 @@ COAP_RPC_API void COAP_RpcCliRemoveAgingList(CoapRpcCliData *cli, CoapRpcCliSess
 
 /* COAP_RpcCliAgingSessionTimeOut is the aging tick; `root` is the root context.  Always 0. */
 COAP_RPC_API uint32_t COAP_RpcCliAgingSessionTimeOut(void *root);
+/* Start: 0 or 1900001401.  Stop: only when the aging list is empty. */
 COAP_RPC_API uint32_t COAP_RpcCliTryStartAgingSessionTimer(CoapRpcCliData *cli);
 COAP_RPC_API void COAP_RpcCliTryStopAgingSessionTimer(CoapRpcCliData *cli);
 

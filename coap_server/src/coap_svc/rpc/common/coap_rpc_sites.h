@@ -78,6 +78,8 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(TrySendReqNotSent,       kPathCliReq,     1104,    0, "COAP_RpcTrySendReq: request not sent") \
   X(CliSetReqModeNoRecord,   kPathCliReq,     1105,    0, "COAP_RpcCliSetReqMode: no such request") \
   X(CliReqPayloadNoMemory,   kPathCliReq,     1106,    0, "COAP_RpcCliReqPayload: no memory for the payload copy") \
+  X(StartAgingTimerFailed,   kPathCliSession, 1401,    0, "COAP_RpcCliTryStartAgingSessionTimer: timer not started") \
+  X(StartResendTimerFailed,  kPathCliReq,     1402,    0, "COAP_RpcStartReSendReqTimer: timer not started") \
   X(CreateResourceFailed,    kPathLibCtx,       71,    0, "COAP_RpcCreateOrUpdateResource: libcoap makes no resource") \
   X(StartTaskTimerFailed,    kPathLibCtx,      156,    0, "COAP_RpcStartTaskTimer: timer not started") \
   X(RefreshTaskTimerFailed,  kPathLibCtx,      171,    0, "COAP_RpcRefreshTaskTimer: quick timer not started") \
