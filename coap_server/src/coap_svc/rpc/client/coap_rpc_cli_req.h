@@ -32,6 +32,8 @@ struct CoapRpcCliReqData {
   uint32_t reSnd;             /* send attempts */
   uint32_t Tout;              /* reports of too many retransmissions */
   uint32_t mode;              /* check-code mode of the next send */
+  uint32_t holds;             /* functions at work on the record; a held one is not freed */
+  uint32_t isDropped;         /* 1: deleted while held, in no table; freed with the last hold */
 };
 
 /* Module rows; the record is the CoapRpcCliData. */
@@ -53,6 +55,8 @@ COAP_RPC_API CoapRpcCliReqData *COAP_RpcCliFindNextReqData(CoapRpcCliData *cli,
 COAP_RPC_API CoapRpcCliReqData *COAP_RpcCliAddReqData(CoapRpcCliData *cli,
                                                       const CoapRpcCliReqKey *key,
                                                       const CoapRpcCliAddr *addr);
+/* COAP_RpcCliDelReqData takes a record out of table and lists and frees it, once nothing holds it.
+ */
 COAP_RPC_API void COAP_RpcCliDelReqData(CoapRpcCliData *cli, CoapRpcCliReqData *req);
 
 /* Binding of a record to one session; the old session is offered to the aging list. */
@@ -76,7 +80,9 @@ COAP_RPC_API void COAP_RpcCliReqPayloadFree(CoapRpcCliData *cli, CoapRpcCliReqDa
 COAP_RPC_API uint32_t COAP_RpcTrySendReq(CoapRpcCtx *ctx, CoapRpcCliSession *session,
                                          CoapRpcCliReqData *req);
 
-/* Resend timer, 1001 ms while the list is not empty; a tick logs up to 20 records and sends 19. */
+/* Resend timer, 1001 ms while the list is not empty; a tick logs up to 20 records and sends 19.
+ * Start: 0 (also when it runs) or 1900001402.  What callbacks queue during a tick waits for the
+ * next one. */
 COAP_RPC_API uint32_t COAP_RpcStartReSendReqTimer(CoapRpcCtx *ctx);
 COAP_RPC_API uint32_t COAP_RpcReSendReqTimeOut(void *root);
 COAP_RPC_API void COAP_RpcTryStopReSendReqTimer(CoapRpcCtx *ctx);
