@@ -1,0 +1,97 @@
+#include "coap_svc/rpc/common/coap_rpc_log_site.h"
+#include "coap_svc/rpc/common/coap_rpc_own.h"
+#include "coap_svc/rpc/common/coap_rpc_table.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_tuple_bytes.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
+
+using namespace coap_rpc;
+
+namespace {
+
+using TupleTable = Table<CoapRpcUriTuple, void, offsetof(CoapRpcUriTuple, node)>;
+
+TupleTable TuplesOf(CoapRpcSerUriVtbl *entry) {
+  return TupleTable(entry->tupleSetTree, entry->tupleSetDesc);
+}
+
+// HoldsTuples is false for a URI that publishes nothing, whose set has no order either.
+bool HoldsTuples(const CoapRpcSerUriVtbl *entry) {
+  return entry->obVtbl && entry->tupleSetDesc.cmp;
+}
+
+}  // namespace
+
+uint32_t COAP_RpcSerProcUpdateTuple(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry,
+                                    const CoapRpcUriKey *, const void *tupleKey,
+                                    const void *tupleVal) {
+  CoapRpcUriTuple *tuple = COAP_RpcSerFindUriTuple(entry, tupleKey);
+  if (!tuple) {
+    // A tuple that finds no memory is deliberately not reported: its change is still to be queued.
+    COAP_RpcSerAddUriTuple(ctx, entry, tupleKey, tupleVal);
+    return 0;
+  }
+  const uint32_t ret = COAP_RpcSerUpdateUriTuple(ctx, entry, tuple, tupleKey, tupleVal);
+  return ret == 0 ? 0 : Code(kSiteProcUpdateTupleFailed);
+}
+
+void COAP_RpcSerProcDelTuple(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const CoapRpcUriKey *,
+                             const void *tupleKey) {
+  COAP_RpcSerDelUriTuple(ctx, entry, COAP_RpcSerFindUriTuple(entry, tupleKey));
+}
+
+CoapRpcUriTuple *COAP_RpcSerFindUriTuple(CoapRpcSerUriVtbl *entry, const void *tupleKey) {
+  return HoldsTuples(entry) ? TuplesOf(entry).Find(tupleKey) : nullptr;
+}
+
+CoapRpcUriTuple *COAP_RpcSerGetFirstUriTuple(CoapRpcSerUriVtbl *entry) {
+  return TuplesOf(entry).First();
+}
+
+CoapRpcUriTuple *COAP_RpcSerGetNextUriTuple(CoapRpcSerUriVtbl *entry,
+                                            const CoapRpcUriTuple *tuple) {
+  return TuplesOf(entry).Next(tuple);
+}
+
+CoapRpcUriTuple *COAP_RpcSerAddUriTuple(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry,
+                                        const void *tupleKey, const void *tupleVal) {
+  if (!HoldsTuples(entry)) return nullptr;
+  const CoapRpcSerObVtblReg &ob = *entry->obVtbl;
+  auto tuple = NewZeroed<CoapRpcUriTuple>(ctx->param.memHandle, TupleBytes(ob));
+  if (!tuple) return nullptr;
+  CopyTupleKey(ob, tuple->key, tupleKey, kSiteAddUriTupleKeyCopy);
+  CopyTupleVal(ob, tuple->key, tupleVal, kSiteAddUriTupleValCopy);
+  if (!TuplesOf(entry).Insert(tuple.get())) return nullptr;
+
+  COAP_RPC_LOG(ctx->log, kLogAddUriTuple,
+               "[CoapRpc]insert when add uri tuple, uri:%s, msgType:%u, observe:%u, pktType:%u.\n",
+               COAP_RPC_KEY_ARGS(entry->key));
+  return tuple.release();
+}
+
+uint32_t COAP_RpcSerUpdateUriTuple(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry,
+                                   CoapRpcUriTuple *tuple, const void *, const void *tupleVal) {
+  CopyTupleVal(*entry->obVtbl, tuple->key, tupleVal, kSiteUpdateUriTupleValCopy);
+  COAP_RPC_LOG(ctx->log, kLogUpdateUriTuple,
+               "[CoapRpc]update when add uri tuple, uri:%s, msgType:%u, observe:%u, pktType:%u.\n",
+               COAP_RPC_KEY_ARGS(entry->key));
+  return 0;
+}
+
+void COAP_RpcSerDelUriTuple(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, CoapRpcUriTuple *tuple) {
+  if (!tuple) return;
+  TuplesOf(entry).Remove(tuple);
+  PoolFree(ctx->param.memHandle, tuple);
+}
+
+void COAP_RpcSerDelAllUriTuple(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
+  TuplesOf(entry).Drain([&](CoapRpcUriTuple *tuple) { COAP_RpcSerDelUriTuple(ctx, entry, tuple); });
+}
+
+uint32_t COAP_RpcGetTupleSetCnt(CoapRpcSerUriVtbl *entry) {
+  uint32_t numTuples = 0;
+  for (CoapRpcUriTuple *tuple = COAP_RpcSerGetFirstUriTuple(entry); tuple;
+       tuple = COAP_RpcSerGetNextUriTuple(entry, tuple)) {
+    ++numTuples;
+  }
+  return numTuples;
+}
