@@ -86,6 +86,7 @@ class ContractAvl3 : public testing::Test {
 
 void ContractAvl3::ExpectSound(const std::map<int32_t, Rec *> &expected) {
   std::vector<int32_t> keys;
+  keys.reserve(expected.size());
   for (const auto &[key, rec] : expected) keys.push_back(key);
   EXPECT_EQ(Keys(), keys);
   EXPECT_GE(HeightOf(tree_.root, nullptr), 0) << "links or balance";

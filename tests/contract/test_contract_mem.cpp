@@ -1,8 +1,7 @@
 /* test_contract_mem.cpp: pooled memory and framework strings. */
 #include <cstddef>
-#include <cstdlib>
 #include <cstring>
-#include <set>
+#include <memory>
 #include <string>
 
 #include "contract_test.h"
@@ -91,12 +90,10 @@ TEST_F(ContractMem, Free_Twice_IsRefused) {
 
 TEST_F(ContractMem, Free_ForeignPointers_AreRefused) {
   int onStack = 7;
-  void *onHeap = std::malloc(64);
-  ASSERT_NE(onHeap, nullptr);
+  const auto onHeap = std::make_unique<uint64_t[]>(8);
   EXPECT_NE(Free(&onStack), 0u);
-  EXPECT_NE(Free(onHeap), 0u);
+  EXPECT_NE(Free(onHeap.get()), 0u);
   EXPECT_EQ(onStack, 7);
-  std::free(onHeap);
 }
 
 TEST_F(ContractMem, Free_InsideAnAllocation_IsRefused) {

@@ -122,14 +122,14 @@ TEST_F(ContractTmr, Tick_OverALongTime_ComesOncePerPeriod) {
 // Where ticks can be late, the first one blocks for two and a half periods.  Those behind it are
 // not made up for, and the later ones are where they would have been without it.
 TEST_F(ContractTmr, Tick_BlocksForLong_KeepsPhaseAndMakesUpForNothing) {
-  constexpr uint32_t kPeriodMs = 40;
+  constexpr uint64_t kPeriodMs = 40;
   const bool canBlock = !Host().HasExactTime();
   Ticker ticker;
   ticker.onTick = [&ticker, canBlock] {
     if (canBlock && ticker.NumTicks() == 1) SpinMs(100);
   };
   const uint64_t startMs = NowMs();
-  const uint64_t id = Start(&ticker, kPeriodMs);
+  const uint64_t id = Start(&ticker, uint32_t{kPeriodMs});
   ASSERT_TRUE(RunUntilTicks(ticker, 20));
   Stop(id);
   // At least one of the periods is lost for good; one more tick may be late instead of missed.

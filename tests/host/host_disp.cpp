@@ -226,6 +226,8 @@ TEST_F(HostDisp, LongestLine_IsTaken) {
   const std::string uri(4096 - 5, 'u');
   EXPECT_EQ(Texts{"<" + uri + ">"}, Run(("disp " + uri + "\r\n").c_str()).texts);
   EXPECT_EQ(KESTREL_BAD_LINE, static_cast<int>(Run(("disp u" + uri).c_str()).result));
+  EXPECT_EQ(KESTREL_BAD_LINE, static_cast<int>(Run(("disp " + uri + "\rx").c_str()).result));
+  EXPECT_EQ(KESTREL_BAD_LINE, static_cast<int>(Run(("disp " + uri + "\r\nx").c_str()).result));
 }
 
 TEST_F(HostDisp, Pages_FollowUntilNoContextIsSaved) {

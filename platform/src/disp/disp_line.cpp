@@ -3,6 +3,7 @@
 
 #include <charconv>
 
+#include "host/edge.h"
 #include "kestrel.h"
 
 namespace kestrel {
@@ -10,8 +11,6 @@ namespace kestrel {
 namespace {
 
 bool IsBlank(char c) { return c == ' ' || c == '\t'; }
-
-bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
 
 std::string_view WithoutLineEnd(std::string_view line) {
   if (line.ends_with('\n')) line.remove_suffix(1);

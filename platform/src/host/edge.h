@@ -1,5 +1,5 @@
-/* edge.h: what happens at the C interface: handles become objects, exceptions become results, and
- * printf arguments become texts. */
+/* edge.h: what happens at the C interface: handles become objects, exceptions become results,
+ * printf arguments become texts, and control characters are recognised. */
 #ifndef KESTREL_SRC_HOST_EDGE_H
 #define KESTREL_SRC_HOST_EDGE_H
 
@@ -41,6 +41,9 @@ void Quietly(Run run) noexcept {
     return;
   }
 }
+
+// IsControl tells a control character of ASCII.
+inline bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
 
 // FormatV renders a printf text of any length; empty when the format cannot be rendered.
 // Throws std::bad_alloc.

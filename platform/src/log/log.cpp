@@ -10,8 +10,6 @@ namespace kestrel {
 
 namespace {
 
-bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
-
 // OneLine drops a closing line feed and writes the other control characters as \xNN, so that a text
 // from a peer can neither forge a line nor move a terminal's cursor.
 std::string OneLine(std::string_view text) {

@@ -28,8 +28,7 @@ void TimerQueue::RunDue(uint64_t nowMs) {
     const uint64_t id = m_order.begin()->second;
     Timer &timer = m_timers.find(id)->second;
     MoveOn(id, timer, nowMs);
-    const Timer due = timer;  // the tick may stop its own timer
-    due.tick(due.param);
+    timer.tick(timer.param);  // which may stop the timer
   }
 }
 
