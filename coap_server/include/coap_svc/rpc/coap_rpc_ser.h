@@ -101,7 +101,8 @@ static_assert(offsetof(CoapRpcSerObVtblReg, buildDelete) == 48, "observe record 
  *   reg     copied
  *   obReg   observe record, copied; null for a URI that publishes nothing
  *
- * Returns 0 or:  1900000169 null argument (asserted)     1900000251 entry cannot be made */
+ * Returns 0 or:  1900000169 null argument (asserted)
+ *                1900000251 no memory, or the observe record has no tupleKeyCmp */
 COAP_RPC_API uint32_t COAP_RpcSerRegVtbl(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
                                          const CoapRpcSerVtblReg *reg,
                                          const CoapRpcSerObVtblReg *obReg);
