@@ -43,6 +43,12 @@ void FreeSession(CoapRpcCliData *cli, CoapRpcCliSession *session) {
   PoolFree(cli->owner->param.memHandle, session);
 }
 
+// MayFreeNow says whether nothing works with the session: no send, and not libcoap's I/O, which
+// has collected the sessions that it will serve next before it calls back.
+bool MayFreeNow(const CoapRpcCliData *cli, const CoapRpcCliSession &session) {
+  return session.holds == 0 && cli->owner->ioDepth == 0;
+}
+
 void AgeSession(CoapRpcCliData *cli, CoapRpcCliSession *session) {
   if (session->agingTick != 0 && --session->agingTick != 0) return;
   COAP_RPC_DEBUG(cli->owner, "[CoapRpc]aging session success, %s.\n",
@@ -113,10 +119,11 @@ CoapRpcCliSession *COAP_RpcCliAddSession(CoapRpcCliData *cli, const CoapRpcUriKe
 
 void COAP_RpcCliTryDelSession(CoapRpcCliData *cli, CoapRpcCliSession *session) {
   if (!session || HasRequests(*session)) return;
-  if (session->holds != 0) {
-    COAP_RpcCliInsetAgingList(cli, session);
-  } else {
+  if (MayFreeNow(cli, *session)) {
     FreeSession(cli, session);
+  } else {
+    COAP_RpcCliInsetAgingList(cli, session);
+    session->agingTick = 1;
   }
 }
 

@@ -49,8 +49,8 @@ COAP_RPC_API CoapRpcCliSession *COAP_RpcCliAddSession(CoapRpcCliData *cli,
                                                       const CoapRpcUriKey *notRead,
                                                       const CoapRpcCliAddr *addr);
 
-/* COAP_RpcCliTryDelSession frees a session that has no requests; one that is sending at the moment
- * goes to the aging list instead. */
+/* COAP_RpcCliTryDelSession frees a session that has no requests.  Inside a send of that session or
+ * inside libcoap's I/O it is left to the next aging tick. */
 COAP_RPC_API void COAP_RpcCliTryDelSession(CoapRpcCliData *cli, CoapRpcCliSession *session);
 
 /* Aging list: a session without requests goes to its tail with 90 ticks; any leaves it. */

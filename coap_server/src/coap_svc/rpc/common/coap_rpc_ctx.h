@@ -33,6 +33,7 @@ struct CoapRpcCtx {
   CoapRpcLogDiag *logDiag;        /* owned; null until started */
   const CoapRpcLibExtOps *libExt; /* null until the adapter's operations are installed */
   CoapRpcLink orphanChgList;      /* pending changes of removed server entries, owned */
+  uint32_t ioDepth;               /* runs of libcoap's I/O under way: it may be inside callbacks */
 };
 
 COAP_RPC_C_END

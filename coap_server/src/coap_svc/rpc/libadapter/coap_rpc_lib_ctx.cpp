@@ -81,11 +81,15 @@ void SetNotifyMode(CoapRpcCtx *ctx, coap_resource_t *resource, const CoapRpcUriK
 }
 
 // ProcessOnce lets libcoap do what is due, without waiting.  False: there is no libcoap context; a
-// callback may have taken it down.
-bool ProcessOnce(const CoapRpcCtx *ctx) {
+// callback may have taken it down.  The depth tells callbacks that libcoap is at work and still
+// knows the sessions that it is about to serve.
+bool ProcessOnce(CoapRpcCtx *ctx) {
   coap_context_t *coapCtx = Libcoap(ctx);
-  if (coapCtx) coap_io_process(coapCtx, COAP_IO_NO_WAIT);
-  return coapCtx != nullptr;
+  if (!coapCtx) return false;
+  ++ctx->ioDepth;
+  coap_io_process(coapCtx, COAP_IO_NO_WAIT);
+  --ctx->ioDepth;
+  return true;
 }
 
 bool IsServicePending(const CoapRpcCtx *ctx) { return ctx->lib && ctx->lib->svcFlag != 0; }
@@ -233,7 +237,7 @@ uint32_t COAP_RpcRefreshTaskTimer(CoapRpcCtx *ctx) {
 void COAP_RpcSetSvcFlag(CoapRpcCtx *ctx) { ctx->lib->svcFlag = 1; }
 
 uint32_t COAP_RpcProcTask(void *root) {
-  const auto *ctx = static_cast<CoapRpcCtx *>(root);
+  auto *ctx = static_cast<CoapRpcCtx *>(root);
   uint32_t numCalls = 0;
   while (ProcessOnce(ctx) && ++numCalls < kCallsPerServiceTick && IsServicePending(ctx)) {
   }
@@ -241,7 +245,7 @@ uint32_t COAP_RpcProcTask(void *root) {
 }
 
 uint32_t COAP_RpcProcQuickTask(void *root) {
-  const auto *ctx = static_cast<CoapRpcCtx *>(root);
+  auto *ctx = static_cast<CoapRpcCtx *>(root);
   uint32_t numCalls = 0;
   while (ProcessOnce(ctx) && ++numCalls < kCallsPerQuickTick) {
   }
