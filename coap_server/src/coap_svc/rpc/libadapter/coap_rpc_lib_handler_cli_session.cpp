@@ -1,0 +1,64 @@
+#include "coap_svc/rpc/client/coap_rpc_cli_req.h"
+#include "coap_svc/rpc/client/coap_rpc_cli_session.h"
+#include "coap_svc/rpc/common/coap_rpc_limits.h"
+#include "coap_svc/rpc/common/coap_rpc_log_site.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
+
+namespace {
+
+using namespace coap_rpc;
+
+// A session bound to its source address sends from whatever port is free.
+constexpr uint16_t kAnyPort = 0;
+
+// Ipv4Of is what logs show of an address: 0 for one of IPv6.
+uint32_t Ipv4Of(const CoapRpcIpAddr &addr) {
+  return addr.family == COAP_RPC_IPV4 ? addr.addr.ipv4 : 0;
+}
+
+bool IsKnownFamily(const CoapRpcIpAddr &addr) {
+  return addr.family == COAP_RPC_IPV4 || addr.family == COAP_RPC_IPV6;
+}
+
+coap_session_t *OpenSession(CoapRpcCtx *ctx, bool isBroadcast, const CoapRpcCliSessionKey *addr) {
+  coap_address_t dst;
+  coap_address_t src;
+  const auto port = static_cast<uint16_t>(addr->dstPort);
+  if (COAP_RpcSetAddress(&dst, &addr->dstIp, port) != 0) return nullptr;
+  if (COAP_RpcSetAddress(&src, &addr->srcIp, kAnyPort) != 0) return nullptr;
+  uint32_t protocol = 0;
+  COAP_RpcSetPort(&protocol, port);
+  if (isBroadcast) {
+    COAP_RPC_DEBUG(ctx, "try create broadcast session.");
+  } else {
+    COAP_RPC_DEBUG(ctx, "try create unicast session.");
+  }
+  return coap_new_client_session(ctx->lib->coapCtx, isBroadcast ? &src : nullptr, &dst,
+                                 static_cast<coap_proto_t>(protocol));
+}
+
+}  // namespace
+
+coap_session_t *COAP_RpcCreateCliSession(CoapRpcCtx *ctx, const CoapRpcCliReqKey *key,
+                                         const CoapRpcCliSessionKey *addr) {
+  if (!ctx->lib || !ctx->lib->coapCtx) return nullptr;
+  if (!IsKnownFamily(addr->srcIp) || !IsKnownFamily(addr->dstIp)) return nullptr;
+  coap_session_t *session = OpenSession(ctx, key->uri.pktType == COAP_RPC_BROADCAST, addr);
+  if (!session) return nullptr;
+  coap_session_set_max_retransmit(session, kClientMaxRetransmit);
+  coap_session_set_app_data(session, ctx);
+  COAP_RPC_DEBUG(ctx, "[CoapRpc]add session success, src:0x%x, dst:0x%x, port:%u.\n",
+                 Ipv4Of(addr->srcIp), Ipv4Of(addr->dstIp), addr->dstPort);
+  return session;
+}
+
+void COAP_RpcDeleteCliSession(CoapRpcCtx *ctx, CoapRpcCliSession *session) {
+  if (!session || !session->coapSession) return;
+  const CoapRpcCliSessionKey &key = session->key;
+  coap_session_set_app_data(session->coapSession, nullptr);
+  coap_session_release(session->coapSession);
+  session->coapSession = nullptr;
+  COAP_RPC_DEBUG(ctx, "[CoapRpc]del session success, src:0x%x, dst:0x%x, port:%u.\n",
+                 Ipv4Of(key.srcIp), Ipv4Of(key.dstIp), key.dstPort);
+}
