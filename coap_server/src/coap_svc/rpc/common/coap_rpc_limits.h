@@ -42,6 +42,7 @@ inline constexpr size_t kTupleTextSize = 128;
 inline constexpr size_t kAddrTextSize = 32;
 inline constexpr size_t kIpTextSize = 48;  // any IPv6 address
 inline constexpr size_t kSessionTextSize = 128;
+inline constexpr size_t kTimeTextSize = 32;
 inline constexpr size_t kFuncNameSize = 256;
 inline constexpr size_t kPathTextSize = 64;
 inline constexpr size_t kCheckCodeTextSize = 256;

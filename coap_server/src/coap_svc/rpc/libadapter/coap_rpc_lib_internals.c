@@ -73,3 +73,11 @@ void CoapRpcLibDisconnectAll(coap_endpoint_t *endPoint) {
     coap_session_release(session);
   }
 }
+
+int CoapRpcLibFits(const coap_pdu_t *pdu, size_t len) {
+  return pdu->max_size == 0 || pdu->used_size + 1 + len <= pdu->max_size;
+}
+
+int CoapRpcLibSetToken(coap_pdu_t *pdu, const uint8_t *token, size_t len) {
+  return coap_update_token(pdu, len, token);
+}

@@ -25,5 +25,12 @@ coap_endpoint_t *CoapRpcLibNewEndPoint(coap_context_t *coapCtx, const coap_addre
  * queued messages and block transfers; libcoap cannot free the endpoint safely before. */
 void CoapRpcLibDisconnectAll(coap_endpoint_t *endPoint);
 
+/* CoapRpcLibFits returns 1 when a message has room for a payload of `len` bytes, else 0. */
+int CoapRpcLibFits(const coap_pdu_t *pdu, size_t len);
+
+/* CoapRpcLibSetToken gives a message that has its options already a token.  Returns 0 when the
+ * message has no room for it. */
+int CoapRpcLibSetToken(coap_pdu_t *pdu, const uint8_t *token, size_t len);
+
 COAP_RPC_C_END
 #endif /* COAP_RPC_LIB_INTERNALS_H */
