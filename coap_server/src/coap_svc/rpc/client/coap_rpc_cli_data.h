@@ -38,6 +38,7 @@ struct CoapRpcCliData {
   CoapRpcLink agingList;      /* CoapRpcCliSession by agingLink: sessions without requests */
   uint64_t agingTimer;        /* 0 none */
   uint8_t *reqBuf;            /* shared request-payload buffer, 65471 bytes; null until used */
+  uint32_t numTokenlessRsp;   /* separate responses without token; see coap_rpc_ext.h */
 };
 
 COAP_RPC_C_END

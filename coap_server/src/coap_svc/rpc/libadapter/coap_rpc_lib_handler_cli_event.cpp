@@ -1,0 +1,70 @@
+#include "coap_svc/rpc/client/coap_rpc_cli_data.h"
+#include "coap_svc/rpc/client/coap_rpc_cli_uri.h"
+#include "coap_svc/rpc/common/coap_rpc_log_site.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
+#include "csvc_dbg.h"
+
+namespace {
+
+using namespace coap_rpc;
+
+constexpr uint32_t kDbgLevel = 1;
+
+CoapRpcCtx *RootOf(const coap_session_t *session) {
+  return session ? static_cast<CoapRpcCtx *>(coap_session_get_app_data(session)) : nullptr;
+}
+
+void CallOnDisconnect(CoapRpcCtx *ctx, const CoapRpcCliUriVtbl *uriVtbl,
+                      const CoapRpcIpAddr *peer) {
+  if (!uriVtbl->reg.onDisconnect) return;
+  uriVtbl->reg.onDisconnect(uriVtbl->reg.userData, peer);
+  COAP_RPC_DEBUG(ctx, "[CoapRpc]session disconnected, ipAddr:0x%x.\n", peer->addr.ipv4);
+}
+
+void LogNackOfSent(CoapRpcCtx *ctx, const coap_pdu_t *sent, uint32_t reason, int32_t mid) {
+  const auto msgType = static_cast<uint32_t>(coap_pdu_get_type(sent));
+  const auto codeType = static_cast<uint32_t>(coap_pdu_get_code(sent));
+  COAP_RPC_DEBUG(ctx, "[CoapRpc]handle nack, mid=%d, reason=%u, msgType=%u, codeType=%u\n", mid,
+                 reason, msgType, codeType);
+  CSVC_DBG_SysLog(ctx->param.dbgHandle, kDbgLevel,
+                  "[CoapRpc]handle nack, mid=%d, reason=%u, msgType=%u, codeType=%u", mid, reason,
+                  msgType, codeType);
+}
+
+}  // namespace
+
+void COAP_RpcNackhandler(coap_session_t *session, const coap_pdu_t *sent,
+                         const coap_nack_reason_t reason, const coap_mid_t mid) {
+  if (reason != COAP_NACK_TOO_MANY_RETRIES) return;
+  CoapRpcCtx *ctx = RootOf(session);
+  if (!ctx) return;
+  COAP_RpcLogNackInfo(ctx, sent, COAP_NACK_TOO_MANY_RETRIES, mid);
+  if (ctx->cli && ctx->cli->resendRequest) ctx->cli->resendRequest(ctx, mid);
+}
+
+void COAP_RpcLogNackInfo(CoapRpcCtx *ctx, const coap_pdu_t *sent, uint32_t reason, int32_t mid) {
+  if (sent) {
+    LogNackOfSent(ctx, sent, reason, mid);
+    return;
+  }
+  COAP_RPC_DEBUG(ctx, "[CoapRpc]handle nack, mid=%d, reason=%u.\n", mid, reason);
+  CSVC_DBG_SysLog(ctx->param.dbgHandle, kDbgLevel, "[CoapRpc]handle nack, mid=%d, reason=%u", mid,
+                  reason);
+}
+
+int COAP_RpcEventHandler(coap_session_t *session, const coap_event_t event) {
+  if (event == COAP_EVENT_KEEPALIVE_FAILURE) COAP_RpcDisConnectedEventHandler(session);
+  return 0;
+}
+
+void COAP_RpcDisConnectedEventHandler(coap_session_t *session) {
+  CoapRpcCtx *ctx = RootOf(session);
+  CoapRpcCliData *cli = ctx ? ctx->cli : nullptr;
+  if (!cli || !cli->findFirstUriVtbl) return;
+  CoapRpcIpAddr peer = {};
+  COAP_RpcGetRemoteAddr(session, &peer);
+  for (CoapRpcCliUriVtbl *uriVtbl = cli->findFirstUriVtbl(cli); uriVtbl;
+       uriVtbl = cli->findNextUriVtbl(cli, &uriVtbl->key)) {
+    CallOnDisconnect(ctx, uriVtbl, &peer);
+  }
+}
