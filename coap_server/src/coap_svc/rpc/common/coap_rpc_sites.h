@@ -24,6 +24,7 @@ inline constexpr char kPathLibCtx[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_ctx"
 inline constexpr char kPathLibMsg[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_msg";
 inline constexpr char kPathLibLookup[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_lookup";
 inline constexpr char kPathLibHandler[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_handler";
+inline constexpr char kPathLibExt[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_ext";
 inline constexpr char kPathSerUri[] = COAP_RPC_SRC "server/coap_rpc_ser_uri";
 inline constexpr char kPathSerConn[] = COAP_RPC_SRC "server/coap_rpc_ser_conn";
 inline constexpr char kPathSerRes[] = COAP_RPC_SRC "server/coap_rpc_ser_res";
@@ -114,6 +115,7 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(CliSendOptions,          kPathLibHandler, 1353,    0, "COAP_RpcCliSendRequest: options or payload cannot be added") \
   X(CliSendFailed,           kPathLibHandler, 1354,    0, "COAP_RpcCliSendRequest: libcoap did not send") \
   X(CliAddPayloadFailed,     kPathLibHandler, 1355,    0, "COAP_RpcCliAddOptionsAndData: payload cannot be built or added") \
+  X(SetKeepAliveNullArg,     kPathLibExt,     1404, 1403, "COAP_RpcSetKeepAlive: null argument") \
   X(AddUriTupleKeyCopy,      kPathSerUri,        0,   48, "COAP_RpcSerAddUriTuple: key copy failed") \
   X(AddUriTupleValCopy,      kPathSerUri,        0,   54, "COAP_RpcSerAddUriTuple: value copy failed") \
   X(UpdateUriTupleValCopy,   kPathSerUri,        0,   76, "COAP_RpcSerUpdateUriTuple: value copy failed") \

@@ -1,0 +1,33 @@
+/* coap_rpc_ext.h: settings and figures beyond the base interface. */
+#ifndef COAP_RPC_EXT_H
+#define COAP_RPC_EXT_H
+
+#include "coap_svc/rpc/coap_rpc_types.h"
+
+COAP_RPC_C_BEGIN
+
+/* COAP_RpcSetKeepAlive lets the instance ask silent peers of its client sessions for a sign of
+ * life.  A peer that does not answer is reported to every onDisconnect, and again with every
+ * further ping that stays unanswered.  Off at the start: without it onDisconnect is never called.
+ *
+ *   seconds   silence after which a session's peer is asked; 0 switches it off
+ *
+ * A vanished peer is noticed with the ping after the one that it missed, so after two to three
+ * periods, or later while libcoap still retransmits the first one.
+ *
+ * Returns 0 or:  1900001404 null instance (asserted) */
+COAP_RPC_API uint32_t COAP_RpcSetKeepAlive(CoapRpcCtx *ctx, uint32_t seconds);
+
+/* COAP_RpcGetTokenlessRspNum counts the separate responses (CON or NON) without a token that peers
+ * have sent to the instance's client sessions since it started; 0 for a null instance.
+ *
+ * Plain requests carry no token (the exceptions are block-wise ones, see coap_rpc_cli.h), so such
+ * a response counts for CoAP as the answer to any plain CON request of its session: the one that
+ * waits for its acknowledgement is not retransmitted any more.  When the response was late, sent
+ * twice, or a stray one, and that request's datagram was lost as well, the request is lost without
+ * a report: its call returned 0, no response comes, no retransmission, nothing in a log but this
+ * number.  An application that cannot bear that repeats its call when no answer arrives in time. */
+COAP_RPC_API uint32_t COAP_RpcGetTokenlessRspNum(const CoapRpcCtx *ctx);
+
+COAP_RPC_C_END
+#endif /* COAP_RPC_EXT_H */

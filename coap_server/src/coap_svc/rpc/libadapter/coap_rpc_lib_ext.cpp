@@ -1,0 +1,16 @@
+#include "coap_svc/rpc/client/coap_rpc_cli_data.h"
+#include "coap_svc/rpc/coap_rpc_ext.h"
+#include "coap_svc/rpc/common/coap_rpc_sites.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
+
+using namespace coap_rpc;
+
+uint32_t COAP_RpcSetKeepAlive(CoapRpcCtx *ctx, uint32_t seconds) {
+  if (!ctx || !ctx->lib || !ctx->lib->coapCtx) return Violated(kSiteSetKeepAliveNullArg);
+  coap_context_set_keepalive(ctx->lib->coapCtx, seconds);
+  return 0;
+}
+
+uint32_t COAP_RpcGetTokenlessRspNum(const CoapRpcCtx *ctx) {
+  return ctx && ctx->cli ? ctx->cli->numTokenlessRsp : 0;
+}
