@@ -35,6 +35,15 @@ inline constexpr uint32_t kResendVisitsPerTick = 20;
 // Observe.
 inline constexpr uint32_t kUpdatePeriodMs = 1000;
 
+// Observe payloads that travel in blocks.  A finished one is kept for repeated requests of its last
+// block; one that the peer no longer fetches is given up, because it silences its URI.
+inline constexpr uint32_t kSentBlocksKeepMs = 900;
+inline constexpr uint32_t kIdleBlocksKeepMs = 19000;
+
+// Asynchronous requests.  A message with the same message id is a retransmission for this long
+// (RFC 7252 section 4.8.2, EXCHANGE_LIFETIME).
+inline constexpr uint32_t kExchangeLifetimeMs = 247000;
+
 // Texts, bytes with terminator.
 inline constexpr size_t kLogTextSize = 1024;
 inline constexpr size_t kRecordTextSize = 1024;

@@ -9,6 +9,7 @@
 
 #include "coap_svc/rpc/coap_rpc_ser.h"
 #include "coap_svc/rpc/common/coap_rpc_ctx.h"
+#include "osal_avl3.h"
 
 COAP_RPC_C_BEGIN
 
@@ -31,10 +32,16 @@ struct CoapRpcLibCtx {
   coap_observe_deleted_t observeDeleted;
   void *cbUserData; /* the root context */
   coap_response_handler_t responseHandler;
-  coap_context_t *coapCtx; /* null while not started */
-  uint64_t taskTmr;        /* running I/O timer; 0 none */
-  uint32_t quickMode;      /* non-zero: on the 100 ms period for good */
-  uint32_t svcFlag;        /* non-zero: each 1000 ms tick drains libcoap harder */
+  coap_context_t *coapCtx;       /* null while not started */
+  uint64_t taskTmr;              /* running I/O timer; 0 none */
+  uint32_t quickMode;            /* non-zero: on the 100 ms period for good */
+  uint32_t svcFlag;              /* non-zero: each 1000 ms tick drains libcoap harder */
+  CoapRpcLink blockList;         /* observe payloads in libcoap's hands, of all entries */
+  OSAL_AVL3_TREE obsQueryTree;   /* queries of observers' registrations, by stored request */
+  OSAL_AVL3_TREE asyncTree;      /* unanswered asynchronous requests by handle, owned */
+  OSAL_AVL3_TREE asyncReqTree;   /* the same by what identifies the request, for retransmissions */
+  CoapRpcLink asyncAnsweredList; /* those whose answer waits for libcoap's next turn */
+  uintptr_t lastAsyncId;         /* handles count from 1 and are never used again */
 };
 
 /* Module rows of the adapter; the record is the root context. */

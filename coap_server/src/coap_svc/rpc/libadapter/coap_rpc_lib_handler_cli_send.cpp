@@ -76,7 +76,7 @@ bool EnsureToken(coap_pdu_t *pdu, coap_session_t *session, CoapRpcCliReqData *re
     coap_session_new_token(session, &len, req->token);
     req->tokenLen = len;
   }
-  return CoapRpcLibSetToken(pdu, req->token, req->tokenLen) != 0;
+  return CoapRpcLibAddToken(pdu, req->token, req->tokenLen) != 0;
 }
 
 bool AddLargeBody(CoapRpcCtx *ctx, coap_pdu_t *pdu, coap_session_t *session, CoapRpcCliReqData *req,

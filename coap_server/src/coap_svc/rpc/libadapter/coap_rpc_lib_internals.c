@@ -78,6 +78,48 @@ int CoapRpcLibFits(const coap_pdu_t *pdu, size_t len) {
   return pdu->max_size == 0 || pdu->used_size + 1 + len <= pdu->max_size;
 }
 
-int CoapRpcLibSetToken(coap_pdu_t *pdu, const uint8_t *token, size_t len) {
+int CoapRpcLibAddToken(coap_pdu_t *pdu, const uint8_t *token, size_t len) {
   return coap_update_token(pdu, len, token);
+}
+
+const coap_pdu_t *CoapRpcLibStoredRequest(coap_resource_t *resource, coap_session_t *session,
+                                          const coap_pdu_t *request) {
+  const coap_subscription_t *observer =
+      coap_find_observer(resource, session, &request->actual_token);
+  return observer ? observer->pdu : NULL;
+}
+
+static int IsExpired(const coap_lg_xmit_t *blocks, uint32_t sentMs, uint32_t idleMs) {
+  coap_tick_t now;
+  coap_ticks(&now);
+  const coap_tick_t since = blocks->last_all_sent ? blocks->last_all_sent : blocks->last_obs;
+  const uint64_t keepMs = blocks->last_all_sent ? sentMs : idleMs;
+  return since + keepMs * COAP_TICKS_PER_SECOND / 1000 <= now;
+}
+
+void CoapRpcLibExpireBlocks(coap_session_t *session, const void *appPtr, uint32_t sentMs,
+                            uint32_t idleMs) {
+  coap_lg_xmit_t *blocks;
+  LL_FOREACH(session->lg_xmit, blocks) {
+    if (blocks->app_ptr == appPtr) break;
+  }
+  if (!blocks || !IsExpired(blocks, sentMs, idleMs)) return;
+  LL_DELETE(session->lg_xmit, blocks);
+  coap_block_delete_lg_xmit(session, blocks);
+}
+
+void CoapRpcLibSetToken(coap_pdu_t *pdu, const coap_bin_const_t *token) {
+  if (!pdu->lg_xmit) coap_update_token(pdu, token->length, token->s);
+}
+
+void CoapRpcLibClearBody(coap_pdu_t *pdu) {
+  static const coap_option_num_t kBodyOptions[] = {COAP_OPTION_ETAG, COAP_OPTION_CONTENT_FORMAT,
+                                                   COAP_OPTION_BLOCK2, COAP_OPTION_SIZE2};
+  if (pdu->data) {
+    pdu->used_size = (size_t)(pdu->data - pdu->token) - 1; /* the payload marker as well */
+    pdu->data = NULL;
+  }
+  for (size_t i = 0; i < sizeof(kBodyOptions) / sizeof(kBodyOptions[0]); ++i) {
+    coap_remove_option(pdu, kBodyOptions[i]);
+  }
 }

@@ -28,9 +28,27 @@ void CoapRpcLibDisconnectAll(coap_endpoint_t *endPoint);
 /* CoapRpcLibFits returns 1 when a message has room for a payload of `len` bytes, else 0. */
 int CoapRpcLibFits(const coap_pdu_t *pdu, size_t len);
 
-/* CoapRpcLibSetToken gives a message that has its options already a token.  Returns 0 when the
+/* CoapRpcLibAddToken gives a message that has its options already a token.  Returns 0 when the
  * message has no room for it. */
-int CoapRpcLibSetToken(coap_pdu_t *pdu, const uint8_t *token, size_t len);
+int CoapRpcLibAddToken(coap_pdu_t *pdu, const uint8_t *token, size_t len);
+
+/* CoapRpcLibStoredRequest returns the request that is stored for the observer with the session and
+ * the token of `request`; null when there is none. */
+const coap_pdu_t *CoapRpcLibStoredRequest(coap_resource_t *resource, coap_session_t *session,
+                                          const coap_pdu_t *request);
+
+/* CoapRpcLibExpireBlocks ends the block transfer of the session that carries `appPtr` when its last
+ * block was sent sentMs ago or longer, or nobody asked for a block for idleMs.  Its release
+ * function runs then. */
+void CoapRpcLibExpireBlocks(coap_session_t *session, const void *appPtr, uint32_t sentMs,
+                            uint32_t idleMs);
+
+/* CoapRpcLibSetToken exchanges a message's token, unless the message is part of a block transfer,
+ * whose tokens are libcoap's own. */
+void CoapRpcLibSetToken(coap_pdu_t *pdu, const coap_bin_const_t *token);
+
+/* CoapRpcLibClearBody removes the payload and the options that describe it. */
+void CoapRpcLibClearBody(coap_pdu_t *pdu);
 
 COAP_RPC_C_END
 #endif /* COAP_RPC_LIB_INTERNALS_H */

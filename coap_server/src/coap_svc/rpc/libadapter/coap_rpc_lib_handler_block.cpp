@@ -1,0 +1,64 @@
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_block.h"
+
+#include "coap_svc/rpc/common/coap_rpc_limits.h"
+#include "coap_svc/rpc/common/coap_rpc_list.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
+
+namespace coap_rpc {
+namespace {
+
+using EntryBlocks = COAP_RPC_LIST(BlockRecord, entryLink);
+using AdapterBlocks = COAP_RPC_LIST(BlockRecord, adapterLink);
+
+CoapRpcCtx *RootOf(const CoapRpcSerUriVtbl *entry) { return entry->owner->owner; }
+
+}  // namespace
+
+PoolPtr<BlockRecord> NewBlock(CoapRpcSerUriVtbl *entry, coap_session_t *session) {
+  const uint64_t mem = RootOf(entry)->param.memHandle;
+  auto block = NewZeroed<BlockRecord>(mem);
+  if (!block) return block;
+  block->head.entry = entry;
+  block->session = session;
+  block->mem = mem;
+  return block;
+}
+
+CoapRpcSerLargeBlockCtx *StartBlock(PoolPtr<BlockRecord> block, void *buf) {
+  CoapRpcSerUriVtbl *entry = block->head.entry;
+  EntryBlocks blocks(entry->blockCtxList);
+  for (BlockRecord *old = blocks.First(); old; old = blocks.After(old)) old->holdsFlag = false;
+  entry->isSendingLargeBlock = 1;
+  block->holdsFlag = true;
+  block->head.buf = buf;
+  blocks.Append(block.get());
+  AdapterBlocks(RootOf(entry)->lib->blockList).Append(block.get());
+  return &block.release()->head;
+}
+
+void EndBlock(BlockRecord *block) {
+  if (block->head.entry && block->holdsFlag) block->head.entry->isSendingLargeBlock = 0;
+  LinkRemove(block->entryLink);
+  LinkRemove(block->adapterLink);
+  PoolFree(block->mem, block);
+}
+
+void ExpireBlocks(CoapRpcCtx *ctx) {
+  AdapterBlocks blocks(ctx->lib->blockList);
+  BlockRecord *next = nullptr;
+  for (BlockRecord *block = blocks.First(); block; block = next) {
+    next = blocks.After(block);
+    CoapRpcLibExpireBlocks(block->session, block, kSentBlocksKeepMs, kIdleBlocksKeepMs);
+  }
+}
+
+void ForgetEntryBlocks(CoapRpcSerUriVtbl *entry) {
+  EntryBlocks(entry->blockCtxList).Drain([](BlockRecord *block) {
+    block->head.entry = nullptr;
+    LinkRemove(block->entryLink);
+  });
+}
+
+}  // namespace coap_rpc

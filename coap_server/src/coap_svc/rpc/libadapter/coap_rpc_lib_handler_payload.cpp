@@ -1,0 +1,334 @@
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_payload.h"
+
+#include <jansson.h>
+
+#include <cstring>
+
+#include "coap_svc/rpc/common/coap_rpc_limits.h"
+#include "coap_svc/rpc/common/coap_rpc_list.h"
+#include "coap_svc/rpc/common/coap_rpc_log_site.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_block.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_observe.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
+
+namespace {
+
+using namespace coap_rpc;
+
+using Changes = COAP_RPC_LIST(CoapRpcTupleChg, chgLink);
+
+constexpr size_t kMsgNumBytes = 4;  // in front of all IDL messages
+constexpr size_t kMsgLenBytes = 2;  // in front of each
+constexpr size_t kMaxMsgLen = 0xFFFF;
+
+// A change whose element is in the payload carries this mark until libcoap has the payload: only
+// then may it leave the list.  Changes that failed stay, in their place.
+constexpr uint8_t kBuiltMark = 0x80;
+
+struct JsonDeleter {
+  void operator()(json_t *json) const { json_decref(json); }
+};
+using JsonRef = std::unique_ptr<json_t, JsonDeleter>;
+
+void FreeJsonText(void *text) {
+  json_malloc_t alloc = nullptr;
+  json_free_t release = nullptr;
+  json_get_alloc_funcs(&alloc, &release);
+  release(text);
+}
+
+struct JsonTextDeleter {
+  void operator()(char *text) const { FreeJsonText(text); }
+};
+using JsonText = std::unique_ptr<char, JsonTextDeleter>;
+
+// Notification is what the functions that libcoap calls are given.
+struct Notification {
+  CoapRpcSerUriVtbl *entry;
+  coap_resource_t *resource;
+  coap_session_t *session;
+  const coap_pdu_t *request;
+  const coap_string_t *query;
+  coap_pdu_t *response;
+};
+
+// Body is a finished payload: what to send, the buffer that holds it, and who frees that.
+struct Body {
+  uint16_t mediaType;
+  size_t len;
+  void *buf;
+  coap_release_large_data_t release;
+};
+
+CoapRpcCtx *RootOf(const CoapRpcSerUriVtbl *entry) { return entry->owner->owner; }
+
+void AnswerEmpty(coap_pdu_t *response) { coap_pdu_set_code(response, COAP_RESPONSE_CODE_CREATED); }
+
+bool MayBuild(CoapRpcSerUriVtbl *entry, const coap_pdu_t *response) {
+  return entry->obVtbl && !Changes(entry->tupleChgList).IsEmpty() &&
+         entry->isSendingLargeBlock == 0 && coap_pdu_get_type(response) != COAP_MESSAGE_ACK;
+}
+
+void RefreshEtag(CoapRpcSerUriVtbl *entry) {
+  uint32_t high = 0;
+  uint32_t low = 0;
+  entry->etag =
+      OSAL_MillSecNow(&high, &low) == 0 ? static_cast<uint64_t>(high) << 32 | low : entry->etag + 1;
+}
+
+// Begin says whether a payload is to be built, and answers 2.01 when not.
+bool Begin(const Notification &to) {
+  if (!MayBuild(to.entry, to.response)) {
+    AnswerEmpty(to.response);
+    return false;
+  }
+  coap_session_set_max_retransmit(to.session, kNotifyMaxRetransmit);
+  RefreshEtag(to.entry);
+  return true;
+}
+
+uint8_t KindOf(const CoapRpcTupleChg *chg) {
+  return static_cast<uint8_t>(chg->chgType & ~kBuiltMark);
+}
+
+// EndBuilt removes the changes that were built, or keeps them for the next payload.
+void EndBuilt(CoapRpcSerUriVtbl *entry, bool isSent) {
+  Changes changes(entry->tupleChgList);
+  CoapRpcTupleChg *next = nullptr;
+  for (CoapRpcTupleChg *chg = changes.First(); chg; chg = next) {
+    next = changes.After(chg);
+    const bool isBuilt = (chg->chgType & kBuiltMark) != 0;
+    chg->chgType = KindOf(chg);
+    if (isBuilt && isSent) entry->owner->delTupleChgData(RootOf(entry), chg);
+  }
+}
+
+// Send hands a body to libcoap.  The code is set first: libcoap takes it for the later blocks.
+bool Send(const Notification &to, const Body &body, PoolPtr<BlockRecord> block) {
+  CoapRpcSerLargeBlockCtx *releaseCtx = StartBlock(std::move(block), body.buf);
+  coap_pdu_set_code(to.response, COAP_RESPONSE_CODE_CONTENT);
+  if (coap_add_data_large_response(to.resource, to.session, to.request, to.response, to.query,
+                                   body.mediaType, -1, to.entry->etag, body.len,
+                                   static_cast<const uint8_t *>(body.buf), body.release,
+                                   releaseCtx) != 0) {
+    return true;
+  }
+  CoapRpcLibClearBody(to.response);
+  AnswerEmpty(to.response);
+  return false;
+}
+
+uint8_t *ValueOf(const CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg) {
+  return entry->obVtbl->valLen != 0 ? chg->key + entry->obVtbl->keyLen : nullptr;
+}
+
+bool HasBuilders(const CoapRpcSerUriVtbl *entry) {
+  return entry->obVtbl && entry->obVtbl->buildUpdate && entry->obVtbl->buildDelete;
+}
+
+// CallBuilder lets the application turn a change into an element.
+uint32_t CallBuilder(const CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg, void *out) {
+  const uint64_t userData = entry->reg.userData;
+  return KindOf(chg) == COAP_RPC_CHG_UPDATE
+             ? entry->obVtbl->buildUpdate(userData, chg->key, ValueOf(entry, chg), out)
+             : entry->obVtbl->buildDelete(userData, chg->key, out);
+}
+
+bool IsUpdate(const CoapRpcTupleChg *chg) { return KindOf(chg) == COAP_RPC_CHG_UPDATE; }
+
+void BuildJsonArray(CoapRpcSerUriVtbl *entry, json_t *array) {
+  CoapRpcCtx *ctx = RootOf(entry);
+  Changes changes(entry->tupleChgList);
+  for (CoapRpcTupleChg *chg = changes.First(); chg; chg = changes.After(chg)) {
+    COAP_RPC_DEBUG(ctx, "[CoapRpc]app build observe response handle one data.\n");
+    if (COAP_RpcSerHandleOneData(ctx, entry, chg, array) == 0) chg->chgType |= kBuiltMark;
+  }
+}
+
+JsonText BuildJsonText(CoapRpcSerUriVtbl *entry) {
+  const JsonRef root(json_object());
+  JsonRef array(json_array());
+  if (!root || !array || json_object_set(root.get(), "data", array.get()) != 0) return nullptr;
+  BuildJsonArray(entry, array.get());
+  return JsonText(json_dumps(root.get(), JSON_COMPACT));
+}
+
+void SendJson(const Notification &to, JsonText text, PoolPtr<BlockRecord> block) {
+  const size_t len = strlen(text.get());
+  COAP_RPC_DEBUG(RootOf(to.entry),
+                 "[CoapRpc]app build observe response success, uri:%s, len:%u, payload:%s.\n",
+                 UriText(to.entry->key.uri).c_str(), static_cast<uint32_t>(len), text.get());
+  const Body body{COAP_MEDIATYPE_APPLICATION_JSON, len, text.release(), COAP_OnLargeBlockSent};
+  EndBuilt(to.entry, Send(to, body, std::move(block)));
+}
+
+// IdlWriter puts messages behind one another into a payload buffer.
+class IdlWriter {
+ public:
+  explicit IdlWriter(uint8_t *out) : out_(out) {}
+
+  // Append copies a message; false: it does not fit.
+  bool Append(const CoapRpcSerIdlMsgBuf &msg) {
+    if (msg.len > kMaxMsgLen || offset_ + kMsgLenBytes + msg.len > kPayloadBufSize) return false;
+    const uint8_t len[kMsgLenBytes] = {static_cast<uint8_t>(msg.len),
+                                       static_cast<uint8_t>(msg.len >> 8)};
+    if (!Copy(offset_, len, sizeof(len))) return false;
+    if (!Copy(offset_ + kMsgLenBytes, msg.buf, msg.len)) return false;
+    offset_ += kMsgLenBytes + msg.len;
+    ++msgNum_;
+    return true;
+  }
+
+  // Finish writes the number of messages.  Returns the payload's length.
+  uint32_t Finish() {
+    for (size_t i = 0; i < kMsgNumBytes; ++i) out_[i] = static_cast<uint8_t>(msgNum_ >> (8 * i));
+    return static_cast<uint32_t>(offset_);
+  }
+
+  uint32_t MsgNum() const { return msgNum_; }
+  uint32_t Offset() const { return static_cast<uint32_t>(offset_); }
+
+ private:
+  bool Copy(size_t at, const uint8_t *bytes, size_t len) {
+    return len == 0 || memcpy_s(out_ + at, kPayloadBufSize - at, bytes, len) == 0;
+  }
+
+  uint8_t *out_;
+  size_t offset_ = kMsgNumBytes;
+  uint32_t msgNum_ = 0;
+};
+
+void BuildIdlMessages(CoapRpcSerUriVtbl *entry, uint8_t *scratch, IdlWriter &writer) {
+  CoapRpcCtx *ctx = RootOf(entry);
+  CoapRpcSerIdlMsgBuf msg{scratch, 0, kPayloadBufSize};
+  Changes changes(entry->tupleChgList);
+  for (CoapRpcTupleChg *chg = changes.First(); chg; chg = changes.After(chg)) {
+    COAP_RPC_DEBUG(ctx, "[CoapRpc]hdl one idl msg, msgNum: %u, offset: %u.\n", writer.MsgNum(),
+                   writer.Offset());
+    if (COAP_RpcSerHandleOneIdlMsg(ctx, entry, chg, &msg) != 0) {
+      COAP_RPC_DEBUG(ctx, "[CoapRpc]hdl one idl msg fail, msgNum: %u, offset: %u.\n",
+                     writer.MsgNum(), writer.Offset());
+      continue;
+    }
+    if (!writer.Append(msg)) {
+      COAP_RPC_DEBUG(ctx, "[CoapRpc] get payload memcpy fail, msgNum: %u, offset: %u.\n",
+                     writer.MsgNum(), writer.Offset());
+      return;
+    }
+    chg->chgType |= kBuiltMark;
+  }
+}
+
+// BuildIdl fills `out`; the changes that are in it carry the mark.
+uint32_t BuildIdl(CoapRpcSerUriVtbl *entry, uint8_t *out, uint32_t *len) {
+  CoapRpcCtx *ctx = RootOf(entry);
+  const uint64_t mem = ctx->param.memHandle;
+  const PoolPtr<uint8_t> scratch(static_cast<uint8_t *>(PoolAlloc(mem, kPayloadBufSize)), {mem});
+  if (!scratch) {
+    COAP_RPC_LOG(ctx->log, kLogIdlPayloadNoMemory, "[CoapRpc] malloc fail.\n");
+    return Code(kSiteIdlPayloadNoMemory);
+  }
+  IdlWriter writer(out);
+  BuildIdlMessages(entry, scratch.get(), writer);
+  *len = writer.Finish();
+  return 0;
+}
+
+void SendIdl(const Notification &to, uint32_t len, PoolPtr<uint8_t> out,
+             PoolPtr<BlockRecord> block) {
+  COAP_RPC_DEBUG(RootOf(to.entry), "[CoapRpc]app build observe response success, uri:%s, len:%u.\n",
+                 UriText(to.entry->key.uri).c_str(), len);
+  const Body body{COAP_MEDIATYPE_TEXT_PLAIN, len, out.release(), COAP_OnLargeIdlMsgBlockSent};
+  EndBuilt(to.entry, Send(to, body, std::move(block)));
+}
+
+// RootOfBlock returns the instance of a release context whose entry is still there, else null.
+CoapRpcCtx *RootOfBlock(const CoapRpcSerLargeBlockCtx &head) {
+  return head.entry && head.entry->owner ? head.entry->owner->owner : nullptr;
+}
+
+}  // namespace
+
+void COAP_RpcSerHandleJson(CoapRpcSerUriVtbl *entry, coap_resource_t *resource,
+                           coap_session_t *session, const coap_pdu_t *request,
+                           const coap_string_t *query, coap_pdu_t *response) {
+  const Notification to{entry, resource, session, request, query, response};
+  if (!Begin(to)) return;
+  // The record comes first: nothing but the text can fail once the builders have run.
+  auto block = NewBlock(entry, session);
+  JsonText text = block ? BuildJsonText(entry) : nullptr;
+  if (text) {
+    SendJson(to, std::move(text), std::move(block));
+  } else {
+    EndBuilt(entry, false);
+    AnswerEmpty(response);
+  }
+}
+
+uint32_t COAP_RpcSerHandleOneData(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg,
+                                  struct json_t *array) {
+  if (!HasBuilders(entry)) return Code(kSiteOneDataNoBuilder);
+  JsonRef object(json_object());
+  if (!object) return Violated(kSiteOneDataNoObject);
+  if (IsUpdate(chg)) COAP_RPC_DEBUG(ctx, "[CoapRpc]app build observe response update.\n");
+  if (CallBuilder(entry, chg, object.get()) != 0) return Code(kSiteOneDataBuilderFailed);
+  // The array takes the object in any case.
+  return json_array_append_new(array, object.release()) == 0 ? 0 : Code(kSiteOneDataNotAppended);
+}
+
+void COAP_RpcSerHandleIdl(CoapRpcSerUriVtbl *entry, coap_resource_t *resource,
+                          coap_session_t *session, const coap_pdu_t *request,
+                          const coap_string_t *query, coap_pdu_t *response) {
+  const Notification to{entry, resource, session, request, query, response};
+  if (!Begin(to)) return;
+  const uint64_t mem = RootOf(entry)->param.memHandle;
+  PoolPtr<uint8_t> out(static_cast<uint8_t *>(PoolAlloc(mem, kPayloadBufSize)), {mem});
+  auto block = NewBlock(entry, session);
+  uint32_t len = 0;
+  if (out && block && BuildIdl(entry, out.get(), &len) == 0) {
+    SendIdl(to, len, std::move(out), std::move(block));
+  } else {
+    AnswerEmpty(response);
+  }
+}
+
+uint32_t COAP_RpcSerHandleOneIdlMsg(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg,
+                                    CoapRpcSerIdlMsgBuf *msg) {
+  if (!HasBuilders(entry)) {
+    COAP_RPC_LOG(ctx->log, kLogOneIdlMsgNoBuilder, "[CoapRpc]func null.\n");
+    return Code(kSiteOneIdlMsgNoBuilder);
+  }
+  if (!msg || !msg->buf) {
+    COAP_RPC_LOG(ctx->log, kLogOneIdlMsgNoBuffer, "[CoapRpc]msg buf null.\n");
+    return Code(kSiteOneIdlMsgNoBuffer);
+  }
+  if (IsUpdate(chg)) {
+    COAP_RPC_DEBUG(ctx, "[CoapRpc]hdl one idl msg build update.\n");
+  } else {
+    COAP_RPC_DEBUG(ctx, "[CoapRpc]hdl one idl msg build delete.\n");
+  }
+  return CallBuilder(entry, chg, msg);
+}
+
+uint32_t COAP_RpcSerHandleIdlGetPayload(CoapRpcSerUriVtbl *entry, uint8_t *out, uint32_t *len) {
+  const uint32_t ret = BuildIdl(entry, out, len);
+  if (ret == 0) EndBuilt(entry, true);
+  return ret;
+}
+
+void COAP_OnLargeBlockSent(coap_session_t *, void *blockCtx) {
+  auto *block = static_cast<BlockRecord *>(blockCtx);
+  if (!block) return;
+  FreeJsonText(block->head.buf);
+  EndBlock(block);
+}
+
+void COAP_OnLargeIdlMsgBlockSent(coap_session_t *, void *blockCtx) {
+  auto *block = static_cast<BlockRecord *>(blockCtx);
+  if (!block) return;
+  CoapRpcCtx *ctx = RootOfBlock(block->head);
+  if (ctx && block->head.buf) COAP_RPC_DEBUG(ctx, "[CoapRpc]large block sent success.\n");
+  PoolFree(block->mem, block->head.buf);
+  EndBlock(block);
+}
