@@ -43,5 +43,13 @@ COAP_RPC_API uint32_t COAP_RpcSerHandleObserveBatchUpdate(CoapRpcCtx *ctx, CoapR
                                                           const CoapRpcMsgInfo *info,
                                                           const coap_string_t *query);
 
+/* CoapRpcObserveNoteQuery remembers the query of an observer's latest registration: the peer asks
+ * for the blocks of later notifications with it.  Ignores requests that register nobody. */
+void CoapRpcObserveNoteQuery(coap_resource_t *resource, coap_session_t *session,
+                             const coap_pdu_t *request, const coap_string_t *query);
+
+/* CoapRpcObserveForgetQueries frees all remembered queries. */
+void CoapRpcObserveForgetQueries(CoapRpcCtx *ctx);
+
 COAP_RPC_C_END
 #endif /* COAP_RPC_LIB_HANDLER_OBSERVE_H */
