@@ -149,8 +149,10 @@ uint32_t COAP_RpcLibStartup_(CoapRpcCtx *ctx, CoapRpcLibCtx *lib) {
 
 void COAP_RpcLibCleanup_(CoapRpcCtx *ctx, CoapRpcLibCtx *lib) {
   if (!lib || !lib->coapCtx) return;
+  CoapRpcHandlerStop(ctx);
   coap_free_context(lib->coapCtx);
   lib->coapCtx = nullptr;
+  CoapRpcHandlerFree(ctx);
   StopTimer(ctx, lib);
   if (--g_numStarted == 0) coap_cleanup();
 }
@@ -241,6 +243,7 @@ uint32_t COAP_RpcProcTask(void *root) {
   uint32_t numCalls = 0;
   while (ProcessOnce(ctx) && ++numCalls < kCallsPerServiceTick && IsServicePending(ctx)) {
   }
+  CoapRpcHandlerTick(ctx);
   return 0;
 }
 
@@ -249,5 +252,6 @@ uint32_t COAP_RpcProcQuickTask(void *root) {
   uint32_t numCalls = 0;
   while (ProcessOnce(ctx) && ++numCalls < kCallsPerQuickTick) {
   }
+  CoapRpcHandlerTick(ctx);
   return 0;
 }

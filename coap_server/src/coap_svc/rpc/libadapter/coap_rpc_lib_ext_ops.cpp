@@ -2,11 +2,18 @@
 
 #include <coap3/coap.h>
 
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_async.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_block.h"
+
 namespace {
 
 void ReleaseSession(CoapRpcCtx *, coap_session_t *session) { coap_session_release(session); }
 
-void ForgetEntry(CoapRpcCtx *, CoapRpcSerUriVtbl *) {}
+// Observers name no entry: libcoap's hooks look it up.
+void ForgetEntry(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
+  coap_rpc::ForgetEntryBlocks(entry);
+  CoapRpcAsyncForgetEntry(ctx, entry);
+}
 
 }  // namespace
 

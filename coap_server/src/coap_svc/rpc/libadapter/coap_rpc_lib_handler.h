@@ -71,5 +71,14 @@ COAP_RPC_API void COAP_RpcSvrHandleSetResponseHeader(coap_pdu_t *response,
                                                      const CoapRpcSerUriVtbl *entry,
                                                      CoapRpcCtx *ctx);
 
+/* CoapRpcHandlerTick lets go of what libcoap holds longer than needed; to be called after each turn
+ * of the I/O task. */
+void CoapRpcHandlerTick(CoapRpcCtx *ctx);
+
+/* CoapRpcHandlerStop drops pending asynchronous requests; to be called before the libcoap context
+ * is freed.  CoapRpcHandlerFree frees what is left behind then. */
+void CoapRpcHandlerStop(CoapRpcCtx *ctx);
+void CoapRpcHandlerFree(CoapRpcCtx *ctx);
+
 COAP_RPC_C_END
 #endif /* COAP_RPC_LIB_HANDLER_H */
