@@ -138,10 +138,15 @@ uint32_t RegisterAsync(const Request &req, CoapRpcCtx *ctx, CoapRpcSerUriVtbl *e
   return entry->reg.onAsyncRequest(entry->reg.userData, payload, len, handle);
 }
 
+// OpenTargetSession keeps the tokens that libcoap makes for block transfers away from those of the
+// peers' requests and of our stand-ins: it compares the low 48 bits, and would count from 1.
 coap_session_t *OpenTargetSession(CoapRpcCtx *ctx, const coap_address_t &peer,
                                   const coap_session_t *session) {
-  return coap_new_client_session(ctx->lib->coapCtx, nullptr, &peer,
-                                 coap_session_get_proto(session));
+  static constexpr uint8_t kFirstToken[] = {0x80, 0, 0, 0, 0, 1};
+  coap_session_t *target =
+      coap_new_client_session(ctx->lib->coapCtx, nullptr, &peer, coap_session_get_proto(session));
+  if (target) coap_session_init_token(target, sizeof(kFirstToken), kFirstToken);
+  return target;
 }
 
 }  // namespace
