@@ -110,8 +110,8 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(BatchUpdateUpToDate,     kPathLibHandler,  714,    0, "COAP_RpcSerHandleObserveBatchUpdate: the observer is up to date") \
   X(AbortAsyncNullArg,       kPathLibHandler, 1301,    0, "COAP_RpcSerAbortAsyncResponse: null argument") \
   X(AsyncNotPending,         kPathLibHandler, 1302,    0, "COAP_RpcSerSendAsyncResponse, COAP_RpcSerAbortAsyncResponse: the request is no longer pending") \
-  X(ReqSyncNotAttached,      kPathLibHandler, 1401,    0, "COAP_RpcSvrHandleReqSync: the answer cannot be attached") \
-  X(OneDataNotAppended,      kPathLibHandler, 1402,    0, "COAP_RpcSerHandleOneData: no memory to append the JSON object") \
+  X(ReqSyncNotAttached,      kPathLibHandler, 1411,    0, "COAP_RpcSvrHandleReqSync: the answer cannot be attached") \
+  X(OneDataNotAppended,      kPathLibHandler, 1412,    0, "COAP_RpcSerHandleOneData: no memory to append the JSON object") \
   X(CliSendNoSession,        kPathLibHandler, 1351,    0, "COAP_RpcCliSendRequest: no session") \
   X(CliSendNoPdu,            kPathLibHandler, 1352,    0, "COAP_RpcCliSendRequest: no memory for the message") \
   X(CliSendOptions,          kPathLibHandler, 1353,    0, "COAP_RpcCliSendRequest: options or payload cannot be added") \
