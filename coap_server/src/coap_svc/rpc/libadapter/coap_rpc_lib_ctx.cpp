@@ -55,9 +55,14 @@ coap_resource_t *FindResource(const CoapRpcCtx *ctx, const char *uri) {
   return coapCtx ? coap_get_resource_from_uri_path(coapCtx, &path) : nullptr;
 }
 
+// NewResource returns null without memory.  libcoap copies the path, and makes a resource without
+// path when that fails, which none of its functions can take, not even the one that deletes.
 coap_resource_t *NewResource(const CoapRpcCtx *ctx, const char *uri) {
   coap_str_const_t path = PathOf(uri);
-  return Libcoap(ctx) ? coap_resource_init(&path, 0) : nullptr;
+  coap_resource_t *resource = Libcoap(ctx) ? coap_resource_init(&path, 0) : nullptr;
+  if (!resource || coap_resource_get_uri_path(resource)) return resource;
+  coap_free_type(COAP_RESOURCE, resource);
+  return nullptr;
 }
 
 void RegisterMethods(const CoapRpcLibCtx *lib, coap_resource_t *resource) {
