@@ -1,5 +1,6 @@
 #include "coap3/coap_internal.h"
 
+#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -15,6 +16,15 @@ static int WantPacketInfo(int fd, int family) {
   return setsockopt(fd, IPPROTO_IPV6, IPV6_RECVPKTINFO, &on, sizeof(on));
 }
 
+/* AddressText is an address and port as text. */
+typedef struct AddressText {
+  unsigned char text[INET6_ADDRSTRLEN + 8];
+} AddressText;
+
+static const char *TextOf(const coap_address_t *addr, AddressText *text) {
+  return coap_print_addr(addr, text->text, sizeof(text->text)) ? (const char *)text->text : "?";
+}
+
 /* OpenSocket returns a socket of its own at an address, or -1. */
 static int OpenSocket(const coap_address_t *addr) {
   const int family = addr->addr.sa.sa_family;
@@ -22,7 +32,9 @@ static int OpenSocket(const coap_address_t *addr) {
   if (fd >= 0 && WantPacketInfo(fd, family) == 0 && bind(fd, &addr->addr.sa, addr->size) == 0) {
     return fd;
   }
-  coap_log_warn("cannot open endpoint: %s\n", coap_socket_strerror());
+  const char *reason = coap_socket_strerror();
+  AddressText text;
+  coap_log_warn("cannot open endpoint %s: %s\n", TextOf(addr, &text), reason);
   if (fd >= 0) close(fd);
   return -1;
 }
@@ -37,6 +49,9 @@ static void Adopt(coap_endpoint_t *endPoint, int fd) {
   endPoint->bind_addr.size = sizeof(endPoint->bind_addr.addr);
   getsockname(fd, &endPoint->bind_addr.addr.sa, &endPoint->bind_addr.size);
   coap_epoll_ctl_add(&endPoint->sock, EPOLLIN, __func__);
+  /* libcoap's own line about the endpoint names the port of its own socket. */
+  AddressText text;
+  coap_log_debug("moved endpoint to %s\n", TextOf(&endPoint->bind_addr, &text));
 }
 
 coap_endpoint_t *CoapRpcLibNewEndPoint(coap_context_t *coapCtx, const coap_address_t *addr,
