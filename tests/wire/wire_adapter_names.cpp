@@ -1,0 +1,32 @@
+/* wire_adapter_names.cpp: caller names in libcoap's log, with the shared library as it is shipped.
+ */
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
+#include "raw_peer.h"
+#include "test_instance.h"
+
+using namespace coap_rpc_test;
+
+TEST(WireNames, SharedLibrary_NamesLibcoapsExportedFunctions) {
+  TestHost host;
+  TestInstance ctx(host);
+  CoapRpcSerListenAddr addr = {};
+  addr.listenAddr.family = COAP_RPC_IPV4;
+  addr.listenAddr.addr.ipv4 = INADDR_LOOPBACK;
+  addr.port = FindFreeUdpPort();
+  ASSERT_NE(COAP_RpcCreateEndPoint(ctx, &addr), nullptr);
+  RawPeer peer;
+  peer.SetRemote({"127.0.0.1", addr.port});
+  for (uint16_t id = 1; id <= 2; ++id) {  // the second time the name is remembered
+    host.ClearLogs();
+    peer.Send(Request(CoapType::kCon, kCodeGet, id, {1}).AddPath("x"));
+    ASSERT_TRUE(peer.ReceiveMessage([&] { host.AdvanceMs(1000); }));
+    const std::string hexId = id == 1 ? "0001" : "0002";
+    EXPECT_TRUE(host.HasLog("[CoapRpc][coap_show_pdu], level = 7, msg = v:1 t:CON c:GET i:" +
+                            hexId + " {01} [ Uri-Path:x ]\n"));
+    EXPECT_TRUE(host.HasLog("[CoapRpc][coap_show_pdu], level = 7, msg = v:1 t:ACK c:4.04 i:" +
+                            hexId + " {01} [ ] :: 'Not Found'\n"));
+  }
+}
