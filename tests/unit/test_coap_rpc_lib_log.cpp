@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_caller.h"
+#include "logging_functions.h"
 #include "test_host.h"
 
 // The C library's functions, under the control of this file: linked with --wrap.
@@ -17,8 +18,6 @@ int __real_backtrace(void **frames, int size);
 char **__real_backtrace_symbols(void *const *frames, int size);
 int __wrap_backtrace(void **frames, int size);
 char **__wrap_backtrace_symbols(void *const *frames, int size);
-void LogFromNamedFunction(coap_log_t level, const char *message);
-void LogFromOtherFunction(coap_log_t level, const char *message);
 }
 
 using namespace coap_rpc_test;
@@ -78,19 +77,6 @@ struct LevelCase {
 class LibLogLevel : public LibLog, public testing::WithParamInterface<LevelCase> {};
 
 }  // namespace
-
-// The calls are not the last of the functions, so that they are no jumps.
-void LogFromNamedFunction(coap_log_t level, const char *message) {
-  coap_log_impl(level, "%s", message);
-  ++g_numLookups;
-  --g_numLookups;
-}
-
-void LogFromOtherFunction(coap_log_t level, const char *message) {
-  coap_log_impl(level, "other %s", message);
-  ++g_numLookups;
-  --g_numLookups;
-}
 
 int __wrap_backtrace(void **frames, int size) {
   std::vector<void *> all(static_cast<size_t>(size) + 1);
@@ -214,19 +200,14 @@ TEST_F(LibLog, SamePlace_IsLookedUpOnce) {
 
 TEST_F(LibLog, FailedLookUp_IsTriedAgain) {
   g_failSymbols = true;
-  const auto logHere = [] {
-    coap_log_impl(COAP_LOG_INFO, "here");
-    ++g_missingFrames;
-    --g_missingFrames;
-  };
-  logHere();
+  LogFromThirdFunction(COAP_LOG_INFO, "here");
   EXPECT_TRUE(host_.HasLog("[CoapRpc][__get_str_ng__], level = 6, msg = here"));
   g_failSymbols = false;
   g_symbol = "bin/prog(SomeName+0x12) [0x1234]";
-  logHere();
+  LogFromThirdFunction(COAP_LOG_INFO, "here");
   EXPECT_TRUE(host_.HasLog("[CoapRpc][SomeName], level = 6, msg = here"));
   g_symbol = nullptr;
-  logHere();
+  LogFromThirdFunction(COAP_LOG_INFO, "here");
   EXPECT_EQ(host_.LogsOf("CORP_RpcLibCoapLog").back().text,
             "[CoapRpc][SomeName], level = 6, msg = here");
 }
