@@ -376,6 +376,7 @@ TEST_F(LibMsg, GetUriHostIp_NotFourNumbers_Gives0AndErrorLog) {
     EXPECT_EQ(records[0].module, "logDefault");
     EXPECT_EQ(records[2].kind, LogKind::kSecond);
     EXPECT_EQ(records[2].level, 3u);
+    EXPECT_EQ(records[2].line, 1011u);
     EXPECT_EQ(records[2].func, "Coap_RpcGetUriHostIp");
     EXPECT_EQ(records[2].text, "[CoapRpc]app parse uri host failed.\n");
   }

@@ -126,8 +126,8 @@ uint32_t COAP_RpcLibVtblInit(void *root) {
   return 0;
 }
 
-uint32_t COAP_RpcLibVtblUninit(void *) {
-  CoapRpcLibSetLogRoot(nullptr);
+uint32_t COAP_RpcLibVtblUninit(void *root) {
+  CoapRpcLibUnsetLogRoot(static_cast<CoapRpcCtx *>(root));
   return 0;
 }
 

@@ -44,9 +44,11 @@ struct CoapRpcLibCtx {
   uintptr_t lastAsyncId;         /* handles count from 1 and are never used again */
 };
 
-/* Module rows of the adapter; the record is the root context. */
+/* Module rows of the adapter; the record is the root context.  libcoap's log goes to the instance
+ * that started last, for as long as it lives; VtblUninit ends that when it is this one, or
+ * whichever it is when `root` is null. */
 COAP_RPC_API uint32_t COAP_RpcLibVtblInit(void *root);
-COAP_RPC_API uint32_t COAP_RpcLibVtblUninit(void *notRead);
+COAP_RPC_API uint32_t COAP_RpcLibVtblUninit(void *root);
 COAP_RPC_API uint32_t COAP_RpcCtxInit(void *root);
 COAP_RPC_API uint32_t COAP_RpcCtxUninit(void *root);
 

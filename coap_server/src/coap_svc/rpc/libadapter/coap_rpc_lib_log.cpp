@@ -53,6 +53,10 @@ const LogSite &SiteOf(coap_log_t level) {
 
 void CoapRpcLibSetLogRoot(CoapRpcCtx *ctx) { g_logRoot = ctx; }
 
+void CoapRpcLibUnsetLogRoot(const CoapRpcCtx *ctx) {
+  if (!ctx || ctx == g_logRoot) g_logRoot = nullptr;
+}
+
 __attribute__((noinline)) const char *COAP_RpcLibCoapGetLogCallFuncName_(char *buf, int32_t len) {
   void *frames[kNumFrames];
   if (backtrace(frames, kNumFrames) < kNumFrames) return "__get_ptr_ng__";
@@ -71,7 +75,7 @@ __attribute__((noinline)) const char *COAP_RpcLibCoapGetLogCallFuncName_(char *b
 __attribute__((noinline)) void CORP_RpcLibCoapLog(coap_log_t level, const char *message) {
   const CoapRpcCtx *ctx = g_logRoot;
   if (!ctx) return;
-  char buf[kFuncNameSize] = {};
+  char buf[kFuncNameSize];
   const void *caller = CallerOfLogger(__builtin_return_address(0), __builtin_frame_address(0));
   const char *func = g_callerNames.Find(caller);
   if (!func) {
