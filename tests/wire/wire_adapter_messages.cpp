@@ -20,6 +20,15 @@ void AnswerAndKeepInfo(coap_resource_t *resource, coap_session_t *session,
   AnswerHello(resource, session, request, query, response);
 }
 
+std::function<void()> g_whileHandling;
+
+// AnswerAndAct answers and lets the test act from inside the handler.
+void AnswerAndAct(coap_resource_t *resource, coap_session_t *session, const coap_pdu_t *request,
+                  const coap_string_t *query, coap_pdu_t *response) {
+  AnswerHello(resource, session, request, query, response);
+  if (g_whileHandling) g_whileHandling();
+}
+
 // Server is a rig with one open endpoint.
 struct Server {
   explicit Server(TestHost &host, const CoapRpcSerListenAddr &addr) : rig(host) {
@@ -128,12 +137,7 @@ TEST_F(WireAdapter, DeletedResource_Gets404) {
 
 TEST_F(WireAdapter, Ping_GetsReset) {
   const CoapMessage ping = Request(CoapType::kCon, kCodeEmpty, 4711);
-  // libcoap spaces its resets by a quarter of a second, and the first one from its start.
-  const auto pingAgain = [&] {
-    peer_.Send(ping);
-    server_.rig.Tick();
-  };
-  const auto answer = peer_.ReceiveMessage(pingAgain, 2000);
+  const auto answer = Exchange(ping);
   ASSERT_TRUE(answer);
   EXPECT_EQ(*answer, RstOf(ping));
 }
@@ -255,6 +259,65 @@ TEST_F(WireAdapter, CloseWithHalfFetchedBody_IsClean) {
   server_.Close();
   COAP_RpcDeleteResource(server_.rig.Ctx(), "a");
   host_.AdvanceMs(5000);
+}
+
+TEST_F(WireAdapter, HandlerClosesItsEndPointAndResource_AnswerStillLeaves) {
+  g_whileHandling = [this] {
+    COAP_RpcDeleteResource(server_.rig.Ctx(), "a");
+    COAP_RpcDeleteResource(server_.rig.Ctx(), "a");
+    server_.Close();
+    EXPECT_EQ(server_.listen.endPoint, nullptr);
+  };
+  server_.rig.Lib().getHandler = AnswerAndAct;
+  server_.rig.AddResource("a", 0, 1);
+  host_.ClearLogs();
+  Observe("a");
+  EXPECT_EQ(g_adapterCalls.numObserversDeleted, 1u);
+  EXPECT_EQ(server_.rig.Resource("a"), nullptr);
+  EXPECT_TRUE(host_.HasLog("[CoapRpc]del resource success, uri:a.\n"));
+  // The address is free again.
+  RawPeer next({"127.0.0.1", server_.listen.key.port});
+  EXPECT_TRUE(next.IsOpen());
+}
+
+TEST_F(WireAdapter, HandlerReopensItsEndPointAndResource_BothServeOn) {
+  g_whileHandling = [this] {
+    COAP_RpcDeleteResource(server_.rig.Ctx(), "a");
+    server_.Close();
+    server_.listen = server_.rig.Open(server_.listen.key);
+    server_.rig.AddResource("a", 0, 1);
+  };
+  server_.rig.Lib().getHandler = AnswerAndAct;
+  server_.rig.AddResource("a");
+  for (uint16_t i = 0; i < 3; ++i) {
+    const auto answer = Exchange(Request(CoapType::kCon, kCodeGet, i, {1}).AddPath("a"));
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->Text(), "hello");
+    EXPECT_NE(server_.listen.endPoint, nullptr);
+    EXPECT_EQ(g_sleeps.size(), 0u);
+  }
+  g_whileHandling = nullptr;
+  const auto core = Exchange(Request(CoapType::kCon, kCodeGet, 9, {1}).AddPath(".well-known/core"));
+  ASSERT_TRUE(core);
+  EXPECT_NE(core->Text().find("</a>;obs"), std::string::npos) << core->Text();
+}
+
+TEST_F(WireAdapter, HandlerDeletesResourceWhileNotifying_IsClean) {
+  server_.rig.Lib().getHandler = AnswerAndAct;
+  g_whileHandling = nullptr;
+  server_.rig.AddResource("a", 1, 1);
+  Observe("a");
+  RawPeer second;
+  second.SetRemote(peer_.Remote());
+  second.Send(Request(CoapType::kCon, kCodeGet, 5, {2}).AddUint(kOptObserve, 0).AddPath("a"));
+  ASSERT_TRUE(second.ReceiveMessage(server_.rig.Ticker()));
+  g_whileHandling = [this] {
+    COAP_RpcDeleteResource(server_.rig.Ctx(), "a");
+    server_.Close();
+  };
+  EXPECT_TRUE(Notify("a"));
+  EXPECT_EQ(g_adapterCalls.numObserversDeleted, 2u);
+  EXPECT_EQ(server_.rig.Resource("a"), nullptr);
 }
 
 TEST_F(WireAdapter, StopWithEverythingInFlight_IsClean) {

@@ -85,6 +85,18 @@ void SetNotifyMode(CoapRpcCtx *ctx, coap_resource_t *resource, const CoapRpcUriK
   COAP_RPC_DEBUG(ctx, "set observe mode:%u.", mode);
 }
 
+// FreeRetired frees what callbacks gave up while libcoap was at work with it.
+void FreeRetired(const CoapRpcCtx *ctx) {
+  if (!Libcoap(ctx) || ctx->lib->hasRetired == 0) return;
+  ctx->lib->hasRetired = 0;
+  CoapRpcLibFreeRetired(ctx->lib->coapCtx);
+}
+
+// Reclaim gives an endpoint back that a callback has just given up, if it has this address.
+coap_endpoint_t *Reclaim(const CoapRpcCtx *ctx, const coap_address_t *address) {
+  return ctx->lib->hasRetired != 0 ? CoapRpcLibReclaim(ctx->lib->coapCtx, address) : nullptr;
+}
+
 // ProcessOnce lets libcoap do what is due, without waiting.  False: there is no libcoap context; a
 // callback may have taken it down.  The depth tells callbacks that libcoap is at work and still
 // knows the sessions that it is about to serve.
@@ -93,7 +105,7 @@ bool ProcessOnce(CoapRpcCtx *ctx) {
   if (!coapCtx) return false;
   ++ctx->ioDepth;
   coap_io_process(coapCtx, COAP_IO_NO_WAIT);
-  --ctx->ioDepth;
+  if (--ctx->ioDepth == 0) FreeRetired(ctx);
   return true;
 }
 
@@ -175,8 +187,10 @@ coap_endpoint_t *COAP_RpcCreateEndPoint(CoapRpcCtx *ctx, const CoapRpcSerListenA
   COAP_RpcSetAddress(&address, &addr->listenAddr, addr->port);
   COAP_RpcSetPort(&protocol, addr->port);
   for (uint32_t i = 0; i < kEndPointAttempts; ++i) {
-    coap_endpoint_t *endPoint =
-        CoapRpcLibNewEndPoint(Libcoap(ctx), &address, static_cast<coap_proto_t>(protocol));
+    coap_endpoint_t *endPoint = Reclaim(ctx, &address);
+    if (!endPoint) {
+      endPoint = CoapRpcLibNewEndPoint(Libcoap(ctx), &address, static_cast<coap_proto_t>(protocol));
+    }
     if (endPoint) {
       COAP_RPC_DEBUG(ctx, "[CoapRpc]add endPoint success, addr:0x%x, port:%u.\n",
                      addr->listenAddr.addr.ipv4, addr->port);
@@ -189,23 +203,33 @@ coap_endpoint_t *COAP_RpcCreateEndPoint(CoapRpcCtx *ctx, const CoapRpcSerListenA
 
 void COAP_RpcDeleteEndPoint(CoapRpcCtx *ctx, CoapRpcSerListen *listen) {
   if (!listen || !listen->endPoint) return;
-  CoapRpcLibDisconnectAll(listen->endPoint);
-  coap_free_endpoint(listen->endPoint);
+  coap_endpoint_t *endPoint = listen->endPoint;
   listen->endPoint = nullptr;
+  if (ctx->ioDepth != 0) {
+    CoapRpcLibRetire(endPoint);
+    ctx->lib->hasRetired = 1;
+  } else {
+    CoapRpcLibDisconnectAll(endPoint);
+    coap_free_endpoint(endPoint);
+  }
   COAP_RPC_DEBUG(ctx, "[CoapRpc]del endPoint success, addr:0x%x, port:%u.\n",
                  listen->key.listenAddr.addr.ipv4, listen->key.port);
 }
 
 uint32_t COAP_RpcCreateOrUpdateResource(CoapRpcCtx *ctx, const CoapRpcUriKey *key) {
-  if (coap_resource_t *existing = FindResource(ctx, key->uri)) {
-    if (key->observe != 0) MakeObservable(existing, key);
+  coap_resource_t *resource = FindResource(ctx, key->uri);
+  // One without user data has been deleted by a callback and waits for the end of it.
+  if (resource && coap_resource_get_userdata(resource)) {
+    if (key->observe != 0) MakeObservable(resource, key);
     return 0;
   }
-  coap_resource_t *resource = NewResource(ctx, key->uri);
-  if (!resource) return Code(kSiteCreateResourceFailed);
-  RegisterMethods(ctx->lib, resource);
+  if (!resource) {
+    resource = NewResource(ctx, key->uri);
+    if (!resource) return Code(kSiteCreateResourceFailed);
+    RegisterMethods(ctx->lib, resource);
+    coap_add_resource(ctx->lib->coapCtx, resource);
+  }
   MakeObservable(resource, key);
-  coap_add_resource(ctx->lib->coapCtx, resource);
   SetNotifyMode(ctx, resource, key);
   coap_resource_set_userdata(resource, ctx->lib->resUserData);
   COAP_RPC_DEBUG(ctx,
@@ -216,10 +240,14 @@ uint32_t COAP_RpcCreateOrUpdateResource(CoapRpcCtx *ctx, const CoapRpcUriKey *ke
 
 void COAP_RpcDeleteResource(CoapRpcCtx *ctx, const char *uri) {
   coap_resource_t *resource = FindResource(ctx, uri);
-  if (!resource) return;
+  if (!resource || !coap_resource_get_userdata(resource)) return;
   // What libcoap still calls for this resource finds no instance then.
   coap_resource_set_userdata(resource, nullptr);
-  coap_delete_resource(ctx->lib->coapCtx, resource);
+  if (ctx->ioDepth != 0) {
+    ctx->lib->hasRetired = 1;
+  } else {
+    coap_delete_resource(ctx->lib->coapCtx, resource);
+  }
   COAP_RPC_DEBUG(ctx, "[CoapRpc]del resource success, uri:%.*s.\n", COAP_RPC_URI_SIZE, uri);
 }
 

@@ -42,6 +42,7 @@ struct CoapRpcLibCtx {
   OSAL_AVL3_TREE asyncReqTree;   /* the same by what identifies the request, for retransmissions */
   CoapRpcLink asyncAnsweredList; /* those whose answer waits for libcoap's next turn */
   uintptr_t lastAsyncId;         /* handles count from 1 and are never used again */
+  uint32_t hasRetired;           /* non-zero: libcoap still holds what a callback has deleted */
 };
 
 /* Module rows of the adapter; the record is the root context.  libcoap's log goes to the instance
@@ -76,7 +77,11 @@ typedef unsigned int (*CoapRpcLibSleep)(unsigned int seconds);
 CoapRpcLibSleep CoapRpcLibSetSleep(CoapRpcLibSleep sleepFunc);
 
 /* COAP_RpcDeleteEndPoint disconnects the sessions of a listen's endpoint, frees it and clears the
- * listen's field.  Null listens and endpoints are ignored. */
+ * listen's field.  Null listens and endpoints are ignored.
+ *
+ * Called by a callback while libcoap is at work, the endpoint takes no further datagram but keeps
+ * its address until libcoap is done with the run, so that the answer under way still leaves.  Such
+ * an address can be opened again at once; a resource deleted there can be made again too. */
 COAP_RPC_API void COAP_RpcDeleteEndPoint(CoapRpcCtx *ctx, CoapRpcSerListen *listen);
 
 /* COAP_RpcCreateOrUpdateResource makes the resource of a key's uri, or makes an existing one

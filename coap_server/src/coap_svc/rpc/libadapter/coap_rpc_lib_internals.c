@@ -89,6 +89,53 @@ void CoapRpcLibDisconnectAll(coap_endpoint_t *endPoint) {
   }
 }
 
+void CoapRpcLibRetire(coap_endpoint_t *endPoint) {
+  endPoint->sock.flags &= (coap_socket_flags_t)~COAP_SOCKET_WANT_READ;
+}
+
+static int IsRetired(const coap_endpoint_t *endPoint) {
+  return (endPoint->sock.flags & COAP_SOCKET_WANT_READ) == 0;
+}
+
+coap_endpoint_t *CoapRpcLibReclaim(coap_context_t *coapCtx, const coap_address_t *addr) {
+  coap_endpoint_t *endPoint;
+  LL_FOREACH(coapCtx->endpoint, endPoint) {
+    if (!IsRetired(endPoint) || !coap_address_equals(&endPoint->bind_addr, addr)) continue;
+    endPoint->sock.flags |= COAP_SOCKET_WANT_READ;
+    return endPoint;
+  }
+  return NULL;
+}
+
+static coap_endpoint_t *FirstRetired(coap_context_t *coapCtx) {
+  coap_endpoint_t *endPoint;
+  LL_FOREACH(coapCtx->endpoint, endPoint) {
+    if (IsRetired(endPoint)) return endPoint;
+  }
+  return NULL;
+}
+
+static coap_resource_t *FirstWithoutUserData(coap_context_t *coapCtx) {
+  RESOURCES_ITER(coapCtx->resources, resource) {
+    if (!resource->user_data) return resource;
+  }
+  return NULL;
+}
+
+/* Callbacks run meanwhile, so each search starts anew.  Sessions go before the resources that they
+ * observe. */
+void CoapRpcLibFreeRetired(coap_context_t *coapCtx) {
+  coap_endpoint_t *endPoint;
+  while ((endPoint = FirstRetired(coapCtx)) != NULL) {
+    CoapRpcLibDisconnectAll(endPoint);
+    coap_free_endpoint(endPoint);
+  }
+  coap_resource_t *resource;
+  while ((resource = FirstWithoutUserData(coapCtx)) != NULL) {
+    coap_delete_resource(coapCtx, resource);
+  }
+}
+
 int CoapRpcLibFits(const coap_pdu_t *pdu, size_t len) {
   return pdu->max_size == 0 || pdu->used_size + 1 + len <= pdu->max_size;
 }

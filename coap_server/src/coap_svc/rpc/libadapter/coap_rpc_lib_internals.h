@@ -21,6 +21,13 @@ void CoapRpcLibStripQuery(coap_subscription_t *subscription);
 coap_endpoint_t *CoapRpcLibNewEndPoint(coap_context_t *coapCtx, const coap_address_t *addr,
                                        coap_proto_t protocol);
 
+/* CoapRpcLibRetire ends reading from an endpoint that libcoap may be at work with.
+ * CoapRpcLibReclaim resumes it and returns the retired endpoint of an address, or null.
+ * CoapRpcLibFreeRetired frees all retired endpoints, and the resources without user data. */
+void CoapRpcLibRetire(coap_endpoint_t *endPoint);
+coap_endpoint_t *CoapRpcLibReclaim(coap_context_t *coapCtx, const coap_address_t *addr);
+void CoapRpcLibFreeRetired(coap_context_t *coapCtx);
+
 /* CoapRpcLibDisconnectAll disconnects every session of an endpoint, and with them their observers,
  * queued messages and block transfers; libcoap cannot free the endpoint safely before. */
 void CoapRpcLibDisconnectAll(coap_endpoint_t *endPoint);
