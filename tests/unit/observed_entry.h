@@ -22,6 +22,9 @@ inline int32_t ByLetter(const void *a, const void *b) {
   return strncasecmp(static_cast<const char *>(a), static_cast<const char *>(b), 4);
 }
 
+// ManyKey is a key of eight bytes.
+inline std::string ManyKey(uint32_t i) { return "k" + std::to_string(10'000'000 + i).substr(1); }
+
 class ObservedEntry {
  public:
   explicit ObservedEntry(uint16_t keyLen = 4, uint16_t valLen = 4, OSAL_AVL3_CMP cmp = ByText) {
@@ -60,6 +63,13 @@ class ObservedEntry {
   }
   uint32_t Chg(const char *key, const char *val, uint32_t chgType) {
     return COAP_RpcSerProcTupleChg(&ctx, &entry, &entry.key, key, val, chgType);
+  }
+
+  // QueueMany queues updates of `numKeys` different keys of eight bytes.
+  void QueueMany(uint32_t numKeys, uint32_t from = 0) {
+    for (uint32_t i = from; i < from + numKeys; ++i) {
+      ASSERT_EQ(Chg(ManyKey(i).c_str(), "val1", 1), 0u);
+    }
   }
 
   // Changes are the records on the list, from the head.

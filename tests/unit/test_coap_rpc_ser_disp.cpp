@@ -35,6 +35,17 @@ TEST(SerDisp, Init_RegistersFiveCommandsInOrder) {
   EXPECT_EQ(t.host.LogsOf("COAP_RPC_LOG_MOD_DO").front().text, "[CoapRpc]\n");
 }
 
+TEST(SerDisp, Instance_HasTheCommandsOfBothSidesUntilItEnds) {
+  TestHost host;
+  TestInstance instance(host);
+  EXPECT_EQ(host.Display().Commands().size(), 8u);
+  EXPECT_EQ(host.RunCommand("disp server listen"), (Pages{" ***total 0 server listen(s) ***\n"}));
+  EXPECT_EQ(host.RunCommand("disp client session", 0u),
+            (Pages{" ***total 0 client session(s) ***\n"}));
+  instance.Stop();
+  EXPECT_TRUE(host.Display().Commands().empty());
+}
+
 TEST(SerDisp, Init_EveryRegistrationFails_Gives0) {
   ServerBench t;
   t.host.Display().FuncFailures().FailFrom(1);

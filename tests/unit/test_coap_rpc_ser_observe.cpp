@@ -1,6 +1,4 @@
 /* test_coap_rpc_ser_observe.cpp: pending changes of an observable URI and the update timer. */
-#include <ctime>
-
 #include <gtest/gtest.h>
 
 #include "observed_entry.h"
@@ -12,19 +10,6 @@ using Texts = std::vector<std::string>;
 
 constexpr char kSerObservePath[] = "coap_server/src/coap_svc/rpc/server/coap_rpc_ser_observe";
 constexpr uint32_t kNumMany = 1000;
-
-std::string KeyOf(uint32_t i) {
-  char key[16];
-  snprintf(key, sizeof(key), "k%07u", i);
-  return key;
-}
-
-// Queue queues `numKeys` updates of different keys of eight bytes.
-void Queue(ObservedEntry &t, uint32_t numKeys, uint32_t from = 0) {
-  for (uint32_t i = from; i < from + numKeys; ++i) {
-    ASSERT_EQ(t.Chg(KeyOf(i).c_str(), "val1", 1), 0u);
-  }
-}
 
 TEST(SerTupleChg, NoObserver_QueuesNothingAndSaysSo) {
   ObservedEntry t;
@@ -137,7 +122,7 @@ TEST(SerTupleChg, SetMatchesByComparator_ListByBytes) {
 
 TEST(SerTupleChg, ChangeTree_StaysEmpty) {
   ObservedEntry t(8);
-  Queue(t, kNumMany);
+  t.QueueMany(kNumMany);
   EXPECT_EQ(t.entry.tupleChgTree.root, nullptr);
   EXPECT_EQ(t.Changes()[0]->node.parent, nullptr);
 }
@@ -317,7 +302,7 @@ TEST(SerUpdateTimer, Tick_AlwaysGives0) {
 
 TEST(SerOrphanChgs, PendingChanges_MoveToTheRootAndAreFreedThere) {
   ObservedEntry t(8);
-  Queue(t, kNumMany);
+  t.QueueMany(kNumMany);
   CoapRpcSerOrphanChgs(&t.entry);
   EXPECT_EQ(t.ChangeTexts(), Texts{});
   EXPECT_EQ(t.entry.chgIndex, nullptr);
@@ -329,117 +314,11 @@ TEST(SerOrphanChgs, PendingChanges_MoveToTheRootAndAreFreedThere) {
 
 TEST(SerOrphanChgs, AnOrphan_CanBeDeletedAlone) {
   ObservedEntry t(8);
-  Queue(t, 40);
+  t.QueueMany(40);
   CoapRpcTupleChg *chg = t.Changes()[7];
   CoapRpcSerOrphanChgs(&t.entry);
   COAP_RpcSerDelTupleChgData(&t.ctx, chg);
   EXPECT_EQ(t.host.Pool().LiveCount(), 39u);
-}
-
-TEST(SerChgIndex, ManyKeys_KeepOrderAndMerge) {
-  ObservedEntry t(8);
-  Queue(t, kNumMany);
-  for (uint32_t i = 0; i < kNumMany; i += 3) t.Chg(KeyOf(i).c_str(), nullptr, 2);
-  const std::vector<CoapRpcTupleChg *> changes = t.Changes();
-  ASSERT_EQ(changes.size(), kNumMany);
-  for (uint32_t i = 0; i < kNumMany; ++i) {
-    EXPECT_EQ(memcmp(changes[i]->key, KeyOf(i).c_str(), 8), 0);
-    EXPECT_EQ(memcmp(changes[i]->key + 8, "val1", 4), 0);
-    EXPECT_EQ(changes[i]->chgType, i % 3 == 0 ? 2 : 1);
-  }
-}
-
-TEST(SerChgIndex, DeletedChange_IsNoLongerFound) {
-  ObservedEntry t(8);
-  Queue(t, kNumMany);
-  for (CoapRpcTupleChg *chg : t.Changes()) {
-    if (chg->key[7] == '5') COAP_RpcSerDelTupleChgData(&t.ctx, chg);
-  }
-  EXPECT_EQ(COAP_RpcSerMergeTupleData(&t.entry, KeyOf(15).c_str(), "val2", 1), 0u);
-  EXPECT_EQ(COAP_RpcSerMergeTupleData(&t.entry, KeyOf(16).c_str(), "val2", 1), 1u);
-  EXPECT_EQ(t.Changes().size(), kNumMany - kNumMany / 10);
-}
-
-TEST(SerChgIndex, NoMemoryForIt_ChangesAreQueuedAllTheSame) {
-  ObservedEntry t(8);
-  constexpr uint64_t kChgBytes = sizeof(CoapRpcTupleChg) + 12;
-  for (uint32_t i = 0; i < 200; ++i) {
-    t.host.Pool().SetByteLimit((i + 1) * kChgBytes);
-    ASSERT_EQ(t.Chg(KeyOf(i).c_str(), "val1", 1), 0u);
-  }
-  EXPECT_EQ(t.entry.chgIndex, nullptr);
-  t.Chg(KeyOf(150).c_str(), "val2", 1);
-  EXPECT_EQ(t.Changes().size(), 200u);
-  EXPECT_EQ(t.ChangeTexts()[150], "1k0000150=val2");
-
-  t.host.Pool().SetByteLimit(0);
-  t.Chg(KeyOf(200).c_str(), "val1", 1);
-  EXPECT_NE(t.entry.chgIndex, nullptr) << "made as soon as there is memory";
-  t.Chg(KeyOf(150).c_str(), "val3", 1);
-  EXPECT_EQ(t.Changes().size(), 201u);
-  EXPECT_EQ(t.ChangeTexts()[150], "1k0000150=val3");
-}
-
-TEST(SerChgIndex, NoMemoryToGrow_TheSmallOneFindsEverything) {
-  ObservedEntry t(8);
-  Queue(t, 40);
-  ASSERT_NE(t.entry.chgIndex, nullptr);
-  const uint64_t bytes = t.host.Pool().LiveBytes();
-  constexpr uint64_t kChgBytes = sizeof(CoapRpcTupleChg) + 12;
-  for (uint32_t i = 40; i < 400; ++i) {
-    t.host.Pool().SetByteLimit(bytes + (i - 39) * kChgBytes);
-    ASSERT_EQ(t.Chg(KeyOf(i).c_str(), "val1", 1), 0u);
-  }
-  for (uint32_t i = 0; i < 400; ++i) {
-    EXPECT_EQ(COAP_RpcSerMergeTupleData(&t.entry, KeyOf(i).c_str(), "val2", 1), 1u);
-  }
-  EXPECT_EQ(t.Changes().size(), 400u);
-}
-
-TEST(SerChgIndex, EveryAllocationFails_LosesThatOneAtMost) {
-  for (uint64_t n = 1; n <= 110; ++n) {
-    ObservedEntry t(8);
-    t.host.Pool().Failures().FailOnce(n);
-    uint32_t numFailed = 0;
-    for (uint32_t i = 0; i < 100; ++i) {
-      const uint32_t ret = t.Chg(KeyOf(i).c_str(), "val1", 1);
-      EXPECT_TRUE(ret == 0 || ret == 1900000129u);
-      numFailed += ret != 0;
-    }
-    EXPECT_LE(numFailed, 1u);
-    EXPECT_EQ(t.Changes().size(), 100u - numFailed);
-  }
-}
-
-TEST(SerChgIndex, DrainedList_GivesTheMemoryBackWithTheNextChange) {
-  ObservedEntry t(8);
-  Queue(t, kNumMany);
-  for (CoapRpcTupleChg *chg : t.Changes()) COAP_RpcSerDelTupleChgData(&t.ctx, chg);
-  t.Chg("neweight", "val1", 1);
-  EXPECT_EQ(t.entry.chgIndex, nullptr);
-  EXPECT_EQ(t.host.Pool().LiveCount(), 1u);
-}
-
-TEST(SerChgIndex, LongUse_KeepsItSmall) {
-  ObservedEntry t(8);
-  Queue(t, 40);
-  const uint64_t bytes = t.host.Pool().LiveBytes();
-  for (uint32_t i = 40; i < 5000; ++i) {
-    COAP_RpcSerDelTupleChgData(&t.ctx, t.Changes()[0]);
-    ASSERT_EQ(t.Chg(KeyOf(i).c_str(), "val1", 1), 0u);
-  }
-  EXPECT_LE(t.host.Pool().LiveBytes(), 2 * bytes);
-}
-
-// A walk for each of these changes would be 1.25 thousand million comparisons.
-TEST(SerChgIndex, FiftyThousandKeys_AreQueuedAtOnce) {
-  ObservedEntry t(8);
-  t.ctx.log = 0;
-  const clock_t start = clock();
-  Queue(t, 50'000);
-  Queue(t, 50'000);
-  EXPECT_LT(clock() - start, 5 * CLOCKS_PER_SEC);
-  EXPECT_EQ(t.Changes().size(), 50'000u);
 }
 
 }  // namespace
