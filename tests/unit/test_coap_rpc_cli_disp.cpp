@@ -205,6 +205,16 @@ TEST_F(CliDisp, Request_ShowsTheClientsTimerAndList) {
   EXPECT_NE(text.find("/resendTimer(Running)/resndLstEmpty(0)/"), std::string::npos) << text;
 }
 
+TEST_F(CliDisp, Request_HostileUri_IsPrintedAsItIsAndPassed) {
+  AddReq(std::string(64, 'u'));
+  AddReq("%s%n\x1b\n");
+  const Pages pages = host_.RunCommand("disp client request", 0u);
+  ASSERT_EQ(pages.size(), 3u);
+  EXPECT_EQ(pages[0].substr(0, 34), "client request[  0]: uri(%s%n\x1b\n)/m");
+  EXPECT_EQ(pages[1].substr(0, 104),
+            "client request[  1]: uri(" + std::string(64, 'u') + ")/msgType(CON)/");
+}
+
 TEST_F(CliDisp, Request_UnknownCode) {
   CoapRpcCliReqData *req = AddReq("a");
   req->codeType = 9;

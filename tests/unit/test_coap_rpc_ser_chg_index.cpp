@@ -91,6 +91,19 @@ TEST(SerChgIndex, EveryAllocationFails_LosesThatOneAtMost) {
   }
 }
 
+TEST(SerChgIndex, EveryAllocationOfUpdatesFails_LosesATupleOrAChangeAtMost) {
+  const auto byKey = [](const void *a, const void *b) { return memcmp(a, b, 8); };
+  for (uint64_t n = 1; n <= 210; ++n) {
+    ObservedEntry t(8, 4, byKey);
+    t.host.Pool().Failures().FailOnce(n);
+    uint32_t numFailed = 0;
+    for (uint32_t i = 0; i < 100; ++i) numFailed += t.Update(ManyKey(i).c_str(), "val1") != 0;
+    const uint32_t numLost = 100 - COAP_RpcGetTupleSetCnt(&t.entry);
+    EXPECT_EQ(t.Changes().size(), 100u - numFailed);
+    EXPECT_LE(numFailed + numLost, 1u);
+  }
+}
+
 TEST(SerChgIndex, DrainedList_GivesTheMemoryBackWithTheNextChange) {
   ObservedEntry t(8);
   t.QueueMany(kNumMany);
