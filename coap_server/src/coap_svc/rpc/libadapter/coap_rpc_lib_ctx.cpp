@@ -138,8 +138,8 @@ uint32_t COAP_RpcLibVtblInit(void *root) {
   return 0;
 }
 
-uint32_t COAP_RpcLibVtblUninit(void *root) {
-  CoapRpcLibUnsetLogRoot(static_cast<CoapRpcCtx *>(root));
+uint32_t COAP_RpcLibVtblUninit(void *) {
+  CoapRpcLibSetLogRoot(nullptr);
   return 0;
 }
 

@@ -46,10 +46,9 @@ struct CoapRpcLibCtx {
 };
 
 /* Module rows of the adapter; the record is the root context.  libcoap's log goes to the instance
- * that started last, for as long as it lives; VtblUninit ends that when it is this one, or
- * whichever it is when `root` is null. */
+ * that started last, until any instance of the process stops: VtblUninit ignores its argument. */
 COAP_RPC_API uint32_t COAP_RpcLibVtblInit(void *root);
-COAP_RPC_API uint32_t COAP_RpcLibVtblUninit(void *root);
+COAP_RPC_API uint32_t COAP_RpcLibVtblUninit(void *notRead);
 COAP_RPC_API uint32_t COAP_RpcCtxInit(void *root);
 COAP_RPC_API uint32_t COAP_RpcCtxUninit(void *root);
 

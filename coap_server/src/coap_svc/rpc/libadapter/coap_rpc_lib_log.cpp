@@ -53,10 +53,6 @@ const LogSite &SiteOf(coap_log_t level) {
 
 void CoapRpcLibSetLogRoot(CoapRpcCtx *ctx) { g_logRoot = ctx; }
 
-void CoapRpcLibUnsetLogRoot(const CoapRpcCtx *ctx) {
-  if (!ctx || ctx == g_logRoot) g_logRoot = nullptr;
-}
-
 __attribute__((noinline)) const char *COAP_RpcLibCoapGetLogCallFuncName_(char *buf, int32_t len) {
   void *frames[kNumFrames];
   if (backtrace(frames, kNumFrames) < kNumFrames) return "__get_ptr_ng__";

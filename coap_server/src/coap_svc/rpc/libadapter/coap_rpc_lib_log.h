@@ -12,9 +12,6 @@ COAP_RPC_C_BEGIN
  * libcoap's handler carries no user data: one process serves one instance, the last started. */
 void CoapRpcLibSetLogRoot(CoapRpcCtx *ctx);
 
-/* CoapRpcLibUnsetLogRoot ends that for an instance which is it, or with null for any. */
-void CoapRpcLibUnsetLogRoot(const CoapRpcCtx *ctx);
-
 /* CORP_RpcLibCoapLog is libcoap's log handler; the spelling of its name is fixed. */
 COAP_RPC_API void CORP_RpcLibCoapLog(coap_log_t level, const char *message);
 
