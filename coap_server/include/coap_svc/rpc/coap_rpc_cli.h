@@ -42,7 +42,10 @@ static_assert(sizeof(CoapRpcCliRspInfo) == 16, "response information size");
  * resend timer, once per attempt.
  *
  *   req   the request's userData, payload (the library's copy) and payloadLen
- *   out   outSize (65471) bytes, the first one zero
+ *   out   outSize (65471) bytes, the first one zero; one buffer for all requests of the instance
+ *
+ * May start and cancel requests, the one being built included, but only before it writes: a request
+ * that is built meanwhile uses the same buffer.
  *
  * Returns the length written, 0 to 65470 bytes; anything else fails the attempt. */
 typedef int32_t (*CoapRpcCliBuildReq)(uint64_t userData, const CoapRpcCliReqParam *req,
@@ -82,7 +85,13 @@ COAP_RPC_API uint32_t COAP_RpcCliRegVtbl(CoapRpcCtx *ctx, const CoapRpcUriKey *k
 
 /* COAP_RpcCliNonReq and COAP_RpcCliConReq send a request.  The message type comes from the key,
  * not from the function.  A CON request that cannot be sent is tried again every 1001 ms until it
- * goes out, although the call returns an error.
+ * goes out, although the call returns an error.  A NON one that cannot be sent keeps its record
+ * until it is called again without a payload, or the instance stops.
+ *
+ * Up to about 1.1 kB the payload travels in one message, above that block-wise.  A peer gets one
+ * unacknowledged CON message at a time; further ones wait.  Requests carry no token, but for those
+ * of the uri "terminals/dynamic-mac" and those that travel block-wise; what that means for an
+ * answer that comes late is told in coap_rpc_ext.h at COAP_RpcGetTokenlessRspNum.
  *
  * Returns 0 or:  1900000076, 1900001014 null argument (asserted)
  *                1900001012, 1900001015 families differ, are unknown, or peer equals source
