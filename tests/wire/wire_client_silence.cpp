@@ -236,5 +236,68 @@ TEST_F(ClientSilence, PeerThatComesBack_GetsWhatFailedInBetween) {
   EXPECT_EQ(COAP_RpcCliFindFirstReqData(Ctx()->cli), nullptr);
 }
 
+class ClientQueue : public ClientSilence {
+ protected:
+  void SetUp() override { COAP_RpcRefreshTaskTimer(Ctx()); }
+
+  // Numbered sends a request that carries its number.
+  uint32_t Numbered(uint64_t number) {
+    app_.out = std::to_string(number);
+    return Call(key_, number, COAP_RPC_POST);
+  }
+
+  // AnswerInOrder acknowledges until `num` different requests have come; their numbers in order.
+  std::vector<std::string> AnswerInOrder(RawPeer &peer, size_t num) {
+    std::vector<std::string> numbers;
+    uint32_t lastMid = 0x10000;
+    for (int round = 0; round < 3000 && numbers.size() < num; ++round) {
+      const std::optional<CoapMessage> message = peer.ReceiveMessage(Pump(), 1);
+      if (!message) continue;
+      peer.Send(AckOf(*message));
+      if (message->messageId != lastMid) numbers.push_back(message->Text());
+      lastMid = message->messageId;
+    }
+    return numbers;
+  }
+};
+
+TEST_F(ClientQueue, PeerThatIsBusy_GetsAThousandInOrderOnce) {
+  Register(key_, &app_);
+  host_.Logs().SuppressBelow(4);
+  constexpr size_t kNum = 1000;
+  std::vector<std::string> expected;
+  for (uint64_t i = 0; i < kNum; ++i) {
+    ASSERT_EQ(Numbered(i), 0U);
+    expected.push_back(std::to_string(i));
+  }
+  EXPECT_EQ(SessionOf(PeerAddr())->msgStatistic[0], kNum);
+  EXPECT_EQ(AnswerInOrder(peer_, kNum), expected);
+  EXPECT_TRUE(Drain(30'000).empty());
+}
+
+TEST_F(ClientQueue, PeerWhosePortWasClosed_GetsEverythingWhenItIsBack) {
+  Register(key_, &app_);
+  const uint16_t port = peer_.Local().port;
+  auto other = std::make_unique<RawPeer>(UdpAddress{"127.0.0.2", 0});
+  const UdpAddress away = other->Local();
+  other.reset();  // nobody listens: the network says so
+  ASSERT_NE(away.port, port);
+  CoapRpcCliAddr addr = PeerAddr(COAP_RPC_POST);
+  addr.dstPort = away.port;
+  std::vector<std::string> expected;
+  for (uint64_t i = 0; i < 8; ++i) {
+    const CoapRpcCliReqParam param = ParamOf(i);
+    app_.out = std::to_string(i);
+    COAP_RpcCliConReq(Ctx(), &key_, &param, &addr);  // some are refused and queued
+    expected.push_back(std::to_string(i));
+    Tick();
+  }
+  RawPeer back(away);
+  std::vector<std::string> numbers = AnswerInOrder(back, 8);
+  std::sort(numbers.begin(), numbers.end());
+  EXPECT_EQ(numbers, expected);
+  EXPECT_EQ(COAP_RpcCliFindFirstReqData(Ctx()->cli), nullptr);
+}
+
 }  // namespace
 }  // namespace coap_rpc_test

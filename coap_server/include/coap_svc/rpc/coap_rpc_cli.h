@@ -88,6 +88,9 @@ COAP_RPC_API uint32_t COAP_RpcCliRegVtbl(CoapRpcCtx *ctx, const CoapRpcUriKey *k
  * goes out, although the call returns an error.  A NON one that cannot be sent keeps its record
  * until it is called again without a payload, or the instance stops.
  *
+ * Answers are heard for 90 seconds after the last request to the peer, or for as long as a relation
+ * with it exists.
+ *
  * Up to about 1.1 kB the payload travels in one message, above that block-wise.  A peer gets one
  * unacknowledged CON message at a time; further ones wait.  Requests carry no token, but for those
  * of the uri "terminals/dynamic-mac" and those that travel block-wise; what that means for an
