@@ -180,6 +180,29 @@ TEST_F(ClientRequest, TwoRelations_HaveTwoTokens) {
   EXPECT_NE(first.token, second.token);
 }
 
+// Tokens count up for each session: a relation that moves must not bring one along that another
+// relation of its new peer has.
+TEST_F(ClientRequest, RelationThatMovesToAnotherPeer_DrawsATokenThere) {
+  App app;
+  const CoapRpcUriKey key = KeyOf("a", COAP_RPC_CON, 1);
+  Register(key, &app);
+  RawPeer other{UdpAddress{"127.0.0.2", 0}};
+  const CoapRpcCliReqParam first = ParamOf(1);
+  const CoapRpcCliReqParam second = ParamOf(2);
+  const CoapRpcCliAddr here = PeerAddr();
+  const CoapRpcCliAddr there = AddrOf(other);
+  EXPECT_EQ(COAP_RpcCliObserveReq(Ctx(), &key, &first, &here), 0U);
+  EXPECT_EQ(COAP_RpcCliObserveReq(Ctx(), &key, &second, &there), 0U);
+  peer_.Send(AckOf(Next(peer_)));
+  const CoapMessage stays = Next(other);
+  other.Send(AckOf(stays));
+  EXPECT_EQ(COAP_RpcCliObserveReq(Ctx(), &key, &first, &there), 0U);
+  const CoapMessage moved = Next(other);
+  EXPECT_EQ(stays.token, Bytes({1}));
+  EXPECT_NE(moved.token, stays.token);
+  other.Send(AckOf(moved));
+}
+
 class ClientCheckCode : public ClientRequest {
  protected:
   void SetUp() override { Register(key_, &app_); }

@@ -59,7 +59,8 @@ COAP_RPC_API CoapRpcCliReqData *COAP_RpcCliAddReqData(CoapRpcCliData *cli,
  */
 COAP_RPC_API void COAP_RpcCliDelReqData(CoapRpcCliData *cli, CoapRpcCliReqData *req);
 
-/* Binding of a record to one session; the old session is offered to the aging list. */
+/* Binding of a record to one session; the old session is offered to the aging list.  A record that
+ * moves to another session loses its token. */
 COAP_RPC_API void COAP_RpcCliReqBindSession(CoapRpcCliData *cli, CoapRpcCliSession *session,
                                             CoapRpcCliReqData *req);
 COAP_RPC_API void COAP_RpcCliReqUnbindSession(CoapRpcCliData *cli, CoapRpcCliReqData *req);

@@ -18,7 +18,8 @@ void CallOnDisconnect(CoapRpcCtx *ctx, const CoapRpcCliUriVtbl *uriVtbl,
                       const CoapRpcIpAddr *peer) {
   if (!uriVtbl->reg.onDisconnect) return;
   uriVtbl->reg.onDisconnect(uriVtbl->reg.userData, peer);
-  COAP_RPC_DEBUG(ctx, "[CoapRpc]session disconnected, ipAddr:0x%x.\n", peer->addr.ipv4);
+  const uint32_t ipv4 = peer->family == COAP_RPC_IPV4 ? peer->addr.ipv4 : 0;
+  COAP_RPC_DEBUG(ctx, "[CoapRpc]session disconnected, ipAddr:0x%x.\n", ipv4);
 }
 
 void LogNackOfSent(CoapRpcCtx *ctx, const coap_pdu_t *sent, uint32_t reason, int32_t mid) {
