@@ -3,6 +3,7 @@
 #include <map>
 #include <random>
 
+#include "coap_svc/rpc/coap_rpc_cli.h"
 #include "wire_server.h"
 
 namespace coap_rpc_test {
@@ -324,6 +325,76 @@ TEST_F(Async, TwoBigAnswersAtOnce_BothArrive) {
   EXPECT_EQ(got, (std::vector<Bytes>{BytesOf(texts[0]), BytesOf(texts[1])}));
 }
 
+TEST_F(Async, SmallAnswersWithLowTokens_DoNotEndABigOne) {
+  ServeAsync();
+  const std::string text(5000, 'x');
+  std::vector<void *> handles = {AskOnce(GetWith({}))};
+  for (uint8_t token = 1; token <= 4; ++token) handles.push_back(AskOnce(GetWith({token})));
+  EXPECT_EQ(Answer(handles[0], text), 0u);
+  for (size_t i = 1; i < handles.size(); ++i) EXPECT_EQ(Answer(handles[i], "small"), 0u);
+  Bytes body;
+  int numSmall = 0;
+  while (body.size() < text.size() || numSmall < 4) {
+    const std::optional<CoapMessage> post = home_.ReceiveMessage(Pump());
+    ASSERT_TRUE(post) << home_.LogText();
+    const std::optional<CoapBlock> block = post->Block(kOptBlock1);
+    CoapMessage answer = Request(CoapType::kAck, block && block->more ? Code(2, 31) : Code(2, 1),
+                                 post->messageId, post->token);
+    if (block) {
+      body.insert(body.end(), post->payload.begin(), post->payload.end());
+      answer.AddBlock(kOptBlock1, *block);
+    } else {
+      EXPECT_EQ(post->Text(), "small");
+      ++numSmall;
+    }
+    home_.SetRemote(home_.Datagrams().back().other);
+    home_.Send(answer);
+  }
+  EXPECT_EQ(body, BytesOf(text));
+}
+
+TEST_F(Async, AnswerThatArrives_GoesToTheClientTable) {
+  const CoapRpcUriKey serverKey = KeyOf("a/b", COAP_RPC_CON, 0, COAP_RPC_UNICAST);
+  Serve(serverKey, RegOf(&app_, kAsync));
+  CoapRpcCliVtblReg reg = {};
+  std::vector<std::string> responses;
+  reg.userData = reinterpret_cast<uint64_t>(&responses);
+  reg.onResponse = [](uint64_t userData, uint64_t, uint8_t *payload, uint32_t len,
+                      const CoapRpcCliRspInfo *) {
+    reinterpret_cast<std::vector<std::string> *>(userData)->push_back(
+        std::string(payload, payload + len));
+    return 0u;
+  };
+  const CoapRpcUriKey clientKey = KeyOf("a/b");
+  EXPECT_EQ(COAP_RpcCliRegVtbl(Ctx(), &clientKey, &reg), 0u);
+  const CoapMessage post = Post(CoapType::kCon, "a/b", "answer");
+  EXPECT_EQ(Ask(asker_, post), Request(CoapType::kAck, Code(2, 1), post.messageId, post.token));
+  EXPECT_EQ(responses, (std::vector<std::string>{"answer"}));
+  EXPECT_TRUE(app_.handles.empty());
+}
+
+TEST_F(Async, PeersInTurns_SessionsAreReplacedAndAllAnswersArrive) {
+  ServeAsync();
+  RawPeer other({OwnLoopback(1), 0});
+  RawPeer otherHome({OwnLoopback(1), kCoapPort});
+  other.SetRemote(Address());
+  for (int i = 0; i < 5; ++i) {
+    AskOnce(GetWith({1}));
+    const CoapMessage request = GetWith({2});
+    ExpectEmptyAck(Ask(other, request), request);
+  }
+  for (void *handle : app_.handles) EXPECT_EQ(Answer(handle, "{}"), 0u);
+  for (RawPeer *home : {&home_, &otherHome}) {
+    for (int i = 0; i < 5; ++i) {
+      const std::optional<CoapMessage> post = home->ReceiveMessage(Pump());
+      ASSERT_TRUE(post);
+      EXPECT_EQ(post->Text(), "{}");
+      home->SetRemote(home->Datagrams().back().other);
+      home->Send(AckOf(*post));
+    }
+  }
+}
+
 TEST_F(Async, BigRequest_IsHandedOverWholeAndAnswered) {
   ServeAsync();
   const std::string text(3000, 'r');
@@ -356,12 +427,13 @@ TEST_F(Async, WithoutPayload_NobodyIsCalled) {
   EXPECT_TRUE(app_.handles.empty());
 }
 
-TEST_F(Async, NoMemoryForTheRecord_Gives503) {
+TEST_F(Async, NoMemoryForSessionOrRecord_Gives503) {
   ServeAsync();
-  host_.Pool().Failures().FailOnce(2);  // the first is the payload's copy
-  const CoapMessage answer = Ask(asker_, GetWith({1}));
-  EXPECT_EQ(answer.code, Code(5, 3));
-  EXPECT_TRUE(app_.handles.empty());
+  for (const uint64_t n : {2, 3}) {  // the first is the payload's copy
+    host_.Pool().Failures().FailOnce(n);
+    EXPECT_EQ(Ask(asker_, GetWith({1})).code, Code(5, 3)) << n;
+    EXPECT_TRUE(app_.handles.empty());
+  }
 }
 
 TEST_F(Async, SessionIsKeptForThePeerAndReplacedForAnother) {

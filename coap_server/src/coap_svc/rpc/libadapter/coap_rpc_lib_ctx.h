@@ -43,6 +43,7 @@ struct CoapRpcLibCtx {
   CoapRpcLink asyncAnsweredList; /* those whose answer waits for libcoap's next turn */
   uintptr_t lastAsyncId;         /* handles count from 1 and are never used again */
   uint32_t hasRetired;           /* non-zero: libcoap still holds what a callback has deleted */
+  CoapRpcLink targetList;        /* sessions through which asynchronous answers are sent, owned */
 };
 
 /* Module rows of the adapter; the record is the root context.  libcoap's log goes to the instance

@@ -1,13 +1,14 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ext_ops.h"
 
-#include <coap3/coap.h>
-
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_async.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_block.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_target.h"
 
 namespace {
 
-void ReleaseSession(CoapRpcCtx *, coap_session_t *session) { coap_session_release(session); }
+void ReleaseSession(CoapRpcCtx *ctx, coap_session_t *session) {
+  coap_rpc::CloseTarget(ctx, session);
+}
 
 // Observers name no entry: libcoap's hooks look it up.
 void ForgetEntry(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {

@@ -8,6 +8,7 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_block.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_observe.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_target.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_lookup.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
@@ -138,17 +139,6 @@ uint32_t RegisterAsync(const Request &req, CoapRpcCtx *ctx, CoapRpcSerUriVtbl *e
   return entry->reg.onAsyncRequest(entry->reg.userData, payload, len, handle);
 }
 
-// OpenTargetSession keeps the tokens that libcoap makes for block transfers away from those of the
-// peers' requests and of our stand-ins: it compares the low 48 bits, and would count from 1.
-coap_session_t *OpenTargetSession(CoapRpcCtx *ctx, const coap_address_t &peer,
-                                  const coap_session_t *session) {
-  static constexpr uint8_t kFirstToken[] = {0x80, 0, 0, 0, 0, 1};
-  coap_session_t *target =
-      coap_new_client_session(ctx->lib->coapCtx, nullptr, &peer, coap_session_get_proto(session));
-  if (target) coap_session_init_token(target, sizeof(kFirstToken), kFirstToken);
-  return target;
-}
-
 }  // namespace
 
 void COAP_RpcSerGetHandler(coap_resource_t *resource, coap_session_t *session,
@@ -259,9 +249,9 @@ coap_session_t *COAP_RpcSvrGetTargetSession(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *
     if (coap_address_equals(coap_session_get_addr_remote(entry->asyncSession), &peer)) {
       return entry->asyncSession;
     }
-    coap_session_release(entry->asyncSession);
+    CloseTarget(ctx, entry->asyncSession);
   }
-  entry->asyncSession = OpenTargetSession(ctx, peer, session);
+  entry->asyncSession = OpenTarget(ctx, peer, coap_session_get_proto(session));
   return entry->asyncSession;
 }
 
@@ -289,9 +279,13 @@ void COAP_RpcSvrHandleSetResponseHeader(coap_pdu_t *response, const CoapRpcSerUr
 void CoapRpcHandlerTick(CoapRpcCtx *ctx) {
   if (!ctx->lib || !ctx->lib->coapCtx) return;
   CoapRpcAsyncSweep(ctx);
+  SweepTargets(ctx);
   ExpireBlocks(ctx);
 }
 
-void CoapRpcHandlerStop(CoapRpcCtx *ctx) { CoapRpcAsyncForgetEntry(ctx, nullptr); }
+void CoapRpcHandlerStop(CoapRpcCtx *ctx) {
+  CoapRpcAsyncForgetEntry(ctx, nullptr);
+  FreeTargets(ctx);
+}
 
 void CoapRpcHandlerFree(CoapRpcCtx *ctx) { CoapRpcObserveForgetQueries(ctx); }
