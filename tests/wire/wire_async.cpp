@@ -10,18 +10,9 @@ namespace coap_rpc_test {
 namespace {
 
 constexpr uint8_t kAsync = 1;
-constexpr uint16_t kCoapPort = 5683;
-
-// OwnLoopback is a loopback address of this process alone, so that its port 5683 is free.
-std::string OwnLoopback(int number = 0) {
-  const int pid = getpid();
-  return "127." + std::to_string(1 + number) + "." + std::to_string(pid >> 8 & 0xFF) + "." +
-         std::to_string(1 + pid % 254);
-}
-
 class Async : public WireServer {
  protected:
-  Async() : asker_({OwnLoopback(), 0}), home_({OwnLoopback(), kCoapPort}) {
+  Async() : asker_({OwnHost(Role::kPeer), 0}), home_({OwnHost(Role::kPeer), kCoapPort}) {
     asker_.SetRemote(Address());
   }
 
@@ -375,8 +366,8 @@ TEST_F(Async, AnswerThatArrives_GoesToTheClientTable) {
 
 TEST_F(Async, PeersInTurns_SessionsAreReplacedAndAllAnswersArrive) {
   ServeAsync();
-  RawPeer other({OwnLoopback(1), 0});
-  RawPeer otherHome({OwnLoopback(1), kCoapPort});
+  RawPeer other({OwnHost(Role::kOtherPeer), 0});
+  RawPeer otherHome({OwnHost(Role::kOtherPeer), kCoapPort});
   other.SetRemote(Address());
   for (int i = 0; i < 5; ++i) {
     AskOnce(GetWith({1}));
@@ -444,7 +435,7 @@ TEST_F(Async, SessionIsKeptForThePeerAndReplacedForAnother) {
   AskOnce(GetWith({2}));
   EXPECT_EQ(entry_->asyncSession, session);
 
-  RawPeer other({OwnLoopback(1), 0});
+  RawPeer other({OwnHost(Role::kOtherPeer), 0});
   other.SetRemote(Address());
   const CoapMessage request = GetWith({3});
   ExpectEmptyAck(Ask(other, request), request);

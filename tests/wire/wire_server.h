@@ -23,7 +23,22 @@ namespace coap_rpc_test {
 
 inline constexpr uint32_t kLoopback = 0x7F000001;
 inline constexpr uint64_t kTickMs = 100;
+inline constexpr uint16_t kCoapPort = 5683;
 inline constexpr int kNothingComes = 5;  // rounds without a datagram that count as silence
+
+// Loopback addresses that only this process uses, so that all their ports are free.
+enum class Role : uint32_t { kServer = 1, kPeer = 2, kOtherPeer = 3 };
+
+inline uint32_t OwnIpv4(Role role) {
+  return 0x7F000000 | static_cast<uint32_t>(role) << 22 |
+         (static_cast<uint32_t>(getpid()) & 0x3FFFFF);
+}
+
+inline std::string OwnHost(Role role) {
+  const uint32_t ipv4 = OwnIpv4(role);
+  return std::to_string(ipv4 >> 24) + "." + std::to_string(ipv4 >> 16 & 0xFF) + "." +
+         std::to_string(ipv4 >> 8 & 0xFF) + "." + std::to_string(ipv4 & 0xFF);
+}
 
 // App is what the callbacks of one entry do, and what they were given.
 struct App {
@@ -65,13 +80,13 @@ struct App {
 
 class WireServer : public testing::Test {
  protected:
-  WireServer() : instance_(std::make_unique<TestInstance>(host_)), port_(FindFreeUdpPort()) {
+  WireServer() : instance_(std::make_unique<TestInstance>(host_)) {
     COAP_RpcRefreshTaskTimer(Ctx());
     peer_.SetRemote(Address());
   }
 
   CoapRpcCtx *Ctx() const { return instance_->Get(); }
-  UdpAddress Address() const { return {"127.0.0.1", port_}; }
+  static UdpAddress Address() { return {OwnHost(Role::kServer), kCoapPort}; }
 
   CoapRpcSerVtblReg RegOf(App *app, uint8_t mode, uint8_t payloadFormat = COAP_RPC_JSON) const {
     CoapRpcSerVtblReg reg = {};
@@ -88,8 +103,8 @@ class WireServer : public testing::Test {
                            const CoapRpcSerObVtblReg *obReg = nullptr) {
     CoapRpcSerListenAddr addr = {};
     addr.listenAddr.family = COAP_RPC_IPV4;
-    addr.listenAddr.addr.ipv4 = kLoopback;
-    addr.port = port_;
+    addr.listenAddr.addr.ipv4 = OwnIpv4(Role::kServer);
+    addr.port = kCoapPort;
     EXPECT_EQ(COAP_RpcSerRegVtbl(Ctx(), &key, &reg, obReg), 0u);
     EXPECT_EQ(COAP_RpcSerSetUri(Ctx(), &key, &addr), 0u);
     return COAP_RpcSerFindUriVtbl(Ctx()->ser, &key);
@@ -129,7 +144,6 @@ class WireServer : public testing::Test {
 
   TestHost host_;
   std::unique_ptr<TestInstance> instance_;
-  const uint16_t port_;
   RawPeer peer_;
   uint16_t mid_ = 0x1000;
 };
