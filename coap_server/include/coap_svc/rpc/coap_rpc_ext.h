@@ -29,5 +29,29 @@ COAP_RPC_API uint32_t COAP_RpcSetKeepAlive(CoapRpcCtx *ctx, uint32_t seconds);
  * number.  An application that cannot bear that repeats its call when no answer arrives in time. */
 COAP_RPC_API uint32_t COAP_RpcGetTokenlessRspNum(const CoapRpcCtx *ctx);
 
+/* COAP_RpcGetIoFd gives a descriptor that becomes readable when the instance has work: datagrams,
+ * and libcoap's timers for retransmission and notification.
+ *
+ * An application with an event loop watches it (level-triggered) and calls COAP_RpcProcIo when it
+ * is readable, instead of waiting for the periodic I/O task; the task goes on beside it and is
+ * needed still, for what has no event.  The descriptor belongs to the instance: do not read or
+ * close it, and stop watching before COAP_RpcUninit.
+ *
+ * Returns -1 for a null instance. */
+COAP_RPC_API int COAP_RpcGetIoFd(CoapRpcCtx *ctx);
+
+/* COAP_RpcProcIo serves what waits at the instance's sockets and timers and returns; it never waits
+ * for anything.  A run takes up to 10 ms and the callbacks of what it has begun by then.
+ *
+ * Returns 1 when its time was used up and more may be waiting (the descriptor is then still
+ * readable), else 0; 0 for a null instance. */
+COAP_RPC_API uint32_t COAP_RpcProcIo(CoapRpcCtx *ctx);
+
+/* COAP_RpcSetLibLogLevel says which of libcoap's messages reach the log: 0 (emergency) to 8 (all,
+ * the default; also for larger numbers).  libcoap has one level for the process.
+ *
+ * Returns 0 or:  1900001406 null instance (asserted) */
+COAP_RPC_API uint32_t COAP_RpcSetLibLogLevel(CoapRpcCtx *ctx, uint32_t level);
+
 COAP_RPC_C_END
 #endif /* COAP_RPC_EXT_H */

@@ -15,6 +15,10 @@ inline constexpr uint32_t kQuickPeriodMs = 100;
 inline constexpr uint32_t kCallsPerServiceTick = 256;
 inline constexpr uint32_t kCallsPerQuickTick = 25;
 
+// I/O driven by the descriptor: a run ends when nothing waits or its time is used up.
+inline constexpr uint32_t kDatagramsPerRead = 32;
+inline constexpr uint32_t kIoBudgetMs = 10;
+
 // Endpoints.  A port that cannot be bound blocks the caller for three sleeps.
 inline constexpr uint32_t kEndPointAttempts = 3;
 inline constexpr uint32_t kEndPointRetrySeconds = 1;

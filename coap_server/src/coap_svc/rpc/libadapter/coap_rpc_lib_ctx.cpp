@@ -3,7 +3,9 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <ctime>
 
+#include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler.h"
@@ -97,16 +99,38 @@ coap_endpoint_t *Reclaim(const CoapRpcCtx *ctx, const coap_address_t *address) {
   return ctx->lib->hasRetired != 0 ? CoapRpcLibReclaim(ctx->lib->coapCtx, address) : nullptr;
 }
 
-// ProcessOnce lets libcoap do what is due, without waiting.  False: there is no libcoap context; a
-// callback may have taken it down.  The depth tells callbacks that libcoap is at work and still
-// knows the sessions that it is about to serve.
-bool ProcessOnce(CoapRpcCtx *ctx) {
+// RunLibcoap runs `work` on the libcoap context.  False: there is none; a callback may have taken
+// it down.  The depth tells callbacks that libcoap is at work and still knows the sessions that it
+// is about to serve.
+template <typename Work>
+bool RunLibcoap(CoapRpcCtx *ctx, Work work) {
   coap_context_t *coapCtx = Libcoap(ctx);
   if (!coapCtx) return false;
   ++ctx->ioDepth;
-  coap_io_process(coapCtx, COAP_IO_NO_WAIT);
+  work(coapCtx);
   if (--ctx->ioDepth == 0) FreeRetired(ctx);
   return true;
+}
+
+// ProcessOnce lets libcoap do what is due, without waiting.
+bool ProcessOnce(CoapRpcCtx *ctx) {
+  return RunLibcoap(ctx,
+                    [](coap_context_t *coapCtx) { coap_io_process(coapCtx, COAP_IO_NO_WAIT); });
+}
+
+// ServeOnce is ProcessOnce for many datagrams at once.  True: there may be more.
+bool ServeOnce(CoapRpcCtx *ctx) {
+  int isReady = 0;
+  RunLibcoap(ctx, [&](coap_context_t *coapCtx) {
+    isReady = CoapRpcLibServeReady(coapCtx, kDatagramsPerRead);
+  });
+  return isReady != 0;
+}
+
+uint64_t MonotonicMs() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
 }
 
 bool IsServicePending(const CoapRpcCtx *ctx) { return ctx->lib && ctx->lib->svcFlag != 0; }
@@ -286,5 +310,26 @@ uint32_t COAP_RpcProcQuickTask(void *root) {
   while (ProcessOnce(ctx) && ++numCalls < kCallsPerQuickTick) {
   }
   CoapRpcHandlerTick(ctx);
+  return 0;
+}
+
+int COAP_RpcGetIoFd(CoapRpcCtx *ctx) {
+  coap_context_t *coapCtx = ctx ? Libcoap(ctx) : nullptr;
+  return coapCtx ? coap_context_get_coap_fd(coapCtx) : -1;
+}
+
+uint32_t COAP_RpcProcIo(CoapRpcCtx *ctx) {
+  if (!ctx) return 0;
+  const uint64_t endMs = MonotonicMs() + kIoBudgetMs;
+  while (ServeOnce(ctx)) {
+    if (MonotonicMs() >= endMs) return 1;
+  }
+  return 0;
+}
+
+uint32_t COAP_RpcSetLibLogLevel(CoapRpcCtx *ctx, uint32_t level) {
+  if (!ctx || !ctx->lib) return Violated(kSiteSetLibLogLevelNullArg);
+  ctx->lib->logLevel = level < kLibLogLevel ? level : kLibLogLevel;
+  coap_set_log_level(static_cast<coap_log_t>(ctx->lib->logLevel));
   return 0;
 }

@@ -185,3 +185,24 @@ void CoapRpcLibClearBody(coap_pdu_t *pdu) {
     coap_remove_option(pdu, kBodyOptions[i]);
   }
 }
+
+enum { kMaxReady = 16, kMaxPerEndPoint = 32 };
+
+/* An endpoint's event is repeated, because libcoap reads one datagram for each; a read too many
+ * finds nothing.  A client session's event is not: a callback may free the session. */
+int CoapRpcLibServeReady(coap_context_t *coapCtx, unsigned perEndPoint) {
+  struct epoll_event ready[kMaxReady];
+  struct epoll_event events[kMaxReady * kMaxPerEndPoint];
+  const unsigned repeats = perEndPoint < kMaxPerEndPoint ? perEndPoint : kMaxPerEndPoint;
+  const int numReady = epoll_wait(coapCtx->epfd, ready, kMaxReady, 0);
+  size_t numEvents = 0;
+  int isSocketReady = 0;
+  for (int i = 0; i < numReady; ++i) {
+    const coap_socket_t *sock = ready[i].data.ptr;
+    const unsigned times = sock && sock->endpoint ? repeats : 1;
+    for (unsigned k = 0; k < times; ++k) events[numEvents++] = ready[i];
+    if (sock) isSocketReady = 1;
+  }
+  coap_io_do_epoll(coapCtx, events, numEvents);
+  return isSocketReady;
+}

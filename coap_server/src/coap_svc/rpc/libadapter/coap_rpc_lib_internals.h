@@ -57,5 +57,10 @@ void CoapRpcLibSetToken(coap_pdu_t *pdu, const coap_bin_const_t *token);
 /* CoapRpcLibClearBody removes the payload and the options that describe it. */
 void CoapRpcLibClearBody(coap_pdu_t *pdu);
 
+/* CoapRpcLibServeReady serves the sockets that have something to read, without waiting: up to
+ * `perEndPoint` datagrams of each endpoint and one of each client session, and libcoap's timers.
+ * Returns 1 when a socket was ready, so that there may be more; else 0. */
+int CoapRpcLibServeReady(coap_context_t *coapCtx, unsigned perEndPoint);
+
 COAP_RPC_C_END
 #endif /* COAP_RPC_LIB_INTERNALS_H */
