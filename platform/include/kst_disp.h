@@ -37,14 +37,15 @@ KST_API uint32_t KST_DispUnregObj(uint64_t disp, const char *name);
  *   paramCount    number of parameter names that follow, at most KST_DISP_MAX_PARAMS;
  *                 each is a const char * that begins with "pc" or "uni"
  *
- * All texts are copied.  Returns 0; non-zero when the service is 0, the object is unknown, a
- * parameter name has no known prefix, the command exists already, or there is no memory. */
+ * All texts are copied.  Returns 0; non-zero when the service is 0, the object is unknown, there are
+ * too many parameters, a parameter name has no known prefix, the command exists already, or there is
+ * no memory. */
 KST_API uint32_t KST_DispRegFunc_(uint64_t disp, const char *handlerName, KST_DISP_FUNC handler,
                                   const char *command, uint32_t flags, const char *objName,
                                   uint32_t paramCount, ...);
 
-/* KST_DispPrintf_ prints to whoever runs the current command.  Outside a command it does nothing.
- * A text of any length arrives whole. */
+/* KST_DispPrintf_ prints to whoever runs the current command.  Outside a command, and with service
+ * 0, it does nothing.  A text of any length arrives whole. */
 KST_API void KST_DispPrintf_(uint64_t disp, const char *fmt, ...) KST_PRINTF(2, 3);
 
 /* KST_DispSaveCtx_ saves the position of the running paged command (both byte strings are copied)
@@ -52,15 +53,17 @@ KST_API void KST_DispPrintf_(uint64_t disp, const char *fmt, ...) KST_PRINTF(2, 
  *
  *   keyLen       at most KST_DISP_MAX_KEY_LEN bytes
  *   counterLen   at most KST_DISP_MAX_COUNTER_LEN bytes
- * Longer ones, and calls outside a command, are ignored. */
+ * Longer ones, calls outside a command, and service 0 are ignored. */
 KST_API void KST_DispSaveCtx_(uint64_t disp, const void *key, uint32_t keyLen, const void *counter,
                               uint32_t counterLen);
 
 /* KST_DispGetLastCtx_ gives the position that the previous invocation saved.
  *
- *   counter   takes the saved counter bytes; left as it is on the first invocation
+ *   counter   takes the saved counter bytes, as many as were saved; left as it is on the first
+ *             invocation
  *
- * Returns the saved key, valid until the handler returns; null on the first invocation. */
+ * Returns the saved key, valid until the handler returns; null on the first invocation and for
+ * service 0. */
 KST_API const void *KST_DispGetLastCtx_(uint64_t disp, void *counter);
 
 /* KST_GetMemStr renders bytes as lower-case hexadecimal digits, two a byte, with one blank between

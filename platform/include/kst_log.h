@@ -30,7 +30,8 @@ KST_API uint32_t KST_LogFirstHalf_(uint64_t log, const char *module, uint32_t li
 
 /* KST_LogSecondHalf_ prints the record that KST_LogFirstHalf_ has just agreed to.
  *
- *   func   name of the function that writes; `fmt` may or may not end in a line feed */
+ *   func   name of the function that writes; `fmt` may or may not end in a line feed
+ * Log 0 is ignored. */
 KST_API void KST_LogSecondHalf_(uint64_t log, const char *module, uint32_t line, uint32_t level,
                                 const char *func, const char *fmt, ...) KST_PRINTF(6, 7);
 

@@ -21,10 +21,12 @@ KST_API uint32_t KST_Free_(uint64_t mem, void *p, const char *tag, uint32_t num)
 
 /* KST_StrNew makes a framework string from a printf format, allocated from `mem`.
  *
- * Returns the NUL-terminated text, or null without memory.  Free it with KST_StrDel only. */
+ * Returns the NUL-terminated text, or null without memory or for pool 0.  Free it with KST_StrDel
+ * only. */
 KST_API char *KST_StrNew(uint64_t mem, const char *fmt, ...) KST_PRINTF(2, 3);
 
-/* KST_StrDel frees a text made by KST_StrNew with the same pool.  Null is accepted. */
+/* KST_StrDel frees a text made by KST_StrNew with the same pool.  Null is accepted; with pool 0
+ * nothing happens. */
 KST_API void KST_StrDel(uint64_t mem, char *s);
 
 KST_C_END

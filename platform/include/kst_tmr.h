@@ -17,13 +17,14 @@ typedef uint32_t (*KST_TmrTick)(void *param);
  *              missed altogether are not made up for)
  *   param      handed to every tick, not otherwise used
  *
- * Returns the timer's id, never 0, not reused while the timer runs; 0 when it cannot be started. */
+ * Returns the timer's id, never 0, not reused while the timer runs; 0 when it cannot be started,
+ * also for service 0. */
 KST_API uint64_t KST_TmrStartLoop(uint64_t tmr, KST_TmrTick tick, uint32_t periodMs, void *param);
 
 /* KST_TmrStop stops timer `id`; its tick is not called again, not even one that is already due.
  *
- * Safe inside any tick, that of the same timer included.  An id that is 0 or no longer runs is
- * ignored. */
+ * Safe inside any tick, that of the same timer included.  Service 0, and an id that is 0 or no
+ * longer runs, are ignored. */
 KST_API void KST_TmrStop(uint64_t tmr, uint64_t id);
 
 KST_C_END

@@ -9,7 +9,8 @@ KST_C_BEGIN
 /* OSAL_MemCmp compares `len` bytes as unsigned numbers.  Returns exactly -1, 0 or 1. */
 KST_API int32_t OSAL_MemCmp(const void *a, const void *b, size_t len);
 
-/* OSAL_StrChr and OSAL_StrRChr find the first and the last `c` in `s`; null when there is none. */
+/* OSAL_StrChr and OSAL_StrRChr find the first and the last `c` in `s`; null when there is none.
+ * The terminator counts as a character of the text. */
 KST_API char *OSAL_StrChr(const char *s, int c);
 KST_API char *OSAL_StrRChr(const char *s, int c);
 
