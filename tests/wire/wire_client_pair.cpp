@@ -156,6 +156,24 @@ TEST_F(ClientPair, VerifyWithTheCurrentCode_BringsNothingTwice) {
   EXPECT_EQ(app_.numWalks, numWalks);
 }
 
+// What the client lost is brought again, by Batch always and by Verify when its code is an old one.
+TEST_F(ClientPair, BatchAndVerifyWithAnOldCode_BringTheWholeSet) {
+  Follow();
+  app_.data = {{"k001", "aaaa"}, {"k002", "bbbb"}};
+  for (const auto &[key, val] : app_.data) Update(key, val);
+  Run(3000);
+  mirror_.table.clear();
+  EXPECT_EQ(Call(COAP_RpcCliObserveReqBatch, observeKey_), 0U);
+  Run(4000);
+  EXPECT_EQ(mirror_.table, app_.data);
+  mirror_.table.clear();
+  COAP_RpcCliFindUriVtbl(client_->Get()->cli, &observeKey_)->checkCode = 1;
+  EXPECT_EQ(Call(COAP_RpcCliObserveReqVerify, observeKey_), 0U);
+  Run(4000);
+  EXPECT_EQ(mirror_.table, app_.data);
+  EXPECT_EQ(mirror_.numBad, 0U);
+}
+
 TEST_F(ClientPair, ClientThatStops_IsForgotten) {
   Follow();
   client_->Stop();

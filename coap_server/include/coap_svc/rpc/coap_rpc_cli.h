@@ -1,7 +1,11 @@
 /* coap_rpc_cli.h: calling: register handler tables, send requests, observe.
  *
  * A call names a registered key, a parameter record that makes the call distinct, and a peer.
- * Responses are delivered to the onResponse of the table whose path the response carries. */
+ * Responses are delivered to the onResponse of the table whose path the response carries.
+ * Notifications and asynchronous answers carry one, a synchronous answer of this library's server
+ * does not.  An asynchronous answer comes as a POST to port 5683 of the address that asked; to get
+ * it, ask from that address (packet type BROADCAST binds it), serve the path there with an
+ * asynchronous UNICAST entry, and register onResponse for the path with packet type DEFAULT. */
 #ifndef COAP_RPC_CLI_H
 #define COAP_RPC_CLI_H
 
@@ -91,7 +95,8 @@ COAP_RPC_API uint32_t COAP_RpcCliRegVtbl(CoapRpcCtx *ctx, const CoapRpcUriKey *k
  * Answers are heard for 90 seconds after the last request to the peer, or for as long as a relation
  * with it exists.
  *
- * Up to about 1.1 kB the payload travels in one message, above that block-wise.  A peer gets one
+ * Up to about 1.1 kB the payload travels in one message, above that block-wise, from a copy that is
+ * kept until the peer has answered, or for 93 seconds.  A peer gets one
  * unacknowledged CON message at a time; further ones wait.  Requests carry no token, but for those
  * of the uri "terminals/dynamic-mac" and those that travel block-wise; what that means for an
  * answer that comes late is told in coap_rpc_ext.h at COAP_RpcGetTokenlessRspNum.
