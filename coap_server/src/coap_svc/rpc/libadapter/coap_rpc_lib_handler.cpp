@@ -166,7 +166,9 @@ void COAP_RpcSerPostHandler(coap_resource_t *resource, coap_session_t *session,
                             coap_pdu_t *response) {
   if (!resource || !request) return;
   if (COAP_RpcSerHandleRequest(resource, session, request, query, response) != 0) return;
-  if (IsConfirmable(request)) coap_pdu_set_code(response, COAP_RESPONSE_CODE_CREATED);
+  if (response && IsConfirmable(request)) {
+    coap_pdu_set_code(response, COAP_RESPONSE_CODE_CREATED);
+  }
 }
 
 uint32_t COAP_RpcSerHandleRequest(coap_resource_t *resource, coap_session_t *session,
