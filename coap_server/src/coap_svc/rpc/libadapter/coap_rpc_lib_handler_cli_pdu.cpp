@@ -8,13 +8,11 @@
 #include "coap_svc/rpc/common/coap_rpc_safe.h"
 #include "coap_svc/rpc/common/coap_rpc_text.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_lookup.h"
 
 namespace {
 
 using namespace coap_rpc;
-
-// The one plain uri whose requests carry a token.
-constexpr char kDynamicMacUri[] = "terminals/dynamic-mac";
 
 constexpr size_t kScratchSize = 4;
 
@@ -43,10 +41,6 @@ void AddFreshToken(coap_pdu_t *pdu, CoapRpcCliSession *session) {
   size_t len = 0;
   coap_session_new_token(session->coapSession, &len, token);
   coap_add_token(pdu, len, token);
-}
-
-bool IsDynamicMac(const CoapRpcUriKey &key) {
-  return strcmp(UriText(key.uri).c_str(), kDynamicMacUri) == 0;
 }
 
 // FormatHost writes the address text of Uri-Host.  Returns its length, negative on failure.
@@ -79,7 +73,7 @@ uint32_t COAP_RpcCliAddPduOption(CoapRpcCtx *ctx, CoapRpcCliUriVtbl *uriVtbl, co
   if (key.observe != 0) {
     AddObserve(ctx, pdu, scratch, session, req);
     COAP_RpcCliAddCheckCode(pdu, uriVtbl, req);
-  } else if (IsDynamicMac(key)) {
+  } else if (CoapRpcLibIsDynamicMac(&key) != 0) {
     AddFreshToken(pdu, session);
   }
   AddHost(ctx, pdu, session);

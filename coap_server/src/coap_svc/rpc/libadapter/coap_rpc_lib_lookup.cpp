@@ -15,11 +15,6 @@ namespace {
 
 using namespace coap_rpc;
 
-// The one uri that clients register as BROADCAST and servers as DEFAULT, also for POST.
-constexpr char kDynamicMacUri[] = "terminals/dynamic-mac";
-
-bool IsDynamicMac(const CoapRpcUriKey &key) { return strcmp(key.uri, kDynamicMacUri) == 0; }
-
 // BuildKey makes the DEFAULT key of a message; false when its path does not fit.
 bool BuildKey(const coap_pdu_t *pdu, CoapRpcUriKey *key) {
   char path[kPathTextSize];
@@ -81,12 +76,16 @@ CoapRpcSerUriVtbl *FindOnListen(CoapRpcCtx *ctx, CoapRpcUriKey *key, const coap_
 
 }  // namespace
 
+uint32_t CoapRpcLibIsDynamicMac(const CoapRpcUriKey *key) {
+  return strcmp(UriText(key->uri).c_str(), "terminals/dynamic-mac") == 0;
+}
+
 CoapRpcCliUriVtbl *COAP_RpcCliGetVtbl(CoapRpcCtx *ctx, const coap_pdu_t *pdu) {
   CoapRpcUriKey key = {};
   if (!IsReady(ctx->cli) || !BuildKey(pdu, &key)) return nullptr;
   COAP_RPC_DEBUG(ctx, "[CoapRpc]client get vtbl, uri:%s, msgType:%u, observe:%u, pktType:%u.\n",
                  COAP_RPC_KEY_ARGS(key));
-  if (IsDynamicMac(key)) key.pktType = COAP_RPC_BROADCAST;
+  if (CoapRpcLibIsDynamicMac(&key) != 0) key.pktType = COAP_RPC_BROADCAST;
   return FindEither(ctx->cli, key);
 }
 
@@ -98,7 +97,7 @@ CoapRpcSerUriVtbl *COAP_RpcSerGetVtbl(CoapRpcCtx *ctx, const coap_pdu_t *pdu,
   COAP_RpcGetCodeType(pdu, &code);
   COAP_RPC_DEBUG(ctx, "[CoapRpc]server get vtbl, uri:%s, msgType:%u, observe:%u.\n",
                  UriText(key.uri).c_str(), key.msgType, key.observe);
-  if (code != COAP_RPC_POST || IsDynamicMac(key)) {
+  if (code != COAP_RPC_POST || CoapRpcLibIsDynamicMac(&key) != 0) {
     CoapRpcSerUriVtbl *entry = FindEither(ctx->ser, key);
     if (entry) return entry;
   }

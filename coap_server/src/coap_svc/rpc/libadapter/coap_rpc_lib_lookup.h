@@ -35,5 +35,10 @@ COAP_RPC_API uint32_t COAP_GetRpcAndSerUriVtbl(coap_resource_t *resource,
 /* COAP_RpcLogVTbl writes the debug line of a look-up bound to a listen. */
 COAP_RPC_API void COAP_RpcLogVTbl(CoapRpcCtx *ctx, const CoapRpcUriKey *key, uint32_t ipv4);
 
+/* CoapRpcLibIsDynamicMac recognises the one uri with rules of its own, "terminals/dynamic-mac": its
+ * client tables are registered as BROADCAST, its server entries are found as DEFAULT also for POST,
+ * and each of its requests draws a token.  Returns 1 or 0. */
+uint32_t CoapRpcLibIsDynamicMac(const CoapRpcUriKey *key);
+
 COAP_RPC_C_END
 #endif /* COAP_RPC_LIB_LOOKUP_H */
