@@ -311,6 +311,7 @@ TEST_F(Async, TwoBigAnswersAtOnce_BothArrive) {
   }
   ASSERT_EQ(bodies.size(), 2u) << home_.LogText();
   std::vector<Bytes> got;
+  got.reserve(bodies.size());
   for (const auto &[tag, body] : bodies) got.push_back(body);
   std::sort(got.begin(), got.end());
   EXPECT_EQ(got, (std::vector<Bytes>{BytesOf(texts[0]), BytesOf(texts[1])}));
@@ -393,7 +394,7 @@ TEST_F(Async, BigRequest_IsHandedOverWholeAndAnswered) {
   for (uint32_t num = 0; num < 3; ++num) {
     CoapMessage part = Request(CoapType::kCon, kCodeGet, ++mid_, {5}).AddPath("a/b");
     part.AddBlock(kOptBlock1, {num, num < 2, 6}).AddUint(kOptSize1, 3000);
-    part.PayloadText(text.substr(num * 1024, 1024));
+    part.PayloadText(text.substr(size_t{num} * 1024, 1024));
     answer = Ask(asker_, part);
   }
   ASSERT_EQ(app_.requests.size(), 1u) << asker_.LogText();

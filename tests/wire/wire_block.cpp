@@ -46,7 +46,7 @@ class Blocks : public ObserveServer, public testing::WithParamInterface<uint8_t>
   // BigNotification waits for a first block.
   CoapMessage BigNotification(RawPeer &peer) {
     for (;;) {
-      const CoapMessage message = NextNotification(peer);
+      CoapMessage message = NextNotification(peer);
       if (message.code == Code(2, 5) || message.code == 0) return message;
     }
   }
@@ -61,7 +61,7 @@ class Blocks : public ObserveServer, public testing::WithParamInterface<uint8_t>
     const uint16_t mid = mid_;
     mid_ = static_cast<uint16_t>(mid_ + 100);
     return ReadBlocks(first, "obs", query, mid, [&](const CoapMessage &next) {
-      const CoapMessage answer = Ask(peer, next);
+      CoapMessage answer = Ask(peer, next);
       EXPECT_EQ(answer.code, Code(2, 5)) << peer.LogText().substr(0, 2000);
       return answer;
     });

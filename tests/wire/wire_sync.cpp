@@ -122,7 +122,7 @@ TEST_F(Sync, Result65470_Sends65471Bytes) {
   Bytes expected(65471, 0);
   expected.back() = '!';
   const Bytes body = ReadBlocks(first, "a/b", "", 0x2000, [this](const CoapMessage &next) {
-    const CoapMessage answer = Ask(next);
+    CoapMessage answer = Ask(next);
     EXPECT_EQ(answer.code, Code(2, 1));
     return answer;
   });

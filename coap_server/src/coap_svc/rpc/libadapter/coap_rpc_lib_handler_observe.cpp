@@ -46,12 +46,12 @@ void ForgetQuery(CoapRpcCtx *ctx, const coap_pdu_t *stored) {
 }
 
 void RememberQuery(CoapRpcCtx *ctx, const coap_pdu_t *stored, const coap_string_t &query) {
-  auto record = NewZeroed<ObserverQuery>(ctx->param.memHandle, query.length);
+  auto record = NewZeroed<ObserverQuery>(ctx->param.memHandle, query.length + 1);
   if (!record) return;
   record->stored = stored;
   record->text = {query.length, reinterpret_cast<uint8_t *>(record.get() + 1)};
-  memcpy_s(record->text.s, query.length, query.s, query.length);
-  if (ObserverQueries(ctx->lib->obsQueryTree).Insert(record.get())) record.release();
+  memcpy_s(record->text.s, query.length + 1, query.s, query.length);
+  if (ObserverQueries(ctx->lib->obsQueryTree).Insert(record.get())) (void)record.release();
 }
 
 // QueryOfBlocks returns the query with which the peer will ask for blocks of the response.
