@@ -46,8 +46,8 @@ class Busy : public ObserveServer {
   void Move(Uri uri) {
     CoapRpcSerListenAddr addr = {};
     addr.listenAddr.family = COAP_RPC_IPV4;
-    addr.listenAddr.addr.ipv4 = OwnIpv4(Role::kServer);
-    addr.port = FindFreeUdpPort(OwnHost(Role::kServer));
+    addr.listenAddr.addr.ipv4 = kLoopback;
+    addr.port = FindFreeUdpPort();
     EXPECT_EQ(COAP_RpcSerSetUri(Ctx(), &keys_[uri], &addr), 0u);
   }
 
