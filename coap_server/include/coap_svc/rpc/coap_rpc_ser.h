@@ -126,8 +126,8 @@ COAP_RPC_API uint32_t COAP_RpcSerSetUri(CoapRpcCtx *ctx, const CoapRpcUriKey *ke
  * the key was not attached. */
 COAP_RPC_API uint32_t COAP_RpcSerUnsetUri(CoapRpcCtx *ctx, const CoapRpcUriKey *key);
 
-/* COAP_RpcSerSendAsyncResponse answers an asynchronous request.  The answer goes out with the next run
- * of the I/O; a second answer, or an abort, before that replaces it.
+/* COAP_RpcSerSendAsyncResponse answers an asynchronous request.  The answer goes out with the next
+ * run of the I/O; a second answer, or an abort, before that replaces it.
  *
  *   async       as given to onAsyncRequest
  *   data, len   copied
