@@ -11,6 +11,8 @@ namespace kestrel {
 
 namespace {
 
+constexpr char kBusyText[] = "a display command is running";
+
 // ScopedValue sets a variable for the time of a block.
 template <typename Type>
 class ScopedValue {
@@ -46,50 +48,61 @@ void CopyBytes(std::vector<char> &to, const void *from, uint32_t len) {
 
 }  // namespace
 
-void DispService::RunState::Send(uint32_t error, std::string_view text) {
-  if (isStopped || request.sink == nullptr) return;
-  isStopped = request.sink(request.sinkParam, error, text.data(), text.size()) != 0;
+void DispRun::Send(uint32_t error, std::string_view text) {
+  if (m_isStopped || m_sink == nullptr) return;
+  m_isStopped = m_sink(m_sinkParam, error, text.data(), text.size()) != 0;
 }
 
-uint32_t DispService::RunState::Fail(KestrelResult result, const std::string &reason) {
+uint32_t DispRun::Fail(KestrelResult result, const std::string &reason) {
   Send(1, reason);
   return result;
 }
 
 uint32_t DispService::Run(const KestrelDispRequest &request) {
-  RunState run{request, false, {}, {}};
-  if (m_run != nullptr) return run.Fail(KESTREL_BUSY, "a display command is running");
-  const ScopedValue<RunState *> running(m_run, &run);
-  Invocation invocation;
-  const uint32_t ret = Prepare(run, invocation);
-  return ret == KESTREL_OK ? RunPages(run, invocation) : ret;
+  const uint32_t maxPages =
+      request.maxPages != 0 ? request.maxPages : uint32_t{KESTREL_DISP_DEFAULT_PAGES};
+  DispRun run(request.sink, request.sinkParam);
+  uint32_t ret = Start(run, request.line, request.object);
+  if (ret != KESTREL_OK) return ret;
+  for (uint32_t page = 1;; ++page) {
+    ret = Step(run);
+    if (ret != kMorePages) return ret;
+    if (page == maxPages) {
+      return run.Fail(KESTREL_MORE_PAGES,
+                      "stopped after " + std::to_string(page) + " pages, there are more");
+    }
+  }
 }
 
-uint32_t DispService::Prepare(RunState &run, Invocation &invocation) const {
+uint32_t DispService::Start(DispRun &run, const char *line, const char *object) {
+  if (m_run != nullptr) return run.Fail(KESTREL_BUSY, kBusyText);
+  const ScopedValue<DispRun *> running(m_run, &run);
+  return Prepare(run, LineOf(line), object);
+}
+
+uint32_t DispService::Prepare(DispRun &run, std::string_view line, const char *object) const {
   std::string reason;
-  const auto words = SplitDispLine(LineOf(run.request.line), reason);
+  const auto words = SplitDispLine(line, reason);
   if (!words) return run.Fail(KESTREL_BAD_LINE, reason);
 
   DispMatch match{};
-  const uint32_t ret = Choose(run, *words, match);
+  const uint32_t ret = Choose(run, *words, line, object, match);
   if (ret != KESTREL_OK) return ret;
-  invocation.objectName = *match.objectName;
-  invocation.objectSerial = match.object->serial;
-  invocation.record = match.object->record;
-  invocation.handler = match.command->handler;
-  return ReadArgs(run, *words, match, invocation.args);
+  run.m_objectName = *match.objectName;
+  run.m_objectSerial = match.object->serial;
+  run.m_record = match.object->record;
+  run.m_handler = match.command->handler;
+  return ReadArgs(run, *words, match);
 }
 
-uint32_t DispService::Choose(RunState &run, const std::vector<std::string> &words,
-                             DispMatch &match) const {
-  const char *object = run.request.object;
+uint32_t DispService::Choose(DispRun &run, const std::vector<std::string> &words,
+                             std::string_view line, const char *object, DispMatch &match) const {
   if (object != nullptr && m_registry.FindObject(object) == nullptr) {
     return run.Fail(KESTREL_UNKNOWN_OBJECT, "unknown object " + QuoteForReply(object));
   }
   const auto matches = m_registry.Match(words, object);
   if (matches.empty()) {
-    return run.Fail(KESTREL_UNKNOWN_COMMAND,
-                    "unknown command " + QuoteForReply(LineOf(run.request.line)));
+    return run.Fail(KESTREL_UNKNOWN_COMMAND, "unknown command " + QuoteForReply(line));
   }
   if (matches.size() > 1) {
     return run.Fail(KESTREL_AMBIGUOUS,
@@ -99,8 +112,8 @@ uint32_t DispService::Choose(RunState &run, const std::vector<std::string> &word
   return KESTREL_OK;
 }
 
-uint32_t DispService::ReadArgs(RunState &run, const std::vector<std::string> &words,
-                               const DispMatch &match, DispArgs &args) {
+uint32_t DispService::ReadArgs(DispRun &run, const std::vector<std::string> &words,
+                               const DispMatch &match) {
   const auto &params = match.command->params;
   const size_t given = words.size() - match.wordCount;
   if (given < params.size()) {
@@ -110,40 +123,38 @@ uint32_t DispService::ReadArgs(RunState &run, const std::vector<std::string> &wo
     return run.Fail(KESTREL_EXTRA_PARAM, "unexpected parameter " +
                                              QuoteForReply(words[match.wordCount + params.size()]));
   }
-  args.count = static_cast<uint32_t>(given);
+  run.m_args.count = static_cast<uint32_t>(given);
   for (size_t i = 0; i < given; ++i) {
     const std::string &word = words[match.wordCount + i];
-    args.values[i] = {match.command->IsText(i), word, 0};
-    if (args.values[i].isText) continue;
+    run.m_args.values[i] = {match.command->IsText(i), word, 0};
+    if (run.m_args.values[i].isText) continue;
     const auto number = ParseDispNumber(word);
     if (!number) {
       return run.Fail(KESTREL_BAD_NUMBER, "parameter " + params[i] +
                                               " must be a decimal number up to 4294967295, not " +
                                               QuoteForReply(word));
     }
-    args.values[i].number = *number;
+    run.m_args.values[i].number = *number;
   }
   return KESTREL_OK;
 }
 
-uint32_t DispService::RunPages(RunState &run, const Invocation &invocation) {
-  const uint32_t maxPages =
-      run.request.maxPages != 0 ? run.request.maxPages : uint32_t{KESTREL_DISP_DEFAULT_PAGES};
-  for (uint32_t page = 1;; ++page) {
-    CallDispHandler(invocation.handler, invocation.record, invocation.args);
-    if (run.isStopped) return KESTREL_STOPPED;
-    if (!run.next.isSet || !StillRegistered(invocation)) return KESTREL_OK;
-    if (page == maxPages) {
-      return run.Fail(KESTREL_MORE_PAGES,
-                      "stopped after " + std::to_string(page) + " pages, there are more");
-    }
-    run.last = std::exchange(run.next, {});
+uint32_t DispService::Step(DispRun &run) {
+  if (m_run != nullptr) return run.Fail(KESTREL_BUSY, kBusyText);
+  if (!StillRegistered(run)) {
+    return run.Fail(KESTREL_UNKNOWN_OBJECT,
+                    "the object " + QuoteForReply(run.m_objectName) + " is gone");
   }
+  const ScopedValue<DispRun *> running(m_run, &run);
+  run.m_last = std::exchange(run.m_next, {});
+  CallDispHandler(run.m_handler, run.m_record, run.m_args);
+  if (run.m_isStopped) return KESTREL_STOPPED;
+  return run.m_next.isSet && StillRegistered(run) ? kMorePages : uint32_t{KESTREL_OK};
 }
 
-bool DispService::StillRegistered(const Invocation &invocation) const {
-  const DispObject *object = m_registry.FindObject(invocation.objectName);
-  return object != nullptr && object->serial == invocation.objectSerial;
+bool DispService::StillRegistered(const DispRun &run) const {
+  const DispObject *object = m_registry.FindObject(run.m_objectName);
+  return object != nullptr && object->serial == run.m_objectSerial;
 }
 
 void DispService::Print(std::string_view text) {
@@ -155,14 +166,14 @@ void DispService::SaveContext(const void *key, uint32_t keyLen, const void *coun
   if (m_run == nullptr || keyLen > KST_DISP_MAX_KEY_LEN || counterLen > KST_DISP_MAX_COUNTER_LEN) {
     return;
   }
-  CopyBytes(m_run->next.key, key, keyLen);
-  CopyBytes(m_run->next.counter, counter, counterLen);
-  m_run->next.isSet = true;
+  CopyBytes(m_run->m_next.key, key, keyLen);
+  CopyBytes(m_run->m_next.counter, counter, counterLen);
+  m_run->m_next.isSet = true;
 }
 
 const void *DispService::LastContext(void *counter) const {
-  if (m_run == nullptr || !m_run->last.isSet) return nullptr;
-  const Context &last = m_run->last;
+  if (m_run == nullptr || !m_run->m_last.isSet) return nullptr;
+  const auto &last = m_run->m_last;
   if (!last.counter.empty()) std::memcpy(counter, last.counter.data(), last.counter.size());
   return last.key.data();
 }

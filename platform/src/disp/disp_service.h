@@ -1,7 +1,7 @@
 /* disp_service.h: the display service: runs command lines against the registered commands.
  *
- * The service knows nothing of how a line arrives: whoever takes lines from a terminal or a socket
- * calls Run with a sink. */
+ * The service knows nothing of how a line arrives.  Whoever takes lines from a terminal or a socket
+ * calls Run with a sink, or Start and then Step for each page, with other work in between. */
 #ifndef KESTREL_SRC_DISP_DISP_SERVICE_H
 #define KESTREL_SRC_DISP_DISP_SERVICE_H
 
@@ -15,12 +15,58 @@
 
 namespace kestrel {
 
+// DispRun is one command on its way through its pages.
+class DispRun {
+ public:
+  // Both go where KestrelDispRequest says.
+  DispRun(KestrelDispSink sink, void *sinkParam) : m_sink(sink), m_sinkParam(sinkParam) {}
+
+ private:
+  friend class DispService;
+
+  // Context is the position of a paged command.
+  struct Context {
+    bool isSet = false;
+    std::vector<char> key;
+    std::vector<char> counter;
+  };
+
+  void Send(uint32_t error, std::string_view text);
+  uint32_t Fail(KestrelResult result, const std::string &reason);
+
+  KestrelDispSink m_sink;
+  void *m_sinkParam;
+  bool m_isStopped = false;  // the sink wants no more
+
+  // The command with all that a call of its handler needs, copied: the handler may unregister it.
+  std::string m_objectName;
+  uint64_t m_objectSerial = 0;
+  void *m_record = nullptr;
+  KST_DISP_FUNC m_handler = nullptr;
+  DispArgs m_args;
+
+  Context m_last;
+  Context m_next;
+};
+
 class DispService {
  public:
+  // What Step returns when another page follows.
+  static constexpr uint32_t kMorePages = KESTREL_MORE_PAGES;
+
   DispRegistry &Registry() { return m_registry; }
 
   // Run runs one request; results as KestrelDispRun.  Throws std::bad_alloc.
   uint32_t Run(const KestrelDispRequest &request);
+
+  // Start finds the command of a line and reads its parameters; `object` may be null.  Results as
+  // KestrelDispRun, none of the pages.  Throws std::bad_alloc.
+  uint32_t Start(DispRun &run, const char *line, const char *object);
+
+  // Step runs one page of a run that was started.  The object may have gone since the page before.
+  // Returns kMorePages, KESTREL_OK after the last page, KESTREL_STOPPED, KESTREL_BUSY inside a
+  // handler, or KESTREL_UNKNOWN_OBJECT.  Throws std::bad_alloc.
+  uint32_t Step(DispRun &run);
 
   // What a running handler calls; outside a command they do nothing.
   void Print(std::string_view text);
@@ -29,44 +75,16 @@ class DispService {
   bool IsRunning() const { return m_run != nullptr; }
 
  private:
-  // Context is the position of a paged command.
-  struct Context {
-    bool isSet = false;
-    std::vector<char> key;
-    std::vector<char> counter;
-  };
+  uint32_t Prepare(DispRun &run, std::string_view line, const char *object) const;
+  uint32_t Choose(DispRun &run, const std::vector<std::string> &words, std::string_view line,
+                  const char *object, DispMatch &match) const;
+  bool StillRegistered(const DispRun &run) const;
 
-  // Invocation is a command with all that a call of its handler needs, copied: the handler may
-  // unregister it.
-  struct Invocation {
-    std::string objectName;
-    uint64_t objectSerial = 0;
-    void *record = nullptr;
-    KST_DISP_FUNC handler = nullptr;
-    DispArgs args;
-  };
-
-  // RunState is what belongs to the command that runs now.
-  struct RunState {
-    const KestrelDispRequest &request;
-    bool isStopped = false;  // the sink wants no more
-    Context last;
-    Context next;
-
-    void Send(uint32_t error, std::string_view text);
-    uint32_t Fail(KestrelResult result, const std::string &reason);
-  };
-
-  uint32_t Prepare(RunState &run, Invocation &invocation) const;
-  uint32_t Choose(RunState &run, const std::vector<std::string> &words, DispMatch &match) const;
-  uint32_t RunPages(RunState &run, const Invocation &invocation);
-  bool StillRegistered(const Invocation &invocation) const;
-
-  static uint32_t ReadArgs(RunState &run, const std::vector<std::string> &words,
-                           const DispMatch &match, DispArgs &args);
+  static uint32_t ReadArgs(DispRun &run, const std::vector<std::string> &words,
+                           const DispMatch &match);
 
   DispRegistry m_registry;
-  RunState *m_run = nullptr;  // null outside a command
+  DispRun *m_run = nullptr;  // null outside a command
 };
 
 }  // namespace kestrel
