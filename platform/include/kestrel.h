@@ -337,5 +337,28 @@ KST_API void KestrelDispObjects(Kestrel *host, KestrelDispVisitObject visit, voi
 KST_API void KestrelDispCommands(Kestrel *host, const char *object, const char *prefix,
                                  KestrelDispVisitCommand visit, void *param);
 
+/* KestrelDispAccess says where and how operators' consoles reach the display commands. */
+typedef struct KestrelDispAccess {
+  const char *path;        /* of the UNIX socket, at most 107 bytes; copied */
+  uint32_t maxConsoles;    /* consoles connected at once; more are told so.  0: 16 */
+  uint64_t maxQueuedBytes; /* most output that waits for one console; a page that prints more than
+                              this beyond what is read is cut, and the command ends.  0: 32 MiB */
+} KestrelDispAccess;
+
+/* KestrelDispListen serves the display commands on a UNIX socket, as kestrel_console.h describes,
+ * until KestrelDispUnlisten or the host's deletion.  Only processes of the same user and of root
+ * are served; the file has mode 0600.  A socket file that a dead process left is replaced.
+ *
+ * Commands are run from the loop, page by page, as fast as each console reads.
+ *
+ * Returns KESTREL_OK, KESTREL_BAD_ARGUMENT, KESTREL_EXISTS when the host listens already, another
+ * process listens at the path or the file is no socket, KESTREL_SYSTEM or KESTREL_NO_MEMORY. */
+KST_API uint32_t KestrelDispListen(Kestrel *host, const KestrelDispAccess *access);
+
+/* KestrelDispUnlisten disconnects all consoles and removes the socket.
+ *
+ * Returns KESTREL_OK, KESTREL_NOT_FOUND, or KESTREL_BUSY inside a display command. */
+KST_API uint32_t KestrelDispUnlisten(Kestrel *host);
+
 KST_C_END
 #endif /* KESTREL_H */

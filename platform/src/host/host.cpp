@@ -100,6 +100,21 @@ uint64_t Kestrel::ReportLeaks() {
   return leaked;
 }
 
+uint32_t Kestrel::ListenForConsoles(const KestrelDispAccess &access) {
+  if (m_consoles != nullptr) return KESTREL_EXISTS;
+  auto consoles = std::make_unique<kestrel::ConsoleServer>(m_loop.Get(), m_disp, m_log);
+  const uint32_t ret = consoles->Listen(access);
+  if (ret == KESTREL_OK) m_consoles = std::move(consoles);
+  return ret;
+}
+
+uint32_t Kestrel::DropConsoles() {
+  if (m_disp.IsRunning()) return KESTREL_BUSY;
+  if (m_consoles == nullptr) return KESTREL_NOT_FOUND;
+  m_consoles.reset();
+  return KESTREL_OK;
+}
+
 void Kestrel::WatchDrops() {
   if (m_dropTimer == 0) m_dropTimer = m_timers.Start(OnDropWindow, m_log.WindowMs(), this);
 }

@@ -3,8 +3,10 @@
 #define KESTREL_SRC_HOST_HOST_H
 
 #include <list>
+#include <memory>
 #include <string>
 
+#include "console/console_server.h"
 #include "dbg/dbg_channel.h"
 #include "disp/disp_service.h"
 #include "host/fd_watches.h"
@@ -36,6 +38,11 @@ struct Kestrel {
   // DropPool reports the leaks of an added pool and deletes it; false when `handle` is none.
   bool DropPool(uint64_t handle, uint64_t &leaked);
 
+  // ListenForConsoles and DropConsoles are KestrelDispListen and KestrelDispUnlisten.
+  // ListenForConsoles throws std::bad_alloc.
+  uint32_t ListenForConsoles(const KestrelDispAccess &access);
+  uint32_t DropConsoles();
+
   // ReportLeaks reports the leaks of all pools and returns how many there are.
   uint64_t ReportLeaks();
 
@@ -49,6 +56,7 @@ struct Kestrel {
   kestrel::Log m_log;
   kestrel::DbgChannel m_dbg;
   kestrel::DispService m_disp;
+  std::unique_ptr<kestrel::ConsoleServer> m_consoles;
   std::list<kestrel::Pool> m_pools;  // the own one first
   uint64_t m_dropTimer = 0;          // runs while the log has dropped records to tell of
 };

@@ -114,6 +114,13 @@ uint32_t KestrelDispRun(Kestrel *host, const KestrelDispRequest *request) {
   return WithoutMemory([&] { return host->Disp().Run(*request); });
 }
 
+uint32_t KestrelDispListen(Kestrel *host, const KestrelDispAccess *access) {
+  if (access == nullptr || access->path == nullptr) return KESTREL_BAD_ARGUMENT;
+  return WithoutMemory([&] { return host->ListenForConsoles(*access); });
+}
+
+uint32_t KestrelDispUnlisten(Kestrel *host) { return host->DropConsoles(); }
+
 void KestrelDispObjects(Kestrel *host, KestrelDispVisitObject visit, void *param) {
   kestrel::ListDispObjects(host->Disp().Registry(), visit, param);
 }

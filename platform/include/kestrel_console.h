@@ -1,0 +1,51 @@
+/* kestrel_console.h: what a host and its consoles say to each other over the socket of
+ * KestrelDispListen.
+ *
+ * Both sides send lines that end with a line feed.  The host greets with
+ *
+ *   * kestrel-console 1           tag KESTREL_CONSOLE_GREETING, protocol, version
+ *
+ * or, instead, tells with one error line why it does not want the console, and closes.
+ *
+ * A console sends requests, each at most KESTREL_CONSOLE_MAX_REQUEST bytes:
+ *
+ *   object <name>                 the runs that follow are for this object
+ *   object                        ... are for whichever object has the command
+ *   objects                       lists the objects
+ *   commands                      lists the commands of all objects
+ *   run <line>                    runs a display command, line as in KestrelDispRequest
+ *   stop                          ends what has been asked for so far; has no answer of its own
+ *
+ * Requests are answered in their order, each with any number of lines and one status line.  Each
+ * line is a tag, a blank and a text; none is longer than KESTREL_CONSOLE_MAX_REPLY bytes:
+ *
+ *   = <text>                      a line of output, or the last piece of one
+ *   - <text>                      a piece of a line of output that goes on
+ *   ! <text>                      an error, in words
+ *   o <object>                    an object
+ *   c <object> TAB <command> { TAB <parameter> }
+ *   . <result> <words>            the end; result is a KestrelResult, KESTREL_STOPPED after a stop
+ *
+ * Output is what the command printed, byte by byte.  A console that closes its sending side gets the
+ * answers to what it has sent and is then closed. */
+#ifndef KESTREL_CONSOLE_H
+#define KESTREL_CONSOLE_H
+
+#define KESTREL_CONSOLE_HELLO "kestrel-console 1"
+
+enum {
+  KESTREL_CONSOLE_GREETING = '*',
+  KESTREL_CONSOLE_OUTPUT = '=',
+  KESTREL_CONSOLE_PIECE = '-',
+  KESTREL_CONSOLE_ERROR = '!',
+  KESTREL_CONSOLE_OBJECT = 'o',
+  KESTREL_CONSOLE_COMMAND = 'c',
+  KESTREL_CONSOLE_END = '.'
+};
+
+enum {
+  KESTREL_CONSOLE_MAX_REQUEST = 4096 + 64, /* a command line and the word before it */
+  KESTREL_CONSOLE_MAX_REPLY = 32768
+};
+
+#endif /* KESTREL_CONSOLE_H */
