@@ -116,6 +116,13 @@ struct Mirror {
   }
 };
 
+inline CoapRpcIpAddr Ipv4Address(uint32_t ipv4) {
+  CoapRpcIpAddr addr = {};
+  addr.family = COAP_RPC_IPV4;
+  addr.addr.ipv4 = ipv4;
+  return addr;
+}
+
 // Side is one instance with its host and address.
 class Side {
  public:
@@ -130,18 +137,14 @@ class Side {
 
   TestHost &Host() { return host_; }
   CoapRpcCtx *Ctx() const { return instance_->Get(); }
-  CoapRpcIpAddr Address() const {
-    CoapRpcIpAddr addr = {};
-    addr.family = COAP_RPC_IPV4;
-    addr.addr.ipv4 = ipv4_;
-    return addr;
-  }
+  CoapRpcIpAddr Address() const { return Ipv4Address(ipv4_); }
+  operator CoapRpcIpAddr() const { return Address(); }
 
-  // Server: Attach opens port 5683 of the side's address for a registered key.
-  void Attach(const CoapRpcUriKey &key) {
+  // Server: Attach opens a port of the side's address for a registered key.
+  void Attach(const CoapRpcUriKey &key, uint16_t port = kCoapPort) {
     CoapRpcSerListenAddr addr = {};
     addr.listenAddr = Address();
-    addr.port = kCoapPort;
+    addr.port = port;
     EXPECT_EQ(COAP_RpcSerSetUri(Ctx(), &key, &addr), 0u);
   }
   void Detach(const CoapRpcUriKey &key) { EXPECT_EQ(COAP_RpcSerUnsetUri(Ctx(), &key), 0u); }
@@ -155,7 +158,8 @@ class Side {
     Attach(key);
   }
 
-  void ServeObserve(const CoapRpcUriKey &key, ObserveApp *app, bool isJson) {
+  void ServeObserve(const CoapRpcUriKey &key, ObserveApp *app, bool isJson,
+                    uint16_t port = kCoapPort) {
     CoapRpcSerVtblReg reg = {};
     reg.payloadFormat = isJson ? COAP_RPC_JSON : COAP_RPC_BYTE;
     reg.userData = reinterpret_cast<uint64_t>(static_cast<App *>(app));
@@ -168,7 +172,7 @@ class Side {
     ob.getFirstTuple = ObserveApp::First;
     ob.getNextTuple = ObserveApp::Next;
     EXPECT_EQ(COAP_RpcSerRegVtbl(Ctx(), &key, &reg, &ob), 0u);
-    Attach(key);
+    Attach(key, port);
   }
 
   // Client.
@@ -183,19 +187,19 @@ class Side {
 
   // AddrOf names a peer.  Sources that differ have sessions that differ; they are bound for packet
   // type BROADCAST only.
-  CoapRpcCliAddr AddrOf(const Side &peer, uint32_t source = 0) const {
+  CoapRpcCliAddr AddrOf(const CoapRpcIpAddr &peer, uint32_t source = 0) const {
     CoapRpcCliAddr addr = {};
     addr.srcIp = Address();
     addr.srcIp.addr.ipv4 += source;
-    addr.dstIp = peer.Address();
+    addr.dstIp = peer;
     addr.dstPort = kCoapPort;
     addr.codeType = COAP_RPC_GET;
     return addr;
   }
 
   using Request = decltype(COAP_RpcCliConReq);
-  uint32_t Call(Request *call, const CoapRpcUriKey &key, const Side &peer, std::string payload = "",
-                uint32_t source = 0) {
+  uint32_t Call(Request *call, const CoapRpcUriKey &key, const CoapRpcIpAddr &peer,
+                std::string payload = "", uint32_t source = 0) {
     CoapRpcCliReqParam param = {};
     param.payload = reinterpret_cast<uint8_t *>(payload.data());
     param.payloadLen = static_cast<uint32_t>(payload.size());
@@ -203,11 +207,11 @@ class Side {
     const CoapRpcCliAddr addr = AddrOf(peer, source);
     return call(Ctx(), &key, &param, &addr);
   }
-  uint32_t Ask(const CoapRpcUriKey &key, const Side &peer, const std::string &payload,
+  uint32_t Ask(const CoapRpcUriKey &key, const CoapRpcIpAddr &peer, const std::string &payload,
                uint32_t source = 0) {
     return Call(COAP_RpcCliConReq, key, peer, payload, source);
   }
-  uint32_t Observe(const CoapRpcUriKey &key, const Side &peer) {
+  uint32_t Observe(const CoapRpcUriKey &key, const CoapRpcIpAddr &peer) {
     return Call(COAP_RpcCliObserveReq, key, peer);
   }
 

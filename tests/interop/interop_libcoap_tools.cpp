@@ -1,0 +1,284 @@
+// The library and libcoap's own command-line client and server.
+//
+// The tools live in real time, and so does libcoap in this program; the host's clock runs ten times
+// as fast, so that its timers need not be waited for.
+#include <algorithm>
+#include <thread>
+
+#include "tool_process.h"
+#include "two_instances.h"
+
+namespace coap_rpc_test {
+namespace {
+
+constexpr int kMaxRounds = 15'000;  // a millisecond each
+
+std::string ClientTool() { return FindTool({"coap-client-notls", "coap-client"}); }
+std::string ServerTool() { return FindTool({"coap-server-notls", "coap-server"}); }
+
+size_t CountOf(const std::string &text, const std::string &part) {
+  size_t count = 0;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+  return count;
+}
+
+class Interop : public testing::Test {
+ protected:
+  static void SetUpTestSuite() { EnterOwnNetwork(); }
+
+  void SetUp() override {
+    if (ClientTool().empty() || ServerTool().empty()) {
+      GTEST_SKIP() << "libcoap's command-line tools are not installed (package libcoap3-bin)";
+    }
+  }
+
+  void Step() {
+    side_.Host().AdvanceMs(10);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  template <typename Condition>
+  bool RunUntil(Condition condition) {
+    for (int i = 0; i < kMaxRounds; ++i) {
+      if (condition()) return true;
+      Step();
+    }
+    return condition();
+  }
+
+  std::string UriOf(const std::string &path) const {
+    return "coap://127.0.0.1:" + std::to_string(port_) + "/" + path;
+  }
+
+  // RunClient runs libcoap's client to its end.  Returns what it printed.
+  std::string RunClient(std::vector<std::string> args, const std::string &path) {
+    args.insert(args.begin(), ClientTool());
+    args.push_back(UriOf(path));
+    ToolProcess client(args);
+    EXPECT_TRUE(RunUntil([&] { return client.HasEnded(); })) << client.Output();
+    return client.Output();
+  }
+
+  const uint16_t port_ = FindFreeUdpPort();
+  Side side_{kLoopback};
+};
+
+// Our server, libcoap's client.
+class InteropServer : public Interop {
+ protected:
+  void ServeSync(const CoapRpcUriKey &key) {
+    CoapRpcSerVtblReg reg = {};
+    reg.userData = reinterpret_cast<uint64_t>(&sync_);
+    reg.onRequest = App::OnRequest;
+    EXPECT_EQ(COAP_RpcSerRegVtbl(side_.Ctx(), &key, &reg, nullptr), 0u);
+    side_.Attach(key, port_);
+  }
+
+  void Publish(int num, size_t padding) {
+    table_.padding = padding;
+    side_.ServeObserve(key_, &table_, true, port_);
+    for (int i = 0; i < num; ++i) Set(std::to_string(1000 + i), "val0");
+  }
+  void Set(const std::string &key, const std::string &val) {
+    EXPECT_EQ(COAP_RpcSerObserveDataUpdate(side_.Ctx(), &key_, key.data(), val.data()), 0u);
+  }
+
+  App sync_;
+  ObserveApp table_;
+  const CoapRpcUriKey key_ = KeyOf("table", COAP_RPC_CON, 1);
+};
+
+TEST_F(InteropServer, Get_ReachesTheHandlerAndGetsTheAnswer) {
+  ServeSync(KeyOf("sync"));
+  sync_.result = 3;
+  const std::string output = RunClient({"-m", "get", "-e", "hello"}, "sync");
+  ASSERT_EQ(sync_.requests.size(), 1u) << output;
+  EXPECT_EQ(sync_.requests[0].payload, "hello");
+  EXPECT_NE(output.find(std::string(4, '\0')), std::string::npos) << output;
+}
+
+TEST_F(InteropServer, GetOf65470Bytes_ArrivesWhole) {
+  ServeSync(KeyOf("sync"));
+  sync_.result = 65470;
+  const TempFile body;
+  RunClient({"-m", "get", "-e", "hello", "-o", body.Path()}, "sync");
+  EXPECT_EQ(body.Content(), std::string(65471, '\0'));
+}
+
+TEST_F(InteropServer, NonGet_IsAnswered) {
+  ServeSync(KeyOf("sync"));
+  sync_.result = 3;
+  const std::string output = RunClient({"-N", "-m", "get", "-e", "hello"}, "sync");
+  EXPECT_EQ(sync_.requests.size(), 1u);
+  EXPECT_NE(output.find(std::string(4, '\0')), std::string::npos) << output;
+}
+
+TEST_F(InteropServer, PostOf60000Bytes_ReachesTheHandlerWhole) {
+  ServeSync(KeyOf("post", COAP_RPC_CON, 0, COAP_RPC_UNICAST));
+  sync_.result = -1;
+  std::string text(60'000, 'p');
+  for (size_t i = 0; i < text.size(); i += 50) text[i] = static_cast<char>('a' + i / 50 % 26);
+  const TempFile body(text);
+  RunClient({"-m", "post", "-f", body.Path()}, "post");
+  ASSERT_EQ(sync_.requests.size(), 1u);
+  EXPECT_EQ(sync_.requests[0].payload, text);
+}
+
+TEST_F(InteropServer, UnknownPathAndMethods_AreRefused) {
+  ServeSync(KeyOf("sync"));
+  EXPECT_NE(RunClient({"-m", "get"}, "other").find("4.04"), std::string::npos);
+  EXPECT_NE(RunClient({"-m", "put", "-e", "x"}, "sync").find("4.05"), std::string::npos);
+  EXPECT_NE(RunClient({"-m", "delete"}, "sync").find("4.05"), std::string::npos);
+  EXPECT_TRUE(sync_.requests.empty());
+}
+
+TEST_F(InteropServer, WellKnownCore_ListsWhatIsAttached) {
+  ServeSync(KeyOf("sync"));
+  Publish(1, 0);
+  const std::string output = RunClient({"-m", "get"}, ".well-known/core");
+  EXPECT_NE(output.find("</sync>"), std::string::npos) << output;
+  EXPECT_NE(output.find("</table>;obs"), std::string::npos) << output;
+}
+
+TEST_F(InteropServer, Observer_SeesTheSetAndEachChange) {
+  Publish(2, 0);
+  ToolProcess client({ClientTool(), "-s", "60", "-w", UriOf("table")});
+  ASSERT_TRUE(RunUntil([&] {
+    return CountOf(client.Output(), "\n{\"data\"") == 1 ||
+           client.Output().rfind("{\"data\"", 0) == 0;
+  }));
+  EXPECT_NE(client.Output().find("{\"data\":[{\"op\":\"u\",\"key\":\"1000\",\"val\":\"val0\"},"
+                                 "{\"op\":\"u\",\"key\":\"1001\",\"val\":\"val0\"}]}"),
+            std::string::npos)
+      << client.Output();
+  Set("1001", "val1");
+  EXPECT_TRUE(RunUntil([&] {
+    return CountOf(client.Output(),
+                   "{\"data\":[{\"op\":\"u\",\"key\":\"1001\",\"val\":\"val1\"}]}") == 1;
+  })) << client.Output();
+  COAP_RpcSerObserveDataDel(side_.Ctx(), &key_, "1000");
+  EXPECT_TRUE(RunUntil([&] {
+    return CountOf(client.Output(), "{\"data\":[{\"op\":\"d\",\"key\":\"1000\"}]}") == 1;
+  })) << client.Output();
+  EXPECT_EQ(table_.observerNums, (std::vector<uint32_t>{1}));
+}
+
+TEST_F(InteropServer, ObserverWithCheckCode_GetsTheSetInBlocks) {
+  Publish(1000, 30);
+  ToolProcess client({ClientTool(), "-s", "60", "-w", "-O", "15,_ual-checkcode=0", UriOf("table")});
+  const std::string end = "\"}]}\n";
+  ASSERT_TRUE(RunUntil([&] { return CountOf(client.Output(), end) == 1; }));
+  EXPECT_EQ(CountOf(client.Output(), "\"op\":\"u\""), 1000u);
+  Set("1001", "val1");
+  EXPECT_TRUE(RunUntil([&] { return CountOf(client.Output(), end) == 2; })) << client.Output();
+}
+
+TEST_F(InteropServer, ObserverThatLeaves_IsCountedDown) {
+  Publish(1, 0);
+  ToolProcess client({ClientTool(), "-s", "1", UriOf("table")});
+  EXPECT_TRUE(RunUntil([&] { return client.HasEnded(); }));
+  EXPECT_TRUE(RunUntil([&] { return table_.observerNums == std::vector<uint32_t>{1, 0}; }));
+}
+
+TEST_F(InteropServer, ClientThatLosesAFifth_GetsItsBlocks) {
+  ServeSync(KeyOf("sync"));
+  sync_.result = 5'000;
+  const TempFile body;
+  RunClient({"-l", "20%", "-m", "get", "-e", "hello", "-o", body.Path()}, "sync");
+  EXPECT_EQ(body.Content(), std::string(5'001, '\0'));
+}
+
+// Our client, libcoap's server.  Its answers carry no path, so that they reach no onResponse: what
+// arrived is told by the log, what was sent by the server's resources.
+class InteropClient : public Interop {
+ protected:
+  void SetUp() override {
+    Interop::SetUp();
+    if (IsSkipped()) return;
+    server_ = std::make_unique<ToolProcess>(std::vector<std::string>{
+        ServerTool(), "-A", "127.0.0.1", "-p", std::to_string(port_), "-d", "10", "-v", "7"});
+    EXPECT_NE(RunClient({"-m", "get"}, "").find("test server"), std::string::npos);
+    side_.Host().ClearLogs();
+    side_.Host().Logs().SuppressBelow(0);
+  }
+
+  uint32_t Call(const CoapRpcUriKey &key, uint32_t code, const std::string &payload,
+                Side::Request *call = COAP_RpcCliConReq) {
+    std::string copy = payload;
+    CoapRpcCliReqParam param = {};
+    if (!copy.empty()) param.payload = reinterpret_cast<uint8_t *>(copy.data());
+    param.payloadLen = static_cast<uint32_t>(copy.size());
+    CoapRpcCliAddr addr = side_.AddrOf(side_);
+    addr.srcIp.addr.ipv4 += 1;
+    addr.dstPort = port_;
+    addr.codeType = code;
+    return call(side_.Ctx(), &key, &param, &addr);
+  }
+
+  // NumResponses counts the responses that came: none of them has a path.
+  size_t NumResponses() {
+    size_t count = 0;
+    for (const LogRecord &record : side_.Host().LogsOf("COAP_RpcCliResponseHandler")) {
+      count += record.text == "[CoapRpc]cli parse response data get vtbl failed.\n";
+    }
+    return count;
+  }
+  bool IsAnswered(size_t num) {
+    return RunUntil([this, num] { return NumResponses() >= num; });
+  }
+
+  std::unique_ptr<ToolProcess> server_;
+  Responses responses_;
+};
+
+TEST_F(InteropClient, PutOf60000Bytes_IsWhatAnotherClientGets) {
+  const CoapRpcUriKey key = KeyOf("stored");
+  side_.Register(key, &responses_);
+  std::string text(60'000, 's');
+  for (size_t i = 0; i < text.size(); i += 50) text[i] = static_cast<char>('a' + i / 50 % 26);
+  EXPECT_EQ(Call(key, COAP_RPC_PUT, text), 0u);
+  ASSERT_TRUE(IsAnswered(1)) << server_->Output();
+  const TempFile body;
+  RunClient({"-m", "get", "-o", body.Path()}, "stored");
+  EXPECT_EQ(body.Content(), text);
+
+  EXPECT_EQ(Call(key, COAP_RPC_PUT, "short"), 0u);
+  ASSERT_TRUE(IsAnswered(2));
+  EXPECT_NE(RunClient({"-m", "get"}, "stored").find("short"), std::string::npos);
+
+  EXPECT_EQ(Call(key, COAP_RPC_DELETE, ""), 0u);
+  ASSERT_TRUE(IsAnswered(3));
+  EXPECT_NE(RunClient({"-m", "get"}, "stored").find("4.04"), std::string::npos);
+}
+
+TEST_F(InteropClient, GetAndNonGet_AreAnswered) {
+  const CoapRpcUriKey con = KeyOf("time");
+  const CoapRpcUriKey non = KeyOf("time", COAP_RPC_NON);
+  side_.Register(con, &responses_);
+  side_.Register(non, &responses_);
+  EXPECT_EQ(Call(con, COAP_RPC_GET, ""), 0u);
+  EXPECT_TRUE(IsAnswered(1));
+  EXPECT_EQ(Call(non, COAP_RPC_GET, "", COAP_RpcCliNonReq), 0u);
+  EXPECT_TRUE(IsAnswered(2));
+}
+
+TEST_F(InteropClient, SeparateAnswer_IsTaken) {
+  const CoapRpcUriKey key = KeyOf("async");
+  side_.Register(key, &responses_);
+  EXPECT_EQ(Call(key, COAP_RPC_GET, ""), 0u);
+  EXPECT_TRUE(IsAnswered(1)) << server_->Output();
+}
+
+TEST_F(InteropClient, Observe_BringsANotificationEverySecondUntilItIsCancelled) {
+  const CoapRpcUriKey key = KeyOf("time", COAP_RPC_CON, 1);
+  side_.Register(key, &responses_);
+  EXPECT_EQ(Call(key, COAP_RPC_GET, "", COAP_RpcCliObserveReq), 0u);
+  ASSERT_TRUE(IsAnswered(3)) << server_->Output();
+  EXPECT_EQ(Call(key, COAP_RPC_GET, "", COAP_RpcCliObserveUnReq), 0u);
+  for (int i = 0; i < 300; ++i) Step();
+  const size_t num = NumResponses();
+  for (int i = 0; i < 2500; ++i) Step();
+  EXPECT_EQ(NumResponses(), num);
+}
+
+}  // namespace
+}  // namespace coap_rpc_test

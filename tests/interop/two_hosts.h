@@ -1,0 +1,232 @@
+/* two_hosts.h: two processes, each in a network namespace of its own with the address 10.77.0.1 or
+ * 10.77.0.2, and the link between them.
+ *
+ * A namespace's only way out is a tunnel device, whose other end the test holds: it carries the
+ * packets from one to the other, or does not. */
+#ifndef TWO_HOSTS_H
+#define TWO_HOSTS_H
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/if_tun.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "own_network.h"
+
+namespace coap_rpc_test {
+
+inline constexpr uint32_t kFirstHostIp = 0x0A4D0001;  // 10.77.0.1; the second one follows
+
+// Channel is a stream socket between two processes; each message is one write.
+class Channel {
+ public:
+  Channel() = default;
+  explicit Channel(int fd) : fd_(fd) {}
+
+  bool Send(const std::string &text) const {
+    return send(fd_, text.data(), text.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(text.size());
+  }
+  bool SendFd(int fd) const;
+  int ReceiveFd() const;
+
+  // Receive returns the next message; "" when none waits.
+  std::string Receive() const {
+    std::string text(1 << 16, '\0');
+    const ssize_t len = recv(fd_, text.data(), text.size(), MSG_DONTWAIT);
+    text.resize(len > 0 ? static_cast<size_t>(len) : 0);
+    return text;
+  }
+
+ private:
+  union FdBuffer {
+    cmsghdr align;
+    char bytes[CMSG_SPACE(sizeof(int))];
+  };
+
+  int fd_ = -1;
+};
+
+inline bool Channel::SendFd(int fd) const {
+  char byte = 'f';
+  iovec part = {&byte, 1};
+  FdBuffer buffer = {};
+  msghdr message = {};
+  message.msg_iov = &part;
+  message.msg_iovlen = 1;
+  message.msg_control = buffer.bytes;
+  message.msg_controllen = sizeof(buffer.bytes);
+  cmsghdr *head = CMSG_FIRSTHDR(&message);
+  head->cmsg_level = SOL_SOCKET;
+  head->cmsg_type = SCM_RIGHTS;
+  head->cmsg_len = CMSG_LEN(sizeof(int));
+  memcpy(CMSG_DATA(head), &fd, sizeof(fd));
+  return sendmsg(fd_, &message, MSG_NOSIGNAL) == 1;
+}
+
+inline int Channel::ReceiveFd() const {
+  char byte = 0;
+  iovec part = {&byte, 1};
+  FdBuffer buffer = {};
+  msghdr message = {};
+  message.msg_iov = &part;
+  message.msg_iovlen = 1;
+  message.msg_control = buffer.bytes;
+  message.msg_controllen = sizeof(buffer.bytes);
+  if (recvmsg(fd_, &message, 0) != 1) return -1;
+  const cmsghdr *head = CMSG_FIRSTHDR(&message);
+  if (!head || head->cmsg_type != SCM_RIGHTS) return -1;
+  int fd = -1;
+  memcpy(&fd, CMSG_DATA(head), sizeof(fd));
+  return fd;
+}
+
+// OpenTunnel makes a tunnel device with an address in the present network.  Returns -1 when the
+// system does not let it.
+inline int OpenTunnel(uint32_t ipv4) {
+  const int fd = open("/dev/net/tun", O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  ifreq request = {};
+  strncpy(request.ifr_name, "link0", IFNAMSIZ - 1);
+  request.ifr_flags = IFF_TUN | IFF_NO_PI;
+  if (fd < 0 || ioctl(fd, TUNSETIFF, &request) != 0) return -1;
+  const int control = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  const auto set = [&](unsigned long what, uint32_t value) {
+    sockaddr_in addr = {};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(value);
+    memcpy(&request.ifr_addr, &addr, sizeof(addr));
+    return ioctl(control, what, &request) == 0;
+  };
+  const bool isSet = set(SIOCSIFADDR, ipv4) && set(SIOCSIFNETMASK, 0xFFFFFF00);
+  close(control);
+  return isSet && SetInterfaceUp("link0") ? fd : -1;
+}
+
+// HostProcess runs `main` in a process and network namespace of its own.
+class HostProcess {
+ public:
+  using Main = std::function<void(const Channel &)>;
+
+  HostProcess(uint32_t ipv4, const Main &main) {
+    int ends[2] = {-1, -1};
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return;
+    pid_ = fork();
+    if (pid_ == 0) Run(ipv4, Channel(ends[1]), main);
+    close(ends[1]);
+    channel_ = Channel(ends[0]);
+    tunnel_ = channel_.ReceiveFd();
+  }
+  ~HostProcess() {
+    if (pid_ <= 0) return;
+    kill(pid_, SIGKILL);
+    waitpid(pid_, nullptr, 0);
+  }
+  HostProcess(const HostProcess &) = delete;
+  HostProcess &operator=(const HostProcess &) = delete;
+
+  bool HasNetwork() const { return tunnel_ >= 0; }
+  int Tunnel() const { return tunnel_; }
+  const Channel &Talk() const { return channel_; }
+
+  // HasEnded looks without waiting; a `main` that failed an expectation fails the test.
+  bool HasEnded() {
+    int status = 0;
+    if (pid_ <= 0 || waitpid(pid_, &status, WNOHANG) != pid_) return pid_ <= 0;
+    pid_ = -1;
+    EXPECT_EQ(status, 0);
+    return true;
+  }
+
+ private:
+  [[noreturn]] static void Run(uint32_t ipv4, const Channel &channel, const Main &main) {
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    const int tunnel = EnterOwnNetwork() ? OpenTunnel(ipv4) : -1;
+    if (tunnel < 0) _exit(0);
+    channel.SendFd(tunnel);
+    close(tunnel);
+    main(channel);
+    fflush(nullptr);
+    _exit(testing::Test::HasFailure() ? 1 : 0);
+  }
+
+  pid_t pid_ = -1;
+  int tunnel_ = -1;
+  Channel channel_;
+};
+
+// LossyLink carries packets between two tunnels: a fifth is lost, a tenth comes twice, a tenth
+// comes after the packets that follow it.
+class LossyLink {
+ public:
+  LossyLink(int first, int second) : tunnels_{first, second} {}
+
+  // Carry waits up to a millisecond for packets and carries what there is.
+  void Carry() {
+    std::array<pollfd, 2> waits = {{{tunnels_[0], POLLIN, 0}, {tunnels_[1], POLLIN, 0}}};
+    poll(waits.data(), waits.size(), 1);
+    std::deque<Packet> late;
+    late.swap(late_);
+    for (int from = 0; from < 2; ++from) Drain(from);
+    for (const Packet &packet : late) Deliver(packet);
+  }
+
+  uint64_t NumLost() const { return numLost_; }
+  uint64_t NumCarried() const { return numCarried_; }
+
+ private:
+  struct Packet {
+    int to;
+    std::vector<uint8_t> bytes;
+  };
+
+  bool Chance(uint32_t percent) { return random_() % 100 < percent; }
+
+  void Drain(int from) {
+    std::array<uint8_t, 2048> bytes;
+    ssize_t len = 0;
+    while ((len = read(tunnels_[from], bytes.data(), bytes.size())) > 0) {
+      Take({1 - from, {bytes.begin(), bytes.begin() + len}});
+    }
+  }
+
+  void Take(const Packet &packet) {
+    if (Chance(20)) {
+      ++numLost_;
+      return;
+    }
+    if (Chance(10)) late_.push_back(packet);
+    if (Chance(10)) {
+      late_.push_back(packet);
+    } else {
+      Deliver(packet);
+    }
+  }
+
+  void Deliver(const Packet &packet) {
+    ++numCarried_;
+    // A full queue at the other end is one more loss.
+    if (write(tunnels_[packet.to], packet.bytes.data(), packet.bytes.size()) < 0) ++numLost_;
+  }
+
+  const std::array<int, 2> tunnels_;
+  std::mt19937 random_{31};
+  std::deque<Packet> late_;
+  uint64_t numLost_ = 0;
+  uint64_t numCarried_ = 0;
+};
+
+}  // namespace coap_rpc_test
+
+#endif /* TWO_HOSTS_H */
