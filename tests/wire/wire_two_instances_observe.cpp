@@ -229,6 +229,96 @@ TEST_P(TwoMirror, BatchOf60000Bytes_ComesWhole) {
   EXPECT_EQ(app_.numWalks, 3u);
 }
 
+TEST_P(TwoMirror, RelationEndedInsideOnResponseOfABigSet_IsSafe) {
+  app_.padding = 47;
+  Fill(1000);
+  auto take = responses_.onPayload;
+  responses_.onPayload = [&](const std::string &payload) {
+    take(payload);
+    EXPECT_EQ(asker_.Call(COAP_RpcCliObserveUnReq, key_, server_), 0u);
+  };
+  EXPECT_EQ(asker_.Observe(key_, server_), 0u);
+  ASSERT_TRUE(RunUntil([this] { return mirror_.numPayloads == 1; }));
+  ASSERT_TRUE(RunUntil([this] { return NumObservers() == 0; }));
+  responses_.onPayload = take;
+  mirror_.tuples.clear();
+  StartMirror();
+}
+
+TEST_P(TwoMirror, UriDetachedAndAttachedInMidTransfer_IsObservedAnew) {
+  app_.padding = 47;
+  Fill(1000);
+  EXPECT_EQ(asker_.Observe(key_, server_), 0u);
+  ASSERT_TRUE(RunUntil([this] { return Entry()->isSendingLargeBlock != 0; }));
+  Steps(5);
+  server_.Detach(key_);
+  Steps(5);
+  server_.Attach(key_);
+  EXPECT_EQ(asker_.Observe(key_, server_), 0u);
+  EXPECT_TRUE(IsMirrored());
+}
+
+TEST_P(TwoMirror, CancelledInMidTransfer_TheUriIsFreeForTheNextObserver) {
+  app_.padding = 47;
+  Fill(1000);
+  for (int round = 0; round < 3; ++round) {
+    EXPECT_EQ(asker_.Observe(key_, server_), 0u);
+    ASSERT_TRUE(RunUntil([this] { return Entry()->isSendingLargeBlock != 0; })) << round;
+    Steps(5);
+    EXPECT_EQ(asker_.Call(COAP_RpcCliObserveUnReq, key_, server_), 0u);
+    ASSERT_TRUE(RunUntil([this] { return NumObservers() == 0; })) << round;
+  }
+  StartMirror();
+}
+
+TEST_P(TwoMirror, ServerStoppedInMidTransfer_IsObservedAnewAfterItsRestart) {
+  app_.padding = 47;
+  Fill(1000);
+  EXPECT_EQ(asker_.Observe(key_, server_), 0u);
+  ASSERT_TRUE(RunUntil([this] { return Entry()->isSendingLargeBlock != 0; }));
+  Steps(5);
+  server_.Stop();
+  Steps(100);
+  server_.Start();
+  server_.ServeObserve(key_, &app_, isJson_);
+  Fill(1000);
+  EXPECT_EQ(asker_.Observe(key_, server_), 0u);
+  EXPECT_TRUE(IsMirrored());
+}
+
+TEST_P(TwoMirror, ClientStoppedInMidTransfer_TheUriIsFreeAfter20Seconds) {
+  app_.padding = 47;
+  Fill(1000);
+  EXPECT_EQ(asker_.Observe(key_, server_), 0u);
+  ASSERT_TRUE(RunUntil([this] { return Entry()->isSendingLargeBlock != 0; }));
+  Steps(5);
+  asker_.Stop();
+  for (int i = 0; i < 210; ++i) server_.Host().AdvanceMs(kTickMs);
+  EXPECT_EQ(Entry()->isSendingLargeBlock, 0u);
+  asker_.Start();
+  RegisterAsker();
+  EXPECT_EQ(asker_.Observe(key_, server_), 0u);
+  EXPECT_TRUE(IsMirrored());
+}
+
+TEST_P(TwoMirror, NonTable_IsMirrored) {
+  // The relation is CON; the notifications are NON, as the table's key says.
+  const CoapRpcUriKey non = KeyOf("non", COAP_RPC_NON, 1);
+  const CoapRpcUriKey con = KeyOf("non", COAP_RPC_CON, 1);
+  ObserveApp app;
+  server_.ServeObserve(non, &app, isJson_);
+  asker_.Register(con, &responses_);
+  EXPECT_EQ(asker_.Observe(con, server_), 0u);
+  ASSERT_TRUE(RunUntil([&] { return app.observerNums.size() == 1; }));
+  for (int i = 0; i < 20; ++i) {
+    const std::string key = std::to_string(1000 + i % 3);
+    const std::string val = std::to_string(2000 + i);
+    app.data[key] = val;
+    EXPECT_EQ(COAP_RpcSerObserveDataUpdate(server_.Ctx(), &non, key.data(), val.data()), 0u);
+    ASSERT_TRUE(RunUntil([&] { return mirror_.tuples == app.data; })) << i;
+  }
+}
+
 class TwoPeers : public TwoObserve {
  protected:
   TwoPeers() {

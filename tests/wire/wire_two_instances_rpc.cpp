@@ -210,5 +210,81 @@ TEST_F(TwoRpc, ServerThatRestarts_AnswersAgain) {
   EXPECT_TRUE(IsAnswered(1));
 }
 
+TEST_F(TwoRpc, AnswerEntryDetachedInsideOnResponse_IsSafe) {
+  app_.onAsync = [this](void *) { Answer(app_.handles.size() - 1, "pong"); };
+  responses_.onPayload = [this](const std::string &) { asker_.Detach(answerKey_); };
+  EXPECT_EQ(asker_.Ask(key_, server_, "ping"), 0u);
+  ASSERT_TRUE(IsAnswered(1));
+  Steps(20);
+  asker_.Attach(answerKey_);
+  EXPECT_EQ(asker_.Ask(key_, server_, "again"), 0u);
+  ASSERT_TRUE(IsAnswered(2));
+  Steps(1000);
+}
+
+TEST_F(TwoRpc, EntryDetachedInsideItsCallback_IsSafeAndTheCallUnanswered) {
+  app_.onAsync = [this](void *) { server_.Detach(key_); };
+  EXPECT_EQ(asker_.Ask(key_, server_, "ping"), 0u);
+  ASSERT_TRUE(HasAsked(1));
+  Steps(20);
+  EXPECT_EQ(Answer(0, "pong"), 0u);
+  Steps(20);
+  EXPECT_EQ(Answer(0, "pong"), 1900001302u);
+  EXPECT_TRUE(responses_.all.empty());
+  app_.onAsync = nullptr;
+  server_.Attach(key_);
+  EXPECT_EQ(asker_.Ask(key_, server_, "again"), 0u);
+  ASSERT_TRUE(HasAsked(2));
+  EXPECT_EQ(Answer(1, "pong"), 0u);
+  EXPECT_TRUE(IsAnswered(1));
+}
+
+// The one URI whose calls are BROADCAST and whose answers come through the DEFAULT entry.
+TEST_F(TwoRpc, DynamicMac_IsAnsweredThroughTheDefaultEntry) {
+  const CoapRpcUriKey key = KeyOf("terminals/dynamic-mac");
+  const CoapRpcUriKey call = KeyOf("terminals/dynamic-mac", COAP_RPC_CON, 0, COAP_RPC_BROADCAST);
+  asker_.Register(call, &responses_);
+  asker_.ServeAsync(key, nullptr);
+  server_.ServeAsync(key, &app_);
+  app_.onAsync = [this](void *) { Answer(app_.handles.size() - 1, "mac"); };
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(asker_.Ask(call, server_, "who"), 0u);
+  ASSERT_TRUE(IsAnswered(3));
+  EXPECT_EQ(responses_.all[2].payload, "mac");
+}
+
+TEST_F(TwoRpc, MemoryReturnsToWhereItWas) {
+  app_.onAsync = [this](void *) { Answer(app_.handles.size() - 1, "pong"); };
+  EXPECT_EQ(asker_.Ask(key_, server_, "ping"), 0u);
+  ASSERT_TRUE(IsAnswered(1));
+  Steps(4000);  // sessions and repetitions are forgotten
+  const uint64_t askerBlocks = asker_.Host().Pool().LiveCount();
+  const uint64_t serverBlocks = server_.Host().Pool().LiveCount();
+  for (int i = 0; i < 500; ++i) EXPECT_EQ(asker_.Ask(key_, server_, "ping"), 0u);
+  ASSERT_TRUE(IsAnswered(501));
+  Steps(4000);
+  EXPECT_EQ(asker_.Host().Pool().LiveCount(), askerBlocks);
+  EXPECT_EQ(server_.Host().Pool().LiveCount(), serverBlocks);
+}
+
+TEST_F(TwoRpc, StoppedInMidTransfer_IsCleanInEitherOrder) {
+  for (Side *first : {&asker_, &server_}) {
+    Side *second = first == &asker_ ? &server_ : &asker_;
+    EXPECT_EQ(asker_.Ask(key_, server_, "small"), 0u);
+    EXPECT_EQ(asker_.Ask(key_, server_, std::string(60'000, 'q'), 16), 0u);
+    ASSERT_TRUE(HasAsked(1));
+    EXPECT_EQ(Answer(0, std::string(60'000, 'a')), 0u);
+    Steps(5);
+    EXPECT_TRUE(responses_.all.empty());
+    first->Stop();
+    for (int i = 0; i < 50; ++i) second->Host().AdvanceMs(kTickMs);
+    second->Stop();
+    app_ = App();
+    for (Side *side : {first, second}) side->Start();
+    asker_.Register(key_, &responses_);
+    asker_.ServeAsync(answerKey_, nullptr);
+    server_.ServeAsync(key_, &app_);
+  }
+}
+
 }  // namespace
 }  // namespace coap_rpc_test
