@@ -1,0 +1,76 @@
+/* console_peer.cpp: the other end of a host's console socket, for tests. */
+#include "console_peer.h"
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <utility>
+
+namespace host_test {
+
+namespace {
+
+sockaddr_un AddressOf(const std::string &path) {
+  sockaddr_un addr{};
+  addr.sun_family = AF_UNIX;
+  std::strncpy(addr.sun_path, path.c_str(), sizeof addr.sun_path - 1);
+  return addr;
+}
+
+}  // namespace
+
+TempFolder::TempFolder() {
+  std::string name = (std::filesystem::temp_directory_path() / "consoleXXXXXX").string();
+  if (mkdtemp(name.data()) != nullptr) m_path = name;
+}
+
+TempFolder::~TempFolder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(m_path, ignored);
+}
+
+ConsolePeer::ConsolePeer(const std::string &path)
+    : m_fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+  const sockaddr_un addr = AddressOf(path);
+  if (connect(m_fd, reinterpret_cast<const sockaddr *>(&addr), sizeof addr) != 0) Close();
+}
+
+ConsolePeer::ConsolePeer(ConsolePeer &&other) noexcept
+    : m_fd(std::exchange(other.m_fd, -1)),
+      m_received(std::move(other.m_received)),
+      m_isAtEnd(other.m_isAtEnd) {}
+
+size_t ConsolePeer::Send(std::string_view bytes) {
+  const ssize_t len = send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+  return len > 0 ? static_cast<size_t>(len) : 0;
+}
+
+void ConsolePeer::Receive() {
+  char bytes[65536];
+  ssize_t len = 0;
+  while ((len = recv(m_fd, bytes, sizeof bytes, 0)) > 0) {
+    m_received.append(bytes, static_cast<size_t>(len));
+  }
+  if (len == 0 || errno != EAGAIN) m_isAtEnd = true;
+}
+
+void ConsolePeer::EndSending() { shutdown(m_fd, SHUT_WR); }
+
+void ConsolePeer::Close() {
+  if (m_fd >= 0) close(std::exchange(m_fd, -1));
+}
+
+int BindUnix(const std::string &path, bool listens) {
+  const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const sockaddr_un addr = AddressOf(path);
+  if (bind(fd, reinterpret_cast<const sockaddr *>(&addr), sizeof addr) != 0) return -1;
+  if (listens) listen(fd, 8);
+  return fd;
+}
+
+}  // namespace host_test

@@ -1,0 +1,125 @@
+/* connection.cpp: the console's end of the host's socket. */
+#include "connection.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "interrupt.h"
+#include "kestrel_console.h"
+
+namespace console {
+
+namespace {
+
+Reply Lost(std::string why) { return {Reply::Kind::kLost, 0, std::move(why)}; }
+
+std::string SystemText(const char *what) { return std::string(what) + ": " + strerror(errno); }
+
+// SetSendTimeout also bounds how long connect waits for a place in the host's queue.
+void SetSendTimeout(int fd, int timeoutMs) {
+  if (timeoutMs < 0) return;
+  const timeval timeout{timeoutMs / 1000, timeoutMs % 1000 * 1000};
+  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
+}
+
+}  // namespace
+
+Connection::~Connection() {
+  if (m_fd >= 0) close(m_fd);
+}
+
+bool Connection::Open(const std::string &path, std::string &reason) {
+  if (!Connect(path, reason)) return false;
+  const Reply hello = Next();
+  if (hello.kind == Reply::Kind::kLine && hello.tag == KESTREL_CONSOLE_GREETING) {
+    if (hello.text == KESTREL_CONSOLE_HELLO) return true;
+    reason = "the host speaks another protocol (" + hello.text + ")";
+  } else if (hello.kind == Reply::Kind::kLine && hello.tag != KESTREL_CONSOLE_ERROR) {
+    reason = "this is no host's socket";
+  } else {
+    reason = hello.text;
+  }
+  return false;
+}
+
+bool Connection::Connect(const std::string &path, std::string &reason) {
+  sockaddr_un addr{};
+  addr.sun_family = AF_UNIX;
+  if (path.empty() || path.size() >= sizeof addr.sun_path) {
+    reason = "the path of the socket must have 1 to 107 bytes";
+    return false;
+  }
+  std::memcpy(addr.sun_path, path.data(), path.size());
+  m_fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  SetSendTimeout(m_fd, m_timeoutMs);
+  if (m_fd >= 0 && connect(m_fd, reinterpret_cast<const sockaddr *>(&addr), sizeof addr) == 0) {
+    return true;
+  }
+  reason = strerror(errno);
+  return false;
+}
+
+void Connection::Send(std::string_view request) {
+  std::string line(request);
+  line += '\n';
+  for (size_t sent = 0; sent < line.size();) {
+    const ssize_t len = send(m_fd, line.data() + sent, line.size() - sent, MSG_NOSIGNAL);
+    if (len < 0 && errno != EINTR) return;
+    if (len > 0) sent += static_cast<size_t>(len);
+  }
+}
+
+Reply Connection::Next() {
+  Reply reply;
+  while (!TakeLine(reply)) {
+    if (!Fill(reply)) return reply;
+  }
+  return reply;
+}
+
+bool Connection::TakeLine(Reply &reply) {
+  const size_t end = m_buffer.find('\n', m_at);
+  if (end == m_buffer.npos) {
+    m_buffer.erase(0, m_at);
+    m_at = 0;
+    return false;
+  }
+  const std::string_view line = std::string_view(m_buffer).substr(m_at, end - m_at);
+  m_at = end + 1;
+  reply.kind = Reply::Kind::kLine;
+  reply.tag = line.empty() ? '\0' : line[0];
+  reply.text = line.size() > 2 ? line.substr(2) : "";
+  return true;
+}
+
+// Fill reads more; false and `reply` set when there is nothing more to read now.
+bool Connection::Fill(Reply &reply) {
+  if (m_buffer.size() > KESTREL_CONSOLE_MAX_REPLY) {
+    reply = Lost("this is no host's socket");
+    return false;
+  }
+  pollfd waiting{m_fd, POLLIN, 0};
+  const int ready = WasInterrupted() ? 0 : poll(&waiting, 1, m_timeoutMs);
+  if (WasInterrupted()) {
+    reply = {Reply::Kind::kInterrupted, 0, ""};
+    return false;
+  }
+  if (ready == 0) {
+    reply = Lost("the host does not answer");
+    return false;
+  }
+  char bytes[65536];
+  const ssize_t len = ready < 0 ? -1 : recv(m_fd, bytes, sizeof bytes, 0);
+  if (len > 0) m_buffer.append(bytes, static_cast<size_t>(len));
+  if (len > 0 || (len < 0 && errno == EINTR)) return true;
+  reply = Lost(len == 0 ? "the host closed the connection" : SystemText("the connection failed"));
+  return false;
+}
+
+}  // namespace console

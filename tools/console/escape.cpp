@@ -1,0 +1,101 @@
+/* escape.cpp: makes text of the host harmless to a terminal. */
+#include "escape.h"
+
+#include <cstdint>
+
+namespace console {
+
+namespace {
+
+constexpr char kHexDigits[] = "0123456789abcdef";
+
+uint8_t ByteAt(std::string_view text, size_t i) { return static_cast<uint8_t>(text[i]); }
+
+size_t LengthByFirstByte(uint8_t first) {
+  if (first < 0x80) return 1;
+  if (first >= 0xc2 && first <= 0xdf) return 2;
+  if (first >= 0xe0 && first <= 0xef) return 3;
+  return first >= 0xf0 && first <= 0xf4 ? 4 : 0;
+}
+
+// CodePoint decodes a well-formed character.
+uint32_t CodePoint(std::string_view character) {
+  constexpr uint32_t kFirstBits[] = {0, 0x7f, 0x1f, 0x0f, 0x07};
+  uint32_t code = ByteAt(character, 0) & kFirstBits[character.size()];
+  for (size_t i = 1; i < character.size(); ++i) code = code << 6 | (ByteAt(character, i) & 0x3fu);
+  return code;
+}
+
+// IsLowest: no shorter form of the character exists, and it is one.
+bool IsLowest(uint32_t code, size_t length) {
+  constexpr uint32_t kFirst[] = {0, 0, 0x80, 0x800, 0x10000};
+  return code >= kFirst[length] && code <= 0x10ffff && (code < 0xd800 || code > 0xdfff);
+}
+
+bool IsHarmful(uint32_t code) {
+  if (code < 0x20 || (code >= 0x7f && code < 0xa0)) return true;
+  return (code >= 0x200e && code <= 0x200f) || (code >= 0x2028 && code <= 0x202e) ||
+         (code >= 0x2066 && code <= 0x2069);
+}
+
+void AddEscaped(std::string &shown, std::string_view bytes) {
+  for (size_t i = 0; i < bytes.size(); ++i) {
+    const uint8_t byte = ByteAt(bytes, i);
+    shown += "\\x";
+    shown += kHexDigits[byte >> 4];
+    shown += kHexDigits[byte & 0x0f];
+  }
+}
+
+template <typename MustEscape>
+std::string EscapedIf(std::string_view text, MustEscape mustEscape) {
+  std::string shown;
+  shown.reserve(text.size());
+  while (!text.empty()) {
+    const size_t length = Utf8Length(text);
+    const std::string_view character = text.substr(0, length != 0 ? length : 1);
+    if (length == 0 || mustEscape(CodePoint(character))) {
+      AddEscaped(shown, character);
+    } else {
+      shown += character;
+    }
+    text.remove_prefix(character.size());
+  }
+  return shown;
+}
+
+bool IsContinuation(char c) { return (static_cast<uint8_t>(c) & 0xc0) == 0x80; }
+
+}  // namespace
+
+size_t Utf8Length(std::string_view text) {
+  const size_t length = LengthByFirstByte(ByteAt(text, 0));
+  if (length == 0 || length > text.size()) return 0;
+  for (size_t i = 1; i < length; ++i) {
+    if (!IsContinuation(text[i])) return 0;
+  }
+  return IsLowest(CodePoint(text.substr(0, length)), length) ? length : 0;
+}
+
+std::string Escaped(std::string_view text) { return EscapedIf(text, IsHarmful); }
+
+std::string WithoutBadUtf8(std::string_view text) {
+  return EscapedIf(text, [](uint32_t) { return false; });
+}
+
+size_t NumColumns(std::string_view text) {
+  size_t columns = 0;
+  for (const char c : text) columns += IsContinuation(c) ? 0 : 1;
+  return columns;
+}
+
+std::string Cut(std::string_view text, size_t columns) {
+  if (NumColumns(text) <= columns) return std::string(text);
+  size_t end = 0;
+  for (size_t kept = 0; end < text.size(); ++end) {
+    if (!IsContinuation(text[end]) && ++kept == columns) break;
+  }
+  return std::string(text.substr(0, end)) + "~";
+}
+
+}  // namespace console

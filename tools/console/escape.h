@@ -1,0 +1,30 @@
+/* escape.h: makes text of the host harmless to a terminal. */
+#ifndef KESTREL_TOOLS_CONSOLE_ESCAPE_H
+#define KESTREL_TOOLS_CONSOLE_ESCAPE_H
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+namespace console {
+
+// Utf8Length returns the bytes of the character that `text` begins with, 0 when that is not
+// well-formed UTF-8.  REQUIRES: text is not empty
+size_t Utf8Length(std::string_view text);
+
+// Escaped shows control characters, characters that change the direction of writing, and bytes
+// that are not UTF-8 as \xNN, byte by byte.  Everything else stays as it is.
+std::string Escaped(std::string_view text);
+
+// WithoutBadUtf8 shows only bytes that are not UTF-8 as \xNN.
+std::string WithoutBadUtf8(std::string_view text);
+
+// NumColumns counts the characters of escaped text.
+size_t NumColumns(std::string_view text);
+
+// Cut shortens escaped text to `columns` characters; the last one left then is "~".
+std::string Cut(std::string_view text, size_t columns);
+
+}  // namespace console
+
+#endif /* KESTREL_TOOLS_CONSOLE_ESCAPE_H */

@@ -1,0 +1,59 @@
+/* json.cpp: the rows of a command as JSON. */
+#include "json.h"
+
+#include "escape.h"
+#include "row.h"
+
+namespace console {
+
+namespace {
+
+void AddJsonChar(std::string &json, char c) {
+  constexpr char kHexDigits[] = "0123456789abcdef";
+  const auto byte = static_cast<unsigned char>(c);
+  if (c == '"' || c == '\\') {
+    json += '\\';
+    json += c;
+  } else if (byte < 0x20 || byte == 0x7f) {
+    json += "\\u00";
+    json += kHexDigits[byte >> 4];
+    json += kHexDigits[byte & 0x0f];
+  } else {
+    json += c;
+  }
+}
+
+std::string JsonObject(std::string_view line) {
+  const auto row = ParseRow(line);
+  if (!row) return "{\"text\": " + JsonText(line) + "}";
+  std::string json = "{";
+  for (const Field &field : *row) {
+    if (json.size() > 1) json += ", ";
+    json += JsonText(field.name) + ": " + JsonText(field.value);
+  }
+  return json + "}";
+}
+
+}  // namespace
+
+std::string JsonText(std::string_view text) {
+  std::string json = "\"";
+  for (const char c : WithoutBadUtf8(text)) AddJsonChar(json, c);
+  return json + "\"";
+}
+
+bool JsonLines::Line(std::string_view line) {
+  if (IsTotal(line)) return true;
+  std::fputs(m_isFirst ? "[\n  " : ",\n  ", m_out);
+  m_isFirst = false;
+  const std::string object = JsonObject(line);
+  std::fwrite(object.data(), 1, object.size(), m_out);
+  return std::ferror(m_out) == 0;
+}
+
+void JsonLines::End() {
+  std::fputs(m_isFirst ? "[]\n" : "\n]\n", m_out);
+  m_isFirst = true;
+}
+
+}  // namespace console

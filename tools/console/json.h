@@ -1,0 +1,27 @@
+/* json.h: the rows of a command as JSON. */
+#ifndef KESTREL_TOOLS_CONSOLE_JSON_H
+#define KESTREL_TOOLS_CONSOLE_JSON_H
+
+#include "line_sink.h"
+
+namespace console {
+
+// JsonText is a JSON string, quotes included.  Bytes that are not UTF-8 are shown as \xNN.
+std::string JsonText(std::string_view text);
+
+// JsonLines prints one array: an object of strings for each row, {"text": line} for any other line.
+// The total at the end of a table is left out.
+class JsonLines : public LineSink {
+ public:
+  explicit JsonLines(FILE *out) : m_out(out) {}
+  bool Line(std::string_view line) override;
+  void End() override;
+
+ private:
+  FILE *m_out;
+  bool m_isFirst = true;
+};
+
+}  // namespace console
+
+#endif /* KESTREL_TOOLS_CONSOLE_JSON_H */

@@ -1,0 +1,52 @@
+/* line_sink.h: where the lines of a command go. */
+#ifndef KESTREL_TOOLS_CONSOLE_LINE_SINK_H
+#define KESTREL_TOOLS_CONSOLE_LINE_SINK_H
+
+#include <cstdio>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace console {
+
+// LineSink takes the lines of one command, and then its end.
+class LineSink {
+ public:
+  virtual ~LineSink() = default;
+
+  // Line takes a line as the host printed it, without line feed.  Returns false to have no more.
+  virtual bool Line(std::string_view line) = 0;
+
+  // End is called when the command is over.
+  virtual void End() {}
+};
+
+// PlainLines prints each line, escaped.
+class PlainLines : public LineSink {
+ public:
+  explicit PlainLines(FILE *out) : m_out(out) {}
+  bool Line(std::string_view line) override;
+
+ private:
+  FILE *m_out;
+};
+
+// KeptLines remembers the lines.
+class KeptLines : public LineSink {
+ public:
+  bool Line(std::string_view line) override {
+    m_lines.emplace_back(line);
+    return true;
+  }
+  std::vector<std::string> Take() { return std::move(m_lines); }
+
+ private:
+  std::vector<std::string> m_lines;
+};
+
+// PrintLine writes one line; false when the output cannot be written.
+bool PrintLine(FILE *out, std::string_view text);
+
+}  // namespace console
+
+#endif /* KESTREL_TOOLS_CONSOLE_LINE_SINK_H */

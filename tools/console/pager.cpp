@@ -1,0 +1,46 @@
+/* pager.cpp: pauses after each screen. */
+#include "pager.h"
+
+#include <algorithm>
+
+#include "escape.h"
+#include "terminal.h"
+
+namespace console {
+
+namespace {
+
+constexpr char kPrompt[] = "-- more: blank screen, enter line, q stop --";
+constexpr char kCtrlC = 3;
+constexpr char kCtrlD = 4;
+
+bool IsQuit(char key) { return key == 'q' || key == 'Q' || key == kCtrlC || key == kCtrlD; }
+
+}  // namespace
+
+size_t RowsOf(std::string_view text, size_t columns) {
+  return std::max<size_t>(1, (NumColumns(text) + columns - 1) / columns);
+}
+
+bool PagedLines::Line(std::string_view line) {
+  const std::string text = Escaped(line);
+  const ScreenSize screen = GetScreenSize();
+  const size_t rows = RowsOf(text, screen.columns);
+  const size_t usableRows = screen.rows - 1;  // the last one is for the prompt
+  if (m_usedRows != 0 && m_usedRows + rows > usableRows && !Pause(rows)) return false;
+  m_usedRows += rows;
+  return PrintLine(m_out, text);
+}
+
+// Pause makes room for a line of `rows` rows; false when the operator has seen enough.
+bool PagedLines::Pause(size_t rows) {
+  std::fputs(kPrompt, m_out);
+  std::fflush(m_out);
+  const char key = ReadKey();
+  std::fputs("\r\x1b[K", m_out);
+  const bool isLine = key == '\n' || key == '\r';
+  m_usedRows = isLine ? m_usedRows - std::min(m_usedRows, rows) : 0;
+  return !IsQuit(key);
+}
+
+}  // namespace console

@@ -1,0 +1,46 @@
+/* session.h: runs what the operator types, from the command line or from the prompt. */
+#ifndef KESTREL_TOOLS_CONSOLE_SESSION_H
+#define KESTREL_TOOLS_CONSOLE_SESSION_H
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "client.h"
+#include "options.h"
+#include "row.h"
+#include "watch.h"
+
+namespace console {
+
+class Session {
+ public:
+  using RowSink = std::function<void(const Row &)>;
+
+  Session(Client &client, const Options &options)
+      : m_client(client), m_format(options.format), m_options(options) {}
+
+  // Execute runs one line: a command of the console's own, or one of the host's.
+  Outcome Execute(const std::string &line);
+
+  // OnRow names what is called with each row that a host's command prints.
+  void OnRow(RowSink onRow) { m_onRow = std::move(onRow); }
+
+  void SetFormat(Format format) { m_format = format; }
+
+ private:
+  Outcome RunOnHost(const std::string &line);
+  Outcome Watch(const WatchRequest &request);
+  Outcome ListCommands();
+  Outcome ListObjects();
+  std::unique_ptr<LineSink> NewSink() const;
+
+  Client &m_client;
+  Format m_format;
+  const Options &m_options;
+  RowSink m_onRow;
+};
+
+}  // namespace console
+
+#endif /* KESTREL_TOOLS_CONSOLE_SESSION_H */

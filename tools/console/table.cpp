@@ -1,0 +1,129 @@
+/* table.cpp: the rows of a command as aligned columns. */
+#include "table.h"
+
+#include <algorithm>
+
+#include "escape.h"
+
+namespace console {
+
+namespace {
+
+constexpr size_t kGap = 2;        // blanks between columns
+constexpr size_t kMinWidth = 16;  // a column is not made narrower than this before tables are split
+
+size_t TotalWidth(const std::vector<size_t> &widths) {
+  size_t total = 0;
+  for (const size_t width : widths) total += width + kGap;
+  return total - std::min(total, kGap);
+}
+
+// Narrow takes from the widest columns until all fit, or none can be made narrower.
+void Narrow(std::vector<size_t> &widths, size_t width) {
+  while (TotalWidth(widths) > width) {
+    size_t &widest = *std::max_element(widths.begin(), widths.end());
+    if (widest <= kMinWidth) return;
+    --widest;
+  }
+}
+
+// NextColumns takes columns from `next` on, as many as fit beside the first one, at least one.
+std::vector<size_t> NextColumns(const std::vector<size_t> &widths, size_t width, size_t &next) {
+  std::vector<size_t> columns{0};
+  size_t used = widths[0];
+  if (next == 0) next = 1;
+  while (next < widths.size()) {
+    used += kGap + widths[next];
+    if (width != 0 && used > width && columns.size() > 1) break;
+    columns.push_back(next++);
+  }
+  return columns;
+}
+
+void AddCell(std::string &line, const std::string &text, size_t width) {
+  const std::string cell = Cut(text, width);
+  line += cell + std::string(width - NumColumns(cell) + kGap, ' ');
+}
+
+std::string WithoutTrailingBlanks(std::string line) {
+  line.erase(line.find_last_not_of(' ') + 1);
+  return line;
+}
+
+}  // namespace
+
+void Table::Add(const Row &row) {
+  Cells cells;
+  for (const Field &field : row) {
+    const size_t column = ColumnOf(field.name);
+    if (column >= cells.size()) cells.resize(column + 1);
+    cells[column] = Escaped(field.value);
+  }
+  m_rows.push_back(std::move(cells));
+}
+
+void Table::Clear() {
+  m_names.clear();
+  m_rows.clear();
+}
+
+size_t Table::ColumnOf(const std::string &name) {
+  const auto found = std::find(m_names.begin(), m_names.end(), name);
+  const auto column = static_cast<size_t>(found - m_names.begin());
+  if (found == m_names.end()) m_names.push_back(name);
+  return column;
+}
+
+std::vector<size_t> Table::Widths(size_t width) const {
+  std::vector<size_t> widths;
+  for (const std::string &name : m_names) widths.push_back(NumColumns(name));
+  for (const Cells &cells : m_rows) {
+    for (size_t i = 0; i < cells.size(); ++i) widths[i] = std::max(widths[i], NumColumns(cells[i]));
+  }
+  if (width != 0) Narrow(widths, width);
+  return widths;
+}
+
+std::vector<std::string> Table::Render(size_t width) const {
+  std::vector<std::string> lines;
+  if (IsEmpty()) return lines;
+  std::vector<size_t> widths = Widths(width);
+  size_t next = 0;
+  do {
+    if (!lines.empty()) lines.emplace_back();
+    RenderColumns(NextColumns(widths, width, next), widths, lines);
+  } while (next < widths.size());
+  return lines;
+}
+
+void Table::RenderColumns(const std::vector<size_t> &columns, const std::vector<size_t> &widths,
+                          std::vector<std::string> &lines) const {
+  std::string head;
+  for (const size_t column : columns) AddCell(head, m_names[column], widths[column]);
+  lines.push_back(WithoutTrailingBlanks(head));
+  for (const Cells &cells : m_rows) {
+    std::string line;
+    for (const size_t column : columns) {
+      AddCell(line, column < cells.size() ? cells[column] : "", widths[column]);
+    }
+    lines.push_back(WithoutTrailingBlanks(line));
+  }
+}
+
+bool TableLines::Line(std::string_view line) {
+  if (const auto row = ParseRow(line)) {
+    m_table.Add(*row);
+    return true;
+  }
+  return PrintTable() && PrintLine(m_out, Escaped(line));
+}
+
+bool TableLines::PrintTable() {
+  for (const std::string &line : m_table.Render(m_width)) {
+    if (!PrintLine(m_out, line)) return false;
+  }
+  m_table.Clear();
+  return true;
+}
+
+}  // namespace console
