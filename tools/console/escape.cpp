@@ -47,21 +47,45 @@ void AddEscaped(std::string &shown, std::string_view bytes) {
   }
 }
 
-template <typename MustEscape>
-std::string EscapedIf(std::string_view text, MustEscape mustEscape) {
+// Shown builds a text of what `add` makes of each character, or of a byte that is not UTF-8.
+template <typename Add>
+std::string Shown(std::string_view text, Add add) {
   std::string shown;
   shown.reserve(text.size());
   while (!text.empty()) {
     const size_t length = Utf8Length(text);
     const std::string_view character = text.substr(0, length != 0 ? length : 1);
-    if (length == 0 || mustEscape(CodePoint(character))) {
-      AddEscaped(shown, character);
-    } else {
-      shown += character;
-    }
+    add(shown, character, length != 0);
     text.remove_prefix(character.size());
   }
   return shown;
+}
+
+void AddPlain(std::string &shown, std::string_view character, bool isUtf8) {
+  if (isUtf8 && !IsHarmful(CodePoint(character))) {
+    shown += character;
+  } else {
+    AddEscaped(shown, character);
+  }
+}
+
+void AddJsonEscaped(std::string &shown, uint32_t code) {
+  shown += "\\u";
+  for (int shift = 12; shift >= 0; shift -= 4) shown += kHexDigits[code >> shift & 0x0f];
+}
+
+void AddForJson(std::string &shown, std::string_view character, bool isUtf8) {
+  if (!isUtf8) {
+    shown += '\\';
+    AddEscaped(shown, character);
+  } else if (character == "\"" || character == "\\") {
+    shown += '\\';
+    shown += character;
+  } else if (IsHarmful(CodePoint(character))) {
+    AddJsonEscaped(shown, CodePoint(character));
+  } else {
+    shown += character;
+  }
 }
 
 bool IsContinuation(char c) { return (static_cast<uint8_t>(c) & 0xc0) == 0x80; }
@@ -77,11 +101,9 @@ size_t Utf8Length(std::string_view text) {
   return IsLowest(CodePoint(text.substr(0, length)), length) ? length : 0;
 }
 
-std::string Escaped(std::string_view text) { return EscapedIf(text, IsHarmful); }
+std::string Escaped(std::string_view text) { return Shown(text, AddPlain); }
 
-std::string WithoutBadUtf8(std::string_view text) {
-  return EscapedIf(text, [](uint32_t) { return false; });
-}
+std::string EscapedForJson(std::string_view text) { return Shown(text, AddForJson); }
 
 size_t NumColumns(std::string_view text) {
   size_t columns = 0;

@@ -16,8 +16,9 @@ size_t Utf8Length(std::string_view text);
 // that are not UTF-8 as \xNN, byte by byte.  Everything else stays as it is.
 std::string Escaped(std::string_view text);
 
-// WithoutBadUtf8 shows only bytes that are not UTF-8 as \xNN.
-std::string WithoutBadUtf8(std::string_view text);
+// EscapedForJson is the same for the inside of a JSON string: characters are shown as \uNNNN, and
+// bytes that are not UTF-8 as \\xNN.
+std::string EscapedForJson(std::string_view text);
 
 // NumColumns counts the characters of escaped text.
 size_t NumColumns(std::string_view text);

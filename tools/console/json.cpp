@@ -8,21 +8,6 @@ namespace console {
 
 namespace {
 
-void AddJsonChar(std::string &json, char c) {
-  constexpr char kHexDigits[] = "0123456789abcdef";
-  const auto byte = static_cast<unsigned char>(c);
-  if (c == '"' || c == '\\') {
-    json += '\\';
-    json += c;
-  } else if (byte < 0x20 || byte == 0x7f) {
-    json += "\\u00";
-    json += kHexDigits[byte >> 4];
-    json += kHexDigits[byte & 0x0f];
-  } else {
-    json += c;
-  }
-}
-
 std::string JsonObject(std::string_view line) {
   const auto row = ParseRow(line);
   if (!row) return "{\"text\": " + JsonText(line) + "}";
@@ -36,11 +21,7 @@ std::string JsonObject(std::string_view line) {
 
 }  // namespace
 
-std::string JsonText(std::string_view text) {
-  std::string json = "\"";
-  for (const char c : WithoutBadUtf8(text)) AddJsonChar(json, c);
-  return json + "\"";
-}
+std::string JsonText(std::string_view text) { return "\"" + EscapedForJson(text) + "\""; }
 
 bool JsonLines::Line(std::string_view line) {
   if (IsTotal(line)) return true;

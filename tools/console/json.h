@@ -6,7 +6,7 @@
 
 namespace console {
 
-// JsonText is a JSON string, quotes included.  Bytes that are not UTF-8 are shown as \xNN.
+// JsonText is a JSON string, quotes included.
 std::string JsonText(std::string_view text);
 
 // JsonLines prints one array: an object of strings for each row, {"text": line} for any other line.

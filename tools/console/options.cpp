@@ -26,6 +26,7 @@ void Describe(CLI::App &app, Options &options, bool &useJson, bool &useTable) {
   app.add_option("-s,--socket", options.socket, "path of the host's socket")
       ->envname("KESTREL_SOCKET")
       ->type_name("PATH")
+      ->take_last()
       ->required();
   app.add_option("-o,--object", options.object, "display object that the commands are for")
       ->type_name("NAME");

@@ -27,6 +27,15 @@ void Narrow(std::vector<size_t> &widths, size_t width) {
   }
 }
 
+// CapForSeveralTables lets a table hold at least its first column and one more.
+void CapForSeveralTables(std::vector<size_t> &widths, size_t width) {
+  widths[0] = std::min(widths[0], std::max(kMinWidth, width / 4));
+  const size_t rest = width > widths[0] + kGap ? width - widths[0] - kGap : 0;
+  for (size_t i = 1; i < widths.size(); ++i) {
+    widths[i] = std::min(widths[i], std::max(kMinWidth, rest));
+  }
+}
+
 // NextColumns takes columns from `next` on, as many as fit beside the first one, at least one.
 std::vector<size_t> NextColumns(const std::vector<size_t> &widths, size_t width, size_t &next) {
   std::vector<size_t> columns{0};
@@ -43,6 +52,17 @@ std::vector<size_t> NextColumns(const std::vector<size_t> &widths, size_t width,
 void AddCell(std::string &line, const std::string &text, size_t width) {
   const std::string cell = Cut(text, width);
   line += cell + std::string(width - NumColumns(cell) + kGap, ' ');
+}
+
+std::string CellOf(const std::vector<std::string> &cells, size_t column) {
+  return column < cells.size() ? cells[column] : "";
+}
+
+// HasAny: a row has a value in one of the columns behind the first, or there is no other column.
+bool HasAny(const std::vector<std::string> &cells, const std::vector<size_t> &columns) {
+  return columns.size() == 1 || std::any_of(columns.begin() + 1, columns.end(), [&](size_t column) {
+           return !CellOf(cells, column).empty();
+         });
 }
 
 std::string WithoutTrailingBlanks(std::string line) {
@@ -80,7 +100,11 @@ std::vector<size_t> Table::Widths(size_t width) const {
   for (const Cells &cells : m_rows) {
     for (size_t i = 0; i < cells.size(); ++i) widths[i] = std::max(widths[i], NumColumns(cells[i]));
   }
-  if (width != 0) Narrow(widths, width);
+  if (width == 0) return widths;
+  std::vector<size_t> narrow = widths;
+  Narrow(narrow, width);
+  if (TotalWidth(narrow) <= width) return narrow;
+  CapForSeveralTables(widths, width);
   return widths;
 }
 
@@ -102,10 +126,9 @@ void Table::RenderColumns(const std::vector<size_t> &columns, const std::vector<
   for (const size_t column : columns) AddCell(head, m_names[column], widths[column]);
   lines.push_back(WithoutTrailingBlanks(head));
   for (const Cells &cells : m_rows) {
+    if (!HasAny(cells, columns)) continue;
     std::string line;
-    for (const size_t column : columns) {
-      AddCell(line, column < cells.size() ? cells[column] : "", widths[column]);
-    }
+    for (const size_t column : columns) AddCell(line, CellOf(cells, column), widths[column]);
     lines.push_back(WithoutTrailingBlanks(line));
   }
 }

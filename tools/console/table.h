@@ -18,7 +18,7 @@ class Table {
   //
   //   width   most characters of a line; 0: no limit.  Long values are cut first.  When that is
   //           not enough the columns are spread over several tables, one below the other, each
-  //           beginning with the first column.
+  //           with the first column and without the rows that have nothing else to show in it.
   std::vector<std::string> Render(size_t width) const;
 
  private:
