@@ -142,30 +142,76 @@ TEST_P(Blocks, NonRegistrationWithCheckCode_GetsTheWholeSetInBlocksAtOnce) {
   EXPECT_EQ(Fetch(peer_, first, kQuery), BodyOf("v001"));
 }
 
-TEST_P(Blocks, FinishedTransfer_IsReleasedWithinASecondOfItsLastBlock) {
+TEST_P(Blocks, FinishedTransfer_FreesTheUriWithinASecondOfItsLastBlock) {
   ServeBig(COAP_RPC_CON);
   Register(peer_, CoapType::kCon, {1});
   UpdateAll("v001");
   Fetch(peer_, BigNotification(peer_));
   EXPECT_EQ(entry_->isSendingLargeBlock, 1u);
-  const uint64_t liveWhileKept = host_.Pool().LiveCount();
   host_.AdvanceMs(800);
   EXPECT_EQ(entry_->isSendingLargeBlock, 1u);
   host_.AdvanceMs(200);
   EXPECT_EQ(entry_->isSendingLargeBlock, 0u);
-  EXPECT_LT(host_.Pool().LiveCount(), liveWhileKept);
 }
 
-TEST_P(Blocks, LastBlockAskedForAgainWithinThatSecond_IsSentAgain) {
+TEST_P(Blocks, FinishedTransfer_ItsBufferIsFreedAfter8Seconds) {
   ServeBig(COAP_RPC_CON);
   Register(peer_, CoapType::kCon, {1});
   UpdateAll("v001");
   Fetch(peer_, BigNotification(peer_));
-  host_.AdvanceMs(700);
-  const CoapMessage again = Ask(BlockRequest(NumLastBlock()));
-  EXPECT_EQ(again.code, Code(2, 5));
+  const uint64_t liveWhileKept = host_.Pool().LiveCount();
+  host_.AdvanceMs(7000);
+  EXPECT_EQ(host_.Pool().LiveCount(), liveWhileKept);
+  host_.AdvanceMs(1200);
+  EXPECT_LT(host_.Pool().LiveCount(), liveWhileKept);
+}
+
+// At first the URI is still silent for others; later it is free, and the peer is served all the
+// same.
+TEST_P(Blocks, LastBlockAskedForAgain_IsSentAgain) {
+  ServeBig(COAP_RPC_CON);
+  Register(peer_, CoapType::kCon, {1});
+  UpdateAll("v001");
+  Fetch(peer_, BigNotification(peer_));
   const Bytes body = BodyOf("v001");
-  EXPECT_EQ(again.payload, Bytes(body.begin() + NumLastBlock() * 1024, body.end()));
+  for (const uint64_t afterMs : {700, 2000, 3000}) {
+    SCOPED_TRACE(afterMs);
+    host_.AdvanceMs(afterMs);
+    const CoapMessage again = Ask(BlockRequest(NumLastBlock()));
+    EXPECT_EQ(again.code, Code(2, 5));
+    EXPECT_EQ(again.payload, Bytes(body.begin() + NumLastBlock() * 1024, body.end()));
+  }
+}
+
+TEST_P(Blocks, PeerThatRepeatsTheLastRequest_DoesNotProlongTheSilence) {
+  ServeBig(COAP_RPC_CON);
+  Register(peer_, CoapType::kCon, {1});
+  UpdateAll("v001");
+  Fetch(peer_, BigNotification(peer_));
+  for (int i = 0; i < 2; ++i) {
+    host_.AdvanceMs(400);
+    EXPECT_EQ(Ask(BlockRequest(NumLastBlock())).code, Code(2, 5));
+    EXPECT_EQ(Ask(BlockRequest(1)).code, Code(2, 5));
+  }
+  host_.AdvanceMs(200);
+  EXPECT_EQ(entry_->isSendingLargeBlock, 0u);
+}
+
+TEST_P(Blocks, NewPayloadWhileAFinishedOneIsKept_HasTheUriForItself) {
+  ServeBig(COAP_RPC_CON);
+  RawPeer older;
+  older.SetRemote(Address());
+  Register(older, CoapType::kCon, {1});
+  UpdateAll("v001");
+  Fetch(older, BigNotification(older));
+  host_.AdvanceMs(1000);
+  EXPECT_EQ(entry_->isSendingLargeBlock, 0u);
+  Register(peer_, CoapType::kCon, {2});
+  UpdateAll("v002");
+  const CoapMessage first = BigNotification(peer_);
+  host_.AdvanceMs(8000);  // the kept one is freed
+  EXPECT_EQ(entry_->isSendingLargeBlock, 1u);
+  EXPECT_EQ(Fetch(peer_, first), BodyOf("v002"));
 }
 
 TEST_P(Blocks, PeerThatStopsFetching_SilencesTheUriForAtMost20Seconds) {

@@ -39,9 +39,10 @@ inline constexpr uint32_t kResendVisitsPerTick = 20;
 // Observe.
 inline constexpr uint32_t kUpdatePeriodMs = 1000;
 
-// Observe payloads that travel in blocks.  A finished one is kept for repeated requests of its last
-// block; one that the peer no longer fetches is given up, because it silences its URI.
-inline constexpr uint32_t kSentBlocksKeepMs = 900;
+// Observe payloads that travel in blocks.  They silence their URI: one that is sent for a little
+// longer, so that a request for its last block can be repeated before a newer payload takes its
+// place; one that the peer no longer fetches until it is given up.
+inline constexpr uint32_t kSentBlocksSilenceMs = 900;
 inline constexpr uint32_t kIdleBlocksKeepMs = 19000;
 
 // Asynchronous requests.  A message with the same message id is a retransmission for this long

@@ -14,6 +14,24 @@ using AdapterBlocks = COAP_RPC_LIST(BlockRecord, adapterLink);
 
 CoapRpcCtx *RootOf(const CoapRpcSerUriVtbl *entry) { return entry->owner->owner; }
 
+void ClearFlag(BlockRecord *block) {
+  if (block->head.entry && block->holdsFlag) block->head.entry->isSendingLargeBlock = 0;
+  block->holdsFlag = false;
+}
+
+// ClearFlagOfSent frees the entry for its next payload.  The first time counts: a peer that repeats
+// its requests does not prolong the silence.  libcoap keeps the payload for them, and releases it
+// itself.
+void ClearFlagOfSent(BlockRecord *block) {
+  if (!block->holdsFlag) return;
+  if (block->sentAt == 0) block->sentAt = CoapRpcLibBlocksSentAt(block->session, block);
+  if (block->sentAt == 0) return;
+  coap_tick_t now = 0;
+  coap_ticks(&now);
+  constexpr coap_tick_t kSilence = kSentBlocksSilenceMs * COAP_TICKS_PER_SECOND / 1000;
+  if (block->sentAt + kSilence <= now) ClearFlag(block);
+}
+
 }  // namespace
 
 PoolPtr<BlockRecord> NewBlock(CoapRpcSerUriVtbl *entry, coap_session_t *session) {
@@ -39,7 +57,7 @@ CoapRpcSerLargeBlockCtx *StartBlock(PoolPtr<BlockRecord> block, void *buf) {
 }
 
 void EndBlock(BlockRecord *block) {
-  if (block->head.entry && block->holdsFlag) block->head.entry->isSendingLargeBlock = 0;
+  ClearFlag(block);
   LinkRemove(block->entryLink);
   LinkRemove(block->adapterLink);
   PoolFree(block->mem, block);
@@ -50,7 +68,8 @@ void ExpireBlocks(CoapRpcCtx *ctx) {
   BlockRecord *next = nullptr;
   for (BlockRecord *block = blocks.First(); block; block = next) {
     next = blocks.After(block);
-    CoapRpcLibExpireBlocks(block->session, block, kSentBlocksKeepMs, kIdleBlocksKeepMs);
+    ClearFlagOfSent(block);
+    CoapRpcLibExpireBlocks(block->session, block, kIdleBlocksKeepMs);
   }
 }
 

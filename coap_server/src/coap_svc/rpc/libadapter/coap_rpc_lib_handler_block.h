@@ -18,7 +18,8 @@ struct BlockRecord {
   CoapRpcLink adapterLink;  // on the adapter's blockList
   coap_session_t *session;  // lives longer than the record
   uint64_t mem;
-  bool holdsFlag;  // the entry's isSendingLargeBlock is this payload's
+  coap_tick_t sentAt;  // when its last block was first sent; 0 before
+  bool holdsFlag;      // the entry's isSendingLargeBlock is this payload's
 };
 static_assert(offsetof(BlockRecord, head) == 0, "a record is found by its release context");
 
@@ -33,8 +34,8 @@ CoapRpcSerLargeBlockCtx *StartBlock(PoolPtr<BlockRecord> block, void *buf);
 // the caller's.
 void EndBlock(BlockRecord *block);
 
-// ExpireBlocks lets go of payloads whose last block was sent a while ago and of payloads that the
-// peer stopped fetching.
+// ExpireBlocks ends the silence of entries whose payload was sent a while ago, and lets go of
+// payloads that the peer stopped fetching.
 void ExpireBlocks(CoapRpcCtx *ctx);
 
 // ForgetEntryBlocks cuts all payloads loose from an entry that is about to be freed.

@@ -151,21 +151,25 @@ const coap_pdu_t *CoapRpcLibStoredRequest(coap_resource_t *resource, coap_sessio
   return observer ? observer->pdu : NULL;
 }
 
-static int IsExpired(const coap_lg_xmit_t *blocks, uint32_t sentMs, uint32_t idleMs) {
-  coap_tick_t now;
-  coap_ticks(&now);
-  const coap_tick_t since = blocks->last_all_sent ? blocks->last_all_sent : blocks->last_obs;
-  const uint64_t keepMs = blocks->last_all_sent ? sentMs : idleMs;
-  return since + keepMs * COAP_TICKS_PER_SECOND / 1000 <= now;
-}
-
-void CoapRpcLibExpireBlocks(coap_session_t *session, const void *appPtr, uint32_t sentMs,
-                            uint32_t idleMs) {
+static coap_lg_xmit_t *FindBlocks(coap_session_t *session, const void *appPtr) {
   coap_lg_xmit_t *blocks;
   LL_FOREACH(session->lg_xmit, blocks) {
-    if (blocks->app_ptr == appPtr) break;
+    if (blocks->app_ptr == appPtr) return blocks;
   }
-  if (!blocks || !IsExpired(blocks, sentMs, idleMs)) return;
+  return NULL;
+}
+
+coap_tick_t CoapRpcLibBlocksSentAt(coap_session_t *session, const void *appPtr) {
+  const coap_lg_xmit_t *blocks = FindBlocks(session, appPtr);
+  return blocks ? blocks->last_all_sent : 0;
+}
+
+void CoapRpcLibExpireBlocks(coap_session_t *session, const void *appPtr, uint32_t idleMs) {
+  coap_lg_xmit_t *blocks = FindBlocks(session, appPtr);
+  if (!blocks || blocks->last_all_sent) return;
+  coap_tick_t now;
+  coap_ticks(&now);
+  if (now < blocks->last_obs + (uint64_t)idleMs * COAP_TICKS_PER_SECOND / 1000) return;
   LL_DELETE(session->lg_xmit, blocks);
   coap_block_delete_lg_xmit(session, blocks);
 }

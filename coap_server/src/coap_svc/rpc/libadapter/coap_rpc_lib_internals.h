@@ -44,11 +44,13 @@ int CoapRpcLibAddToken(coap_pdu_t *pdu, const uint8_t *token, size_t len);
 const coap_pdu_t *CoapRpcLibStoredRequest(coap_resource_t *resource, coap_session_t *session,
                                           const coap_pdu_t *request);
 
-/* CoapRpcLibExpireBlocks ends the block transfer of the session that carries `appPtr` when its last
- * block was sent sentMs ago or longer, or nobody asked for a block for idleMs.  Its release
- * function runs then. */
-void CoapRpcLibExpireBlocks(coap_session_t *session, const void *appPtr, uint32_t sentMs,
-                            uint32_t idleMs);
+/* CoapRpcLibBlocksSentAt says when the last block of the session's transfer that carries `appPtr`
+ * was sent; 0 while it has not been, or when a block was asked for again since. */
+coap_tick_t CoapRpcLibBlocksSentAt(coap_session_t *session, const void *appPtr);
+
+/* CoapRpcLibExpireBlocks ends the unfinished transfer of the session that carries `appPtr` when
+ * nobody asked for a block for idleMs.  Its release function runs then. */
+void CoapRpcLibExpireBlocks(coap_session_t *session, const void *appPtr, uint32_t idleMs);
 
 /* CoapRpcLibSetToken exchanges a message's token, unless the message is part of a block transfer,
  * whose tokens are libcoap's own. */
