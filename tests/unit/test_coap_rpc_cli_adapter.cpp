@@ -6,6 +6,7 @@
 #include "coap_svc/rpc/client/coap_rpc_cli_session.h"
 #include "coap_svc/rpc/client/coap_rpc_cli_uri.h"
 #include "coap_svc/rpc/coap_rpc_cli.h"
+#include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/common/coap_rpc_ctx.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
@@ -47,6 +48,16 @@ TEST_F(CliAdapter, Create_SetsRootAndRetransmissions) {
   EXPECT_EQ(coap_session_get_max_retransmit(session_.coapSession), 2);
   EXPECT_TRUE(
       host_.HasLog("[CoapRpc]add session success, src:0x7f000001, dst:0x7f000002, port:9.\n"));
+}
+
+TEST_F(CliAdapter, Create_NstartIs1UnlessSet) {
+  Open();
+  EXPECT_EQ(coap_session_get_nstart(session_.coapSession), 1);
+  COAP_RpcDeleteCliSession(ctx_, &session_);
+  EXPECT_EQ(COAP_RpcSetNstart(ctx_, 16), 0U);
+  Open();
+  EXPECT_EQ(coap_session_get_nstart(session_.coapSession), 16);
+  EXPECT_EQ(COAP_RpcSetNstart(nullptr, 16), 1900001408U);
 }
 
 TEST_F(CliAdapter, CreateForAnUnknownFamily_GivesNull) {

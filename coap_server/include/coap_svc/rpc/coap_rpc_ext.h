@@ -53,5 +53,15 @@ COAP_RPC_API uint32_t COAP_RpcProcIo(CoapRpcCtx *ctx);
  * Returns 0 or:  1900001406 null instance (asserted) */
 COAP_RPC_API uint32_t COAP_RpcSetLibLogLevel(CoapRpcCtx *ctx, uint32_t level);
 
+/* COAP_RpcSetNstart says how many CON requests a client session may have under way at once; further
+ * ones wait in libcoap.  It holds for sessions opened from then on; answers to asynchronous
+ * requests go out one at a time all the same.
+ *
+ *   nstart   0: the default of RFC 7252 section 4.8, which is 1.  A larger one asks more of the
+ *            network than CoAP's congestion control allows: for networks of one's own
+ *
+ * Returns 0 or:  1900001408 null instance (asserted) */
+COAP_RPC_API uint32_t COAP_RpcSetNstart(CoapRpcCtx *ctx, uint16_t nstart);
+
 COAP_RPC_C_END
 #endif /* COAP_RPC_EXT_H */

@@ -119,6 +119,7 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(CliAddPayloadFailed,     kPathLibHandler, 1355,    0, "COAP_RpcCliAddOptionsAndData: payload cannot be built or added") \
   X(SetKeepAliveNullArg,     kPathLibExt,     1404, 1403, "COAP_RpcSetKeepAlive: null argument") \
   X(SetLibLogLevelNullArg,   kPathLibExt,     1406, 1405, "COAP_RpcSetLibLogLevel: null argument") \
+  X(SetNstartNullArg,        kPathLibExt,     1408, 1407, "COAP_RpcSetNstart: null argument") \
   X(AddUriTupleKeyCopy,      kPathSerUri,        0,   48, "COAP_RpcSerAddUriTuple: key copy failed") \
   X(AddUriTupleValCopy,      kPathSerUri,        0,   54, "COAP_RpcSerAddUriTuple: value copy failed") \
   X(UpdateUriTupleValCopy,   kPathSerUri,        0,   76, "COAP_RpcSerUpdateUriTuple: value copy failed") \

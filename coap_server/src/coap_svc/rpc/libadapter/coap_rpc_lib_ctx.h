@@ -44,6 +44,7 @@ struct CoapRpcLibCtx {
   uintptr_t lastAsyncId;         /* handles count from 1 and are never used again */
   uint32_t hasRetired;           /* non-zero: libcoap still holds what a callback has deleted */
   CoapRpcLink targetList;        /* sessions through which asynchronous answers are sent, owned */
+  uint16_t nstart;               /* CON requests under way per new client session; 0: libcoap's 1 */
 };
 
 /* Module rows of the adapter; the record is the root context.  libcoap's log goes to the instance

@@ -14,3 +14,9 @@ uint32_t COAP_RpcSetKeepAlive(CoapRpcCtx *ctx, uint32_t seconds) {
 uint32_t COAP_RpcGetTokenlessRspNum(const CoapRpcCtx *ctx) {
   return ctx && ctx->cli ? ctx->cli->numTokenlessRsp : 0;
 }
+
+uint32_t COAP_RpcSetNstart(CoapRpcCtx *ctx, uint16_t nstart) {
+  if (!ctx || !ctx->lib) return Violated(kSiteSetNstartNullArg);
+  ctx->lib->nstart = nstart;
+  return 0;
+}

@@ -47,6 +47,7 @@ coap_session_t *COAP_RpcCreateCliSession(CoapRpcCtx *ctx, const CoapRpcCliReqKey
   coap_session_t *session = OpenSession(ctx, key->uri.pktType == COAP_RPC_BROADCAST, addr);
   if (!session) return nullptr;
   coap_session_set_max_retransmit(session, kClientMaxRetransmit);
+  if (ctx->lib->nstart != 0) coap_session_set_nstart(session, ctx->lib->nstart);
   coap_session_set_app_data(session, ctx);
   COAP_RPC_DEBUG(ctx, "[CoapRpc]add session success, src:0x%x, dst:0x%x, port:%u.\n",
                  Ipv4Of(addr->srcIp), Ipv4Of(addr->dstIp), addr->dstPort);

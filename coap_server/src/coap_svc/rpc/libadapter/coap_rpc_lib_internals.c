@@ -25,11 +25,20 @@ static const char *TextOf(const coap_address_t *addr, AddressText *text) {
   return coap_print_addr(addr, text->text, sizeof(text->text)) ? (const char *)text->text : "?";
 }
 
+/* AskForRoom lets a burst of datagrams wait; the kernel gives as much as the machine allows. */
+static void AskForRoom(int fd) {
+  const int numBytes = 1 << 20;
+  if (setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &numBytes, sizeof(numBytes)) != 0) {
+    coap_log_info("endpoint keeps its receive buffer: %s\n", coap_socket_strerror());
+  }
+}
+
 /* OpenSocket returns a socket of its own at an address, or -1. */
 static int OpenSocket(const coap_address_t *addr) {
   const int family = addr->addr.sa.sa_family;
   const int fd = socket(family, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
   if (fd >= 0 && WantPacketInfo(fd, family) == 0 && bind(fd, &addr->addr.sa, addr->size) == 0) {
+    AskForRoom(fd);
     return fd;
   }
   const char *reason = coap_socket_strerror();
