@@ -135,6 +135,12 @@ uint64_t MonotonicMs() {
 
 bool IsServicePending(const CoapRpcCtx *ctx) { return ctx->lib && ctx->lib->svcFlag != 0; }
 
+uint32_t StartTimer(CoapRpcCtx *ctx, CoapRpcLibCtx *lib) {
+  if (lib->taskTmr != 0) return 0;
+  lib->taskTmr = KST_TmrStartLoop(ctx->param.tmrHandle, COAP_RpcProcTask, kTaskPeriodMs, ctx);
+  return lib->taskTmr != 0 ? 0 : Code(kSiteStartTaskTimerFailed);
+}
+
 void StopTimer(CoapRpcCtx *ctx, CoapRpcLibCtx *lib) {
   if (lib->taskTmr == 0) return;
   KST_TmrStop(ctx->param.tmrHandle, lib->taskTmr);
@@ -184,7 +190,7 @@ uint32_t COAP_RpcLibStartup_(CoapRpcCtx *ctx, CoapRpcLibCtx *lib) {
   if (!lib->coapCtx) return Code(kSiteLibStartupNoContext);
   ++g_numStarted;
   RegisterHandlers(ctx, lib);
-  COAP_RpcStartTaskTimer(ctx);
+  StartTimer(ctx, lib);
   return 0;
 }
 
@@ -275,12 +281,7 @@ void COAP_RpcDeleteResource(CoapRpcCtx *ctx, const char *uri) {
   COAP_RPC_DEBUG(ctx, "[CoapRpc]del resource success, uri:%.*s.\n", COAP_RPC_URI_SIZE, uri);
 }
 
-uint32_t COAP_RpcStartTaskTimer(CoapRpcCtx *ctx) {
-  CoapRpcLibCtx *lib = ctx->lib;
-  if (lib->taskTmr != 0) return 0;
-  lib->taskTmr = KST_TmrStartLoop(ctx->param.tmrHandle, COAP_RpcProcTask, kTaskPeriodMs, ctx);
-  return lib->taskTmr != 0 ? 0 : Code(kSiteStartTaskTimerFailed);
-}
+uint32_t COAP_RpcStartTaskTimer(CoapRpcCtx *ctx) { return StartTimer(ctx, ctx->lib); }
 
 void COAP_RpcStopTaskTimer(CoapRpcCtx *ctx) { StopTimer(ctx, ctx->lib); }
 
