@@ -64,6 +64,10 @@ class TestDisp {
   bool HasContext() const { return context_.has_value(); }
   void ForgetContext() { context_.reset(); }
 
+  // SavedKey and SavedCounter are the bytes of the context that the invocation before has saved.
+  std::string SavedKey() const { return context_ ? ToText(context_->key) : ""; }
+  std::string SavedCounter() const { return context_ ? ToText(context_->counter) : ""; }
+
   // UnregAll forgets all objects and commands.
   void UnregAll();
 
@@ -80,6 +84,10 @@ class TestDisp {
     std::vector<uint8_t> key;
     std::vector<uint8_t> counter;
   };
+
+  static std::string ToText(const std::vector<uint8_t> &bytes) {
+    return {bytes.begin(), bytes.end()};
+  }
 
   bool CanRun(const DispCommand *found, const std::string &command,
               const std::vector<DispArg> &args) const;

@@ -279,6 +279,30 @@ TEST_F(CliDisp, Requests_OfOneUriArePagedByTheirWholeKey) {
   EXPECT_NE(pages[2].find("/reqKeyRsv(33000"), std::string::npos);
 }
 
+TEST_F(CliDisp, Position_IsTheWholeKeyAndAFourByteCounter) {
+  const std::string one("\1\0\0\0", 4);
+  const TestDisp &disp = host_.Display();
+  const CoapRpcCliUriVtbl *uriVtbl = AddUri(KeyOf("a"));
+  host_.InvokeOnce("disp client uriVtbl");
+  EXPECT_EQ(disp.SavedKey(), std::string(reinterpret_cast<const char *>(&uriVtbl->key), 76));
+  EXPECT_EQ(disp.SavedCounter(), one);
+  host_.InvokeOnce("disp client uriVtbl");
+  EXPECT_FALSE(disp.HasContext());
+
+  const CoapRpcCliReqData *req = AddReq("a", "0123456789abcdef");
+  host_.InvokeOnce("disp client request", 7u);  // walked and counted, not printed
+  EXPECT_EQ(disp.SavedKey(), std::string(reinterpret_cast<const char *>(&req->key), 112));
+  EXPECT_EQ(disp.SavedCounter(), one);
+  host_.InvokeOnce("disp client request", 7u);
+
+  const CoapRpcCliSession *session = AddSession(0x0A000002, 5683);
+  host_.InvokeOnce("disp client session", 0u);
+  EXPECT_EQ(disp.SavedKey(), std::string(reinterpret_cast<const char *>(&session->key), 44));
+  EXPECT_EQ(disp.SavedCounter(), one);
+  host_.InvokeOnce("disp client session", 0u);
+  EXPECT_FALSE(disp.HasContext());
+}
+
 TEST_F(CliDisp, RecordsRemovedAndAddedBetweenPages) {
   AddSession(0x0A000001, 10);
   CoapRpcCliSession *gone = AddSession(0x0A000001, 20);

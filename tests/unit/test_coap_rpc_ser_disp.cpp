@@ -201,6 +201,30 @@ TEST(SerDispTables, SameUri_IsPagedByItsWholeKey) {
   EXPECT_EQ(pages[6], " ***total 6 server uriVtbl(s) ***\n");
 }
 
+TEST(SerDispPaging, Position_IsTheWholeKeyAndAFourByteCounter) {
+  ServerBench t;
+  const TestDisp &disp = t.host.Display();
+  CoapRpcSerUriVtbl *entry = t.Add("a");
+  t.Attach(entry, Ipv4Listen(0x0A000002, 80));
+
+  t.host.InvokeOnce("disp server uriVtbl");
+  EXPECT_EQ(disp.SavedKey(), std::string(reinterpret_cast<const char *>(&entry->key), 76));
+  EXPECT_EQ(disp.SavedCounter(), std::string("\1\0\0\0", 4));
+  t.host.InvokeOnce("disp server uriVtbl");
+  EXPECT_FALSE(disp.HasContext());
+
+  t.host.InvokeOnce("disp server resource");
+  EXPECT_EQ(disp.SavedKey(), "a" + std::string(63, '\0'));
+  EXPECT_EQ(disp.SavedCounter(), std::string("\1\0\0\0", 4));
+  t.host.InvokeOnce("disp server resource");
+
+  t.host.InvokeOnce("disp server listen");
+  EXPECT_EQ(disp.SavedKey(), std::string(reinterpret_cast<const char *>(&entry->listen->key), 24));
+  EXPECT_EQ(disp.SavedCounter(), std::string("\1\0\0\0", 4));
+  t.host.InvokeOnce("disp server listen");
+  EXPECT_FALSE(disp.HasContext());
+}
+
 TEST(SerDispPaging, RecordRemovedBetweenPages_DoesNotEndTheWalk) {
   ServerBench t;
   CoapRpcSerUriVtbl *a = t.Add("a");
