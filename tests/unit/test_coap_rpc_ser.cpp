@@ -68,6 +68,26 @@ TEST_F(Ser, SetUri_Ipv6Wildcard_IsAttached) {
   EXPECT_EQ(ListenTexts(), Texts{"addr:::, port:5683"});
 }
 
+TEST_F(Ser, SetUri_Port0And65535_ArePassedOn) {
+  ASSERT_EQ(Register(KeyOf("a")), 0u);
+  EXPECT_EQ(Set(KeyOf("a"), Ipv4Addr(0x7f000001, 0)), 0u);
+  EXPECT_EQ(Set(KeyOf("a"), Ipv4Addr(0x7f000001, 65535)), 0u);
+  EXPECT_EQ(ListenTexts(), (Texts{"addr:127.0.0.1, port:0", "addr:127.0.0.1, port:65535"}));
+}
+
+TEST_F(Ser, SetUri_StrayBytesBehindTerminator_Gives1900000163) {
+  ASSERT_EQ(Register(KeyOf("a")), 0u);
+  CoapRpcUriKey stray = KeyOf("a");
+  stray.uri[63] = 'x';
+  EXPECT_EQ(Set(stray, kAddrA), 1900000163u);
+  EXPECT_EQ(ListenTexts(), Texts{});
+  EXPECT_EQ(adapter_.events,
+            (Texts{"open addr:127.0.0.1, port:5683", "close addr:127.0.0.1, port:5683"}));
+  ExpectSetListenFailed(
+      "[CoapRpc]set listen Failed, addr:0x7f000001, port:5683, uri:a, observe:0, msgTyp:0, "
+      "pktType:0, ret:1900000163.\n");
+}
+
 TEST_F(Ser, SetUri_RegisteredKey_OpensEndPointThenMakesResource) {
   ASSERT_EQ(Register(KeyOf("a")), 0u);
   EXPECT_EQ(Set(KeyOf("a"), kAddrA), 0u);
