@@ -24,11 +24,7 @@ using namespace coap_rpc_test;
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__)
-constexpr int kOwnFrame = 1;  // behind the sanitizer's
-#else
-constexpr int kOwnFrame = 0;
-#endif
+constexpr int kOwnFrame = coap_rpc::kForeignFrames;
 
 int g_missingFrames = 0;
 bool g_failSymbols = false;

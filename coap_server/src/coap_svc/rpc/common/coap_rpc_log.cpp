@@ -10,7 +10,6 @@ namespace coap_rpc {
 namespace {
 
 constexpr uint32_t kFirstCountedLevel = KST_LOG_WARN;
-constexpr uint32_t kDebugChannelLevel = 1;
 
 uint64_t CounterOf(uint64_t log) { return reinterpret_cast<const KST_LogObj *>(log)->counter; }
 

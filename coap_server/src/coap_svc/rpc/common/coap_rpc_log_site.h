@@ -12,6 +12,9 @@ namespace coap_rpc {
 
 inline constexpr char kLogModule[] = "logDefault";
 
+// The one level at which the library writes to the debug channel and the system log.
+inline constexpr uint32_t kDebugChannelLevel = 1;
+
 // LogWanted takes a record through counting and the first half; true: print it now.
 bool LogWanted(uint64_t log, const char *module, const LogSite &site);
 

@@ -29,8 +29,6 @@ const SideModules<CoapRpcSerData> kServer{&CoapRpcCtx::ser, g_CoapRpcSerModVTbl,
                                           COAP_RPC_SER_MOD_ROWS, kSiteSerInitNoMemory,
                                           kSiteSerInitModules};
 
-constexpr uint32_t kDebugChannelLevel = 1;
-
 bool IsKnownFamily(const CoapRpcIpAddr &addr) {
   return addr.family == COAP_RPC_IPV4 || addr.family == COAP_RPC_IPV6;
 }

@@ -9,6 +9,18 @@
 
 namespace coap_rpc {
 
+// kForeignFrames precede ours in what backtrace() gives: an address sanitizer answers
+// it itself.  gcc and clang say in different ways that there is one.
+#if defined(__SANITIZE_ADDRESS__)
+inline constexpr int kForeignFrames = 1;
+#elif !defined(__has_feature)
+inline constexpr int kForeignFrames = 0;
+#elif __has_feature(address_sanitizer)
+inline constexpr int kForeignFrames = 1;
+#else
+inline constexpr int kForeignFrames = 0;
+#endif
+
 // CallerOfLogger returns the address behind the call of libcoap's logger, which called a log
 // handler with this return address and frame; null when that cannot be had.
 const void *CallerOfLogger(const void *handlerReturn, const void *handlerFrame);

@@ -16,12 +16,6 @@ namespace {
 
 using namespace coap_rpc;
 
-// An address sanitizer answers backtrace() itself and is the first frame then.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr int kForeignFrames = 1;
-#else
-constexpr int kForeignFrames = 0;
-#endif
 // Frame 0 is the look-up, 1 the handler, 2 libcoap's logger, 3 its caller.
 constexpr int kCallerFrame = kForeignFrames + 3;
 constexpr int kNumFrames = kCallerFrame + 1;
@@ -82,6 +76,6 @@ __attribute__((noinline)) void CORP_RpcLibCoapLog(coap_log_t level, const char *
   const auto number = static_cast<uint32_t>(level);
   COAP_RPC_LOG(ctx->log, SiteOf(level), "[CoapRpc][%s], level = %u, msg = %s", func, number,
                message);
-  CSVC_DBG_Debug(ctx->param.dbgHandle, 1, "[CoapRpc][%s], level = %u, msg = %s", func, number,
-                 message);
+  CSVC_DBG_Debug(ctx->param.dbgHandle, kDebugChannelLevel, "[CoapRpc][%s], level = %u, msg = %s",
+                 func, number, message);
 }
