@@ -12,7 +12,8 @@ KST_C_BEGIN
 /* CSVC_DBG_Debug writes one text to the debug channel.  The library always uses level 1. */
 KST_API void CSVC_DBG_Debug(uint64_t dbg, uint32_t level, const char *fmt, ...) KST_PRINTF(3, 4);
 
-/* CSVC_DBG_SysLog writes one text to the system log; used for URIs under diagnosis. */
+/* CSVC_DBG_SysLog writes one text to the system log; used for requests that could not be sent or
+ * were not delivered, and for the payloads of URIs under diagnosis.  Level 1 as well. */
 KST_API void CSVC_DBG_SysLog(uint64_t dbg, uint32_t level, const char *fmt, ...) KST_PRINTF(3, 4);
 
 KST_C_END

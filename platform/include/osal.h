@@ -17,8 +17,9 @@ KST_API char *OSAL_StrRChr(const char *s, int c);
 /* OSAL_MillSecNow gives the time in milliseconds as two halves of a 64-bit number.
  *
  * The number is never 0 and grows also across restarts of the process (milliseconds since 1970
- * will do): check codes are made
- * from it.  Returns 0, or non-zero when the clock cannot be read (outputs untouched). */
+ * will do): check codes are made from it.
+ *
+ * Returns 0, or non-zero when the clock cannot be read (outputs untouched). */
 KST_API uint32_t OSAL_MillSecNow(uint32_t *high, uint32_t *low);
 
 /* OSAL_Systime is a local calendar time. */
