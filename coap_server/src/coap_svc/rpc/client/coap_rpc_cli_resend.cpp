@@ -1,3 +1,4 @@
+/* coap_rpc_cli_resend.cpp: sending a request, and those that wait to be sent again. */
 #include "coap_svc/rpc/client/coap_rpc_cli_hold.h"
 #include "coap_svc/rpc/client/coap_rpc_cli_req.h"
 #include "coap_svc/rpc/common/coap_rpc_limits.h"

@@ -1,3 +1,4 @@
+/* coap_rpc_log_dump.cpp: bytes in hexadecimal, sixteen a line. */
 #include <cstring>
 
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"

@@ -1,3 +1,4 @@
+/* coap_rpc_lib_ext.cpp: keep-alive, and the count of token-less responses. */
 #include "coap_svc/rpc/client/coap_rpc_cli_data.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/common/coap_rpc_sites.h"

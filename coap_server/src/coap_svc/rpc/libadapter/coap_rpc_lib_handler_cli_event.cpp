@@ -1,3 +1,4 @@
+/* coap_rpc_lib_handler_cli_event.cpp: lost sessions, and messages that were not delivered. */
 #include "coap_svc/rpc/client/coap_rpc_cli_data.h"
 #include "coap_svc/rpc/client/coap_rpc_cli_uri.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"

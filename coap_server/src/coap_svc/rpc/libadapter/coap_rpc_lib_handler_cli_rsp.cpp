@@ -1,3 +1,4 @@
+/* coap_rpc_lib_handler_cli_rsp.cpp: responses and notifications. */
 #include <string_view>
 
 #include "coap_svc/rpc/client/coap_rpc_cli_data.h"

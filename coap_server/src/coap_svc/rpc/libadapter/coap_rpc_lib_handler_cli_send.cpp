@@ -1,3 +1,4 @@
+/* coap_rpc_lib_handler_cli_send.cpp: requests built, sent and cancelled. */
 #include <cstring>
 
 #include "coap_svc/rpc/client/coap_rpc_cli_req.h"

@@ -1,3 +1,4 @@
+/* coap_rpc_lib_handler_cli_session.cpp: client sessions made and given up. */
 #include "coap_svc/rpc/client/coap_rpc_cli_req.h"
 #include "coap_svc/rpc/client/coap_rpc_cli_session.h"
 #include "coap_svc/rpc/common/coap_rpc_limits.h"

@@ -1,3 +1,4 @@
+/* coap_rpc_ser_disp_tuple.cpp: display of the tuples and pending changes of a URI. */
 #include <cstdarg>
 #include <cstring>
 

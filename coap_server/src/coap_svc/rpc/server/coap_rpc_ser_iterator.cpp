@@ -1,3 +1,4 @@
+/* coap_rpc_ser_iterator.cpp: the walk over the tuples of an application. */
 #include "coap_svc/rpc/coap_rpc_ser.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"

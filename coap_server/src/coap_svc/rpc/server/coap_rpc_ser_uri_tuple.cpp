@@ -1,3 +1,4 @@
+/* coap_rpc_ser_uri_tuple.cpp: the tuples of an observable URI. */
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/common/coap_rpc_table.h"
