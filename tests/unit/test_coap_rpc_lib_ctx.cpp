@@ -175,7 +175,7 @@ TEST_F(LibCtx, Startup_StartsLibcoapAndTheTimer) {
   rig_.Start();
   EXPECT_NE(rig_.Lib().coapCtx, nullptr);
   EXPECT_EQ(coap_get_log_level(), COAP_LOG_OSCORE);
-  EXPECT_EQ(coap_context_get_max_idle_sessions(rig_.Lib().coapCtx), 0u);
+  EXPECT_EQ(coap_context_get_max_idle_sessions(rig_.Lib().coapCtx), 1000u);
   ASSERT_EQ(host_.Timers().Running().size(), 1u);
   const RunningTimer &timer = host_.Timers().Running()[0];
   EXPECT_EQ(timer.tick, COAP_RpcProcTask);

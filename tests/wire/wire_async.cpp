@@ -4,6 +4,8 @@
 #include <random>
 
 #include "coap_svc/rpc/coap_rpc_cli.h"
+#include "coap_svc/rpc/coap_rpc_ext.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 #include "wire_server.h"
 
 namespace coap_rpc_test {
@@ -444,6 +446,42 @@ TEST_F(Async, SessionIsKeptForThePeerAndReplacedForAnother) {
   // The first peer's requests are answered all the same.
   EXPECT_EQ(Answer(app_.handles[0], "1"), 0u);
   EXPECT_EQ(NextAtHome().Text(), "1");
+}
+
+TEST_F(Async, PeersInTurnsBetweenTimers_SessionsAreClosedAtOnce) {
+  ServeAsync();
+  app_.onAsync = [this](void *handle) {
+    EXPECT_EQ(COAP_RpcSerAbortAsyncResponse(Ctx(), handle), 0u);
+  };
+  for (int i = 0; i < 20; ++i) {
+    RawPeer peer({"127.251.0." + std::to_string(i + 1), 0});
+    peer.SetRemote(Address());
+    peer.Send(GetWith({1}, CoapType::kNon));
+    EXPECT_FALSE(peer.Receive([this] { COAP_RpcProcIo(Ctx()); }, kNothingComes));
+  }
+  EXPECT_EQ(app_.handles.size(), 20u);
+  EXPECT_LE(CoapRpcLibNumAnonymous(Ctx()->lib->coapCtx), 2u);
+}
+
+TEST_F(Async, TooManyPeersWithPendingRequests_Gives503UntilOneIsAnswered) {
+  ServeAsync();
+  const auto askFrom = [this](int i) {
+    RawPeer peer({"127.250." + std::to_string(i / 200) + "." + std::to_string(i % 200 + 1), 0});
+    peer.SetRemote(Address());
+    peer.Send(GetWith({1}, CoapType::kNon));
+    return peer.ReceiveMessage(Pump(), 2);
+  };
+  for (int i = 0; i < 500; ++i) ASSERT_FALSE(askFrom(i)) << i;
+  EXPECT_EQ(app_.handles.size(), 500u);
+  const std::optional<CoapMessage> refusal = askFrom(500);
+  ASSERT_TRUE(refusal);
+  EXPECT_EQ(refusal->code, Code(5, 3));
+  EXPECT_EQ(app_.handles.size(), 500u);
+
+  EXPECT_EQ(COAP_RpcSerAbortAsyncResponse(Ctx(), app_.handles[0]), 0u);
+  Tick();
+  EXPECT_FALSE(askFrom(500));
+  EXPECT_EQ(app_.handles.size(), 501u);
 }
 
 TEST_F(Async, UnicastAndBroadcastEntries_AreFoundAgainForTheAnswer) {

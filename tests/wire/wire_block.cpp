@@ -273,6 +273,22 @@ TEST_P(Blocks, OlderTransferThatEnds_DoesNotReleaseTheUriOfANewerOne) {
   EXPECT_EQ(entry_->isSendingLargeBlock, 0u);
 }
 
+TEST_P(Blocks, ObserversThatNeverFetch_TheirOldestPayloadsGo) {
+  ServeBig(COAP_RPC_NON);
+  UpdateAll("v001");
+  std::vector<std::unique_ptr<RawPeer>> peers;
+  uint64_t liveWith65 = 0;
+  for (int i = 1; i <= 100; ++i) {
+    peers.push_back(std::make_unique<RawPeer>());
+    peers.back()->SetRemote(Address());
+    EXPECT_EQ(Register(*peers.back(), CoapType::kNon, {1}).code, Code(2, 5)) << i;
+    if (i == 65) liveWith65 = host_.Pool().LiveCount();
+  }
+  Tick();
+  EXPECT_EQ(host_.Pool().LiveCount(), liveWith65);
+  EXPECT_EQ(entry_->isSendingLargeBlock, 1u);
+}
+
 TEST_P(Blocks, LastObserverLeavesDuringATransfer_TheUriIsFree) {
   ServeBig(COAP_RPC_CON);
   Register(peer_, CoapType::kCon, {1});

@@ -42,12 +42,19 @@ inline constexpr uint32_t kUpdatePeriodMs = 1000;
 // Observe payloads that travel in blocks.  They silence their URI: one that is sent for a little
 // longer, so that a request for its last block can be repeated before a newer payload takes its
 // place; one that the peer no longer fetches until it is given up.
+// Of the payloads that silence nothing, the oldest go when there are too many.
 inline constexpr uint32_t kSentBlocksSilenceMs = 900;
 inline constexpr uint32_t kIdleBlocksKeepMs = 19000;
+inline constexpr uint32_t kMaxSpareBlocks = 64;
 
 // Asynchronous requests.  A message with the same message id is a retransmission for this long
 // (RFC 7252 section 4.8.2, EXCHANGE_LIFETIME).
 inline constexpr uint32_t kExchangeLifetimeMs = 247000;
+
+// What senders with forged addresses can make the library hold.  Each target of asynchronous
+// answers takes a socket.
+inline constexpr uint32_t kMaxIdleSessions = 1000;
+inline constexpr uint32_t kMaxTargets = 500;
 
 // Texts, bytes with terminator.
 inline constexpr size_t kLogTextSize = 1024;

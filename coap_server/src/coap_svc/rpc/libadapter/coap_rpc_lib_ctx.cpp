@@ -11,6 +11,7 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_observe.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_target.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_log.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_msg.h"
@@ -36,6 +37,7 @@ void StartLibCoap(const CoapRpcLibCtx *lib) {
 
 void RegisterHandlers(CoapRpcCtx *ctx, const CoapRpcLibCtx *lib) {
   coap_context_set_block_mode(lib->coapCtx, lib->blockMode);
+  coap_context_set_max_idle_sessions(lib->coapCtx, kMaxIdleSessions);
   coap_register_event_handler(lib->coapCtx, lib->eventHandler);
   coap_register_nack_handler(lib->coapCtx, lib->nackHandler);
   coap_register_response_handler(lib->coapCtx, lib->responseHandler);
@@ -88,8 +90,10 @@ void SetNotifyMode(CoapRpcCtx *ctx, coap_resource_t *resource, const CoapRpcUriK
 }
 
 // FreeRetired frees what callbacks gave up while libcoap was at work with it.
-void FreeRetired(const CoapRpcCtx *ctx) {
-  if (!Libcoap(ctx) || ctx->lib->hasRetired == 0) return;
+void FreeRetired(CoapRpcCtx *ctx) {
+  if (!Libcoap(ctx)) return;
+  SweepTargets(ctx);
+  if (ctx->lib->hasRetired == 0) return;
   ctx->lib->hasRetired = 0;
   CoapRpcLibFreeRetired(ctx->lib->coapCtx);
 }

@@ -279,9 +279,9 @@ void COAP_RpcSvrHandleSetResponseHeader(coap_pdu_t *response, const CoapRpcSerUr
 }
 
 void CoapRpcHandlerTick(CoapRpcCtx *ctx) {
-  if (!ctx->lib || !ctx->lib->coapCtx) return;
+  // Not while libcoap is at work: a callback that waits may run the host's timers.
+  if (!ctx->lib || !ctx->lib->coapCtx || ctx->ioDepth != 0) return;
   CoapRpcAsyncSweep(ctx);
-  SweepTargets(ctx);
   ExpireBlocks(ctx);
 }
 

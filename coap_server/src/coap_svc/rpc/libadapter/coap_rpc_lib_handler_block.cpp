@@ -32,6 +32,23 @@ void ClearFlagOfSent(BlockRecord *block) {
   if (block->sentAt + kSilence <= now) ClearFlag(block);
 }
 
+// EndSpareBlocks lets go of the oldest payloads that are not their entry's current one, when there
+// are too many: observers that register and never fetch leave one each.
+void EndSpareBlocks(CoapRpcCtx *ctx) {
+  AdapterBlocks blocks(ctx->lib->blockList);
+  uint32_t numSpare = 0;
+  for (const BlockRecord *block = blocks.First(); block; block = blocks.After(block)) {
+    if (!block->holdsFlag) ++numSpare;
+  }
+  BlockRecord *next = nullptr;
+  for (BlockRecord *block = blocks.First(); block && numSpare > kMaxSpareBlocks; block = next) {
+    next = blocks.After(block);
+    if (block->holdsFlag) continue;
+    CoapRpcLibEndBlocks(block->session, block);
+    --numSpare;
+  }
+}
+
 }  // namespace
 
 PoolPtr<BlockRecord> NewBlock(CoapRpcSerUriVtbl *entry, coap_session_t *session) {
@@ -64,6 +81,7 @@ void EndBlock(BlockRecord *block) {
 }
 
 void ExpireBlocks(CoapRpcCtx *ctx) {
+  EndSpareBlocks(ctx);
   AdapterBlocks blocks(ctx->lib->blockList);
   BlockRecord *next = nullptr;
   for (BlockRecord *block = blocks.First(); block; block = next) {

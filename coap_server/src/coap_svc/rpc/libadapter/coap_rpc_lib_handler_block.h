@@ -35,7 +35,7 @@ CoapRpcSerLargeBlockCtx *StartBlock(PoolPtr<BlockRecord> block, void *buf);
 void EndBlock(BlockRecord *block);
 
 // ExpireBlocks ends the silence of entries whose payload was sent a while ago, and lets go of
-// payloads that the peer stopped fetching.
+// payloads that the peer stopped fetching and of old ones when there are too many.
 void ExpireBlocks(CoapRpcCtx *ctx);
 
 // ForgetEntryBlocks cuts all payloads loose from an entry that is about to be freed.

@@ -1,8 +1,10 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_target.h"
 
+#include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_list.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 
 namespace coap_rpc {
 namespace {
@@ -29,6 +31,8 @@ void Release(CoapRpcCtx *ctx, Target *target) {
 }  // namespace
 
 coap_session_t *OpenTarget(CoapRpcCtx *ctx, const coap_address_t &peer, coap_proto_t proto) {
+  // Targets that were given up count for as long as an answer needs them.
+  if (CoapRpcLibNumAnonymous(ctx->lib->coapCtx) >= kMaxTargets) return nullptr;
   auto target = NewZeroed<Target>(ctx->param.memHandle);
   if (!target) return nullptr;
   target->session = coap_new_client_session(ctx->lib->coapCtx, nullptr, &peer, proto);

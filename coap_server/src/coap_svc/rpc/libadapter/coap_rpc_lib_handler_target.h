@@ -8,7 +8,7 @@
 
 namespace coap_rpc {
 
-// OpenTarget opens a session to `peer`; null on failure.
+// OpenTarget opens a session to `peer`; null on failure, or when too many are open.
 coap_session_t *OpenTarget(CoapRpcCtx *ctx, const coap_address_t &peer, coap_proto_t proto);
 
 // CloseTarget gives a session up.  Inside libcoap's I/O, which has fetched the sockets that it will

@@ -179,8 +179,24 @@ void CoapRpcLibExpireBlocks(coap_session_t *session, const void *appPtr, uint32_
   coap_tick_t now;
   coap_ticks(&now);
   if (now < blocks->last_obs + (uint64_t)idleMs * COAP_TICKS_PER_SECOND / 1000) return;
+  CoapRpcLibEndBlocks(session, appPtr);
+}
+
+void CoapRpcLibEndBlocks(coap_session_t *session, const void *appPtr) {
+  coap_lg_xmit_t *blocks = FindBlocks(session, appPtr);
+  if (!blocks) return;
   LL_DELETE(session->lg_xmit, blocks);
   coap_block_delete_lg_xmit(session, blocks);
+}
+
+unsigned CoapRpcLibNumAnonymous(const coap_context_t *coapCtx) {
+  unsigned num = 0;
+  coap_session_t *session;
+  coap_session_t *next;
+  SESSIONS_ITER(coapCtx->sessions, session, next) {
+    if (!coap_session_get_app_data(session)) ++num;
+  }
+  return num;
 }
 
 void CoapRpcLibSetToken(coap_pdu_t *pdu, const coap_bin_const_t *token) {

@@ -52,6 +52,13 @@ coap_tick_t CoapRpcLibBlocksSentAt(coap_session_t *session, const void *appPtr);
  * nobody asked for a block for idleMs.  Its release function runs then. */
 void CoapRpcLibExpireBlocks(coap_session_t *session, const void *appPtr, uint32_t idleMs);
 
+/* CoapRpcLibEndBlocks ends the transfer of the session that carries `appPtr`, finished or not, if
+ * there is one.  Its release function runs then. */
+void CoapRpcLibEndBlocks(coap_session_t *session, const void *appPtr);
+
+/* CoapRpcLibNumAnonymous counts the client sessions without application data. */
+unsigned CoapRpcLibNumAnonymous(const coap_context_t *coapCtx);
+
 /* CoapRpcLibSetToken exchanges a message's token, unless the message is part of a block transfer,
  * whose tokens are libcoap's own. */
 void CoapRpcLibSetToken(coap_pdu_t *pdu, const coap_bin_const_t *token);
