@@ -23,6 +23,7 @@ struct ObserveApp : App {
   size_t padding = 0;             // bytes added to each element
   uint32_t idlLen = 0;            // length that IDL builders claim; 0: the true one
   uint32_t numBuilt = 0;
+  std::function<void(const std::string &key)> whileBuilding;
   std::map<std::string, std::string> data;  // the application's own tuples
   uint32_t numWalks = 0;
 
@@ -38,6 +39,7 @@ struct ObserveApp : App {
 
   uint32_t Build(bool isJson, const std::string &key, const std::string *val, void *element) {
     ++numBuilt;
+    if (whileBuilding) whileBuilding(key);
     if (failing.count(key) != 0) return 5;
     if (isJson) {
       auto *object = static_cast<json_t *>(element);

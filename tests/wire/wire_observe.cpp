@@ -355,6 +355,29 @@ TEST_F(ObserveWire, NotificationWhileAPayloadIsInFlight_Is201) {
   EXPECT_EQ(Pending(), (std::vector<std::string>{"1k001"}));
 }
 
+// A builder may call the library: what it changes is neither lost nor built twice in one payload.
+TEST_F(ObserveWire, BuilderThatChangesTuples_NewStatesComeWithTheNextNotification) {
+  for (const uint8_t format : {COAP_RPC_JSON, COAP_RPC_BYTE}) {
+    instance_ = std::make_unique<TestInstance>(host_);
+    COAP_RpcRefreshTaskTimer(Ctx());
+    ServeObs(COAP_RPC_CON, format);
+    Register(peer_, CoapType::kCon, {1});
+    Update("k001", "v001");
+    Update("k002", "v002");
+    Update("k003", "v003");
+    app_.whileBuilding = [this](const std::string &key) {
+      if (key == "k001") Update("k001", "new1");
+      if (key == "k002") Delete("k002");
+      Update("x" + std::to_string(100 + app_.numBuilt), "more");
+    };
+    app_.numBuilt = 0;
+    EXPECT_EQ(NextNotification(peer_).code, Code(2, 5));
+    app_.whileBuilding = nullptr;
+    EXPECT_EQ(app_.numBuilt, 3u);
+    EXPECT_EQ(Pending(), (std::vector<std::string>{"1k001", "2k002", "1x101", "1x102", "1x103"}));
+  }
+}
+
 TEST_F(ObserveWire, BuildersMissing_ChangesStay) {
   key_ = KeyOf("obs", COAP_RPC_CON, 1);
   CoapRpcSerObVtblReg ob = ObRegOf(true);

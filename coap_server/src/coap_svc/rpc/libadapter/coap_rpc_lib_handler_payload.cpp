@@ -23,7 +23,9 @@ constexpr size_t kMsgLenBytes = 2;  // in front of each
 constexpr size_t kMaxMsgLen = 0xFFFF;
 
 // A change whose element is in the payload carries this mark until libcoap has the payload: only
-// then may it leave the list.  Changes that failed stay, in their place.
+// then may it leave the list.  Changes that failed stay, in their place.  It is set before the
+// builder runs: a builder that changes the same tuple merges into the change, which takes the mark
+// off, and the newer state waits for the next payload.
 constexpr uint8_t kBuiltMark = 0x80;
 
 struct JsonDeleter {
@@ -137,13 +139,28 @@ uint32_t CallBuilder(const CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg, void 
 
 bool IsUpdate(const CoapRpcTupleChg *chg) { return KindOf(chg) == COAP_RPC_CHG_UPDATE; }
 
+void Mark(CoapRpcTupleChg *chg) { chg->chgType |= kBuiltMark; }
+void Unmark(CoapRpcTupleChg *chg) { chg->chgType = KindOf(chg); }
+
+// BuildEach calls `build` for the changes that are pending now, not for those that it adds, until
+// it returns false.
+template <typename Build>
+void BuildEach(CoapRpcSerUriVtbl *entry, Build build) {
+  Changes changes(entry->tupleChgList);
+  uint32_t numPending = 0;
+  for (const CoapRpcTupleChg *chg = changes.First(); chg; chg = changes.After(chg)) ++numPending;
+  CoapRpcTupleChg *chg = changes.First();
+  while (numPending-- != 0 && build(chg)) chg = changes.After(chg);
+}
+
 void BuildJsonArray(CoapRpcSerUriVtbl *entry, json_t *array) {
   CoapRpcCtx *ctx = RootOf(entry);
-  Changes changes(entry->tupleChgList);
-  for (CoapRpcTupleChg *chg = changes.First(); chg; chg = changes.After(chg)) {
+  BuildEach(entry, [&](CoapRpcTupleChg *chg) {
     COAP_RPC_DEBUG(ctx, "[CoapRpc]app build observe response handle one data.\n");
-    if (COAP_RpcSerHandleOneData(ctx, entry, chg, array) == 0) chg->chgType |= kBuiltMark;
-  }
+    Mark(chg);
+    if (COAP_RpcSerHandleOneData(ctx, entry, chg, array) != 0) Unmark(chg);
+    return true;
+  });
 }
 
 JsonText BuildJsonText(CoapRpcSerUriVtbl *entry) {
@@ -202,22 +219,22 @@ class IdlWriter {
 void BuildIdlMessages(CoapRpcSerUriVtbl *entry, uint8_t *scratch, IdlWriter &writer) {
   CoapRpcCtx *ctx = RootOf(entry);
   CoapRpcSerIdlMsgBuf msg{scratch, 0, kPayloadBufSize};
-  Changes changes(entry->tupleChgList);
-  for (CoapRpcTupleChg *chg = changes.First(); chg; chg = changes.After(chg)) {
+  BuildEach(entry, [&](CoapRpcTupleChg *chg) {
     COAP_RPC_DEBUG(ctx, "[CoapRpc]hdl one idl msg, msgNum: %u, offset: %u.\n", writer.MsgNum(),
                    writer.Offset());
+    Mark(chg);
     if (COAP_RpcSerHandleOneIdlMsg(ctx, entry, chg, &msg) != 0) {
+      Unmark(chg);
       COAP_RPC_DEBUG(ctx, "[CoapRpc]hdl one idl msg fail, msgNum: %u, offset: %u.\n",
                      writer.MsgNum(), writer.Offset());
-      continue;
+      return true;
     }
-    if (!writer.Append(msg)) {
-      COAP_RPC_DEBUG(ctx, "[CoapRpc] get payload memcpy fail, msgNum: %u, offset: %u.\n",
-                     writer.MsgNum(), writer.Offset());
-      return;
-    }
-    chg->chgType |= kBuiltMark;
-  }
+    if (writer.Append(msg)) return true;
+    Unmark(chg);
+    COAP_RPC_DEBUG(ctx, "[CoapRpc] get payload memcpy fail, msgNum: %u, offset: %u.\n",
+                   writer.MsgNum(), writer.Offset());
+    return false;
+  });
 }
 
 // BuildIdl fills `out`; the changes that are in it carry the mark.
