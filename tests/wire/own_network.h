@@ -3,14 +3,23 @@
 #define OWN_NETWORK_H
 
 #include <net/if.h>
+#include <netinet/in.h>
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 
 namespace coap_rpc_test {
+
+// The system's record of this name is in a header that clashes with netinet/in.h.
+struct in6_ifreq {
+  in6_addr ifr6_addr;
+  uint32_t ifr6_prefixlen;
+  int ifr6_ifindex;
+};
 
 // SetInterfaceUp switches an interface of the present network on.
 inline bool SetInterfaceUp(const char *name) {
@@ -30,6 +39,18 @@ inline bool EnterOwnNetwork() {
       (unshare(CLONE_NEWNET) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWNET) == 0) &&
       SetInterfaceUp("lo");
   return hasEntered;
+}
+
+// AddIpv6Address gives the loopback another address.
+inline bool AddIpv6Address(const in6_addr &address) {
+  in6_ifreq request = {};
+  request.ifr6_addr = address;
+  request.ifr6_prefixlen = 128;
+  request.ifr6_ifindex = static_cast<int>(if_nametoindex("lo"));
+  const int fd = socket(AF_INET6, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  const bool isAdded = fd >= 0 && (ioctl(fd, SIOCSIFADDR, &request) == 0 || errno == EEXIST);
+  if (fd >= 0) close(fd);
+  return isAdded;
 }
 
 }  // namespace coap_rpc_test

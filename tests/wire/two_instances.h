@@ -126,7 +126,8 @@ inline CoapRpcIpAddr Ipv4Address(uint32_t ipv4) {
 // Side is one instance with its host and address.
 class Side {
  public:
-  explicit Side(uint32_t ipv4) : ipv4_(ipv4) { Start(); }
+  explicit Side(uint32_t ipv4) : Side(Ipv4Address(ipv4)) {}
+  explicit Side(const CoapRpcIpAddr &address) : address_(address) { Start(); }
 
   void Start() {
     host_.Logs().SuppressBelow(4);
@@ -134,10 +135,11 @@ class Side {
     COAP_RpcRefreshTaskTimer(Ctx());
   }
   void Stop() { instance_.reset(); }
+  bool IsRunning() const { return instance_ != nullptr; }
 
   TestHost &Host() { return host_; }
   CoapRpcCtx *Ctx() const { return instance_->Get(); }
-  CoapRpcIpAddr Address() const { return Ipv4Address(ipv4_); }
+  CoapRpcIpAddr Address() const { return address_; }
   operator CoapRpcIpAddr() const { return Address(); }
 
   // Server: Attach opens a port of the side's address for a registered key.
@@ -222,7 +224,7 @@ class Side {
   bool HasSession() const { return COAP_RpcCliFindFirstSession(Ctx()->cli) != nullptr; }
 
  private:
-  const uint32_t ipv4_;
+  const CoapRpcIpAddr address_;
   TestHost host_;
   std::unique_ptr<TestInstance> instance_;
 };

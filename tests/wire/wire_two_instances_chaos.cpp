@@ -1,0 +1,241 @@
+// Two instances that do whatever they may, in random order; in the end everything works again.
+#include <random>
+
+#include "coap_svc/rpc/common/coap_rpc_list.h"
+#include "two_instances.h"
+
+namespace coap_rpc_test {
+namespace {
+
+constexpr int kNumOperations = 1000;
+constexpr uint32_t kNumUris = 3;
+
+class TwoChaos : public TwoInstances, public testing::WithParamInterface<uint32_t> {
+ protected:
+  TwoChaos() : random_(GetParam()) {
+    calls_.onAsync = [this](void *handle) {
+      handles_.push_back(handle);
+      if (Below(8) == 0) Detach();
+      if (Below(3) == 0) Answer();
+    };
+    answers_.onPayload = tables_.onPayload = [this](const std::string &) {
+      if (Below(8) == 0) OneOfTheAsker();
+    };
+    StartServer();
+    StartAsker();
+  }
+
+  uint32_t Below(uint32_t limit) { return static_cast<uint32_t>(random_() % limit); }
+
+  static CoapRpcUriKey CallKey(uint32_t i, uint32_t pktType = COAP_RPC_DEFAULT) {
+    return KeyOf(("call/" + std::to_string(i)).c_str(), i % 2, 0, pktType);
+  }
+  static CoapRpcUriKey TableKey(uint32_t i, uint32_t msgType = COAP_RPC_CON) {
+    return KeyOf(("table/" + std::to_string(i)).c_str(), msgType, 1);
+  }
+  // A table's notifications are CON or NON, its payloads JSON or IDL.
+  static CoapRpcUriKey ServedTableKey(uint32_t i) { return TableKey(i, i % 2); }
+  static bool IsJson(uint32_t i) { return i != 1; }
+
+  void StartServer() {
+    for (uint32_t i = 0; i < kNumUris; ++i) {
+      server_.ServeAsync(CallKey(i), &calls_);
+      apps_[i].padding = i == 2 ? 400 : 0;
+      server_.ServeObserve(ServedTableKey(i), &apps_[i], IsJson(i));
+    }
+  }
+  void StartAsker() {
+    for (uint32_t i = 0; i < kNumUris; ++i) {
+      asker_.Register(CallKey(i), &answers_);
+      asker_.ServeAsync(CallKey(i, COAP_RPC_UNICAST), nullptr);
+      asker_.Register(TableKey(i), &tables_);
+    }
+    EXPECT_EQ(COAP_RpcSetKeepAlive(asker_.Ctx(), 5), 0u);
+  }
+
+  void Restart(Side &side) {
+    side.Stop();
+    if (Below(2) == 0) Wait();
+    if (&side == &server_) handles_.clear();
+    side.Start();
+    if (&side == &server_) {
+      StartServer();
+    } else {
+      StartAsker();
+    }
+  }
+
+  void Wait() {
+    static constexpr int kSteps[] = {1, 5, 20, 60, 400};
+    const int num = kSteps[Below(5)];
+    const uint32_t who = Below(6);
+    for (int i = 0; i < num; ++i) {
+      if (who != 0 && asker_.IsRunning()) asker_.Host().AdvanceMs(kTickMs);
+      if (who != 1 && server_.IsRunning()) server_.Host().AdvanceMs(kTickMs);
+    }
+    asker_.Host().ClearLogs();
+    server_.Host().ClearLogs();
+  }
+
+  void Ask() {
+    static constexpr size_t kSizes[] = {1, 40, 900, 1100, 5'000, 60'000};
+    const std::string payload(kSizes[Below(6)], 'q');
+    asker_.Ask(CallKey(Below(kNumUris)), server_, payload, 16 + Below(3));
+  }
+
+  void Answer() {
+    if (handles_.empty()) return;
+    const size_t which = Below(static_cast<uint32_t>(handles_.size()));
+    const std::string text(Below(4) == 0 ? 30'000 : 30, 'a');
+    if (Below(6) == 0) {
+      COAP_RpcSerAbortAsyncResponse(server_.Ctx(), handles_[which]);
+    } else {
+      COAP_RpcSerSendAsyncResponse(server_.Ctx(), handles_[which],
+                                   reinterpret_cast<const uint8_t *>(text.data()),
+                                   static_cast<uint32_t>(text.size()));
+    }
+    if (Below(2) == 0) handles_.erase(handles_.begin() + static_cast<ptrdiff_t>(which));
+  }
+
+  void Observe() {
+    static constexpr Side::Request *kCalls[] = {COAP_RpcCliObserveReq, COAP_RpcCliObserveReqVerify,
+                                                COAP_RpcCliObserveReqBatch,
+                                                COAP_RpcCliObserveUnReq};
+    asker_.Call(kCalls[Below(4)], TableKey(Below(kNumUris)), server_, "", 0);
+  }
+
+  void Update() {
+    const uint32_t table = Below(kNumUris);
+    const CoapRpcUriKey key = ServedTableKey(table);
+    for (uint32_t i = Below(40); i != 0; --i) {
+      const std::string tuple = std::to_string(1000 + Below(100));
+      if (Below(4) == 0) {
+        apps_[table].data.erase(tuple);
+        COAP_RpcSerObserveDataDel(server_.Ctx(), &key, tuple.data());
+      } else {
+        apps_[table].data[tuple] = std::to_string(1000 + Below(9000));
+        COAP_RpcSerObserveDataUpdate(server_.Ctx(), &key, tuple.data(),
+                                     apps_[table].data[tuple].data());
+      }
+    }
+  }
+
+  void Detach() {
+    const CoapRpcUriKey key =
+        Below(2) == 0 ? CallKey(Below(kNumUris)) : ServedTableKey(Below(kNumUris));
+    COAP_RpcSerUnsetUri(server_.Ctx(), &key);
+  }
+
+  void Attach() {
+    const uint32_t which = Below(kNumUris);
+    const uint16_t port = Below(6) == 0 ? kCoapPort + 1 : kCoapPort;
+    server_.Attach(CallKey(which), port);
+    server_.Attach(ServedTableKey(which), port);
+  }
+
+  void AttachOrDetachAnswers() {
+    const CoapRpcUriKey key = CallKey(Below(kNumUris), COAP_RPC_UNICAST);
+    if (Below(2) == 0) {
+      COAP_RpcSerUnsetUri(asker_.Ctx(), &key);
+    } else {
+      asker_.Attach(key);
+    }
+  }
+
+  void OneOfTheAsker() {
+    switch (Below(3)) {
+      case 0:
+        return Ask();
+      case 1:
+        return Observe();
+      default:
+        return AttachOrDetachAnswers();
+    }
+  }
+
+  void OneOfTheServer() {
+    switch (Below(6)) {
+      case 0:
+        return Detach();
+      case 1:
+      case 2:
+        return Attach();
+      case 3:
+        return Answer();
+      default:
+        return Update();
+    }
+  }
+
+  void One() {
+    const uint32_t which = Below(100);
+    if (which == 0) return Restart(Below(2) == 0 ? asker_ : server_);
+    if (which < 35) return Wait();
+    if (which < 65) return OneOfTheAsker();
+    OneOfTheServer();
+  }
+
+  void ExpectThatEverythingWorks() {
+    calls_.onAsync = [this](void *handle) {
+      handles_.push_back(handle);
+      const uint8_t text[] = {'o', 'k'};
+      COAP_RpcSerSendAsyncResponse(server_.Ctx(), handle, text, sizeof(text));
+    };
+    for (uint32_t i = 0; i < kNumUris; ++i) {
+      asker_.Attach(CallKey(i, COAP_RPC_UNICAST));
+      server_.Attach(CallKey(i));
+      server_.Attach(ServedTableKey(i));
+      asker_.Call(COAP_RpcCliObserveUnReq, TableKey(i), server_);
+    }
+    Steps(3000);  // whatever was under way has ended
+    for (uint32_t i = 0; i < kNumUris; ++i) {
+      ExpectAnswer(i);
+      ExpectMirror(i);
+    }
+  }
+
+  void ExpectAnswer(uint32_t i) {
+    bool isAnswered = false;
+    answers_.onPayload = [&](const std::string &payload) { isAnswered |= payload == "ok"; };
+    asker_.Ask(CallKey(i), server_, "final");
+    EXPECT_TRUE(RunUntil([&] { return isAnswered; }, 600)) << i;
+    answers_.onPayload = nullptr;
+  }
+
+  void ExpectMirror(uint32_t i) {
+    Mirror mirror;
+    tables_.onPayload = [&](const std::string &payload) {
+      if (IsJson(i)) {
+        mirror.TakeJson(payload);
+      } else {
+        mirror.TakeIdl(payload);
+      }
+    };
+    asker_.Call(COAP_RpcCliObserveReq, TableKey(i), server_);
+    Steps(20);
+    asker_.Call(COAP_RpcCliObserveReqBatch, TableKey(i), server_);
+    EXPECT_TRUE(RunUntil([&] { return mirror.tuples == apps_[i].data; }, 1500)) << i;
+    asker_.Call(COAP_RpcCliObserveUnReq, TableKey(i), server_);
+    Steps(50);
+    tables_.onPayload = nullptr;
+  }
+
+  std::mt19937 random_;
+  Responses answers_;
+  Responses tables_;
+  App calls_;
+  std::array<ObserveApp, kNumUris> apps_;
+  std::vector<void *> handles_;
+};
+
+INSTANTIATE_TEST_SUITE_P(Seeds, TwoChaos, testing::Range(1u, 5u));
+
+TEST_P(TwoChaos, RandomOperations_EverythingWorksInTheEnd) {
+  for (int i = 0; i < kNumOperations; ++i) One();
+  EXPECT_GT(answers_.all.size(), 20u);
+  EXPECT_GT(tables_.all.size(), 20u);
+  ExpectThatEverythingWorks();
+}
+
+}  // namespace
+}  // namespace coap_rpc_test
