@@ -22,7 +22,15 @@ constexpr char kExitCodes[] =
     "4 connection lost, 5 standard output cannot be written.\n"
     "See kestrel-console(1).";
 
-void Describe(CLI::App &app, Options &options, bool &useJson, bool &useTable) {
+// Flags are options that have no value.
+struct Flags {
+  bool json = false;
+  bool table = false;
+  bool noPager = false;
+  bool noHistory = false;
+};
+
+void Describe(CLI::App &app, Options &options, Flags &flags) {
   app.add_option("-s,--socket", options.socket, "path of the host's socket")
       ->envname("KESTREL_SOCKET")
       ->type_name("PATH")
@@ -30,8 +38,8 @@ void Describe(CLI::App &app, Options &options, bool &useJson, bool &useTable) {
       ->required();
   app.add_option("-o,--object", options.object, "display object that the commands are for")
       ->type_name("NAME");
-  auto *json = app.add_flag("--json", useJson, "print one JSON array");
-  app.add_flag("--table", useTable, "print aligned columns")->excludes(json);
+  auto *json = app.add_flag("--json", flags.json, "print one JSON array");
+  app.add_flag("--table", flags.table, "print aligned columns")->excludes(json);
   app.add_option("--width", options.width, "width of tables (default: that of the terminal)")
       ->type_name("N")
       ->check(CLI::Range(1, 100000));
@@ -40,8 +48,8 @@ void Describe(CLI::App &app, Options &options, bool &useJson, bool &useTable) {
                  "give up when the host is silent for so long (default 10, 0: never)")
       ->type_name("SECONDS")
       ->check(CLI::Range(0, 1000000));
-  app.add_flag("!--no-pager", options.usePager, "do not pause after each screen");
-  app.add_flag("!--no-history", options.useHistory, "keep no history of commands");
+  app.add_flag("--no-pager", flags.noPager, "do not pause after each screen");
+  app.add_flag("--no-history", flags.noHistory, "keep no history of commands");
   app.add_option("command", options.command, "command and its parameters");
 }
 
@@ -49,19 +57,20 @@ void Describe(CLI::App &app, Options &options, bool &useJson, bool &useTable) {
 
 std::optional<Options> ParseOptions(int argc, char **argv, int &exitCode) {
   Options options;
-  bool useJson = false;
-  bool useTable = false;
+  Flags flags;
   CLI::App app(kAbout, "kestrel-console");
   app.footer(kExitCodes);
-  Describe(app, options, useJson, useTable);
+  Describe(app, options, flags);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
     exitCode = app.exit(error) == 0 ? 0 : static_cast<int>(Outcome::kUsage);
     return std::nullopt;
   }
-  if (useJson) options.format = Format::kJson;
-  if (useTable) options.format = Format::kTable;
+  if (flags.json) options.format = Format::kJson;
+  if (flags.table) options.format = Format::kTable;
+  options.usePager = !flags.noPager;
+  options.useHistory = !flags.noHistory;
   return options;
 }
 

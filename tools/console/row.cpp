@@ -7,6 +7,8 @@ namespace console {
 
 namespace {
 
+constexpr size_t kMaxFields = 256;
+
 bool IsNameStart(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; }
 
 bool IsNameChar(char c) { return IsNameStart(c) || (c >= '0' && c <= '9'); }
@@ -49,7 +51,8 @@ std::optional<Row> ParseRow(std::string_view line) {
     const size_t valueAt = at + nameLen + 1;
     const size_t end = ValueEnd(line, valueAt);
     const std::string_view name = line.substr(at, nameLen);
-    if (end == line.npos || HasName(row, name)) return std::nullopt;
+    const bool isField = end != line.npos && row.size() < kMaxFields && !HasName(row, name);
+    if (!isField) return std::nullopt;
     row.push_back({std::string(name), std::string(line.substr(valueAt, end - valueAt)), valueAt});
     at = end + 2;  // behind the parenthesis and the slash
   }

@@ -20,7 +20,8 @@ using Row = std::vector<Field>;
 
 // ParseRow splits a line into its fields.  A value may hold slashes and parentheses: it ends where
 // ")/name(" begins the next field, or with the line's last parenthesis.  A line in which a name
-// comes twice is not split, because one of the two must be part of a value.
+// comes twice is not split, because one of the two must be part of a value; nor is one of more than
+// 256 fields.
 //
 // Returns none when the line has another form.
 std::optional<Row> ParseRow(std::string_view line);

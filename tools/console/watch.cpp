@@ -85,7 +85,7 @@ std::optional<WatchRequest> ParseWatch(std::string_view line, std::string &reaso
   double seconds = 0;
   const char *end = number.data() + number.size();
   const auto parsed = std::from_chars(number.data(), end, seconds, std::chars_format::fixed);
-  if (parsed.ec != std::errc() || parsed.ptr != end || seconds < kMinS || seconds > kMaxS) {
+  if (parsed.ec != std::errc() || parsed.ptr != end || !(seconds >= kMinS && seconds <= kMaxS)) {
     reason = "watch needs a number of seconds from 0.1 to 86400, and then a command";
     return std::nullopt;
   }

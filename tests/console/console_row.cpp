@@ -1,0 +1,78 @@
+/* console_row.cpp: lines of name(value) are taken apart. */
+#include "row.h"
+
+#include <gtest/gtest.h>
+
+using console::IsTotal;
+using console::ParseRow;
+
+namespace {
+
+// Shown gives "name=value" for each field, "no row" for a line that is none.
+std::vector<std::string> Shown(std::string_view line) {
+  const auto row = ParseRow(line);
+  if (!row) return {"no row"};
+  std::vector<std::string> fields;
+  for (const console::Field &field : *row) fields.push_back(field.name + "=" + field.value);
+  return fields;
+}
+
+using Texts = std::vector<std::string>;
+
+}  // namespace
+
+TEST(ParseRow, LabelIsLeftOut) {
+  EXPECT_EQ((Texts{"uri=a/b", "msgType=CON", "observe=0"}),
+            Shown("server Vtbl[  0]: uri(a/b)/msgType(CON)/observe(0)"));
+  EXPECT_EQ((Texts{"key=1", "val=10"}), Shown("key(1)/val(10)"));
+  EXPECT_EQ((Texts{"uri=x"}), Shown("uri(x)"));
+}
+
+TEST(ParseRow, ValueAt_PointsIntoTheLine) {
+  const std::string line = "t[1]: uri(a/b)/n(42)";
+  const auto row = ParseRow(line);
+  ASSERT_TRUE(row);
+  EXPECT_EQ("a/b", line.substr((*row)[0].valueAt, 3));
+  EXPECT_EQ("42", line.substr((*row)[1].valueAt, 2));
+}
+
+TEST(ParseRow, ValuesMayHoldAnything) {
+  EXPECT_EQ((Texts{"uri=", "n="}), Shown("uri()/n()"));
+  EXPECT_EQ((Texts{"uri=a(b)/c", "n=1"}), Shown("uri(a(b)/c)/n(1)"));
+  EXPECT_EQ((Texts{"uri=a)/", "n=1"}), Shown("uri(a)/)/n(1)"));
+  EXPECT_EQ((Texts{"uri=a)/9(", "n=1"}), Shown("uri(a)/9()/n(1)"));
+  EXPECT_EQ((Texts{"uri=(((/n()))"}), Shown("uri((((/n())))"));
+  EXPECT_EQ((Texts{"listen=hasListen-::1:5683"}), Shown("listen(hasListen-::1:5683)"));
+  EXPECT_EQ((Texts{"uri=x]: y"}), Shown("uri(x]: y)"));
+}
+
+TEST(ParseRow, NameThatComesTwice_IsNoRow) {
+  EXPECT_EQ(Texts{"no row"}, Shown("uri(x)/msgType(CON)/observe(0))/msgType(NON)"));
+}
+
+TEST(ParseRow, OtherLines_AreNoRows) {
+  for (const char *line :
+       {"", " ", "hello", "uri", "uri(", "uri(x", "uri(x).", "(x)", "9(x)", "uri(x)/", "uri(x)/n",
+        "uri(x)/n(", " ***total 3 server uriVtbl(s) ***", "No oberver tupleSetTree for uri(x).",
+        "TupleInfo: uri:x, cnt:3", "[  0]: ", "label[0]: text"}) {
+    EXPECT_EQ(Texts{"no row"}, Shown(line)) << line;
+  }
+}
+
+TEST(ParseRow, LongLines_AreTaken) {
+  const std::string value(1 << 20, '(');
+  EXPECT_EQ((Texts{"uri=" + value, "n=1"}), Shown("uri(" + value + ")/n(1)"));
+}
+
+TEST(ParseRow, ManyFields_AreNoRow) {
+  std::string line = "n0(0)";
+  for (int i = 1; i < 256; ++i) line += "/n" + std::to_string(i) + "(0)";
+  EXPECT_EQ(256u, Shown(line).size());
+  EXPECT_EQ(Texts{"no row"}, Shown(line + "/n256(0)"));
+}
+
+TEST(IsTotal, KnowsTheClosingLine) {
+  EXPECT_TRUE(IsTotal(" ***total 0 client request(s) ***"));
+  EXPECT_FALSE(IsTotal("***total 0 client request(s) ***"));
+  EXPECT_FALSE(IsTotal(" ***total 0"));
+}

@@ -1,0 +1,116 @@
+#!/bin/bash
+# console_script.sh <kestrel-console> <console_server>: uses the console as a script would: without a
+# terminal, over pipes, looking at exit codes, standard output and standard error.
+set -euo pipefail
+readonly CONSOLE=$1 SERVER=$2
+
+work=$(mktemp -d)
+readonly work
+trap 'rm -rf "$work"' EXIT
+export LC_ALL=C.UTF-8
+unset KESTREL_SOCKET
+
+fail() {
+  echo "FAILED: $1"
+  exit 1
+}
+
+# expect <what> <exit code> <standard output> <standard error> <argument>...
+expect() {
+  local what=$1 wanted=$2 out=$3 err=$4 status=0
+  shift 4
+  "$CONSOLE" "$@" >"$work/out" 2>"$work/err" </dev/null || status=$?
+  [[ $status == "$wanted" ]] || fail "$what: exit code $status, not $wanted"
+  [[ $(<"$work/out") == "$out" ]] || fail "$what: printed $(<"$work/out")"
+  [[ $(<"$work/err") == "$err" ]] || fail "$what: complained $(<"$work/err")"
+  echo "ok: $what"
+}
+
+run() { "$CONSOLE" --socket "$work/socket" "$@"; }
+
+mkfifo "$work/input"
+"$SERVER" "$work/socket" hostile <"$work/input" >"$work/server.out" 2>&1 &
+exec 9>"$work/input"
+for ((i = 0; i < 200; ++i)); do
+  [[ -S $work/socket ]] && break
+  sleep 0.05
+done
+
+socket=(--socket "$work/socket")
+expect "a command" 0 $'line 1\nline 2\n ***total 2 line(s) ***' "" "${socket[@]}" demo lines 2
+expect "a command as one word" 0 $'line 1\n ***total 1 line(s) ***' "" "${socket[@]}" "demo lines 1"
+expect "the object is named" 0 $'line 1\n ***total 1 line(s) ***' "" \
+  "${socket[@]}" --object demo demo lines 1
+expect "hostile text" 0 'uri(\x1b[2J\x1b]0;owned\x07%s\xff\xe2\x80\xae)/n(\x091)' "" \
+  "${socket[@]}" demo hostile
+expect "hostile text as JSON" 0 \
+  $'[\n  {"uri": "\\u001b[2J\\u001b]0;owned\\u0007%s\\\\xff\\u202e", "n": "\\u00091"}\n]' "" \
+  "${socket[@]}" --json demo hostile
+expect "hostile objects" 0 $'demo\nevil?[7m\nshop' "" "${socket[@]}" objects
+expect "a bad command" 1 "" 'kestrel-console: unknown command "nothing"' "${socket[@]}" nothing
+expect "a bad object" 1 "" 'kestrel-console: unknown object "nobody"' \
+  "${socket[@]}" -o nobody demo hostile
+expect "a missing parameter" 1 "" 'kestrel-console: missing parameter uniCount' \
+  "${socket[@]}" demo lines
+expect "a line feed in a command" 2 "" 'kestrel-console: a command is one line' \
+  "${socket[@]}" $'demo\nlines'
+expect "quotes in a word" 2 "" 'kestrel-console: a word of a command cannot have double quotes' \
+  "${socket[@]}" demo 'li"nes'
+expect "watch without seconds" 2 "" \
+  'kestrel-console: watch needs a number of seconds from 0.1 to 86400, and then a command' \
+  "${socket[@]}" watch demo changes
+expect "watch as JSON" 2 "" \
+  'kestrel-console: watch prints lines: --json and --table do not go with it' \
+  "${socket[@]}" --json watch 1 demo changes
+expect "no host" 3 "" "kestrel-console: cannot connect to $work/none: No such file or directory" \
+  --socket "$work/none" demo hostile
+expect "a path that is too long" 3 "" "kestrel-console: cannot connect to /$(printf '%0200d' 0):\
+ the path of the socket must have 1 to 107 bytes" --socket "/$(printf '%0200d' 0)" demo hostile
+
+"$CONSOLE" --help >"$work/out" || fail "help succeeds"
+grep -q -- "--json" "$work/out" || fail "help names the options"
+status=0
+"$CONSOLE" --nothing >/dev/null 2>"$work/err" || status=$?
+[[ $status == 2 && -s $work/err ]] || fail "an unknown option is wrong usage"
+KESTREL_SOCKET=$work/socket "$CONSOLE" demo lines 1 >/dev/null || fail "the variable names the socket"
+echo "ok: options"
+
+[[ $(run demo lines 100000 | md5sum) == \
+  $({ seq -f 'line %.0f' 100000; echo ' ***total 100000 line(s) ***'; } | md5sum) ]] ||
+  fail "100,000 lines arrive"
+echo "ok: 100,000 lines"
+[[ $(run demo lines 100000 | { sleep 1; tail -n 1; }) == ' ***total 100000 line(s) ***' ]] ||
+  fail "100,000 lines arrive over a pipe that waits"
+echo "ok: a slow pipe"
+[[ $(run demo lines 4000000000 | head -n 1) == 'line 1' ]] || fail "a pipe that closes ends it"
+run demo lines 1 >/dev/null || fail "the host goes on after a pipe that closed"
+echo "ok: a pipe that closes"
+status=0
+run demo lines 100000 >/dev/full 2>"$work/err" || status=$?
+[[ $status == 5 && $(<"$work/err") == 'kestrel-console: cannot write the output' ]] ||
+  fail "a full disk is told, exit code $status"
+echo "ok: a full disk"
+
+status=0
+printf 'demo lines 1\nnothing\n\nformat json\ndemo lines 0\nquit\nnever\n' |
+  run >"$work/out" 2>"$work/err" || status=$?
+[[ $status == 1 ]] || fail "the failure of a piped command is kept"
+[[ $(<"$work/out") == $'line 1\n ***total 1 line(s) ***\n[]' ]] || fail "piped commands are run"
+echo "ok: commands from a pipe"
+
+"$CONSOLE" "${socket[@]}" --count 2 watch 0.1 demo changes | sed 's/^--- [0-9:]*/--- time/' >"$work/out"
+[[ $(<"$work/out") == "--- time demo changes
+  row[0]: uri(one)/count(1)
+  row[1]: uri(two)/count(1)
+   ***total 2 row(s) ***
+--- time demo changes
+  row[0]: uri(one)/count(1)
+* row[1]: uri(two)/count(2)
++ row[2]: uri(even)/count(0)
+*  ***total 3 row(s) ***" ]] || fail "watch marks what changed"
+echo "ok: watch"
+
+expect "a host that goes" 4 "" 'kestrel-console: the host closed the connection' \
+  "${socket[@]}" demo end
+expect "a host that has gone" 3 "" \
+  "kestrel-console: cannot connect to $work/socket: Connection refused" "${socket[@]}" demo hostile
