@@ -7,7 +7,7 @@
 namespace coap_rpc_test {
 namespace {
 
-constexpr int kNumOperations = 1000;
+constexpr int kNumOperations = 600;
 constexpr uint32_t kNumUris = 3;
 
 class TwoChaos : public TwoInstances, public testing::WithParamInterface<uint32_t> {
@@ -23,7 +23,10 @@ class TwoChaos : public TwoInstances, public testing::WithParamInterface<uint32_
     };
     StartServer();
     StartAsker();
+    numSleeps_ = 0;
+    CoapRpcLibSetSleep([](unsigned) { return ++numSleeps_ * 0; });
   }
+  ~TwoChaos() override { CoapRpcLibSetSleep(sleep); }
 
   uint32_t Below(uint32_t limit) { return static_cast<uint32_t>(random_() % limit); }
 
@@ -135,7 +138,7 @@ class TwoChaos : public TwoInstances, public testing::WithParamInterface<uint32_
 
   void AttachOrDetachAnswers() {
     const CoapRpcUriKey key = CallKey(Below(kNumUris), COAP_RPC_UNICAST);
-    if (Below(2) == 0) {
+    if (Below(4) == 0) {
       COAP_RpcSerUnsetUri(asker_.Ctx(), &key);
     } else {
       asker_.Attach(key);
@@ -154,13 +157,14 @@ class TwoChaos : public TwoInstances, public testing::WithParamInterface<uint32_
   }
 
   void OneOfTheServer() {
-    switch (Below(6)) {
+    switch (Below(8)) {
       case 0:
         return Detach();
       case 1:
       case 2:
         return Attach();
       case 3:
+      case 4:
         return Answer();
       default:
         return Update();
@@ -176,6 +180,7 @@ class TwoChaos : public TwoInstances, public testing::WithParamInterface<uint32_
   }
 
   void ExpectThatEverythingWorks() {
+    answers_.onPayload = tables_.onPayload = nullptr;
     calls_.onAsync = [this](void *handle) {
       handles_.push_back(handle);
       const uint8_t text[] = {'o', 'k'};
@@ -202,7 +207,16 @@ class TwoChaos : public TwoInstances, public testing::WithParamInterface<uint32_
     answers_.onPayload = nullptr;
   }
 
+  // A change that was pending when the last observer left goes to the next one, outdated or not.
+  void FetchOldChanges(uint32_t i) {
+    asker_.Call(COAP_RpcCliObserveReq, TableKey(i), server_);
+    Steps(100);
+    asker_.Call(COAP_RpcCliObserveUnReq, TableKey(i), server_);
+    Steps(50);
+  }
+
   void ExpectMirror(uint32_t i) {
+    FetchOldChanges(i);
     Mirror mirror;
     tables_.onPayload = [&](const std::string &payload) {
       if (IsJson(i)) {
@@ -220,6 +234,8 @@ class TwoChaos : public TwoInstances, public testing::WithParamInterface<uint32_
     tables_.onPayload = nullptr;
   }
 
+  static inline unsigned numSleeps_ = 0;  // after failed attempts to open an endpoint
+
   std::mt19937 random_;
   Responses answers_;
   Responses tables_;
@@ -232,9 +248,10 @@ INSTANTIATE_TEST_SUITE_P(Seeds, TwoChaos, testing::Range(1u, 5u));
 
 TEST_P(TwoChaos, RandomOperations_EverythingWorksInTheEnd) {
   for (int i = 0; i < kNumOperations; ++i) One();
-  EXPECT_GT(answers_.all.size(), 20u);
-  EXPECT_GT(tables_.all.size(), 20u);
+  EXPECT_GT(answers_.all.size(), 5u);
+  EXPECT_GT(tables_.all.size(), 5u);
   ExpectThatEverythingWorks();
+  EXPECT_EQ(numSleeps_, 0u);
 }
 
 }  // namespace
