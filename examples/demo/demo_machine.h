@@ -1,0 +1,24 @@
+// demo_machine.h: what this machine has to tell, as tables.
+#ifndef DEMO_MACHINE_H
+#define DEMO_MACHINE_H
+
+#include "demo_table.h"
+
+// ReadInterfaces: interface -> received bytes and packets, sent bytes and packets.  The interfaces
+// of the machine and, where the process lives in a network of its own, those as well.
+Table ReadInterfaces();
+
+// ReadCpuTimes: processor -> user, system, idle and waiting time in ticks.
+Table ReadCpuTimes();
+
+// ReadProcesses: "<pid> <name>" -> ticks of processor time, resident KiB.
+Table ReadProcesses();
+
+// ReadFiles: inode -> size in bytes of so many files of this machine; numbered rows of size 0 make
+// up for files that it does not have.
+Table ReadFiles(size_t num);
+
+// LoadText is the load of the machine in one line.
+std::string LoadText();
+
+#endif  // DEMO_MACHINE_H

@@ -1,0 +1,43 @@
+// demo_table.h: the tables that are published and mirrored, and how their rows look on the wire.
+#ifndef DEMO_TABLE_H
+#define DEMO_TABLE_H
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+
+using RowKey = std::array<char, 24>;       // text, padded with zeros
+using RowValue = std::array<uint64_t, 4>;  // columns that a table does not have are 0
+using Table = std::map<RowKey, RowValue>;
+
+RowKey MakeRowKey(std::string_view text);
+
+// DigestOf is a short text that two tables share only when they are equal: "<rows> rows <hash>".
+std::string DigestOf(const Table &table);
+
+// Row is an element of a notification: a row that is there, or one that has gone.
+//
+// JSON: {"k":<key>,"v":[<columns without zeros at the end>]}, and without "v" when it has gone;
+//       the first row of a full set has "all":true besides.
+// IDL:  1 byte of flags, the key with its terminator, then the columns as in JSON, each in groups
+//       of seven bits, lowest first, with bit 7 on all but the last group.
+struct Row {
+  RowKey key = {};
+  RowValue value = {};
+  bool isThere = true;
+  bool isFirst = false;
+
+  void WriteJson(void *element) const;    // a json_t object
+  uint32_t WriteIdl(uint8_t *out) const;  // up to 66 bytes; returns how many
+  bool ReadJson(const void *element);     // a json_t object
+  bool ReadIdl(std::string_view bytes);
+};
+
+// Apply* bring a table up to date with a notification.  They return the number of rows in it, or -1
+// when it is not understood; `numFullSets` counts the marks met.
+int ApplyJson(std::string_view document, Table &table, uint32_t &numFullSets);
+int ApplyIdl(std::string_view document, Table &table, uint32_t &numFullSets);
+
+#endif  // DEMO_TABLE_H
