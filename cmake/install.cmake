@@ -25,7 +25,6 @@ function(coap_rpc_install)
   set_target_properties(${arg_UNPARSED_ARGUMENTS} PROPERTIES INSTALL_RPATH "$ORIGIN")
   install(DIRECTORY ${arg_HEADERS}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${arg_HEADERS_TO}
     FILES_MATCHING PATTERN "*.h")
-  set_property(GLOBAL APPEND PROPERTY COAP_RPC_INSTALLED ${arg_UNPARSED_ARGUMENTS})
 endfunction()
 
 function(coap_rpc_install_pkgconfig name)
@@ -38,10 +37,6 @@ function(coap_rpc_install_pkgconfig name)
 endfunction()
 
 function(coap_rpc_install_package)
-  get_property(installed GLOBAL PROPERTY COAP_RPC_INSTALLED)
-  if(NOT installed)
-    return()
-  endif()
   set(packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/coap_svc_rpc)
   install(EXPORT coap_svc_rpcTargets NAMESPACE coap_svc_rpc:: DESTINATION ${packageDir})
   configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/coap_svc_rpcConfig.cmake.in
@@ -51,10 +46,6 @@ function(coap_rpc_install_package)
   install(FILES ${PROJECT_BINARY_DIR}/coap_svc_rpcConfig.cmake
     ${PROJECT_BINARY_DIR}/coap_svc_rpcConfigVersion.cmake DESTINATION ${packageDir})
 
-  if("coap_svc_rpc" IN_LIST installed)
-    coap_rpc_install_pkgconfig(coap_svc_rpc)
-  endif()
-  if("kestrel" IN_LIST installed)
-    coap_rpc_install_pkgconfig(kestrel)
-  endif()
+  coap_rpc_install_pkgconfig(coap_svc_rpc)
+  coap_rpc_install_pkgconfig(kestrel)
 endfunction()
