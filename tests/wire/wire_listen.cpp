@@ -1,0 +1,87 @@
+/* wire_listen.cpp: attaching to addresses that other sockets of the machine hold. */
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "coap_svc/rpc/coap_rpc_ser.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
+#include "own_network.h"
+#include "raw_peer.h"
+#include "test_host.h"
+#include "test_instance.h"
+
+namespace coap_rpc_test {
+namespace {
+
+using Texts = std::vector<std::string>;
+
+std::vector<unsigned int> g_sleeps;
+
+unsigned int RecordSleep(unsigned int seconds) {
+  g_sleeps.push_back(seconds);
+  return 0;
+}
+
+class WireListen : public testing::Test {
+ protected:
+  // Nobody else takes a port that the test gives up for a moment.
+  static void SetUpTestSuite() { EnterOwnNetwork(); }
+
+  WireListen() : oldSleep_(CoapRpcLibSetSleep(RecordSleep)) {
+    g_sleeps.clear();
+    const CoapRpcSerVtblReg reg = {};
+    EXPECT_EQ(COAP_RpcSerRegVtbl(instance_, &key_, &reg, nullptr), 0u);
+  }
+  ~WireListen() override { CoapRpcLibSetSleep(oldSleep_); }
+
+  uint32_t SetUri(const UdpAddress &address) {
+    CoapRpcSerListenAddr addr = {};
+    addr.listenAddr.family = 1;
+    addr.listenAddr.addr.ipv4 = 0x7F000001;
+    addr.port = address.port;
+    return COAP_RpcSerSetUri(instance_, &key_, &addr);
+  }
+
+  // Listens shows the operator's table of a single listen.
+  static Texts Listens(uint16_t port, const std::string &flags) {
+    return {"server listen[  0]: listenAddr(127.0.0.1)/port(" + std::to_string(port) + ")/" +
+                flags + "\n",
+            " ***total 1 server listen(s) ***\n"};
+  }
+
+  TestHost host_;
+  TestInstance instance_{host_};
+  const CoapRpcUriKey key_ = KeyOf("a");
+  CoapRpcLibSleep oldSleep_;
+};
+
+TEST_F(WireListen, HeldAddress_Gives1900000157AndTheListenStaysBare) {
+  std::optional<RawPeer> holder(std::in_place);
+  const UdpAddress held = holder->Local();
+  EXPECT_EQ(SetUri(held), 1900000157u);
+  EXPECT_EQ(g_sleeps, (std::vector<unsigned int>{1, 1, 1}));
+  EXPECT_EQ(host_.LogsOf("COAP_RpcSerSetUri").at(0).text,
+            "[CoapRpc]set listen Failed, addr:0x7f000001, port:" + std::to_string(held.port) +
+                ", uri:a, observe:0, msgTyp:0, pktType:0, ret:1900000157.\n");
+  EXPECT_EQ(host_.RunCommand("disp server listen"),
+            Listens(held.port, "endPointIsNull(1)/uriDataListIsEmpty(1)"));
+
+  // The listen is taken again when the address is free, still without endpoint.
+  holder.reset();
+  EXPECT_EQ(SetUri(held), 0u);
+  EXPECT_EQ(g_sleeps.size(), 3u);
+  EXPECT_EQ(host_.RunCommand("disp server listen"),
+            Listens(held.port, "endPointIsNull(1)/uriDataListIsEmpty(0)"));
+
+  // With its last entry it goes, and the next attach opens an endpoint.
+  EXPECT_EQ(COAP_RpcSerUnsetUri(instance_, &key_), 0u);
+  EXPECT_EQ(host_.RunCommand("disp server listen"), Texts{" ***total 0 server listen(s) ***\n"});
+  EXPECT_EQ(SetUri(held), 0u);
+  EXPECT_EQ(host_.RunCommand("disp server listen"),
+            Listens(held.port, "endPointIsNull(0)/uriDataListIsEmpty(0)"));
+}
+
+}  // namespace
+}  // namespace coap_rpc_test
