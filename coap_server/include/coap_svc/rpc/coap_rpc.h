@@ -13,8 +13,8 @@ COAP_RPC_C_BEGIN
  *
  *   param   copied, its name included
  *
- * Returns the new instance, or null: null parameter (asserted), no memory, or a component that
- * did not start (logged as "[CoapRpc]ret(%u), ng"; everything is taken down again). */
+ * Returns the new instance, or null: null parameter or name (asserted), no memory, or a component
+ * that did not start (logged as "[CoapRpc]ret(%u), ng"; everything is taken down again). */
 COAP_RPC_API CoapRpcCtx *COAP_RpcInit(const CoapRpcInitParam *param);
 
 /* COAP_RpcUninit takes an instance down and frees everything it owns.  Null is ignored.
