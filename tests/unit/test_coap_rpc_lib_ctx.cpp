@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "adapter_rig.h"
+#include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_observe.h"
@@ -347,6 +348,17 @@ TEST_F(LibCtx, Ticks_ContextGoneMeanwhile_StopEarly) {
   rig_.Ctx()->lib = &rig_.Lib();
   EXPECT_EQ(Processed(COAP_RpcProcQuickTask), 2u);
   rig_.Ctx()->lib = &rig_.Lib();
+}
+
+TEST_F(LibCtx, Ticks_InsideARun_DoNothing) {
+  rig_.Start();
+  g_whileProcessing = [this] {
+    EXPECT_EQ(COAP_RpcProcTask(rig_.Ctx()), 0u);
+    EXPECT_EQ(COAP_RpcProcQuickTask(rig_.Ctx()), 0u);
+    EXPECT_EQ(COAP_RpcProcIo(rig_.Ctx()), 0u);
+  };
+  EXPECT_EQ(Processed(COAP_RpcProcTask), 1u);
+  EXPECT_EQ(Processed(COAP_RpcProcQuickTask), 25u);
 }
 
 TEST_F(LibCtx, CreateEndPoint_LogsAddressAndPort) {

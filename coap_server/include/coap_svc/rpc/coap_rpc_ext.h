@@ -41,7 +41,8 @@ COAP_RPC_API uint32_t COAP_RpcGetTokenlessRspNum(const CoapRpcCtx *ctx);
 COAP_RPC_API int COAP_RpcGetIoFd(CoapRpcCtx *ctx);
 
 /* COAP_RpcProcIo serves what waits at the instance's sockets and timers and returns; it never waits
- * for anything.  A run takes up to 10 ms and the callbacks of what it has begun by then.
+ * for anything.  A run takes up to 10 ms and the callbacks of what it has begun by then.  Called by
+ * a callback of such a run, it does nothing.
  *
  * Returns 1 when its time was used up and more may be waiting (the descriptor is then still
  * readable), else 0; 0 for a null instance. */

@@ -64,7 +64,8 @@ typedef struct CoapRpcSerIdlMsgBuf {
 } CoapRpcSerIdlMsgBuf;
 
 /* Callbacks of an observe record.  All are called from the host thread, inside a call of the
- * library or the I/O task, and must not call back into the instance.
+ * library or the I/O task, and must not call back into the instance, but for builders that change
+ * tuples.
  * `out` is a json_t object to fill (JSON entries) or a CoapRpcSerIdlMsgBuf (IDL entries). */
 typedef int32_t (*CoapRpcTupleKeyCmp)(const void *keyA, const void *keyB);
 typedef const char *(*CoapRpcTupleToStr)(const void *bytes, char *buf, uint32_t size);

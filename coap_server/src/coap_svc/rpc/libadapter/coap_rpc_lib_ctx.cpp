@@ -104,12 +104,12 @@ coap_endpoint_t *Reclaim(const CoapRpcCtx *ctx, const coap_address_t *address) {
 }
 
 // RunLibcoap runs `work` on the libcoap context.  False: there is none; a callback may have taken
-// it down.  The depth tells callbacks that libcoap is at work and still knows the sessions that it
-// is about to serve.
+// it down.  The depth tells callbacks that libcoap is at work and still knows the sessions and
+// observers that it is about to serve, for which reason it is not run inside itself either.
 template <typename Work>
 bool RunLibcoap(CoapRpcCtx *ctx, Work work) {
   coap_context_t *coapCtx = Libcoap(ctx);
-  if (!coapCtx) return false;
+  if (!coapCtx || ctx->ioDepth != 0) return false;
   ++ctx->ioDepth;
   work(coapCtx);
   if (--ctx->ioDepth == 0) FreeRetired(ctx);
