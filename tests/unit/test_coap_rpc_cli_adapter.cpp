@@ -1,5 +1,6 @@
 // The client's side of the adapter, called directly: libcoap sessions, parts of a request, and
 // callbacks that come at odd moments.
+#include <cstdarg>
 #include <cstring>
 
 #include "coap_svc/rpc/client/coap_rpc_cli_req.h"
@@ -8,9 +9,28 @@
 #include "coap_svc/rpc/coap_rpc_cli.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/common/coap_rpc_ctx.h"
+#include "coap_svc/rpc/common/coap_rpc_safe.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
+#include "fail_plan.h"
 #include "test_instance.h"
+
+namespace coap_rpc_test {
+namespace {
+FailPlan g_formats;
+}  // namespace
+}  // namespace coap_rpc_test
+
+// The linker puts this in place of the library's formatter (see CMakeLists.txt).
+extern "C" int __wrap__sprintf_s_chk(char *dest, rsize_t dmax, size_t destbos, const char *format,
+                                     ...) {
+  if (coap_rpc_test::g_formats.Count()) return -ESNOSPC;
+  va_list args;
+  va_start(args, format);
+  const int len = _vsprintf_s_chk(dest, dmax, destbos, format, args);
+  va_end(args);
+  return len;
+}
 
 namespace coap_rpc_test {
 namespace {
@@ -145,6 +165,24 @@ TEST_F(CliAdapter, AddPduOption_ReturnsTheLastOptionsSize) {
   pdu = coap_pdu_init(COAP_MESSAGE_CON, COAP_REQUEST_CODE_GET, 1, 4);
   EXPECT_EQ(COAP_RpcCliAddPduOption(ctx_, &uriVtbl, pdu, scratch, &session_, &req_), 0U);
   coap_delete_pdu(pdu);
+}
+
+TEST_F(CliAdapter, AddPduOption_HostThatCannotBeFormatted_IsLoggedAndAddedEmpty) {
+  Open();
+  CoapRpcCliUriVtbl uriVtbl = {};
+  uint8_t scratch[4];
+  coap_pdu_t *pdu = coap_pdu_init(COAP_MESSAGE_CON, COAP_REQUEST_CODE_GET, 1, 1000);
+  g_formats.FailOnce(1);
+  EXPECT_EQ(COAP_RpcCliAddPduOption(ctx_, &uriVtbl, pdu, scratch, &session_, &req_), 2U);
+  coap_opt_iterator_t it;
+  const coap_opt_t *host = coap_check_option(pdu, COAP_OPTION_URI_HOST, &it);
+  ASSERT_NE(host, nullptr);
+  EXPECT_EQ(coap_opt_length(host), 0U);
+  coap_delete_pdu(pdu);
+  const std::vector<LogRecord> records = host_.LogsOf("COAP_RpcCliAddPduOption");
+  ASSERT_EQ(records.size(), 1U);
+  EXPECT_EQ(records[0].level, 3U);
+  EXPECT_EQ(records[0].text, "[CoapRpc]Parse int to ipv4 failed.\n");
 }
 
 TEST_F(CliAdapter, AddOptionsWithoutRoomForThePayload_Gives1900001355) {

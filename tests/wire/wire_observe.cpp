@@ -167,6 +167,52 @@ TEST_F(ObserveWire, EtagWithoutClock_CountsOn) {
   EXPECT_EQ(NextNotification(peer_).Values(kOptEtag), (std::vector<Bytes>{{42}}));
 }
 
+TEST_F(ObserveWire, FirstObserverOfThreeTuples_QueuesThreeUpdatesAndIsCounted) {
+  ServeObs(COAP_RPC_CON);
+  Update("k003", "v003");
+  Update("k001", "v001");
+  Update("k002", "v002");
+  EXPECT_TRUE(Pending().empty());
+  Register(peer_, CoapType::kCon, {1});
+  EXPECT_EQ(Pending(), (std::vector<std::string>{"1k001", "1k002", "1k003"}));
+  EXPECT_EQ(entry_->observerNum, 1u);
+  EXPECT_EQ(app_.observerNums, (std::vector<uint32_t>{1}));
+}
+
+TEST_F(ObserveWire, ObserverDeletedAtCount0_Keeps0AndTellsIt) {
+  ServeObs(COAP_RPC_CON);
+  Register(peer_, CoapType::kCon, {1});
+  entry_->observerNum = 0;
+  entry_->isSendingLargeBlock = 1;
+  Ask(Observe(CoapType::kCon, {1}, "", 1));
+  EXPECT_EQ(entry_->observerNum, 0u);
+  EXPECT_EQ(entry_->isSendingLargeBlock, 0u);
+  EXPECT_EQ(app_.observerNums, (std::vector<uint32_t>{1, 0}));
+}
+
+TEST_F(ObserveWire, LastObserverLeaves_PendingChangesAndTimerStay) {
+  ServeObs(COAP_RPC_CON);
+  Register(peer_, CoapType::kCon, {1});
+  Update("k001", "v001");
+  const uint64_t timer = entry_->updateTimer;
+  EXPECT_NE(timer, 0u);
+  Ask(Observe(CoapType::kCon, {1}, "", 1));
+  EXPECT_EQ(app_.observerNums, (std::vector<uint32_t>{1, 0}));
+  EXPECT_EQ(Pending(), (std::vector<std::string>{"1k001"}));
+  EXPECT_EQ(entry_->updateTimer, timer);
+}
+
+TEST_F(ObserveWire, UnacknowledgedNotification_IsRepeatedFourTimesAndEndsTheObservation) {
+  ServeObs(COAP_RPC_CON);
+  Register(peer_, CoapType::kCon, {1});
+  Update("k001", "v001");
+  int numSent = 0;
+  while (peer_.Receive([this] { host_.AdvanceMs(1000); }, 60)) ++numSent;
+  EXPECT_EQ(numSent, 5);
+  EXPECT_EQ(entry_->observerNum, 0u);
+  EXPECT_EQ(app_.observerNums, (std::vector<uint32_t>{1, 0}));
+}
+
 TEST_F(ObserveWire, CancelCon_Gets201AndEndsTheNotifications) {
   ServeObs(COAP_RPC_CON);
   Register(peer_, CoapType::kCon, {1});
