@@ -3,6 +3,7 @@
 
 #include "csvc_dbg.h"
 #include "kestrel.h"
+#include "kestrel_console.h"
 #include "kst.h"
 #include "osal.h"
 #include "tarn.h"
@@ -16,6 +17,8 @@ uint64_t HostNewInC(void) {
   param.logSinks = KESTREL_SINK_NONE;
   Kestrel *host = KestrelNew(&param, NULL, 0);
   if (host == NULL) return 0;
+  const KestrelDispAccess nowhere = {"", 0, 0};
+  if (KestrelDispListen(host, &nowhere) != KESTREL_BAD_ARGUMENT) return 0;
   KST_Malloc_(KestrelMem(host), 1, "inC", 1);
   return KestrelDelete(host);
 }

@@ -21,7 +21,11 @@ std::string JsonObject(std::string_view line) {
 
 }  // namespace
 
-std::string JsonText(std::string_view text) { return "\"" + EscapedForJson(text) + "\""; }
+std::string JsonText(std::string_view text) {
+  std::string json = "\"";
+  json += EscapedForJson(text);
+  return json += '"';
+}
 
 bool JsonLines::Line(std::string_view line) {
   if (IsTotal(line)) return true;
