@@ -14,6 +14,10 @@ readonly work TMUX_NAME=console$$
 export LC_ALL=C.UTF-8 XDG_STATE_HOME=$work/state TERM=screen
 unset TMUX
 
+# libedit keeps the name and the help of a function that was added to it, and never frees them.
+echo 'leak:wcsdup' >"$work/lsan"
+export LSAN_OPTIONS=suppressions=$work/lsan:print_suppressions=0
+
 end() {
   tmux -L "$TMUX_NAME" kill-server 2>/dev/null || true
   rm -rf "$work"

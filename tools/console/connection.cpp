@@ -24,7 +24,7 @@ std::string SystemText(const char *what) { return std::string(what) + ": " + str
 // SetSendTimeout also bounds how long connect waits for a place in the host's queue.
 void SetSendTimeout(int fd, int timeoutMs) {
   if (timeoutMs < 0) return;
-  const timeval timeout{timeoutMs / 1000, timeoutMs % 1000 * 1000};
+  const timeval timeout{timeoutMs / 1000, timeoutMs % 1000 * 1000L};
   setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
 }
 

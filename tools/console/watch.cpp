@@ -121,6 +121,7 @@ std::vector<MarkedLine> MarkChanges(const std::vector<std::string> &before,
 
 std::vector<MarkedLine> Unmarked(const std::vector<std::string> &now) {
   std::vector<MarkedLine> lines;
+  lines.reserve(now.size());
   for (const std::string &line : now) lines.push_back({' ', line, {}});
   return lines;
 }
