@@ -28,3 +28,6 @@ configure_and_build() {
   step "$1: configure" cmake --preset "$1"
   step "$1: build" cmake --build --preset "$1"
 }
+
+# project_version: as CMakeLists.txt states it.
+project_version() { sed -n 's/^project(.* VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt; }
