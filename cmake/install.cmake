@@ -1,7 +1,10 @@
-# What an installation consists of.
+# What an installation consists of, by components: library, host (what a program needs to run),
+# dev, tools and doc.  packages.cmake makes a package from each.
 #
-#   coap_rpc_install(<shared library>... HEADERS <folder> [HEADERS_TO <folder below include>])
+#   coap_rpc_install(<shared library>... COMPONENT <component> HEADERS <folder>
+#                    [HEADERS_TO <folder below include>])
 #     installs the libraries and every *.h below the folder; the folder's inner structure is kept.
+#     What is only needed to build against the libraries goes to dev.
 #     Include folders of the libraries' own have to be given as $<BUILD_INTERFACE:...>.
 #     The libraries become imported targets coap_svc_rpc::<name> of the CMake package.
 #
@@ -12,19 +15,23 @@
 
 include(CMakePackageConfigHelpers)
 
+# Of an install() that does not name one: programs and their manual pages.
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME tools)
+
 # Where headers go: ours, and below it those of the reference host.
 set(COAP_RPC_PLATFORM_HEADERS coap_svc/platform)
 
 function(coap_rpc_install)
-  cmake_parse_arguments(PARSE_ARGV 0 arg "" "HEADERS;HEADERS_TO" "")
+  cmake_parse_arguments(PARSE_ARGV 0 arg "" "COMPONENT;HEADERS;HEADERS_TO" "")
   install(TARGETS ${arg_UNPARSED_ARGUMENTS} EXPORT coap_svc_rpcTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+      COMPONENT ${arg_COMPONENT} NAMELINK_COMPONENT dev
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
       ${CMAKE_INSTALL_INCLUDEDIR}/${COAP_RPC_PLATFORM_HEADERS})
   # The libraries find each other beside themselves.
   set_target_properties(${arg_UNPARSED_ARGUMENTS} PROPERTIES INSTALL_RPATH "$ORIGIN")
   install(DIRECTORY ${arg_HEADERS}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${arg_HEADERS_TO}
-    FILES_MATCHING PATTERN "*.h")
+    COMPONENT dev FILES_MATCHING PATTERN "*.h")
 endfunction()
 
 function(coap_rpc_install_pkgconfig name)
@@ -33,19 +40,38 @@ function(coap_rpc_install_pkgconfig name)
   set(PC_PREFIX ${CMAKE_INSTALL_PREFIX})
   cmake_path(RELATIVE_PATH PC_PREFIX BASE_DIRECTORY ${pcDir})
   configure_file(${PROJECT_SOURCE_DIR}/cmake/${name}.pc.in ${PROJECT_BINARY_DIR}/${name}.pc @ONLY)
-  install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+    COMPONENT dev)
 endfunction()
 
 function(coap_rpc_install_package)
   set(packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/coap_svc_rpc)
-  install(EXPORT coap_svc_rpcTargets NAMESPACE coap_svc_rpc:: DESTINATION ${packageDir})
+  install(EXPORT coap_svc_rpcTargets NAMESPACE coap_svc_rpc:: DESTINATION ${packageDir}
+    COMPONENT dev)
   configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/coap_svc_rpcConfig.cmake.in
     ${PROJECT_BINARY_DIR}/coap_svc_rpcConfig.cmake INSTALL_DESTINATION ${packageDir})
   write_basic_package_version_file(${PROJECT_BINARY_DIR}/coap_svc_rpcConfigVersion.cmake
     COMPATIBILITY SameMajorVersion)
   install(FILES ${PROJECT_BINARY_DIR}/coap_svc_rpcConfig.cmake
-    ${PROJECT_BINARY_DIR}/coap_svc_rpcConfigVersion.cmake DESTINATION ${packageDir})
+    ${PROJECT_BINARY_DIR}/coap_svc_rpcConfigVersion.cmake DESTINATION ${packageDir}
+    COMPONENT dev)
 
   coap_rpc_install_pkgconfig(coap_svc_rpc)
   coap_rpc_install_pkgconfig(kestrel)
+endfunction()
+
+# The documents, and the reference when scripts/make-reference has made it.
+function(coap_rpc_install_documents)
+  install(FILES ${PROJECT_SOURCE_DIR}/docs/man/coap_svc_rpc.7
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT dev)
+  file(GLOB documents CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md
+    ${PROJECT_SOURCE_DIR}/docs/*.svg ${PROJECT_SOURCE_DIR}/docs/*.png)
+  install(FILES ${documents} DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs COMPONENT doc)
+  install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/SECURITY.md
+    DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${CMAKE_INSTALL_DOCDIR}
+    COMPONENT doc FILES_MATCHING PATTERN "*.c" PATTERN "*.cpp" PATTERN "*.h"
+    PATTERN tests EXCLUDE)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/build/reference/html/
+    DESTINATION ${CMAKE_INSTALL_DOCDIR}/reference COMPONENT doc OPTIONAL)
 endfunction()

@@ -1,0 +1,27 @@
+# Run by cpack on the staged components, before packages are made from them: adds copyright and change
+# logs to each, and compresses manual pages.  SOURCE_DATE_EPOCH gives the time, when it is set.
+cmake_minimum_required(VERSION 3.25)
+
+string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)
+set(version ${CPACK_PACKAGE_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})
+set(changelog "${CPACK_PACKAGE_NAME} (${version}) unstable; urgency=medium
+
+  * Release ${CPACK_PACKAGE_VERSION}; its changes are in changelog.gz.
+
+ -- ${CPACK_PACKAGE_CONTACT}  ${now}
+")
+
+foreach(component IN LISTS CPACK_COMPONENTS_ALL)
+  string(TOUPPER ${component} upper)
+  set(share ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/${component}${CPACK_PACKAGING_INSTALL_PREFIX}/share)
+  set(documents ${share}/doc/${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
+  file(WRITE ${documents}/changelog.Debian "${changelog}")
+  file(COPY_FILE ${CMAKE_CURRENT_LIST_DIR}/../CHANGELOG.md ${documents}/changelog)
+  file(COPY_FILE ${CPACK_COAP_RPC_COPYRIGHT} ${documents}/copyright)
+  file(CHMOD ${documents}/changelog.Debian ${documents}/changelog ${documents}/copyright
+    PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+  file(GLOB manuals ${share}/man/man*/*.[0-9])
+  execute_process(COMMAND gzip -9 -n ${documents}/changelog.Debian
+    ${documents}/changelog ${manuals}
+    COMMAND_ERROR_IS_FATAL ANY)
+endforeach()

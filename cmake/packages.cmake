@@ -1,0 +1,101 @@
+# Debian packages, one of each component: cpack -G DEB, or scripts/package, which also finds or makes
+# everything that goes into them.
+#   library   libcoap-svc-rpc1        tools   coap-svc-rpc-tools
+#   host      libkestrel1             doc     libcoap-svc-rpc-doc
+#   dev       libcoap-svc-rpc-dev
+# package_files.cmake adds what Debian wants in a package and an installation does not have.
+
+# The maintainer of a package is who makes it: Debian's variables say so, else git does.
+function(coap_rpc_maintainer out)
+  set(name "$ENV{DEBFULLNAME}")
+  set(mail "$ENV{DEBEMAIL}")
+  foreach(item name mail)
+    if(NOT ${item})
+      string(REPLACE mail email key ${item})
+      execute_process(COMMAND git config user.${key} WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
+        OUTPUT_VARIABLE ${item} OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+    endif()
+  endforeach()
+  if(NOT name OR NOT mail)
+    cmake_host_system_information(RESULT host QUERY FQDN)
+    set(name "${PROJECT_NAME} maintainers")
+    set(mail "root@${host}")
+  endif()
+  set(${out} "${name} <${mail}>" PARENT_SCOPE)
+endfunction()
+
+# coap_rpc_add_deb(<component> <package> <section> <short description> <long description>
+#                  [DEPENDS <package relations>] [SUGGESTS <package relations>])
+macro(coap_rpc_add_deb component package section short long)
+  cmake_parse_arguments(arg "" "DEPENDS;SUGGESTS" "" ${ARGN})
+  string(TOUPPER ${component} upper)
+  list(APPEND CPACK_COMPONENTS_ALL ${component})
+  set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${package})
+  set(CPACK_DEBIAN_${upper}_PACKAGE_SECTION ${section})
+  set(CPACK_DEBIAN_${upper}_PACKAGE_DEPENDS "${arg_DEPENDS}")
+  set(CPACK_DEBIAN_${upper}_PACKAGE_SUGGESTS "${arg_SUGGESTS}")
+  set(CPACK_DEBIAN_${upper}_DESCRIPTION "${short}\n${long}")
+endmacro()
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME coap-svc-rpc)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # each package has its own
+coap_rpc_maintainer(CPACK_PACKAGE_CONTACT)
+set(CPACK_VERBATIM_VARIABLES ON)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
+  GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
+# Behind the first rule it goes on about what is not compiled in.
+file(READ ${COAP_RPC_LIBCOAP_DIR}/LICENSE LIBCOAP_LICENSE)
+string(REGEX REPLACE "\n=====.*" "" LIBCOAP_LICENSE "${LIBCOAP_LICENSE}")
+set(CPACK_COAP_RPC_COPYRIGHT ${PROJECT_BINARY_DIR}/package/copyright)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/copyright.in ${CPACK_COAP_RPC_COPYRIGHT} @ONLY)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/cmake/package_files.cmake)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_GROUPING IGNORE)
+
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_PACKAGE_SOURCE ${CPACK_PACKAGE_NAME})
+set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(version "(= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
+
+set(CPACK_COMPONENTS_ALL)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+foreach(component LIBRARY HOST TOOLS)
+  set(CPACK_DEBIAN_${component}_PACKAGE_SHLIBDEPS ON)
+endforeach()
+set(CPACK_DEBIAN_DOC_PACKAGE_ARCHITECTURE all)
+
+set(major ${PROJECT_VERSION_MAJOR})
+coap_rpc_add_deb(library libcoap-svc-rpc${major} libs
+  "RPC service over CoAP - shared library"
+  "A library that an application embeds: its processes register URIs in tables,
+call each other over UDP by CoAP, and keep each other's state in step through
+Observe.  It needs a host, which gives it memory, timers, log and display
+commands: the application itself, or libkestrel${major}."
+  SUGGESTS libkestrel${major})
+coap_rpc_add_deb(host libkestrel${major} libs
+  "RPC service over CoAP - reference host"
+  "A host for the RPC service that an application can use as it is: memory pools,
+timers, log and display commands on one event loop.")
+coap_rpc_add_deb(dev libcoap-svc-rpc-dev libdevel
+  "RPC service over CoAP - development files"
+  "Headers of the RPC service and of its hosts, files for pkg-config and CMake,
+and a manual page."
+  DEPENDS "libcoap-svc-rpc${major} ${version}, libkestrel${major} ${version}"
+  SUGGESTS libcoap-svc-rpc-doc)
+if(TARGET kestrel-console)
+  coap_rpc_add_deb(tools coap-svc-rpc-tools net
+    "RPC service over CoAP - operator's console"
+    "kestrel-console connects to a running host and shows the tables of its RPC
+service.")
+endif()
+coap_rpc_add_deb(doc libcoap-svc-rpc-doc doc
+  "RPC service over CoAP - documentation"
+  "Reference of the headers, descriptions of the library, and example programs.")
+
+include(CPack)
