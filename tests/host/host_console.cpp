@@ -1,4 +1,6 @@
 /* host_console.cpp: the socket's protocol: requests, answers, pages, stopping. */
+#include <uv.h>
+
 #include "console_host.h"
 
 using host_test::ConsoleHost;
@@ -155,4 +157,26 @@ TEST_F(HostConsole, Delete_EndsEverything) {
   peer.Receive();
   EXPECT_TRUE(peer.IsAtEnd());
   EXPECT_NE(0, access(m_path.c_str(), F_OK));
+}
+
+TEST_F(HostConsole, LoopOfTheApplication_IsLeftClean) {
+  uv_loop_t loop;
+  ASSERT_EQ(0, uv_loop_init(&loop));
+  KestrelParam param = m_log.Param();
+  param.loop = &loop;
+  host_test::HostPtr host(KestrelNew(&param, nullptr, 0));
+  const KestrelDispAccess access{m_path.c_str(), 0, 0};
+  ASSERT_EQ(0u, KestrelDispListen(host.get(), &access));
+  ConsolePeer peer(m_path);
+  peer.Send("objects\n");
+  for (int i = 0; i < 1000 && !peer.Ends(kSuccess); ++i) {
+    uv_run(&loop, UV_RUN_NOWAIT);
+    peer.Receive();
+  }
+  EXPECT_EQ("* kestrel-console 1\n. 0 success\n", peer.Received());
+  host.reset();
+  uv_run(&loop, UV_RUN_DEFAULT);
+  EXPECT_EQ(0, uv_loop_close(&loop));
+  peer.Receive();
+  EXPECT_TRUE(peer.IsAtEnd());
 }
