@@ -1,4 +1,5 @@
 // Requests to synchronous entries and to entries without callbacks, byte by byte.
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 #include "wire_server.h"
 
 namespace coap_rpc_test {
@@ -250,6 +251,40 @@ TEST_F(Sync, OnlyTheLowTwoBitsOfTheModeCount) {
   Serve(KeyOf("m4"), RegOf(&app_, 0xFC));
   Ask(Get(CoapType::kCon, "m4", "q"));
   EXPECT_EQ(app_.requests.size(), 1u);
+}
+
+// PartOf is one of the three blocks of a request.
+CoapMessage PartOf(uint32_t num, uint16_t mid, uint32_t size1) {
+  CoapMessage part = Request(CoapType::kCon, kCodeGet, mid, {7}).AddPath("a/b");
+  part.AddBlock(kOptBlock1, {num, num < 2, 6}).AddUint(kOptSize1, size1);
+  return part.PayloadText(std::string(num < 2 ? 1024 : 952, static_cast<char>('0' + num)));
+}
+
+TEST_F(Sync, RequestsInBlocks_64AreKeptAndTheOldestGo) {
+  ServeGet();
+  std::vector<std::unique_ptr<RawPeer>> peers;
+  for (int i = 0; i < 80; ++i) {
+    peers.push_back(std::make_unique<RawPeer>());
+    peers.back()->SetRemote(Address());
+    EXPECT_EQ(Ask(*peers.back(), PartOf(0, ++mid_, 3000)).code, Code(2, 31)) << i;
+  }
+  Tick();
+  EXPECT_EQ(CoapRpcLibLimitUploads(Ctx()->lib->coapCtx, 1000, SIZE_MAX), 64u);
+  for (uint32_t num = 1; num <= 2; ++num) {
+    Ask(*peers.front(), PartOf(num, ++mid_, 3000));
+    Ask(*peers.back(), PartOf(num, ++mid_, 3000));
+  }
+  ASSERT_EQ(app_.requests.size(), 1u);
+  EXPECT_EQ(app_.requests[0].payload,
+            std::string(1024, '0') + std::string(1024, '1') + std::string(952, '2'));
+}
+
+TEST_F(Sync, RequestThatClaimsToBeHuge_IsDropped) {
+  ServeGet();
+  Ask(PartOf(0, ++mid_, 0x7FFFFFFF));
+  Tick();
+  EXPECT_EQ(CoapRpcLibLimitUploads(Ctx()->lib->coapCtx, 1000, SIZE_MAX), 0u);
+  EXPECT_TRUE(app_.requests.empty());
 }
 
 TEST_F(Sync, NoOnRequest_EmptyAck) {

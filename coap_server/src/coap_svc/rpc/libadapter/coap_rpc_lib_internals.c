@@ -189,6 +189,56 @@ void CoapRpcLibEndBlocks(coap_session_t *session, const void *appPtr) {
   coap_block_delete_lg_xmit(session, blocks);
 }
 
+/* Upload is one request body in the making. */
+typedef struct Upload {
+  coap_session_t *session;
+  coap_lg_srcv_t *body;
+} Upload;
+
+static void DropUpload(const Upload *upload) {
+  LL_DELETE(upload->session->lg_srcv, upload->body);
+  coap_block_delete_lg_srcv(upload->session, upload->body);
+}
+
+static void DropLongUploads(coap_session_t *session, size_t maxLen) {
+  coap_lg_srcv_t *body;
+  coap_lg_srcv_t *next;
+  LL_FOREACH_SAFE(session->lg_srcv, body, next) {
+    const Upload upload = {session, body};
+    if (body->body_data && body->body_data->length > maxLen) DropUpload(&upload);
+  }
+}
+
+/* CountUploads also finds the one that was not used for longest. */
+static unsigned CountUploads(coap_session_t *session, Upload *oldest) {
+  unsigned num = 0;
+  coap_lg_srcv_t *body;
+  LL_FOREACH(session->lg_srcv, body) {
+    ++num;
+    if (oldest->body && oldest->body->last_used <= body->last_used) continue;
+    *oldest = (Upload){session, body};
+  }
+  return num;
+}
+
+unsigned CoapRpcLibLimitUploads(coap_context_t *coapCtx, unsigned maxNum, size_t maxLen) {
+  for (;;) {
+    unsigned num = 0;
+    Upload oldest = {NULL, NULL};
+    coap_endpoint_t *endPoint;
+    LL_FOREACH(coapCtx->endpoint, endPoint) {
+      coap_session_t *session;
+      coap_session_t *next;
+      SESSIONS_ITER(endPoint->sessions, session, next) {
+        DropLongUploads(session, maxLen);
+        num += CountUploads(session, &oldest);
+      }
+    }
+    if (num <= maxNum) return num;
+    DropUpload(&oldest);
+  }
+}
+
 unsigned CoapRpcLibNumAnonymous(const coap_context_t *coapCtx) {
   unsigned num = 0;
   coap_session_t *session;

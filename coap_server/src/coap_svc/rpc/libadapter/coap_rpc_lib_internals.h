@@ -56,6 +56,11 @@ void CoapRpcLibExpireBlocks(coap_session_t *session, const void *appPtr, uint32_
  * there is one.  Its release function runs then. */
 void CoapRpcLibEndBlocks(coap_session_t *session, const void *appPtr);
 
+/* CoapRpcLibLimitUploads drops request bodies that are still coming in blocks: those for which more
+ * than maxLen bytes are set aside, and the ones unused for longest beyond maxNum.  Returns how many
+ * are left. */
+unsigned CoapRpcLibLimitUploads(coap_context_t *coapCtx, unsigned maxNum, size_t maxLen);
+
 /* CoapRpcLibNumAnonymous counts the client sessions without application data. */
 unsigned CoapRpcLibNumAnonymous(const coap_context_t *coapCtx);
 
