@@ -1,7 +1,6 @@
 // Two instances that do whatever they may, in random order; in the end everything works again.
 #include <random>
 
-#include "coap_svc/rpc/common/coap_rpc_list.h"
 #include "two_instances.h"
 
 namespace coap_rpc_test {

@@ -1,74 +1,12 @@
 // Two instances: a client's mirror of what a server publishes.
 #include <random>
 
-#include "coap_svc/rpc/common/coap_rpc_list.h"
-#include "two_instances.h"
+#include "two_observe.h"
 
 namespace coap_rpc_test {
 namespace {
 
 using Tuples = std::map<std::string, std::string>;
-
-class TwoObserve : public TwoInstances {
- protected:
-  // Publish makes the URI "table" on the server and a client that keeps a mirror of it.
-  void Publish(bool isJson) {
-    isJson_ = isJson;
-    server_.ServeObserve(key_, &app_, isJson);
-    RegisterAsker();
-  }
-
-  void RegisterAsker() {
-    asker_.Register(key_, &responses_);
-    responses_.onPayload = [this](const std::string &payload) {
-      if (isJson_) {
-        mirror_.TakeJson(payload);
-      } else {
-        mirror_.TakeIdl(payload);
-      }
-    };
-  }
-
-  void Set(const std::string &key, const std::string &val) {
-    app_.data[key] = val;
-    EXPECT_EQ(COAP_RpcSerObserveDataUpdate(server_.Ctx(), &key_, key.data(), val.data()), 0u);
-  }
-  void Erase(const std::string &key) {
-    app_.data.erase(key);
-    COAP_RpcSerObserveDataDel(server_.Ctx(), &key_, key.data());
-  }
-
-  // Fill publishes tuples "0000" to at most "9999".
-  void Fill(int num) {
-    for (int i = 0; i < num; ++i) {
-      const std::string text = std::to_string(10'000 + i).substr(1);
-      Set(text, text);
-    }
-  }
-
-  CoapRpcSerUriVtbl *Entry() { return COAP_RpcSerFindUriVtbl(server_.Ctx()->ser, &key_); }
-  size_t NumObservers() { return Entry()->observerNum; }
-
-  // IsMirrored moves time until the client has what the server has, and nothing is under way.
-  bool IsMirrored() {
-    return RunUntil([this] {
-      return mirror_.tuples == app_.data && coap_rpc::LinkIsAlone(Entry()->tupleChgList) &&
-             Entry()->isSendingLargeBlock == 0;
-    });
-  }
-
-  void StartMirror() {
-    EXPECT_EQ(asker_.Observe(key_, server_), 0u);
-    ASSERT_TRUE(RunUntil([this] { return NumObservers() == 1; }));
-    ASSERT_TRUE(IsMirrored());
-  }
-
-  const CoapRpcUriKey key_ = KeyOf("table", COAP_RPC_CON, 1);
-  bool isJson_ = true;
-  ObserveApp app_;
-  Responses responses_;
-  Mirror mirror_;
-};
 
 class TwoMirror : public TwoObserve, public testing::WithParamInterface<bool> {
  protected:
@@ -317,123 +255,6 @@ TEST_P(TwoMirror, NonTable_IsMirrored) {
     EXPECT_EQ(COAP_RpcSerObserveDataUpdate(server_.Ctx(), &non, key.data(), val.data()), 0u);
     ASSERT_TRUE(RunUntil([&] { return mirror_.tuples == app.data; })) << i;
   }
-}
-
-class TwoPeers : public TwoObserve {
- protected:
-  TwoPeers() {
-    Publish(true);
-    Fill(3);
-  }
-
-  // Runs until `num` requests of the relation have been given up.
-  bool HasGivenUp(uint32_t num) {
-    return RunUntil([this, num] { return asker_.RecordOf(key_)->Tout >= num; });
-  }
-};
-
-TEST_F(TwoPeers, ServerAwayAtTheStart_GetsTheRetransmission) {
-  server_.Detach(key_);
-  EXPECT_EQ(asker_.Observe(key_, server_), 0u);
-  Steps(20);
-  server_.Attach(key_);
-  EXPECT_TRUE(IsMirrored());
-  EXPECT_EQ(asker_.RecordOf(key_)->Tout, 0u);
-}
-
-TEST_F(TwoPeers, ServerAwayForGood_EachGivenUpRequestIsCounted) {
-  server_.Detach(key_);
-  for (uint32_t i = 1; i <= 3; ++i) {
-    EXPECT_EQ(asker_.Observe(key_, server_), 0u);
-    ASSERT_TRUE(HasGivenUp(i)) << i;
-  }
-  EXPECT_EQ(asker_.RecordOf(key_)->reSnd, 3u);
-  server_.Attach(key_);
-  EXPECT_EQ(asker_.Observe(key_, server_), 0u);
-  EXPECT_TRUE(IsMirrored());
-}
-
-TEST_F(TwoPeers, ClientThatStoodStill_CatchesUp) {
-  StartMirror();
-  for (int i = 0; i < 30; ++i) {
-    Set("0001", std::to_string(1000 + i));
-    server_.Host().AdvanceMs(1000);
-  }
-  EXPECT_NE(mirror_.tuples, app_.data);
-  EXPECT_TRUE(IsMirrored());
-}
-
-TEST_F(TwoPeers, ServerThatRestarts_IsObservedAnew) {
-  StartMirror();
-  server_.Stop();
-  app_.data.clear();
-  Steps(50);
-  server_.Start();
-  server_.ServeObserve(key_, &app_, true);
-  Fill(5);
-  EXPECT_EQ(NumObservers(), 0u);
-  EXPECT_EQ(asker_.Observe(key_, server_), 0u);
-  EXPECT_TRUE(IsMirrored());
-  EXPECT_EQ(NumObservers(), 1u);
-}
-
-TEST_F(TwoPeers, VerifyAfterARestart_BringsWhatTheApplicationHas) {
-  StartMirror();
-  server_.Stop();
-  server_.Start();
-  server_.ServeObserve(key_, &app_, true);
-  app_.data["0009"] = "only";  // known to the application, not published
-  EXPECT_EQ(asker_.Call(COAP_RpcCliObserveReqVerify, key_, server_), 0u);
-  EXPECT_TRUE(IsMirrored());
-  EXPECT_EQ(app_.numWalks, 1u);
-}
-
-TEST_F(TwoPeers, ClientThatRestarts_IsServedFromItsNewSession) {
-  StartMirror();
-  asker_.Stop();
-  mirror_ = Mirror();
-  asker_.Start();
-  RegisterAsker();
-  EXPECT_EQ(asker_.Observe(key_, server_), 0u);
-  EXPECT_TRUE(IsMirrored());
-  Set("0001", "more");
-  EXPECT_TRUE(IsMirrored());
-}
-
-TEST_F(TwoPeers, UriDetachedAndAttached_IsObservedAnew) {
-  StartMirror();
-  server_.Detach(key_);
-  Steps(50);
-  server_.Attach(key_);
-  Set("0001", "more");
-  EXPECT_EQ(asker_.Observe(key_, server_), 0u);
-  EXPECT_TRUE(IsMirrored());
-}
-
-TEST_F(TwoPeers, KeepAlive_ReportsTheServerThatVanished) {
-  EXPECT_EQ(COAP_RpcSetKeepAlive(asker_.Ctx(), 5), 0u);
-  StartMirror();
-  Steps(600);
-  EXPECT_TRUE(responses_.gone.empty());
-  server_.Detach(key_);
-  ASSERT_TRUE(RunUntil([this] { return !responses_.gone.empty(); }));
-  EXPECT_EQ(responses_.gone[0], kServerIp);
-  EXPECT_NE(asker_.RecordOf(key_), nullptr);  // left as it was
-  EXPECT_TRUE(asker_.HasSession());
-}
-
-TEST_F(TwoPeers, ClientThatVanishes_IsDroppedAfterItsLastRetransmission) {
-  StartMirror();
-  asker_.Stop();
-  Set("0001", "more");
-  EXPECT_TRUE(RunUntil(
-      [this] {
-        server_.Host().AdvanceMs(1000);
-        return NumObservers() == 0;
-      },
-      120))
-      << NumObservers();
-  asker_.Start();
 }
 
 }  // namespace
