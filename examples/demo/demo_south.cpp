@@ -12,7 +12,7 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstring>
+#include <iterator>
 #include <memory>
 #include <sstream>
 
@@ -137,14 +137,14 @@ class South {
   Verdict ObserveLive() {
     constexpr uint32_t kNumShown = 3;  // the full set and two changes
     const DemoSetId live[] = {kInterfaces, kCpuTimes, kProcesses};
-    const auto haveAll = [&](uint32_t num) {
-      return std::all_of(std::begin(live), std::end(live),
-                         [&](DemoSetId id) { return Set(id).NumDocuments() >= num; });
+    const auto numWith = [&](uint32_t num) {
+      return std::count_if(std::begin(live), std::end(live),
+                           [&](DemoSetId id) { return Set(id).NumDocuments() >= num; });
     };
     for (const DemoSetId id : live) Set(id).Observe();
     const bool isThere = Until(kPatience, [&] {
-      screen_.Bar("full sets arrived", haveAll(1) ? 3 : 0, 3);
-      return haveAll(1);
+      screen_.Bar("full sets arrived", static_cast<uint64_t>(numWith(1)), std::size(live));
+      return numWith(1) == std::ssize(live);
     });
     Set(kFilesJson).Observe();  // ahead
     Set(kFilesIdl).Observe();
@@ -153,7 +153,7 @@ class South {
     screen_.Rows("processes of north", "         ticks           KiB", Set(kProcesses).Copy());
     const bool isLive = isThere && Until(kPatience, [&] {
                           screen_.Rows("interfaces of north", kColumns, Set(kInterfaces).Copy());
-                          return haveAll(kNumShown);
+                          return numWith(kNumShown) == std::ssize(live);
                         });
     return {isLive, CountsOf(Set(kInterfaces)) + "; " + CountsOf(Set(kCpuTimes)) + "; " +
                         CountsOf(Set(kProcesses))};
@@ -299,7 +299,7 @@ class South {
     screen_.Say(who + "> " + command);
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) screen_.Say("  " + line);
-    return text.find("uri") != std::string::npos ? 1 : 0;
+    return text.find("***total") != std::string::npos ? 1 : 0;
   }
 
   // The loop goes on meanwhile: the program may be talking to us.
