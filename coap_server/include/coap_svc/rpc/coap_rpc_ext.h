@@ -13,7 +13,10 @@ COAP_RPC_C_BEGIN
  *   seconds   silence after which a session's peer is asked; 0 switches it off
  *
  * A vanished peer is noticed with the ping after the one that it missed, so after two to three
- * periods, or later while libcoap still retransmits the first one.
+ * periods, or later while libcoap still retransmits the first one.  Datagrams of both directions
+ * break the silence: with requests more often than `seconds` a peer is never asked.  One that is
+ * back before it is asked is not reported, although it may have restarted and know nothing of our
+ * observe relations any more: COAP_RpcCliObserveReqVerify now and then renews them.
  *
  * Returns 0 or:  1900001404 null instance (asserted) */
 COAP_RPC_API uint32_t COAP_RpcSetKeepAlive(CoapRpcCtx *ctx, uint32_t seconds);
