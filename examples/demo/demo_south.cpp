@@ -173,7 +173,7 @@ class South {
       if (!isAsked && json.Copy().size() == kNumFiles) {
         isAsked = true;
         askedAt_ = DemoClock::now();
-        numDocuments_ = json.NumDocuments();
+        numRowsAsked_ = json.NumRows();
         json.Verify();  // ahead
       }
       return isAsked && idl.Copy().size() == kNumFilesIdl;
@@ -205,9 +205,9 @@ class South {
           return files.NumFullSets() > 0;
         });
     const bool isEqual = isSent && IsEqualToNorth(files);
-    return {isEqual,
-            "unchanged: 0 rows sent; changed: " + std::to_string(files.NumRows() - numRowsBefore) +
-                " rows, mirror " + (isEqual ? "equal" : "NOT equal")};
+    return {isEqual, "unchanged: " + std::to_string(numRowsUnchanged_) +
+                         " rows sent; changed: " + (files.NumRows() - numRowsBefore) +
+                         " rows, mirror " + (isEqual ? "equal" : "NOT equal")};
   }
 
   // While a second observer is there, changes go to it alone: our mirror stands still.
@@ -244,7 +244,8 @@ class South {
       }
       return seconds >= kSilence;
     });
-    const bool isSilent = Set(kFilesJson).NumDocuments() == numDocuments_;
+    numRowsUnchanged_ = Set(kFilesJson).NumRows() - numRowsAsked_;
+    const bool isSilent = numRowsUnchanged_ == 0;
     screen_.Say(isSilent ? "asked with the present check code: no document came"
                          : "asked with the present check code, yet a document came");
     return isSilent;
@@ -328,7 +329,8 @@ class South {
   const std::string console_;                     // command up to the name of the socket
   std::vector<std::unique_ptr<Mirror>> mirrors_;  // by DemoSetId
   DemoClock::time_point askedAt_;                 // when the files were verified ahead
-  uint32_t numDocuments_ = 0;                     // how many of them had come by then
+  uint64_t numRowsAsked_ = 0;                     // how many rows had come by then
+  uint64_t numRowsUnchanged_ = 0;                 // how many came although nothing had changed
 };
 
 }  // namespace
