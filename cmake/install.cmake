@@ -60,8 +60,9 @@ function(coap_rpc_install_package)
   coap_rpc_install_pkgconfig(kestrel)
 endfunction()
 
-# The documents, and the reference when scripts/make-reference has made it.
+# The documents, and the reference when it has been made (target reference).
 function(coap_rpc_install_documents)
+  add_custom_target(reference COMMAND ${PROJECT_SOURCE_DIR}/scripts/make-reference VERBATIM)
   install(FILES ${PROJECT_SOURCE_DIR}/docs/man/coap_svc_rpc.7
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT dev)
   file(GLOB documents CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md

@@ -1,5 +1,5 @@
-# Run by cpack on the staged components, before packages are made from them: adds copyright and change
-# logs to each, and compresses manual pages.  SOURCE_DATE_EPOCH gives the time, when it is set.
+# Run by cpack on the staged components, before packages are made from them: adds copyright and
+# change logs to each, and compresses manual pages.  SOURCE_DATE_EPOCH gives the time, when set.
 cmake_minimum_required(VERSION 3.25)
 
 string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)
@@ -13,7 +13,8 @@ set(changelog "${CPACK_PACKAGE_NAME} (${version}) unstable; urgency=medium
 
 foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   string(TOUPPER ${component} upper)
-  set(share ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/${component}${CPACK_PACKAGING_INSTALL_PREFIX}/share)
+  set(staged ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/${component})
+  set(share ${staged}${CPACK_PACKAGING_INSTALL_PREFIX}/share)
   set(documents ${share}/doc/${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
   file(WRITE ${documents}/changelog.Debian "${changelog}")
   file(COPY_FILE ${CMAKE_CURRENT_LIST_DIR}/../CHANGELOG.md ${documents}/changelog)

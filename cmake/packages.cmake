@@ -1,4 +1,4 @@
-# Debian packages, one of each component: cpack -G DEB, or scripts/package, which also finds or makes
+# Debian packages, one of each component: cpack -G DEB, or scripts/package, which also makes
 # everything that goes into them.
 #   library   libcoap-svc-rpc1        tools   coap-svc-rpc-tools
 #   host      libkestrel1             doc     libcoap-svc-rpc-doc
@@ -65,6 +65,13 @@ set(version "(= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
 set(CPACK_COMPONENTS_ALL)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+# The trigger runs ldconfig.  cpack would add scripts that do so once more, unless there are others:
+# it leaves out those that it is told of but does not find.
+set(triggers ${PROJECT_BINARY_DIR}/package/triggers)
+file(CONFIGURE OUTPUT ${triggers} CONTENT "activate-noawait ldconfig\n")
+foreach(component LIBRARY HOST)
+  set(CPACK_DEBIAN_${component}_PACKAGE_CONTROL_EXTRA ${triggers} no-file/postinst no-file/postrm)
+endforeach()
 foreach(component LIBRARY HOST TOOLS)
   set(CPACK_DEBIAN_${component}_PACKAGE_SHLIBDEPS ON)
 endforeach()
