@@ -33,6 +33,14 @@ static void OnReadable(void *param, int fd) {
   COAP_RpcProcIo((CoapRpcCtx *)param);
 }
 
+static void OpenConsole(Kestrel *host, const char *name) {
+  KestrelDispAccess access = {0};
+  access.path = getenv("EXAMPLE_CONSOLE");
+  if (!access.path) return;
+  const uint32_t result = KestrelDispListen(host, &access);
+  if (result != KESTREL_OK) fprintf(stderr, "%s: no console: %s\n", name, KestrelResultText(result));
+}
+
 int ExampleStart(Example *example, const char *name) {
   KestrelParam param = {0};
   char error[256] = "";
@@ -50,6 +58,7 @@ int ExampleStart(Example *example, const char *name) {
     return 1;
   }
   KestrelWatch(example->host, COAP_RpcGetIoFd(example->ctx), OnReadable, example->ctx);
+  OpenConsole(example->host, name);
   g_running = example->host;
   signal(SIGINT, StopOnSignal);
   signal(SIGTERM, StopOnSignal);

@@ -3,7 +3,8 @@
  *
  * The examples talk over the loopback.  Servers stand on 127.0.0.2, clients on 127.0.0.1, which is
  * where a socket that is not bound sends from.  With EXAMPLE_LOG set in the environment the
- * library's log goes to the standard error. */
+ * library's log goes to the standard error; with EXAMPLE_CONSOLE an operator's console reaches the
+ * instance at that path. */
 #ifndef EXAMPLE_H
 #define EXAMPLE_H
 
