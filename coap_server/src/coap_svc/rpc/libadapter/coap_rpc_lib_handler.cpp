@@ -26,7 +26,6 @@ constexpr int32_t kResultChanged = -1;
 constexpr int32_t kResultFailed = -2;
 
 constexpr uint32_t kIsObserve = 2;
-constexpr uint32_t kSysLogLevel = 1;
 
 CoapRpcCtx *RootOf(coap_resource_t *resource) {
   return resource ? static_cast<CoapRpcCtx *>(coap_resource_get_userdata(resource)) : nullptr;
@@ -54,7 +53,7 @@ void LogRequest(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry, const uint8_t *
   COAP_RPC_DEBUG(ctx, "[CoapRpc]get req success, uri:%s, mode:%u, len:%u, payload:%s.\n",
                  uri.c_str(), ModeOf(entry), len, text);
   if (COAP_RpcNeedRecordDiag(ctx, uri.c_str()) == 0) return;
-  CSVC_DBG_SysLog(ctx->param.dbgHandle, kSysLogLevel,
+  CSVC_DBG_SysLog(ctx->param.dbgHandle, kDebugChannelLevel,
                   "[CoapRpc]get request success, uri:%s, len:%u, payload:%s.", uri.c_str(), len,
                   text);
 }

@@ -9,8 +9,6 @@ namespace {
 
 using namespace coap_rpc;
 
-constexpr uint32_t kDbgLevel = 1;
-
 CoapRpcCtx *RootOf(const coap_session_t *session) {
   return session ? static_cast<CoapRpcCtx *>(coap_session_get_app_data(session)) : nullptr;
 }
@@ -28,7 +26,7 @@ void LogNackOfSent(CoapRpcCtx *ctx, const coap_pdu_t *sent, uint32_t reason, int
   const auto codeType = static_cast<uint32_t>(coap_pdu_get_code(sent));
   COAP_RPC_DEBUG(ctx, "[CoapRpc]handle nack, mid=%d, reason=%u, msgType=%u, codeType=%u\n", mid,
                  reason, msgType, codeType);
-  CSVC_DBG_SysLog(ctx->param.dbgHandle, kDbgLevel,
+  CSVC_DBG_SysLog(ctx->param.dbgHandle, kDebugChannelLevel,
                   "[CoapRpc]handle nack, mid=%d, reason=%u, msgType=%u, codeType=%u", mid, reason,
                   msgType, codeType);
 }
@@ -50,8 +48,8 @@ void COAP_RpcLogNackInfo(CoapRpcCtx *ctx, const coap_pdu_t *sent, uint32_t reaso
     return;
   }
   COAP_RPC_DEBUG(ctx, "[CoapRpc]handle nack, mid=%d, reason=%u.\n", mid, reason);
-  CSVC_DBG_SysLog(ctx->param.dbgHandle, kDbgLevel, "[CoapRpc]handle nack, mid=%d, reason=%u", mid,
-                  reason);
+  CSVC_DBG_SysLog(ctx->param.dbgHandle, kDebugChannelLevel,
+                  "[CoapRpc]handle nack, mid=%d, reason=%u", mid, reason);
 }
 
 int COAP_RpcEventHandler(coap_session_t *session, const coap_event_t event) {

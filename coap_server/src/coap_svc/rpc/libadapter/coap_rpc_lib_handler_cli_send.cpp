@@ -21,7 +21,6 @@ namespace {
 
 using namespace coap_rpc;
 
-constexpr uint32_t kDbgLevel = 1;
 constexpr uint32_t kMaxCode = 255;
 constexpr size_t kScratchSize = 4;
 
@@ -33,16 +32,17 @@ void LogOptionsFailed(CoapRpcCtx *ctx, const CoapRpcCliReqData &req) {
   COAP_RPC_LOG(ctx->log, kLogCliSendOptions, REQ_TEXT("request add option failed") "\n",
                REQ_ARGS(req));
   const uint64_t dbg = ctx->param.dbgHandle;
-  CSVC_DBG_Debug(dbg, kDbgLevel, REQ_TEXT("request add option failed") "\n", REQ_ARGS(req));
+  CSVC_DBG_Debug(dbg, kDebugChannelLevel, REQ_TEXT("request add option failed") "\n",
+                 REQ_ARGS(req));
   if (!NeedsDiag(ctx, req)) return;
-  CSVC_DBG_SysLog(dbg, kDbgLevel, REQ_TEXT("request add option failed"), REQ_ARGS(req));
+  CSVC_DBG_SysLog(dbg, kDebugChannelLevel, REQ_TEXT("request add option failed"), REQ_ARGS(req));
 }
 
 void LogSendFailed(CoapRpcCtx *ctx, const CoapRpcCliReqData &req) {
   COAP_RPC_LOG(ctx->log, kLogCliSendFailed, REQ_TEXT("request pdu send failed") "\n",
                REQ_ARGS(req));
   if (!NeedsDiag(ctx, req)) return;
-  CSVC_DBG_SysLog(ctx->param.dbgHandle, kDbgLevel, REQ_TEXT("request pdu send failed"),
+  CSVC_DBG_SysLog(ctx->param.dbgHandle, kDebugChannelLevel, REQ_TEXT("request pdu send failed"),
                   REQ_ARGS(req));
 }
 
@@ -50,7 +50,8 @@ void LogPayloadFailed(CoapRpcCtx *ctx, const CoapRpcCliReqData &req) {
   COAP_RPC_LOG(ctx->log, kLogCliAddPayloadFailed, REQ_TEXT("req add payload fail") "\n",
                REQ_ARGS(req));
   if (!NeedsDiag(ctx, req)) return;
-  CSVC_DBG_SysLog(ctx->param.dbgHandle, kDbgLevel, REQ_TEXT("req add payload fail"), REQ_ARGS(req));
+  CSVC_DBG_SysLog(ctx->param.dbgHandle, kDebugChannelLevel, REQ_TEXT("req add payload fail"),
+                  REQ_ARGS(req));
 }
 
 // NewPdu makes a request's PDU; null without memory, or for a type or code that is none.
@@ -175,7 +176,7 @@ void COAP_RpcLogPayloadDetail(CoapRpcCtx *ctx, const CoapRpcCliReqData *req,
   char src[kIpTextSize] = "";
   char dst[kIpTextSize] = "";
   COAP_RpcGetCurrTimeStr(ctx, time, sizeof time);
-  CSVC_DBG_SysLog(ctx->param.dbgHandle, kDbgLevel,
+  CSVC_DBG_SysLog(ctx->param.dbgHandle, kDebugChannelLevel,
                   "[CoapRpc]send request success, time=%s, srcip--destip:%s-%s uri:%s, len:%u, "
                   "payload:%s.",
                   time, COAP_RpcIpAddrGetStr(&session->key.srcIp, src, sizeof src),
