@@ -39,13 +39,18 @@ inline constexpr uint32_t kResendVisitsPerTick = 20;
 // Observe.
 inline constexpr uint32_t kUpdatePeriodMs = 1000;
 
-// Observe payloads that travel in blocks.  They silence their URI: one that is sent for a little
-// longer, so that a request for its last block can be repeated before a newer payload takes its
-// place; one that the peer no longer fetches until it is given up.
+// Observe payloads that travel in blocks.  They silence their URI until they are released: one that
+// is sent a little later, so that a request for its last block can be repeated before a newer
+// payload takes its place; one that the peer no longer fetches when it is given up.
 // Of the payloads that silence nothing, the oldest go when there are too many.
-inline constexpr uint32_t kSentBlocksSilenceMs = 900;
+inline constexpr uint32_t kSentBlocksKeepMs = 900;
 inline constexpr uint32_t kIdleBlocksKeepMs = 19000;
 inline constexpr uint32_t kMaxSpareBlocks = 64;
+
+// Last blocks of released payloads, for peers that ask again: libcoap's time, from when the block
+// was first sent.
+inline constexpr uint32_t kLastBlockKeepMs = 8000;
+inline constexpr uint32_t kMaxLastBlocks = 64;
 
 // Asynchronous requests.  A message with the same message id is a retransmission for this long
 // (RFC 7252 section 4.8.2, EXCHANGE_LIFETIME).

@@ -38,6 +38,7 @@ void StartLibCoap(const CoapRpcLibCtx *lib) {
 void RegisterHandlers(CoapRpcCtx *ctx, const CoapRpcLibCtx *lib) {
   coap_context_set_block_mode(lib->coapCtx, lib->blockMode);
   coap_context_set_max_idle_sessions(lib->coapCtx, kMaxIdleSessions);
+  coap_context_set_app_data(lib->coapCtx, ctx);
   coap_register_event_handler(lib->coapCtx, lib->eventHandler);
   coap_register_nack_handler(lib->coapCtx, lib->nackHandler);
   coap_register_response_handler(lib->coapCtx, lib->responseHandler);

@@ -144,6 +144,7 @@ void COAP_RpcSerGetHandler(coap_resource_t *resource, coap_session_t *session,
                            const coap_pdu_t *request, const coap_string_t *query,
                            coap_pdu_t *response) {
   if (!request || !response) return;
+  if (AnswerLastBlock(RootOf(resource), resource, session, request, query, response)) return;
   const uint32_t ret = COAP_RpcSerHandleRequest(resource, session, request, query, response);
   if (!resource || COAP_RpcCheckObserveOption(request) == 0) return;
 
@@ -287,6 +288,7 @@ void CoapRpcHandlerTick(CoapRpcCtx *ctx) {
 
 void CoapRpcHandlerStop(CoapRpcCtx *ctx) {
   CoapRpcAsyncForgetEntry(ctx, nullptr);
+  ForgetLastBlocks(ctx);
   FreeTargets(ctx);
 }
 

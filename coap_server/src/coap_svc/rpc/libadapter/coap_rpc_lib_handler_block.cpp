@@ -1,9 +1,12 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_block.h"
 
+#include <cstring>
+
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_list.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_last_block.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
 
 namespace coap_rpc {
@@ -11,6 +14,7 @@ namespace {
 
 using EntryBlocks = COAP_RPC_LIST(BlockRecord, entryLink);
 using AdapterBlocks = COAP_RPC_LIST(BlockRecord, adapterLink);
+using LastBlocks = COAP_RPC_LIST(CoapRpcLastBlock, link);
 
 CoapRpcCtx *RootOf(const CoapRpcSerUriVtbl *entry) { return entry->owner->owner; }
 
@@ -19,17 +23,64 @@ void ClearFlag(BlockRecord *block) {
   block->holdsFlag = false;
 }
 
-// ClearFlagOfSent frees the entry for its next payload.  The first time counts: a peer that repeats
-// its requests does not prolong the silence.  libcoap keeps the payload for them, and releases it
-// itself.
-void ClearFlagOfSent(BlockRecord *block) {
-  if (!block->holdsFlag) return;
-  if (block->sentAt == 0) block->sentAt = CoapRpcLibBlocksSentAt(block->session, block);
-  if (block->sentAt == 0) return;
+// IsOver says whether `keepMs` have gone by.
+bool IsOver(coap_tick_t since, coap_tick_t keepMs) {
   coap_tick_t now = 0;
   coap_ticks(&now);
-  constexpr coap_tick_t kSilence = kSentBlocksSilenceMs * COAP_TICKS_PER_SECOND / 1000;
-  if (block->sentAt + kSilence <= now) ClearFlag(block);
+  return since + keepMs * COAP_TICKS_PER_SECOND / 1000 <= now;
+}
+
+void Forget(CoapRpcLastBlock *last) {
+  LinkRemove(last->link);
+  CoapRpcLibFreeLastBlock(last);
+}
+
+// ForgetIf drops the last blocks that `match` says yes to.
+template <typename Match>
+void ForgetIf(CoapRpcCtx *ctx, Match match) {
+  if (!ctx->lib) return;
+  LastBlocks blocks(ctx->lib->lastBlockList);
+  CoapRpcLastBlock *next = nullptr;
+  for (CoapRpcLastBlock *last = blocks.First(); last; last = next) {
+    next = blocks.After(last);
+    if (match(*last)) Forget(last);
+  }
+}
+
+// ExpireLastBlocks also drops the oldest ones when there are too many.
+void ExpireLastBlocks(CoapRpcCtx *ctx) {
+  LastBlocks blocks(ctx->lib->lastBlockList);
+  uint32_t num = 0;
+  for (const CoapRpcLastBlock *last = blocks.First(); last; last = blocks.After(last)) ++num;
+  ForgetIf(ctx, [&](const CoapRpcLastBlock &last) {
+    const bool isDue = num > kMaxLastBlocks || IsOver(last.sentAt, kLastBlockKeepMs);
+    if (isDue) --num;
+    return isDue;
+  });
+}
+
+// NoteSent takes down when the last block was sent.  The first time counts: a peer that repeats its
+// requests does not prolong the silence.
+void NoteSent(BlockRecord *block) {
+  if (block->sentAt == 0) block->sentAt = CoapRpcLibBlocksSentAt(block->session, block);
+}
+
+// EndSent releases a payload that was sent; the record is gone then.  Its last block is remembered
+// while the entry is there and if memory allows.
+void EndSent(CoapRpcCtx *ctx, BlockRecord *block) {
+  CoapRpcSerUriVtbl *entry = block->head.entry;
+  const coap_tick_t sentAt = block->sentAt;
+  if (!entry) return CoapRpcLibEndBlocks(block->session, block);
+  CoapRpcLastBlock *last = CoapRpcLibEndSent(block->session, block);
+  if (!last) return;
+  last->entry = entry;
+  last->sentAt = sentAt;
+  LastBlocks(ctx->lib->lastBlockList).Append(last);
+}
+
+// IsSameUri says whether both entries are served by one resource.
+bool IsSameUri(const CoapRpcSerUriVtbl &a, const CoapRpcSerUriVtbl &b) {
+  return strncmp(a.key.uri, b.key.uri, COAP_RPC_URI_SIZE) == 0;
 }
 
 // EndSpareBlocks lets go of the oldest payloads that are not their entry's current one, when there
@@ -63,6 +114,10 @@ PoolPtr<BlockRecord> NewBlock(CoapRpcSerUriVtbl *entry, coap_session_t *session)
 
 CoapRpcSerLargeBlockCtx *StartBlock(PoolPtr<BlockRecord> block, void *buf) {
   CoapRpcSerUriVtbl *entry = block->head.entry;
+  // As in libcoap, a newer body takes the place of an older one.
+  ForgetIf(RootOf(entry), [&](const CoapRpcLastBlock &last) {
+    return last.session == block->session && IsSameUri(*last.entry, *entry);
+  });
   EntryBlocks blocks(entry->blockCtxList);
   for (BlockRecord *old = blocks.First(); old; old = blocks.After(old)) old->holdsFlag = false;
   entry->isSendingLargeBlock = 1;
@@ -86,16 +141,41 @@ void ExpireBlocks(CoapRpcCtx *ctx) {
   BlockRecord *next = nullptr;
   for (BlockRecord *block = blocks.First(); block; block = next) {
     next = blocks.After(block);
-    ClearFlagOfSent(block);
-    CoapRpcLibExpireBlocks(block->session, block, kIdleBlocksKeepMs);
+    NoteSent(block);
+    if (block->sentAt != 0 && IsOver(block->sentAt, kSentBlocksKeepMs)) {
+      EndSent(ctx, block);
+    } else {
+      CoapRpcLibExpireBlocks(block->session, block, kIdleBlocksKeepMs);
+    }
   }
+  ExpireLastBlocks(ctx);
+}
+
+bool AnswerLastBlock(CoapRpcCtx *ctx, coap_resource_t *resource, coap_session_t *session,
+                     const coap_pdu_t *request, const coap_string_t *query, coap_pdu_t *response) {
+  if (!ctx || !ctx->lib) return false;
+  const CoapRpcLastBlock *last =
+      LastBlocks(ctx->lib->lastBlockList).FindIf([&](const CoapRpcLastBlock &candidate) {
+        return CoapRpcLibIsLastBlock(&candidate, session, resource, request, query) != 0;
+      });
+  if (last) CoapRpcLibAnswerLastBlock(last, response);
+  return last != nullptr;
 }
 
 void ForgetEntryBlocks(CoapRpcSerUriVtbl *entry) {
+  ForgetIf(RootOf(entry), [&](const CoapRpcLastBlock &last) { return last.entry == entry; });
   EntryBlocks(entry->blockCtxList).Drain([](BlockRecord *block) {
     block->head.entry = nullptr;
     LinkRemove(block->entryLink);
   });
+}
+
+void ForgetSessionBlocks(CoapRpcCtx *ctx, const coap_session_t *session) {
+  ForgetIf(ctx, [&](const CoapRpcLastBlock &last) { return last.session == session; });
+}
+
+void ForgetLastBlocks(CoapRpcCtx *ctx) {
+  ForgetIf(ctx, [](const CoapRpcLastBlock &) { return true; });
 }
 
 }  // namespace coap_rpc

@@ -2,7 +2,8 @@
  *
  * libcoap keeps a payload for as long as the peer fetches its blocks, which may be longer than the
  * URI entry lives.  Each payload travels with a record that stays on the entry's list and on the
- * adapter's until libcoap releases it. */
+ * adapter's until it is released, within a second after its last block was first sent.  That block
+ * alone is remembered for longer, for a peer that missed it. */
 #ifndef COAP_RPC_LIB_HANDLER_BLOCK_H
 #define COAP_RPC_LIB_HANDLER_BLOCK_H
 
@@ -34,12 +35,20 @@ CoapRpcSerLargeBlockCtx *StartBlock(PoolPtr<BlockRecord> block, void *buf);
 // the caller's.
 void EndBlock(BlockRecord *block);
 
-// ExpireBlocks ends the silence of entries whose payload was sent a while ago, and lets go of
-// payloads that the peer stopped fetching and of old ones when there are too many.
+// ExpireBlocks releases payloads that were sent a while ago, that the peer stopped fetching, and
+// old ones when there are too many; it drops last blocks that are old or too many.
 void ExpireBlocks(CoapRpcCtx *ctx);
 
+// AnswerLastBlock answers a request for the last block of a payload that has been released.  False:
+// the request asks for something else; the response is as it was.
+bool AnswerLastBlock(CoapRpcCtx *ctx, coap_resource_t *resource, coap_session_t *session,
+                     const coap_pdu_t *request, const coap_string_t *query, coap_pdu_t *response);
+
 // ForgetEntryBlocks cuts all payloads loose from an entry that is about to be freed.
+// ForgetSessionBlocks and ForgetLastBlocks drop the last blocks of a session, and all of them.
 void ForgetEntryBlocks(CoapRpcSerUriVtbl *entry);
+void ForgetSessionBlocks(CoapRpcCtx *ctx, const coap_session_t *session);
+void ForgetLastBlocks(CoapRpcCtx *ctx);
 
 }  // namespace coap_rpc
 

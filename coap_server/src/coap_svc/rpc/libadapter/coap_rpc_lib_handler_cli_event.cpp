@@ -2,6 +2,7 @@
 #include "coap_svc/rpc/client/coap_rpc_cli_data.h"
 #include "coap_svc/rpc/client/coap_rpc_cli_uri.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_block.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
 #include "csvc_dbg.h"
 
@@ -11,6 +12,13 @@ using namespace coap_rpc;
 
 CoapRpcCtx *RootOf(const coap_session_t *session) {
   return session ? static_cast<CoapRpcCtx *>(coap_session_get_app_data(session)) : nullptr;
+}
+
+// ForgetSession drops what refers to a session that libcoap is about to free.
+void ForgetSession(const coap_session_t *session) {
+  coap_context_t *coapCtx = session ? coap_session_get_context(session) : nullptr;
+  auto *ctx = coapCtx ? static_cast<CoapRpcCtx *>(coap_context_get_app_data(coapCtx)) : nullptr;
+  if (ctx) ForgetSessionBlocks(ctx, session);
 }
 
 void CallOnDisconnect(CoapRpcCtx *ctx, const CoapRpcCliUriVtbl *uriVtbl,
@@ -54,6 +62,7 @@ void COAP_RpcLogNackInfo(CoapRpcCtx *ctx, const coap_pdu_t *sent, uint32_t reaso
 
 int COAP_RpcEventHandler(coap_session_t *session, const coap_event_t event) {
   if (event == COAP_EVENT_KEEPALIVE_FAILURE) COAP_RpcDisConnectedEventHandler(session);
+  if (event == COAP_EVENT_SERVER_SESSION_DEL) ForgetSession(session);
   return 0;
 }
 

@@ -160,7 +160,7 @@ const coap_pdu_t *CoapRpcLibStoredRequest(coap_resource_t *resource, coap_sessio
   return observer ? observer->pdu : NULL;
 }
 
-static coap_lg_xmit_t *FindBlocks(coap_session_t *session, const void *appPtr) {
+coap_lg_xmit_t *CoapRpcLibFindBlocks(coap_session_t *session, const void *appPtr) {
   coap_lg_xmit_t *blocks;
   LL_FOREACH(session->lg_xmit, blocks) {
     if (blocks->app_ptr == appPtr) return blocks;
@@ -169,12 +169,12 @@ static coap_lg_xmit_t *FindBlocks(coap_session_t *session, const void *appPtr) {
 }
 
 coap_tick_t CoapRpcLibBlocksSentAt(coap_session_t *session, const void *appPtr) {
-  const coap_lg_xmit_t *blocks = FindBlocks(session, appPtr);
+  const coap_lg_xmit_t *blocks = CoapRpcLibFindBlocks(session, appPtr);
   return blocks ? blocks->last_all_sent : 0;
 }
 
 void CoapRpcLibExpireBlocks(coap_session_t *session, const void *appPtr, uint32_t idleMs) {
-  coap_lg_xmit_t *blocks = FindBlocks(session, appPtr);
+  coap_lg_xmit_t *blocks = CoapRpcLibFindBlocks(session, appPtr);
   if (!blocks || blocks->last_all_sent) return;
   coap_tick_t now;
   coap_ticks(&now);
@@ -183,7 +183,7 @@ void CoapRpcLibExpireBlocks(coap_session_t *session, const void *appPtr, uint32_
 }
 
 void CoapRpcLibEndBlocks(coap_session_t *session, const void *appPtr) {
-  coap_lg_xmit_t *blocks = FindBlocks(session, appPtr);
+  coap_lg_xmit_t *blocks = CoapRpcLibFindBlocks(session, appPtr);
   if (!blocks) return;
   LL_DELETE(session->lg_xmit, blocks);
   coap_block_delete_lg_xmit(session, blocks);

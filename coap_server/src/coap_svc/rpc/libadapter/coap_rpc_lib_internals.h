@@ -1,6 +1,6 @@
 /* coap_rpc_lib_internals.h: the few things that only libcoap's internal headers offer.
  *
- * Kept in one C file: the internal headers are not made for C++. */
+ * Kept in C files, with coap_rpc_lib_last_block.h: the internal headers are not made for C++. */
 #ifndef COAP_RPC_LIB_INTERNALS_H
 #define COAP_RPC_LIB_INTERNALS_H
 
@@ -43,6 +43,9 @@ int CoapRpcLibAddToken(coap_pdu_t *pdu, const uint8_t *token, size_t len);
  * the token of `request`; null when there is none. */
 const coap_pdu_t *CoapRpcLibStoredRequest(coap_resource_t *resource, coap_session_t *session,
                                           const coap_pdu_t *request);
+
+/* CoapRpcLibFindBlocks returns the block transfer of the session that carries `appPtr`, or null. */
+coap_lg_xmit_t *CoapRpcLibFindBlocks(coap_session_t *session, const void *appPtr);
 
 /* CoapRpcLibBlocksSentAt says when the last block of the session's transfer that carries `appPtr`
  * was sent; 0 while it has not been, or when a block was asked for again since. */

@@ -1,0 +1,273 @@
+// Notifications in blocks that have been sent: released within a second, while their last block can
+// be had for longer.
+#include "block_server.h"
+#include "coap_svc/rpc/coap_rpc_ext.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_last_block.h"
+
+// libcoap's allocations, under the control of this file: linked with --wrap.
+extern "C" {
+void *__real_coap_malloc_type(coap_memory_tag_t type, size_t size);
+void *__wrap_coap_malloc_type(coap_memory_tag_t type, size_t size);
+}
+
+namespace coap_rpc_test {
+namespace {
+
+constexpr uint16_t kRequestTag = 292;  // RFC 9175
+
+bool g_failLastBlocks = false;
+int g_numFailed = 0;
+
+class LastBlocks : public Blocks {
+ protected:
+  LastBlocks() { g_numFailed = 0; }
+  ~LastBlocks() override { g_failLastBlocks = false; }
+
+  // SendWhole lets `peer` observe and fetch one payload.
+  void SendWhole(RawPeer &peer, const std::string &query = "") {
+    Register(peer, CoapType::kCon, {1}, query);
+    UpdateAll("v001");
+    Fetch(peer, BigNotification(peer), query);
+  }
+
+  uint32_t NumKept() {
+    uint32_t num = 0;
+    const CoapRpcLink &head = Ctx()->lib->lastBlockList;
+    for (const CoapRpcLink *link = head.next; link && link != &head; link = link->next) ++num;
+    return num;
+  }
+
+  // Comparable is an answer without what belongs to its request.
+  static CoapMessage Comparable(CoapMessage answer) {
+    answer.messageId = 0;
+    answer.token.clear();
+    return answer;
+  }
+
+  CoapMessage AskForLast(RawPeer &peer, const std::string &query = "") {
+    return Comparable(Ask(peer, BlockRequest(NumLastBlock(), query)));
+  }
+
+  // ExpectNothing expects an answer without payload.
+  void ExpectNothing(RawPeer &peer, const CoapMessage &request) {
+    const CoapMessage answer = Ask(peer, request);
+    EXPECT_TRUE(answer.payload.empty());
+    EXPECT_FALSE(answer.Has(kOptBlock2));
+  }
+};
+
+TEST_P(LastBlocks, FinishedTransfer_IsReleasedWithinASecondOfItsLastBlock) {
+  ServeBig(COAP_RPC_CON);
+  SendWhole(peer_);
+  const uint64_t live = host_.Pool().LiveCount();
+  EXPECT_EQ(entry_->isSendingLargeBlock, 1u);
+  host_.AdvanceMs(700);
+  EXPECT_EQ(entry_->isSendingLargeBlock, 1u);
+  EXPECT_EQ(host_.Pool().LiveCount(), live);
+  host_.AdvanceMs(200);
+  EXPECT_EQ(entry_->isSendingLargeBlock, 0u);
+  EXPECT_EQ(host_.Pool().LiveCount(), live - (IsJson() ? 1 : 2));  // a JSON text is Jansson's
+  EXPECT_EQ(NumKept(), 1u);
+}
+
+TEST_P(LastBlocks, PoolIsAsBeforeThePayloadWithinASecond) {
+  ServeBig(COAP_RPC_CON);
+  SendWhole(peer_);  // the tuples stay
+  host_.AdvanceMs(900);
+  const uint64_t live = host_.Pool().LiveCount();
+  UpdateAll("v002");
+  EXPECT_EQ(Fetch(peer_, BigNotification(peer_)), BodyOf("v002"));
+  host_.AdvanceMs(900);
+  EXPECT_EQ(host_.Pool().LiveCount(), live) << host_.Pool().LeakText();
+}
+
+TEST_P(LastBlocks, LastBlockAskedForAgain_TheSameBytesFor8Seconds) {
+  ServeBig(COAP_RPC_CON);
+  Register(peer_, CoapType::kCon, {1});
+  UpdateAll("v001");
+  const CoapMessage head = BigNotification(peer_);
+  for (uint32_t num = 1; num < NumLastBlock(); ++num) Ask(BlockRequest(num));
+  const CoapMessage first = AskForLast(peer_);
+  EXPECT_EQ(first.code, Code(2, 5));
+  EXPECT_FALSE(first.Has(kOptObserve));
+  for (const uint16_t option : {kOptEtag, kOptContentFormat, kOptUriPath, kOptSize2}) {
+    EXPECT_EQ(first.Values(option), head.Values(option)) << option;
+  }
+  const Bytes body = BodyOf("v001");
+  EXPECT_EQ(first.payload, Bytes(body.begin() + NumLastBlock() * 1024, body.end()));
+  for (const uint64_t afterMs : {500, 1000, 2500, 3000}) {  // and 100 ms for each answer
+    SCOPED_TRACE(afterMs);
+    host_.AdvanceMs(afterMs);
+    EXPECT_EQ(AskForLast(peer_), first);
+  }
+  EXPECT_EQ(NumKept(), 1u);
+  host_.AdvanceMs(1000);
+  EXPECT_EQ(NumKept(), 0u);
+  ExpectNothing(peer_, BlockRequest(NumLastBlock()));
+}
+
+TEST_P(LastBlocks, AskedForAgainWithTheQueryOfTheRegistration) {
+  ServeBig(COAP_RPC_CON);
+  SendWhole(peer_, kQuery);
+  host_.AdvanceMs(2000);
+  EXPECT_EQ(AskForLast(peer_, kQuery).payload.size(), (BodyOf("v001").size() - 1) % 1024 + 1);
+  ExpectNothing(peer_, BlockRequest(NumLastBlock()));
+  ExpectNothing(peer_, BlockRequest(NumLastBlock(), "_ual-checkcode=1"));
+}
+
+TEST_P(LastBlocks, NonRequest_GetsANonAnswer) {
+  ServeBig(COAP_RPC_CON);
+  SendWhole(peer_);
+  const CoapMessage con = AskForLast(peer_);
+  host_.AdvanceMs(1000);
+  CoapMessage request = BlockRequest(NumLastBlock());
+  request.type = CoapType::kNon;
+  CoapMessage non = Comparable(Ask(request));
+  EXPECT_EQ(non.type, CoapType::kNon);
+  non.type = con.type;
+  EXPECT_EQ(non, con);
+}
+
+TEST_P(LastBlocks, RequestsForSomethingElse_GetNothing) {
+  ServeBig(COAP_RPC_CON);
+  Serve(KeyOf("other"), RegOf(&app_, 0));
+  SendWhole(peer_);
+  host_.AdvanceMs(1000);
+  const uint32_t last = NumLastBlock();
+  RawPeer stranger;
+  stranger.SetRemote(Address());
+  ExpectNothing(stranger, BlockRequest(last));
+  ExpectNothing(peer_, BlockRequest(last - 1));
+  ExpectNothing(peer_, BlockRequest(last + 1));
+  ExpectNothing(peer_, BlockRequest(0));
+  ExpectNothing(peer_, Get(CoapType::kCon, "obs"));
+  ExpectNothing(peer_, Get(CoapType::kCon, "other").AddBlock(kOptBlock2, {last, false, 6}));
+  ExpectNothing(peer_, Post(CoapType::kCon, "obs").AddBlock(kOptBlock2, {last, false, 6}));
+  ExpectNothing(peer_, Get(CoapType::kCon, "obs").AddBlock(kOptBlock2, {last, false, 5}));
+  ExpectNothing(peer_, BlockRequest(last).Add(kRequestTag, {7}));
+  ExpectNothing(peer_, BlockRequest(last).Add(kOptEtag, EtagBytes(entry_->etag)));
+  EXPECT_EQ(AskForLast(peer_).code, Code(2, 5));
+}
+
+TEST_P(LastBlocks, PeerThatRepeatsItsRequests_DoesNotProlongTheSilence) {
+  ServeBig(COAP_RPC_CON);
+  SendWhole(peer_);
+  for (int i = 0; i < 2; ++i) {
+    host_.AdvanceMs(200);
+    EXPECT_EQ(Ask(BlockRequest(NumLastBlock())).code, Code(2, 5));
+    EXPECT_EQ(Ask(BlockRequest(1)).code, Code(2, 5));
+  }
+  host_.AdvanceMs(100);
+  EXPECT_EQ(entry_->isSendingLargeBlock, 0u);
+  EXPECT_EQ(AskForLast(peer_).code, Code(2, 5));
+}
+
+TEST_P(LastBlocks, NewerPayloadToThePeer_TakesTheLastBlocksPlace) {
+  ServeBig(COAP_RPC_CON);
+  SendWhole(peer_);
+  host_.AdvanceMs(1000);
+  UpdateAll("v002");
+  const CoapMessage first = BigNotification(peer_);
+  EXPECT_EQ(NumKept(), 0u);
+  EXPECT_EQ(Fetch(peer_, first), BodyOf("v002"));
+  host_.AdvanceMs(1000);
+  EXPECT_EQ(NumKept(), 1u);
+  const Bytes body = BodyOf("v002");
+  EXPECT_EQ(AskForLast(peer_).payload, Bytes(body.begin() + NumLastBlock() * 1024, body.end()));
+}
+
+TEST_P(LastBlocks, NewerPayloadToAnotherPeer_BothCanAskAgain) {
+  ServeBig(COAP_RPC_CON);
+  RawPeer older;
+  older.SetRemote(Address());
+  SendWhole(older);
+  host_.AdvanceMs(1000);
+  Register(peer_, CoapType::kCon, {2});
+  UpdateAll("v002");
+  const CoapMessage first = BigNotification(peer_);
+  EXPECT_EQ(Fetch(peer_, first), BodyOf("v002"));
+  host_.AdvanceMs(1000);
+  EXPECT_EQ(entry_->isSendingLargeBlock, 0u);
+  EXPECT_EQ(NumKept(), 1u);  // fetching took the older one's time
+  EXPECT_EQ(AskForLast(peer_).code, Code(2, 5));
+}
+
+TEST_P(LastBlocks, NoMemoryForIt_TheTransferIsReleasedAllTheSame) {
+  ServeBig(COAP_RPC_CON);
+  SendWhole(peer_);
+  const uint64_t live = host_.Pool().LiveCount();
+  g_failLastBlocks = true;
+  host_.AdvanceMs(1000);
+  g_failLastBlocks = false;
+  EXPECT_EQ(g_numFailed, 1);
+  EXPECT_EQ(entry_->isSendingLargeBlock, 0u);
+  EXPECT_LT(host_.Pool().LiveCount(), live);
+  EXPECT_EQ(NumKept(), 0u);
+  ExpectNothing(peer_, BlockRequest(NumLastBlock()));
+}
+
+TEST_P(LastBlocks, ManyPeers_TheOldestLastBlocksGo) {
+  ServeBig(COAP_RPC_NON);
+  app_.padding = 20;  // three blocks
+  UpdateAll("v001");
+  std::vector<std::unique_ptr<RawPeer>> peers;
+  for (int i = 1; i <= 70; ++i) {
+    peers.push_back(std::make_unique<RawPeer>());
+    RawPeer &peer = *peers.back();
+    peer.SetRemote(Address());
+    peer.Send(Observe(CoapType::kNon, {1}, kQuery));
+    COAP_RpcProcIo(Ctx());
+    const std::optional<CoapMessage> first = Next(peer);
+    ASSERT_TRUE(first);
+    for (uint32_t num = 1; num <= NumLastBlock(); ++num) {
+      peer.Send(BlockRequest(num, kQuery));
+      COAP_RpcProcIo(Ctx());
+    }
+  }
+  host_.AdvanceMs(1000);
+  EXPECT_EQ(NumKept(), 64u);
+}
+
+TEST_P(LastBlocks, SessionGoes_ItsLastBlockGoes) {
+  ServeBig(COAP_RPC_CON);
+  SendWhole(peer_);
+  host_.AdvanceMs(1000);
+  EXPECT_EQ(NumKept(), 1u);
+  EXPECT_EQ(COAP_RpcSerUnsetUri(Ctx(), &key_), 0u);  // the listen's last URI
+  EXPECT_EQ(NumKept(), 0u);
+}
+
+TEST_P(LastBlocks, EntryGoes_ItsLastBlockGoes) {
+  ServeBig(COAP_RPC_CON);
+  Serve(KeyOf("other"), RegOf(&app_, 0));
+  SendWhole(peer_);
+  host_.AdvanceMs(1000);
+  EXPECT_EQ(NumKept(), 1u);
+  COAP_RpcSerDelUriVtbl(Ctx()->ser, entry_);
+  EXPECT_EQ(NumKept(), 0u);
+  ExpectNothing(peer_, BlockRequest(NumLastBlock()));
+}
+
+TEST_P(LastBlocks, Stop_LeaksNothing) {
+  ServeBig(COAP_RPC_CON);
+  SendWhole(peer_, kQuery);
+  host_.AdvanceMs(1000);
+  EXPECT_EQ(NumKept(), 1u);
+  instance_->Stop();
+  EXPECT_EQ(host_.Pool().LiveCount(), 0u) << host_.Pool().LeakText();
+}
+
+INSTANTIATE_TEST_SUITE_P(Format, LastBlocks, testing::Values(COAP_RPC_JSON, COAP_RPC_BYTE),
+                         FormatName);
+
+}  // namespace
+}  // namespace coap_rpc_test
+
+void *__wrap_coap_malloc_type(coap_memory_tag_t type, size_t size) {
+  using namespace coap_rpc_test;
+  // Nothing else that libcoap keeps as a string is as long.
+  const bool isLastBlock = type == COAP_STRING && size > sizeof(CoapRpcLastBlock);
+  if (!g_failLastBlocks || !isLastBlock) return __real_coap_malloc_type(type, size);
+  ++g_numFailed;
+  return nullptr;
+}
