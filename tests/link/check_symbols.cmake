@@ -45,6 +45,19 @@ foreach(line IN LISTS lines)
   endif()
 endforeach()
 
+# It starts no thread and no process: what that takes is not imported.
+set(starters pthread_create thrd_create clone clone3 fork vfork posix_spawn posix_spawnp popen system
+  timer_create mq_notify getaddrinfo_a aio_read aio_write lio_listio)
+run_readelf(--dyn-syms lines)
+foreach(line IN LISTS lines)
+  if(line MATCHES " UND ([^@ ]+)")
+    set(name ${CMAKE_MATCH_1})
+    if(name IN_LIST starters OR name MATCHES "^_ZNSt6thread")
+      message(SEND_ERROR "starts a thread or a process: ${name}")
+    endif()
+  endif()
+endforeach()
+
 # A program that calls libcoap but links only our library must not get ours.
 file(WRITE ${WORK}/only_ours.c "void coap_startup(void);\nint main(void) { coap_startup(); }\n")
 execute_process(COMMAND ${COMPILER} ${WORK}/only_ours.c ${LIBRARY} -o ${WORK}/only_ours
