@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -69,6 +70,9 @@ struct LevelCase {
   bool isCounted;
   const char *text;
 };
+
+// Without it the record is shown byte by byte, with those between its fields that nobody set.
+void PrintTo(const LevelCase &levelCase, std::ostream *out) { *out << levelCase.text; }
 
 class LibLogLevel : public LibLog, public testing::WithParamInterface<LevelCase> {};
 
