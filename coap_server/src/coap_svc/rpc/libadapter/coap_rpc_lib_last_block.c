@@ -15,8 +15,10 @@ static size_t LastLength(const coap_lg_xmit_t *blocks) {
   return blocks->length - LastNum(blocks) * BlockSize(blocks);
 }
 
-/* NewLastBlock copies the last block while the payload is there. */
+/* NewLastBlock copies the last block while the payload is there.  Sessions of our own do without:
+ * no event tells when they go. */
 static CoapRpcLastBlock *NewLastBlock(coap_session_t *session, coap_lg_xmit_t *blocks) {
+  if (session->type == COAP_SESSION_TYPE_CLIENT) return NULL;
   const size_t len = LastLength(blocks);
   CoapRpcLastBlock *last = coap_malloc_type(COAP_STRING, sizeof(*last) + len);
   if (!last) return NULL;

@@ -23,7 +23,8 @@ typedef struct CoapRpcLastBlock {
 } CoapRpcLastBlock;
 
 /* CoapRpcLibEndSent ends the transfer of the session that carries `appPtr`, whose release function
- * runs then.  Returns its last block, owned, with session and blocks set; null without memory. */
+ * runs then.  Returns its last block, owned, with session and blocks set; null without memory and
+ * for a session that was opened here. */
 CoapRpcLastBlock *CoapRpcLibEndSent(coap_session_t *session, const void *appPtr);
 
 /* CoapRpcLibFreeLastBlock frees the record, which is on no list. */
