@@ -184,7 +184,7 @@ void SetAnswer(CoapRpcAsync *async, CoapRpcPayload *answer) {
   COAP_RpcFreePayload(async->answer);
   async->answer = answer;
   if (!LinkIsAlone(async->answeredLink)) return;
-  coap_async_trigger(async->async);
+  CoapRpcLibTriggerAsync(async->async, async->ctx->ioDepth != 0);
   Answered(async->ctx->lib->asyncAnsweredList).Append(async);
 }
 

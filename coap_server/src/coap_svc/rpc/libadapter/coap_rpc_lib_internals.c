@@ -253,6 +253,13 @@ void CoapRpcLibSetToken(coap_pdu_t *pdu, const coap_bin_const_t *token) {
   if (!pdu->lg_xmit) coap_update_token(pdu, token->length, token->s);
 }
 
+/* A turn ends with a look at the entries.  Libcoap would all the same set its timer to expire at
+ * once, which costs more than the answer, unless it believes that the timer is due already. */
+void CoapRpcLibTriggerAsync(coap_async_t *async, int isInIo) {
+  if (isInIo) coap_ticks(&async->session->context->next_timeout);
+  coap_async_trigger(async);
+}
+
 void CoapRpcLibClearBody(coap_pdu_t *pdu) {
   static const coap_option_num_t kBodyOptions[] = {COAP_OPTION_ETAG, COAP_OPTION_CONTENT_FORMAT,
                                                    COAP_OPTION_BLOCK2, COAP_OPTION_SIZE2};

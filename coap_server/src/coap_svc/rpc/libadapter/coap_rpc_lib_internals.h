@@ -71,6 +71,11 @@ unsigned CoapRpcLibNumAnonymous(const coap_context_t *coapCtx);
  * whose tokens are libcoap's own. */
 void CoapRpcLibSetToken(coap_pdu_t *pdu, const coap_bin_const_t *token);
 
+/* CoapRpcLibTriggerAsync lets libcoap run the handler of an asynchronous entry again: before the
+ * present turn of its I/O ends when isInIo, else as soon as its descriptor, which becomes readable,
+ * is served. */
+void CoapRpcLibTriggerAsync(coap_async_t *async, int isInIo);
+
 /* CoapRpcLibClearBody removes the payload and the options that describe it. */
 void CoapRpcLibClearBody(coap_pdu_t *pdu);
 
