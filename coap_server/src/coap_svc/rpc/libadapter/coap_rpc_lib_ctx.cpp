@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <ctime>
 
@@ -123,14 +124,33 @@ bool ProcessOnce(CoapRpcCtx *ctx) {
                     [](coap_context_t *coapCtx) { coap_io_process(coapCtx, COAP_IO_NO_WAIT); });
 }
 
-// ServeOnce is ProcessOnce for many datagrams at once.  True: there may be more.
-bool ServeOnce(CoapRpcCtx *ctx) {
-  int isReady = 0;
-  RunLibcoap(ctx, [&](coap_context_t *coapCtx) {
-    isReady = CoapRpcLibServeReady(coapCtx, kDatagramsPerRead);
-  });
-  return isReady != 0;
-}
+// Rounds are the rounds of one run.  The first reads as many datagrams of each endpoint as were
+// enough lately, each further one twice as many: a read that finds nothing costs as much as one
+// that does.  A run that takes two rounds keeps the number, a shorter one halves it.
+class Rounds {
+ public:
+  explicit Rounds(const CoapRpcLibCtx *lib)
+      : numReads_(lib && lib->numReads != 0 ? lib->numReads : 1) {}
+
+  // Serve is ProcessOnce for many datagrams at once.  True: there may be more.
+  bool Serve(CoapRpcCtx *ctx) {
+    int isReady = 0;
+    RunLibcoap(ctx, [&](coap_context_t *coapCtx) {
+      isReady = CoapRpcLibServeReady(coapCtx, numReads_, isAgain_);
+    });
+    isAgain_ = true;
+    if (isReady != 0) numReads_ = std::min<uint32_t>(2 * numReads_, kDatagramsPerRead);
+    return isReady != 0;
+  }
+
+  void Keep(CoapRpcLibCtx *lib) const {
+    if (lib) lib->numReads = static_cast<uint16_t>(numReads_ / 4);
+  }
+
+ private:
+  uint32_t numReads_;
+  bool isAgain_ = false;
+};
 
 uint64_t MonotonicMs() {
   timespec now;
@@ -327,10 +347,11 @@ int COAP_RpcGetIoFd(CoapRpcCtx *ctx) {
 uint32_t COAP_RpcProcIo(CoapRpcCtx *ctx) {
   if (!ctx) return 0;
   const uint64_t endMs = MonotonicMs() + kIoBudgetMs;
-  while (ServeOnce(ctx)) {
-    if (MonotonicMs() >= endMs) return 1;
-  }
-  return 0;
+  Rounds rounds(ctx->lib);
+  bool isTimeLeft = true;
+  while (isTimeLeft && rounds.Serve(ctx)) isTimeLeft = MonotonicMs() < endMs;
+  rounds.Keep(ctx->lib);
+  return isTimeLeft ? 0 : 1;
 }
 
 uint32_t COAP_RpcSetLibLogLevel(CoapRpcCtx *ctx, uint32_t level) {

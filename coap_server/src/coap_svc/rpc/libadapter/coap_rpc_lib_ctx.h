@@ -46,6 +46,7 @@ struct CoapRpcLibCtx {
   uint32_t hasRetired;           /* non-zero: libcoap still holds what a callback has deleted */
   CoapRpcLink targetList;        /* sessions through which asynchronous answers are sent, owned */
   uint16_t nstart;               /* CON requests under way per new client session; 0: libcoap's 1 */
+  uint16_t numReads;             /* datagrams to read first of each endpoint; 0 as 1 */
 };
 
 /* Module rows of the adapter; the record is the root context.  libcoap's log goes to the instance

@@ -276,13 +276,14 @@ enum { kMaxReady = 16, kMaxPerEndPoint = 32 };
 
 /* An endpoint's event is repeated, because libcoap reads one datagram for each; a read too many
  * finds nothing.  A client session's event is not: a callback may free the session. */
-int CoapRpcLibServeReady(coap_context_t *coapCtx, unsigned perEndPoint) {
+int CoapRpcLibServeReady(coap_context_t *coapCtx, unsigned perEndPoint, int isAgain) {
   struct epoll_event ready[kMaxReady];
   struct epoll_event events[kMaxReady * kMaxPerEndPoint];
   const unsigned repeats = perEndPoint < kMaxPerEndPoint ? perEndPoint : kMaxPerEndPoint;
   const int numReady = epoll_wait(coapCtx->epfd, ready, kMaxReady, 0);
   size_t numEvents = 0;
   int isSocketReady = 0;
+  if (isAgain && numReady <= 0) return 0;
   for (int i = 0; i < numReady; ++i) {
     const coap_socket_t *sock = ready[i].data.ptr;
     const unsigned times = sock && sock->endpoint ? repeats : 1;

@@ -81,8 +81,9 @@ void CoapRpcLibClearBody(coap_pdu_t *pdu);
 
 /* CoapRpcLibServeReady serves the sockets that have something to read, without waiting: up to
  * `perEndPoint` datagrams of each endpoint and one of each client session, and libcoap's timers.
+ * With isAgain, right after another call, it does nothing when no socket and no timer is ready.
  * Returns 1 when a socket was ready, so that there may be more; else 0. */
-int CoapRpcLibServeReady(coap_context_t *coapCtx, unsigned perEndPoint);
+int CoapRpcLibServeReady(coap_context_t *coapCtx, unsigned perEndPoint, int isAgain);
 
 COAP_RPC_C_END
 #endif /* COAP_RPC_LIB_INTERNALS_H */
