@@ -115,5 +115,8 @@ int main(int argc, char **argv) {
   g_running = host.get();
   std::signal(SIGTERM, StopOnSignal);
   std::signal(SIGINT, SIG_IGN);  // ends with the script that started it
-  return KestrelRun(host.get()) == KESTREL_OK ? 0 : 1;
+  const uint32_t result = KestrelRun(host.get());
+  std::signal(SIGTERM, SIG_DFL);  // the host is about to go
+  g_running = nullptr;
+  return result == KESTREL_OK ? 0 : 1;
 }
