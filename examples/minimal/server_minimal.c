@@ -28,9 +28,11 @@ static int32_t OnNote(uint64_t userData, const CoapRpcSerReqInfo *info, uint8_t 
 static uint32_t OnTime(uint64_t userData, uint8_t *payload, uint32_t payloadLen, void *async) {
   CoapRpcCtx *ctx = ((Example *)(uintptr_t)userData)->ctx;
   const time_t now = time(NULL);
+  struct tm local;
   char answer[128];
   (void)payloadLen;
-  strftime(answer, sizeof(answer), "it is %H:%M:%S", localtime(&now));
+  localtime_r(&now, &local);
+  strftime(answer, sizeof(answer), "it is %H:%M:%S", &local);
   printf("asked for the time: %s\n", payload);
   return COAP_RpcSerSendAsyncResponse(ctx, async, (const uint8_t *)answer,
                                       (uint32_t)strlen(answer));
