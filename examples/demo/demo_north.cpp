@@ -22,8 +22,8 @@ class North {
  public:
   North(Kestrel *host, const char *self, const char *other)
       : node_(host, "north", self, other),
-        rpc_(node_, [this](const std::string &question, Rpc::Answer answer) {
-          OnQuestion(question, std::move(answer));
+        rpc_(node_, [this](const std::string &question, const Rpc::Answer &answer) {
+          OnQuestion(question, answer);
         }) {
     for (const DemoSet &set : kDemoSets) {
       sets_.push_back(std::make_unique<Publisher>(node_, set.uri, set.payloadFormat));
@@ -80,7 +80,7 @@ class North {
     Every(node_.Host(), kFarewellMs, [] { raise(SIGKILL); });
   }
 
-  void OnQuestion(const std::string &question, Rpc::Answer answer) {
+  void OnQuestion(const std::string &question, const Rpc::Answer &answer) {
     std::istringstream words(question);
     std::string verb, rest;
     words >> verb >> std::ws;

@@ -32,7 +32,9 @@ volatile std::sig_atomic_t g_isInterrupted;
 
 void OnSignal(int) { g_isInterrupted = 1; }
 
-std::string operator+(std::string text, uint64_t number) { return text + std::to_string(number); }
+std::string operator+(const std::string &text, uint64_t number) {
+  return text + std::to_string(number);
+}
 
 class South {
  public:

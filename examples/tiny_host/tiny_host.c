@@ -448,7 +448,7 @@ static uint32_t SendNote(CoapRpcCtx *ctx) {
 }
 
 static void RunUntilArrival(void) {
-  const struct timespec aMoment = {0, 10 * 1000 * 1000};
+  const struct timespec aMoment = {0, 10L * 1000 * 1000};
   const uint64_t end = NowMs(CLOCK_MONOTONIC) + kPatienceMs;
   while (!g_hasArrived && NowMs(CLOCK_MONOTONIC) < end) {
     nanosleep(&aMoment, NULL);

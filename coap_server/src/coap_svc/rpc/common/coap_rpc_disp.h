@@ -49,7 +49,8 @@ inline void RegisterCommand(const CoapRpcCtx *ctx, const DispCommand &row) {
 template <typename Dump>
 uint32_t DumpNextRecord(void *obj, uint32_t startIndex = 0) {
   using Key = typename Dump::Key;
-  static_assert(alignof(Key) == 1 && sizeof(Key) <= KST_DISP_MAX_KEY_LEN);
+  static_assert(alignof(Key) == 1);
+  static_assert(sizeof(Key) <= KST_DISP_MAX_KEY_LEN);
   auto *ctx = static_cast<CoapRpcCtx *>(obj);
   const uint64_t disp = ctx->param.dispHandle;
   auto *data = Dump::DataOf(ctx);

@@ -61,7 +61,7 @@ inline constexpr uint32_t kExchangeLifetimeMs = 247000;
 inline constexpr uint32_t kMaxIdleSessions = 1000;
 inline constexpr uint32_t kMaxTargets = 500;
 inline constexpr uint32_t kMaxUploads = 64;
-inline constexpr size_t kMaxUploadBytes = 1024 * 1024;
+inline constexpr size_t kMaxUploadBytes = size_t{1024} * 1024;
 
 // Texts, bytes with terminator.
 inline constexpr size_t kLogTextSize = 1024;
