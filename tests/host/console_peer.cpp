@@ -68,7 +68,10 @@ void ConsolePeer::Close() {
 int BindUnix(const std::string &path, bool listens) {
   const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   const sockaddr_un addr = AddressOf(path);
-  if (bind(fd, reinterpret_cast<const sockaddr *>(&addr), sizeof addr) != 0) return -1;
+  if (bind(fd, reinterpret_cast<const sockaddr *>(&addr), sizeof addr) != 0) {
+    close(fd);
+    return -1;
+  }
   if (listens) listen(fd, 8);
   return fd;
 }

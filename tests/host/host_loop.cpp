@@ -106,6 +106,7 @@ TEST(HostLoop, Run_EndsByStopInASignalHandler) {
       nullptr);
   EXPECT_EQ(KESTREL_OK, KestrelRun(host.get()));
   std::signal(SIGUSR1, before);
+  g_hostOfSignal = nullptr;
 }
 
 TEST(HostLoop, RunAndTurn_InsideATickAreRefused) {

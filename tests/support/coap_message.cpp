@@ -149,7 +149,7 @@ std::string HexText(const Bytes &bytes) {
 
 std::string CodeText(uint8_t code) {
   char text[8];
-  std::snprintf(text, sizeof text, "%u.%02u", code >> 5u, code & 0x1Fu);
+  std::snprintf(text, sizeof text, "%u.%02u", unsigned{code} >> 5u, code & 0x1Fu);
   return text;
 }
 
