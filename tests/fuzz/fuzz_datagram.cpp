@@ -1,175 +1,295 @@
-// Bytes from the network into a server with every kind of registration, through the real receive
-// path: socket, libcoap, look-up, handlers, application callbacks.  The input is cut into datagrams
-// by length prefixes (two bytes, big-endian), so that a run can hold block transfers, observe
-// relations and retransmissions.
-#include <arpa/inet.h>
+// Datagrams from several peers into a server with every kind of registration, through the real
+// receive path: socket, libcoap, look-up, handlers, application callbacks.  One input is a sequence
+// of steps: datagrams as they are or with the ids of what was received, proper acknowledgements and
+// block requests, time, and what the application does meanwhile.
 #include <jansson.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <cstring>
-#include <memory>
+#include <deque>
 
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/coap_rpc_ser.h"
-#include "test_instance.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
+#include "fuzz_host.h"
+#include "fuzz_wire.h"
+#include "test_process.h"
 
-namespace coap_rpc_test {
+namespace fuzz {
 namespace {
 
-constexpr uint32_t kLoopback = 0x7F000001;
-constexpr int kMaxDatagrams = 32;
+using coap_rpc_test::CoapBlock;
+using coap_rpc_test::CoapType;
+using coap_rpc_test::TestProcess;
+
+constexpr int kMaxSteps = 64;
 constexpr uint16_t kFieldLen = 4;
+constexpr uint8_t kServer = 1;
+constexpr uint8_t kOtherServer = 2;
+constexpr uint16_t kOtherPort = 5684;
+constexpr uint32_t kStepsMs[] = {100, 1000, 1100, 2500, 8000, 30000, 95000, 260000};
+
+// Registration is one entry of the server.
+struct Registration {
+  const char *uri;
+  uint32_t msgType;
+  uint32_t observe;
+  uint32_t pktType;
+  uint8_t mode;
+  uint8_t format;
+  uint16_t valLen;
+  uint8_t server;  // last byte of the address
+};
+
+constexpr Registration kRegistrations[] = {
+    {"sync", COAP_RPC_CON, 0, COAP_RPC_DEFAULT, 0, 0, 0, kServer},
+    {"sync", COAP_RPC_NON, 0, COAP_RPC_DEFAULT, 0, 0, 0, kServer},
+    {"async", COAP_RPC_CON, 0, COAP_RPC_DEFAULT, 1, 0, 0, kServer},
+    {"async", COAP_RPC_NON, 0, COAP_RPC_DEFAULT, 1, 0, 0, kServer},
+    {"none", COAP_RPC_CON, 0, COAP_RPC_DEFAULT, 2, 0, 0, kServer},
+    {"post", COAP_RPC_CON, 0, COAP_RPC_UNICAST, 0, 0, 0, kServer},
+    {"post", COAP_RPC_NON, 0, COAP_RPC_BROADCAST, 0, 0, 0, kOtherServer},
+    {"answer", COAP_RPC_CON, 0, COAP_RPC_UNICAST, 1, 0, 0, kServer},
+    {"terminals/dynamic-mac", COAP_RPC_CON, 0, COAP_RPC_BROADCAST, 0, 0, 0, kServer},
+    {"o", COAP_RPC_CON, 1, COAP_RPC_DEFAULT, 3, COAP_RPC_JSON, kFieldLen, kServer},
+    {"o", COAP_RPC_CON, 0, COAP_RPC_DEFAULT, 0, 0, 0, kServer},
+    {"p", COAP_RPC_NON, 1, COAP_RPC_DEFAULT, 3, COAP_RPC_JSON, 0, kServer},
+    {"q", COAP_RPC_CON, 1, COAP_RPC_DEFAULT, 3, COAP_RPC_BYTE, kFieldLen, kServer},
+    {"r", COAP_RPC_NON, 1, COAP_RPC_DEFAULT, 0, COAP_RPC_BYTE, kFieldLen, kServer},
+    {"s", COAP_RPC_CON, 1, COAP_RPC_UNICAST, 1, COAP_RPC_JSON, kFieldLen, kServer},
+    {"t", COAP_RPC_NON, 1, COAP_RPC_BROADCAST, 0, COAP_RPC_BYTE, kFieldLen, kOtherServer},
+};
 
 int32_t OnRequest(uint64_t, const CoapRpcSerReqInfo *, uint8_t *payload, uint32_t len, uint8_t *out,
                   uint32_t outSize) {
-  // The first byte says what the application answers: every value is one.
-  if (payload[0] == 'n') return -static_cast<int32_t>(len);
-  const uint32_t numBytes = len * 40;
-  if (numBytes > outSize) return INT32_MAX;
+  Check(payload[len] == 0, "a request is not terminated");
+  if (payload[0] == 'c') return -1;
+  if (payload[0] == 'n') return -2;
+  const uint32_t numBytes = std::min(len * 40, outSize - 1);
   memset(out, 'x', numBytes);
   return static_cast<int32_t>(numBytes);
 }
 
-CoapRpcCtx *g_ctx;
-
-uint32_t OnAsyncRequest(uint64_t, uint8_t *payload, uint32_t len, void *async) {
-  if (payload[0] == 'a') COAP_RpcSerAbortAsyncResponse(g_ctx, async);
-  if (payload[0] != 'l') COAP_RpcSerSendAsyncResponse(g_ctx, async, payload, len);
-  return 0;
-}
-
 int32_t FieldCmp(const void *a, const void *b) { return memcmp(a, b, kFieldLen); }
 
+// ElementSize makes the elements of a payload small, or so large that they travel in blocks.
+size_t ElementSize(const uint8_t *tuple) { return size_t{1} << (tuple[0] % 13); }
+
 uint32_t BuildJson(uint64_t, uint8_t *tuple, uint8_t *, void *out) {
-  json_object_set_new(static_cast<json_t *>(out), "k", json_integer(tuple[0]));
+  const std::string text(ElementSize(tuple), 'j');
+  json_object_set_new(static_cast<json_t *>(out), "k", json_string(text.c_str()));
   return tuple[0] == 3;
 }
 uint32_t BuildJsonDelete(uint64_t userData, uint8_t *tuple, void *out) {
   return BuildJson(userData, tuple, nullptr, out);
 }
 
+uint32_t BuildIdl(uint64_t, uint8_t *tuple, uint8_t *, void *out) {
+  auto *msg = static_cast<CoapRpcSerIdlMsgBuf *>(out);
+  msg->len = static_cast<uint32_t>(ElementSize(tuple));
+  memset(msg->buf, 'i', msg->len);
+  return tuple[0] == 3;
+}
+uint32_t BuildIdlDelete(uint64_t userData, uint8_t *tuple, void *out) {
+  return BuildIdl(userData, tuple, nullptr, out);
+}
+
 uint32_t GetFirst(uint64_t, void *, void *key, void *) {
   memset(key, 9, kFieldLen);
   return 0;
 }
-uint32_t GetNext(uint64_t, void *, const void *, void *, void *) { return 1; }
+uint32_t GetNext(uint64_t, void *cursor, const void *, void *key, void *) {
+  auto *numGiven = static_cast<uint8_t *>(cursor);
+  memset(key, ++*numGiven, kFieldLen);
+  return *numGiven > 3;
+}
 
-// Server is an instance with entries of all modes, types and formats on one port.
+// Server is an instance with all registrations, and the peers around it.
 class Server {
  public:
-  Server() : ctx_(host_) {
-    g_ctx = ctx_;
-    addr_.listenAddr.family = COAP_RPC_IPV4;
-    addr_.listenAddr.addr.ipv4 = kLoopback;
-    addr_.port = 0;
-    COAP_RpcSetLibLogLevel(ctx_, 0);
-    BindPort();
-    uint32_t number = 0;
-    for (uint32_t pktType = 0; pktType < 3; ++pktType) {
-      for (uint32_t msgType = 0; msgType < 2; ++msgType) {
-        for (uint8_t mode = 0; mode < 3; ++mode, ++number) Serve(number, msgType, pktType, mode);
-      }
-    }
-    ServeObservable("o", COAP_RPC_CON, COAP_RPC_JSON);
-    ServeObservable("p", COAP_RPC_NON, COAP_RPC_JSON);
-    Connect();
+  Server() : param_(host_.Param()), ctx_(COAP_RpcInit(&param_)) {
+    Check(ctx_ != nullptr, "no instance");
+    for (const Registration &registration : kRegistrations) Serve(registration);
+    COAP_RpcLogRegUri(ctx_, "sync");
+    for (Peer &peer : peers_) peer.SetRemote(kServer, kCoapPort);
+    peers_[2].SetRemote(kOtherServer, kOtherPort);
   }
-  ~Server() { close(peer_); }
 
-  void Feed(const uint8_t *data, size_t size) {
-    for (int i = 0; i < kMaxDatagrams && size >= 2; ++i) {
-      const size_t wanted = static_cast<size_t>(data[0]) << 8 | data[1];
-      const size_t len = wanted < size - 2 ? wanted : size - 2;
-      if (send(peer_, data + 2, len, 0) >= 0) COAP_RpcProcIo(ctx_);
-      data += 2 + len;
-      size -= 2 + len;
-      Change(i);
+  ~Server() {
+    Settle();
+    COAP_RpcUninit(ctx_);
+  }
+
+  void Run(Input &input) {
+    for (int i = 0; i < kMaxSteps && !input.IsEmpty(); ++i) {
+      Step(input);
+      COAP_RpcProcIo(ctx_);
+      for (Peer &peer : peers_) peer.Receive();
     }
-    host_.AdvanceMs(1100);
-    COAP_RpcProcIo(ctx_);
   }
 
  private:
-  void BindPort() {
-    const int probe = socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in addr = Address(0);
-    socklen_t len = sizeof(addr);
-    if (bind(probe, reinterpret_cast<sockaddr *>(&addr), len) != 0 ||
-        getsockname(probe, reinterpret_cast<sockaddr *>(&addr), &len) != 0) {
-      abort();
-    }
-    close(probe);
-    addr_.port = ntohs(addr.sin_port);
+  static CoapRpcUriKey Key(const Registration &from) {
+    return KeyOf(from.uri, from.msgType, from.observe, from.pktType);
   }
 
-  static sockaddr_in Address(uint16_t port) {
-    sockaddr_in addr = {};
-    addr.sin_family = AF_INET;
-    addr.sin_port = htons(port);
-    addr.sin_addr.s_addr = htonl(kLoopback);
-    return addr;
-  }
-
-  void Connect() {
-    peer_ = socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK, 0);
-    const sockaddr_in addr = Address(addr_.port);
-    if (connect(peer_, reinterpret_cast<const sockaddr *>(&addr), sizeof(addr)) != 0) abort();
-  }
-
-  void Attach(const CoapRpcUriKey &key, const CoapRpcSerVtblReg &reg,
-              const CoapRpcSerObVtblReg *obReg) {
-    if (COAP_RpcSerRegVtbl(ctx_, &key, &reg, obReg) != 0) abort();
-    if (COAP_RpcSerSetUri(ctx_, &key, &addr_) != 0) abort();
-  }
-
-  void Serve(uint32_t number, uint32_t msgType, uint32_t pktType, uint8_t mode) {
-    const char uri[] = {static_cast<char>('a' + number % 3), '\0'};
-    CoapRpcSerVtblReg reg = {};
-    reg.mode = mode;
-    reg.onRequest = OnRequest;
-    reg.onAsyncRequest = OnAsyncRequest;
-    Attach(KeyOf(uri, msgType, 0, pktType), reg, nullptr);
-  }
-
-  void ServeObservable(const char *uri, uint32_t msgType, uint8_t format) {
-    CoapRpcSerVtblReg reg = {};
-    reg.payloadFormat = format;
+  static CoapRpcSerObVtblReg Observed(const Registration &from) {
+    const bool isJson = from.format == COAP_RPC_JSON;
     CoapRpcSerObVtblReg ob = {};
-    ob.keyLen = ob.valLen = kFieldLen;
+    ob.keyLen = kFieldLen;
+    ob.valLen = from.valLen;
     ob.tupleKeyCmp = FieldCmp;
-    ob.buildUpdate = BuildJson;
-    ob.buildDelete = BuildJsonDelete;
+    ob.buildUpdate = isJson ? BuildJson : BuildIdl;
+    ob.buildDelete = isJson ? BuildJsonDelete : BuildIdlDelete;
     ob.getFirstTuple = GetFirst;
     ob.getNextTuple = GetNext;
-    Attach(KeyOf(uri, msgType, 1, 0), reg, &ob);
+    return ob;
   }
 
-  // Change lets the observable data move between datagrams.
-  void Change(int step) {
-    const uint8_t bytes[kFieldLen] = {static_cast<uint8_t>(step % 5)};
-    for (const char *uri : {"o", "p"}) {
-      const CoapRpcUriKey key = KeyOf(uri, uri[0] == 'p' ? COAP_RPC_NON : COAP_RPC_CON, 1, 0);
-      if (step % 3 == 2) {
-        COAP_RpcSerObserveDataDel(ctx_, &key, bytes);
-      } else {
-        COAP_RpcSerObserveDataUpdate(ctx_, &key, bytes, bytes);
-      }
+  void Serve(const Registration &from) {
+    CoapRpcSerVtblReg reg = {};
+    reg.payloadFormat = from.format;
+    reg.mode = from.mode;
+    reg.userData = reinterpret_cast<uint64_t>(this);
+    reg.onRequest = OnRequest;
+    reg.onAsyncRequest = OnAsyncRequest;
+    const CoapRpcUriKey key = Key(from);
+    const CoapRpcSerObVtblReg ob = Observed(from);
+    Check(COAP_RpcSerRegVtbl(ctx_, &key, &reg, from.observe != 0 ? &ob : nullptr) == 0,
+          "no registration");
+    Attach(from);
+  }
+
+  void Attach(const Registration &from) {
+    CoapRpcSerListenAddr addr = {};
+    addr.listenAddr = IpAddr(from.server);
+    addr.port = from.server == kServer ? kCoapPort : kOtherPort;
+    const CoapRpcUriKey key = Key(from);
+    Check(COAP_RpcSerSetUri(ctx_, &key, &addr) == 0, "not attached");
+  }
+
+  void Detach(const Registration &from) {
+    const CoapRpcUriKey key = Key(from);
+    COAP_RpcSerUnsetUri(ctx_, &key);
+  }
+
+  static uint32_t OnAsyncRequest(uint64_t userData, uint8_t *payload, uint32_t len, void *async) {
+    auto *self = reinterpret_cast<Server *>(userData);
+    Check(payload[len] == 0, "a request is not terminated");
+    if (payload[0] == 'n') COAP_RpcSerSendAsyncResponse(self->ctx_, async, payload, len);
+    if (payload[0] == 'a') COAP_RpcSerAbortAsyncResponse(self->ctx_, async);
+    self->pending_.push_back(async);
+    return payload[0] == 'f';
+  }
+
+  void Step(Input &input) {
+    const uint8_t kind = input.Byte() % 12;
+    const uint8_t arg = input.Byte();
+    Peer &peer = peers_[arg % std::size(peers_)];
+    const Registration &entry = kRegistrations[arg % std::size(kRegistrations)];
+    switch (kind) {
+      case 0:
+      case 1:
+        return peer.Send(input.Framed());
+      case 2:
+        return peer.SendAsAnswer(input.Framed(), arg >> 4);
+      case 3:
+        return peer.Send(arg < 0xC0 ? AckOf(peer.Last()) : RstOf(peer.Last()));
+      case 4:
+        return AskForBlock(peer, arg);
+      case 5:
+        return host_.AdvanceMs(kStepsMs[arg % std::size(kStepsMs)]);
+      case 6:
+        return Change(entry, input.Byte());
+      case 7:
+        return Remove(entry, input.Byte());
+      case 8:
+        return Answer(arg);
+      case 9:
+        return Detach(entry);
+      case 10:
+        return Attach(entry);
+      default:
+        return Observe(peer, entry, arg);
     }
   }
 
-  TestHost host_;
-  TestInstance ctx_;
-  CoapRpcSerListenAddr addr_ = {};
-  int peer_ = -1;
+  // AskForBlock asks for the block behind the last one, or for another.
+  void AskForBlock(Peer &peer, uint8_t arg) {
+    const CoapBlock last = peer.Last().Block(coap_rpc_test::kOptBlock2).value_or(CoapBlock{});
+    CoapMessage get = Request(CoapType::kCon, coap_rpc_test::kCodeGet, ++mid_, {arg});
+    get.AddPath(kRegistrations[arg % std::size(kRegistrations)].uri);
+    const uint8_t szx = arg < 0xF0 ? last.szx : arg & 7;
+    get.AddBlock(coap_rpc_test::kOptBlock2, {last.num + 1, false, szx});
+    peer.Send(get);
+  }
+
+  void Observe(Peer &peer, const Registration &entry, uint8_t arg) {
+    const CoapType type = (arg & 0x40) != 0 ? CoapType::kNon : CoapType::kCon;
+    CoapMessage get = Request(type, coap_rpc_test::kCodeGet, ++mid_, {arg});
+    get.AddPath(entry.uri).AddUint(coap_rpc_test::kOptObserve, arg >> 7);
+    if ((arg & 0x20) != 0) get.AddText(coap_rpc_test::kOptUriQuery, "_ual-checkcode=1");
+    peer.Send(get);
+  }
+
+  void Change(const Registration &entry, uint8_t value) {
+    const uint8_t field[kFieldLen] = {value};
+    const CoapRpcUriKey key = Key(entry);
+    COAP_RpcSerObserveDataUpdate(ctx_, &key, field, field);
+  }
+
+  void Remove(const Registration &entry, uint8_t value) {
+    const uint8_t field[kFieldLen] = {value};
+    const CoapRpcUriKey key = Key(entry);
+    COAP_RpcSerObserveDataDel(ctx_, &key, field);
+  }
+
+  // Answer ends the oldest asynchronous request.
+  void Answer(uint8_t arg) {
+    if (pending_.empty()) return;
+    void *async = pending_.front();
+    if (arg < 0xF0) pending_.pop_front();
+    if (arg % 4 == 3) {
+      COAP_RpcSerAbortAsyncResponse(ctx_, async);
+      return;
+    }
+    const std::vector<uint8_t> data(size_t{1} << (arg % 13), 'r');
+    COAP_RpcSerSendAsyncResponse(ctx_, async, data.data(), static_cast<uint32_t>(data.size()));
+  }
+
+  bool IsSending() {
+    for (CoapRpcSerUriVtbl *entry = First(); entry; entry = Next(entry)) {
+      if (entry->isSendingLargeBlock != 0) return true;
+    }
+    return false;
+  }
+  CoapRpcSerUriVtbl *First() { return COAP_RpcSerFindFirstUriVtbl(ctx_->ser); }
+  CoapRpcSerUriVtbl *Next(const CoapRpcSerUriVtbl *entry) {
+    return COAP_RpcSerFindNextUriVtbl(ctx_->ser, &entry->key);
+  }
+
+  // Settle lets time pass without traffic: what is being sent in blocks is given up in the end.
+  void Settle() {
+    constexpr int kMaxRounds = 40;
+    for (int i = 0; i < kMaxRounds && IsSending(); ++i) host_.AdvanceMs(10'000);
+    Check(!IsSending(), "a payload is being sent for ever");
+    Check(ctx_->ioDepth == 0, "the I/O is still running");
+    Check(TestProcess::Get().Asserts().empty(), "an assertion was recorded");
+  }
+
+  Host host_;
+  CoapRpcInitParam param_;
+  CoapRpcCtx *ctx_;
+  Peer peers_[4] = {{11, kCoapPort}, {12, kCoapPort}, {13, 7000}, {11, 7000}};
+  std::deque<void *> pending_;
+  uint16_t mid_ = 0x7000;
 };
 
 }  // namespace
-}  // namespace coap_rpc_test
+}  // namespace fuzz
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
-  coap_rpc_test::Server server;
-  server.Feed(data, size);
+  fuzz::PrepareWire();
+  fuzz::Input input(data, size);
+  fuzz::Server().Run(input);
   return 0;
 }
