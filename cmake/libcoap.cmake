@@ -109,6 +109,8 @@ function(coap_rpc_add_libcoap copy binary)
   # configuration; the other configurations keep libcoap's assertions.
   set_target_properties(coap-3 PROPERTIES POSITION_INDEPENDENT_CODE ON EXPORT_COMPILE_COMMANDS OFF)
   target_compile_options(coap-3 PRIVATE -fno-omit-frame-pointer -w)
+  # Observers of one resource; forged addresses could register without end.
+  target_compile_definitions(coap-3 PRIVATE COAP_RESOURCE_MAX_SUBSCRIBER=1000)
   set(keepToken ${PROJECT_SOURCE_DIR}/cmake/libcoap_keep_token.h)
   set_source_files_properties(${copy}/src/coap_session.c TARGET_DIRECTORY coap-3 PROPERTIES
     COMPILE_OPTIONS "-include;${keepToken}" OBJECT_DEPENDS ${keepToken})
