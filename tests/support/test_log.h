@@ -69,7 +69,7 @@ class TestLog {
   void ShowAll();
 
   const std::vector<LogRecord> &Records() const { return records_; }
-  void Clear() { records_.clear(); }
+  void Clear() { std::vector<LogRecord>().swap(records_); }  // and their memory
 
   // OfKind picks the records of one kind; OfFunc the printed ones of one function.
   std::vector<LogRecord> OfKind(LogKind kind) const;

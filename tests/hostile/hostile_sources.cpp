@@ -1,0 +1,94 @@
+// Many peers at forged addresses: what the server holds for them is bounded, and ends.
+#include "hostile_server.h"
+
+namespace coap_rpc_test {
+namespace {
+
+constexpr int kNumSources = 60'000 / kSlowdown;
+
+// What the bounds of the library amount to: 1000 idle sessions, 1000 observers of each URI, 500
+// targets of asynchronous answers, 64 uploads of 1 MiB.
+constexpr uint64_t kMaxHeap = 24 * 1024 * 1024;
+
+class HostileSources : public HostileServer {
+ protected:
+  // FromEverywhere sends one datagram of each source: some hundred addresses with as many ports.
+  // `serve` runs after every few.
+  template <typename Make>
+  void FromEverywhere(int numSources, Make make) {
+    for (int i = 0; i < numSources; ++i) {
+      const auto ip = 0x7F000000 + (static_cast<uint32_t>(i % 250) << 8) + 2;
+      const auto port = static_cast<uint16_t>(10'000 + i / 250);
+      Sender sender = SenderAt(ip, port);
+      sender.Send(make(i));
+      if (i % 32 == 31) ServeWaiting();
+      if (i % 1024 == 1023) Sample();
+    }
+    Sample();
+  }
+
+  void Sample() {
+    host_.AdvanceMs(100);
+    const Usage now = Usage::Now(host_.Pool());
+    peak_.poolCount = std::max(peak_.poolCount, now.poolCount);
+    peak_.heapBytes = std::max(peak_.heapBytes, now.heapBytes);
+    peak_.numFds = std::max(peak_.numFds, now.numFds);
+  }
+
+  void ExpectBounded(uint64_t poolCount, uint64_t heapBytes, uint32_t numFds) {
+    printf("[ MEASURED ] pool +%lld, heap +%lld KiB, descriptors +%lld\n",
+           static_cast<long long>(peak_.poolCount - base_.poolCount),
+           static_cast<long long>(peak_.heapBytes - base_.heapBytes) / 1024,
+           static_cast<long long>(peak_.numFds) - base_.numFds);
+    EXPECT_LE(peak_.poolCount, base_.poolCount + poolCount);
+    EXPECT_LE(peak_.heapBytes, base_.heapBytes + heapBytes);
+    EXPECT_LE(peak_.numFds, base_.numFds + numFds);
+  }
+
+  Usage peak_;
+};
+
+TEST_F(HostileSources, Requests) {
+  FromEverywhere(kNumSources, [&](int i) { return Get(CoapType::kCon, Paths()[i % 4], "q"); });
+  ExpectBounded(10, kMaxHeap, 1);
+  ExpectAllForgotten();
+}
+
+TEST_F(HostileSources, AsynchronousRequests) {
+  FromEverywhere(kNumSources, [&](int) { return Get(CoapType::kCon, "async", "q"); });
+  ExpectBounded(2000, kMaxHeap, 502);
+  ExpectAllForgotten();
+}
+
+// The application answers none of them; libcoap's stand-ins would wait for ever.
+TEST_F(HostileSources, AsynchronousRequestsThatAreNeverAnswered) {
+  std::vector<void *> handles;
+  async_.onAsync = [&](void *handle) { handles.push_back(handle); };
+  FromEverywhere(kNumSources, [&](int) { return Get(CoapType::kCon, "async", "q"); });
+  EXPECT_LE(handles.size(), 500u);
+  ExpectBounded(2000, kMaxHeap, 502);
+  for (void *handle : handles) COAP_RpcSerAbortAsyncResponse(Ctx(), handle);
+  ExpectAllForgotten();
+}
+
+TEST_F(HostileSources, Registrations) {
+  FromEverywhere(kNumSources,
+                 [&](int i) { return Observe(CoapType::kCon, {static_cast<uint8_t>(i)}); });
+  EXPECT_EQ(NumObservers(), 1000u);
+  ExpectBounded(200, kMaxHeap, 1);
+  Change("v002");  // notifications that nobody acknowledges
+  ExpectAllForgotten();
+  EXPECT_EQ(NumObservers(), 0u);
+}
+
+TEST_F(HostileSources, Uploads) {
+  FromEverywhere(kNumSources, [&](int) {
+    CoapMessage part = Post(CoapType::kCon, "sync", std::string(1024, 'u'));
+    return part.AddBlock(kOptBlock1, {0, true, 6}).AddUint(kOptSize1, 2048);
+  });
+  ExpectBounded(10, kMaxHeap, 1);
+  ExpectAllForgotten();
+}
+
+}  // namespace
+}  // namespace coap_rpc_test
