@@ -93,11 +93,18 @@ void SetNotifyMode(CoapRpcCtx *ctx, coap_resource_t *resource, const CoapRpcUriK
 
 // FreeRetired frees what callbacks gave up while libcoap was at work with it.
 void FreeRetired(CoapRpcCtx *ctx) {
-  if (!Libcoap(ctx)) return;
   SweepTargets(ctx);
   if (ctx->lib->hasRetired == 0) return;
   ctx->lib->hasRetired = 0;
   CoapRpcLibFreeRetired(ctx->lib->coapCtx);
+}
+
+// EndTurn bounds what the datagrams of a turn made libcoap set aside; the next turn may come at
+// once.
+void EndTurn(CoapRpcCtx *ctx) {
+  if (!Libcoap(ctx)) return;
+  CoapRpcLibLimitUploads(Libcoap(ctx), kMaxUploads, kMaxUploadBytes);
+  FreeRetired(ctx);
 }
 
 // Reclaim gives an endpoint back that a callback has just given up, if it has this address.
@@ -114,7 +121,7 @@ bool RunLibcoap(CoapRpcCtx *ctx, Work work) {
   if (!coapCtx || ctx->ioDepth != 0) return false;
   ++ctx->ioDepth;
   work(coapCtx);
-  if (--ctx->ioDepth == 0) FreeRetired(ctx);
+  if (--ctx->ioDepth == 0) EndTurn(ctx);
   return true;
 }
 

@@ -283,7 +283,6 @@ void CoapRpcHandlerTick(CoapRpcCtx *ctx) {
   if (!ctx->lib || !ctx->lib->coapCtx || ctx->ioDepth != 0) return;
   CoapRpcAsyncSweep(ctx);
   ExpireBlocks(ctx);
-  CoapRpcLibLimitUploads(ctx->lib->coapCtx, kMaxUploads, kMaxUploadBytes);
 }
 
 void CoapRpcHandlerStop(CoapRpcCtx *ctx) {

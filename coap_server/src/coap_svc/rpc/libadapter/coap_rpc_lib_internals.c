@@ -209,7 +209,7 @@ static void DropLongUploads(coap_session_t *session, size_t maxLen) {
   }
 }
 
-/* CountUploads also finds the one that was not used for longest. */
+/* CountUploads also finds the one that began first. */
 static unsigned CountUploads(coap_session_t *session, Upload *oldest) {
   unsigned num = 0;
   coap_lg_srcv_t *body;

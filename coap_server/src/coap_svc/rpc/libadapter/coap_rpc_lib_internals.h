@@ -60,7 +60,7 @@ void CoapRpcLibExpireBlocks(coap_session_t *session, const void *appPtr, uint32_
 void CoapRpcLibEndBlocks(coap_session_t *session, const void *appPtr);
 
 /* CoapRpcLibLimitUploads drops request bodies that are still coming in blocks: those for which more
- * than maxLen bytes are set aside, and the ones unused for longest beyond maxNum.  Returns how many
+ * than maxLen bytes are set aside, and those that began first beyond maxNum.  Returns how many
  * are left. */
 unsigned CoapRpcLibLimitUploads(coap_context_t *coapCtx, unsigned maxNum, size_t maxLen);
 
