@@ -1,0 +1,40 @@
+/* interop_table.h: an observable table with keys and values of four characters each. */
+#ifndef INTEROP_TABLE_H
+#define INTEROP_TABLE_H
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "example.h"
+
+enum class InteropFormat { kJson, kIdl };
+
+/* InteropTable publishes its contents under one path of 127.0.0.2.  Registered by its address: it
+ * must not be moved after Serve. */
+class InteropTable {
+ public:
+  InteropTable(CoapRpcCtx *ctx, const char *uri, InteropFormat format);
+
+  bool Serve();
+  const std::string &Uri() const { return uri_; }
+
+  /* Keys and values of another length are cut or filled with blanks. */
+  void Set(const std::string &key, const std::string &val);
+  void Remove(const std::string &key);
+
+ private:
+  static InteropTable &Of(uint64_t userData);
+  static void OnObserverNum(uint64_t userData, uint32_t num);
+  static uint32_t First(uint64_t userData, void *cursor, void *key, void *val);
+  static uint32_t Next(uint64_t userData, void *cursor, const void *lastKey, void *key, void *val);
+  uint32_t Copy(std::map<std::string, std::string>::const_iterator at, void *key, void *val) const;
+
+  CoapRpcCtx *ctx_;
+  std::string uri_;
+  InteropFormat format_;
+  CoapRpcUriKey key_;
+  std::map<std::string, std::string> rows_;
+};
+
+#endif /* INTEROP_TABLE_H */
