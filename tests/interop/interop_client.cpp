@@ -152,7 +152,9 @@ void Change(const char *step) {
 void RunObserve(const char *uri, const std::string &name, bool isLarge) {
   const CoapRpcUriKey key = KeyOf(uri, COAP_RPC_CON, 1);
   const std::string path = uri;
-  const auto observe = [&](CallFunc call) { return [&key, call] { Call(call, key, COAP_RPC_GET); }; };
+  const auto observe = [&](CallFunc call) {
+    return [&key, call] { Call(call, key, COAP_RPC_GET); };
+  };
   const auto change = [&](const std::string &step) { return [step] { Change(step.c_str()); }; };
   const auto title = [&](const char *what) { return name + ": " + what; };
   Tell(title("start").c_str(), observe(COAP_RpcCliObserveReq));
@@ -186,7 +188,8 @@ void RunRefusal() {
 int main() {
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
   if (ExampleStart(&g_example, "interop_client") != 0) return 1;
-  for (const char *uri : {"echo", "slow", "bare", "large", "table", "table-large", "refused", "ctl"}) {
+  for (const char *uri :
+       {"echo", "slow", "bare", "large", "table", "table-large", "refused", "ctl"}) {
     Register(uri);
   }
   RunPlain();

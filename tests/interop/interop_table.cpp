@@ -38,8 +38,8 @@ uint32_t BuildJsonDelete(uint64_t, uint8_t *key, void *out) {
 
 uint32_t Write(void *out, const std::string &text) {
   auto *message = static_cast<CoapRpcSerIdlMsgBuf *>(out);
-  message->len = static_cast<uint32_t>(text.copy(reinterpret_cast<char *>(message->buf),
-                                                 message->size));
+  message->len =
+      static_cast<uint32_t>(text.copy(reinterpret_cast<char *>(message->buf), message->size));
   return 0;
 }
 
