@@ -58,3 +58,10 @@ install_packages() {
 mirror() {
   apt-get indextargets --format '$(REPO_URI)' 'Origin: Debian' 'Label: Debian' | sort -u | head -n 1
 }
+
+# What a user fetched for this project, kept between builds.
+cache_folder() {
+  local home
+  home=${HOME:-$(getent passwd "$(id -u)" | cut -d: -f6)}
+  printf '%s/coap_svc_rpc\n' "${XDG_CACHE_HOME:-$home/.cache}"
+}

@@ -140,6 +140,7 @@ async def end_observation(context, call, request):
 
 
 async def run_observe(request):
+    await run_plain(outcome.start_of(request))
     log = outcome.ServerLog(request["path"])
     context = await aiocoap.Context.create_client_context()
     message = message_of(request)

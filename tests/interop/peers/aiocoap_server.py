@@ -11,7 +11,6 @@ from aiocoap import resource
 import outcome
 
 SLOW_SECONDS = 1
-NUM_LARGE = 300
 CHECK_CODE = "_ual-checkcode="
 
 
@@ -100,7 +99,7 @@ class Control(resource.Resource):
 
 async def main():
     logging.disable(logging.ERROR)
-    tables = [Table("table", 2), Table("table-large", NUM_LARGE), Table("refused", 2)]
+    tables = [Table("table", 2), Table("refused", 2)]
     plain = [Plain("echo"), Plain("slow", delay=SLOW_SECONDS), Plain("bare", has_path=False),
              Large("large")]
     site = resource.Site()

@@ -131,6 +131,7 @@ def notifications(client):
 
 
 def run_observe(request):
+    run_plain(outcome.start_of(request))
     log = outcome.ServerLog(request["path"])
     seconds = str(SETTLE_SECONDS + 3 * len(request["steps"]))
     payload = ["-e", request["payload"]] if "payload" in request else []

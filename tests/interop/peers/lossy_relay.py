@@ -24,6 +24,7 @@ def main():
     to_server, to_client = bound(0), bound(0)
     asker = {to_server: None, to_client: None}
     seen = set()
+    print("ready", flush=True)
     while True:
         for link in select.select([front, to_server, to_client], [], [])[0]:
             data, sender = link.recvfrom(65536)

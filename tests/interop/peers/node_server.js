@@ -8,7 +8,6 @@ const path = require('path');
 const coap = require(path.join(path.resolve(process.argv[2]), 'node_modules', 'coap'));
 
 const SLOW_MS = 1000;
-const NUM_LARGE = 300;
 const CHECK_CODE = '_ual-checkcode=';
 
 function pattern(size) {
@@ -77,7 +76,7 @@ class Table {
   }
 }
 
-const tables = new Map([['table', 2], ['table-large', NUM_LARGE], ['refused', 2]]
+const tables = new Map([['table', 2], ['refused', 2]]
   .map(([uri, size]) => [uri, new Table(uri, size)]));
 
 const CODES = { POST: '2.04', PUT: '2.04', DELETE: '2.02', GET: '2.05' };
