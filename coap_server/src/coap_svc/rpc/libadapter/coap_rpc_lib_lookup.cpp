@@ -1,5 +1,6 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_lookup.h"
 
+#include <cctype>
 #include <cstring>
 
 #include "coap_svc/rpc/client/coap_rpc_cli_data.h"
@@ -15,11 +16,58 @@ namespace {
 
 using namespace coap_rpc;
 
+// Path is a message's path as libcoap writes it.  It takes no memory: an observer that comes or
+// goes is counted whether or not there is any.
+class Path {
+ public:
+  explicit Path(const coap_pdu_t *pdu) {
+    coap_opt_iterator_t it;
+    coap_option_iterator_init(pdu, &it, COAP_OPT_ALL);
+    const char *separator = "";
+    while (const coap_opt_t *option = coap_option_next(&it)) {
+      if (it.number != COAP_OPTION_URI_PATH) continue;
+      Put(separator);
+      separator = "/";
+      const uint8_t *segment = coap_opt_value(option);
+      for (uint32_t i = 0; i < coap_opt_length(option); ++i) PutEncoded(segment[i]);
+    }
+  }
+
+  bool Fits() const { return fits_; }
+  const char *c_str() const { return text_; }
+
+ private:
+  static constexpr size_t kMaxLen = kPathTextSize / 2;  // the margin of COAP_RpcGetUriStr
+
+  static bool IsPlain(uint8_t byte) {
+    return byte != 0 && byte < 0x80 &&
+           (std::isalnum(byte) != 0 || strchr("-._~!$'()*+,;=:@&", byte));
+  }
+
+  void PutEncoded(uint8_t byte) {
+    static constexpr char kHex[] = "0123456789ABCDEF";
+    const char encoded[] = {'%', kHex[byte >> 4], kHex[byte & 0x0F], '\0'};
+    const char plain[] = {static_cast<char>(byte), '\0'};
+    Put(IsPlain(byte) ? plain : encoded);
+  }
+
+  void Put(const char *text) {
+    const size_t len = strlen(text);
+    fits_ = fits_ && len_ + len <= kMaxLen;
+    if (!fits_) return;
+    memcpy(text_ + len_, text, len);
+    len_ += len;
+  }
+
+  char text_[kMaxLen + 1] = {};
+  size_t len_ = 0;
+  bool fits_ = true;
+};
+
 // BuildKey makes the DEFAULT key of a message; false when its path does not fit.
 bool BuildKey(const coap_pdu_t *pdu, CoapRpcUriKey *key) {
-  char path[kPathTextSize];
-  if (COAP_RpcGetUriStr(pdu, path, sizeof(path)) != 0) return false;
-  if (strcpy_s(key->uri, sizeof(key->uri), path) != 0) return false;
+  const Path path(pdu);
+  if (!path.Fits() || strcpy_s(key->uri, sizeof(key->uri), path.c_str()) != 0) return false;
   uint32_t msgType = 0;
   COAP_RpcGetMsgType(pdu, &msgType);
   key->msgType = msgType;
