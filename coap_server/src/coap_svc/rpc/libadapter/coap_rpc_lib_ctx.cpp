@@ -290,6 +290,8 @@ uint32_t COAP_RpcCreateOrUpdateResource(CoapRpcCtx *ctx, const CoapRpcUriKey *ke
     if (!resource) return Code(kSiteCreateResourceFailed);
     RegisterMethods(ctx->lib, resource);
     coap_add_resource(ctx->lib->coapCtx, resource);
+    // libcoap has freed it when its table found no memory.
+    if (!FindResource(ctx, key->uri)) return Code(kSiteCreateResourceFailed);
   }
   MakeObservable(resource, key);
   SetNotifyMode(ctx, resource, key);
