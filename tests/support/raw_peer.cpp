@@ -123,7 +123,12 @@ std::optional<Bytes> RawPeer::Receive(const std::function<void()> &pump, int max
 
 std::optional<CoapMessage> RawPeer::ReceiveMessage(const std::function<void()> &pump,
                                                    int maxTries) {
-  const std::optional<Bytes> datagram = Receive(pump, maxTries);
+  return MessageOf(Receive(pump, maxTries));
+}
+
+std::optional<CoapMessage> RawPeer::ReceiveNow() { return MessageOf(TryReceive(0)); }
+
+std::optional<CoapMessage> RawPeer::MessageOf(const std::optional<Bytes> &datagram) {
   if (!datagram) return std::nullopt;
   CoapMessage message;
   const std::string error = Parse(*datagram, &message);

@@ -68,12 +68,16 @@ class RawPeer {
   std::optional<CoapMessage> ReceiveMessage(const std::function<void()> &pump,
                                             int maxTries = kMaxTries);
 
+  // ReceiveNow takes a message that is there already, without waiting.
+  std::optional<CoapMessage> ReceiveNow();
+
   // Datagrams lists what was sent and received, in order; LogText is the same for people.
   const std::vector<PeerDatagram> &Datagrams() const { return datagrams_; }
   std::string LogText() const;
 
  private:
   std::optional<Bytes> TryReceive(int waitMs);
+  static std::optional<CoapMessage> MessageOf(const std::optional<Bytes> &datagram);
 
   int fd_ = -1;
   UdpAddress local_;

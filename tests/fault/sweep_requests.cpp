@@ -1,0 +1,138 @@
+/* sweep_requests.cpp: requests that the server answers, at once and later. */
+#include "sweep.h"
+
+namespace coap_rpc_test {
+namespace {
+
+constexpr uint8_t kSync = 0, kAsync = 1;
+constexpr size_t kLarge = 5000;
+
+void PrepareSync(Stage &stage) {
+  stage.ServePlain(kSync);
+  stage.app_.result = 3;
+}
+void PlayGet(Stage &stage) { stage.Say(stage.Get(CoapType::kCon, "plain", "q")); }
+void WorksSync(Stage &stage) {
+  stage.Forget();
+  PlayGet(stage);
+  EXPECT_TRUE(stage.HasHeard(Code(2, 1), std::string(4, '\0')));
+}
+
+void PreparePost(Stage &stage) {
+  stage.ServePlain(kSync, COAP_RPC_UNICAST);
+  stage.app_.result = 3;
+}
+void PlayPost(Stage &stage) { stage.Say(stage.Post(CoapType::kCon, "plain", "q")); }
+void WorksPost(Stage &stage) {
+  stage.Forget();
+  PlayPost(stage);
+  EXPECT_TRUE(stage.HasHeard(Code(2, 1), std::string(4, '\0')));
+}
+
+void PrepareSyncLarge(Stage &stage) {
+  stage.ServePlain(kSync);
+  stage.app_.result = kLarge;
+}
+void PlayGetLarge(Stage &stage) {
+  CoapMessage get = stage.Get(CoapType::kCon, "plain", "q");
+  stage.Say(get, 20);
+}
+void WorksSyncLarge(Stage &stage) {
+  stage.Forget();
+  PlayGetLarge(stage);
+  EXPECT_TRUE(stage.HasHeardBytes(1024));
+}
+
+// A request whose body comes in two blocks.
+void PlayUpload(Stage &stage) {
+  for (uint32_t num = 0; num < 2; ++num) {
+    CoapMessage post = stage.Post(CoapType::kCon, "plain", std::string(1024, 'u'));
+    post.AddBlock(kOptBlock1, {num, num == 0, 6}).AddUint(kOptSize1, 2048);
+    stage.Say(post);
+  }
+}
+void WorksUpload(Stage &stage) {
+  stage.Forget();
+  stage.app_.requests.clear();
+  PlayUpload(stage);
+  ASSERT_EQ(stage.app_.requests.size(), 1u);
+  EXPECT_EQ(stage.app_.requests[0].payload, std::string(2048, 'u'));
+}
+
+void PrepareAsync(Stage &stage) { stage.ServePlain(kAsync); }
+
+void AnswerAll(Stage &stage, const std::string &text) {
+  for (void *handle : stage.app_.handles) {
+    ExpectOneOf(COAP_RpcSerSendAsyncResponse(stage.Ctx(), handle,
+                                             reinterpret_cast<const uint8_t *>(text.data()),
+                                             static_cast<uint32_t>(text.size())),
+                {0, 1900000418, 1900001302});
+  }
+}
+
+void PlayAsync(Stage &stage) {
+  PlayGet(stage);
+  AnswerAll(stage, "later");
+  stage.Listen(4);
+}
+// What could not be answered is, now that there is memory.
+void WorksAsync(Stage &stage) {
+  AnswerAll(stage, "later");
+  stage.Listen(60);
+  stage.app_.handles.clear();
+  stage.Forget();
+  PlayAsync(stage);
+  EXPECT_EQ(stage.app_.handles.size(), 1u);
+  EXPECT_TRUE(stage.HasHeard(kCodePost, "later"));
+}
+
+void PlayAsyncLarge(Stage &stage) {
+  PlayGet(stage);
+  AnswerAll(stage, std::string(kLarge, 'l'));
+  stage.Listen(20);
+}
+void WorksAsyncLarge(Stage &stage) {
+  AnswerAll(stage, "later");
+  stage.Listen(60);
+  stage.app_.handles.clear();
+  stage.Forget();
+  PlayAsyncLarge(stage);
+  EXPECT_TRUE(stage.HasHeardBytes(kLarge));
+}
+
+void AbortAll(Stage &stage) {
+  for (void *handle : stage.app_.handles) {
+    ExpectOneOf(COAP_RpcSerAbortAsyncResponse(stage.Ctx(), handle), {0, 1900001302});
+  }
+}
+void PlayAbort(Stage &stage) {
+  PlayGet(stage);
+  AbortAll(stage);
+  stage.Listen(4);
+}
+void WorksAbort(Stage &stage) {
+  AbortAll(stage);
+  stage.Listen(60);
+  stage.app_.handles.clear();
+  stage.Forget();
+  PlayAbort(stage);
+  EXPECT_EQ(stage.app_.handles.size(), 1u);
+  EXPECT_TRUE(stage.HasHeard(Code(2, 5), ""));
+}
+
+}  // namespace
+
+const std::vector<Scenario> &RequestScenarios() {
+  static const std::vector<Scenario> scenarios = {
+      {"SyncGet", kPool | kLibcoap, PrepareSync, PlayGet, WorksSync, true},
+      {"SyncPost", kPool | kLibcoap, PreparePost, PlayPost, WorksPost, true},
+      {"SyncLargeAnswer", kPool | kLibcoap, PrepareSyncLarge, PlayGetLarge, WorksSyncLarge, true},
+      {"Upload", kPool | kLibcoap, PreparePost, PlayUpload, WorksUpload, true},
+      {"AsyncAnswer", kPool | kLibcoap, PrepareAsync, PlayAsync, WorksAsync, true},
+      {"AsyncLargeAnswer", kPool | kLibcoap, PrepareAsync, PlayAsyncLarge, WorksAsyncLarge, true},
+      {"AsyncAbort", kPool | kLibcoap, PrepareAsync, PlayAbort, WorksAbort, true},
+  };
+  return scenarios;
+}
+
+}  // namespace coap_rpc_test
