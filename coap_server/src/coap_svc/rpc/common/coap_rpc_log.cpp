@@ -22,7 +22,9 @@ DiagTable TableOf(CoapRpcLogDiag &diag) { return DiagTable(diag.tree, diag.desc)
 bool LogWanted(uint64_t log, const char *module, const LogSite &site) {
   if (log == 0) return false;
   if (site.level >= kFirstCountedLevel) KST_LogCnt(CounterOf(log), module, site.line);
-  return KST_LogFirstHalf_(log, module, site.line, site.level) == 0;
+  if (KST_LogFirstHalf_(log, module, site.line, site.level) != 0) return false;
+  NoteReached("log", site.func, site.line);
+  return true;
 }
 
 }  // namespace coap_rpc
