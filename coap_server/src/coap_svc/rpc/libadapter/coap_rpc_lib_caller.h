@@ -9,13 +9,13 @@
 
 namespace coap_rpc {
 
-// kForeignFrames precede ours in what backtrace() gives: an address sanitizer answers
-// it itself.  gcc and clang say in different ways that there is one.
-#if defined(__SANITIZE_ADDRESS__)
+// kForeignFrames precede ours in what backtrace() gives: the sanitizers of addresses and threads
+// answer it themselves.  gcc and clang say in different ways that there is one.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 inline constexpr int kForeignFrames = 1;
 #elif !defined(__has_feature)
 inline constexpr int kForeignFrames = 0;
-#elif __has_feature(address_sanitizer)
+#elif __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
 inline constexpr int kForeignFrames = 1;
 #else
 inline constexpr int kForeignFrames = 0;
