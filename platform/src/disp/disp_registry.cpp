@@ -46,7 +46,7 @@ bool DispRegistry::RemoveObject(std::string_view name) {
   return true;
 }
 
-bool DispRegistry::AddCommand(std::string_view objName, DispCommand command) {
+bool DispRegistry::AddCommand(std::string_view objName, DispCommand &&command) {
   const auto found = m_objects.find(objName);
   if (found == m_objects.end() || !IsSound(command)) return false;
   std::string text = command.text;

@@ -44,7 +44,7 @@ class DispRegistry {
   // These return false where the interface returns non-zero.  They throw std::bad_alloc.
   bool AddObject(const char *name, void *record);
   bool RemoveObject(std::string_view name);
-  bool AddCommand(std::string_view objName, DispCommand command);
+  bool AddCommand(std::string_view objName, DispCommand &&command);
 
   const Objects &All() const { return m_objects; }
   const DispObject *FindObject(std::string_view name) const;
