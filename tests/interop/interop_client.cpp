@@ -184,8 +184,7 @@ void RunRefusal() {
 int main() {
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
   if (ExampleStart(&g_example, "interop_client") != 0) return 1;
-  for (const char *uri :
-       {"echo", "slow", "bare", "large", "table", "refused", "ctl"}) {
+  for (const char *uri : {"echo", "slow", "bare", "large", "table", "refused", "ctl"}) {
     Register(uri);
   }
   RunPlain();

@@ -4,8 +4,8 @@
 The client cannot take requests: answers that come as a POST go to libcoap's server.
 """
 
-import os
 import re
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -21,8 +21,7 @@ SETTLE_SECONDS = 4
 
 
 def tool(name):
-    return next(f"{folder}/{each}" for each in (name + "-notls", name)
-                for folder in os.environ["PATH"].split(":") if os.access(f"{folder}/{each}", os.X_OK))
+    return shutil.which(name + "-notls") or shutil.which(name)
 
 
 class Tool:

@@ -12,7 +12,7 @@ import time
 SERVER = "127.0.0.2"
 RELAY = "127.0.0.3"
 NO_ANSWER = "no answer"
-MAX_ROWS = 5
+MAX_ROWS, MAX_TEXT = 5, 40
 
 
 def pattern(size):
@@ -21,11 +21,13 @@ def pattern(size):
 
 
 def payload_of(request):
-    return pattern(request["pattern"]) if "pattern" in request else request.get("payload", "").encode()
+    if "pattern" in request:
+        return pattern(request["pattern"])
+    return request.get("payload", "").encode()
 
 
 def patience(request):
-    """Seconds to wait for an answer; with losses the third copy of a message may be the first seen."""
+    """Seconds to wait for an answer; with losses it may take the third copy of a message."""
     return 24 if request.get("lossy") else 3
 
 
@@ -52,10 +54,8 @@ def _links_text(payload):
     links = payload.decode().split(",")
     if len(links) <= 2:
         return " ".join(links)
-    return f"{len(links)} links, </test> and </obs>;obs among them" if {
-        "</test>",
-        "</obs>;obs",
-    } <= set(links) else f"{len(links)} links"
+    known = {"</test>", "</obs>;obs"} <= set(links)
+    return f"{len(links)} links" + ", </test> and </obs>;obs among them" * known
 
 
 def payload_text(payload, content_format):
@@ -66,8 +66,9 @@ def payload_text(payload, content_format):
     if not payload.strip(b"\0"):
         return f"{len(payload)} zero bytes"
     if payload.isascii() and payload.decode().isprintable():
-        same = payload == pattern(len(payload))
-        return f"'{payload.decode()}'" if len(payload) <= 40 else f"{len(payload)} bytes" + " of the pattern" * same
+        if len(payload) <= MAX_TEXT:
+            return f"'{payload.decode()}'"
+        return f"{len(payload)} bytes" + " of the pattern" * (payload == pattern(len(payload)))
     return _rows_text(_idl_rows(payload))
 
 

@@ -4,8 +4,8 @@
   report.py check <results folder> <peer>           says what differs; status 1 when anything does
   report.py write <results folder> <document>       puts the tables between the document's markers
 
-A results folder has for each peer <peer>.server and <peer>.client, with a line "<case> TAB <outcome>"
-for each case, and <peer>.capture.
+A results folder has for each peer <peer>.server and <peer>.client, with a line
+"<case> TAB <outcome>" for each case, and <peer>.capture.
 """
 
 import os
