@@ -10,10 +10,11 @@
 //   large-echo            POST: as many bytes as the request has, and one
 //   separate              GET: the payload comes back as a POST to port 5683 of the asker
 //   unavailable           GET: asynchronous without a callback
-//   obs, obs-large        observable tables of texts, in JSON
+//   obs, obs-large, obs-away
+//                         observable tables of texts, in JSON
 //   obs-idl               the same in messages like "u:1000=val0" and "d:1000"
 //   gone/<client>         tables for observers that vanish
-//   ctl                   POST: "set <uri> <key> <value>", "del <uri> <key>"
+//   ctl                   POST: "set <uri> <key> <value>", "del <uri> <key>", "away <uri>"
 #include <kst_tmr.h>
 
 #include <algorithm>
@@ -102,8 +103,10 @@ int32_t OnControl(uint64_t, const CoapRpcSerReqInfo *, uint8_t *payload, uint32_
   if (table == g_tables.end()) return 0;
   if (verb == "set") {
     table->Set(key, val);
-  } else {
+  } else if (verb == "del") {
     table->Remove(key);
+  } else {
+    table->TakeAway();
   }
   return kChanged;
 }
@@ -112,8 +115,9 @@ int32_t OnControl(uint64_t, const CoapRpcSerReqInfo *, uint8_t *payload, uint32_
 bool ServeTables() {
   const std::vector<std::pair<const char *, InteropFormat>> kinds = {
       {"obs", InteropFormat::kJson},          {"obs-large", InteropFormat::kJson},
-      {"obs-idl", InteropFormat::kIdl},       {"gone/libcoap", InteropFormat::kJson},
-      {"gone/aiocoap", InteropFormat::kJson}, {"gone/node", InteropFormat::kJson}};
+      {"obs-idl", InteropFormat::kIdl},       {"obs-away", InteropFormat::kJson},
+      {"gone/libcoap", InteropFormat::kJson}, {"gone/aiocoap", InteropFormat::kJson},
+      {"gone/node", InteropFormat::kJson}};
   for (const auto &[uri, format] : kinds) g_tables.emplace_back(g_example.ctx, uri, format);
   for (InteropTable &table : g_tables) {
     if (!table.Serve()) return false;

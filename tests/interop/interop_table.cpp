@@ -87,6 +87,8 @@ void InteropTable::Remove(const std::string &key) {
   COAP_RpcSerObserveDataDel(ctx_, &key_, Fitted(key).data());
 }
 
+void InteropTable::TakeAway() { COAP_RpcSerUnsetUri(ctx_, &key_); }
+
 void InteropTable::OnObserverNum(uint64_t userData, uint32_t num) {
   std::printf("observers %s %u\n", Of(userData).uri_.c_str(), num);
 }

@@ -23,6 +23,9 @@ class InteropTable {
   void Set(const std::string &key, const std::string &val);
   void Remove(const std::string &key);
 
+  /* The path is served no more. */
+  void TakeAway();
+
  private:
   static InteropTable &Of(uint64_t userData);
   static void OnObserverNum(uint64_t userData, uint32_t num);

@@ -32,6 +32,10 @@ def options_of(message):
         found.append(("Content-Format", int(message.opt.content_format)))
     if message.opt.uri_query:
         found.append(("Uri-Query", "&".join(message.opt.uri_query)))
+    if message.opt.location_path:
+        found.append(("Location-Path", "/".join(message.opt.location_path)))
+    if message.opt.location_query:
+        found.append(("Location-Query", "&".join(message.opt.location_query)))
     return found
 
 
@@ -133,6 +137,8 @@ async def end_observation(context, call, request):
     if request["end"] == "vanish":
         await context.shutdown()
         await change(request["path"], "gone")
+        return
+    if request["end"] == "gone":
         return
     call.observation.cancel()
     await change(request["path"], "end1")

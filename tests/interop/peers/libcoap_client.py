@@ -14,7 +14,8 @@ import time
 import outcome
 
 MESSAGE = re.compile(r"v:1 t:(\S+) c:(\S+) i:\S+ \{(\w*)\} \[ (.*?) ?\](?: :: (.*))?$")
-SHOWN = ("ETag", "Observe", "Uri-Path", "Content-Format", "Uri-Query")
+SHOWN = ("ETag", "Observe", "Uri-Path", "Content-Format", "Uri-Query",
+         "Location-Path", "Location-Query")
 FORMATS = {"text/plain": 0, "application/link-format": 40, "application/json": 50}
 OPTION_NUMBERS = {"if-match": 1, "etag": 4, "if-none-match": 5}
 SETTLE_SECONDS = 4

@@ -81,6 +81,9 @@ function textOf(packet) {
   const format = FORMATS[joined('Content-Format', '')];
   if (has('Content-Format')) words.push(`format ${format}`);
   if (has('Uri-Query')) words.push(`Uri-Query ${joined('Uri-Query', '&')}`);
+  for (const name of ['Location-Path', 'Location-Query']) {
+    if (has(name)) words.push(`${name} ${joined(name, '/')}`);
+  }
   const code = METHODS[packet.code] || packet.code;
   const head = [typeOf(packet), code].concat(words.length ? [words.join(', ')] : []).join(' ');
   return packet.payload.length ? `${head}: ${payloadText(packet.payload, format)}` : head;
@@ -187,10 +190,10 @@ function record(stream, texts) {
 async function endObservation(stream, socket, request) {
   if (request.end === 'vanish') {
     socket.close();
-  } else {
+  } else if (request.end !== 'gone') {
     stream.close(request.end === 'cancel');
   }
-  if (request.end !== 'cancel') await change(`set ${request.path} 1000 end0`);
+  if (request.end === 'vanish' || request.end === 'reset') await change(`set ${request.path} 1000 end0`);
 }
 
 async function runObserve(request) {
