@@ -38,11 +38,11 @@ class HostileServer : public ObserveServer {
     async_.onAsync = [this](void *handle) {
       COAP_RpcSerSendAsyncResponse(Ctx(), handle, reinterpret_cast<const uint8_t *>("{}"), 2);
     };
-    Serve(KeyOf("sync"), RegOf(&sync_, kSyncMode));
-    Serve(KeyOf("sync", COAP_RPC_NON), RegOf(&sync_, kSyncMode));
-    Serve(KeyOf("big"), RegOf(&big_, kSyncMode));
-    Serve(KeyOf("uni", COAP_RPC_CON, 0, COAP_RPC_UNICAST), RegOf(&sync_, kSyncMode));
-    Serve(KeyOf("broad", COAP_RPC_CON, 0, COAP_RPC_BROADCAST), RegOf(&sync_, kSyncMode));
+    Serve(KeyOf("sync"), LightOf(&sync_));
+    Serve(KeyOf("sync", COAP_RPC_NON), LightOf(&sync_));
+    Serve(KeyOf("big"), LightOf(&big_));
+    Serve(KeyOf("uni", COAP_RPC_CON, 0, COAP_RPC_UNICAST), LightOf(&sync_));
+    Serve(KeyOf("broad", COAP_RPC_CON, 0, COAP_RPC_BROADCAST), LightOf(&sync_));
     Serve(KeyOf("async"), RegOf(&async_, kAsyncMode));
     Serve(KeyOf("async", COAP_RPC_NON), RegOf(&async_, kAsyncMode));
     ServeObserved("obs", COAP_RPC_CON, COAP_RPC_JSON, &small_);
@@ -74,16 +74,22 @@ class HostileServer : public ObserveServer {
     return paths;
   }
 
-  // ServeWaiting serves what has arrived, and drops what the host and the callbacks recorded.
+  // ServeWaiting serves until nothing waits, and drops what the host and the callbacks recorded.
   void ServeWaiting() {
     while (COAP_RpcProcIo(Ctx()) != 0) {
     }
+    DropRecords();
+  }
+
+  void DropRecords() {
     host_.ClearLogs();
     for (App *app :
          {&sync_, &big_, &async_, static_cast<App *>(&small_), static_cast<App *>(&bigObserved_)}) {
       app->requests.clear();
       app->handles.clear();
     }
+    std::vector<uint32_t>().swap(small_.observerNums);
+    std::vector<uint32_t>().swap(bigObserved_.observerNums);
   }
 
   static Sender SenderAt(uint32_t ipv4, uint16_t port = 0) {
@@ -120,6 +126,7 @@ class HostileServer : public ObserveServer {
 
   // ExpectServing expects a stranger to be answered.
   void ExpectServing() {
+    ServeWaiting();
     RawPeer stranger;
     stranger.SetRemote(Address());
     stranger.Send(Get(CoapType::kCon, "sync", "q"));
@@ -166,6 +173,14 @@ class HostileServer : public ObserveServer {
   Sender attacker_ = SenderAt(OwnIpv4(Role::kPeer));
 
  private:
+  // LightOf answers without looking at anything.
+  CoapRpcSerVtblReg LightOf(App *app) const {
+    CoapRpcSerVtblReg reg = RegOf(app, kSyncMode);
+    reg.onRequest = [](uint64_t userData, const CoapRpcSerReqInfo *, uint8_t *, uint32_t, uint8_t *,
+                       uint32_t) { return App::Of(userData).result; };
+    return reg;
+  }
+
   void ServeObserved(const char *path, uint32_t msgType, uint8_t format, ObserveApp *app) {
     const CoapRpcSerObVtblReg ob = ObRegOf(format != COAP_RPC_BYTE);
     Serve(KeyOf(path, msgType, 1), RegOf(app, kSyncMode, format), &ob);

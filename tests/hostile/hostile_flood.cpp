@@ -1,0 +1,122 @@
+// A flood as fast as a thread can send, while one peer behaves and repeats what is lost.
+#include <atomic>
+#include <random>
+#include <thread>
+
+#include "hostile_server.h"
+
+namespace coap_rpc_test {
+namespace {
+
+// Flood sends datagrams of a kind from a thread until it ends.
+class Flood {
+ public:
+  template <typename Make>
+  Flood(uint32_t fromIp, uint32_t toIp, Make make)
+      : thread_([this, fromIp, toIp, make] {
+          Sender sender(fromIp, 0, toIp, kCoapPort);
+          for (uint32_t i = 0; !hasEnded_; ++i) {
+            sender.Send(make(i));
+            ++numSent_;
+          }
+        }) {}
+  ~Flood() {
+    hasEnded_ = true;
+    thread_.join();
+  }
+
+  uint32_t NumSent() const { return numSent_; }
+
+ private:
+  std::atomic<bool> hasEnded_ = false;
+  std::atomic<uint32_t> numSent_ = 0;
+  std::thread thread_;
+};
+
+class HostileFlood : public HostileServer {
+ protected:
+  static constexpr uint32_t kNumRequests = 200 / kSlowdown;
+  static constexpr int kMaxRepeats = 2000;
+
+  struct Score {
+    uint32_t numAnswered = 0;
+    uint32_t numRepeats = 0;
+  };
+
+  // AskOnce sends a request and serves for a turn.  Returns whether it was answered, now or
+  // earlier.
+  bool AskOnce(Sender &peer, const CoapMessage &request) {
+    peer.Send(request);
+    COAP_RpcProcIo(Ctx());
+    DropRecords();
+    for (Bytes datagram = peer.Receive(); !datagram.empty(); datagram = peer.Receive()) {
+      CoapMessage answer;
+      if (!Parse(datagram, &answer).empty() || answer.token != request.token) continue;
+      EXPECT_EQ(answer.code, Code(2, 1));
+      return true;
+    }
+    return false;
+  }
+
+  Score AskAll() {
+    Score score;
+    Sender peer = SenderAt(OwnIpv4(Role::kPeer));
+    for (uint32_t i = 0; i < kNumRequests; ++i) {
+      CoapMessage request = Get(CoapType::kCon, "sync", "q");
+      request.token = {static_cast<uint8_t>(i), 0x5A};
+      int numTries = 0;
+      while (numTries < kMaxRepeats && !AskOnce(peer, request)) ++numTries;
+      score.numRepeats += static_cast<uint32_t>(numTries);
+      score.numAnswered += numTries < kMaxRepeats ? 1 : 0;
+    }
+    return score;
+  }
+
+  template <typename Make>
+  void ExpectAllAnsweredDuring(Make make) {
+    uint32_t numSent = 0;
+    Score score;
+    {
+      Flood flood(OwnIpv4(Role::kOtherPeer), OwnIpv4(Role::kServer), make);
+      while (flood.NumSent() == 0) std::this_thread::yield();
+      score = AskAll();
+      numSent = flood.NumSent();
+    }
+    printf("[ MEASURED ] %u of %u requests answered with %u repeated, %u datagrams of flood\n",
+           score.numAnswered, kNumRequests, score.numRepeats, numSent);
+    EXPECT_EQ(score.numAnswered, kNumRequests);
+    EXPECT_GE(numSent, 50 * kNumRequests);
+    ExpectAllForgotten();
+  }
+};
+
+TEST_F(HostileFlood, OfNoise) {
+  std::mt19937 random(1);
+  Bytes noise(64);
+  for (uint8_t &byte : noise) byte = static_cast<uint8_t>(random());
+  ExpectAllAnsweredDuring([noise](uint32_t i) {
+    Bytes datagram = noise;
+    datagram[i % noise.size()] = static_cast<uint8_t>(i);
+    return datagram;
+  });
+}
+
+TEST_F(HostileFlood, OfRequests) {
+  ExpectAllAnsweredDuring([](uint32_t i) {
+    const auto mid = static_cast<uint16_t>(i);
+    return ToBytes(
+        Request(CoapType::kCon, kCodeGet, mid, {1}).AddPath("big").PayloadText("payload"));
+  });
+}
+
+TEST_F(HostileFlood, OfRegistrations) {
+  ExpectAllAnsweredDuring([](uint32_t i) {
+    const Bytes token = {static_cast<uint8_t>(i), static_cast<uint8_t>(i >> 8)};
+    return ToBytes(Request(CoapType::kCon, kCodeGet, static_cast<uint16_t>(i), token)
+                       .AddPath("obs")
+                       .AddUint(kOptObserve, i % 2));
+  });
+}
+
+}  // namespace
+}  // namespace coap_rpc_test
