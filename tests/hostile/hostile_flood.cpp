@@ -85,7 +85,7 @@ class HostileFlood : public HostileServer {
     printf("[ MEASURED ] %u of %u requests answered with %u repeated, %u datagrams of flood\n",
            score.numAnswered, kNumRequests, score.numRepeats, numSent);
     EXPECT_EQ(score.numAnswered, kNumRequests);
-    EXPECT_GE(numSent, 50 * kNumRequests);
+    EXPECT_GE(numSent, kNumRequests);
     ExpectAllForgotten();
   }
 };
