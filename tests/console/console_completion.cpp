@@ -84,3 +84,12 @@ TEST(Complete, LongLines_AreTaken) {
   EXPECT_EQ(Texts{}, Choices(std::string(1 << 20, 'x')));
   EXPECT_EQ(Texts{}, Choices(std::string(1 << 20, ' ') + "x"));
 }
+
+TEST(Complete, ParamOfAnyName_IsShown) {
+  Catalog catalog;
+  for (const char *name : {"", "p", "un", "pc", "uni", "x"}) {
+    catalog.commands = {{"demo", "demo echo", {name}}};
+    EXPECT_EQ(Texts{"<" + std::string(name) + ">"},
+              console::Complete(catalog, "demo echo ").choices);
+  }
+}

@@ -57,8 +57,11 @@ void AddNextWord(const Words &phrase, const Typed &typed, std::set<std::string> 
 }
 
 // FieldOf is the field whose values a parameter takes: "pcUri" takes those of "uri".
-std::string FieldOf(const std::string &param) {
-  return Lower(param.starts_with("uni") ? param.substr(3) : param.substr(2));
+std::string FieldOf(std::string_view param) {
+  for (const std::string_view prefix : {"uni", "pc"}) {
+    if (param.starts_with(prefix)) return Lower(param.substr(prefix.size()));
+  }
+  return Lower(param);
 }
 
 struct Search {
