@@ -1,5 +1,8 @@
-// A peer that answered a call with a registration of its own made libcoap look for the endpoint of
-// the caller's session, which has none.
+// A peer that is called may itself observe, over the session of the caller.  libcoap then looked for
+// the session's endpoint, which a session of a client has not, and mixed up what it sent block-wise:
+// it took a notification's resource for a request's token, also when the resource was gone.
+#include <jansson.h>
+
 #include "coap_svc/rpc/coap_rpc_ser.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
 #include "wire_client.h"
@@ -8,51 +11,82 @@ namespace coap_rpc_test {
 namespace {
 
 constexpr uint16_t kFieldLen = 4;
+constexpr size_t kLarge = 5000;
 constexpr uint32_t kTicksPerTask = 10;
 
 int32_t FieldCmp(const void *a, const void *b) { return memcmp(a, b, kFieldLen); }
 
+uint32_t BuildLarge(uint64_t, uint8_t *, uint8_t *, void *out) {
+  const std::string text(kLarge, 'n');
+  return json_object_set_new(static_cast<json_t *>(out), "v", json_string(text.c_str())) != 0;
+}
+uint32_t BuildDelete(uint64_t, uint8_t *, void *) { return 1; }
+
 class ObserveOverClientSession : public WireClient {
  protected:
-  void ServeObservable(const CoapRpcUriKey &key) {
+  void SetUp() override {
+    Register(called_, &app_);
+    ServeObservable();
+    ASSERT_EQ(Call(called_), 0u);
+    call_ = Next();
+  }
+
+  void ServeObservable() {
     CoapRpcSerVtblReg reg = {};
     reg.payloadFormat = COAP_RPC_JSON;
     CoapRpcSerObVtblReg ob = {};
     ob.keyLen = kFieldLen;
     ob.tupleKeyCmp = FieldCmp;
+    ob.buildUpdate = BuildLarge;
+    ob.buildDelete = BuildDelete;
     CoapRpcSerListenAddr addr = {};
     addr.listenAddr.family = COAP_RPC_IPV4;
     addr.listenAddr.addr.ipv4 = kOwnIp;
     addr.port = FindFreeUdpPort();
-    ASSERT_EQ(COAP_RpcSerRegVtbl(Ctx(), &key, &reg, &ob), 0u);
-    ASSERT_EQ(COAP_RpcSerSetUri(Ctx(), &key, &addr), 0u);
+    ASSERT_EQ(COAP_RpcSerRegVtbl(Ctx(), &served_, &reg, &ob), 0u);
+    ASSERT_EQ(COAP_RpcSerSetUri(Ctx(), &served_, &addr), 0u);
   }
 
-  uint32_t NumObservers(const CoapRpcUriKey &key) {
-    return COAP_RpcSerFindUriVtbl(Ctx()->ser, &key)->observerNum;
+  // ObserveBack makes the peer observe, and returns the answer.
+  CoapMessage ObserveBack() {
+    CoapMessage observe = Request(CoapType::kCon, kCodeGet, 77, {1});
+    peer_.Send(observe.AddPath("o").AddUint(kOptObserve, 0));
+    return Next();
   }
+
+  App app_;
+  const CoapRpcUriKey called_ = KeyOf("a");
+  const CoapRpcUriKey served_ = KeyOf("o", COAP_RPC_CON, 1);
+  CoapMessage call_;  // of the instance, not answered
 };
 
 TEST_F(ObserveOverClientSession, Registration_IsAnswered) {
-  App app;
-  const CoapRpcUriKey called = KeyOf("a");
-  const CoapRpcUriKey served = KeyOf("o", COAP_RPC_CON, 1);
-  Register(called, &app);
-  ServeObservable(served);
-  ASSERT_EQ(Call(called), 0u);
-  const CoapMessage call = Next();
-
-  CoapMessage observe = Request(CoapType::kCon, kCodeGet, 77, {1});
-  peer_.Send(observe.AddPath("o").AddUint(kOptObserve, 0));
-  const CoapMessage answer = Next();
+  const CoapMessage answer = ObserveBack();
   EXPECT_EQ(answer.type, CoapType::kAck);
   EXPECT_EQ(answer.messageId, 77);
   EXPECT_EQ(answer.code, Code(2, 1));
-  EXPECT_EQ(NumObservers(served), 1u);
+  EXPECT_EQ(COAP_RpcSerFindUriVtbl(Ctx()->ser, &served_)->observerNum, 1u);
 
-  peer_.Send(AnswerOf(call).PayloadText("answer"));
+  peer_.Send(AnswerOf(call_).PayloadText("answer"));
   Ticks(kTicksPerTask);
-  EXPECT_EQ(app.responses.size(), 1u);
+  EXPECT_EQ(app_.responses.size(), 1u);
+}
+
+TEST_F(ObserveOverClientSession, LargeCallAfterALargeNotification_GoesOut) {
+  peer_.Send(AnswerOf(call_).PayloadText("answer"));
+  ObserveBack();
+  ASSERT_EQ(COAP_RpcSerObserveDataUpdate(Ctx(), &served_, "key", nullptr), 0u);
+  const CoapMessage notification = Next();
+  ASSERT_TRUE(notification.Block(kOptBlock2));
+  peer_.Send(AckOf(notification));
+  COAP_RpcSerUnsetUri(Ctx(), &served_);
+  Ticks(kTicksPerTask);
+
+  app_.out = std::string(kLarge, 'c');
+  ASSERT_EQ(Call(called_, 2), 0u);
+  std::optional<CoapMessage> sent = peer_.ReceiveMessage(Pump());
+  while (sent && !sent->Block(kOptBlock1)) sent = peer_.ReceiveMessage(Pump());
+  EXPECT_TRUE(sent) << peer_.LogText();
 }
 
 }  // namespace
