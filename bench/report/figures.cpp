@@ -1,0 +1,92 @@
+#include "figures.h"
+
+namespace bench_report {
+namespace {
+
+const Column kPerSecond{"per_second", "per second"};
+const Column kCpu{"cpu_us", "CPU us each"};
+const Column kP50{"p50_us", "p50 us"};
+const Column kP99{"p99_us", "p99 us"};
+const Column kP999{"p999_us", "p99.9 us"};
+
+Bar SyncBar(const std::string &ports, const std::string &suffix, const std::string &logging,
+            double limit) {
+  return {"synchronous POSTs from " + ports + ", " + logging,
+          {"sync", ports, "library" + suffix, "per_second"},
+          {"sync", ports, "libcoap" + suffix, "per_second"},
+          true,
+          limit};
+}
+
+Bar CallBar(const std::string &label, const std::string &metric, const std::string &text,
+            double limit) {
+  return {
+      text, {"calls", label, "library", metric}, {"calls", label, "libcoap", metric}, false, limit};
+}
+
+}  // namespace
+
+const std::vector<Figure> &Figures() {
+  static const std::vector<Figure> kFigures = {
+      {"sync", "Synchronous POSTs", "Client ports", {kPerSecond, kCpu, kP50, kP99, kP999}},
+      {"calls", "Asynchronous calls", "Under way", {kPerSecond, kCpu, kP50, kP99, kP999}},
+      {"observe",
+       "From update to delivery",
+       "Tuples",
+       {{"delivered_ms", "delivered ms"}, {"queue_us", "update calls us"}}},
+      {"resync",
+       "Answer to a check code",
+       "Tuples",
+       {{"stale_us", "stale us"},
+        {"stale_cpu_us", "stale CPU us"},
+        {"match_us", "match us"},
+        {"match_cpu_us", "match CPU us"}}},
+      {"uris", "POSTs, by registered URIs", "URIs", {kCpu, kPerSecond}},
+      {"queue", "Queue and build, beside Jansson", "Tuples", {{"cpu_us", "CPU us"}}},
+      {"memory",
+       "Memory, bytes of one",
+       "One of so many",
+       {{"heap_bytes", "heap, libcoap included"}, {"pool_bytes", "the instance's pool"}}},
+  };
+  return kFigures;
+}
+
+const std::vector<Bar> &Bars() {
+  static const std::vector<Bar> kBars = {
+      SyncBar("16", "", "both without logging", 0.90),
+      SyncBar("200", "", "both without logging", 0.90),
+      SyncBar("16", ", logging", "both with default logging", 0.80),
+      SyncBar("200", ", logging", "both with default logging", 0.80),
+      CallBar("64", "cpu_us", "CPU of an asynchronous call, 64 under way", 1.25),
+      CallBar("1", "cpu_us", "CPU of an asynchronous call, 1 under way", 1.25),
+      CallBar("1", "p50_us", "p50 of an asynchronous call, 1 under way", 1.30),
+      {"p50 of a synchronous POST, 1 under way",
+       {"sync", "1", "library", "p50_us"},
+       {"sync", "1", "libcoap", "p50_us"},
+       false,
+       1.30},
+      {"queuing 50,000 changes, beside Jansson's document",
+       {"queue", "50000", "queue", "cpu_us"},
+       {"queue", "50000", "Jansson", "cpu_us"},
+       false,
+       3},
+      {"building their payload, beside Jansson's document",
+       {"queue", "50000", "build", "cpu_us"},
+       {"queue", "50000", "Jansson", "cpu_us"},
+       false,
+       3},
+      {"CPU of a POST, 100,000 URIs beside 10",
+       {"uris", "100000", "library", "cpu_us"},
+       {"uris", "10", "library", "cpu_us"},
+       false,
+       2},
+  };
+  return kBars;
+}
+
+Verdict Judge(const Samples &samples, const Bar &bar) {
+  const Stat ratio = samples.Ratio(bar.over, bar.under);
+  return {ratio, bar.isLeast ? ratio.median >= bar.limit : ratio.median <= bar.limit};
+}
+
+}  // namespace bench_report
