@@ -1,5 +1,8 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler.h"
 
+#include <algorithm>
+#include <cstring>
+
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
@@ -88,11 +91,21 @@ uint32_t HandlePayload(const Request &req, CoapRpcCtx *ctx, CoapRpcSerUriVtbl *e
   return RunMode(req, ctx, entry, copy.get(), static_cast<uint32_t>(len));
 }
 
+// ClearAnswer clears the part of the answer buffer that handlers have written to.  That is little,
+// as a rule, and to look at memory costs less than to write it.
+void ClearAnswer(uint8_t *buf) {
+  static constexpr uint8_t kZeros[4096] = {};
+  for (size_t at = 0; at < kPayloadBufSize; at += sizeof(kZeros)) {
+    const size_t len = std::min(sizeof(kZeros), kPayloadBufSize - at);
+    if (memcmp(buf + at, kZeros, len) != 0) memset_s(buf + at, len, 0, len);
+  }
+}
+
 uint8_t *AnswerBuffer(CoapRpcSerData *ser) {
   if (!ser->reqBuf) {
     ser->reqBuf = static_cast<uint8_t *>(PoolAlloc(ser->owner->param.memHandle, kPayloadBufSize));
   }
-  if (ser->reqBuf) memset_s(ser->reqBuf, kPayloadBufSize, 0, kPayloadBufSize);
+  if (ser->reqBuf) ClearAnswer(ser->reqBuf);
   return ser->reqBuf;
 }
 
