@@ -2,7 +2,6 @@
 #include <cstring>
 
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
-#include "coap_svc/rpc/common/coap_rpc_safe.h"
 
 namespace coap_rpc {
 namespace {
@@ -16,17 +15,16 @@ constexpr size_t kHexWidth = 35;  // four groups of eight digits and the blanks 
 class DumpLine {
  public:
   void Add(int32_t index, uint8_t byte) {
+    static constexpr char kDigits[] = "0123456789abcdef";
     const int32_t column = index % kBytesPerLine;
-    char digits[4];
-    snprintf_truncated_s(digits, sizeof(digits), "%02x", byte);
-    AddHex(column, digits);
+    AddHex(column, kDigits[byte >> 4], kDigits[byte & 15]);
     text_[column] = byte >= 32 && byte <= 126 ? static_cast<char>(byte) : '.';
     text_[column + 1] = '\0';
   }
 
   void Pad(int32_t numBytes) {
     for (int32_t column = numBytes % kBytesPerLine; column % kBytesPerLine != 0; ++column) {
-      AddHex(column, "  ");
+      AddHex(column, ' ', ' ');
     }
   }
 
@@ -42,11 +40,16 @@ class DumpLine {
 
  private:
   // After a line that the log did not take, the column is full: what comes then is dropped.
-  void AddHex(int32_t column, const char *twoChars) {
-    const bool isGroupStart = column % kBytesPerGroup == 0 && column != 0;
-    const int stored = snprintf_truncated_s(hex_ + hexLen_, sizeof(hex_) - hexLen_, "%s%s",
-                                            isGroupStart ? " " : "", twoChars);
-    if (stored > 0) hexLen_ += static_cast<size_t>(stored);
+  void AddHex(int32_t column, char first, char second) {
+    if (column % kBytesPerGroup == 0 && column != 0) Append(' ');
+    Append(first);
+    Append(second);
+  }
+
+  void Append(char c) {
+    if (hexLen_ == kHexWidth) return;
+    hex_[hexLen_++] = c;
+    hex_[hexLen_] = '\0';
   }
 
   char hex_[kHexWidth + 1] = {};
