@@ -96,8 +96,9 @@ CoapRpcLogData *COAP_RpcLogAddData(CoapRpcLogDiag *diag, const char *uri) {
 }
 
 CoapRpcLogData *COAP_RpcLogFindData(CoapRpcLogDiag *diag, const char *uri) {
+  if (!diag || !uri || TableOf(*diag).IsEmpty()) return nullptr;
   char key[COAP_RPC_URI_SIZE] = {};
-  if (!diag || !uri || strcpy_s(key, sizeof(key), uri) != 0) return nullptr;
+  if (strcpy_s(key, sizeof(key), uri) != 0) return nullptr;
   return TableOf(*diag).Find(&key);
 }
 

@@ -50,9 +50,14 @@ class UriText {
 // COAP_RPC_LOG(log, site, fmt, ...) writes it under the usual module name.
 #define COAP_RPC_LOG(log, site, ...) COAP_RPC_LOG_AS(log, coap_rpc::kLogModule, site, __VA_ARGS__)
 
-// COAP_RPC_DEBUG(ctx, fmt, ...) writes a debug or success line of an instance to both sinks.
-#define COAP_RPC_DEBUG(ctx, ...) \
-  COAP_RPC_LOG_MOD_DO((ctx)->log, (ctx)->param.dbgHandle, __VA_ARGS__)
+// COAP_RPC_DEBUG(ctx, fmt, ...) writes a debug or success line of an instance to both sinks; the
+// arguments are evaluated only when there is a sink.
+#define COAP_RPC_DEBUG(ctx, ...)                                            \
+  do {                                                                      \
+    if ((ctx)->log != 0 || (ctx)->param.dbgHandle != 0) {                   \
+      COAP_RPC_LOG_MOD_DO((ctx)->log, (ctx)->param.dbgHandle, __VA_ARGS__); \
+    }                                                                       \
+  } while (false)
 
 // The four values of "uri:%s, msgType:%u, observe:%u, pktType:%u".
 #define COAP_RPC_KEY_ARGS(key) \

@@ -125,7 +125,7 @@ CoapRpcSerUriVtbl *FindOnListen(CoapRpcCtx *ctx, CoapRpcUriKey *key, const coap_
 }  // namespace
 
 uint32_t CoapRpcLibIsDynamicMac(const CoapRpcUriKey *key) {
-  return strcmp(UriText(key->uri).c_str(), "terminals/dynamic-mac") == 0;
+  return strncmp(key->uri, "terminals/dynamic-mac", sizeof(key->uri)) == 0;
 }
 
 CoapRpcCliUriVtbl *COAP_RpcCliGetVtbl(CoapRpcCtx *ctx, const coap_pdu_t *pdu) {

@@ -138,12 +138,11 @@ uint32_t COAP_RpcGetUriStr(const coap_pdu_t *pdu, char *buf, uint32_t len) {
   const CoapString path(coap_get_uri_path(pdu));
   if (!path) return Code(kSiteGetUriStrNoPath);
   if (len < 2 * path->length) return Code(kSiteGetUriStrTooLong);
-  const auto width = static_cast<int>(path->length);
-  // The formatter takes buffers of limited size only and reports the length of a text that does
-  // not fit instead of failing.
-  const size_t size = std::min<size_t>(len, RSIZE_MAX_STR);
-  const int stored = sprintf_s(buf, size, "%*.*s", width, width, path->s);
-  return stored < 0 || static_cast<size_t>(stored) >= size ? Code(kSiteGetUriStrFormat) : 0;
+  // A text as long as the string functions take is refused, whatever the buffer's size.
+  if (path->length >= std::min<size_t>(len, RSIZE_MAX_STR)) return Code(kSiteGetUriStrFormat);
+  memcpy(buf, path->s, path->length);
+  buf[path->length] = '\0';
+  return 0;
 }
 
 uint32_t COAP_RpcGetMsgType(const coap_pdu_t *pdu, uint32_t *msgType) {
@@ -221,11 +220,13 @@ void COAP_RpcParseOptions(const coap_pdu_t *pdu, CoapRpcMsgOptions *opt) {
   if (!pdu || !opt) return;
   uint32_t counts[kNumOptionRows] = {};
   coap_opt_iterator_t it;
+  bool hasQuery = false;
   coap_option_iterator_init(pdu, &it, COAP_OPT_ALL);
   while (const coap_opt_t *option = coap_option_next(&it)) {
     ParseOption(it.number, option, counts, opt);
+    hasQuery |= it.number == COAP_OPTION_URI_QUERY;
   }
-  ParseQuery(pdu, opt);
+  if (hasQuery) ParseQuery(pdu, opt);
 }
 
 void COAP_RpcParseETag(uint32_t index, const coap_opt_t *option, CoapRpcMsgOptions *opt) {
