@@ -9,11 +9,24 @@ const Column kP50{"p50_us", "p50 us"};
 const Column kP99{"p99_us", "p99 us"};
 const Column kP999{"p999_us", "p99.9 us"};
 
-Bar SyncBar(const std::string &ports, const std::string &suffix, const std::string &logging,
+// SyncBar compares the library with another variant of the server: POSTs in a second of the
+// server's processor time, which is what a core can take at most, whoever else is using the
+// machine.
+Bar SyncBar(const std::string &ports, const std::string &suffix, const std::string &other,
             double limit) {
-  return {"synchronous POSTs from " + ports + ", " + logging,
+  return {"synchronous POSTs a CPU second, " + ports + " ports: library" + suffix + " / " + other,
+          {"sync", ports, other, "cpu_us"},
+          {"sync", ports, "library" + suffix, "cpu_us"},
+          true,
+          limit};
+}
+
+// WallBar is SyncBar by the clock on the wall.
+Bar WallBar(const std::string &ports, const std::string &suffix, const std::string &other,
+            double limit) {
+  return {"synchronous POSTs a second, " + ports + " ports: library" + suffix + " / " + other,
           {"sync", ports, "library" + suffix, "per_second"},
-          {"sync", ports, "libcoap" + suffix, "per_second"},
+          {"sync", ports, other, "per_second"},
           true,
           limit};
 }
@@ -53,29 +66,35 @@ const std::vector<Figure> &Figures() {
 
 const std::vector<Bar> &Bars() {
   static const std::vector<Bar> kBars = {
-      SyncBar("16", "", "both without logging", 0.90),
-      SyncBar("200", "", "both without logging", 0.90),
-      SyncBar("16", ", logging", "both with default logging", 0.80),
-      SyncBar("200", ", logging", "both with default logging", 0.80),
+      SyncBar("16", "", "libcoap", 0.90),
+      SyncBar("200", "", "libcoap", 0.90),
+      SyncBar("16", "", "libcoap, clearing", 0.90),
+      SyncBar("200", "", "libcoap, clearing", 0.90),
+      SyncBar("16", ", logging", "libcoap, logging", 0.80),
+      SyncBar("200", ", logging", "libcoap, logging", 0.80),
+      WallBar("16", "", "libcoap", 0.90),
+      WallBar("200", "", "libcoap", 0.90),
+      WallBar("16", ", logging", "libcoap, logging", 0.80),
+      WallBar("200", ", logging", "libcoap, logging", 0.80),
       CallBar("64", "cpu_us", "CPU of an asynchronous call, 64 under way", 1.25),
       CallBar("1", "cpu_us", "CPU of an asynchronous call, 1 under way", 1.25),
       CallBar("1", "p50_us", "p50 of an asynchronous call, 1 under way", 1.30),
-      {"p50 of a synchronous POST, 1 under way",
+      {"p50 of a synchronous POST, 1 under way: library / libcoap",
        {"sync", "1", "library", "p50_us"},
        {"sync", "1", "libcoap", "p50_us"},
        false,
        1.30},
-      {"queuing 50,000 changes, beside Jansson's document",
+      {"CPU of queuing 50,000 changes / Jansson making the document",
        {"queue", "50000", "queue", "cpu_us"},
        {"queue", "50000", "Jansson", "cpu_us"},
        false,
        3},
-      {"building their payload, beside Jansson's document",
+      {"CPU of building their payload / Jansson making the document",
        {"queue", "50000", "build", "cpu_us"},
        {"queue", "50000", "Jansson", "cpu_us"},
        false,
        3},
-      {"CPU of a POST, 100,000 URIs beside 10",
+      {"CPU of a POST, 100,000 URIs / 10",
        {"uris", "100000", "library", "cpu_us"},
        {"uris", "10", "library", "cpu_us"},
        false,

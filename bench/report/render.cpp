@@ -102,7 +102,7 @@ std::string Table(const Samples &samples, const Figure &figure) {
 }
 
 std::string BarTable(const Samples &samples) {
-  std::vector<Row> rows = {{"Ratio of medians in pairs of runs", "Bar", "Measured", ""}};
+  std::vector<Row> rows = {{"Ratio, median over pairs of runs", "Bar", "Measured", ""}};
   for (const Bar &bar : Bars()) {
     const Verdict verdict = Judge(samples, bar);
     if (verdict.ratio.num == 0) continue;
