@@ -65,6 +65,18 @@ TEST_F(Sync, SyncAnswer_BufferIsClearedBeforeEachCall) {
   EXPECT_TRUE(app_.isBufferClear);
 }
 
+TEST_F(Sync, SyncAnswer_BufferIsClearedWhereverAByteWasLeft) {
+  ServeGet();
+  app_.result = 0;
+  for (const size_t at : {0u, 1u, 4095u, 4096u, 61440u, 65469u, 65470u}) {
+    app_.out = std::string(at, '\0') + 'x';
+    Ask(Get(CoapType::kCon, "a/b", "q"));
+    app_.out.clear();
+    Ask(Get(CoapType::kCon, "a/b", "q"));
+    EXPECT_TRUE(app_.isBufferClear) << at;
+  }
+}
+
 TEST_F(Sync, NonRequest_GetsNonAnswerWith201) {
   ServeGet();
   app_.result = 1;
