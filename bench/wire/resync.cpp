@@ -150,7 +150,7 @@ class Asker {
   Answer Exchange(const Message &message) {
     static_cast<void>(!write(fd_, message.Bytes().data(), message.Bytes().size()));
     pollfd poll = {fd_, POLLIN, 0};
-    if (::poll(&poll, 1, 5000) == 1) return Read();
+    if (::poll(&poll, 1, 60000) == 1) return Read();
     fprintf(stderr, "resync: no answer\n");
     exit(1);
   }
