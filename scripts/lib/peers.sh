@@ -1,25 +1,29 @@
-# peers.sh: sourced by the scripts that talk to CoAP implementations of others: aiocoap in
-# $PEERS/venv, node-coap in $PEERS/node.  Each is installed once and then found there.  Needs apt.sh.
+# peers.sh: sourced by the scripts that talk to CoAP implementations of others; they need apt.sh.
+# Each is installed once, in the versions that tests/interop/peers names, and then found there.
 
-PEERS=${XDG_CACHE_HOME:-${HOME:-$(getent passwd "$(id -u)" | cut -d: -f6)}/.cache}/coap_svc_rpc/peers
+readonly PEERS=tests/interop/peers
+cache=$(cache_folder)
 
-# have_aiocoap, have_node_coap: 0 when the implementation is there or could be installed, else 1
-# with a line that says what is missing.
-have_aiocoap() {
-  [[ ! -x $PEERS/venv/bin/python ]] || ! "$PEERS/venv/bin/python" -c 'import aiocoap' 2>/dev/null ||
-    return 0
-  mkdir -p "$PEERS"
-  (install_packages python3-venv && python3 -m venv "$PEERS/venv" &&
-    quietly "$PEERS/venv/bin/pip" -q install aiocoap) >/dev/null 2>&1 && return 0
-  say "skipped: aiocoap cannot be installed here"
-  return 1
+# is_current <list of versions> <its copy in the cache>
+is_current() { cmp -s "$1" "$2"; }
+
+# A venv needs the module that makes one; the distribution has it in a package of its own.
+install_aiocoap() {
+  is_current "$PEERS/requirements.txt" "$cache/aiocoap/requirements.txt" && return
+  say "fetching aiocoap into $cache/aiocoap"
+  rm -rf "$cache/aiocoap"
+  mkdir -p "$cache"
+  quietly /usr/bin/python3 -m venv "$cache/aiocoap" &&
+    quietly "$cache/aiocoap/bin/pip" install --no-deps --requirement "$PEERS/requirements.txt" &&
+    cp "$PEERS/requirements.txt" "$cache/aiocoap/"
 }
 
-have_node_coap() {
-  [[ ! -d $PEERS/node/node_modules/coap ]] || return 0
-  mkdir -p "$PEERS/node"
-  ({ command -v npm || install_packages nodejs npm; } &&
-    quietly npm --prefix "$PEERS/node" install --no-audit --no-fund coap) >/dev/null 2>&1 && return 0
-  say "skipped: node-coap cannot be installed here"
-  return 1
+install_node_coap() {
+  is_current "$PEERS/package.json" "$cache/node-coap/package.json" && return
+  say "fetching node-coap into $cache/node-coap"
+  rm -rf "$cache/node-coap"
+  mkdir -p "$cache/node-coap.new"
+  cp "$PEERS/package.json" "$cache/node-coap.new/"
+  (cd "$cache/node-coap.new" && quietly npm install --no-package-lock --no-audit --no-fund \
+    --ignore-scripts) && mv -T "$cache/node-coap.new" "$cache/node-coap"
 }
