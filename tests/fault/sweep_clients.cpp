@@ -6,7 +6,7 @@ namespace coap_rpc_test {
 namespace {
 
 constexpr size_t kLarge = 3000;
-constexpr int kRetransmitted = 500;  // rounds in which an unanswered request is given up
+constexpr int kRetransmitted = 250;  // rounds in which an unanswered request is given up
 
 const CoapRpcUriKey kCon = KeyOf("call");
 const CoapRpcUriKey kNon = KeyOf("call", COAP_RPC_NON);
@@ -112,7 +112,7 @@ void PrepareKeepAlive(Stage &stage) {
   PlayAnswered(stage);
   stage.SetSilent(true);
 }
-void PlayKeepAlive(Stage &stage) { stage.Listen(400); }
+void PlayKeepAlive(Stage &stage) { stage.Listen(160); }
 void WorksKeepAlive(Stage &stage) {
   EXPECT_EQ(COAP_RpcSetKeepAlive(stage.Ctx(), 0), 0u);
   WorksCalls(stage);

@@ -60,7 +60,7 @@ void WorksUpdate(Stage &stage) {
 
 // More changes at once than a list without index holds.
 void UpdateMany(Stage &stage) {
-  for (int i = 100; i < 170; ++i) stage.Update("k" + std::to_string(i), "v001");
+  for (int i = 100; i < 136; ++i) stage.Update("k" + std::to_string(i), "v001");
 }
 void PlayMany(Stage &stage) {
   UpdateMany(stage);
