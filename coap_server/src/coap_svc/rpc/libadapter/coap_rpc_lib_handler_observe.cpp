@@ -211,6 +211,8 @@ void CoapRpcObserveNoteQuery(coap_resource_t *resource, coap_session_t *session,
   if (!ctx || !ctx->lib || !stored || stored == request) return;
   ForgetQuery(ctx, stored);
   if (query) RememberQuery(ctx, stored, *query);
+  // What the peer has begun to fetch meanwhile, it fetches with this query as well.
+  CoapRpcLibRenameBlocks(session, resource, request, query);
 }
 
 void CoapRpcObserveForgetQueries(CoapRpcCtx *ctx) {

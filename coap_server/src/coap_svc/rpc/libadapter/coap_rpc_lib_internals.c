@@ -189,6 +189,23 @@ void CoapRpcLibEndBlocks(coap_session_t *session, const void *appPtr) {
   coap_block_delete_lg_xmit(session, blocks);
 }
 
+static coap_string_t *CopyOf(const coap_string_t *text) {
+  coap_string_t *copy = text && text->length != 0 ? coap_new_string(text->length) : NULL;
+  if (copy) memcpy(copy->s, text->s, text->length);
+  return copy;
+}
+
+void CoapRpcLibRenameBlocks(coap_session_t *session, const coap_resource_t *resource,
+                            const coap_pdu_t *request, const coap_string_t *query) {
+  coap_lg_xmit_t *blocks;
+  LL_FOREACH(session->lg_xmit, blocks) {
+    if (COAP_PDU_IS_REQUEST(&blocks->pdu) || blocks->b.b2.resource != resource) continue;
+    if (!coap_binary_equal(&blocks->pdu.actual_token, &request->actual_token)) continue;
+    coap_delete_string(blocks->b.b2.query);
+    blocks->b.b2.query = CopyOf(query);
+  }
+}
+
 /* Upload is one request body in the making. */
 typedef struct Upload {
   coap_session_t *session;

@@ -55,6 +55,11 @@ coap_tick_t CoapRpcLibBlocksSentAt(coap_session_t *session, const void *appPtr);
  * nobody asked for a block for idleMs.  Its release function runs then. */
 void CoapRpcLibExpireBlocks(coap_session_t *session, const void *appPtr, uint32_t idleMs);
 
+/* CoapRpcLibRenameBlocks lets a peer ask with another query from now on for the blocks of what is
+ * being sent to its request's token.  `query` may be null. */
+void CoapRpcLibRenameBlocks(coap_session_t *session, const coap_resource_t *resource,
+                            const coap_pdu_t *request, const coap_string_t *query);
+
 /* CoapRpcLibEndBlocks ends the transfer of the session that carries `appPtr`, finished or not, if
  * there is one.  Its release function runs then. */
 void CoapRpcLibEndBlocks(coap_session_t *session, const void *appPtr);
