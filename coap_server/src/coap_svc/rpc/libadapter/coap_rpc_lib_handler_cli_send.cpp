@@ -190,6 +190,7 @@ void COAP_RpcCliCancelRequest(CoapRpcCtx *ctx, CoapRpcCliSession *session, CoapR
   coap_binary_t *token = coap_new_binary(req->tokenLen);
   if (!token) return;
   if (req->tokenLen != 0) memcpy(token->s, req->token, req->tokenLen);
+  CoapRpcLibMayCancel(session->coapSession, token);
   coap_cancel_observe(session->coapSession, token,
                       static_cast<coap_pdu_type_t>(req->key.uri.msgType));
   COAP_RPC_DEBUG(ctx, REQ_TEXT("cancel observe request") "\n", REQ_ARGS(*req));

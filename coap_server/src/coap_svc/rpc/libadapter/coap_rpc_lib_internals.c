@@ -189,6 +189,15 @@ void CoapRpcLibEndBlocks(coap_session_t *session, const void *appPtr) {
   coap_block_delete_lg_xmit(session, blocks);
 }
 
+void CoapRpcLibMayCancel(const coap_session_t *session, const coap_binary_t *token) {
+  coap_lg_crcv_t *relation;
+  LL_FOREACH(session->lg_crcv, relation) {
+    coap_opt_iterator_t it;
+    if (!coap_binary_equal(relation->app_token, token)) continue;
+    if (coap_check_option(&relation->pdu, COAP_OPTION_OBSERVE, &it)) relation->observe_set = 1;
+  }
+}
+
 static coap_string_t *CopyOf(const coap_string_t *text) {
   coap_string_t *copy = text && text->length != 0 ? coap_new_string(text->length) : NULL;
   if (copy) memcpy(copy->s, text->s, text->length);

@@ -55,6 +55,10 @@ coap_tick_t CoapRpcLibBlocksSentAt(coap_session_t *session, const void *appPtr);
  * nobody asked for a block for idleMs.  Its release function runs then. */
 void CoapRpcLibExpireBlocks(coap_session_t *session, const void *appPtr, uint32_t idleMs);
 
+/* CoapRpcLibMayCancel lets coap_cancel_observe cancel a relation whose answer is still to come: the
+ * server may have it all the same. */
+void CoapRpcLibMayCancel(const coap_session_t *session, const coap_binary_t *token);
+
 /* CoapRpcLibRenameBlocks lets a peer ask with another query from now on for the blocks of what is
  * being sent to its request's token.  `query` may be null. */
 void CoapRpcLibRenameBlocks(coap_session_t *session, const coap_resource_t *resource,
