@@ -38,7 +38,8 @@ static void OpenConsole(Kestrel *host, const char *name) {
   access.path = getenv("EXAMPLE_CONSOLE");
   if (!access.path) return;
   const uint32_t result = KestrelDispListen(host, &access);
-  if (result != KESTREL_OK) fprintf(stderr, "%s: no console: %s\n", name, KestrelResultText(result));
+  if (result != KESTREL_OK)
+    fprintf(stderr, "%s: no console: %s\n", name, KestrelResultText(result));
 }
 
 int ExampleStart(Example *example, const char *name) {
