@@ -26,8 +26,8 @@
  *   c <object> TAB <command> { TAB <parameter> }
  *   . <result> <words>            the end; result is a KestrelResult, KESTREL_STOPPED after a stop
  *
- * Output is what the command printed, byte by byte.  A console that closes its sending side gets the
- * answers to what it has sent and is then closed. */
+ * Output is what the command printed, byte by byte.  A console that closes its sending side gets
+ * the answers to what it has sent and is then closed. */
 #ifndef KESTREL_CONSOLE_H
 #define KESTREL_CONSOLE_H
 

@@ -37,9 +37,9 @@ KST_API uint32_t KST_DispUnregObj(uint64_t disp, const char *name);
  *   paramCount    number of parameter names that follow, at most KST_DISP_MAX_PARAMS;
  *                 each is a const char * that begins with "pc" or "uni"
  *
- * All texts are copied.  Returns 0; non-zero when the service is 0, the object is unknown, there are
- * too many parameters, a parameter name has no known prefix, the command exists already, or there is
- * no memory. */
+ * All texts are copied.  Returns 0; non-zero when the service is 0, the object is unknown, there
+ * are too many parameters, a parameter name has no known prefix, the command exists already, or
+ * there is no memory. */
 KST_API uint32_t KST_DispRegFunc_(uint64_t disp, const char *handlerName, KST_DISP_FUNC handler,
                                   const char *command, uint32_t flags, const char *objName,
                                   uint32_t paramCount, ...);

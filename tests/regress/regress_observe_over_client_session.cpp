@@ -1,6 +1,7 @@
-// A peer that is called may itself observe, over the session of the caller.  libcoap then looked for
-// the session's endpoint, which a session of a client has not, and mixed up what it sent block-wise:
-// it took a notification's resource for a request's token, also when the resource was gone.
+// A peer that is called may itself observe, over the session of the caller.  libcoap then looked
+// for the session's endpoint, which a session of a client has not, and mixed up what it sent
+// block-wise: it took a notification's resource for a request's token, also when the resource was
+// gone.
 #include <jansson.h>
 
 #include "coap_svc/rpc/coap_rpc_ser.h"
