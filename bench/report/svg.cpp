@@ -11,7 +11,7 @@ namespace {
 constexpr double kLeft = 70, kTop = 40, kPlotHeight = 260, kColumnWidth = 16, kGroupGap = 22;
 constexpr double kLegendLine = 18;
 constexpr const char *kColours[] = {"#4477aa", "#66ccee", "#228833", "#ccbb44",
-                                    "#ee6677", "#aa3377", "#bbbbbb"};
+                                    "#ee6677", "#aa3377", "#bbbbbb", "#774422"};
 
 const char *ColourOf(size_t variant) { return kColours[variant % std::size(kColours)]; }
 

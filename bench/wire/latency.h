@@ -16,15 +16,16 @@ class Latency {
   }
   size_t Num() const { return times_.size(); }
 
-  // Print writes the three percentiles in microseconds, one "name value" per line.
+  // Print writes the three percentiles in microseconds, one "name value" per line; nothing when no
+  // time was taken.
   void Print() {
+    if (times_.empty()) return;
     std::sort(times_.begin(), times_.end());
     printf("p50_us %.1f\np99_us %.1f\np999_us %.1f\n", At(0.5), At(0.99), At(0.999));
   }
 
  private:
   double At(double share) const {
-    if (times_.empty()) return 0;
     const auto index = static_cast<size_t>(share * static_cast<double>(times_.size() - 1));
     return times_[index] / 1000.0;
   }
