@@ -120,6 +120,20 @@ TEST_F(FaultAdapter, ResourceWithoutMemory_Gives1900000071) {
   EXPECT_EQ(rig.AddResource("a"), 0u);
 }
 
+// The record, its path, and the table of resources, which libcoap makes with the first one.
+TEST_F(FaultAdapter, AnyPartOfTheFirstResourceWithoutMemory_Gives1900000071) {
+  for (uint64_t n = 1; n <= 4; ++n) {
+    SCOPED_TRACE(n);
+    AdapterRig rig(host_);
+    rig.Start();
+    g_libcoapMemory.FailOnce(n);
+    EXPECT_EQ(rig.AddResource("a"), 1900000071u);
+    EXPECT_EQ(rig.Resource("a"), nullptr);
+    EXPECT_EQ(rig.AddResource("a"), 0u);
+    EXPECT_NE(rig.Resource("a"), nullptr);
+  }
+}
+
 TEST_F(FaultAdapter, EndPointWithoutMemory_IsTriedAgain) {
   AdapterRig rig(host_);
   rig.Start();
