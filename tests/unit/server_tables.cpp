@@ -60,7 +60,9 @@ void ForgetEntry(CoapRpcCtx *, CoapRpcSerUriVtbl *entry) {
   g_adapter->events.push_back("forget " + UriOf(entry->key.uri));
 }
 
-constexpr CoapRpcLibExtOps kExtOps = {ReleaseSession, ForgetEntry};
+void RenewSource(coap_session_t *) { g_adapter->events.push_back("renew source"); }
+
+constexpr CoapRpcLibExtOps kExtOps = {ReleaseSession, ForgetEntry, RenewSource};
 
 int32_t CompareTupleKeys(const void *a, const void *b) { return memcmp(a, b, 4); }
 

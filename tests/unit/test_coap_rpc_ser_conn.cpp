@@ -1,4 +1,6 @@
 /* test_coap_rpc_ser_conn.cpp: listens, and the entries attached to them. */
+#include <algorithm>
+
 #include "server_tables.h"
 
 namespace coap_rpc_test {
@@ -148,6 +150,21 @@ TEST_F(SerConn, Bind_RegisteredKey_AppendsAtTheTailAndLogs) {
   EXPECT_EQ(Find(first)->listen, listen);
   EXPECT_TRUE(
       Host().HasLog("[CoapRpc]create uri success, uri:b, msgType:0, observe:0, pktType:0.\n"));
+}
+
+// The session for answers has been sending from an address that may be gone.
+TEST_F(SerConn, Bind_ElsewhereThanBefore_RenewsTheSourceOfAnswers) {
+  adapter_.InstallExt(ctx_);
+  const CoapRpcUriKey key = KeyOf("a");
+  int session = 0;
+  Register(key);
+  EXPECT_EQ(Set(key, kAddrA), 0u);
+  Find(key)->asyncSession = reinterpret_cast<coap_session_t *>(&session);
+  adapter_.events.clear();
+  EXPECT_EQ(Set(key, kAddrA), 0u);
+  EXPECT_EQ(std::count(adapter_.events.begin(), adapter_.events.end(), "renew source"), 0);
+  EXPECT_EQ(Set(key, kAddrB), 0u);
+  EXPECT_EQ(std::count(adapter_.events.begin(), adapter_.events.end(), "renew source"), 1);
 }
 
 TEST_F(SerConn, IsBind_OnlyOnItsListen) {

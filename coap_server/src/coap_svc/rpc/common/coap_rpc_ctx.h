@@ -21,6 +21,8 @@ typedef struct CoapRpcLibExtOps {
   /* forgetEntry cuts every transfer, observer and pending answer loose from an entry that is
    * about to be freed. */
   void (*forgetEntry)(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry);
+  /* renewSource lets a session send from an address that this machine has now. */
+  void (*renewSource)(coap_session_t *session);
 } CoapRpcLibExtOps;
 
 struct CoapRpcCtx {

@@ -3,6 +3,7 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_async.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_block.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_target.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 
 namespace {
 
@@ -18,4 +19,4 @@ void ForgetEntry(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
 
 }  // namespace
 
-const CoapRpcLibExtOps g_coapRpcLibExtOps = {ReleaseSession, ForgetEntry};
+const CoapRpcLibExtOps g_coapRpcLibExtOps = {ReleaseSession, ForgetEntry, CoapRpcLibRenewSource};

@@ -55,6 +55,10 @@ coap_tick_t CoapRpcLibBlocksSentAt(coap_session_t *session, const void *appPtr);
  * nobody asked for a block for idleMs.  Its release function runs then. */
 void CoapRpcLibExpireBlocks(coap_session_t *session, const void *appPtr, uint32_t idleMs);
 
+/* CoapRpcLibRenewSource lets the system choose anew from which address a client session sends: the
+ * one that it was opened with may be gone. */
+void CoapRpcLibRenewSource(coap_session_t *session);
+
 /* CoapRpcLibMayCancel lets coap_cancel_observe cancel a relation whose answer is still to come: the
  * server may have it all the same. */
 void CoapRpcLibMayCancel(const coap_session_t *session, const coap_binary_t *token);

@@ -29,6 +29,13 @@ bool IsAttached(CoapRpcSerData *ser, const CoapRpcSerListen *listen, const CoapR
   return entry && entry->listen == listen;
 }
 
+// RenewSource is for asynchronous answers: their session has been sending from an address that need
+// not be there any more.
+void RenewSource(CoapRpcSerData *ser, const CoapRpcSerUriVtbl *entry) {
+  const CoapRpcLibExtOps *ops = ser->owner->libExt;
+  if (ops && entry->asyncSession) ops->renewSource(entry->asyncSession);
+}
+
 }  // namespace
 
 uint32_t COAP_RpcSerConnInit(void *ser) {
@@ -111,6 +118,7 @@ CoapRpcSerUriVtbl *COAP_RpcSerConnBindUriVtbl(CoapRpcSerData *ser, CoapRpcSerLis
   }
   EntriesOf(listen).Append(entry);
   entry->listen = listen;
+  RenewSource(ser, entry);
   COAP_RPC_DEBUG(ser->owner,
                  "[CoapRpc]create uri success, uri:%s, msgType:%u, observe:%u, pktType:%u.\n",
                  COAP_RPC_KEY_ARGS(*key));
