@@ -217,7 +217,7 @@ TEST(TwoHosts, LinkThatLosesAFifth_AllCallsCompleteAndTheMirrorIsEqualAtTheEnd) 
   if (!client.HasNetwork() || !server.HasNetwork()) {
     GTEST_SKIP() << "network namespaces and tunnel devices cannot be made here";
   }
-  LossyLink link(client.Tunnel(), server.Tunnel());
+  Link link(client.Tunnel(), server.Tunnel(), {20, 10, 10});
   while (!client.HasEnded()) {
     link.Carry();
     const std::string table = server.Talk().Receive();

@@ -1,7 +1,7 @@
 /* two_hosts.h: two processes, each in a network namespace of its own with the address 10.77.0.1 or
  * 10.77.0.2, and the link between them.
  *
- * A namespace's only way out is a tunnel device, whose other end the test holds: it carries the
+ * A namespace's only way out is a tunnel device, whose other end the test holds: a Link carries the
  * packets from one to the other, or does not. */
 #ifndef TWO_HOSTS_H
 #define TWO_HOSTS_H
@@ -10,20 +10,15 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/if_tun.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
-#include <array>
-#include <chrono>
 #include <cstdint>
-#include <deque>
 #include <functional>
-#include <random>
 #include <string>
-#include <vector>
 
+#include "link.h"
 #include "own_network.h"
 
 namespace coap_rpc_test {
@@ -93,14 +88,10 @@ inline int Channel::ReceiveFd() const {
   return fd;
 }
 
-// OpenTunnel makes a tunnel device with an address in the present network.  Returns -1 when the
-// system does not let it.
-inline int OpenTunnel(uint32_t ipv4) {
-  const int fd = open("/dev/net/tun", O_RDWR | O_NONBLOCK | O_CLOEXEC);
+// SetInterfaceIpv4 gives an interface its address, in place of the one that it has.
+inline bool SetInterfaceIpv4(const char *name, uint32_t ipv4) {
   ifreq request = {};
-  strncpy(request.ifr_name, "link0", IFNAMSIZ - 1);
-  request.ifr_flags = IFF_TUN | IFF_NO_PI;
-  if (fd < 0 || ioctl(fd, TUNSETIFF, &request) != 0) return -1;
+  strncpy(request.ifr_name, name, IFNAMSIZ - 1);
   const int control = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   const auto set = [&](unsigned long what, uint32_t value) {
     sockaddr_in addr = {};
@@ -111,7 +102,18 @@ inline int OpenTunnel(uint32_t ipv4) {
   };
   const bool isSet = set(SIOCSIFADDR, ipv4) && set(SIOCSIFNETMASK, 0xFFFFFF00);
   close(control);
-  return isSet && SetInterfaceUp("link0") ? fd : -1;
+  return isSet;
+}
+
+// OpenTunnel makes a tunnel device with an address in the present network.  Returns -1 when the
+// system does not let it.
+inline int OpenTunnel(uint32_t ipv4) {
+  const int fd = open("/dev/net/tun", O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  ifreq request = {};
+  strncpy(request.ifr_name, "link0", IFNAMSIZ - 1);
+  request.ifr_flags = IFF_TUN | IFF_NO_PI;
+  if (fd < 0 || ioctl(fd, TUNSETIFF, &request) != 0) return -1;
+  return SetInterfaceIpv4("link0", ipv4) && SetInterfaceUp("link0") ? fd : -1;
 }
 
 // HostProcess runs `main` in a process and network namespace of its own.
@@ -129,6 +131,7 @@ class HostProcess {
     tunnel_ = channel_.ReceiveFd();
   }
   ~HostProcess() {
+    if (tunnel_ >= 0) close(tunnel_);
     if (pid_ <= 0) return;
     kill(pid_, SIGKILL);
     waitpid(pid_, nullptr, 0);
@@ -164,67 +167,6 @@ class HostProcess {
   pid_t pid_ = -1;
   int tunnel_ = -1;
   Channel channel_;
-};
-
-// LossyLink carries packets between two tunnels: a fifth is lost, a tenth comes twice, a tenth
-// comes after the packets that follow it.
-class LossyLink {
- public:
-  LossyLink(int first, int second) : tunnels_{first, second} {}
-
-  // Carry waits up to a millisecond for packets and carries what there is.
-  void Carry() {
-    std::array<pollfd, 2> waits = {{{tunnels_[0], POLLIN, 0}, {tunnels_[1], POLLIN, 0}}};
-    poll(waits.data(), waits.size(), 1);
-    std::deque<Packet> late;
-    late.swap(late_);
-    for (int from = 0; from < 2; ++from) Drain(from);
-    for (const Packet &packet : late) Deliver(packet);
-  }
-
-  uint64_t NumLost() const { return numLost_; }
-  uint64_t NumCarried() const { return numCarried_; }
-
- private:
-  struct Packet {
-    int to;
-    std::vector<uint8_t> bytes;
-  };
-
-  bool Chance(uint32_t percent) { return random_() % 100 < percent; }
-
-  void Drain(int from) {
-    std::array<uint8_t, 2048> bytes;
-    ssize_t len = 0;
-    while ((len = read(tunnels_[from], bytes.data(), bytes.size())) > 0) {
-      Take({1 - from, {bytes.begin(), bytes.begin() + len}});
-    }
-  }
-
-  void Take(const Packet &packet) {
-    if (Chance(20)) {
-      ++numLost_;
-      return;
-    }
-    if (Chance(10)) late_.push_back(packet);
-    if (Chance(10)) {
-      late_.push_back(packet);
-    } else {
-      Deliver(packet);
-    }
-  }
-
-  void Deliver(const Packet &packet) {
-    ++numCarried_;
-    // A full queue at the other end is one more loss.
-    if (write(tunnels_[packet.to], packet.bytes.data(), packet.bytes.size()) < 0) ++numLost_;
-  }
-
-  const std::array<int, 2> tunnels_;
-  std::mt19937 random_{31};
-  std::deque<Packet> late_;
-  uint64_t numLost_ = 0;
-  uint64_t numCarried_ = 0;
 };
 
 }  // namespace coap_rpc_test
