@@ -47,7 +47,7 @@ int32_t BuildReq(uint64_t, const CoapRpcCliReqParam *req, uint8_t *out, uint32_t
   if (req->payloadLen == 0) return 0;
   if (req->payload[0] == 'f') return -1;
   // Long requests travel in blocks.
-  const uint32_t len = std::min(req->payloadLen * 100, outSize - 1);
+  const uint32_t len = std::min(req->payloadLen * 400, outSize - 1);
   memset(out, req->payload[0], len);
   return static_cast<int32_t>(len);
 }
