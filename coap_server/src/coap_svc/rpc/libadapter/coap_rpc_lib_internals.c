@@ -217,12 +217,29 @@ static coap_string_t *CopyOf(const coap_string_t *text) {
   return copy;
 }
 
+static int IsResponseTo(const coap_lg_xmit_t *blocks, const coap_resource_t *resource,
+                        const coap_pdu_t *request) {
+  if (COAP_PDU_IS_REQUEST(&blocks->pdu) || blocks->b.b2.resource != resource) return 0;
+  return coap_binary_equal(&blocks->pdu.actual_token, &request->actual_token);
+}
+
+void CoapRpcLibEndBegun(coap_session_t *session, const coap_resource_t *resource,
+                        const coap_pdu_t *request) {
+  coap_lg_xmit_t *blocks;
+  coap_lg_xmit_t *next;
+  LL_FOREACH_SAFE(session->lg_xmit, blocks, next) {
+    if (!IsResponseTo(blocks, resource, request)) continue;
+    if (blocks->offset == 0 || blocks->last_all_sent != 0) continue;
+    LL_DELETE(session->lg_xmit, blocks);
+    coap_block_delete_lg_xmit(session, blocks);
+  }
+}
+
 void CoapRpcLibRenameBlocks(coap_session_t *session, const coap_resource_t *resource,
                             const coap_pdu_t *request, const coap_string_t *query) {
   coap_lg_xmit_t *blocks;
   LL_FOREACH(session->lg_xmit, blocks) {
-    if (COAP_PDU_IS_REQUEST(&blocks->pdu) || blocks->b.b2.resource != resource) continue;
-    if (!coap_binary_equal(&blocks->pdu.actual_token, &request->actual_token)) continue;
+    if (!IsResponseTo(blocks, resource, request)) continue;
     coap_delete_string(blocks->b.b2.query);
     blocks->b.b2.query = CopyOf(query);
   }

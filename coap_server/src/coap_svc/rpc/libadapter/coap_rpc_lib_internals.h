@@ -63,6 +63,11 @@ void CoapRpcLibRenewSource(coap_session_t *session);
  * server may have it all the same. */
 void CoapRpcLibMayCancel(const coap_session_t *session, const coap_binary_t *token);
 
+/* CoapRpcLibEndBegun ends what is being sent to a request's token when the peer has begun to fetch
+ * it and not come to its end.  Release functions run then. */
+void CoapRpcLibEndBegun(coap_session_t *session, const coap_resource_t *resource,
+                        const coap_pdu_t *request);
+
 /* CoapRpcLibRenameBlocks lets a peer ask with another query from now on for the blocks of what is
  * being sent to its request's token.  `query` may be null. */
 void CoapRpcLibRenameBlocks(coap_session_t *session, const coap_resource_t *resource,
