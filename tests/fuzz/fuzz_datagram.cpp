@@ -231,10 +231,15 @@ class Server {
     peer.Send(get);
   }
 
+  // Change changes a tuple, or many: a long list of changes is searched in another way.
   void Change(const Registration &entry, uint8_t value) {
-    const uint8_t field[kFieldLen] = {value};
+    constexpr uint8_t kMany = 100;
     const CoapRpcUriKey key = Key(entry);
-    COAP_RpcSerObserveDataUpdate(ctx_, &key, field, field);
+    const uint8_t num = value < 0xE0 ? 1 : kMany;
+    for (uint8_t i = 0; i < num; ++i) {
+      const uint8_t field[kFieldLen] = {value, i};
+      COAP_RpcSerObserveDataUpdate(ctx_, &key, field, field);
+    }
   }
 
   void Remove(const Registration &entry, uint8_t value) {
