@@ -161,6 +161,23 @@ TEST_F(CliSession, TickOfAZeroedCount_FreesAtOnce) {
   EXPECT_EQ(NumSessions(), 0U);
 }
 
+// A callback of the application may let the host's time go by.
+TEST_F(CliSession, TicksWhileItIsWorkedWith_DoNotAgeIt) {
+  CoapRpcCliSession *session = Add(AddrOf());
+  COAP_RpcCliInsetAgingList(cli_, session);
+  session->holds = 1;
+  Tick(100);
+  EXPECT_EQ(NumSessions(), 1U);
+  EXPECT_EQ(session->agingTick, 90U);
+  session->holds = 0;
+  ctx_.ioDepth = 1;
+  Tick(100);
+  EXPECT_EQ(session->agingTick, 90U);
+  ctx_.ioDepth = 0;
+  Tick(90);
+  EXPECT_EQ(NumSessions(), 0U);
+}
+
 TEST_F(CliSession, AgedOutWithRequests_IsLoggedAndKept) {
   Request(1, AddrOf());
   CoapRpcCliSession *session = SessionOf(AddrOf());

@@ -49,7 +49,9 @@ bool MayFreeNow(const CoapRpcCliData *cli, const CoapRpcCliSession &session) {
   return session.holds == 0 && cli->owner->ioDepth == 0;
 }
 
+// AgeSession leaves a session alone that is being worked with: a callback let time go by.
 void AgeSession(CoapRpcCliData *cli, CoapRpcCliSession *session) {
+  if (!MayFreeNow(cli, *session)) return;
   if (session->agingTick != 0 && --session->agingTick != 0) return;
   COAP_RPC_DEBUG(cli->owner, "[CoapRpc]aging session success, %s.\n",
                  SessionText(session->key).c_str());
