@@ -9,7 +9,7 @@ namespace bench_report {
 namespace {
 
 constexpr double kLeft = 70, kTop = 40, kPlotHeight = 260, kColumnWidth = 16, kGroupGap = 22;
-constexpr double kLegendLine = 18;
+constexpr double kLegendLine = 18, kLegendWidth = 240, kCharWidth = 7;
 constexpr const char *kColours[] = {"#4477aa", "#66ccee", "#228833", "#ccbb44",
                                     "#ee6677", "#aa3377", "#bbbbbb", "#774422"};
 
@@ -89,14 +89,16 @@ std::string DrawColumn(const Column &column, const Scale &scale, double x) {
 
 std::string DrawGroup(const Group &group, const Scale &scale, double *x) {
   std::string svg;
-  const double from = *x;
+  const double columnsWidth = kColumnWidth * static_cast<double>(group.columns.size());
+  const double width = std::max(columnsWidth, kCharWidth * static_cast<double>(group.label.size()));
+  double at = *x + (width - columnsWidth) / 2;
   for (const Column &column : group.columns) {
-    svg += DrawColumn(column, scale, *x);
-    *x += kColumnWidth;
+    svg += DrawColumn(column, scale, at);
+    at += kColumnWidth;
   }
-  svg += Format("<text x='%g' y='%g' text-anchor='middle'>%s</text>\n", (from + *x) / 2,
+  svg += Format("<text x='%g' y='%g' text-anchor='middle'>%s</text>\n", *x + width / 2,
                 kTop + kPlotHeight + 16, group.label.c_str());
-  *x += kGroupGap;
+  *x += width + kGroupGap;
   return svg;
 }
 
@@ -124,7 +126,7 @@ std::string Svg(const Samples &samples, const Figure &figure) {
              "<svg xmlns='http://www.w3.org/2000/svg' width='%g' height='%g' "
              "font-family='sans-serif' font-size='12'>\n"
              "<rect width='100%%' height='100%%' fill='white'/>\n",
-             x + 200, kTop + kPlotHeight + 50) +
+             x + kLegendWidth, kTop + kPlotHeight + 50) +
          Format("<text x='%g' y='20' font-size='14'>%s: %s, by %s</text>\n", kLeft,
                 figure.title.c_str(), figure.columns[0].head.c_str(), figure.caseHead.c_str()) +
          scale.Grid(width) + columns + Legend(samples.Variants(figure.name), x + 10) + "</svg>\n";
