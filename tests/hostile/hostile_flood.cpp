@@ -27,6 +27,12 @@ class Flood {
 
   uint32_t NumSent() const { return numSent_; }
 
+  // AwaitMore waits until more has been sent: on a busy machine the thread may not get its turn.
+  void AwaitMore() const {
+    const uint32_t numBefore = numSent_;
+    while (numSent_ == numBefore) std::this_thread::yield();
+  }
+
  private:
   std::atomic<bool> hasEnded_ = false;
   std::atomic<uint32_t> numSent_ = 0;
@@ -36,6 +42,7 @@ class Flood {
 class HostileFlood : public HostileServer {
  protected:
   static constexpr uint32_t kNumRequests = 200 / kSlowdown;
+  static constexpr uint32_t kRequestsPerWait = 10;
   static constexpr int kMaxRepeats = 2000;
 
   struct Score {
@@ -58,10 +65,11 @@ class HostileFlood : public HostileServer {
     return false;
   }
 
-  Score AskAll() {
+  Score AskAllDuring(const Flood &flood) {
     Score score;
     Sender peer = SenderAt(OwnIpv4(Role::kPeer));
     for (uint32_t i = 0; i < kNumRequests; ++i) {
+      if (i % kRequestsPerWait == 0) flood.AwaitMore();
       CoapMessage request = Get(CoapType::kCon, "sync", "q");
       request.token = {static_cast<uint8_t>(i), 0x5A};
       int numTries = 0;
@@ -77,15 +85,14 @@ class HostileFlood : public HostileServer {
     uint32_t numSent = 0;
     Score score;
     {
-      Flood flood(OwnIpv4(Role::kOtherPeer), OwnIpv4(Role::kServer), make);
-      while (flood.NumSent() == 0) std::this_thread::yield();
-      score = AskAll();
+      const Flood flood(OwnIpv4(Role::kOtherPeer), OwnIpv4(Role::kServer), make);
+      score = AskAllDuring(flood);
       numSent = flood.NumSent();
     }
     printf("[ MEASURED ] %u of %u requests answered with %u repeated, %u datagrams of flood\n",
            score.numAnswered, kNumRequests, score.numRepeats, numSent);
     EXPECT_EQ(score.numAnswered, kNumRequests);
-    EXPECT_GE(numSent, kNumRequests);
+    EXPECT_GE(numSent, kNumRequests / kRequestsPerWait);
     ExpectAllForgotten();
   }
 };
