@@ -9,6 +9,9 @@ constexpr int kNumSources = 60'000 / kSlowdown;
 // What 1000 idle sessions, 1000 observers and 500 targets of asynchronous answers amount to.
 constexpr uint64_t kMaxHeap = 4 * 1024 * 1024;
 
+// 256 answers wait for one that is under way; each is given up after 21 s at most.
+constexpr uint64_t kAllWaitingGivenUpMs = 257 * 21'000;
+
 class HostileSources : public HostileServer {
  protected:
   // FromEverywhere sends one datagram of each source: some hundred addresses with as many ports.
@@ -61,6 +64,20 @@ TEST_F(HostileSources, Requests) {
 TEST_F(HostileSources, AsynchronousRequests) {
   FromEverywhere(kNumSources, [&](int) { return Get(CoapType::kCon, "async", "q"); });
   ExpectBounded(2000, kMaxHeap, 502);
+  ExpectAllForgotten();
+}
+
+// Answers go to one port, whatever the port that asks: all of them wait behind the first.
+TEST_F(HostileSources, AsynchronousRequestsOfOneAddress) {
+  for (int i = 0; i < kNumSources; ++i) {
+    Sender sender = SenderAt(0x7F00FF02, static_cast<uint16_t>(1024 + i % 60'000));
+    sender.Send(Get(CoapType::kCon, "async", "q"));
+    if (i % 32 == 31) ServeAndMeasure();
+    if (i % 1024 == 1023) Sample();
+  }
+  Sample();
+  ExpectBounded(10, kMaxHeap, 2);
+  host_.AdvanceMs(kAllWaitingGivenUpMs);
   ExpectAllForgotten();
 }
 

@@ -56,6 +56,12 @@ inline constexpr uint32_t kMaxLastBlocks = 64;
 // (RFC 7252 section 4.8.2, EXCHANGE_LIFETIME).
 inline constexpr uint32_t kExchangeLifetimeMs = 247000;
 
+// Asynchronous answers to one peer.  Those that travel in blocks take turns block by block, so that
+// more of them at a time would only all take longer, until the peer gives them up.
+inline constexpr uint32_t kMaxWaitingAnswers = 256;
+inline constexpr uint32_t kMaxAnswersInBlocks = 4;
+inline constexpr uint32_t kMaxAnswerInOneMessage = 1024;
+
 // What senders with forged addresses can make the library hold.  Each target of asynchronous
 // answers takes a socket.
 inline constexpr uint32_t kMaxIdleSessions = 1000;

@@ -10,6 +10,7 @@
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_async.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_observe.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_target.h"
@@ -99,11 +100,12 @@ void FreeRetired(CoapRpcCtx *ctx) {
   CoapRpcLibFreeRetired(ctx->lib->coapCtx);
 }
 
-// EndTurn bounds what the datagrams of a turn made libcoap set aside; the next turn may come at
-// once.
+// EndTurn bounds what the datagrams of a turn made libcoap set aside, the next turn may come at
+// once, and sends what waited for what the turn has ended.
 void EndTurn(CoapRpcCtx *ctx) {
   if (!Libcoap(ctx)) return;
   CoapRpcLibLimitUploads(Libcoap(ctx), kMaxUploads, kMaxUploadBytes);
+  CoapRpcAsyncResume(ctx);
   FreeRetired(ctx);
 }
 

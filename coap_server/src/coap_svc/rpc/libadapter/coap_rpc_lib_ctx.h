@@ -42,6 +42,7 @@ struct CoapRpcLibCtx {
   OSAL_AVL3_TREE asyncTree;      /* unanswered asynchronous requests by handle, owned */
   OSAL_AVL3_TREE asyncReqTree;   /* the same by what identifies the request, for retransmissions */
   CoapRpcLink asyncAnsweredList; /* those whose answer waits for libcoap's next turn */
+  CoapRpcLink asyncHeldList;     /* those whose answer waits for others to the same peer */
   uintptr_t lastAsyncId;         /* handles count from 1 and are never used again */
   uint32_t hasRetired;           /* non-zero: libcoap still holds what a callback has deleted */
   CoapRpcLink targetList;        /* sessions through which asynchronous answers are sent, owned */

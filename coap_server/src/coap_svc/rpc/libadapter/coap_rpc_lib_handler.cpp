@@ -145,7 +145,9 @@ bool IsNotification(coap_resource_t *resource, coap_session_t *session, const co
 uint32_t RegisterAsync(const Request &req, CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry,
                        uint8_t *payload, uint32_t len) {
   coap_session_t *target = COAP_RpcSvrGetTargetSession(ctx, entry, req.session);
-  if (!target) return Unavailable(req.response, kSiteReqAsyncNoSession);
+  if (!target || CoapRpcAsyncIsBehind(ctx, target)) {
+    return Unavailable(req.response, kSiteReqAsyncNoSession);
+  }
   void *handle = CoapRpcAsyncRegister(ctx, entry, target, req.session, req.request);
   if (!handle) return Unavailable(req.response, kSiteReqAsyncNotRegistered);
   return entry->reg.onAsyncRequest(entry->reg.userData, payload, len, handle);

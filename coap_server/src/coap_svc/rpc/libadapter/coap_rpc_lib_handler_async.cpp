@@ -45,7 +45,7 @@ int32_t CompareHandles(const void *a, const void *b) {
 struct CoapRpcAsync {
   OSAL_AVL3_NODE node;       // in asyncTree
   OSAL_AVL3_NODE reqNode;    // in asyncReqTree, until the request is too old to be repeated
-  CoapRpcLink answeredLink;  // on asyncAnsweredList
+  CoapRpcLink answeredLink;  // on asyncAnsweredList or asyncHeldList
   uintptr_t id;              // the application's handle
   RequestId request;
   coap_tick_t arrived;
@@ -179,13 +179,36 @@ void DropWithStandIn(CoapRpcAsync *async) {
   Drop(async);
 }
 
-// SetAnswer takes the payload; null aborts.  The last call before libcoap's next turn counts.
+bool TravelsInBlocks(const CoapRpcAsync *async) {
+  return async->answer && async->answer->len > kMaxAnswerInOneMessage;
+}
+
+// HasRoom says whether one more answer may travel to a target in blocks.
+bool HasRoom(CoapRpcCtx *ctx, const coap_session_t *target) {
+  unsigned num = CoapRpcLibNumBlocks(target);
+  Answered answered(ctx->lib->asyncAnsweredList);
+  for (const CoapRpcAsync *async = answered.First(); async; async = answered.After(async)) {
+    if (async->target == target && TravelsInBlocks(async)) ++num;
+  }
+  return num < kMaxAnswersInBlocks;
+}
+
+// Send lets libcoap run the stand-in in its next turn.
+void Send(CoapRpcAsync *async) {
+  CoapRpcLibTriggerAsync(async->async, async->ctx->ioDepth != 0);
+  Answered(async->ctx->lib->asyncAnsweredList).Append(async);
+}
+
+// SetAnswer takes the payload; null aborts.  The last call before the answer is sent counts.
 void SetAnswer(CoapRpcAsync *async, CoapRpcPayload *answer) {
   COAP_RpcFreePayload(async->answer);
   async->answer = answer;
   if (!LinkIsAlone(async->answeredLink)) return;
-  CoapRpcLibTriggerAsync(async->async, async->ctx->ioDepth != 0);
-  Answered(async->ctx->lib->asyncAnsweredList).Append(async);
+  if (TravelsInBlocks(async) && !HasRoom(async->ctx, async->target)) {
+    Answered(async->ctx->lib->asyncHeldList).Append(async);
+  } else {
+    Send(async);
+  }
 }
 
 void RestoreToken(const RequestId &request, coap_pdu_t *response) {
@@ -201,6 +224,15 @@ int CoapRpcAsyncIsKnown(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry,
   const RequestId id = MakeRequestId(entry, session, request);
   const CoapRpcAsync *async = PendingRequests(ctx->lib->asyncReqTree).Find(&id);
   return async && MayBeRepeated(async);
+}
+
+int CoapRpcAsyncIsBehind(CoapRpcCtx *ctx, const coap_session_t *target) {
+  unsigned num = CoapRpcLibNumDelayed(target);
+  Answered held(ctx->lib->asyncHeldList);
+  for (const CoapRpcAsync *async = held.First(); async; async = held.After(async)) {
+    if (async->target == target) ++num;
+  }
+  return num >= kMaxWaitingAnswers;
 }
 
 void *CoapRpcAsyncRegister(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, coap_session_t *target,
@@ -253,6 +285,17 @@ void CoapRpcAsyncSweep(CoapRpcCtx *ctx) {
       Drop(async);
     else
       async->isSwept = true;
+  }
+}
+
+void CoapRpcAsyncResume(CoapRpcCtx *ctx) {
+  Answered held(ctx->lib->asyncHeldList);
+  CoapRpcAsync *next = nullptr;
+  for (CoapRpcAsync *async = held.First(); async; async = next) {
+    next = held.After(async);
+    if (!HasRoom(ctx, async->target)) continue;
+    LinkRemove(async->answeredLink);
+    Send(async);
   }
 }
 

@@ -22,6 +22,10 @@ typedef struct CoapRpcAsync CoapRpcAsync;
 int CoapRpcAsyncIsKnown(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry,
                         const coap_session_t *session, const coap_pdu_t *request);
 
+/* CoapRpcAsyncIsBehind says whether so many answers wait to be sent to a target that it gets no
+ * further ones. */
+int CoapRpcAsyncIsBehind(CoapRpcCtx *ctx, const coap_session_t *target);
+
 /* CoapRpcAsyncRegister keeps a request, to be answered through `target`.
  * Returns the application's handle, or null without memory. */
 void *CoapRpcAsyncRegister(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, coap_session_t *target,
@@ -40,6 +44,10 @@ void CoapRpcAsyncAnswer(CoapRpcAsync *async, coap_resource_t *resource, coap_ses
 /* CoapRpcAsyncSweep frees records whose stand-in was run without reaching the handler; to be called
  * after each turn of libcoap. */
 void CoapRpcAsyncSweep(CoapRpcCtx *ctx);
+
+/* CoapRpcAsyncResume sends the answers that waited for others to the same peer, as far as those are
+ * done; to be called after each turn of libcoap. */
+void CoapRpcAsyncResume(CoapRpcCtx *ctx);
 
 /* CoapRpcAsyncForgetEntry drops the records of an entry; null means all. */
 void CoapRpcAsyncForgetEntry(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry);

@@ -295,6 +295,20 @@ unsigned CoapRpcLibLimitUploads(coap_context_t *coapCtx, unsigned maxNum, size_t
   }
 }
 
+unsigned CoapRpcLibNumDelayed(const coap_session_t *session) {
+  unsigned num = 0;
+  const coap_queue_t *message;
+  LL_COUNT(session->delayqueue, message, num);
+  return num;
+}
+
+unsigned CoapRpcLibNumBlocks(const coap_session_t *session) {
+  unsigned num = 0;
+  const coap_lg_xmit_t *blocks;
+  LL_COUNT(session->lg_xmit, blocks, num);
+  return num;
+}
+
 unsigned CoapRpcLibNumAnonymous(const coap_context_t *coapCtx) {
   unsigned num = 0;
   coap_session_t *session;

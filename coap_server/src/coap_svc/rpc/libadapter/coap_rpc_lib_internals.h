@@ -82,6 +82,11 @@ void CoapRpcLibEndBlocks(coap_session_t *session, const void *appPtr);
  * are left. */
 unsigned CoapRpcLibLimitUploads(coap_context_t *coapCtx, unsigned maxNum, size_t maxLen);
 
+/* CoapRpcLibNumDelayed counts the messages that the session keeps back until those under way have
+ * been acknowledged, CoapRpcLibNumBlocks its block transfers. */
+unsigned CoapRpcLibNumDelayed(const coap_session_t *session);
+unsigned CoapRpcLibNumBlocks(const coap_session_t *session);
+
 /* CoapRpcLibNumAnonymous counts the client sessions without application data. */
 unsigned CoapRpcLibNumAnonymous(const coap_context_t *coapCtx);
 
