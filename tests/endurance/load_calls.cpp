@@ -6,6 +6,7 @@ namespace coap_rpc_test {
 namespace {
 
 constexpr uint32_t kMaxDelayMs = 2000;  // until a question is answered
+constexpr uint32_t kMaxPatience = 8;    // times the first one
 
 CoapRpcUriKey CallKey(uint32_t msgType, uint32_t pktType) {
   return KeyOf(msgType == COAP_RPC_CON ? "rpc/con" : "rpc/non", msgType, 0, pktType);
@@ -67,6 +68,7 @@ uint32_t Calls::Length() {
 void Calls::Ask() {
   const uint64_t number = ++counts_.asked;
   Question &question = pending_[number];
+  question.patienceMs = patienceMs_;
   question.isCon = node_.Below(10) != 0;
   question.answerLen = question.isCon ? Length() : 40;
   const uint32_t len = question.isCon ? Length() : 40;
@@ -77,7 +79,7 @@ void Calls::Ask() {
 
 void Calls::Send(Question *question) {
   const uint32_t msgType = question->isCon ? COAP_RPC_CON : COAP_RPC_NON;
-  question->dueMs = node_.nowMs + patienceMs_;
+  question->dueMs = node_.nowMs + question->patienceMs;
   // A refused NON question is asked anew like one that was lost.
   const auto call = question->isCon ? COAP_RpcCliConReq : COAP_RpcCliNonReq;
   node_.Call(call, CallKey(msgType, COAP_RPC_BROADCAST), COAP_RPC_GET, question->text);
@@ -98,6 +100,8 @@ void Calls::Step() {
   for (auto &[number, question] : pending_) {
     if (question.dueMs > node_.nowMs) continue;
     ++counts_.anew;
+    // Each time later, so that a link that is behind is not given ever more to do.
+    question.patienceMs = std::min(2 * question.patienceMs, kMaxPatience * patienceMs_);
     Send(&question);
   }
 }

@@ -36,6 +36,7 @@ class Calls {
     bool isCon = true;
     std::string text;
     uint32_t answerLen = 0;
+    uint64_t patienceMs = 0;
     uint64_t dueMs = 0;
   };
   struct Job {
