@@ -12,7 +12,6 @@
  * from when the request was due) to the answer, the server's processor time for each request, and
  * how many requests were repeated because no answer came. */
 #include <sys/epoll.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -21,6 +20,7 @@
 #include <vector>
 
 #include "clock.h"
+#include "datagram.h"
 #include "latency.h"
 #include "options.h"
 
@@ -87,14 +87,9 @@ class Load {
   }
 
   void Open(Asker &asker, uint16_t port) {
-    asker = {socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK, 0), 0, false, 0, 0};
-    const sockaddr_in server = Ipv4Address(kServerIpv4, port);
+    asker = {OpenSocket(port), 0, false, 0, 0};
     epoll_event event = {EPOLLIN, {.ptr = &asker}};
-    if (connect(asker.fd, reinterpret_cast<const sockaddr *>(&server), sizeof(server)) != 0 ||
-        epoll_ctl(epoll_, EPOLL_CTL_ADD, asker.fd, &event) != 0) {
-      perror("load: socket");
-      exit(1);
-    }
+    if (epoll_ctl(epoll_, EPOLL_CTL_ADD, asker.fd, &event) != 0) abort();
     idle_.push_back(&asker);
   }
 

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "clock.h"
+#include "datagram.h"
 #include "options.h"
 #include "watch.h"
 
@@ -23,39 +24,10 @@ namespace {
 
 using namespace coap_rpc_bench;
 
-constexpr int kObserve = 6, kUriPath = 11, kUriQuery = 15, kETag = 4, kBlock2 = 23;
 constexpr int kSilenceMs = 1100;  // a table that travels in blocks silences its URI for so long
-
-// Message is a datagram in the making: a confirmable or non-confirmable GET with a token.
-class Message {
- public:
-  Message(bool isConfirmable, uint16_t mid) {
-    bytes_ = {static_cast<char>(isConfirmable ? 0x41 : 0x51), 1, static_cast<char>(mid >> 8),
-              static_cast<char>(mid), 0x21};
-  }
-
-  // Options have to be added in the order of their numbers; up to 268 bytes each.
-  Message &Add(int number, const std::string &value) {
-    const int delta = number - last_;
-    const size_t len = value.size();
-    last_ = number;
-    bytes_ += static_cast<char>((delta < 13 ? delta : 13) << 4 | (len < 13 ? len : 13));
-    if (delta >= 13) bytes_ += static_cast<char>(delta - 13);
-    if (len >= 13) bytes_ += static_cast<char>(len - 13);
-    bytes_ += value;
-    return *this;
-  }
-  const std::string &Bytes() const { return bytes_; }
-
- private:
-  std::string bytes_;
-  int last_ = 0;
-};
 
 // Answer is what resync wants to know of a datagram.
 struct Answer {
-  uint8_t first = 0;
-  uint16_t mid = 0;
   bool hasPayload = false;
   uint64_t etag = 0;
   bool hasMore = false;
@@ -69,8 +41,6 @@ uint64_t Number(const uint8_t *bytes, size_t len) {
 
 Answer Parse(const uint8_t *bytes, size_t size) {
   Answer answer;
-  answer.first = bytes[0];
-  answer.mid = static_cast<uint16_t>(bytes[2] << 8 | bytes[3]);
   int number = 0;
   for (size_t at = 4u + (bytes[0] & 15); at < size;) {
     if (bytes[at] == 0xFF) {
@@ -91,10 +61,7 @@ Answer Parse(const uint8_t *bytes, size_t size) {
 
 class Asker {
  public:
-  explicit Asker(pid_t pid) : fd_(socket(AF_INET, SOCK_DGRAM, 0)), pid_(pid) {
-    const sockaddr_in server = Ipv4Address(kServerIpv4, kWatchPort);
-    if (connect(fd_, reinterpret_cast<const sockaddr *>(&server), sizeof(server)) != 0) abort();
-  }
+  explicit Asker(pid_t pid) : fd_(OpenSocket(kWatchPort)), pid_(pid) {}
 
   struct Cost {
     double us;
@@ -140,15 +107,12 @@ class Asker {
     uint8_t bytes[2048];
     const ssize_t len = read(fd_, bytes, sizeof(bytes));
     if (len < 4) return {};
-    const Answer answer = Parse(bytes, static_cast<size_t>(len));
-    if ((answer.first >> 4 & 3) != 0) return answer;
-    const uint8_t ack[] = {0x60, 0, bytes[2], bytes[3]};
-    static_cast<void>(!write(fd_, ack, sizeof(ack)));
-    return answer;
+    if (IsConfirmable(bytes)) Acknowledge(fd_, bytes);
+    return Parse(bytes, static_cast<size_t>(len));
   }
 
   Answer Exchange(const Message &message) {
-    static_cast<void>(!write(fd_, message.Bytes().data(), message.Bytes().size()));
+    message.Send(fd_);
     pollfd poll = {fd_, POLLIN, 0};
     if (::poll(&poll, 1, 60000) == 1) return Read();
     fprintf(stderr, "resync: no answer\n");

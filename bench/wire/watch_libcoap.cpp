@@ -11,6 +11,7 @@ namespace {
 using namespace coap_rpc_bench;
 
 constexpr uint32_t kDelayMs = 200;
+constexpr uint32_t kAgainMs = 1000;
 
 struct Publisher {
   WireHost *host;
@@ -27,6 +28,12 @@ uint32_t Publish(void *param) {
   fflush(stdout);
   self->hasBody = true;
   coap_resource_notify_observers(self->resource, nullptr);
+  return 0;
+}
+
+// Again is called as often as the library would notify.
+uint32_t Again(void *param) {
+  coap_resource_notify_observers(static_cast<Publisher *>(param)->resource, nullptr);
   return 0;
 }
 
@@ -48,13 +55,14 @@ void OnGet(coap_resource_t *resource, coap_session_t *session, const coap_pdu_t 
       self->body.size(), reinterpret_cast<const uint8_t *>(self->body.data()), nullptr, nullptr);
 }
 
-void Serve(WireHost &host, Publisher &publisher) {
+void Serve(WireHost &host, Publisher &publisher, bool doesAgain) {
   coap_context_t *context = host.NewContext();
   publisher.resource = coap_resource_init(coap_make_str_const(kWatchUri), 0);
   coap_resource_set_get_observable(publisher.resource, 1);
   coap_resource_set_mode(publisher.resource, COAP_RESOURCE_FLAGS_NOTIFY_CON);
   coap_register_handler(publisher.resource, COAP_REQUEST_GET, OnGet);
   coap_resource_set_userdata(publisher.resource, &publisher);
+  if (doesAgain) KST_TmrStartLoop(KestrelTmr(host.Get()), Again, kAgainMs, &publisher);
   coap_add_resource(context, publisher.resource);
   NewEndPoint(context, kServerIpv4, kWatchPort);
   host.Run();
@@ -107,7 +115,7 @@ int main(int argc, char **argv) {
     Observe(host, body.size());
   } else {
     Publisher publisher = {&host, body, nullptr, options.Is("--filled", "yes"), 0};
-    Serve(host, publisher);
+    Serve(host, publisher, options.Is("--again", "yes"));
   }
   return 0;
 }
