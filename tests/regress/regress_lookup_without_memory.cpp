@@ -1,28 +1,14 @@
 // An observer that came or went while libcoap had no memory was not counted: the lookup of its
 // entry asked for some.  It was never told anything, or stayed in the entry's count for ever.
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_lookup.h"
+#include "libcoap_memory.h"
 #include "wire_server.h"
-
-extern "C" {
-void *__real_coap_malloc_type(coap_memory_tag_t type, size_t size);
-void *__wrap_coap_malloc_type(coap_memory_tag_t type, size_t size);
-}
-
-namespace {
-bool g_hasMemory = true;
-}
-
-void *__wrap_coap_malloc_type(coap_memory_tag_t type, size_t size) {
-  return g_hasMemory ? __real_coap_malloc_type(type, size) : nullptr;
-}
 
 namespace coap_rpc_test {
 namespace {
 
 class LookupWithoutMemory : public WireServer {
  protected:
-  ~LookupWithoutMemory() override { g_hasMemory = true; }
-
   // FindBy looks up a GET with these path segments while there is no memory.
   CoapRpcSerUriVtbl *FindBy(const std::vector<std::string> &segments) {
     coap_pdu_t *pdu = coap_pdu_init(COAP_MESSAGE_CON, COAP_REQUEST_CODE_GET, 1, 200);
@@ -30,9 +16,11 @@ class LookupWithoutMemory : public WireServer {
       coap_add_option(pdu, COAP_OPTION_URI_PATH, segment.size(),
                       reinterpret_cast<const uint8_t *>(segment.data()));
     }
-    g_hasMemory = false;
-    CoapRpcSerUriVtbl *entry = COAP_RpcSerGetVtbl(Ctx(), pdu, nullptr);
-    g_hasMemory = true;
+    CoapRpcSerUriVtbl *entry = nullptr;
+    {
+      const NoMemory noMemory([](const Need &) { return true; });
+      entry = COAP_RpcSerGetVtbl(Ctx(), pdu, nullptr);
+    }
     coap_delete_pdu(pdu);
     return entry;
   }
