@@ -14,6 +14,7 @@ namespace {
 constexpr uint16_t kFieldLen = 4;
 constexpr size_t kLarge = 5000;
 constexpr uint32_t kTicksPerTask = 10;
+constexpr uint32_t kTicksPerSession = 900;  // that has no request
 
 int32_t FieldCmp(const void *a, const void *b) { return memcmp(a, b, kFieldLen); }
 
@@ -55,6 +56,36 @@ class ObserveOverClientSession : public WireClient {
     return Next();
   }
 
+  // NotifyLarge changes a tuple.  Returns the first block of the notification, acknowledged.
+  CoapMessage NotifyLarge() {
+    EXPECT_EQ(COAP_RpcSerObserveDataUpdate(Ctx(), &served_, "key", nullptr), 0u);
+    CoapMessage notification = Next();
+    peer_.Send(AckOf(notification));
+    return notification;
+  }
+
+  // FetchRest makes the peer fetch the blocks behind the first one.
+  void FetchRest(const CoapMessage &first) {
+    std::optional<CoapBlock> block = first.Block(kOptBlock2);
+    for (uint16_t mid = 100; block && block->more; ++mid) {
+      CoapMessage get = Request(CoapType::kCon, kCodeGet, mid, {1}).AddPath("o");
+      peer_.Send(get.AddBlock(kOptBlock2, {block->num + 1, false, block->szx}));
+      block = Next().Block(kOptBlock2);
+    }
+    EXPECT_TRUE(block) << peer_.LogText();
+  }
+
+  void ObserveNoMore() {
+    CoapMessage leave = Request(CoapType::kCon, kCodeGet, 78, {1});
+    peer_.Send(leave.AddPath("o").AddUint(kOptObserve, 1));
+    Next();
+  }
+
+  bool IsALastBlockKept() const {
+    const CoapRpcLink &blocks = Ctx()->lib->lastBlockList;
+    return blocks.next && blocks.next != &blocks;
+  }
+
   App app_;
   const CoapRpcUriKey called_ = KeyOf("a");
   const CoapRpcUriKey served_ = KeyOf("o", COAP_RPC_CON, 1);
@@ -76,10 +107,7 @@ TEST_F(ObserveOverClientSession, Registration_IsAnswered) {
 TEST_F(ObserveOverClientSession, LargeCallAfterALargeNotification_GoesOut) {
   peer_.Send(AnswerOf(call_).PayloadText("answer"));
   ObserveBack();
-  ASSERT_EQ(COAP_RpcSerObserveDataUpdate(Ctx(), &served_, "key", nullptr), 0u);
-  const CoapMessage notification = Next();
-  ASSERT_TRUE(notification.Block(kOptBlock2));
-  peer_.Send(AckOf(notification));
+  ASSERT_TRUE(NotifyLarge().Block(kOptBlock2));
   COAP_RpcSerUnsetUri(Ctx(), &served_);
   Ticks(kTicksPerTask);
 
@@ -88,6 +116,23 @@ TEST_F(ObserveOverClientSession, LargeCallAfterALargeNotification_GoesOut) {
   std::optional<CoapMessage> sent = peer_.ReceiveMessage(Pump());
   while (sent && !sent->Block(kOptBlock1)) sent = peer_.ReceiveMessage(Pump());
   EXPECT_TRUE(sent) << peer_.LogText();
+}
+
+// Nothing tells when a session of our own goes: the last block, which is kept for peers that ask
+// again, would be of a session that is no more.
+TEST_F(ObserveOverClientSession, LargeNotificationFetchedAsTheSessionAges_NoLastBlockIsKept) {
+  COAP_RpcRefreshTaskTimer(Ctx());
+  peer_.Send(AnswerOf(call_).PayloadText("answer"));
+  Ticks(kTicksPerSession - 5 * kTicksPerTask);
+  ASSERT_NE(SessionOf(PeerAddr()), nullptr);
+  ObserveBack();
+  FetchRest(NotifyLarge());
+  ObserveNoMore();
+  Ticks(kTicksPerTask);
+  EXPECT_EQ(COAP_RpcSerFindUriVtbl(Ctx()->ser, &served_)->isSendingLargeBlock, 0u);
+  EXPECT_FALSE(IsALastBlockKept());
+  Ticks(10 * kTicksPerTask);
+  EXPECT_EQ(SessionOf(PeerAddr()), nullptr);
 }
 
 }  // namespace
