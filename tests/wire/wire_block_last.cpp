@@ -149,6 +149,22 @@ TEST_P(LastBlocks, RequestsForSomethingElse_GetNothing) {
   EXPECT_EQ(AskForLast(peer_).code, Code(2, 5));
 }
 
+// Requests for later blocks do not carry the option (RFC 7959 section 2.6): libcoap refuses those
+// that it does not answer itself.
+TEST_P(LastBlocks, AskedForAgainWithObserve_RefusedOnceThePayloadIsReleased) {
+  ServeBig(COAP_RPC_CON);
+  SendWhole(peer_);
+  const auto withObserve = [this] { return BlockRequest(NumLastBlock()).AddUint(kOptObserve, 0); };
+  EXPECT_EQ(Ask(withObserve()).code, Code(2, 5));
+  host_.AdvanceMs(1000);
+  EXPECT_EQ(NumKept(), 1u);
+  const CoapMessage refused = Ask(withObserve());
+  EXPECT_EQ(refused.code, Code(4, 0));
+  EXPECT_TRUE(refused.payload.empty());
+  EXPECT_EQ(entry_->observerNum, 1u);
+  EXPECT_EQ(AskForLast(peer_).code, Code(2, 5));
+}
+
 TEST_P(LastBlocks, PeerThatRepeatsItsRequests_DoesNotProlongTheSilence) {
   ServeBig(COAP_RPC_CON);
   SendWhole(peer_);
