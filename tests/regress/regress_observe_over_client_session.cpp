@@ -81,6 +81,16 @@ class ObserveOverClientSession : public WireClient {
     Next();
   }
 
+  // LeaveALargeNotification begins a notification in blocks whose resource goes.
+  void LeaveALargeNotification() {
+    peer_.Send(AnswerOf(call_).PayloadText("answer"));
+    ObserveBack();
+    ASSERT_TRUE(NotifyLarge().Block(kOptBlock2));
+    COAP_RpcSerUnsetUri(Ctx(), &served_);
+    Ticks(kTicksPerTask);
+    peer_.ReceiveNow();  // what ends the observation
+  }
+
   bool IsALastBlockKept() const {
     const CoapRpcLink &blocks = Ctx()->lib->lastBlockList;
     return blocks.next && blocks.next != &blocks;
@@ -105,17 +115,22 @@ TEST_F(ObserveOverClientSession, Registration_IsAnswered) {
 }
 
 TEST_F(ObserveOverClientSession, LargeCallAfterALargeNotification_GoesOut) {
-  peer_.Send(AnswerOf(call_).PayloadText("answer"));
-  ObserveBack();
-  ASSERT_TRUE(NotifyLarge().Block(kOptBlock2));
-  COAP_RpcSerUnsetUri(Ctx(), &served_);
-  Ticks(kTicksPerTask);
+  LeaveALargeNotification();
 
   app_.out = std::string(kLarge, 'c');
   ASSERT_EQ(Call(called_, 2), 0u);
   std::optional<CoapMessage> sent = peer_.ReceiveMessage(Pump());
   while (sent && !sent->Block(kOptBlock1)) sent = peer_.ReceiveMessage(Pump());
   EXPECT_TRUE(sent) << peer_.LogText();
+}
+
+TEST_F(ObserveOverClientSession, CallRefusedAfterALargeNotification_FreesTheSession) {
+  LeaveALargeNotification();
+  ASSERT_EQ(Call(called_, 2), 0u);
+  peer_.Send(RstOf(Next()));
+  Ticks(kTicksPerTask);
+  ASSERT_EQ(Call(called_, 3), 0u);
+  EXPECT_EQ(Next().Path(), "a");
 }
 
 // Nothing tells when a session of our own goes: the last block, which is kept for peers that ask
