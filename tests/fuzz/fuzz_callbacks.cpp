@@ -8,12 +8,11 @@
 #include <cstring>
 #include <deque>
 
-#include "coap_svc/rpc/coap_rpc_cli.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
-#include "coap_svc/rpc/coap_rpc_ser.h"
 #include "coap_svc/rpc/common/coap_rpc_ctx.h"
 #include "fuzz_host.h"
 #include "fuzz_json.h"
+#include "fuzz_tables.h"
 #include "fuzz_wire.h"
 #include "test_process.h"
 
@@ -25,7 +24,6 @@ using coap_rpc_test::TestProcess;
 
 constexpr int kMaxSteps = 48;
 constexpr uint32_t kLibLogLevel = 6;  // above it libcoap prints every byte of a body, twice
-constexpr uint16_t kFieldLen = 4;
 constexpr uint8_t kServer = 1;
 constexpr uint8_t kCaller = 3;  // what calls to the own server name as their source
 constexpr uint8_t kPeer = 11;
@@ -34,28 +32,15 @@ constexpr int32_t kLengths[] = {
     0,     -1,    -2,   INT32_MIN, INT32_MAX, 1,     COAP_RPC_MAX_PAYLOAD,
     65471, 65472, 1100, 5000,      40,        65469, 65466};
 
-struct Entry {
-  const char *uri;
-  uint32_t msgType;
-  uint32_t observe;
-  uint32_t pktType;
-  uint8_t mode;
-  uint8_t format;
-};
-
 constexpr Entry kEntries[] = {
     {"sync", COAP_RPC_CON, 0, COAP_RPC_DEFAULT, 0, COAP_RPC_JSON},
     {"async", COAP_RPC_CON, 0, COAP_RPC_DEFAULT, 1, COAP_RPC_JSON},
     {"async", COAP_RPC_CON, 0, COAP_RPC_UNICAST, 1, COAP_RPC_JSON},
     {"post", COAP_RPC_NON, 0, COAP_RPC_UNICAST, 0, COAP_RPC_BYTE},
-    {"json", COAP_RPC_CON, 1, COAP_RPC_DEFAULT, 3, COAP_RPC_JSON},
-    {"idl", COAP_RPC_CON, 1, COAP_RPC_DEFAULT, 0, COAP_RPC_BYTE},
+    {"json", COAP_RPC_CON, 1, COAP_RPC_DEFAULT, 3, COAP_RPC_JSON, kFieldLen},
+    {"idl", COAP_RPC_CON, 1, COAP_RPC_DEFAULT, 0, COAP_RPC_BYTE, kFieldLen},
     {"flag", COAP_RPC_NON, 1, COAP_RPC_DEFAULT, 3, COAP_RPC_BYTE},
 };
-
-CoapRpcUriKey KeyOf(const Entry &entry) {
-  return fuzz::KeyOf(entry.uri, entry.msgType, entry.observe, entry.pktType);
-}
 
 // Application is the instance, and all of its callbacks.
 class Application {
@@ -89,50 +74,37 @@ class Application {
  private:
   static Application &Of(uint64_t userData) { return *reinterpret_cast<Application *>(userData); }
 
-  void Register(const Entry &entry) {
-    CoapRpcSerVtblReg reg = {};
-    reg.payloadFormat = entry.format;
-    reg.mode = entry.mode;
-    reg.userData = reinterpret_cast<uint64_t>(this);
-    reg.onRequest = OnRequest;
-    reg.onAsyncRequest = OnAsyncRequest;
-    CoapRpcSerObVtblReg ob = {};
-    ob.keyLen = kFieldLen;
-    ob.valLen = entry.msgType == COAP_RPC_CON ? kFieldLen : 0;
-    ob.tupleKeyCmp = [](const void *a, const void *b) -> int32_t {
-      return memcmp(a, b, kFieldLen);
-    };
-    ob.onObserverNum = [](uint64_t, uint32_t) {};
-    ob.buildUpdate = entry.format == COAP_RPC_JSON ? BuildJson : BuildIdl;
-    ob.buildDelete = entry.format == COAP_RPC_JSON ? BuildJsonDelete : BuildIdlDelete;
-    ob.getFirstTuple = GetFirst;
-    ob.getNextTuple = GetNext;
-    const CoapRpcUriKey key = KeyOf(entry);
-    COAP_RpcSerRegVtbl(ctx_, &key, &reg, entry.observe != 0 ? &ob : nullptr);
-    Attach(entry);
+  ServerApp ServerSide() {
+    ServerApp app;
+    app.userData = reinterpret_cast<uint64_t>(this);
+    app.onRequest = OnRequest;
+    app.onAsyncRequest = OnAsyncRequest;
+    app.onObserverNum = [](uint64_t, uint32_t) {};
+    app.buildJson = BuildJson;
+    app.buildJsonDelete = BuildJsonDelete;
+    app.buildIdl = BuildIdl;
+    app.buildIdlDelete = BuildIdlDelete;
+    app.getFirst = GetFirst;
+    app.getNext = GetNext;
+    return app;
+  }
 
-    CoapRpcCliVtblReg cli = {};
-    cli.userData = reg.userData;
-    cli.buildReq = BuildReq;
-    cli.onResponse = OnResponse;
-    cli.onDisconnect = OnDisconnect;
-    COAP_RpcCliRegVtbl(ctx_, &key, &cli);
+  ClientApp ClientSide() {
+    ClientApp app;
+    app.userData = reinterpret_cast<uint64_t>(this);
+    app.buildReq = BuildReq;
+    app.onResponse = OnResponse;
+    app.onDisconnect = OnDisconnect;
+    return app;
+  }
+
+  void Register(const Entry &entry) {
+    RegisterServer(ctx_, entry, ServerSide());
+    AttachAt(ctx_, entry, kServer, kCoapPort);
+    RegisterClient(ctx_, entry, ClientSide());
   }
 
   // What the application may do, in a step or inside a callback.
-
-  void Attach(const Entry &entry) {
-    CoapRpcSerListenAddr addr = {};
-    addr.listenAddr = IpAddr(kServer);
-    addr.port = kCoapPort;
-    const CoapRpcUriKey key = KeyOf(entry);
-    COAP_RpcSerSetUri(ctx_, &key, &addr);
-  }
-
-  void Detach(const Entry &entry) {
-    const CoapRpcUriKey key = KeyOf(entry);
-    COAP_RpcSerUnsetUri(ctx_, &key);
-  }
 
   void Change(const Entry &entry, uint8_t value) {
     const CoapRpcUriKey key = KeyOf(entry);
@@ -150,11 +122,8 @@ class Application {
     param.userData = how & 1;
     param.payload = (how & 2) != 0 ? payload : nullptr;
     param.payloadLen = (how & 2) != 0 ? sizeof(payload) : 0;
-    CoapRpcCliAddr addr = {};
-    addr.srcIp = IpAddr(kCaller);
-    addr.dstIp = IpAddr((how & 4) != 0 ? kServer : kPeer);
-    addr.dstPort = kCoapPort;
-    addr.codeType = 1 + (how >> 3 & 1);
+    const CoapRpcCliAddr addr =
+        CallAddr(kCaller, (how & 4) != 0 ? kServer : kPeer, 1 + (how >> 3 & 1));
     const CoapRpcUriKey key = KeyOf(entry);
     kCalls[how / 16 % std::size(kCalls)](ctx_, &key, &param, &addr);
   }
@@ -235,9 +204,11 @@ class Application {
       case 1:
         return Change(entry, arg);
       case 2:
-        return Detach(entry);
+        Detach(ctx_, entry);
+        return;
       case 3:
-        return Attach(entry);
+        AttachAt(ctx_, entry, kServer, kCoapPort);
+        return;
       case 4:
         return EndRequest(arg);
       case 5:
@@ -348,10 +319,6 @@ class Application {
   static uint32_t GetNext(uint64_t userData, void *cursor, const void *, void *key, void *val) {
     return GetFirst(userData, cursor, key, val);
   }
-
-  static constexpr decltype(&COAP_RpcCliConReq) kCalls[] = {
-      COAP_RpcCliConReq,           COAP_RpcCliNonReq,          COAP_RpcCliObserveReq,
-      COAP_RpcCliObserveReqVerify, COAP_RpcCliObserveReqBatch, COAP_RpcCliObserveUnReq};
 
   Input steps_;
   Input script_;

@@ -6,8 +6,8 @@
 
 #include "coap_svc/rpc/client/coap_rpc_cli_data.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
-#include "coap_svc/rpc/coap_rpc_ser.h"
 #include "fuzz_host.h"
+#include "fuzz_tables.h"
 #include "fuzz_wire.h"
 #include "test_process.h"
 
@@ -23,15 +23,7 @@ constexpr uint8_t kClient = 1;
 constexpr uint8_t kFirstPeer = 11;
 constexpr uint32_t kStepsMs[] = {100, 1001, 2500, 5000, 9000, 31000, 95000, 260000};
 
-// Called is one table of the client.
-struct Called {
-  const char *uri;
-  uint32_t msgType;
-  uint32_t observe;
-  uint32_t pktType;
-};
-
-constexpr Called kCalled[] = {
+constexpr Entry kCalled[] = {
     {"a", COAP_RPC_CON, 0, COAP_RPC_DEFAULT},
     {"a", COAP_RPC_NON, 0, COAP_RPC_DEFAULT},
     {"a/b", COAP_RPC_CON, 0, COAP_RPC_UNICAST},
@@ -41,6 +33,8 @@ constexpr Called kCalled[] = {
     {"o", COAP_RPC_CON, 1, COAP_RPC_DEFAULT},
     {"p", COAP_RPC_NON, 1, COAP_RPC_DEFAULT},
 };
+
+constexpr Entry kAnswers = {"answer", COAP_RPC_CON, 0, COAP_RPC_UNICAST, 1};
 
 int32_t BuildReq(uint64_t, const CoapRpcCliReqParam *req, uint8_t *out, uint32_t outSize) {
   Check(out[0] == 0, "the first byte is not zero");
@@ -63,7 +57,7 @@ class Client {
  public:
   Client() : param_(host_.Param()), ctx_(COAP_RpcInit(&param_)) {
     Check(ctx_ != nullptr, "no instance");
-    for (const Called &called : kCalled) Register(called);
+    for (const Entry &called : kCalled) Register(called);
     ServeAnswers();
     COAP_RpcLogRegUri(ctx_, "a");
     for (Peer &peer : peers_) peer.SetRemote(kClient, kCoapPort);
@@ -84,29 +78,17 @@ class Client {
   }
 
  private:
-  static CoapRpcUriKey Key(const Called &from) {
-    return KeyOf(from.uri, from.msgType, from.observe, from.pktType);
-  }
-
-  void Register(const Called &from) {
-    CoapRpcCliVtblReg reg = {};
-    reg.payloadFormat = COAP_RPC_JSON;
-    reg.buildReq = BuildReq;
-    reg.onResponse = OnResponse;
-    reg.onDisconnect = OnDisconnect;
-    const CoapRpcUriKey key = Key(from);
-    Check(COAP_RpcCliRegVtbl(ctx_, &key, &reg) == 0, "no registration");
+  void Register(const Entry &called) {
+    ClientApp app;
+    app.buildReq = BuildReq;
+    app.onResponse = OnResponse;
+    app.onDisconnect = OnDisconnect;
+    Check(RegisterClient(ctx_, called, app) == 0, "no registration");
   }
 
   void ServeAnswers() {
-    CoapRpcSerVtblReg reg = {};
-    reg.mode = 1;
-    CoapRpcSerListenAddr addr = {};
-    addr.listenAddr = IpAddr(kClient);
-    addr.port = kCoapPort;
-    const CoapRpcUriKey key = KeyOf("answer", COAP_RPC_CON, 0, COAP_RPC_UNICAST);
-    Check(COAP_RpcSerRegVtbl(ctx_, &key, &reg, nullptr) == 0, "no registration");
-    Check(COAP_RpcSerSetUri(ctx_, &key, &addr) == 0, "not attached");
+    Check(RegisterServer(ctx_, kAnswers, {}) == 0, "no registration");
+    Check(AttachAt(ctx_, kAnswers, kClient, kCoapPort) == 0, "not attached");
   }
 
   void Step(Input &input) {
@@ -181,17 +163,14 @@ class Client {
   }
 
   void Call(uint8_t which, uint8_t arg, Input &input) {
-    const CoapRpcUriKey key = Key(kCalled[which % std::size(kCalled)]);
+    const CoapRpcUriKey key = KeyOf(kCalled[which % std::size(kCalled)]);
     std::vector<uint8_t> payload = input.Bytes(arg >> 5);
     CoapRpcCliReqParam param = {};
     param.userData = arg / 4 % 2;
     param.payload = payload.empty() ? nullptr : payload.data();
     param.payloadLen = static_cast<uint32_t>(payload.size());
-    CoapRpcCliAddr addr = {};
-    addr.srcIp = IpAddr(kClient);
-    addr.dstIp = IpAddr(static_cast<uint8_t>(kFirstPeer + arg % std::size(peers_)));
-    addr.dstPort = kCoapPort;
-    addr.codeType = 1 + arg / 8 % 4;
+    const auto peer = static_cast<uint8_t>(kFirstPeer + arg % std::size(peers_));
+    const CoapRpcCliAddr addr = CallAddr(kClient, peer, 1 + arg / 8 % 4);
     kCalls[which / std::size(kCalled) % std::size(kCalls)](ctx_, &key, &param, &addr);
   }
 
@@ -202,10 +181,6 @@ class Client {
       COAP_RpcSetNstart(ctx_, arg / 2);
     }
   }
-
-  static constexpr decltype(&COAP_RpcCliConReq) kCalls[] = {
-      COAP_RpcCliConReq,           COAP_RpcCliNonReq,          COAP_RpcCliObserveReq,
-      COAP_RpcCliObserveReqVerify, COAP_RpcCliObserveReqBatch, COAP_RpcCliObserveUnReq};
 
   Host host_;
   CoapRpcInitParam param_;

@@ -8,9 +8,9 @@
 #include <deque>
 
 #include "coap_svc/rpc/coap_rpc_ext.h"
-#include "coap_svc/rpc/coap_rpc_ser.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
 #include "fuzz_host.h"
+#include "fuzz_tables.h"
 #include "fuzz_wire.h"
 #include "test_process.h"
 
@@ -22,41 +22,28 @@ using coap_rpc_test::CoapType;
 using coap_rpc_test::TestProcess;
 
 constexpr int kMaxSteps = 64;
-constexpr uint16_t kFieldLen = 4;
 constexpr uint8_t kServer = 1;
 constexpr uint8_t kOtherServer = 2;
 constexpr uint16_t kOtherPort = 5684;
 constexpr uint32_t kStepsMs[] = {100, 1000, 1100, 2500, 8000, 30000, 95000, 260000};
 
-// Registration is one entry of the server.
-struct Registration {
-  const char *uri;
-  uint32_t msgType;
-  uint32_t observe;
-  uint32_t pktType;
-  uint8_t mode;
-  uint8_t format;
-  uint16_t valLen;
-  uint8_t server;  // last byte of the address
-};
-
-constexpr Registration kRegistrations[] = {
-    {"sync", COAP_RPC_CON, 0, COAP_RPC_DEFAULT, 0, 0, 0, kServer},
-    {"sync", COAP_RPC_NON, 0, COAP_RPC_DEFAULT, 0, 0, 0, kServer},
-    {"async", COAP_RPC_CON, 0, COAP_RPC_DEFAULT, 1, 0, 0, kServer},
-    {"async", COAP_RPC_NON, 0, COAP_RPC_DEFAULT, 1, 0, 0, kServer},
-    {"none", COAP_RPC_CON, 0, COAP_RPC_DEFAULT, 2, 0, 0, kServer},
-    {"post", COAP_RPC_CON, 0, COAP_RPC_UNICAST, 0, 0, 0, kServer},
-    {"post", COAP_RPC_NON, 0, COAP_RPC_BROADCAST, 0, 0, 0, kOtherServer},
-    {"answer", COAP_RPC_CON, 0, COAP_RPC_UNICAST, 1, 0, 0, kServer},
-    {"terminals/dynamic-mac", COAP_RPC_CON, 0, COAP_RPC_BROADCAST, 0, 0, 0, kServer},
-    {"o", COAP_RPC_CON, 1, COAP_RPC_DEFAULT, 3, COAP_RPC_JSON, kFieldLen, kServer},
-    {"o", COAP_RPC_CON, 0, COAP_RPC_DEFAULT, 0, 0, 0, kServer},
-    {"p", COAP_RPC_NON, 1, COAP_RPC_DEFAULT, 3, COAP_RPC_JSON, 0, kServer},
-    {"q", COAP_RPC_CON, 1, COAP_RPC_DEFAULT, 3, COAP_RPC_BYTE, kFieldLen, kServer},
-    {"r", COAP_RPC_NON, 1, COAP_RPC_DEFAULT, 0, COAP_RPC_BYTE, kFieldLen, kServer},
-    {"s", COAP_RPC_CON, 1, COAP_RPC_UNICAST, 1, COAP_RPC_JSON, kFieldLen, kServer},
-    {"t", COAP_RPC_NON, 1, COAP_RPC_BROADCAST, 0, COAP_RPC_BYTE, kFieldLen, kOtherServer},
+constexpr Entry kEntries[] = {
+    {"sync", COAP_RPC_CON, 0, COAP_RPC_DEFAULT, 0, 0},
+    {"sync", COAP_RPC_NON, 0, COAP_RPC_DEFAULT, 0, 0},
+    {"async", COAP_RPC_CON, 0, COAP_RPC_DEFAULT, 1, 0},
+    {"async", COAP_RPC_NON, 0, COAP_RPC_DEFAULT, 1, 0},
+    {"none", COAP_RPC_CON, 0, COAP_RPC_DEFAULT, 2, 0},
+    {"post", COAP_RPC_CON, 0, COAP_RPC_UNICAST, 0, 0},
+    {"post", COAP_RPC_NON, 0, COAP_RPC_BROADCAST, 0, 0},
+    {"answer", COAP_RPC_CON, 0, COAP_RPC_UNICAST, 1, 0},
+    {"terminals/dynamic-mac", COAP_RPC_CON, 0, COAP_RPC_BROADCAST, 0, 0},
+    {"o", COAP_RPC_CON, 1, COAP_RPC_DEFAULT, 3, COAP_RPC_JSON, kFieldLen},
+    {"o", COAP_RPC_CON, 0, COAP_RPC_DEFAULT, 0, 0},
+    {"p", COAP_RPC_NON, 1, COAP_RPC_DEFAULT, 3, COAP_RPC_JSON},
+    {"q", COAP_RPC_CON, 1, COAP_RPC_DEFAULT, 3, COAP_RPC_BYTE, kFieldLen},
+    {"r", COAP_RPC_NON, 1, COAP_RPC_DEFAULT, 0, COAP_RPC_BYTE, kFieldLen},
+    {"s", COAP_RPC_CON, 1, COAP_RPC_UNICAST, 1, COAP_RPC_JSON, kFieldLen},
+    {"t", COAP_RPC_NON, 1, COAP_RPC_BROADCAST, 0, COAP_RPC_BYTE, kFieldLen},
 };
 
 int32_t OnRequest(uint64_t, const CoapRpcSerReqInfo *, uint8_t *payload, uint32_t len, uint8_t *out,
@@ -69,7 +56,10 @@ int32_t OnRequest(uint64_t, const CoapRpcSerReqInfo *, uint8_t *payload, uint32_
   return static_cast<int32_t>(numBytes);
 }
 
-int32_t FieldCmp(const void *a, const void *b) { return memcmp(a, b, kFieldLen); }
+// IsElsewhere says that an entry has another address than most.
+bool IsElsewhere(const Entry &entry) {
+  return entry.pktType == COAP_RPC_BROADCAST && entry.msgType == COAP_RPC_NON;
+}
 
 // ElementSize makes the elements of a payload small, or so large that they travel in blocks.
 size_t ElementSize(const uint8_t *tuple) { return size_t{1} << (tuple[0] % 13); }
@@ -103,12 +93,12 @@ uint32_t GetNext(uint64_t, void *cursor, const void *, void *key, void *) {
   return *numGiven > 3;
 }
 
-// Server is an instance with all registrations, and the peers around it.
+// Server is an instance with all entries, and the peers around it.
 class Server {
  public:
   Server() : param_(host_.Param()), ctx_(COAP_RpcInit(&param_)) {
     Check(ctx_ != nullptr, "no instance");
-    for (const Registration &registration : kRegistrations) Serve(registration);
+    for (const Entry &entry : kEntries) Serve(entry);
     COAP_RpcLogRegUri(ctx_, "sync");
     for (Peer &peer : peers_) peer.SetRemote(kServer, kCoapPort);
     peers_[2].SetRemote(kOtherServer, kOtherPort);
@@ -128,48 +118,25 @@ class Server {
   }
 
  private:
-  static CoapRpcUriKey Key(const Registration &from) {
-    return KeyOf(from.uri, from.msgType, from.observe, from.pktType);
+  void Serve(const Entry &entry) {
+    ServerApp app;
+    app.userData = reinterpret_cast<uint64_t>(this);
+    app.onRequest = OnRequest;
+    app.onAsyncRequest = OnAsyncRequest;
+    app.buildJson = BuildJson;
+    app.buildJsonDelete = BuildJsonDelete;
+    app.buildIdl = BuildIdl;
+    app.buildIdlDelete = BuildIdlDelete;
+    app.getFirst = GetFirst;
+    app.getNext = GetNext;
+    Check(RegisterServer(ctx_, entry, app) == 0, "no registration");
+    Attach(entry);
   }
 
-  static CoapRpcSerObVtblReg Observed(const Registration &from) {
-    const bool isJson = from.format == COAP_RPC_JSON;
-    CoapRpcSerObVtblReg ob = {};
-    ob.keyLen = kFieldLen;
-    ob.valLen = from.valLen;
-    ob.tupleKeyCmp = FieldCmp;
-    ob.buildUpdate = isJson ? BuildJson : BuildIdl;
-    ob.buildDelete = isJson ? BuildJsonDelete : BuildIdlDelete;
-    ob.getFirstTuple = GetFirst;
-    ob.getNextTuple = GetNext;
-    return ob;
-  }
-
-  void Serve(const Registration &from) {
-    CoapRpcSerVtblReg reg = {};
-    reg.payloadFormat = from.format;
-    reg.mode = from.mode;
-    reg.userData = reinterpret_cast<uint64_t>(this);
-    reg.onRequest = OnRequest;
-    reg.onAsyncRequest = OnAsyncRequest;
-    const CoapRpcUriKey key = Key(from);
-    const CoapRpcSerObVtblReg ob = Observed(from);
-    Check(COAP_RpcSerRegVtbl(ctx_, &key, &reg, from.observe != 0 ? &ob : nullptr) == 0,
-          "no registration");
-    Attach(from);
-  }
-
-  void Attach(const Registration &from) {
-    CoapRpcSerListenAddr addr = {};
-    addr.listenAddr = IpAddr(from.server);
-    addr.port = from.server == kServer ? kCoapPort : kOtherPort;
-    const CoapRpcUriKey key = Key(from);
-    Check(COAP_RpcSerSetUri(ctx_, &key, &addr) == 0, "not attached");
-  }
-
-  void Detach(const Registration &from) {
-    const CoapRpcUriKey key = Key(from);
-    COAP_RpcSerUnsetUri(ctx_, &key);
+  void Attach(const Entry &entry) {
+    const uint32_t ret = IsElsewhere(entry) ? AttachAt(ctx_, entry, kOtherServer, kOtherPort)
+                                            : AttachAt(ctx_, entry, kServer, kCoapPort);
+    Check(ret == 0, "not attached");
   }
 
   static uint32_t OnAsyncRequest(uint64_t userData, uint8_t *payload, uint32_t len, void *async) {
@@ -185,7 +152,7 @@ class Server {
     const uint8_t kind = input.Byte() % 12;
     const uint8_t arg = input.Byte();
     Peer &peer = peers_[arg % std::size(peers_)];
-    const Registration &entry = kRegistrations[arg % std::size(kRegistrations)];
+    const Entry &entry = kEntries[arg % std::size(kEntries)];
     switch (kind) {
       case 0:
       case 1:
@@ -205,7 +172,8 @@ class Server {
       case 8:
         return Answer(arg);
       case 9:
-        return Detach(entry);
+        Detach(ctx_, entry);
+        return;
       case 10:
         return Attach(entry);
       default:
@@ -217,13 +185,13 @@ class Server {
   void AskForBlock(Peer &peer, uint8_t arg) {
     const CoapBlock last = peer.Last().Block(coap_rpc_test::kOptBlock2).value_or(CoapBlock{});
     CoapMessage get = Request(CoapType::kCon, coap_rpc_test::kCodeGet, ++mid_, {arg});
-    get.AddPath(kRegistrations[arg % std::size(kRegistrations)].uri);
+    get.AddPath(kEntries[arg % std::size(kEntries)].uri);
     const uint8_t szx = arg < 0xF0 ? last.szx : arg & 7;
     get.AddBlock(coap_rpc_test::kOptBlock2, {last.num + 1, false, szx});
     peer.Send(get);
   }
 
-  void Observe(Peer &peer, const Registration &entry, uint8_t arg) {
+  void Observe(Peer &peer, const Entry &entry, uint8_t arg) {
     const CoapType type = (arg & 0x40) != 0 ? CoapType::kNon : CoapType::kCon;
     CoapMessage get = Request(type, coap_rpc_test::kCodeGet, ++mid_, {arg});
     get.AddPath(entry.uri).AddUint(coap_rpc_test::kOptObserve, arg >> 7);
@@ -232,9 +200,9 @@ class Server {
   }
 
   // Change changes a tuple, or many: a long list of changes is searched in another way.
-  void Change(const Registration &entry, uint8_t value) {
+  void Change(const Entry &entry, uint8_t value) {
     constexpr uint8_t kMany = 100;
-    const CoapRpcUriKey key = Key(entry);
+    const CoapRpcUriKey key = KeyOf(entry);
     const uint8_t num = value < 0xE0 ? 1 : kMany;
     for (uint8_t i = 0; i < num; ++i) {
       const uint8_t field[kFieldLen] = {value, i};
@@ -242,9 +210,9 @@ class Server {
     }
   }
 
-  void Remove(const Registration &entry, uint8_t value) {
+  void Remove(const Entry &entry, uint8_t value) {
     const uint8_t field[kFieldLen] = {value};
-    const CoapRpcUriKey key = Key(entry);
+    const CoapRpcUriKey key = KeyOf(entry);
     COAP_RpcSerObserveDataDel(ctx_, &key, field);
   }
 
