@@ -66,7 +66,7 @@ class Application {
   void Run() {
     for (int i = 0; i < kMaxSteps && !steps_.IsEmpty(); ++i) {
       Step();
-      COAP_RpcProcIo(ctx_);
+      RunIo(ctx_);
       peer_.Receive();
     }
   }
@@ -217,7 +217,7 @@ class Application {
         COAP_RpcLogRegUri(ctx_, entry.uri);
         return;
       default:
-        COAP_RpcProcIo(ctx_);
+        RunIo(ctx_);
         return;
     }
   }

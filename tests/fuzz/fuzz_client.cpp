@@ -72,7 +72,7 @@ class Client {
   void Run(Input &input) {
     for (int i = 0; i < kMaxSteps && !input.IsEmpty(); ++i) {
       Step(input);
-      COAP_RpcProcIo(ctx_);
+      RunIo(ctx_);
       for (Peer &peer : peers_) peer.Receive();
     }
   }

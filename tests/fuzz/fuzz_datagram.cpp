@@ -112,7 +112,7 @@ class Server {
   void Run(Input &input) {
     for (int i = 0; i < kMaxSteps && !input.IsEmpty(); ++i) {
       Step(input);
-      COAP_RpcProcIo(ctx_);
+      RunIo(ctx_);
       for (Peer &peer : peers_) peer.Receive();
     }
   }

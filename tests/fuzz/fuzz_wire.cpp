@@ -8,6 +8,7 @@
 #include <cstring>
 #include <utility>
 
+#include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
 #include "fuzz_support.h"
 #include "own_network.h"
@@ -51,6 +52,11 @@ void PrepareWire() {
   g_random = kFirstRandom;
   coap_set_prng(TakeRandom);
   CoapRpcLibSetSleep(SleepNot);
+}
+
+void RunIo(CoapRpcCtx *ctx) {
+  while (COAP_RpcProcIo(ctx) != 0) {
+  }
 }
 
 uint32_t Ipv4(uint8_t number) {

@@ -22,6 +22,10 @@ inline constexpr uint16_t kCoapPort = 5683;
 // endpoint that cannot be had is not waited for.
 void PrepareWire();
 
+// RunIo lets an instance take all that has arrived, however long that takes: what an input does
+// must not depend on the machine's speed.
+void RunIo(CoapRpcCtx *ctx);
+
 // Ipv4 is a loopback address that no other process uses, in host byte order.
 uint32_t Ipv4(uint8_t number);
 
