@@ -6,7 +6,7 @@ namespace coap_rpc_test {
 namespace {
 
 constexpr uint32_t kMaxDelayMs = 2000;  // until a question is answered
-constexpr uint32_t kMaxPatience = 8;    // times the first one
+constexpr uint32_t kMaxPatience = 2;    // times the first one
 
 CoapRpcUriKey CallKey(uint32_t msgType, uint32_t pktType) {
   return KeyOf(msgType == COAP_RPC_CON ? "rpc/con" : "rpc/non", msgType, 0, pktType);
