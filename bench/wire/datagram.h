@@ -26,7 +26,7 @@ class Message {
   // Options have to be added in the order of their numbers; up to 268 bytes each.
   Message &Add(int number, const std::string &value) {
     const int delta = number - last_;
-    const size_t len = value.size();
+    const auto len = static_cast<int>(value.size());
     last_ = number;
     bytes_ += static_cast<char>((delta < 13 ? delta : 13) << 4 | (len < 13 ? len : 13));
     if (delta >= 13) bytes_ += static_cast<char>(delta - 13);

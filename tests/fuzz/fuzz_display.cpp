@@ -47,7 +47,7 @@ class Instance {
  public:
   Instance() : param_(host_.Param()), ctx_(COAP_RpcInit(&param_)), peer_(kPeer, kCoapPort) {
     Check(ctx_ != nullptr, "no instance");
-    for (const uint32_t pktType : {0, 1, 2, 7}) Register("plain", COAP_RPC_NON, 0, pktType);
+    for (const uint32_t pktType : {0u, 1u, 2u, 7u}) Register("plain", COAP_RPC_NON, 0, pktType);
     Register("observed", COAP_RPC_CON, 1, 0);
     Register("rendered", COAP_RPC_CON, 1, 0, WholeBuffer, NoText);
     Register(std::string(COAP_RPC_URI_SIZE, 'u').c_str(), COAP_RPC_CON, 1, 0);

@@ -101,7 +101,7 @@ namespace {
 
 // Render reads all arguments of a text, so that address checkers see them.  To follow an input, the
 // texts are printed when the environment has FUZZ_LOG.
-void Render(const char *fmt, va_list args) {
+__attribute__((format(printf, 1, 0))) void Render(const char *fmt, va_list args) {
   static const bool isPrinted = getenv("FUZZ_LOG") != nullptr;
   static char text[8192];
   vsnprintf(text, sizeof(text), fmt, args);

@@ -116,7 +116,7 @@ TEST_F(HostileClient, AnswersCutAtEveryLength) {
 TEST_F(HostileClient, AnswersLongerThanAnyMessage) {
   Open();
   for (const CoapMessage &seed : Seeds()) {
-    for (const size_t len : {1000, 1150, 1472, 1473, 9000, 65'507}) {
+    for (const size_t len : {1000u, 1150u, 1472u, 1473u, 9000u, 65'507u}) {
       Bytes datagram = ToBytes(seed);
       datagram.resize(len, 'x');
       Send(datagram);

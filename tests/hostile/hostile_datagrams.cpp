@@ -60,7 +60,7 @@ TEST_F(HostileDatagrams, CutAtEveryLength) {
 
 TEST_F(HostileDatagrams, LongerThanAnyMessage) {
   for (const std::string &path : Paths()) {
-    for (const size_t len : {1000, 1150, 1400, 1472, 1473, 1500, 9000, 65'000, 65'507}) {
+    for (const size_t len : {1000u, 1150u, 1400u, 1472u, 1473u, 1500u, 9000u, 65'000u, 65'507u}) {
       Bytes datagram = ToBytes(Post(CoapType::kCon, path, "p"));
       datagram.resize(len, 'x');
       SendAll({datagram, Bytes(len, 0), Bytes(len, 0xFF), Bytes(len, 0x40)});

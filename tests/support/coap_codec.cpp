@@ -21,7 +21,8 @@ void Append(const Bytes &bytes, Bytes *out) {
 
 void PutHeader(const CoapMessage &message, Bytes *out) {
   const auto type = static_cast<uint8_t>(message.type);
-  out->push_back(static_cast<uint8_t>(kVersion << 6 | type << 4 | (message.token.size() & 0x0F)));
+  const auto tokenLen = static_cast<uint8_t>(message.token.size() & 0x0F);
+  out->push_back(static_cast<uint8_t>(kVersion << 6 | type << 4 | tokenLen));
   out->push_back(message.code);
   out->push_back(static_cast<uint8_t>(message.messageId >> 8));
   out->push_back(static_cast<uint8_t>(message.messageId));

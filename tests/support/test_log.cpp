@@ -1,6 +1,8 @@
 /* test_log.cpp: the log and the debug channel of a TestHost. */
 #include "test_log.h"
 
+#include <utility>
+
 #include "handle_table.h"
 
 namespace coap_rpc_test {
@@ -99,7 +101,7 @@ void TestLog::Count(const std::string &module, uint32_t line) {
   record.kind = LogKind::kCount;
   record.module = module;
   record.line = line;
-  records_.push_back(record);
+  records_.push_back(std::move(record));
 }
 
 bool TestLog::FirstHalf(const std::string &module, uint32_t line, uint32_t level) {
@@ -109,9 +111,9 @@ bool TestLog::FirstHalf(const std::string &module, uint32_t line, uint32_t level
   record.line = line;
   record.level = level;
   record.suppressed = IsSuppressed(module, line, level);
-  records_.push_back(record);
   agreed_ = record;
   hasAgreed_ = !record.suppressed;
+  records_.push_back(std::move(record));
   return hasAgreed_;
 }
 

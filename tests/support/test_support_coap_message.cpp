@@ -54,7 +54,7 @@ TEST(SupportCoapMessage, Delta_ExtendedForms) {
 }
 
 TEST(SupportCoapMessage, Length_ExtendedForms_ComeBack) {
-  for (const size_t len : {0, 1, 12, 13, 14, 268, 269, 270, 1034}) {
+  for (const size_t len : {0u, 1u, 12u, 13u, 14u, 268u, 269u, 270u, 1034u}) {
     const CoapMessage message =
         Request(CoapType::kCon, kCodeGet, 1).Add(kOptUriQuery, Bytes(len, 'q')).PayloadText("p");
     EXPECT_EQ(RoundTrip(message), message) << len;

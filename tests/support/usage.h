@@ -10,7 +10,16 @@
 
 #include "test_pool.h"
 
+// gcc and clang say in different ways that the address checker is on.
 #if defined(__SANITIZE_ADDRESS__)
+#define COAP_RPC_ADDRESS_CHECKER 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define COAP_RPC_ADDRESS_CHECKER 1
+#endif
+#endif
+
+#ifdef COAP_RPC_ADDRESS_CHECKER
 // The checker's own count; gcc has no header for it.
 extern "C" size_t __sanitizer_get_current_allocated_bytes();
 #endif
@@ -18,7 +27,7 @@ extern "C" size_t __sanitizer_get_current_allocated_bytes();
 namespace coap_rpc_test {
 
 // Counts that take long under the address checker are divided by this there.
-#if defined(__SANITIZE_ADDRESS__)
+#ifdef COAP_RPC_ADDRESS_CHECKER
 inline constexpr int kSlowdown = 20;
 #else
 inline constexpr int kSlowdown = 1;
@@ -26,7 +35,7 @@ inline constexpr int kSlowdown = 1;
 
 // The test's own bookkeeping, and without the checker freed pieces that the allocator caches: up to
 // 7 of each of 64 sizes up to 1 KiB, which count as allocated.
-#if defined(__SANITIZE_ADDRESS__)
+#ifdef COAP_RPC_ADDRESS_CHECKER
 inline constexpr uint64_t kHeapSlack = 64 * 1024;
 #else
 inline constexpr uint64_t kHeapSlack = 320 * 1024;
@@ -34,7 +43,7 @@ inline constexpr uint64_t kHeapSlack = 320 * 1024;
 
 // HeapBytes counts what is allocated and not freed: libcoap's memory and the test's own as well.
 inline uint64_t HeapBytes() {
-#if defined(__SANITIZE_ADDRESS__)
+#ifdef COAP_RPC_ADDRESS_CHECKER
   return __sanitizer_get_current_allocated_bytes();
 #else
   const struct mallinfo2 info = mallinfo2();

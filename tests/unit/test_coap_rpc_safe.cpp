@@ -43,7 +43,7 @@ TEST(SnprintfTruncated, BadArguments_GiveMinusOne) {
   EXPECT_EQ(snprintf_truncated_s(nullptr, 8, "%s", "x"), -1);
   EXPECT_EQ(snprintf_truncated_s(buf, 0, "%s", "x"), -1);
   EXPECT_STREQ(buf, "before");
-  const char *noFormat = nullptr;
+  const char *const noFormat = nullptr;
   va_list none = {};
   EXPECT_EQ(vsnprintf_truncated_s(buf, sizeof(buf), noFormat, none), -1);
   EXPECT_STREQ(buf, "");

@@ -520,7 +520,7 @@ TEST_F(Async, WithoutPayload_NobodyIsCalled) {
 
 TEST_F(Async, NoMemoryForSessionOrRecord_Gives503) {
   ServeAsync();
-  for (const uint64_t n : {2, 3}) {  // the first is the payload's copy
+  for (const uint64_t n : {2u, 3u}) {  // the first is the payload's copy
     host_.Pool().Failures().FailOnce(n);
     EXPECT_EQ(Ask(asker_, GetWith({1})).code, Code(5, 3)) << n;
     EXPECT_TRUE(app_.handles.empty());

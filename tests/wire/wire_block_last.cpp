@@ -95,7 +95,7 @@ TEST_P(LastBlocks, LastBlockAskedForAgain_TheSameBytesFor8Seconds) {
   }
   const Bytes body = BodyOf("v001");
   EXPECT_EQ(first.payload, Bytes(body.begin() + NumLastBlock() * 1024, body.end()));
-  for (const uint64_t afterMs : {500, 1000, 2500, 3000}) {  // and 100 ms for each answer
+  for (const uint64_t afterMs : {500u, 1000u, 2500u, 3000u}) {  // and 100 ms for each answer
     SCOPED_TRACE(afterMs);
     host_.AdvanceMs(afterMs);
     EXPECT_EQ(AskForLast(peer_), first);
@@ -224,7 +224,8 @@ TEST_P(LastBlocks, NoMemoryForIt_TheTransferIsReleasedAllTheSame) {
 
 TEST_P(LastBlocks, ManyPeers_TheOldestLastBlocksGo) {
   ServeBig(COAP_RPC_NON);
-  app_.padding = 20;  // three blocks
+  app_.padding = 20;
+  const uint32_t last = IsJson() ? 3 : 2;
   UpdateAll("v001");
   std::vector<std::unique_ptr<RawPeer>> peers;
   for (int i = 1; i <= 70; ++i) {
@@ -235,7 +236,7 @@ TEST_P(LastBlocks, ManyPeers_TheOldestLastBlocksGo) {
     COAP_RpcProcIo(Ctx());
     const std::optional<CoapMessage> first = Next(peer);
     ASSERT_TRUE(first);
-    for (uint32_t num = 1; num <= NumLastBlock(); ++num) {
+    for (uint32_t num = 1; num <= last; ++num) {
       peer.Send(BlockRequest(num, kQuery));
       COAP_RpcProcIo(Ctx());
     }

@@ -60,7 +60,7 @@ TEST_F(TwoIpv6, Calls_AreAnswered) {
   asker_->Register(key, &responses_);
   asker_->ServeAsync(KeyOf("rpc", COAP_RPC_CON, 0, COAP_RPC_UNICAST), nullptr);
   server_->ServeAsync(key, &app);
-  for (const size_t size : {4, 1100, 60'000}) {
+  for (const size_t size : {4u, 1100u, 60'000u}) {
     const std::string payload(size, 'q');
     responses_.all.clear();
     EXPECT_EQ(asker_->Ask(call, *server_, payload), 0u);
