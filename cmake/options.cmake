@@ -28,6 +28,8 @@ endforeach()
 add_library(coap_rpc_warnings INTERFACE)
 target_compile_options(coap_rpc_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2
+  # Records that end in an array say __extension__, which only gcc takes for an answer.
+  $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wno-c99-extensions>
   $<$<BOOL:${COAP_RPC_WERROR}>:-Werror>)
 
 # Frame pointers are kept because the log handler walks them to find its caller.
@@ -49,6 +51,9 @@ if(COAP_RPC_SANITIZE)
   add_compile_options(-fsanitize=${COAP_RPC_SANITIZE} -fno-sanitize=vptr
     -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${COAP_RPC_SANITIZE} -fno-sanitize=vptr)
+  # What the checks of our C++ libraries call has to be in the program, C or not.
+  add_link_options(
+    "$<$<LINK_LANG_AND_ID:C,Clang>:SHELL:-fsanitize-link-c++-runtime -lstdc++>")
 endif()
 if(COAP_RPC_COVERAGE)
   add_compile_options(--coverage -fprofile-update=atomic)
