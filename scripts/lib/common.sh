@@ -23,10 +23,12 @@ step() {
   return "$status"
 }
 
-# configure_and_build <preset>
+# configure_and_build <preset> [<target>...]
 configure_and_build() {
-  step "$1: configure" cmake --preset "$1"
-  step "$1: build" cmake --build --preset "$1"
+  local preset=$1
+  shift
+  step "$preset: configure" cmake --preset "$preset"
+  step "$preset: build" cmake --build --preset "$preset" ${1:+--target "$@"}
 }
 
 # project_version: as CMakeLists.txt states it.
