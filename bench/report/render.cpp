@@ -20,7 +20,7 @@ std::string Number(double value) {
 
 std::string Cell(const Stat &stat) {
   if (stat.num == 0) return "";
-  const std::string median = Number(stat.median);
+  std::string median = Number(stat.median);
   if (stat.min == stat.max) return median;
   return median + " (" + Number(stat.min) + " to " + Number(stat.max) + ")";
 }

@@ -30,7 +30,7 @@ CoapRpcUriKey RpcKey(uint32_t number, uint32_t pktType = COAP_RPC_DEFAULT) {
 
 std::string TextOf(const std::map<std::string, std::string> &tuples) {
   std::string text = "table";
-  for (const auto &[key, val] : tuples) text += " " + key + "=" + val;
+  for (const auto &[key, val] : tuples) text.append(" ").append(key).append("=").append(val);
   return text;
 }
 
