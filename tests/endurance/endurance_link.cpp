@@ -29,7 +29,9 @@ uint64_t SecondsSince(Clock::time_point start) {
 // Pacing is that of a short run, or of a long one.
 LoadParam ParamOf(uint32_t ip, bool isLong) {
   const uint32_t peerIp = 2 * kFirstHostIp + 1 - ip;
-  if (isLong) return {ip, peerIp, ip, 500, 30'000, 20'000, 60'000};
+  if (isLong) {
+    return {ip, peerIp, ip, 500, 30'000, 20'000, 60'000, COAP_RpcCliObserveReqBatch, 240'000};
+  }
   return {ip, peerIp, ip, 300, 8000, 4000, 12'000};
 }
 

@@ -63,7 +63,7 @@ Load::Load(CoapRpcCtx *ctx, const LoadParam &param, uint64_t nowMs)
     : param_(param),
       node_{ctx, Ipv4Address(param.selfIp), Ipv4Address(param.peerIp), std::mt19937(param.seed),
             nowMs},
-      calls_(node_, param.patienceMs),
+      calls_(node_, param.patienceMs, std::max(param.patienceMs, param.maxPatienceMs)),
       tables_{{{node_, kSmall}, {node_, kBig}, {node_, kNon}}},
       mirrors_{{{node_, kSmall, PatienceOf(param)},
                 {node_, kBig, PatienceOf(param)},

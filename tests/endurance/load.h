@@ -22,6 +22,8 @@ struct LoadParam {
   uint64_t renewMs;       // between two renewals of a relation
   uint64_t doubtMs;       // until a mirror that differs is built anew
   Side::Request *renewAtRest = COAP_RpcCliObserveReqBatch;  // how relations are renewed then
+  uint64_t maxPatienceMs =
+      0;  // a call waits twice as long each time, up to this; 0: always as long
 };
 
 struct LoadCounts {

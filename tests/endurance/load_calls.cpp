@@ -6,7 +6,6 @@ namespace coap_rpc_test {
 namespace {
 
 constexpr uint32_t kMaxDelayMs = 2000;  // until a question is answered
-constexpr uint32_t kMaxPatience = 2;    // times the first one
 
 CoapRpcUriKey CallKey(uint32_t msgType, uint32_t pktType) {
   return KeyOf(msgType == COAP_RPC_CON ? "rpc/con" : "rpc/non", msgType, 0, pktType);
@@ -101,7 +100,7 @@ void Calls::Step() {
     if (question.dueMs > node_.nowMs) continue;
     ++counts_.anew;
     // Each time later, so that a link that is behind is not given ever more to do.
-    question.patienceMs = std::min(2 * question.patienceMs, kMaxPatience * patienceMs_);
+    question.patienceMs = std::min(2 * question.patienceMs, maxPatienceMs_);
     Send(&question);
   }
 }

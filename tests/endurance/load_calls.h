@@ -18,7 +18,8 @@ struct CallCounts {
 
 class Calls {
  public:
-  Calls(LoadNode &node, uint64_t patienceMs) : node_(node), patienceMs_(patienceMs) {}
+  Calls(LoadNode &node, uint64_t patienceMs, uint64_t maxPatienceMs)
+      : node_(node), patienceMs_(patienceMs), maxPatienceMs_(maxPatienceMs) {}
   Calls(const Calls &) = delete;
   Calls &operator=(const Calls &) = delete;
 
@@ -56,6 +57,7 @@ class Calls {
 
   LoadNode &node_;
   const uint64_t patienceMs_;
+  const uint64_t maxPatienceMs_;
   std::map<uint64_t, Question> pending_;  // by number
   std::vector<Job> jobs_;
   CallCounts counts_;

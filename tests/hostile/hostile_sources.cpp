@@ -9,8 +9,8 @@ constexpr int kNumSources = 60'000 / kSlowdown;
 // What 1000 idle sessions, 1000 observers and 500 targets of asynchronous answers amount to.
 constexpr uint64_t kMaxHeap = 4 * 1024 * 1024;
 
-// 256 answers wait for one that is under way; each is given up after 21 s and three turns at most.
-constexpr uint64_t kAllWaitingGivenUpMs = 257 * 24'000;
+// 256 answers wait for one that is under way; each is given up after 93 s and five turns at most.
+constexpr uint64_t kAllWaitingGivenUpMs = 257 * 98'000;
 
 class HostileSources : public HostileServer {
  protected:
