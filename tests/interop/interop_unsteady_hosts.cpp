@@ -9,7 +9,6 @@
 
 #include "load.h"
 #include "two_hosts.h"
-#include "usage.h"
 
 namespace coap_rpc_test {
 namespace {
@@ -22,8 +21,7 @@ constexpr uint64_t kSettledWithinSeconds = 120;
 
 uint64_t Speed() {
   static const char *const speed = getenv("COAP_RPC_TWO_HOSTS_SPEED");
-  if (speed) return strtoull(speed, nullptr, 10);
-  return kSlowdown > 1 ? 10 : 25;
+  return speed ? strtoull(speed, nullptr, 10) : 10;
 }
 
 // HostTime is the time of the hosts since it was made.
