@@ -32,7 +32,7 @@ LoadParam ParamOf(uint32_t ip, bool isLong) {
   if (isLong) {
     return {ip, peerIp, ip, 500, 30'000, 20'000, 60'000, COAP_RpcCliObserveReqBatch, 240'000};
   }
-  return {ip, peerIp, ip, 300, 8000, 4000, 12'000};
+  return {ip, peerIp, ip, 300, 8000, 4000, 12'000, COAP_RpcCliObserveReqBatch, 64'000};
 }
 
 // Sample is what one side held at one time, and what it had done by then.
@@ -268,7 +268,7 @@ TEST_F(EnduranceLink, LinkThatLosesATwentieth_AllIsAnsweredAndNothingGrows) {
   CarryUntil(&link, numSeconds_, [] { return false; });
   std::array<std::vector<Sample>, 2> samples = {sides_[0]->samples, sides_[1]->samples};
   Tell("quiet");
-  CarryUntil(&link, IsLong() ? kRestLimitSeconds : kRestLimitSeconds / 6,
+  CarryUntil(&link, IsLong() ? kRestLimitSeconds : kRestLimitSeconds / 2,
              [this] { return IsAtRest(); });
   EXPECT_TRUE(IsAtRest());
   Tell("stop");
