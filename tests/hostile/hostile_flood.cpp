@@ -41,7 +41,7 @@ class Flood {
 
 class HostileFlood : public HostileServer {
  protected:
-  static constexpr uint32_t kNumRequests = 200 / kSlowdown;
+  static constexpr uint32_t kNumRequests = 100 / kSlowdown;
   static constexpr uint32_t kRequestsPerWait = 10;
   static constexpr int kMaxRepeats = 2000;
 
