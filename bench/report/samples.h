@@ -27,6 +27,7 @@ struct Which {
   std::string variant;
   std::string metric;
 
+  // NOLINTNEXTLINE(modernize-use-nullptr): a fault of clang-tidy 14
   auto operator<=>(const Which &) const = default;
 };
 

@@ -19,7 +19,8 @@ const char *ColourOf(size_t variant) { return kColours[variant % std::size(kColo
 class Scale {
  public:
   Scale(double min, double max)
-      : low_(std::floor(std::log10(min))), high_(std::max(std::ceil(std::log10(max)), low_ + 1)) {}
+      : low_(static_cast<int>(std::floor(std::log10(min)))),
+        high_(std::max(static_cast<int>(std::ceil(std::log10(max))), low_ + 1)) {}
 
   double Y(double value) const {
     const double share = (std::log10(std::max(value, 1e-9)) - low_) / (high_ - low_);
@@ -28,7 +29,7 @@ class Scale {
 
   std::string Grid(double width) const {
     std::string svg;
-    for (double decade = low_; decade <= high_; ++decade) {
+    for (int decade = low_; decade <= high_; ++decade) {
       const double y = Y(std::pow(10, decade));
       svg += Format("<line x1='%g' x2='%g' y1='%g' y2='%g' stroke='#ddd'/>\n", kLeft, kLeft + width,
                     y, y);
@@ -39,8 +40,8 @@ class Scale {
   }
 
  private:
-  double low_;
-  double high_;
+  int low_;
+  int high_;
 };
 
 struct Column {

@@ -18,10 +18,9 @@ inline constexpr int kETag = 4, kObserve = 6, kUriPath = 11, kUriQuery = 15, kBl
 // Message is a datagram in the making: a confirmable or non-confirmable GET with a token.
 class Message {
  public:
-  Message(bool isConfirmable, uint16_t mid) {
-    bytes_ = {static_cast<char>(isConfirmable ? 0x41 : 0x51), 1, static_cast<char>(mid >> 8),
-              static_cast<char>(mid), 0x21};
-  }
+  Message(bool isConfirmable, uint16_t mid)
+      : bytes_{static_cast<char>(isConfirmable ? 0x41 : 0x51), 1, static_cast<char>(mid >> 8),
+               static_cast<char>(mid), 0x21} {}
 
   // Options have to be added in the order of their numbers; up to 268 bytes each.
   Message &Add(int number, const std::string &value) {

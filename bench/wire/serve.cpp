@@ -92,7 +92,8 @@ void AnswerUdp(void *, int fd) {
   iovec parts[kNum];
   mmsghdr messages[kNum] = {};
   for (unsigned i = 0; i < kNum; ++i) {
-    parts[i] = {bytes[i], sizeof(bytes[i])};
+    parts[i].iov_base = bytes + i;
+    parts[i].iov_len = sizeof(bytes[0]);
     messages[i].msg_hdr.msg_iov = &parts[i];
     messages[i].msg_hdr.msg_iovlen = 1;
     messages[i].msg_hdr.msg_name = &peers[i];

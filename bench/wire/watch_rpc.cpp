@@ -9,6 +9,8 @@
  *   --again yes     the server fills a full table anew ten times a second */
 #include <jansson.h>
 
+#include <cstdio>
+
 #include "clock.h"
 #include "coap_svc/rpc/coap_rpc_cli.h"
 #include "coap_svc/rpc/coap_rpc_ser.h"
@@ -26,7 +28,7 @@ constexpr uint32_t kAgainMs = 100;
 
 CoapRpcUriKey WatchKey() {
   CoapRpcUriKey key = {};
-  strcpy(key.uri, kWatchUri);
+  snprintf(key.uri, sizeof(key.uri), "%s", kWatchUri);
   key.observe = 1;
   return key;
 }

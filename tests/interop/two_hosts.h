@@ -112,8 +112,13 @@ inline int OpenTunnel(uint32_t ipv4) {
   ifreq request = {};
   strncpy(request.ifr_name, "link0", IFNAMSIZ - 1);
   request.ifr_flags = IFF_TUN | IFF_NO_PI;
-  if (fd < 0 || ioctl(fd, TUNSETIFF, &request) != 0) return -1;
-  return SetInterfaceIpv4("link0", ipv4) && SetInterfaceUp("link0") ? fd : -1;
+  if (fd < 0) return -1;
+  if (ioctl(fd, TUNSETIFF, &request) == 0 && SetInterfaceIpv4("link0", ipv4) &&
+      SetInterfaceUp("link0")) {
+    return fd;
+  }
+  close(fd);
+  return -1;
 }
 
 // HostProcess runs `main` in a process and network namespace of its own.
