@@ -7,12 +7,11 @@
 #include "../unit/adapter_rig.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_msg.h"
 #include "fail_plan.h"
+#include "libcoap_memory.h"
 #include "raw_peer.h"
 
 // libcoap's functions, under the control of this file: linked with --wrap.
 extern "C" {
-void *__real_coap_malloc_type(coap_memory_tag_t type, size_t size);
-void *__wrap_coap_malloc_type(coap_memory_tag_t type, size_t size);
 coap_endpoint_t *__real_coap_new_endpoint(coap_context_t *coapCtx, const coap_address_t *addr,
                                           coap_proto_t protocol);
 coap_endpoint_t *__wrap_coap_new_endpoint(coap_context_t *coapCtx, const coap_address_t *addr,
@@ -24,6 +23,7 @@ using namespace coap_rpc_test;
 namespace {
 
 FailPlan g_libcoapMemory;
+const NoMemory kNoMemory([](const Need &) { return g_libcoapMemory.Count(); });
 bool g_failEndPoint = false;
 
 int NumOpenFds() {
@@ -76,10 +76,6 @@ class FaultAdapter : public testing::Test {
 };
 
 }  // namespace
-
-void *__wrap_coap_malloc_type(coap_memory_tag_t type, size_t size) {
-  return g_libcoapMemory.Count() ? nullptr : __real_coap_malloc_type(type, size);
-}
 
 coap_endpoint_t *__wrap_coap_new_endpoint(coap_context_t *coapCtx, const coap_address_t *addr,
                                           coap_proto_t protocol) {

@@ -4,6 +4,8 @@
 
 #include <memory>
 
+#include "libcoap_memory.h"
+
 namespace coap_rpc_test {
 namespace {
 
@@ -68,8 +70,8 @@ void Play(const Scenario &scenario, Stage &stage, FailPlan &plan, const Failing 
 Run RunOnce(const Scenario &scenario, Source source, const Failing &failing) {
   Run run;
   const size_t numFds = NumOpenFds();
-  const int64_t numLibcoap = LibcoapAllocator().numLive;
-  const int64_t numJansson = JanssonAllocator().numLive;
+  const int64_t numLibcoap = NumLibcoapLive();
+  const int64_t numJansson = NumJanssonLive();
   {
     Stage stage;
     // A log that takes nothing, half of the time.
@@ -86,8 +88,8 @@ Run RunOnce(const Scenario &scenario, Source source, const Failing &failing) {
     ExpectNothingLeft(stage);
   }
   EXPECT_EQ(NumOpenFds(), numFds);
-  EXPECT_EQ(LibcoapAllocator().numLive, numLibcoap);
-  EXPECT_EQ(JanssonAllocator().numLive, numJansson);
+  EXPECT_EQ(NumLibcoapLive(), numLibcoap);
+  EXPECT_EQ(NumJanssonLive(), numJansson);
   return run;
 }
 

@@ -1,7 +1,7 @@
 /* sweep_allocators.h: the sources of memory and timers that a sweep makes fail.
  *
- * libcoap's allocator is replaced by the linker (see CMakeLists.txt), Jansson's by its own
- * interface.  What both have given out is counted. */
+ * libcoap's allocator is replaced by the linker (libcoap_memory.h), Jansson's by its own
+ * interface. */
 #ifndef SWEEP_ALLOCATORS_H
 #define SWEEP_ALLOCATORS_H
 
@@ -22,15 +22,13 @@ inline constexpr Source kAllSources[] = {kPool, kTimers, kLibcoap, kJansson};
 
 const char *NameOf(Source source);
 
-struct Allocator {
-  FailPlan failures;
-  int64_t numLive = 0;
-};
+FailPlan &LibcoapFailures();
+FailPlan &JanssonFailures();
 
-Allocator &LibcoapAllocator();
-Allocator &JanssonAllocator();
+// NumJanssonLive is the number of allocations that Jansson has and has not given back.
+int64_t NumJanssonLive();
 
-// TakeOverJansson lets Jansson allocate through JanssonAllocator from now on.
+// TakeOverJansson lets Jansson's allocations fail, and be counted, from now on.
 void TakeOverJansson();
 
 }  // namespace coap_rpc_test

@@ -78,9 +78,9 @@ FailPlan &Stage::PlanOf(Source source) {
     case kTimers:
       return host_.Timers().Failures();
     case kLibcoap:
-      return LibcoapAllocator().failures;
+      return LibcoapFailures();
     default:
-      return JanssonAllocator().failures;
+      return JanssonFailures();
   }
 }
 

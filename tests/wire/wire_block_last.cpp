@@ -3,26 +3,20 @@
 #include "block_server.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_last_block.h"
-
-// libcoap's allocations, under the control of this file: linked with --wrap.
-extern "C" {
-void *__real_coap_malloc_type(coap_memory_tag_t type, size_t size);
-void *__wrap_coap_malloc_type(coap_memory_tag_t type, size_t size);
-}
+#include "libcoap_memory.h"
 
 namespace coap_rpc_test {
 namespace {
 
 constexpr uint16_t kRequestTag = 292;  // RFC 9175
 
-bool g_failLastBlocks = false;
-int g_numFailed = 0;
+// Nothing else that libcoap keeps as a string is as long.
+bool IsLastBlock(const Need &need) {
+  return need.tag == COAP_STRING && need.size > sizeof(CoapRpcLastBlock);
+}
 
 class LastBlocks : public Blocks {
  protected:
-  LastBlocks() { g_numFailed = 0; }
-  ~LastBlocks() override { g_failLastBlocks = false; }
-
   // SendWhole lets `peer` observe and fetch one payload.
   void SendWhole(RawPeer &peer, const std::string &query = "") {
     Register(peer, CoapType::kCon, {1}, query);
@@ -212,10 +206,11 @@ TEST_P(LastBlocks, NoMemoryForIt_TheTransferIsReleasedAllTheSame) {
   ServeBig(COAP_RPC_CON);
   SendWhole(peer_);
   const uint64_t live = host_.Pool().LiveCount();
-  g_failLastBlocks = true;
-  host_.AdvanceMs(1000);
-  g_failLastBlocks = false;
-  EXPECT_EQ(g_numFailed, 1);
+  {
+    const NoMemory noLastBlock(IsLastBlock);
+    host_.AdvanceMs(1000);
+    EXPECT_EQ(noLastBlock.NumRefused(), 1);
+  }
   EXPECT_EQ(entry_->isSendingLargeBlock, 0u);
   EXPECT_LT(host_.Pool().LiveCount(), live);
   EXPECT_EQ(NumKept(), 0u);
@@ -279,12 +274,3 @@ INSTANTIATE_TEST_SUITE_P(Format, LastBlocks, testing::Values(COAP_RPC_JSON, COAP
 
 }  // namespace
 }  // namespace coap_rpc_test
-
-void *__wrap_coap_malloc_type(coap_memory_tag_t type, size_t size) {
-  using namespace coap_rpc_test;
-  // Nothing else that libcoap keeps as a string is as long.
-  const bool isLastBlock = type == COAP_STRING && size > sizeof(CoapRpcLastBlock);
-  if (!g_failLastBlocks || !isLastBlock) return __real_coap_malloc_type(type, size);
-  ++g_numFailed;
-  return nullptr;
-}

@@ -1,5 +1,5 @@
 /* libcoap_memory.h: libcoap's allocator under the control of a test.  Programs that use it are
- * linked with --wrap (see CMakeLists.txt). */
+ * linked with the target libcoap_memory. */
 #ifndef LIBCOAP_MEMORY_H
 #define LIBCOAP_MEMORY_H
 
