@@ -271,7 +271,7 @@ TEST_F(EnduranceDay, MixedLoad_NothingIsLostAndNothingGrows) {
     if (hour == 0) first = rest;
     // The test itself allocates once at its first output.
     if (hour == 1) first.process.mallocBytes = rest.process.mallocBytes;
-    printf("hour %llu: %s%s\n", static_cast<unsigned long long>(hour + 1), rest.Text().c_str(),
+    printf("hour %llu: %s%s\n", static_cast<unsigned long long>(hour) + 1, rest.Text().c_str(),
            AnewText(before, Counts()).c_str());
     EXPECT_EQ(rest.poolCount, first.poolCount);
     EXPECT_EQ(rest.poolBytes, first.poolBytes);
