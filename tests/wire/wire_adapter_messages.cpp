@@ -55,7 +55,7 @@ class WireAdapter : public testing::Test {
   }
 
   // Observe registers the peer with a resource and takes the first answer.
-  void Observe(const std::string &path, Bytes token = {0x0B}) {
+  void Observe(const std::string &path, const Bytes &token = {0x0B}) {
     const auto answer = Exchange(
         Request(CoapType::kCon, kCodeGet, 77, token).AddUint(kOptObserve, 0).AddPath(path));
     ASSERT_TRUE(answer);

@@ -44,8 +44,9 @@ struct Mirror {
 };
 
 int32_t BuildQuestion(uint64_t, const CoapRpcCliReqParam *, uint8_t *out, uint32_t) {
-  memcpy(out, "question", 8);
-  return 8;
+  constexpr char kQuestion[] = {'q', 'u', 'e', 's', 't', 'i', 'o', 'n'};
+  memcpy(out, kQuestion, sizeof(kQuestion));
+  return sizeof(kQuestion);
 }
 
 class ClientPair : public ObserveServer {

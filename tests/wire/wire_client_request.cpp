@@ -212,7 +212,7 @@ class ClientCheckCode : public ClientRequest {
     const CoapRpcCliReqParam param = ParamOf(1);
     const CoapRpcCliAddr addr = PeerAddr();
     EXPECT_EQ(call(Ctx(), &key_, &param, &addr), 0U);
-    const CoapMessage request = Next();
+    CoapMessage request = Next();
     peer_.Send(AckOf(request));
     return request;
   }

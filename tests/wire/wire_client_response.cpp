@@ -15,7 +15,7 @@ class ClientResponse : public WireClient {
   // Observed starts a relation, which the peer acknowledges, and returns its request.
   CoapMessage Observed(const CoapRpcUriKey &key, uint64_t userData = 1) {
     EXPECT_EQ(Observe(key, userData), 0U);
-    const CoapMessage request = Next();
+    CoapMessage request = Next();
     peer_.Send(AckOf(request));
     Ticks(2);
     return request;

@@ -54,7 +54,7 @@ class UriText {
 // arguments are evaluated only when there is a sink.
 #define COAP_RPC_DEBUG(ctx, ...)                                            \
   do {                                                                      \
-    if ((ctx)->log != 0 || (ctx)->param.dbgHandle != 0) {                   \
+    if (((ctx)->log | (ctx)->param.dbgHandle) != 0) {                       \
       COAP_RPC_LOG_MOD_DO((ctx)->log, (ctx)->param.dbgHandle, __VA_ARGS__); \
     }                                                                       \
   } while (false)
