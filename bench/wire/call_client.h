@@ -7,6 +7,7 @@
 #include <sys/timerfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <functional>
@@ -78,6 +79,7 @@ class Calls {
   }
 
   void Tick(uint64_t nowNs) {
+    if (isOver_) return;
     if (rate_ != 0) StartDue(nowNs);
     if (!isMeasuring_) {
       if (nowNs - startNs_ >= measuredNs_ / 10) BeginMeasuring();
@@ -110,7 +112,9 @@ class Calls {
   }
 
   void Report() {
+    isOver_ = true;
     host_.Stop();
+    WarnOfLost(NowNs());
     const auto num = static_cast<double>(latency_.Num());
     const auto ownCpu = static_cast<double>(CpuNs(getpid()) - fromOwnCpu_);
     const auto serverCpu = static_cast<double>(CpuNs(pid_) - fromServerCpu_);
@@ -121,6 +125,14 @@ class Calls {
              serverCpu / 1000 / num);
     }
     latency_.Print();
+  }
+
+  // WarnOfLost tells of calls that wait far too long: refused, or lost.  They make the others faster.
+  void WarnOfLost(uint64_t nowNs) const {
+    const auto num = std::count_if(dueNs_.begin(), dueNs_.end(), [&](uint64_t dueNs) {
+      return dueNs != 0 && nowNs - dueNs > measuredNs_ / 2;
+    });
+    if (num != 0) fprintf(stderr, "%td of %u calls are not answered\n", num, numSlots_);
   }
 
   WireHost &host_;
@@ -136,6 +148,7 @@ class Calls {
   uint64_t fromServerCpu_ = 0;
   uint64_t numStarted_ = 0;
   bool isMeasuring_ = false;
+  bool isOver_ = false;
   Latency latency_;
 };
 

@@ -2,7 +2,6 @@
 
 #include <signal.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
@@ -10,6 +9,7 @@
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_rounds.h"
 #include "options.h"
 
 namespace coap_rpc_bench {
@@ -24,18 +24,14 @@ void StopOnSignal(int) { KestrelStop(g_host); }
 
 void ServeInstance(void *instance, int) { COAP_RpcProcIo(static_cast<CoapRpcCtx *>(instance)); }
 
-// ServeContext reads as the library does: in rounds that grow, from what was enough lately.
+// ServeContext reads as the library does.
 void ServeContext(void *context, int) {
-  static unsigned numFirst = 1;
-  unsigned numReads = std::max(numFirst, 1u);
+  static uint32_t numFirst = 0;
+  coap_rpc::ReadRounds rounds(numFirst);
   const uint64_t endNs = NowNs() + coap_rpc::kIoBudgetMs * kNsPerMs;
-  int isAgain = 0;
-  while (CoapRpcLibServeReady(static_cast<coap_context_t *>(context), numReads, isAgain) != 0) {
-    numReads = std::min(2 * numReads, coap_rpc::kDatagramsPerRead);
-    isAgain = 1;
-    if (NowNs() >= endNs) break;
+  while (rounds.Serve(static_cast<coap_context_t *>(context)) && NowNs() < endNs) {
   }
-  numFirst = numReads / 4;
+  numFirst = rounds.First();
 }
 
 void DropMessage(coap_log_t, const char *) {}

@@ -9,8 +9,9 @@ constexpr int kNumSources = 60'000 / kSlowdown;
 // What 1000 idle sessions, 1000 observers and 500 targets of asynchronous answers amount to.
 constexpr uint64_t kMaxHeap = 4 * 1024 * 1024;
 
-// 256 answers wait for one that is under way; each is given up after 93 s and five turns at most.
-constexpr uint64_t kAllWaitingGivenUpMs = 257 * 98'000;
+// An answer is given up after 93 s and five turns at most, and those that wait with it, but for the
+// next one, which is under way by then.
+constexpr uint64_t kAllWaitingGivenUpMs = 2 * 98'000;
 
 class HostileSources : public HostileServer {
  protected:

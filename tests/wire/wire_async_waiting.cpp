@@ -2,6 +2,7 @@
 // none.
 #include <algorithm>
 #include <map>
+#include <memory>
 #include <set>
 
 #include "async_server.h"
@@ -88,21 +89,94 @@ TEST_F(BigAnswers, OfAPeerThatIsGone_MakeRoomInTheEnd) {
   AnswerAll(5);
   home_.SetRemote(Address());
   for (int i = 0; i < 1200; ++i) Tick();
+  EXPECT_EQ(Answer(AskOnce(GetWith({})), std::string(kLen, 'E')), 0u);
   while (TakeBlock()) {
   }
-  EXPECT_EQ(bodies_['e'], std::string(kLen, 'e'));
+  EXPECT_EQ(bodies_['E'], std::string(kLen, 'E'));
+  EXPECT_EQ(bodies_.count('e'), 0u);  // it waited, and was given up with the others
 }
 
-TEST_F(BigAnswers, MoreThan256Waiting_Gives503UntilTheyAreTaken) {
-  ServeAsync();
-  constexpr int kNum = 1 + 256;  // one is under way
-  for (int i = 0; i < kNum; ++i) EXPECT_EQ(Answer(AskOnce(GetWith({})), std::to_string(i)), 0u);
-  EXPECT_EQ(Ask(asker_, GetWith({7})).code, Code(5, 3));
-  EXPECT_EQ(app_.handles.size(), static_cast<size_t>(kNum));
+// WaitingAnswers are more and more of them, while no time passes.
+class WaitingAnswers : public Async {
+ protected:
+  WaitingAnswers() {
+    ServeAsync();
+    app_.onAsync = [this](void *handle) {
+      EXPECT_EQ(Answer(handle, std::to_string(app_.handles.size()) + suffix_), 0u);
+    };
+  }
+
+  uint8_t AskNow(RawPeer &peer) {
+    peer.Send(GetWith({}));
+    const std::optional<CoapMessage> answer =
+        peer.ReceiveMessage([this] { COAP_RpcProcIo(Ctx()); });
+    EXPECT_TRUE(answer);
+    return answer ? answer->code : Code(0, 0);
+  }
+
+  // AskUntilRefused returns how many requests were taken.
+  int AskUntilRefused() {
+    int num = 0;
+    for (; num < 3000; ++num) {
+      const uint8_t code = AskNow(asker_);
+      if (code == Code(0, 0)) continue;
+      EXPECT_EQ(code, Code(5, 3));
+      break;
+    }
+    return num;
+  }
+
+  // Others makes so many other peers for each of which an answer is under way.
+  void Others(int num) {
+    for (int i = 0; i < num; ++i) {
+      others_.push_back(
+          std::make_unique<RawPeer>(UdpAddress{"127.251.1." + std::to_string(i + 1), 0}));
+      others_.back()->SetRemote(Address());
+      EXPECT_EQ(AskNow(*others_.back()), Code(0, 0));
+    }
+  }
+
+  std::string suffix_;
+  std::vector<std::unique_ptr<RawPeer>> others_;
+};
+
+TEST_F(WaitingAnswers, MoreThan2048_Gives503UntilTheyAreTaken) {
+  constexpr size_t kNum = 1 + 2048;  // one is under way
+  EXPECT_EQ(AskUntilRefused(), static_cast<int>(kNum));
+  EXPECT_EQ(app_.handles.size(), kNum);
   std::set<std::string> texts = {NextAtHome().Text()};
-  AskOnce(GetWith({}));
-  for (int i = 0; i < 2 * kNum && texts.size() < kNum; ++i) texts.insert(NextAtHome().Text());
-  EXPECT_EQ(texts.size(), size_t{kNum});
+  EXPECT_EQ(AskNow(asker_), Code(0, 0));
+  for (size_t i = 0; i < 2 * kNum && texts.size() < kNum + 1; ++i) {
+    texts.insert(NextAtHome().Text());
+  }
+  EXPECT_EQ(texts.size(), kNum + 1);
+}
+
+TEST_F(WaitingAnswers, InBlocks_CountAsEight) {
+  suffix_ = std::string(3000, 'x');
+  EXPECT_EQ(AskUntilRefused(), 4 + 256);  // four are under way
+}
+
+TEST_F(WaitingAnswers, OfManyPeers_ShareWhatMayWait) {
+  Others(63);
+  EXPECT_EQ(AskUntilRefused(), 1 + 16384 / 64);
+}
+
+TEST_F(WaitingAnswers, ForAPeerThatTakesNone_EndWithTheFirst) {
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(AskNow(asker_), Code(0, 0));
+  suffix_ = std::string(3000, 'x');
+  for (int i = 0; i < 6; ++i) EXPECT_EQ(AskNow(asker_), Code(0, 0));
+  EXPECT_EQ(Answer(app_.handles.back(), "held"), 0u);
+  host_.AdvanceMs(98'000);
+  EXPECT_EQ(Answer(app_.handles.back(), "late"), 1900001302u);
+  // The second one went out when the first was given up, then a transfer that had begun.
+  std::set<std::string> texts;
+  host_.AdvanceMs(6 * 98'000);
+  while (const std::optional<CoapMessage> message = home_.ReceiveNow()) {
+    texts.insert(message->Text().substr(0, 2));
+  }
+  EXPECT_EQ(texts, (std::set<std::string>{"1", "2", "11"}));
+  EXPECT_EQ(AskNow(asker_), Code(0, 0));
 }
 
 }  // namespace

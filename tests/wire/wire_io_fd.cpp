@@ -5,6 +5,7 @@
 
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/coap_rpc_ser.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
 #include "raw_peer.h"
 #include "test_instance.h"
 
@@ -68,6 +69,19 @@ TEST_F(IoFd, Burst_IsServedInOneCall) {
   int numAnswers = 0;
   while (peer_.Receive([] {}, 20)) ++numAnswers;
   EXPECT_EQ(numAnswers, kNumRequests);
+}
+
+// A read too many costs as much as one that finds something.
+TEST_F(IoFd, NumberOfReads_FollowsWhatComes) {
+  Serve();
+  for (uint16_t id = 1; id <= 100; ++id) peer_.Send(Unknown(id));
+  Serve();
+  EXPECT_GE(ctx_.Get()->lib->numReads, 8u);
+  for (uint16_t id = 101; id <= 110; ++id) {
+    peer_.Send(Unknown(id));
+    Serve();
+  }
+  EXPECT_EQ(ctx_.Get()->lib->numReads, 1u);
 }
 
 TEST_F(IoFd, NothingWaiting_ProcIoGives0) {

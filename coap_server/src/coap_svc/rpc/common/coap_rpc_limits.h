@@ -56,9 +56,14 @@ inline constexpr uint32_t kMaxLastBlocks = 64;
 // (RFC 7252 section 4.8.2, EXCHANGE_LIFETIME).
 inline constexpr uint32_t kExchangeLifetimeMs = 247000;
 
-// Asynchronous answers to one peer.  Those that travel in blocks take turns block by block, so that
-// more of them at a time would only all take longer, until the peer gives them up.
-inline constexpr uint32_t kMaxWaitingAnswers = 256;
+// Asynchronous answers that wait for one peer: fewer the more peers there are, so that it is about
+// kMaxWaitingInAll for all of them.  One that travels in blocks counts as several.
+inline constexpr uint32_t kMaxWaitingAnswers = 2048;
+inline constexpr uint32_t kMaxWaitingInAll = 16384;
+inline constexpr uint32_t kWaitingOfBlocks = 8;
+
+// Those that travel in blocks take turns block by block, so that more of them at a time would only
+// all take longer, until the peer gives them up.
 inline constexpr uint32_t kMaxAnswersInBlocks = 4;
 inline constexpr uint32_t kMaxAnswerInOneMessage = 1024;
 

@@ -17,6 +17,7 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_log.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_msg.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_rounds.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_conn.h"
 #include "kst_tmr.h"
 
@@ -133,33 +134,12 @@ bool ProcessOnce(CoapRpcCtx *ctx) {
                     [](coap_context_t *coapCtx) { coap_io_process(coapCtx, COAP_IO_NO_WAIT); });
 }
 
-// Rounds are the rounds of one run.  The first reads as many datagrams of each endpoint as were
-// enough lately, each further one twice as many: a read that finds nothing costs as much as one
-// that does.  A run that takes two rounds keeps the number, a shorter one halves it.
-class Rounds {
- public:
-  explicit Rounds(const CoapRpcLibCtx *lib)
-      : numReads_(lib && lib->numReads != 0 ? lib->numReads : 1) {}
-
-  // Serve is ProcessOnce for many datagrams at once.  True: there may be more.
-  bool Serve(CoapRpcCtx *ctx) {
-    int isReady = 0;
-    RunLibcoap(ctx, [&](coap_context_t *coapCtx) {
-      isReady = CoapRpcLibServeReady(coapCtx, numReads_, isAgain_);
-    });
-    isAgain_ = true;
-    if (isReady != 0) numReads_ = std::min<uint32_t>(2 * numReads_, kDatagramsPerRead);
-    return isReady != 0;
-  }
-
-  void Keep(CoapRpcLibCtx *lib) const {
-    if (lib) lib->numReads = static_cast<uint16_t>(numReads_ / 4);
-  }
-
- private:
-  uint32_t numReads_;
-  bool isAgain_ = false;
-};
+// ServeRound is ProcessOnce for many datagrams at once.  True: there may be more.
+bool ServeRound(CoapRpcCtx *ctx, ReadRounds &rounds) {
+  bool isMore = false;
+  RunLibcoap(ctx, [&](coap_context_t *coapCtx) { isMore = rounds.Serve(coapCtx); });
+  return isMore;
+}
 
 uint64_t MonotonicMs() {
   timespec now;
@@ -236,6 +216,11 @@ void COAP_RpcLibCleanup_(CoapRpcCtx *ctx, CoapRpcLibCtx *lib) {
   CoapRpcHandlerFree(ctx);
   StopTimer(ctx, lib);
   if (--g_numStarted == 0) coap_cleanup();
+}
+
+CoapRpcCtx *CoapRpcLibRootOf(const coap_session_t *session) {
+  const coap_context_t *coapCtx = session ? coap_session_get_context(session) : nullptr;
+  return coapCtx ? static_cast<CoapRpcCtx *>(coap_context_get_app_data(coapCtx)) : nullptr;
 }
 
 CoapRpcLibSleep CoapRpcLibSetSleep(CoapRpcLibSleep sleepFunc) {
@@ -358,10 +343,10 @@ int COAP_RpcGetIoFd(CoapRpcCtx *ctx) {
 uint32_t COAP_RpcProcIo(CoapRpcCtx *ctx) {
   if (!ctx) return 0;
   const uint64_t endMs = MonotonicMs() + kIoBudgetMs;
-  Rounds rounds(ctx->lib);
+  ReadRounds rounds(ctx->lib ? ctx->lib->numReads : 0);
   bool isTimeLeft = true;
-  while (isTimeLeft && rounds.Serve(ctx)) isTimeLeft = MonotonicMs() < endMs;
-  rounds.Keep(ctx->lib);
+  while (isTimeLeft && ServeRound(ctx, rounds)) isTimeLeft = MonotonicMs() < endMs;
+  if (ctx->lib) ctx->lib->numReads = static_cast<uint16_t>(rounds.First());
   return isTimeLeft ? 0 : 1;
 }
 

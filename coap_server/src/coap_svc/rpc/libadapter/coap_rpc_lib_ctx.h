@@ -46,6 +46,8 @@ struct CoapRpcLibCtx {
   uintptr_t lastAsyncId;         /* handles count from 1 and are never used again */
   uint32_t hasRetired;           /* non-zero: libcoap still holds what a callback has deleted */
   CoapRpcLink targetList;        /* sessions through which asynchronous answers are sent, owned */
+  uint32_t numTargets;           /* with those given up that are still needed; when last counted */
+  uint32_t hasRoom;              /* non-zero: answers on asyncHeldList may have their turn */
   uint16_t nstart;               /* CON requests under way per new client session; 0: libcoap's 1 */
   uint16_t numReads;             /* datagrams to read first of each endpoint; 0 as 1 */
 };
@@ -56,6 +58,9 @@ COAP_RPC_API uint32_t COAP_RpcLibVtblInit(void *root);
 COAP_RPC_API uint32_t COAP_RpcLibVtblUninit(void *notRead);
 COAP_RPC_API uint32_t COAP_RpcCtxInit(void *root);
 COAP_RPC_API uint32_t COAP_RpcCtxUninit(void *root);
+
+/* CoapRpcLibRootOf returns the instance that a session belongs to; null for a null session. */
+CoapRpcCtx *CoapRpcLibRootOf(const coap_session_t *session);
 
 /* COAP_RpcLibStartup_ starts libcoap for the instance and the 1000 ms I/O timer (whose failure is
  * not reported).  Returns 0 or 1900000434 when libcoap makes no context. */

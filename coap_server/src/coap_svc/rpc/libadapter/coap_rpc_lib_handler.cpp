@@ -145,7 +145,7 @@ bool IsNotification(coap_resource_t *resource, coap_session_t *session, const co
 uint32_t RegisterAsync(const Request &req, CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry,
                        uint8_t *payload, uint32_t len) {
   coap_session_t *target = COAP_RpcSvrGetTargetSession(ctx, entry, req.session);
-  if (!target || CoapRpcAsyncIsBehind(ctx, target)) {
+  if (!target || CoapRpcAsyncIsBehind(ctx, entry)) {
     return Unavailable(req.response, kSiteReqAsyncNoSession);
   }
   void *handle = CoapRpcAsyncRegister(ctx, entry, target, req.session, req.request);

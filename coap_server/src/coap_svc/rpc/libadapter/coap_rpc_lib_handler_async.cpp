@@ -162,7 +162,14 @@ CoapRpcAsync *Find(CoapRpcCtx *ctx, uintptr_t id) {
   return ctx->lib ? Pending(ctx->lib->asyncTree).Find(&id) : nullptr;
 }
 
+bool IsInBlocks(const CoapRpcPayload &answer) { return answer.len > kMaxAnswerInOneMessage; }
+
+bool TravelsInBlocks(const CoapRpcAsync *async) {
+  return async->answer && IsInBlocks(*async->answer);
+}
+
 void Drop(CoapRpcAsync *async) {
+  if (TravelsInBlocks(async)) async->ctx->lib->hasRoom = 1;
   Pending(async->ctx->lib->asyncTree).Remove(async);
   RequestsOf(async).Remove(async);
   LinkRemove(async->answeredLink);
@@ -179,8 +186,25 @@ void DropWithStandIn(CoapRpcAsync *async) {
   Drop(async);
 }
 
-bool TravelsInBlocks(const CoapRpcAsync *async) {
-  return async->answer && async->answer->len > kMaxAnswerInOneMessage;
+uint32_t WeightOf(const CoapRpcAsync *async) {
+  return TravelsInBlocks(async) ? kWaitingOfBlocks : 1;
+}
+
+// CountWaiting weighs the answers that wait to be sent to a target.
+uint32_t CountWaiting(CoapRpcLibCtx *lib, const coap_session_t *target) {
+  uint32_t num = CoapRpcLibNumDelayed(target);
+  for (CoapRpcLink *list : {&lib->asyncAnsweredList, &lib->asyncHeldList}) {
+    Answered answers(*list);
+    for (const CoapRpcAsync *async = answers.First(); async; async = answers.After(async)) {
+      if (async->target == target) num += WeightOf(async);
+    }
+  }
+  return num;
+}
+
+// MaxWaiting returns each target's share of what may wait in all.
+uint32_t MaxWaiting(const CoapRpcLibCtx *lib) {
+  return std::min(kMaxWaitingInAll / std::max(lib->numTargets, 1u), kMaxWaitingAnswers);
 }
 
 // HasRoom says whether one more answer may travel to a target in blocks.
@@ -203,6 +227,7 @@ void Send(CoapRpcAsync *async) {
 void SetAnswer(CoapRpcAsync *async, CoapRpcPayload *answer) {
   COAP_RpcFreePayload(async->answer);
   async->answer = answer;
+  async->entry->asyncWaiting += WeightOf(async);
   if (!LinkIsAlone(async->answeredLink)) return;
   if (TravelsInBlocks(async) && !HasRoom(async->ctx, async->target)) {
     Answered(async->ctx->lib->asyncHeldList).Append(async);
@@ -226,13 +251,17 @@ int CoapRpcAsyncIsKnown(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry,
   return async && MayBeRepeated(async);
 }
 
-int CoapRpcAsyncIsBehind(CoapRpcCtx *ctx, const coap_session_t *target) {
-  unsigned num = CoapRpcLibNumDelayed(target);
-  Answered held(ctx->lib->asyncHeldList);
-  for (const CoapRpcAsync *async = held.First(); async; async = held.After(async)) {
-    if (async->target == target) ++num;
+// Answers are added up as they are given and counted when that is too many, but not for each of the
+// requests that a peer goes on sending.
+int CoapRpcAsyncIsBehind(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
+  CoapRpcLibCtx *lib = ctx->lib;
+  const coap_tick_t now = NowTicks();
+  if (entry->asyncWaiting >= MaxWaiting(lib) && entry->asyncCountedAt != now) {
+    entry->asyncCountedAt = now;
+    entry->asyncWaiting = CountWaiting(lib, entry->asyncSession);
+    lib->numTargets = CoapRpcLibNumAnonymous(lib->coapCtx);
   }
-  return num >= kMaxWaitingAnswers;
+  return entry->asyncWaiting >= MaxWaiting(lib);
 }
 
 void *CoapRpcAsyncRegister(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, coap_session_t *target,
@@ -289,6 +318,8 @@ void CoapRpcAsyncSweep(CoapRpcCtx *ctx) {
 }
 
 void CoapRpcAsyncResume(CoapRpcCtx *ctx) {
+  if (ctx->lib->hasRoom == 0) return;
+  ctx->lib->hasRoom = 0;
   Answered held(ctx->lib->asyncHeldList);
   CoapRpcAsync *next = nullptr;
   for (CoapRpcAsync *async = held.First(); async; async = next) {
@@ -296,6 +327,16 @@ void CoapRpcAsyncResume(CoapRpcCtx *ctx) {
     if (!HasRoom(ctx, async->target)) continue;
     LinkRemove(async->answeredLink);
     Send(async);
+  }
+}
+
+void CoapRpcAsyncGiveUp(CoapRpcCtx *ctx, coap_session_t *target) {
+  CoapRpcLibDropDelayed(target);
+  Answered held(ctx->lib->asyncHeldList);
+  CoapRpcAsync *next = nullptr;
+  for (CoapRpcAsync *async = held.First(); async; async = next) {
+    next = held.After(async);
+    if (async->target == target) DropWithStandIn(async);
   }
 }
 
@@ -329,6 +370,9 @@ uint32_t COAP_RpcSerAbortAsyncResponse(CoapRpcCtx *ctx, void *handle) {
   return 0;
 }
 
-void COAP_RpcReleaseAsyncRequest(coap_session_t *, void *payload) {
-  COAP_RpcFreePayload(static_cast<CoapRpcPayload *>(payload));
+void COAP_RpcReleaseAsyncRequest(coap_session_t *session, void *payload) {
+  auto *answer = static_cast<CoapRpcPayload *>(payload);
+  CoapRpcCtx *ctx = CoapRpcLibRootOf(session);
+  if (ctx && ctx->lib && answer && IsInBlocks(*answer)) ctx->lib->hasRoom = 1;
+  COAP_RpcFreePayload(answer);
 }

@@ -22,9 +22,9 @@ typedef struct CoapRpcAsync CoapRpcAsync;
 int CoapRpcAsyncIsKnown(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry,
                         const coap_session_t *session, const coap_pdu_t *request);
 
-/* CoapRpcAsyncIsBehind says whether so many answers wait to be sent to a target that it gets no
- * further ones. */
-int CoapRpcAsyncIsBehind(CoapRpcCtx *ctx, const coap_session_t *target);
+/* CoapRpcAsyncIsBehind says whether so many answers wait to be sent through an entry's target that
+ * its peer gets no further ones. */
+int CoapRpcAsyncIsBehind(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry);
 
 /* CoapRpcAsyncRegister keeps a request, to be answered through `target`.
  * Returns the application's handle, or null without memory. */
@@ -48,6 +48,10 @@ void CoapRpcAsyncSweep(CoapRpcCtx *ctx);
 /* CoapRpcAsyncResume sends the answers that waited for others to the same peer, as far as those are
  * done; to be called after each turn of libcoap. */
 void CoapRpcAsyncResume(CoapRpcCtx *ctx);
+
+/* CoapRpcAsyncGiveUp drops the answers that wait to be sent to a target, whose peer has taken one
+ * of them in none of its transmissions. */
+void CoapRpcAsyncGiveUp(CoapRpcCtx *ctx, coap_session_t *target);
 
 /* CoapRpcAsyncForgetEntry drops the records of an entry; null means all. */
 void CoapRpcAsyncForgetEntry(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry);

@@ -2,6 +2,8 @@
 #include "coap_svc/rpc/client/coap_rpc_cli_data.h"
 #include "coap_svc/rpc/client/coap_rpc_cli_uri.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_async.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_block.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
 #include "csvc_dbg.h"
@@ -16,9 +18,15 @@ CoapRpcCtx *RootOf(const coap_session_t *session) {
 
 // ForgetSession drops what refers to a session that libcoap is about to free.
 void ForgetSession(const coap_session_t *session) {
-  coap_context_t *coapCtx = session ? coap_session_get_context(session) : nullptr;
-  auto *ctx = coapCtx ? static_cast<CoapRpcCtx *>(coap_context_get_app_data(coapCtx)) : nullptr;
+  CoapRpcCtx *ctx = CoapRpcLibRootOf(session);
   if (ctx) ForgetSessionBlocks(ctx, session);
+}
+
+// GiveUpTarget ends what waits for a peer that takes no asynchronous answer.
+void GiveUpTarget(coap_session_t *session) {
+  CoapRpcCtx *ctx = CoapRpcLibRootOf(session);
+  if (!ctx || !ctx->lib || coap_session_get_type(session) != COAP_SESSION_TYPE_CLIENT) return;
+  CoapRpcAsyncGiveUp(ctx, session);
 }
 
 void CallOnDisconnect(CoapRpcCtx *ctx, const CoapRpcCliUriVtbl *uriVtbl,
@@ -45,7 +53,10 @@ void COAP_RpcNackhandler(coap_session_t *session, const coap_pdu_t *sent,
                          const coap_nack_reason_t reason, const coap_mid_t mid) {
   if (reason != COAP_NACK_TOO_MANY_RETRIES) return;
   CoapRpcCtx *ctx = RootOf(session);
-  if (!ctx) return;
+  if (!ctx) {
+    GiveUpTarget(session);
+    return;
+  }
   COAP_RpcLogNackInfo(ctx, sent, COAP_NACK_TOO_MANY_RETRIES, mid);
   if (ctx->cli && ctx->cli->resendRequest) ctx->cli->resendRequest(ctx, mid);
 }

@@ -32,12 +32,14 @@ void Release(CoapRpcCtx *ctx, Target *target) {
 
 coap_session_t *OpenTarget(CoapRpcCtx *ctx, const coap_address_t &peer, coap_proto_t proto) {
   // Targets that were given up count for as long as an answer needs them.
-  if (CoapRpcLibNumAnonymous(ctx->lib->coapCtx) >= kMaxTargets) return nullptr;
+  ctx->lib->numTargets = CoapRpcLibNumAnonymous(ctx->lib->coapCtx);
+  if (ctx->lib->numTargets >= kMaxTargets) return nullptr;
   auto target = NewZeroed<Target>(ctx->param.memHandle);
   if (!target) return nullptr;
   target->session = coap_new_client_session(ctx->lib->coapCtx, nullptr, &peer, proto);
   if (!target->session) return nullptr;
   coap_session_init_token(target->session, sizeof(kFirstToken), kFirstToken);
+  ++ctx->lib->numTargets;
   Targets(ctx->lib->targetList).Append(target.get());
   return target.release()->session;
 }

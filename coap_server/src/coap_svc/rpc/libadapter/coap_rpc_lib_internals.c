@@ -1,6 +1,7 @@
 #include "coap3/coap_internal.h"
 
 #include <arpa/inet.h>
+#include <errno.h>
 #include <netinet/in.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -302,6 +303,17 @@ unsigned CoapRpcLibNumDelayed(const coap_session_t *session) {
   return num;
 }
 
+void CoapRpcLibDropDelayed(coap_session_t *session) {
+  coap_queue_t *message;
+  coap_queue_t *next;
+  LL_FOREACH_SAFE(session->delayqueue, message, next) {
+    if (message->pdu->lg_xmit) continue;
+    LL_DELETE(session->delayqueue, message);
+    message->next = NULL;
+    coap_delete_node(message);
+  }
+}
+
 unsigned CoapRpcLibNumBlocks(const coap_session_t *session) {
   unsigned num = 0;
   const coap_lg_xmit_t *blocks;
@@ -344,8 +356,15 @@ void CoapRpcLibClearBody(coap_pdu_t *pdu) {
 
 enum { kMaxReady = 16, kMaxPerEndPoint = 32 };
 
+static int IsEndPoint(const struct epoll_event *event) {
+  const coap_socket_t *sock = event->data.ptr;
+  return sock && sock->endpoint;
+}
+
 /* An endpoint's event is repeated, because libcoap reads one datagram for each; a read too many
- * finds nothing.  A client session's event is not: a callback may free the session. */
+ * finds nothing.  A client session's event is not: a callback may free the session.  Endpoints come
+ * last: errno then tells whether the last one has run dry.  Should something else have set it, a
+ * round more or less is read. */
 int CoapRpcLibServeReady(coap_context_t *coapCtx, unsigned perEndPoint, int isAgain) {
   struct epoll_event ready[kMaxReady];
   struct epoll_event events[kMaxReady * kMaxPerEndPoint];
@@ -353,13 +372,16 @@ int CoapRpcLibServeReady(coap_context_t *coapCtx, unsigned perEndPoint, int isAg
   const int numReady = epoll_wait(coapCtx->epfd, ready, kMaxReady, 0);
   size_t numEvents = 0;
   int isSocketReady = 0;
-  if (isAgain && numReady <= 0) return 0;
+  if (isAgain && numReady <= 0) return kCoapRpcLibIdle;
   for (int i = 0; i < numReady; ++i) {
-    const coap_socket_t *sock = ready[i].data.ptr;
-    const unsigned times = sock && sock->endpoint ? repeats : 1;
-    for (unsigned k = 0; k < times; ++k) events[numEvents++] = ready[i];
-    if (sock) isSocketReady = 1;
+    if (ready[i].data.ptr) isSocketReady = 1;
+    if (!IsEndPoint(&ready[i])) events[numEvents++] = ready[i];
   }
+  for (int i = 0; i < numReady; ++i) {
+    for (unsigned k = 0; k < repeats && IsEndPoint(&ready[i]); ++k) events[numEvents++] = ready[i];
+  }
+  errno = 0;
   coap_io_do_epoll(coapCtx, events, numEvents);
-  return isSocketReady;
+  if (!isSocketReady) return kCoapRpcLibIdle;
+  return errno == EAGAIN ? kCoapRpcLibDry : kCoapRpcLibMore;
 }

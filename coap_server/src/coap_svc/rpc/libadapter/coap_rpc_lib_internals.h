@@ -87,6 +87,10 @@ unsigned CoapRpcLibLimitUploads(coap_context_t *coapCtx, unsigned maxNum, size_t
 unsigned CoapRpcLibNumDelayed(const coap_session_t *session);
 unsigned CoapRpcLibNumBlocks(const coap_session_t *session);
 
+/* CoapRpcLibDropDelayed drops the messages that the session keeps back, but not those of block
+ * transfers, which would never go on. */
+void CoapRpcLibDropDelayed(coap_session_t *session);
+
 /* CoapRpcLibNumAnonymous counts the client sessions without application data. */
 unsigned CoapRpcLibNumAnonymous(const coap_context_t *coapCtx);
 
@@ -102,10 +106,17 @@ void CoapRpcLibTriggerAsync(coap_async_t *async, int isInIo);
 /* CoapRpcLibClearBody removes the payload and the options that describe it. */
 void CoapRpcLibClearBody(coap_pdu_t *pdu);
 
+/* What CoapRpcLibServeReady found. */
+enum {
+  kCoapRpcLibIdle, /* no socket was ready */
+  kCoapRpcLibDry,  /* the last read of an endpoint found nothing more */
+  kCoapRpcLibMore  /* each found something, as far as one can tell */
+};
+
 /* CoapRpcLibServeReady serves the sockets that have something to read, without waiting: up to
  * `perEndPoint` datagrams of each endpoint and one of each client session, and libcoap's timers.
  * With isAgain, right after another call, it does nothing when no socket and no timer is ready.
- * Returns 1 when a socket was ready, so that there may be more; else 0. */
+ * Returns what it found. */
 int CoapRpcLibServeReady(coap_context_t *coapCtx, unsigned perEndPoint, int isAgain);
 
 COAP_RPC_C_END
