@@ -120,6 +120,7 @@ function(coap_rpc_add_libcoap copy binary)
 endfunction()
 
 file(GLOB COAP_RPC_LIBCOAP_PATCHES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/patches/*.patch)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${COAP_RPC_LIBCOAP_PATCHES})
 coap_rpc_find_libcoap(source)
 set(COAP_RPC_LIBCOAP_DIR ${PROJECT_BINARY_DIR}/libcoap-src)
 coap_rpc_copy_libcoap(${source} ${COAP_RPC_LIBCOAP_DIR})

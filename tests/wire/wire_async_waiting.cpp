@@ -76,6 +76,13 @@ TEST_F(BigAnswers, ThatWait_TakeTheLastAnswerOrNone) {
   EXPECT_EQ(bodies_.count('e') + bodies_.count('f'), 0u);
 }
 
+TEST_F(BigAnswers, ThatAreReplacedBySmallOnes_MakeRoom) {
+  AnswerAll(5);
+  for (size_t i = 0; i < 4; ++i) EXPECT_EQ(Answer(app_.handles[i], "small"), 0u);
+  while (bodies_['e'].size() < kLen) ASSERT_TRUE(TakeBlock());
+  EXPECT_EQ(bodies_['s'], "smallsmallsmallsmall");
+}
+
 TEST_F(BigAnswers, ThatWait_EndWithTheirUri) {
   AnswerAll(10);
   const CoapRpcUriKey key = KeyOf("a/b");

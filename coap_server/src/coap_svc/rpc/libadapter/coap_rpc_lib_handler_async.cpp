@@ -168,12 +168,17 @@ bool TravelsInBlocks(const CoapRpcAsync *async) {
   return async->answer && IsInBlocks(*async->answer);
 }
 
-void Drop(CoapRpcAsync *async) {
+// FreeAnswer may give others their turn.
+void FreeAnswer(CoapRpcAsync *async) {
   if (TravelsInBlocks(async)) async->ctx->lib->hasRoom = 1;
+  COAP_RpcFreePayload(async->answer);
+}
+
+void Drop(CoapRpcAsync *async) {
   Pending(async->ctx->lib->asyncTree).Remove(async);
   RequestsOf(async).Remove(async);
   LinkRemove(async->answeredLink);
-  COAP_RpcFreePayload(async->answer);
+  FreeAnswer(async);
   coap_session_release(async->target);
   PoolFree(async->ctx->param.memHandle, async);
 }
@@ -225,7 +230,7 @@ void Send(CoapRpcAsync *async) {
 
 // SetAnswer takes the payload; null aborts.  The last call before the answer is sent counts.
 void SetAnswer(CoapRpcAsync *async, CoapRpcPayload *answer) {
-  COAP_RpcFreePayload(async->answer);
+  FreeAnswer(async);
   async->answer = answer;
   async->entry->asyncWaiting += WeightOf(async);
   if (!LinkIsAlone(async->answeredLink)) return;
