@@ -141,7 +141,10 @@ class Measure {
     KestrelMemStatGet(KestrelMem(host_.Get()), &stat);
     return stat.liveBytes;
   }
-  static uint64_t HeapBytes() { return mallinfo2().uordblks; }
+  static uint64_t HeapBytes() {
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+  }
 
   uint32_t count_;
   WireHost host_;
