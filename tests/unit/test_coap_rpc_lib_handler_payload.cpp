@@ -274,6 +274,42 @@ TEST_F(IdlPayload, MessageThatDoesNotFit_EndsTheWalkAndLosesNothing) {
   }
 }
 
+// The links of the changes behind the one at `index` cannot be followed while this lives.
+class BrokenList {
+ public:
+  BrokenList(std::vector<CoapRpcTupleChg *> changes, size_t index) : changes_(changes) {
+    for (size_t i = index; i < changes_.size(); ++i) {
+      links_.push_back(changes_[i]->chgLink);
+      // The neighbour of the one that is tried last may write to it, nothing may read from it.
+      changes_[i]->chgLink.next = reinterpret_cast<CoapRpcLink *>(uintptr_t{8});
+    }
+    first_ = index;
+  }
+  ~BrokenList() {
+    for (size_t i = 0; i < links_.size(); ++i) changes_[first_ + i]->chgLink.next = links_[i].next;
+  }
+
+ private:
+  std::vector<CoapRpcTupleChg *> changes_;
+  std::vector<CoapRpcLink> links_;
+  size_t first_;
+};
+
+TEST_F(IdlPayload, ManyPending_NothingBehindTheLastTriedIsTouched) {
+  builder.lens = {30'000, 30'000, 30'000};
+  for (int i = 0; i < 1000; ++i) {
+    ASSERT_EQ(Chg(std::to_string(1000 + i).c_str(), "v001", 1), 0u);
+  }
+  const std::vector<CoapRpcTupleChg *> changes = ObservedEntry::Changes();
+  {
+    const BrokenList broken(changes, 3);
+    EXPECT_EQ(Get(), 0u);
+  }
+  EXPECT_EQ(payload[0], 2);
+  EXPECT_EQ(ObservedEntry::Changes(),
+            std::vector<CoapRpcTupleChg *>(changes.begin() + 2, changes.end()));
+}
+
 TEST_F(IdlPayload, NoRoomForALengthField_EndsTheWalk) {
   for (const uint32_t first : {65464u, 65465u}) {  // one byte left, none left
     builder = {};

@@ -424,6 +424,31 @@ TEST_F(ObserveWire, BuilderThatChangesTuples_NewStatesComeWithTheNextNotificatio
   }
 }
 
+// Many changes may be added while a payload is built: no walk goes over them.
+TEST_F(ObserveWire, ChangesAddedWhileBuilding_AreNotWalkedOver) {
+  for (const uint8_t format : {COAP_RPC_JSON, COAP_RPC_BYTE}) {
+    instance_ = std::make_unique<TestInstance>(host_);
+    COAP_RpcRefreshTaskTimer(Ctx());
+    ServeObs(COAP_RPC_CON, format);
+    Register(peer_, CoapType::kCon, {1});
+    Update("k001", "v001");
+    CoapRpcLink *added = nullptr;
+    CoapRpcLink *next = nullptr;
+    app_.whileBuilding = [&](const std::string &) {
+      Update("x001", "more");
+      Update("x002", "more");
+      added = entry_->tupleChgList.prev->prev;
+      next = added->next;
+      added->next = reinterpret_cast<CoapRpcLink *>(uintptr_t{8});  // whoever follows it crashes
+    };
+    EXPECT_EQ(NextNotification(peer_).code, Code(2, 5));
+    app_.whileBuilding = nullptr;
+    ASSERT_NE(added, nullptr);
+    added->next = next;
+    EXPECT_EQ(Pending(), (std::vector<std::string>{"1x001", "1x002"}));
+  }
+}
+
 TEST_F(ObserveWire, BuildersMissing_ChangesStay) {
   key_ = KeyOf("obs", COAP_RPC_CON, 1);
   CoapRpcSerObVtblReg ob = ObRegOf(true);

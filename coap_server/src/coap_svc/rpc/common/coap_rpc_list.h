@@ -33,6 +33,8 @@ class List {
 
   Rec *First() const { return IsEmpty() ? nullptr : RecordOf(head_.next); }
 
+  Rec *Last() const { return IsEmpty() ? nullptr : RecordOf(head_.prev); }
+
   // After returns the record behind `rec`, or null at the end.
   Rec *After(const Rec *rec) const {
     CoapRpcLink *next = LinkOf(rec)->next;

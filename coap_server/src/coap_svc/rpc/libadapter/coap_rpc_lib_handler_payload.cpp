@@ -94,11 +94,15 @@ uint8_t KindOf(const CoapRpcTupleChg *chg) {
   return static_cast<uint8_t>(chg->chgType & ~kBuiltMark);
 }
 
-// EndBuilt removes the changes that were built, or keeps them for the next payload.
-void EndBuilt(CoapRpcSerUriVtbl *entry, bool isSent) {
+// EndBuilt removes the changes that were built, or keeps them for the next payload.  None after
+// `lastTried` carries the mark, and there may be many of them.
+void EndBuilt(CoapRpcSerUriVtbl *entry, const CoapRpcTupleChg *lastTried, bool isSent) {
+  if (!lastTried) return;
   Changes changes(entry->tupleChgList);
+  bool isLast = false;
   CoapRpcTupleChg *next = nullptr;
-  for (CoapRpcTupleChg *chg = changes.First(); chg; chg = next) {
+  for (CoapRpcTupleChg *chg = changes.First(); chg && !isLast; chg = next) {
+    isLast = chg == lastTried;
     next = changes.After(chg);
     const bool isBuilt = (chg->chgType & kBuiltMark) != 0;
     chg->chgType = KindOf(chg);
@@ -143,19 +147,19 @@ void Mark(CoapRpcTupleChg *chg) { chg->chgType |= kBuiltMark; }
 void Unmark(CoapRpcTupleChg *chg) { chg->chgType = KindOf(chg); }
 
 // BuildEach calls `build` for the changes that are pending now, not for those that it adds, until
-// it returns false.
+// it returns false.  Returns the last change tried; null when there is none.
 template <typename Build>
-void BuildEach(CoapRpcSerUriVtbl *entry, Build build) {
-  Changes changes(entry->tupleChgList);
-  uint32_t numPending = 0;
-  for (const CoapRpcTupleChg *chg = changes.First(); chg; chg = changes.After(chg)) ++numPending;
+const CoapRpcTupleChg *BuildEach(CoapRpcSerUriVtbl *entry, Build build) {
+  const Changes changes(entry->tupleChgList);
+  const CoapRpcTupleChg *last = changes.Last();
   CoapRpcTupleChg *chg = changes.First();
-  while (numPending-- != 0 && build(chg)) chg = changes.After(chg);
+  while (chg && build(chg) && chg != last) chg = changes.After(chg);
+  return chg;
 }
 
-void BuildJsonArray(CoapRpcSerUriVtbl *entry, json_t *array) {
+const CoapRpcTupleChg *BuildJsonArray(CoapRpcSerUriVtbl *entry, json_t *array) {
   CoapRpcCtx *ctx = RootOf(entry);
-  BuildEach(entry, [&](CoapRpcTupleChg *chg) {
+  return BuildEach(entry, [&](CoapRpcTupleChg *chg) {
     COAP_RPC_DEBUG(ctx, "[CoapRpc]app build observe response handle one data.\n");
     Mark(chg);
     if (COAP_RpcSerHandleOneData(ctx, entry, chg, array) != 0) Unmark(chg);
@@ -163,21 +167,22 @@ void BuildJsonArray(CoapRpcSerUriVtbl *entry, json_t *array) {
   });
 }
 
-JsonText BuildJsonText(CoapRpcSerUriVtbl *entry) {
+JsonText BuildJsonText(CoapRpcSerUriVtbl *entry, const CoapRpcTupleChg **lastTried) {
   const JsonRef root(json_object());
   JsonRef array(json_array());
   if (!root || !array || json_object_set(root.get(), "data", array.get()) != 0) return nullptr;
-  BuildJsonArray(entry, array.get());
+  *lastTried = BuildJsonArray(entry, array.get());
   return JsonText(json_dumps(root.get(), JSON_COMPACT));
 }
 
-void SendJson(const Notification &to, JsonText text, PoolPtr<BlockRecord> block) {
+void SendJson(const Notification &to, JsonText text, const CoapRpcTupleChg *lastTried,
+              PoolPtr<BlockRecord> block) {
   const size_t len = strlen(text.get());
   COAP_RPC_DEBUG(RootOf(to.entry),
                  "[CoapRpc]app build observe response success, uri:%s, len:%u, payload:%s.\n",
                  UriText(to.entry->key.uri).c_str(), static_cast<uint32_t>(len), text.get());
   const Body body{COAP_MEDIATYPE_APPLICATION_JSON, len, text.release(), COAP_OnLargeBlockSent};
-  EndBuilt(to.entry, Send(to, body, std::move(block)));
+  EndBuilt(to.entry, lastTried, Send(to, body, std::move(block)));
 }
 
 // IdlWriter puts messages behind one another into a payload buffer.
@@ -216,10 +221,11 @@ class IdlWriter {
   uint32_t msgNum_ = 0;
 };
 
-void BuildIdlMessages(CoapRpcSerUriVtbl *entry, uint8_t *scratch, IdlWriter &writer) {
+const CoapRpcTupleChg *BuildIdlMessages(CoapRpcSerUriVtbl *entry, uint8_t *scratch,
+                                        IdlWriter &writer) {
   CoapRpcCtx *ctx = RootOf(entry);
   CoapRpcSerIdlMsgBuf msg{scratch, 0, kPayloadBufSize};
-  BuildEach(entry, [&](CoapRpcTupleChg *chg) {
+  return BuildEach(entry, [&](CoapRpcTupleChg *chg) {
     COAP_RPC_DEBUG(ctx, "[CoapRpc]hdl one idl msg, msgNum: %u, offset: %u.\n", writer.MsgNum(),
                    writer.Offset());
     Mark(chg);
@@ -238,7 +244,8 @@ void BuildIdlMessages(CoapRpcSerUriVtbl *entry, uint8_t *scratch, IdlWriter &wri
 }
 
 // BuildIdl fills `out`; the changes that are in it carry the mark.
-uint32_t BuildIdl(CoapRpcSerUriVtbl *entry, uint8_t *out, uint32_t *len) {
+uint32_t BuildIdl(CoapRpcSerUriVtbl *entry, uint8_t *out, uint32_t *len,
+                  const CoapRpcTupleChg **lastTried) {
   CoapRpcCtx *ctx = RootOf(entry);
   const uint64_t mem = ctx->param.memHandle;
   const PoolPtr<uint8_t> scratch(static_cast<uint8_t *>(PoolAlloc(mem, kPayloadBufSize)), {mem});
@@ -247,17 +254,17 @@ uint32_t BuildIdl(CoapRpcSerUriVtbl *entry, uint8_t *out, uint32_t *len) {
     return Code(kSiteIdlPayloadNoMemory);
   }
   IdlWriter writer(out);
-  BuildIdlMessages(entry, scratch.get(), writer);
+  *lastTried = BuildIdlMessages(entry, scratch.get(), writer);
   *len = writer.Finish();
   return 0;
 }
 
 void SendIdl(const Notification &to, uint32_t len, PoolPtr<uint8_t> out,
-             PoolPtr<BlockRecord> block) {
+             const CoapRpcTupleChg *lastTried, PoolPtr<BlockRecord> block) {
   COAP_RPC_DEBUG(RootOf(to.entry), "[CoapRpc]app build observe response success, uri:%s, len:%u.\n",
                  UriText(to.entry->key.uri).c_str(), len);
   const Body body{COAP_MEDIATYPE_TEXT_PLAIN, len, out.release(), COAP_OnLargeIdlMsgBlockSent};
-  EndBuilt(to.entry, Send(to, body, std::move(block)));
+  EndBuilt(to.entry, lastTried, Send(to, body, std::move(block)));
 }
 
 // RootOfBlock returns the instance of a release context whose entry is still there, else null.
@@ -274,11 +281,12 @@ void COAP_RpcSerHandleJson(CoapRpcSerUriVtbl *entry, coap_resource_t *resource,
   if (!Begin(to)) return;
   // The record comes first: nothing but the text can fail once the builders have run.
   auto block = NewBlock(entry, session);
-  JsonText text = block ? BuildJsonText(entry) : nullptr;
+  const CoapRpcTupleChg *lastTried = nullptr;
+  JsonText text = block ? BuildJsonText(entry, &lastTried) : nullptr;
   if (text) {
-    SendJson(to, std::move(text), std::move(block));
+    SendJson(to, std::move(text), lastTried, std::move(block));
   } else {
-    EndBuilt(entry, false);
+    EndBuilt(entry, lastTried, false);
     AnswerEmpty(response);
   }
 }
@@ -303,8 +311,9 @@ void COAP_RpcSerHandleIdl(CoapRpcSerUriVtbl *entry, coap_resource_t *resource,
   PoolPtr<uint8_t> out(static_cast<uint8_t *>(PoolAlloc(mem, kPayloadBufSize)), {mem});
   auto block = NewBlock(entry, session);
   uint32_t len = 0;
-  if (out && block && BuildIdl(entry, out.get(), &len) == 0) {
-    SendIdl(to, len, std::move(out), std::move(block));
+  const CoapRpcTupleChg *lastTried = nullptr;
+  if (out && block && BuildIdl(entry, out.get(), &len, &lastTried) == 0) {
+    SendIdl(to, len, std::move(out), lastTried, std::move(block));
   } else {
     AnswerEmpty(response);
   }
@@ -329,8 +338,9 @@ uint32_t COAP_RpcSerHandleOneIdlMsg(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, C
 }
 
 uint32_t COAP_RpcSerHandleIdlGetPayload(CoapRpcSerUriVtbl *entry, uint8_t *out, uint32_t *len) {
-  const uint32_t ret = BuildIdl(entry, out, len);
-  if (ret == 0) EndBuilt(entry, true);
+  const CoapRpcTupleChg *lastTried = nullptr;
+  const uint32_t ret = BuildIdl(entry, out, len, &lastTried);
+  if (ret == 0) EndBuilt(entry, lastTried, true);
   return ret;
 }
 
