@@ -274,6 +274,31 @@ TEST_F(IdlPayload, MessageThatDoesNotFit_EndsTheWalkAndLosesNothing) {
   }
 }
 
+TEST_F(IdlPayload, MessageForNoPayload_IsLoggedOnce) {
+  for (int round = 0; round < 3; ++round) {
+    builder = {};
+    builder.lens = {65466};
+    if (round == 0) Queue("k001", "v001", 1);
+    EXPECT_EQ(Get(), 0u);
+    EXPECT_EQ(len, 4u);
+  }
+  const std::vector<LogRecord> records = host.LogsOf("COAP_RpcSerHandleIdlGetPayload");
+  ASSERT_EQ(records.size(), 1u);
+  EXPECT_EQ(records[0].line, 1455u);
+  EXPECT_EQ(records[0].level, 3u);
+  EXPECT_EQ(records[0].text,
+            "[CoapRpc]idl msg too long, nothing is published until its tuple is built shorter, "
+            "uri:sensors/temp, len:65466, max:65465.\n");
+}
+
+TEST_F(IdlPayload, MessageForTheNextPayload_IsNotLogged) {
+  builder.lens = {3, 65465};
+  Queue("k001", "v001", 1);
+  Queue("k002", "v002", 1);
+  EXPECT_EQ(Get(), 0u);
+  EXPECT_TRUE(host.LogsOf("COAP_RpcSerHandleIdlGetPayload").empty());
+}
+
 // The links of the changes behind the one at `index` cannot be followed while this lives.
 class BrokenList {
  public:

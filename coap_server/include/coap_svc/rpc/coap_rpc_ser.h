@@ -59,7 +59,8 @@ static_assert(sizeof(CoapRpcSerVtblReg) == 28, "server registration size");
 /* CoapRpcSerIdlMsgBuf is what an IDL builder fills: one message. */
 typedef struct CoapRpcSerIdlMsgBuf {
   uint8_t *buf;  /* size bytes, neither cleared nor exchanged between the changes of a payload */
-  uint32_t len;  /* set by the builder: bytes written, at most 65469 (what a payload holds) */
+  uint32_t len;  /* set by the builder: bytes written, at most 65465.  A longer message fits into no
+                    payload: nothing of the URI is published until its tuple is built shorter */
   uint32_t size; /* 65471 */
 } CoapRpcSerIdlMsgBuf;
 

@@ -90,6 +90,7 @@ inline constexpr size_t kCheckCodeTextSize = 256;
 inline constexpr size_t kPayloadSpareBytes = 16;
 inline constexpr size_t kPayloadBufSize = 65471;
 inline constexpr int32_t kMaxPayload = 65470;
+inline constexpr uint32_t kMaxIdlMsg = 65465;  // the buffer less the count and one length field
 
 }  // namespace coap_rpc
 

@@ -210,6 +210,7 @@ inline uint32_t Violated(const Site &site) {
   X(OneIdlMsgNoBuilder,      "COAP_RpcSerHandleOneIdlMsg",            468, 3) \
   X(OneIdlMsgNoBuffer,       "COAP_RpcSerHandleOneIdlMsg",            473, 3) \
   X(ObserveUpdateNoEntry,    "COAP_RpcSerHandleObserveUpdate",       1021, 3) \
+  X(IdlMsgTooLong,           "COAP_RpcSerHandleIdlGetPayload",       1455, 3) \
   X(IterateEnd,              "COAP_RpcIterateTupleFromApp",          1031, 3) \
   X(AddUriTuple,             "COAP_RpcSerAddUriTuple",               1041, 3) \
   X(UpdateUriTuple,          "COAP_RpcSerUpdateUriTuple",            1042, 3) \

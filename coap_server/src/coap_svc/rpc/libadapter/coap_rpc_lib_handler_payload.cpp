@@ -20,7 +20,7 @@ using Changes = COAP_RPC_LIST(CoapRpcTupleChg, chgLink);
 
 constexpr size_t kMsgNumBytes = 4;  // in front of all IDL messages
 constexpr size_t kMsgLenBytes = 2;  // in front of each
-constexpr size_t kMaxMsgLen = 0xFFFF;
+static_assert(kPayloadBufSize <= 0xFFFF + kMsgNumBytes + kMsgLenBytes);
 
 // A change whose element is in the payload carries this mark until libcoap has the payload: only
 // then may it leave the list.  Changes that failed stay, in their place.  It is set before the
@@ -192,7 +192,8 @@ class IdlWriter {
 
   // Append copies a message; false: it does not fit.
   bool Append(const CoapRpcSerIdlMsgBuf &msg) {
-    if (msg.len > kMaxMsgLen || offset_ + kMsgLenBytes + msg.len > kPayloadBufSize) return false;
+    const size_t room = kPayloadBufSize - offset_;
+    if (room < kMsgLenBytes || msg.len > room - kMsgLenBytes) return false;
     const uint8_t len[kMsgLenBytes] = {static_cast<uint8_t>(msg.len),
                                        static_cast<uint8_t>(msg.len >> 8)};
     if (!Copy(offset_, len, sizeof(len))) return false;
@@ -221,6 +222,17 @@ class IdlWriter {
   uint32_t msgNum_ = 0;
 };
 
+// LogTooLong tells once of each entry that a message fits into no payload: its change stays, and
+// with it all that come after.
+void LogTooLong(CoapRpcSerUriVtbl *entry, uint32_t len) {
+  if (len <= kMaxIdlMsg || entry->hasLoggedTooLong != 0) return;
+  entry->hasLoggedTooLong = 1;
+  COAP_RPC_LOG(RootOf(entry)->log, kLogIdlMsgTooLong,
+               "[CoapRpc]idl msg too long, nothing is published until its tuple is built shorter, "
+               "uri:%s, len:%u, max:%u.\n",
+               UriText(entry->key.uri).c_str(), len, kMaxIdlMsg);
+}
+
 const CoapRpcTupleChg *BuildIdlMessages(CoapRpcSerUriVtbl *entry, uint8_t *scratch,
                                         IdlWriter &writer) {
   CoapRpcCtx *ctx = RootOf(entry);
@@ -239,6 +251,7 @@ const CoapRpcTupleChg *BuildIdlMessages(CoapRpcSerUriVtbl *entry, uint8_t *scrat
     Unmark(chg);
     COAP_RPC_DEBUG(ctx, "[CoapRpc] get payload memcpy fail, msgNum: %u, offset: %u.\n",
                    writer.MsgNum(), writer.Offset());
+    LogTooLong(entry, msg.len);
     return false;
   });
 }

@@ -34,6 +34,7 @@ struct CoapRpcSerUriVtbl {
   uint64_t asyncCountedAt;      /* adapter: when they were counted, libcoap's ticks */
   CoapRpcLink blockCtxList;     /* adapter: release contexts that still name this entry */
   void *chgIndex;               /* observe code: index beside tupleChgList; null when unused */
+  uint32_t hasLoggedTooLong;    /* adapter: 1 once a message that fits into no payload was logged */
 };
 
 /* CoapRpcUriTuple is one tuple: node, then keyLen key bytes, then valLen value bytes. */
