@@ -1,4 +1,6 @@
 /* test_coap_rpc_ser.cpp: the server's entry points: register, attach, detach, feed. */
+#include "coap_svc/rpc/coap_rpc.h"
+#include "coap_svc/rpc/coap_rpc_ext.h"
 #include "server_tables.h"
 
 namespace coap_rpc_test {
@@ -278,6 +280,34 @@ TEST_F(Ser, UnsetUri_NullArgument_GivesAssertionsResult) {
 }
 
 TEST_F(Ser, UnsetUri_UnregisteredKey_Gives0) { EXPECT_EQ(Unset(KeyOf("no")), 0u); }
+TEST_F(Ser, Reopen_NullArgument_Gives1900001452AndAssertsLine1451) {
+  EXPECT_EQ(COAP_RpcSerReopen(nullptr, &kAddrA), 1900001452u);
+  EXPECT_EQ(COAP_RpcSerReopen(ctx_, nullptr), 1900001452u);
+  EXPECT_EQ(Asserts(), (std::vector<AssertRecord>(2, {kPath, 1451})));
+}
+
+TEST_F(Ser, Reopen_NoListen_Gives1900001453) {
+  adapter_.InstallExt(ctx_);
+  EXPECT_EQ(COAP_RpcSerReopen(ctx_, &kAddrA), 1900001453u);
+  EXPECT_EQ(adapter_.events, Texts{});
+}
+
+TEST_F(Ser, Reopen_BareListen_OpensOnceUntilItHasAnEndPoint) {
+  adapter_.InstallExt(ctx_);
+  ASSERT_EQ(Register(KeyOf("a")), 0u);
+  adapter_.failsEndPoints = true;
+  ASSERT_EQ(Set(KeyOf("a"), kAddrA), 1900000157u);
+  ASSERT_EQ(Set(KeyOf("a"), kAddrA), 0u);
+  adapter_.events.clear();
+  EXPECT_EQ(COAP_RpcSerReopen(ctx_, &kAddrA), 1900001454u);
+  adapter_.failsEndPoints = false;
+  EXPECT_EQ(COAP_RpcSerReopen(ctx_, &kAddrA), 0u);
+  EXPECT_EQ(adapter_.events, Texts(2, "open addr:127.0.0.1, port:5683"));
+  EXPECT_NE(FindListen(kAddrA)->endPoint, nullptr);
+  EXPECT_EQ(COAP_RpcSerReopen(ctx_, &kAddrA), 0u);
+  EXPECT_EQ(adapter_.events.size(), 2u) << "it has its endpoint";
+}
+
 
 TEST_F(Ser, UnsetUri_NeverAttached_Gives1900001201) {
   ASSERT_EQ(Register(KeyOf("a")), 0u);

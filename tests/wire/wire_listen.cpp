@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "coap_svc/rpc/coap_rpc_ser.h"
+#include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
 #include "own_network.h"
 #include "raw_peer.h"
@@ -36,12 +36,27 @@ class WireListen : public testing::Test {
   }
   ~WireListen() override { CoapRpcLibSetSleep(oldSleep_); }
 
-  uint32_t SetUri(const UdpAddress &address) {
+  static CoapRpcSerListenAddr ListenAddr(const UdpAddress &address) {
     CoapRpcSerListenAddr addr = {};
     addr.listenAddr.family = 1;
     addr.listenAddr.addr.ipv4 = 0x7F000001;
     addr.port = address.port;
+    return addr;
+  }
+
+  uint32_t SetUri(const UdpAddress &address) {
+    const CoapRpcSerListenAddr addr = ListenAddr(address);
     return COAP_RpcSerSetUri(instance_, &key_, &addr);
+  }
+
+  // CannotOpen gives libcoap's warnings about endpoints, without what precedes their text.
+  Texts CannotOpen() const {
+    Texts texts;
+    for (const LogRecord &record : host_.LogsOf("CORP_RpcLibCoapLog")) {
+      const size_t at = record.text.find("cannot open endpoint");
+      if (at != std::string::npos) texts.push_back(record.text.substr(at));
+    }
+    return texts;
   }
 
   // Listens shows the operator's table of a single listen.
@@ -81,6 +96,29 @@ TEST_F(WireListen, HeldAddress_Gives1900000157AndTheListenStaysBare) {
   EXPECT_EQ(SetUri(held), 0u);
   EXPECT_EQ(host_.RunCommand("disp server listen"),
             Listens(held.port, "endPointIsNull(0)/uriDataListIsEmpty(0)"));
+}
+
+TEST_F(WireListen, BareListen_Reopened_IsServed) {
+  std::optional<RawPeer> holder(std::in_place);
+  const UdpAddress held = holder->Local();
+  const CoapRpcSerListenAddr addr = ListenAddr(held);
+  EXPECT_EQ(SetUri(held), 1900000157u);
+  EXPECT_EQ(SetUri(held), 0u);
+  g_sleeps.clear();
+  host_.ClearLogs();
+  EXPECT_EQ(COAP_RpcSerReopen(instance_, &addr), 1900001454u);
+  EXPECT_TRUE(g_sleeps.empty());
+  EXPECT_EQ(CannotOpen(), Texts{"cannot open endpoint 127.0.0.1:" + std::to_string(held.port) +
+                                ": Address already in use (errno 98)\n"});
+
+  holder.reset();
+  EXPECT_EQ(COAP_RpcSerReopen(instance_, &addr), 0u);
+  RawPeer peer;
+  peer.SetRemote(held);
+  const CoapMessage get = Request(CoapType::kCon, kCodeGet, 1, {1}).AddPath("a");
+  peer.Send(get);
+  EXPECT_EQ(*peer.ReceiveMessage([&] { host_.AdvanceMs(1000); }), AckOf(get));
+  EXPECT_EQ(COAP_RpcSerReopen(instance_, &addr), 0u) << "it is open already";
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 #ifndef COAP_RPC_EXT_H
 #define COAP_RPC_EXT_H
 
-#include "coap_svc/rpc/coap_rpc_types.h"
+#include "coap_svc/rpc/coap_rpc_ser.h"
 
 COAP_RPC_C_BEGIN
 
@@ -66,6 +66,18 @@ COAP_RPC_API uint32_t COAP_RpcSetLibLogLevel(CoapRpcCtx *ctx, uint32_t level);
  *
  * Returns 0 or:  1900001408 null instance (asserted) */
 COAP_RPC_API uint32_t COAP_RpcSetNstart(CoapRpcCtx *ctx, uint16_t nstart);
+
+/* COAP_RpcSerReopen opens the endpoint of a listen that has none, because its port was held when
+ * COAP_RpcSerSetUri made it: one attempt, without sleep.  What is attached there is served from
+ * then on.  Any callback may call it that may call COAP_RpcSerSetUri.
+ *
+ *   addr   as given to COAP_RpcSerSetUri
+ *
+ * Returns 0, also when the listen has its endpoint already, or:
+ *                1900001452 null argument (asserted)     1900001453 no listen with this address
+ *                1900001454 still unavailable: libcoap's warning "cannot open endpoint" tells why
+ */
+COAP_RPC_API uint32_t COAP_RpcSerReopen(CoapRpcCtx *ctx, const CoapRpcSerListenAddr *addr);
 
 COAP_RPC_C_END
 #endif /* COAP_RPC_EXT_H */

@@ -123,6 +123,12 @@ COAP_RPC_API uint32_t COAP_RpcSerSetUri(CoapRpcCtx *ctx, const CoapRpcUriKey *ke
 
 /* COAP_RpcSerUnsetUri detaches a key from its address; the registration stays.  The listen and the
  * resource go with their last entry.
+ * A port that is held gives 1900000157 and leaves a listen without endpoint.  Attaching to it again
+ * returns 0 and serves nothing, also when the port is free by then.  Two ways out: open it with
+ * COAP_RpcSerReopen (coap_rpc_ext.h); or attach, detach with COAP_RpcSerUnsetUri, which deletes the
+ * listen when no other key is attached there, and attach again.  libcoap's warning "cannot open
+ * endpoint" names address, port and errno of each attempt.
+ *
  *
  * Returns 0 (also for an unknown key), the assertion's value for a null argument, or a code when
  * the key was not attached. */

@@ -13,6 +13,7 @@ typedef struct CoapRpcSerData CoapRpcSerData;
 typedef struct CoapRpcCliData CoapRpcCliData;
 typedef struct CoapRpcLogDiag CoapRpcLogDiag;
 typedef struct CoapRpcSerUriVtbl CoapRpcSerUriVtbl;
+typedef struct CoapRpcSerListenAddr CoapRpcSerListenAddr;
 
 /* CoapRpcLibExtOps are adapter operations beyond the six slots that each side has; constant. */
 typedef struct CoapRpcLibExtOps {
@@ -23,6 +24,8 @@ typedef struct CoapRpcLibExtOps {
   void (*forgetEntry)(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry);
   /* renewSource lets a session send from an address that this machine has now. */
   void (*renewSource)(coap_session_t *session);
+  /* openEndPoint is one attempt of createEndPoint, without sleep. */
+  coap_endpoint_t *(*openEndPoint)(CoapRpcCtx *ctx, const CoapRpcSerListenAddr *addr);
 } CoapRpcLibExtOps;
 
 struct CoapRpcCtx {

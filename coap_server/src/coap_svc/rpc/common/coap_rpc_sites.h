@@ -46,7 +46,10 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(SerSetUriNullArg,        kPathInitSer,      77,   76, "COAP_RpcSerSetUri: null argument") \
   X(SerSetUriBadFamily,      kPathInitSer,      82,    0, "COAP_RpcSerSetUri: address family is neither 1 nor 2") \
   X(SerSetUriZeroIpv4,       kPathInitSer,      87,    0, "COAP_RpcSerSetUri: IPv4 address is 0.0.0.0") \
-  X(SerUnsetUriNullArg,      kPathInitSer,       0,  114, "COAP_RpcSerUnsetUri: null argument") \
+  X(SerUnsetUriNullArg,      kPathInitSer,    1450,  114, "COAP_RpcSerUnsetUri: null argument") \
+  X(SerReopenNullArg,        kPathInitSer,    1452, 1451, "COAP_RpcSerReopen: null argument") \
+  X(SerReopenNoListen,       kPathInitSer,    1453,    0, "COAP_RpcSerReopen: no listen has this address and port") \
+  X(SerReopenUnavailable,    kPathInitSer,    1454,    0, "COAP_RpcSerReopen: endpoint still cannot be opened (the log line \"cannot open endpoint\" names address, port and errno)") \
   X(ObserveDataUpdateNullArg, kPathInitSer,    125,  124, "COAP_RpcSerObserveDataUpdate: null argument") \
   X(ObserveDataUpdateNoUri,  kPathInitSer,     130,    0, "COAP_RpcSerObserveDataUpdate: no such URI, or it has no observe record") \
   X(ObserveDataUpdateFailed, kPathInitSer,     135,    0, "COAP_RpcSerObserveDataUpdate: tuple set not updated") \
@@ -128,7 +131,7 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(UriRegSerVtblFailed,     kPathSerUri,      251,    0, "COAP_RpcUriRegSerVtbl: entry cannot be made") \
   X(AddUriObVtblNoCmp,       kPathSerUri,     1431,    0, "COAP_RpcSerAddUriObVtbl: the observe record has no comparator") \
   X(CreatListenNoListen,     kPathSerConn,     152,    0, "COAP_RpcSerCreatListen: listen record cannot be made") \
-  X(CreatListenNoEndPoint,   kPathSerConn,     157,    0, "COAP_RpcSerCreatListen: endpoint cannot be opened") \
+  X(CreatListenNoEndPoint,   kPathSerConn,     157,    0, "COAP_RpcSerCreatListen: endpoint cannot be opened (the log line \"cannot open endpoint\" names address, port and errno)") \
   X(CreatListenNotBound,     kPathSerConn,     163,    0, "COAP_RpcSerCreatListen: key is not registered") \
   X(UpdateListenNotBound,    kPathSerConn,     177,    0, "COAP_RpcSerUpdateListen: key is not registered") \
   X(TryDelListenNotAttached, kPathSerConn,    1201,    0, "COAP_RpcSerTryDelListen: key is not attached") \

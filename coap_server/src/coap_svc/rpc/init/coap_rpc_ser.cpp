@@ -1,5 +1,6 @@
 #include <iterator>
 
+#include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/coap_rpc_ser.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/init/coap_rpc_main.h"
@@ -85,6 +86,14 @@ uint32_t COAP_RpcSerSetUri(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
 uint32_t COAP_RpcSerUnsetUri(CoapRpcCtx *ctx, const CoapRpcUriKey *key) {
   if (!ctx || !key) return Assert(kSiteSerUnsetUriNullArg);
   return COAP_RpcSerTryDelListen(ctx, key);
+}
+
+uint32_t COAP_RpcSerReopen(CoapRpcCtx *ctx, const CoapRpcSerListenAddr *addr) {
+  if (!ctx || !ctx->ser || !addr) return Violated(kSiteSerReopenNullArg);
+  CoapRpcSerListen *listen = COAP_RpcSerConnFindListen(ctx->ser, addr);
+  if (!listen) return Code(kSiteSerReopenNoListen);
+  if (!listen->endPoint && ctx->libExt) listen->endPoint = ctx->libExt->openEndPoint(ctx, addr);
+  return listen->endPoint ? 0 : Code(kSiteSerReopenUnavailable);
 }
 
 uint32_t COAP_RpcSerObserveDataUpdate(CoapRpcCtx *ctx, const CoapRpcUriKey *key,

@@ -141,6 +141,21 @@ bool ServeRound(CoapRpcCtx *ctx, ReadRounds &rounds) {
   return isMore;
 }
 
+// OpenOnce makes one attempt to open an endpoint; null when it fails.
+coap_endpoint_t *OpenOnce(const CoapRpcCtx *ctx, const CoapRpcSerListenAddr &addr) {
+  coap_address_t address;
+  uint32_t protocol = 0;
+  COAP_RpcSetAddress(&address, &addr.listenAddr, addr.port);
+  COAP_RpcSetPort(&protocol, addr.port);
+  if (coap_endpoint_t *reclaimed = Reclaim(ctx, &address)) return reclaimed;
+  return CoapRpcLibNewEndPoint(Libcoap(ctx), &address, static_cast<coap_proto_t>(protocol));
+}
+
+void LogOpened(CoapRpcCtx *ctx, const CoapRpcSerListenAddr &addr) {
+  COAP_RPC_DEBUG(ctx, "[CoapRpc]add endPoint success, addr:0x%x, port:%u.\n",
+                 addr.listenAddr.addr.ipv4, addr.port);
+}
+
 uint64_t MonotonicMs() {
   timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
@@ -231,23 +246,17 @@ CoapRpcLibSleep CoapRpcLibSetSleep(CoapRpcLibSleep sleepFunc) {
 
 coap_endpoint_t *COAP_RpcCreateEndPoint(CoapRpcCtx *ctx, const CoapRpcSerListenAddr *addr) {
   if (!Libcoap(ctx)) return nullptr;
-  coap_address_t address;
-  uint32_t protocol = 0;
-  COAP_RpcSetAddress(&address, &addr->listenAddr, addr->port);
-  COAP_RpcSetPort(&protocol, addr->port);
   for (uint32_t i = 0; i < kEndPointAttempts; ++i) {
-    coap_endpoint_t *endPoint = Reclaim(ctx, &address);
-    if (!endPoint) {
-      endPoint = CoapRpcLibNewEndPoint(Libcoap(ctx), &address, static_cast<coap_proto_t>(protocol));
-    }
-    if (endPoint) {
-      COAP_RPC_DEBUG(ctx, "[CoapRpc]add endPoint success, addr:0x%x, port:%u.\n",
-                     addr->listenAddr.addr.ipv4, addr->port);
-      return endPoint;
-    }
+    if (coap_endpoint_t *endPoint = CoapRpcLibOpenEndPoint(ctx, addr)) return endPoint;
     g_sleep(kEndPointRetrySeconds);
   }
   return nullptr;
+}
+
+coap_endpoint_t *CoapRpcLibOpenEndPoint(CoapRpcCtx *ctx, const CoapRpcSerListenAddr *addr) {
+  coap_endpoint_t *endPoint = Libcoap(ctx) ? OpenOnce(ctx, *addr) : nullptr;
+  if (endPoint) LogOpened(ctx, *addr);
+  return endPoint;
 }
 
 void COAP_RpcDeleteEndPoint(CoapRpcCtx *ctx, CoapRpcSerListen *listen) {

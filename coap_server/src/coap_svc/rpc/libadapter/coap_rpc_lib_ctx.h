@@ -80,6 +80,9 @@ COAP_RPC_API void COAP_RpcLibCleanup_(CoapRpcCtx *ctx, CoapRpcLibCtx *lib);
 COAP_RPC_API coap_endpoint_t *COAP_RpcCreateEndPoint(CoapRpcCtx *ctx,
                                                      const CoapRpcSerListenAddr *addr);
 
+/* CoapRpcLibOpenEndPoint is one attempt of it, without sleep. */
+coap_endpoint_t *CoapRpcLibOpenEndPoint(CoapRpcCtx *ctx, const CoapRpcSerListenAddr *addr);
+
 /* CoapRpcLibSetSleep replaces what sleeps between the attempts, for the whole process, and returns
  * what was there: for tests. */
 typedef unsigned int (*CoapRpcLibSleep)(unsigned int seconds);

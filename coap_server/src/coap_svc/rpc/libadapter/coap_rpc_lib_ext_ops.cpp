@@ -1,5 +1,6 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ext_ops.h"
 
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_async.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_block.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_target.h"
@@ -19,4 +20,5 @@ void ForgetEntry(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
 
 }  // namespace
 
-const CoapRpcLibExtOps g_coapRpcLibExtOps = {ReleaseSession, ForgetEntry, CoapRpcLibRenewSource};
+const CoapRpcLibExtOps g_coapRpcLibExtOps = {ReleaseSession, ForgetEntry, CoapRpcLibRenewSource,
+                                             CoapRpcLibOpenEndPoint};

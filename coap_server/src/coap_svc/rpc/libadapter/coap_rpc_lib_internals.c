@@ -42,9 +42,10 @@ static int OpenSocket(const coap_address_t *addr) {
     AskForRoom(fd);
     return fd;
   }
+  const int error = errno;
   const char *reason = coap_socket_strerror();
   AddressText text;
-  coap_log_warn("cannot open endpoint %s: %s\n", TextOf(addr, &text), reason);
+  coap_log_warn("cannot open endpoint %s: %s (errno %d)\n", TextOf(addr, &text), reason, error);
   if (fd >= 0) close(fd);
   return -1;
 }
