@@ -25,7 +25,8 @@ using coap_rpc_test::TestProcess;
 constexpr int kMaxSteps = 48;
 constexpr uint32_t kLibLogLevel = 6;  // above it libcoap prints every byte of a body, twice
 constexpr uint8_t kServer = 1;
-constexpr uint8_t kCaller = 3;  // what calls to the own server name as their source
+constexpr uint16_t kOtherPort = 5684;  // where the server may be attached as well
+constexpr uint8_t kCaller = 3;         // what calls to the own server name as their source
 constexpr uint8_t kPeer = 11;
 constexpr uint32_t kStepsMs[] = {100, 1001, 2500, 9000, 31000, 95000};
 constexpr int32_t kLengths[] = {
@@ -60,6 +61,7 @@ class Application {
   ~Application() {
     Check(ctx_->ioDepth == 0, "the I/O is still running");
     Check(hasFailed_ || TestProcess::Get().Asserts().empty(), "an assertion was recorded");
+    isStopping_ = true;
     COAP_RpcUninit(ctx_);
   }
 
@@ -79,7 +81,7 @@ class Application {
     app.userData = reinterpret_cast<uint64_t>(this);
     app.onRequest = OnRequest;
     app.onAsyncRequest = OnAsyncRequest;
-    app.onObserverNum = [](uint64_t, uint32_t) {};
+    app.onObserverNum = OnObserverNum;
     app.buildJson = BuildJson;
     app.buildJsonDelete = BuildJsonDelete;
     app.buildIdl = BuildIdl;
@@ -169,7 +171,7 @@ class Application {
       case 8:
         return FailAllocation(arg);
       default:
-        return Act(kind, steps_.Byte());
+        return Act(arg, steps_.Byte());
     }
   }
 
@@ -198,7 +200,7 @@ class Application {
   // Act does what a callback may do.
   void Act(uint8_t kind, uint8_t arg) {
     const Entry &entry = kEntries[arg % std::size(kEntries)];
-    switch (kind % 8) {
+    switch (kind % 11) {
       case 0:
         return Call(entry, arg);
       case 1:
@@ -216,8 +218,18 @@ class Application {
       case 6:
         COAP_RpcLogRegUri(ctx_, entry.uri);
         return;
-      default:
+      case 7:
         RunIo(ctx_);
+        return;
+      case 8:
+        ReopenAt(ctx_, kServer, arg % 2 == 0 ? kCoapPort : kOtherPort);
+        return;
+      case 9:
+        AttachAt(ctx_, entry, kServer, kOtherPort);
+        return;
+      default:
+        RegisterServer(ctx_, entry, ServerSide());
+        RegisterClient(ctx_, entry, ClientSide());
         return;
     }
   }
@@ -225,6 +237,7 @@ class Application {
   // Meanwhile is what a callback does before it answers; nothing once the script is over, so that
   // callbacks that lead to each other come to an end.
   void Meanwhile() {
+    Check(!isStopping_, "a callback while the instance stops");
     for (uint32_t left = script_.Byte() % 4; left != 0 && !script_.IsEmpty(); --left) {
       const uint8_t kind = script_.Byte();
       Act(kind, script_.Byte());
@@ -277,19 +290,13 @@ class Application {
     return self.script_.Byte() % 4;
   }
 
-  static void OnDisconnect(uint64_t userData, const CoapRpcIpAddr *) { Of(userData).Meanwhile(); }
+  static void OnObserverNum(uint64_t userData, uint32_t) { Of(userData).Meanwhile(); }
 
-  // ChangeWhileBuilding changes a tuple: all that a builder may do to the instance.
-  void ChangeWhileBuilding() {
-    for (uint32_t left = script_.Byte() % 4; left != 0 && !script_.IsEmpty(); --left) {
-      const uint8_t arg = script_.Byte();
-      Change(kEntries[arg % std::size(kEntries)], arg);
-    }
-  }
+  static void OnDisconnect(uint64_t userData, const CoapRpcIpAddr *) { Of(userData).Meanwhile(); }
 
   static uint32_t BuildJson(uint64_t userData, uint8_t *, uint8_t *, void *out) {
     Application &self = Of(userData);
-    self.ChangeWhileBuilding();
+    self.Meanwhile();
     json_object_set_new_nocheck(static_cast<json_t *>(out), "v", JsonValue(self.script_));
     return self.script_.Byte() % 4 == 3;
   }
@@ -299,7 +306,7 @@ class Application {
 
   static uint32_t BuildIdl(uint64_t userData, uint8_t *, uint8_t *val, void *out) {
     Application &self = Of(userData);
-    self.ChangeWhileBuilding();
+    self.Meanwhile();
     auto *msg = static_cast<CoapRpcSerIdlMsgBuf *>(out);
     msg->len = static_cast<uint32_t>(self.Fill(msg->buf, msg->size));
     if (val) memset(val, 0, kFieldLen);
@@ -311,6 +318,7 @@ class Application {
 
   static uint32_t GetFirst(uint64_t userData, void *cursor, void *key, void *val) {
     Application &self = Of(userData);
+    self.Meanwhile();
     memset(cursor, 0xFF, COAP_RPC_APP_CURSOR_SIZE);
     memset(key, self.script_.Byte(), kFieldLen);
     if (val) memset(val, 1, kFieldLen);
@@ -329,6 +337,7 @@ class Application {
   std::deque<void *> pending_;
   uint16_t mid_ = 0x7000;
   bool hasFailed_ = false;
+  bool isStopping_ = false;
 };
 
 }  // namespace

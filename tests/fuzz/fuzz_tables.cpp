@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "coap_svc/rpc/coap_rpc_ext.h"
 #include "fuzz_host.h"
 #include "fuzz_wire.h"
 
@@ -22,6 +23,13 @@ CoapRpcSerObVtblReg Observed(const Entry &entry, const ServerApp &app) {
   ob.getFirstTuple = app.getFirst;
   ob.getNextTuple = app.getNext;
   return ob;
+}
+
+CoapRpcSerListenAddr ListenAddr(uint8_t number, uint16_t port) {
+  CoapRpcSerListenAddr addr = {};
+  addr.listenAddr = IpAddr(number);
+  addr.port = port;
+  return addr;
 }
 
 }  // namespace
@@ -54,11 +62,14 @@ uint32_t RegisterClient(CoapRpcCtx *ctx, const Entry &entry, const ClientApp &ap
 }
 
 uint32_t AttachAt(CoapRpcCtx *ctx, const Entry &entry, uint8_t number, uint16_t port) {
-  CoapRpcSerListenAddr addr = {};
-  addr.listenAddr = IpAddr(number);
-  addr.port = port;
+  const CoapRpcSerListenAddr addr = ListenAddr(number, port);
   const CoapRpcUriKey key = KeyOf(entry);
   return COAP_RpcSerSetUri(ctx, &key, &addr);
+}
+
+uint32_t ReopenAt(CoapRpcCtx *ctx, uint8_t number, uint16_t port) {
+  const CoapRpcSerListenAddr addr = ListenAddr(number, port);
+  return COAP_RpcSerReopen(ctx, &addr);
 }
 
 uint32_t Detach(CoapRpcCtx *ctx, const Entry &entry) {

@@ -50,6 +50,7 @@ uint32_t RegisterServer(CoapRpcCtx *ctx, const Entry &entry, const ServerApp &ap
 uint32_t RegisterClient(CoapRpcCtx *ctx, const Entry &entry, const ClientApp &app);
 uint32_t AttachAt(CoapRpcCtx *ctx, const Entry &entry, uint8_t number, uint16_t port);
 uint32_t Detach(CoapRpcCtx *ctx, const Entry &entry);
+uint32_t ReopenAt(CoapRpcCtx *ctx, uint8_t number, uint16_t port);
 
 // CallAddr is the address of a call to the CoAP port of a peer.
 CoapRpcCliAddr CallAddr(uint8_t from, uint8_t to, uint32_t code);

@@ -24,6 +24,7 @@ struct ObserveApp : App {
   uint32_t idlLen = 0;            // length that IDL builders claim; 0: the true one
   uint32_t numBuilt = 0;
   std::function<void(const std::string &key)> whileBuilding;
+  std::function<void(uint32_t num)> onNum;
   std::map<std::string, std::string> data;  // the application's own tuples
   uint32_t numWalks = 0;
 
@@ -35,6 +36,7 @@ struct ObserveApp : App {
   static int32_t KeyCmp(const void *a, const void *b) { return memcmp(a, b, 4); }
   static void OnObserverNum(uint64_t userData, uint32_t num) {
     Of(userData).observerNums.push_back(num);
+    if (Of(userData).onNum) Of(userData).onNum(num);
   }
 
   uint32_t Build(bool isJson, const std::string &key, const std::string *val, void *element) {

@@ -64,9 +64,19 @@ typedef struct CoapRpcSerIdlMsgBuf {
   uint32_t size; /* 65471 */
 } CoapRpcSerIdlMsgBuf;
 
-/* Callbacks of an observe record.  All are called from the host thread, inside a call of the
- * library or the I/O task, and must not call back into the instance, but for builders that change
- * tuples.
+/* Callbacks of an observe record, all called from the host thread:
+ *
+ *   callback                     called from                           may call back
+ *   tupleKeyCmp                  any call that has to do with tuples   nothing of the instance
+ *   keyToStr, valToStr           display commands                      nothing of the instance
+ *   onObserverNum                the I/O; also COAP_RpcSerUnsetUri,    anything but COAP_RpcUninit
+ *                                and COAP_RpcSerSetUri when it fails
+ *   buildUpdate, buildDelete,    the I/O                               anything but COAP_RpcUninit
+ *   getFirstTuple, getNextTuple
+ *
+ * A tuple that a builder changes is published with the next payload, not with the one being built.
+ * COAP_RpcUninit calls none of them but tupleKeyCmp.
+ * getFirstTuple and getNextTuple may also be walked by COAP_RpcIterateTupleFromApp.
  * `out` is a json_t object to fill (JSON entries) or a CoapRpcSerIdlMsgBuf (IDL entries). */
 typedef int32_t (*CoapRpcTupleKeyCmp)(const void *keyA, const void *keyB);
 typedef const char *(*CoapRpcTupleToStr)(const void *bytes, char *buf, uint32_t size);
@@ -113,6 +123,12 @@ COAP_RPC_API uint32_t COAP_RpcSerRegVtbl(CoapRpcCtx *ctx, const CoapRpcUriKey *k
  * first use, binds the entry and makes sure the URI's resource exists.  Attaching the key again to
  * another address moves it; the old listen stays until a later detach finds it empty.
  *
+ * A port that is held gives 1900000157 and leaves a listen without endpoint.  Attaching to it again
+ * returns 0 and serves nothing, also when the port is free by then.  Two ways out: open it with
+ * COAP_RpcSerReopen (coap_rpc_ext.h); or attach, detach with COAP_RpcSerUnsetUri, which deletes the
+ * listen when no other key is attached there, and attach again.  libcoap's warning "cannot open
+ * endpoint" names address, port and errno of each attempt.
+ *
  * Returns 0 or:  1900000077 null argument (asserted)     1900000082 family is neither 1 nor 2
  *                1900000087 IPv4 address 0               1900000152 no listen record
  *                1900000157 no endpoint (waits ~3 s; the listen stays without one)
@@ -123,15 +139,14 @@ COAP_RPC_API uint32_t COAP_RpcSerSetUri(CoapRpcCtx *ctx, const CoapRpcUriKey *ke
 
 /* COAP_RpcSerUnsetUri detaches a key from its address; the registration stays.  The listen and the
  * resource go with their last entry.
- * A port that is held gives 1900000157 and leaves a listen without endpoint.  Attaching to it again
- * returns 0 and serves nothing, also when the port is free by then.  Two ways out: open it with
- * COAP_RpcSerReopen (coap_rpc_ext.h); or attach, detach with COAP_RpcSerUnsetUri, which deletes the
- * listen when no other key is attached there, and attach again.  libcoap's warning "cannot open
- * endpoint" names address, port and errno of each attempt.
  *
+ * Its observers leave with listen or resource: onObserverNum is called before this returns, or,
+ * when a callback detaches, at the end of what called that.  When onObserverNum attaches the key
+ * again, it is attached when this returns.
  *
- * Returns 0 (also for an unknown key), the assertion's value for a null argument, or a code when
- * the key was not attached. */
+ * Returns 0, also for an unknown key, or:
+ *                1900001450 null argument (asserted)     1900001201 the key was not attached
+ *                1900001221 the key was not bound to its resource */
 COAP_RPC_API uint32_t COAP_RpcSerUnsetUri(CoapRpcCtx *ctx, const CoapRpcUriKey *key);
 
 /* COAP_RpcSerSendAsyncResponse answers an asynchronous request.  The answer goes out with the next

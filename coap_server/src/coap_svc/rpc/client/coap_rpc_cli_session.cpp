@@ -38,8 +38,8 @@ void LeaveAgingList(CoapRpcCliSession *session) {
 
 void FreeSession(CoapRpcCliData *cli, CoapRpcCliSession *session) {
   LeaveAgingList(session);
-  if (cli->deleteCliSession) cli->deleteCliSession(cli->owner, session);
   SessionTable(cli->sessionTree).Remove(session);
+  if (cli->deleteCliSession) cli->deleteCliSession(cli->owner, session);
   PoolFree(cli->owner->param.memHandle, session);
 }
 

@@ -93,12 +93,22 @@ void SetNotifyMode(CoapRpcCtx *ctx, coap_resource_t *resource, const CoapRpcUriK
   COAP_RPC_DEBUG(ctx, "set observe mode:%u.", mode);
 }
 
-// FreeRetired frees what callbacks gave up while libcoap was at work with it.
+// FreeRetired frees what was given up.  Observers are told that they are gone: what their callbacks
+// give up meanwhile is freed in the same run, and what they take back stays.
 void FreeRetired(CoapRpcCtx *ctx) {
+  if (ctx->lib->hasRetired != 0) {
+    ++ctx->ioDepth;
+    CoapRpcLibFreeRetired(ctx->lib->coapCtx);
+    --ctx->ioDepth;
+    ctx->lib->hasRetired = 0;
+  }
   SweepTargets(ctx);
-  if (ctx->lib->hasRetired == 0) return;
-  ctx->lib->hasRetired = 0;
-  CoapRpcLibFreeRetired(ctx->lib->coapCtx);
+}
+
+// Retired frees what has just been given up, unless libcoap is at work with it.
+void Retired(CoapRpcCtx *ctx) {
+  ctx->lib->hasRetired = 1;
+  if (ctx->ioDepth == 0) FreeRetired(ctx);
 }
 
 // EndTurn bounds what the datagrams of a turn made libcoap set aside, the next turn may come at
@@ -263,13 +273,8 @@ void COAP_RpcDeleteEndPoint(CoapRpcCtx *ctx, CoapRpcSerListen *listen) {
   if (!listen || !listen->endPoint) return;
   coap_endpoint_t *endPoint = listen->endPoint;
   listen->endPoint = nullptr;
-  if (ctx->ioDepth != 0) {
-    CoapRpcLibRetire(endPoint);
-    ctx->lib->hasRetired = 1;
-  } else {
-    CoapRpcLibDisconnectAll(endPoint);
-    coap_free_endpoint(endPoint);
-  }
+  CoapRpcLibRetire(endPoint);
+  Retired(ctx);
   COAP_RPC_DEBUG(ctx, "[CoapRpc]del endPoint success, addr:0x%x, port:%u.\n",
                  listen->key.listenAddr.addr.ipv4, listen->key.port);
 }
@@ -303,11 +308,7 @@ void COAP_RpcDeleteResource(CoapRpcCtx *ctx, const char *uri) {
   if (!resource || !coap_resource_get_userdata(resource)) return;
   // What libcoap still calls for this resource finds no instance then.
   coap_resource_set_userdata(resource, nullptr);
-  if (ctx->ioDepth != 0) {
-    ctx->lib->hasRetired = 1;
-  } else {
-    coap_delete_resource(ctx->lib->coapCtx, resource);
-  }
+  Retired(ctx);
   COAP_RPC_DEBUG(ctx, "[CoapRpc]del resource success, uri:%.*s.\n", COAP_RPC_URI_SIZE, uri);
 }
 

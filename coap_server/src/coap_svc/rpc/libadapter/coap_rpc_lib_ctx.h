@@ -93,14 +93,18 @@ CoapRpcLibSleep CoapRpcLibSetSleep(CoapRpcLibSleep sleepFunc);
  *
  * Called by a callback while libcoap is at work, the endpoint takes no further datagram but keeps
  * its address until libcoap is done with the run, so that the answer under way still leaves.  Such
- * an address can be opened again at once; a resource deleted there can be made again too. */
+ * an address can be opened again at once; a resource deleted there can be made again too.
+ *
+ * Calls onObserverNum for each observer that leaves.  What such a callback gives up or takes back
+ * is treated in the same way, this endpoint included. */
 COAP_RPC_API void COAP_RpcDeleteEndPoint(CoapRpcCtx *ctx, CoapRpcSerListen *listen);
 
 /* COAP_RpcCreateOrUpdateResource makes the resource of a key's uri, or makes an existing one
  * observable when the key is.  Returns 0 or 1900000071 when libcoap makes no resource. */
 COAP_RPC_API uint32_t COAP_RpcCreateOrUpdateResource(CoapRpcCtx *ctx, const CoapRpcUriKey *key);
 
-/* COAP_RpcDeleteResource deletes the resource of a uri, if there is one. */
+/* COAP_RpcDeleteResource deletes the resource of a uri, if there is one, as endpoints are deleted.
+ */
 COAP_RPC_API void COAP_RpcDeleteResource(CoapRpcCtx *ctx, const char *uri);
 
 /* I/O timers.  Start: 0 or 1900000156.  Refresh switches to the 100 ms task, once and for good:

@@ -133,18 +133,29 @@ static coap_resource_t *FirstWithoutUserData(coap_context_t *coapCtx) {
   return NULL;
 }
 
-/* Callbacks run meanwhile, so each search starts anew.  Sessions go before the resources that they
- * observe. */
+static void FreeEndPoint(coap_endpoint_t *endPoint) {
+  CoapRpcLibDisconnectAll(endPoint);
+  if (IsRetired(endPoint)) coap_free_endpoint(endPoint);
+}
+
+/* WakeUp lets libcoap look at its timers soon. */
+static void WakeUp(coap_context_t *coapCtx) {
+  coapCtx->next_timeout = 0;
+  coap_update_io_timer(coapCtx, 0);
+}
+
+/* Callbacks run meanwhile, so each search starts from the beginning.  Sessions go before the
+ * resources that they observe.  To the callbacks this is a turn of the I/O, at whose end the
+ * answers that they give would leave, but it is not one. */
 void CoapRpcLibFreeRetired(coap_context_t *coapCtx) {
-  coap_endpoint_t *endPoint;
-  while ((endPoint = FirstRetired(coapCtx)) != NULL) {
-    CoapRpcLibDisconnectAll(endPoint);
-    coap_free_endpoint(endPoint);
+  for (;;) {
+    coap_endpoint_t *endPoint = FirstRetired(coapCtx);
+    coap_resource_t *resource = endPoint ? NULL : FirstWithoutUserData(coapCtx);
+    if (endPoint) FreeEndPoint(endPoint);
+    if (resource) coap_delete_resource(coapCtx, resource);
+    if (!endPoint && !resource) break;
   }
-  coap_resource_t *resource;
-  while ((resource = FirstWithoutUserData(coapCtx)) != NULL) {
-    coap_delete_resource(coapCtx, resource);
-  }
+  WakeUp(coapCtx);
 }
 
 int CoapRpcLibFits(const coap_pdu_t *pdu, size_t len) {

@@ -23,7 +23,8 @@ coap_endpoint_t *CoapRpcLibNewEndPoint(coap_context_t *coapCtx, const coap_addre
 
 /* CoapRpcLibRetire ends reading from an endpoint that libcoap may be at work with.
  * CoapRpcLibReclaim resumes it and returns the retired endpoint of an address, or null.
- * CoapRpcLibFreeRetired frees all retired endpoints, and the resources without user data. */
+ * CoapRpcLibFreeRetired frees all retired endpoints, and the resources without user data; those too
+ * that become so meanwhile.  An endpoint that a callback reclaims meanwhile stays. */
 void CoapRpcLibRetire(coap_endpoint_t *endPoint);
 coap_endpoint_t *CoapRpcLibReclaim(coap_context_t *coapCtx, const coap_address_t *addr);
 void CoapRpcLibFreeRetired(coap_context_t *coapCtx);

@@ -144,8 +144,9 @@ void COAP_RpcSerConnUnBindAllUriVtbl(const void *, CoapRpcSerListen *listen) {
 
 void COAP_RpcSerConnTryDelListen(CoapRpcSerData *ser, CoapRpcSerListen *listen) {
   if (!EntriesOf(listen).IsEmpty()) return;
-  ser->deleteEndPoint(ser->owner, listen);
+  // Off the table first: closing calls the application, which may attach to the same address.
   TableOf(ser).Remove(listen);
+  ser->deleteEndPoint(ser->owner, listen);
   PoolFree(ser->owner->param.memHandle, listen);
 }
 
@@ -156,7 +157,8 @@ uint32_t COAP_RpcSerTryDelListen(CoapRpcCtx *ctx, const CoapRpcUriKey *key) {
   if (!listen) return Code(kSiteTryDelListenNotAttached);
   COAP_RpcSerConnUnBindUriVtbl(nullptr, nullptr, entry);
   COAP_RpcSerConnTryDelListen(ctx->ser, listen);
-  return COAP_RpcTryDelUriRes(ctx, key);
+  // Attached again by a callback: the resource is in use.
+  return entry->listen ? 0 : COAP_RpcTryDelUriRes(ctx, key);
 }
 
 char *COAP_RpcSerGetListenStr_(const CoapRpcSerListenAddr *addr, char *buf, uint32_t size) {

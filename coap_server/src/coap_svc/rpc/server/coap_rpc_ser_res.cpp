@@ -95,8 +95,9 @@ CoapRpcSerUriRes *COAP_RpcSerAddUriRes(CoapRpcSerData *ser, const char *uri) {
 
 void COAP_RpcSerTryDelUriRes(CoapRpcSerData *ser, CoapRpcSerUriRes *res) {
   if (!ResEntries(res->uriDataList).IsEmpty()) return;
-  ser->deleteResource(ser->owner, res->uri);
+  // Off the table first: deleting calls the application, which may attach to the same uri.
   TableOf(ser).Remove(res);
+  ser->deleteResource(ser->owner, res->uri);
   PoolFree(ser->owner->param.memHandle, res);
 }
 
