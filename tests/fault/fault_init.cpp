@@ -168,11 +168,73 @@ TEST_P(InitFault, LogDisabled_FailureIsNotLogged) {
   ExpectNothingLeft();
 }
 
+struct TableRows {
+  const KST_ModEntry *table;
+  uint32_t numRows;
+};
+
+// A host that runs the rows after one that failed as well.
+class InitGoesOn : public InitFault {
+ protected:
+  void SetUp() override {
+    InitFault::SetUp();
+    TestHost::Process().Mods().goesOn = true;
+  }
+
+  // StartWith starts an instance while the rows of the masks fail; only without any it lives.
+  void StartWith(const KST_ModEntry *table, uint32_t mask, uint32_t rootMask) {
+    SCOPED_TRACE(mask);
+    SCOPED_TRACE(rootMask);
+    ModsBehaviour &mods = TestHost::Process().Mods();
+    mods.failMasks = {{table, mask}, {g_CoapRpcModVTbl, rootMask}};
+    CoapRpcCtx *ctx = COAP_RpcInit(&param_);
+    if (rootMask != 0) EXPECT_EQ(ctx, nullptr);
+    COAP_RpcUninit(ctx);
+    mods.failMasks.clear();
+    ExpectNothingLeft();
+  }
+
+  const CoapRpcInitParam param_ = ParamOf(host_);
+};
+
+TEST_P(InitGoesOn, AnyRowsOfAnyTableFail_NothingIsLeft) {
+  static constexpr uint32_t kRootMasks = 1u << COAP_RPC_MOD_ROWS;
+  const TableRows inner[] = {{g_CoapRpcLibModVTbl, COAP_RPC_LIB_MOD_ROWS},
+                             {g_CoapRpcSerModVTbl, COAP_RPC_SER_MOD_ROWS},
+                             {g_CoapRpcCliModVTbl, COAP_RPC_CLI_MOD_ROWS}};
+  for (const auto &[table, numRows] : inner) {
+    for (uint32_t mask = 0; mask < 1u << numRows; ++mask) StartWith(table, mask, 0);
+    for (uint32_t rootMask = 0; rootMask < kRootMasks; ++rootMask) {
+      StartWith(table, 0, rootMask);
+      for (uint32_t row = 0; row < numRows; ++row) StartWith(table, 1u << row, rootMask);
+    }
+  }
+  ExpectNextStartWorks();
+}
+
+TEST_P(InitGoesOn, EveryAllocationFails_NothingIsLeft) {
+  uint64_t numCalls = host_.Pool().Failures().NumCalls();
+  { TestInstance ctx(host_); }
+  numCalls = host_.Pool().Failures().NumCalls() - numCalls;
+  for (uint64_t n = 1; n <= numCalls; ++n) {
+    SCOPED_TRACE(n);
+    for (const bool isOnce : {true, false}) {
+      if (isOnce) host_.Pool().Failures().FailOnce(n);
+      if (!isOnce) host_.Pool().Failures().FailFrom(n);
+      EXPECT_EQ(COAP_RpcInit(&param_), nullptr);
+      host_.Pool().Failures().Clear();
+      ExpectNothingLeft();
+    }
+  }
+  ExpectNextStartWorks();
+}
+
 std::string BehaviourName(const testing::TestParamInfo<bool> &unwinds) {
   return unwinds.param ? "Unwinds" : "UnwindsNothing";
 }
 
 INSTANTIATE_TEST_SUITE_P(Host, InitFault, testing::Bool(), BehaviourName);
+INSTANTIATE_TEST_SUITE_P(Host, InitGoesOn, testing::Values(false), BehaviourName);
 
 }  // namespace
 }  // namespace coap_rpc_test

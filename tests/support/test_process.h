@@ -6,6 +6,7 @@
 #define TEST_PROCESS_H
 
 #include <cstdint>
+#include <map>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -33,6 +34,9 @@ struct ModsBehaviour {
   const KST_ModEntry *failTable = nullptr;  // table with the row that fails; null: none
   uint32_t failRow = 0;                     // counted from 0; its init is not called ...
   uint32_t failResult = 0;                  // ... this is its result instead
+  bool goesOn = false;                      // the rows after one that failed run as well
+  // Rows that fail, uncalled, with result 1: bit 0 is the first one of the table.
+  std::map<const KST_ModEntry *, uint32_t> failMasks;
 };
 
 class TestProcess {

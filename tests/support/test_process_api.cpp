@@ -14,19 +14,25 @@ namespace {
 uint32_t InitRow(const KST_ModEntry *rows, uint32_t row, void *record) {
   const ModsBehaviour &mods = TestProcess::Get().Mods();
   if (rows == mods.failTable && row == mods.failRow) return mods.failResult;
+  const auto mask = mods.failMasks.find(rows);
+  if (mask != mods.failMasks.end() && (mask->second >> row & 1) != 0) return 1;
   return rows[row].init ? rows[row].init(record) : 0;
 }
 
 }  // namespace
 
 uint32_t KST_ModsInit(const KST_ModEntry *rows, void *record, uint32_t rowCount) {
+  const ModsBehaviour &mods = TestProcess::Get().Mods();
+  uint32_t firstFailure = 0;
   for (uint32_t row = 0; row < rowCount; ++row) {
     const uint32_t ret = InitRow(rows, row, record);
     if (ret == 0) continue;
-    if (TestProcess::Get().Mods().unwinds) KST_ModsUninit(rows, record, row);
-    return ret;
+    if (firstFailure == 0) firstFailure = ret;
+    if (mods.goesOn) continue;
+    if (mods.unwinds) KST_ModsUninit(rows, record, row);
+    break;
   }
-  return 0;
+  return firstFailure;
 }
 
 uint32_t KST_ModsUninit(const KST_ModEntry *rows, void *record, uint32_t rowCount) {

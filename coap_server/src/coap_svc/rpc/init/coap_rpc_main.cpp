@@ -38,6 +38,24 @@ void TakeDown(CoapRpcCtx *ctx) {
   COAP_RpcDataDelete_(ctx);
 }
 
+void WireClient(CoapRpcCliData &cli) {
+  cli.createCliSession = COAP_RpcCreateCliSession;
+  cli.deleteCliSession = COAP_RpcDeleteCliSession;
+  cli.sendRequest = COAP_RpcCliSendRequest;
+  cli.cancelRequest = COAP_RpcCliCancelRequest;
+  cli.refreshTaskTimer = COAP_RpcRefreshTaskTimer;
+  cli.setSvcFlag = COAP_RpcSetSvcFlag;
+}
+
+void WireServer(CoapRpcSerData &ser) {
+  ser.createEndPoint = COAP_RpcCreateEndPoint;
+  ser.deleteEndPoint = COAP_RpcDeleteEndPoint;
+  ser.createOrUpdateResource = COAP_RpcCreateOrUpdateResource;
+  ser.deleteResource = COAP_RpcDeleteResource;
+  ser.notifyObservers = COAP_RpcSerNotifyObservers;
+  ser.refreshTaskTimer = COAP_RpcRefreshTaskTimer;
+}
+
 }  // namespace
 
 CoapRpcCtx *COAP_RpcInit(const CoapRpcInitParam *param) {
@@ -116,22 +134,11 @@ void COAP_RpclibDataDelete_(CoapRpcCtx *ctx) {
   ctx->lib = nullptr;
 }
 
+// A side is missing when its row failed and the host runs the rows after it all the same.
 uint32_t COAP_RpcLibRegInit(void *root) {
   auto *ctx = static_cast<CoapRpcCtx *>(root);
-  CoapRpcCliData *cli = ctx->cli;
-  cli->createCliSession = COAP_RpcCreateCliSession;
-  cli->deleteCliSession = COAP_RpcDeleteCliSession;
-  cli->sendRequest = COAP_RpcCliSendRequest;
-  cli->cancelRequest = COAP_RpcCliCancelRequest;
-  cli->refreshTaskTimer = COAP_RpcRefreshTaskTimer;
-  cli->setSvcFlag = COAP_RpcSetSvcFlag;
-  CoapRpcSerData *ser = ctx->ser;
-  ser->createEndPoint = COAP_RpcCreateEndPoint;
-  ser->deleteEndPoint = COAP_RpcDeleteEndPoint;
-  ser->createOrUpdateResource = COAP_RpcCreateOrUpdateResource;
-  ser->deleteResource = COAP_RpcDeleteResource;
-  ser->notifyObservers = COAP_RpcSerNotifyObservers;
-  ser->refreshTaskTimer = COAP_RpcRefreshTaskTimer;
+  if (ctx->cli) WireClient(*ctx->cli);
+  if (ctx->ser) WireServer(*ctx->ser);
   ctx->libExt = &g_coapRpcLibExtOps;
   return 0;
 }
