@@ -203,6 +203,90 @@ TEST_F(ClientRequest, RelationThatMovesToAnotherPeer_DrawsATokenThere) {
   other.Send(AckOf(moved));
 }
 
+class MovedRelation : public ClientRequest {
+ protected:
+  MovedRelation() {
+    Register(key_, &app_);
+    Move(peer_);
+    first_ = Next(peer_);
+    peer_.Send(AnswerOf(first_, Code(2, 5)).AddUint(kOptObserve, 1).PayloadText("x"));
+    Ticks(20);
+  }
+
+  // Move calls the relation's key and parameter at a peer.
+  void Move(const RawPeer &peer, uint64_t userData = 1) {
+    const CoapRpcCliReqParam param = ParamOf(userData);
+    const CoapRpcCliAddr addr = AddrOf(peer);
+    EXPECT_EQ(COAP_RpcCliObserveReq(Ctx(), &key_, &param, &addr), 0U);
+  }
+
+  App app_;
+  const CoapRpcUriKey key_ = KeyOf("a", COAP_RPC_CON, 1);
+  RawPeer other_{UdpAddress{"127.0.0.2", 0}};
+  CoapMessage first_;
+};
+
+TEST_F(MovedRelation, KeepsItsTokenThereAndBack) {
+  Move(other_);
+  const CoapMessage there = Next(other_);
+  other_.Send(AckOf(there));
+  EXPECT_EQ(there.token, first_.token);
+  Move(other_, 2);
+  const CoapMessage fresh = Next(other_);
+  other_.Send(AckOf(fresh));
+  EXPECT_NE(fresh.token, there.token) << "drawn after it";
+  Move(peer_);
+  const CoapMessage back = Next(peer_);
+  peer_.Send(AckOf(back));
+  EXPECT_EQ(back.token, first_.token);
+}
+
+TEST_F(MovedRelation, TokenTakenBeforeItIsSent_IsGivenUp) {
+  Move(other_, 2);
+  Move(other_);
+  const CoapMessage fresh = Next(other_);
+  other_.Send(AckOf(fresh));
+  EXPECT_EQ(fresh.token, first_.token);
+  const CoapMessage moved = Next(other_);
+  other_.Send(AckOf(moved));
+  EXPECT_NE(moved.token, fresh.token);
+}
+
+TEST_F(MovedRelation, EndedBeforeItIsSent_LeavesOthersWithItsTokenAlone) {
+  Move(other_, 2);
+  const CoapMessage stays = Next(other_);
+  other_.Send(AnswerOf(stays, Code(2, 5)).AddUint(kOptObserve, 1).PayloadText("y"));
+  Ticks(20);
+  Move(other_);
+  const CoapRpcCliReqParam param = ParamOf(1);
+  const CoapRpcCliAddr addr = AddrOf(other_);
+  EXPECT_EQ(COAP_RpcCliObserveUnReq(Ctx(), &key_, &param, &addr), 0U);
+  EXPECT_FALSE(other_.ReceiveMessage(Pump(), kNothingComes));
+}
+
+TEST_F(MovedRelation, Ended_FormerPeerIsToldToo) {
+  Move(other_);
+  const CoapMessage there = Next(other_);
+  other_.Send(AnswerOf(there, Code(2, 5)).AddUint(kOptObserve, 1).PayloadText("y"));
+  Ticks(20);
+  EXPECT_EQ(UnObserve(key_), 0U);  // names the former one
+  for (RawPeer *peer : {&other_, &peer_}) {
+    const CoapMessage cancel = Next(*peer);
+    EXPECT_EQ(cancel.token, first_.token);
+    EXPECT_EQ(cancel.Values(kOptObserve), std::vector<Bytes>{{1}});
+    if (cancel.type == CoapType::kCon) peer->Send(AckOf(cancel));
+  }
+}
+
+TEST_F(MovedRelation, FormerSessionAges_PeerIsTold) {
+  Move(other_);
+  other_.Send(AckOf(Next(other_)));
+  for (int i = 0; i < 95; ++i) host_.AdvanceMs(1000);
+  const CoapMessage cancel = Next(peer_);
+  EXPECT_EQ(cancel.token, first_.token);
+  EXPECT_EQ(cancel.Values(kOptObserve), std::vector<Bytes>{{1}});
+}
+
 class ClientCheckCode : public ClientRequest {
  protected:
   void SetUp() override { Register(key_, &app_); }

@@ -118,6 +118,11 @@ COAP_RPC_API uint32_t COAP_RpcCliConReq(CoapRpcCtx *ctx, const CoapRpcUriKey *ke
  * nothing sent, COAP_RpcCliObserveReqBatch asks for everything; both take effect from the second
  * call with the same key, parameter and peer on.
  *
+ * A call with the same key and parameter and another peer moves the relation there.  It keeps its
+ * token, unless a relation or transfer with that peer has the same.  The former peer is not told:
+ * it notifies for as long as other requests keep its session, and is told when that session is
+ * given up, 90 seconds after its last request.
+ *
  * Returns 0 or:  1900001017, 1900001020, 1900001023 null argument (asserted)
  *                1900001018, 1900001021, 1900001024 bad addresses
  *                1900001028, 1900001029, 1900001030 dstPort is not a port
@@ -133,7 +138,9 @@ COAP_RPC_API uint32_t COAP_RpcCliObserveReqBatch(CoapRpcCtx *ctx, const CoapRpcU
                                                  const CoapRpcCliAddr *addr);
 
 /* COAP_RpcCliObserveUnReq ends an observe relation and forgets its record, and its session when no
- * other request is bound to it.
+ * other request is bound to it.  A relation that has moved is ended at the peer where it is now,
+ * whichever of the two `addr` names, if there is a session with the one named.  The former peer is
+ * told when its session is given up, which naming it here brings about.
  *
  * Returns 0, also for an unknown relation; the assertion's value for a null argument. */
 COAP_RPC_API uint32_t COAP_RpcCliObserveUnReq(CoapRpcCtx *ctx, const CoapRpcUriKey *key,

@@ -138,8 +138,7 @@ void COAP_RpcCliDelReqData(CoapRpcCliData *cli, CoapRpcCliReqData *req) {
 
 void COAP_RpcCliReqBindSession(CoapRpcCliData *cli, CoapRpcCliSession *session,
                                CoapRpcCliReqData *req) {
-  // Tokens are drawn from a session's own count: on another one it may be taken.
-  if (req->session && req->session != session) req->tokenLen = 0;
+  if (req->session && req->session != session) req->isTokenForeign = 1;
   COAP_RpcCliReqUnbindSession(cli, req);
   req->session = session;
   SessionReqs(session->uriDataList).Append(req);

@@ -34,6 +34,7 @@ struct CoapRpcCliReqData {
   uint32_t mode;              /* check-code mode of the next send */
   uint32_t holds;             /* functions at work on the record; a held one is not freed */
   uint32_t isDropped;         /* 1: deleted while held, in no table; freed with the last hold */
+  uint32_t isTokenForeign;    /* 1: moved here and not sent since: the token may be taken here */
 };
 
 /* Module rows; the record is the CoapRpcCliData. */
@@ -60,7 +61,8 @@ COAP_RPC_API CoapRpcCliReqData *COAP_RpcCliAddReqData(CoapRpcCliData *cli,
 COAP_RPC_API void COAP_RpcCliDelReqData(CoapRpcCliData *cli, CoapRpcCliReqData *req);
 
 /* Binding of a record to one session; the old session is offered to the aging list.  A record that
- * moves to another session loses its token. */
+ * moves to another session keeps its token, unless it turns out to be taken there when it is sent.
+ */
 COAP_RPC_API void COAP_RpcCliReqBindSession(CoapRpcCliData *cli, CoapRpcCliSession *session,
                                             CoapRpcCliReqData *req);
 COAP_RPC_API void COAP_RpcCliReqUnbindSession(CoapRpcCliData *cli, CoapRpcCliReqData *req);

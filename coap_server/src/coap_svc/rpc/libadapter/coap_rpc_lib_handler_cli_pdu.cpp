@@ -5,10 +5,12 @@
 #include "coap_svc/rpc/client/coap_rpc_cli_session.h"
 #include "coap_svc/rpc/client/coap_rpc_cli_uri.h"
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
+#include "coap_svc/rpc/common/coap_rpc_list.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/common/coap_rpc_safe.h"
 #include "coap_svc/rpc/common/coap_rpc_text.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_lookup.h"
 
 namespace {
@@ -22,16 +24,35 @@ size_t AddUint(coap_pdu_t *pdu, coap_option_num_t number, uint32_t value, uint8_
   return coap_add_option(pdu, number, coap_encode_var_safe(scratch, kScratchSize, value), scratch);
 }
 
-// AddObserve adds the relation's token, which is drawn once and kept for resends and the cancel,
-// and the Observe option.
+// DrawToken gives a relation its token, which is kept for resends and the cancel.
+void DrawToken(coap_session_t *session, CoapRpcCliReqData *req) {
+  size_t len = 0;
+  coap_session_new_token(session, &len, req->token);
+  req->tokenLen = len;
+}
+
+bool HasTokenOf(const CoapRpcCliReqData &other, const CoapRpcCliReqData &req) {
+  return &other != &req && other.tokenLen == req.tokenLen &&
+         memcmp(other.token, req.token, req.tokenLen) == 0;
+}
+
+// MayKeepToken says whether a token that another session has drawn means nothing else in this one.
+bool MayKeepToken(CoapRpcCliSession *session, const CoapRpcCliReqData &req) {
+  const COAP_RPC_LIST(CoapRpcCliReqData, sessionLink) reqs(session->uriDataList);
+  const coap_bin_const_t token{static_cast<size_t>(req.tokenLen), req.token};
+  return !reqs.FindIf([&](const CoapRpcCliReqData &other) { return HasTokenOf(other, req); }) &&
+         CoapRpcLibClaimToken(session->coapSession, &token) != 0;
+}
+
+// AddObserve adds the relation's token and the Observe option.
 void AddObserve(CoapRpcCtx *ctx, coap_pdu_t *pdu, uint8_t *scratch, CoapRpcCliSession *session,
                 CoapRpcCliReqData *req) {
   COAP_RPC_DEBUG(ctx, "observer req set option.");
+  if (req->isTokenForeign != 0 && !MayKeepToken(session, *req)) req->tokenLen = 0;
+  req->isTokenForeign = 0;
   if (req->tokenLen == 0) {
     COAP_RPC_DEBUG(ctx, "observer req token init.");
-    size_t len = 0;
-    coap_session_new_token(session->coapSession, &len, req->token);
-    req->tokenLen = len;
+    DrawToken(session->coapSession, req);
   }
   coap_add_token(pdu, req->tokenLen, req->token);
   AddUint(pdu, COAP_OPTION_OBSERVE, COAP_OBSERVE_ESTABLISH, scratch);

@@ -187,6 +187,8 @@ void COAP_RpcLogPayloadDetail(CoapRpcCtx *ctx, const CoapRpcCliReqData *req,
 void COAP_RpcCliCancelRequest(CoapRpcCtx *ctx, CoapRpcCliSession *session, CoapRpcCliReqData *req) {
   if (!session || !session->coapSession || !req || req->key.uri.observe == 0) return;
   if (req->key.uri.msgType > COAP_MESSAGE_RST) return;
+  // Never sent to this peer: what has the token here is another relation.
+  if (req->isTokenForeign != 0) return;
   coap_binary_t *token = coap_new_binary(req->tokenLen);
   if (!token) return;
   if (req->tokenLen != 0) memcpy(token->s, req->token, req->tokenLen);

@@ -215,6 +215,29 @@ void CoapRpcLibRenewSource(coap_session_t *session) {
   getsockname(fd, &local->addr.sa, &local->size);
 }
 
+/* IsTokenInUse does not count relations, whose tokens are their records'. */
+static int IsTokenInUse(const coap_session_t *session, const coap_bin_const_t *token) {
+  const coap_lg_crcv_t *answer;
+  LL_FOREACH(session->lg_crcv, answer) {
+    coap_opt_iterator_t it;
+    if (!coap_binary_equal(answer->app_token, token)) continue;
+    if (!coap_check_option(&answer->pdu, COAP_OPTION_OBSERVE, &it)) return 1;
+  }
+  const coap_lg_xmit_t *body;
+  LL_FOREACH(session->lg_xmit, body) {
+    if (!COAP_PDU_IS_REQUEST(&body->pdu) || !body->b.b1.app_token) continue;
+    if (coap_binary_equal(body->b.b1.app_token, token)) return 1;
+  }
+  return 0;
+}
+
+int CoapRpcLibClaimToken(coap_session_t *session, const coap_bin_const_t *token) {
+  if (IsTokenInUse(session, token)) return 0;
+  const uint64_t number = coap_decode_var_bytes8(token->s, token->length);
+  if (session->tx_token < number) session->tx_token = number;
+  return 1;
+}
+
 void CoapRpcLibMayCancel(const coap_session_t *session, const coap_binary_t *token) {
   coap_lg_crcv_t *relation;
   LL_FOREACH(session->lg_crcv, relation) {

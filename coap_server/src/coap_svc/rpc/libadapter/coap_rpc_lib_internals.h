@@ -60,6 +60,10 @@ void CoapRpcLibExpireBlocks(coap_session_t *session, const void *appPtr, uint32_
  * one that it was opened with may be gone. */
 void CoapRpcLibRenewSource(coap_session_t *session);
 
+/* CoapRpcLibClaimToken lets a client session use a token that it did not draw: those that it draws
+ * come after it.  Returns 0, changing nothing, when a block transfer without Observe has it. */
+int CoapRpcLibClaimToken(coap_session_t *session, const coap_bin_const_t *token);
+
 /* CoapRpcLibMayCancel lets coap_cancel_observe cancel a relation whose answer is still to come: the
  * server may have it all the same. */
 void CoapRpcLibMayCancel(const coap_session_t *session, const coap_binary_t *token);
