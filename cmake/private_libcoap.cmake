@@ -1,6 +1,6 @@
 # coap_rpc_private_libcoap(<shared library>): links libcoap into our shared library, so that
-#   - its exported functions keep their names in the dynamic symbol table: backtrace_symbols() and
-#     dladdr() find them, which the log handler relies on;
+#   - its functions keep their names in the dynamic symbol table, those too that libcoap itself does
+#     not export: backtrace_symbols() and dladdr() find them, which the log handler relies on;
 #   - another libcoap may live in the same process or stand in the same link line, in any order.
 #
 # Four things work together:
@@ -14,16 +14,16 @@
 #     the first version of a library even when it is hidden, but never to a later one;
 #   - -Bsymbolic-functions binds our own calls inside the library, so that they cannot reach another
 #     libcoap.  The -functions form leaves our exported data alone, which a program may have copied
-#     into itself; libcoap exports functions only.
-# Functions of libcoap that are not in its list of exported names are local.
+#     into itself; libcoap's data is local, by name, so that it need not be bound.
+# Static functions of libcoap have no names here.
 
 if(CMAKE_CROSSCOMPILING AND NOT CMAKE_CROSSCOMPILING_EMULATOR)
   message(FATAL_ERROR "elf_hide_version runs during the build: set CMAKE_CROSSCOMPILING_EMULATOR")
 endif()
 
 function(coap_rpc_private_libcoap target)
-  file(STRINGS ${COAP_RPC_LIBCOAP_DIR}/libcoap-3.sym names REGEX "^coap_[a-z0-9_]+$")
-  list(JOIN names ";\n    " COAP_RPC_LIBCOAP_NAMES)
+  set(data coap_error coap_layers_coap coap_started coap_uri_scheme)
+  list(JOIN data ";\n    " COAP_RPC_LIBCOAP_DATA)
   set(script ${CMAKE_CURRENT_BINARY_DIR}/${target}.map)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/coap_svc_rpc.map.in ${script} @ONLY)
 

@@ -10,7 +10,7 @@ function(run_readelf option out)
   set(${out} "${lines}" PARENT_SCOPE)
 endfunction()
 
-# Every libcoap name is there, and under a non-default version of ours.
+# Every function of libcoap is there, and under a non-default version of ours; none of its data is.
 run_readelf(--dyn-syms lines)
 set(numNames 0)
 foreach(line IN LISTS lines)
@@ -18,6 +18,9 @@ foreach(line IN LISTS lines)
     set(symbol ${CMAKE_MATCH_1})
     if(NOT symbol MATCHES "^coap_[a-z0-9_]+@COAP_SVC_RPC_LIBCOAP$")
       message(SEND_ERROR "not private: ${symbol}")
+    endif()
+    if(NOT line MATCHES " FUNC ")
+      message(SEND_ERROR "no function: ${line}")
     endif()
     math(EXPR numNames "${numNames} + 1")
   elseif(line MATCHES " ([^ ]+)@COAP_SVC_RPC_1.0" AND
@@ -27,6 +30,11 @@ foreach(line IN LISTS lines)
 endforeach()
 if(numNames LESS 100)
   message(SEND_ERROR "only ${numNames} libcoap names in the dynamic symbol table")
+endif()
+# One that libcoap does not export.
+list(FILTER lines INCLUDE REGEX " coap_endpoint_get_session@")
+if(NOT lines)
+  message(SEND_ERROR "libcoap's internal functions have no names")
 endif()
 
 # Nothing of libcoap is looked up at run time, so nobody else's can be found.

@@ -24,16 +24,23 @@ extern "C" char **backtrace_symbols(void *const *frames, int size) {
   return reinterpret_cast<Symbols>(dlsym(RTLD_NEXT, "backtrace_symbols"))(frames, size);
 }
 
-TEST(WireNames, SharedLibrary_NamesLibcoapsExportedFunctions) {
+class WireNames : public testing::Test {
+ protected:
+  WireNames() {
+    CoapRpcSerListenAddr addr = {};
+    addr.listenAddr.family = COAP_RPC_IPV4;
+    addr.listenAddr.addr.ipv4 = INADDR_LOOPBACK;
+    addr.port = FindFreeUdpPort();
+    EXPECT_NE(COAP_RpcCreateEndPoint(ctx, &addr), nullptr);
+    peer.SetRemote({"127.0.0.1", addr.port});
+  }
+
   TestHost host;
-  TestInstance ctx(host);
-  CoapRpcSerListenAddr addr = {};
-  addr.listenAddr.family = COAP_RPC_IPV4;
-  addr.listenAddr.addr.ipv4 = INADDR_LOOPBACK;
-  addr.port = FindFreeUdpPort();
-  ASSERT_NE(COAP_RpcCreateEndPoint(ctx, &addr), nullptr);
+  TestInstance ctx{host};
   RawPeer peer;
-  peer.SetRemote({"127.0.0.1", addr.port});
+};
+
+TEST_F(WireNames, SharedLibrary_NamesLibcoapsExportedFunctions) {
   for (uint16_t id = 1; id <= 2; ++id) {
     host.ClearLogs();
     g_numLookups = 0;
@@ -46,4 +53,15 @@ TEST(WireNames, SharedLibrary_NamesLibcoapsExportedFunctions) {
     EXPECT_TRUE(host.HasLog("[CoapRpc][coap_show_pdu], level = 7, msg = v:1 t:ACK c:4.04 i:" +
                             hexId + " {01} [ ] :: 'Not Found'\n"));
   }
+}
+
+TEST_F(WireNames, SharedLibrary_NamesFunctionsThatLibcoapDoesNotExport) {
+  peer.Send(Request(CoapType::kCon, kCodeGet, 1, {1}).AddPath("x"));
+  ASSERT_TRUE(peer.ReceiveMessage([&] { host.AdvanceMs(1000); }));
+  const std::string prefix = "[CoapRpc][coap_endpoint_get_session], level = 7, msg = ***";
+  bool isNamed = false;
+  for (const LogRecord &record : host.LogsOf("CORP_RpcLibCoapLog")) {
+    isNamed |= record.text.starts_with(prefix);
+  }
+  EXPECT_TRUE(isNamed);
 }
