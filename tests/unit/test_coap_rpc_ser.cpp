@@ -272,14 +272,14 @@ TEST_F(Ser, SetUri_ResourceFails_Gives0) {
   EXPECT_EQ(Host().LogsOf("COAP_RpcSerSetUri").size(), 0u);
 }
 
-TEST_F(Ser, UnsetUri_NullArgument_GivesAssertionsResult) {
+TEST_F(Ser, UnsetUri_NullArgument_Gives1900001450) {
   const CoapRpcUriKey key = KeyOf("a");
-  EXPECT_EQ(COAP_RpcSerUnsetUri(nullptr, &key), kAssertResult);
-  EXPECT_EQ(COAP_RpcSerUnsetUri(ctx_, nullptr), kAssertResult);
+  EXPECT_EQ(COAP_RpcSerUnsetUri(nullptr, &key), 1900001450u);
+  EXPECT_EQ(COAP_RpcSerUnsetUri(ctx_, nullptr), 1900001450u);
+  EXPECT_STREQ(COAP_RpcErrStr(1900001450), "COAP_RpcSerUnsetUri: null argument");
   EXPECT_EQ(Asserts(), (std::vector<AssertRecord>(2, {kPath, 114})));
 }
 
-TEST_F(Ser, UnsetUri_UnregisteredKey_Gives0) { EXPECT_EQ(Unset(KeyOf("no")), 0u); }
 TEST_F(Ser, Reopen_NullArgument_Gives1900001452AndAssertsLine1451) {
   EXPECT_EQ(COAP_RpcSerReopen(nullptr, &kAddrA), 1900001452u);
   EXPECT_EQ(COAP_RpcSerReopen(ctx_, nullptr), 1900001452u);
@@ -308,6 +308,7 @@ TEST_F(Ser, Reopen_BareListen_OpensOnceUntilItHasAnEndPoint) {
   EXPECT_EQ(adapter_.events.size(), 2u) << "it has its endpoint";
 }
 
+TEST_F(Ser, UnsetUri_UnregisteredKey_Gives0) { EXPECT_EQ(Unset(KeyOf("no")), 0u); }
 
 TEST_F(Ser, UnsetUri_NeverAttached_Gives1900001201) {
   ASSERT_EQ(Register(KeyOf("a")), 0u);

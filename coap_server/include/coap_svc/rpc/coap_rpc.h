@@ -22,7 +22,8 @@ COAP_RPC_API CoapRpcCtx *COAP_RpcInit(const CoapRpcInitParam *param);
 COAP_RPC_API void COAP_RpcUninit(CoapRpcCtx *ctx);
 
 /* COAP_RpcErrStr gives the English meaning of a result code, "success" for 0 and "unknown code"
- * for a number that the library never returns.  The text is constant. */
+ * for any other number, such as what COAP_RpcCliObserveUnReq passes on from the host's TARN_Assert.
+ * The text is constant. */
 COAP_RPC_API const char *COAP_RpcErrStr(uint32_t code);
 
 /* CoapRpcLogData is a URI under diagnosis; opaque. */

@@ -210,10 +210,10 @@ inline uint32_t Violated(const Site &site) {
   X(GetRpcDataOutLen,        "COAP_GetRpcData",                       230, 3) \
   X(AddUriPathNoEntry,       "COAP_RpcAddUriPath",                    806, 3) \
   X(IdlPayloadNoMemory,      "COAP_RpcSerHandleIdlGetPayload",        607, 3) \
+  X(IdlMsgTooLong,           "COAP_RpcSerHandleIdlGetPayload",       1455, 3) \
   X(OneIdlMsgNoBuilder,      "COAP_RpcSerHandleOneIdlMsg",            468, 3) \
   X(OneIdlMsgNoBuffer,       "COAP_RpcSerHandleOneIdlMsg",            473, 3) \
   X(ObserveUpdateNoEntry,    "COAP_RpcSerHandleObserveUpdate",       1021, 3) \
-  X(IdlMsgTooLong,           "COAP_RpcSerHandleIdlGetPayload",       1455, 3) \
   X(IterateEnd,              "COAP_RpcIterateTupleFromApp",          1031, 3) \
   X(AddUriTuple,             "COAP_RpcSerAddUriTuple",               1041, 3) \
   X(UpdateUriTuple,          "COAP_RpcSerUpdateUriTuple",            1042, 3) \

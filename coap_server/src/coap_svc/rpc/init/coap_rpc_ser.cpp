@@ -84,7 +84,7 @@ uint32_t COAP_RpcSerSetUri(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
 }
 
 uint32_t COAP_RpcSerUnsetUri(CoapRpcCtx *ctx, const CoapRpcUriKey *key) {
-  if (!ctx || !key) return Assert(kSiteSerUnsetUriNullArg);
+  if (!ctx || !key) return Violated(kSiteSerUnsetUriNullArg);
   return COAP_RpcSerTryDelListen(ctx, key);
 }
 
