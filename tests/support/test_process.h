@@ -36,7 +36,7 @@ struct ModsBehaviour {
   uint32_t failResult = 0;                  // ... this is its result instead
   bool goesOn = false;                      // the rows after one that failed run as well
   // Rows that fail, uncalled, with result 1: bit 0 is the first one of the table.
-  std::map<const KST_ModEntry *, uint32_t> failMasks;
+  std::map<const KST_ModEntry *, uint32_t> failMasks = {};
 };
 
 class TestProcess {
