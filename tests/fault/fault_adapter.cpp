@@ -171,7 +171,8 @@ TEST_F(FaultAdapter, NoFileDescriptors_EndPointIsNullAfterThreeAttempts) {
   ASSERT_EQ(records.size(), 3u);
   EXPECT_EQ(records[0].level, 2u);
   EXPECT_NE(records[0].text.find(
-                ", level = 4, msg = cannot open endpoint 127.0.0.1:0: Too many open files\n"),
+                ", level = 4, msg = cannot open endpoint 127.0.0.1:0: Too many open files "
+                "(errno 24)\n"),
             std::string::npos);
   EXPECT_NE(rig.Open(Ipv4Listen("127.0.0.1", 0)).endPoint, nullptr);
 }
