@@ -124,6 +124,9 @@ TEST_F(AttachedWhileDetached, CallbackAnswersARequest_TheDescriptorSaysSo) {
   asker.Send(Get(CoapType::kCon, "ask", "?"));
   EXPECT_TRUE(Next(asker));
   ASSERT_EQ(ask.handles.size(), 1u);
+  CoapRpcSerListenAddr there = Here();
+  there.port = 5684;
+  EXPECT_EQ(Attach(KeyOf("ask"), there), 0u) << "so that the endpoint is closed";
   app_.onNum = [&](uint32_t num) {
     const uint8_t byte = 'x';
     if (num == 0) EXPECT_EQ(COAP_RpcSerSendAsyncResponse(Ctx(), ask.handles[0], &byte, 1), 0u);
