@@ -396,6 +396,12 @@ static int IsEndPoint(const struct epoll_event *event) {
   return sock && sock->endpoint;
 }
 
+/* HasDatagram says whether there is something to read, rather than an error or a hang-up, which may
+ * come back after each read. */
+static int HasDatagram(const struct epoll_event *event) {
+  return event->data.ptr && (event->events & EPOLLIN) && !(event->events & (EPOLLHUP | EPOLLRDHUP));
+}
+
 /* An endpoint's event is repeated, because libcoap reads one datagram for each; a read too many
  * finds nothing.  A client session's event is not: a callback may free the session.  Endpoints come
  * last: errno then tells whether the last one has run dry.  Should something else have set it, a
@@ -406,10 +412,10 @@ int CoapRpcLibServeReady(coap_context_t *coapCtx, unsigned perEndPoint, int isAg
   const unsigned repeats = perEndPoint < kMaxPerEndPoint ? perEndPoint : kMaxPerEndPoint;
   const int numReady = epoll_wait(coapCtx->epfd, ready, kMaxReady, 0);
   size_t numEvents = 0;
-  int isSocketReady = 0;
+  int isDatagramReady = 0;
   if (isAgain && numReady <= 0) return kCoapRpcLibIdle;
   for (int i = 0; i < numReady; ++i) {
-    if (ready[i].data.ptr) isSocketReady = 1;
+    if (HasDatagram(&ready[i])) isDatagramReady = 1;
     if (!IsEndPoint(&ready[i])) events[numEvents++] = ready[i];
   }
   for (int i = 0; i < numReady; ++i) {
@@ -417,6 +423,6 @@ int CoapRpcLibServeReady(coap_context_t *coapCtx, unsigned perEndPoint, int isAg
   }
   errno = 0;
   coap_io_do_epoll(coapCtx, events, numEvents);
-  if (!isSocketReady) return kCoapRpcLibIdle;
+  if (!isDatagramReady) return kCoapRpcLibIdle;
   return errno == EAGAIN ? kCoapRpcLibDry : kCoapRpcLibMore;
 }

@@ -113,7 +113,7 @@ void CoapRpcLibClearBody(coap_pdu_t *pdu);
 
 /* What CoapRpcLibServeReady found. */
 enum {
-  kCoapRpcLibIdle, /* no socket was ready */
+  kCoapRpcLibIdle, /* no socket had a datagram, though maybe an error */
   kCoapRpcLibDry,  /* the last read of an endpoint found nothing more */
   kCoapRpcLibMore  /* each found something, as far as one can tell */
 };
