@@ -100,8 +100,10 @@ void CoapRpcLibDisconnectAll(coap_endpoint_t *endPoint) {
   }
 }
 
+/* Nor is it watched any more: libcoap looks again while many sockets are ready. */
 void CoapRpcLibRetire(coap_endpoint_t *endPoint) {
   endPoint->sock.flags &= (coap_socket_flags_t)~COAP_SOCKET_WANT_READ;
+  epoll_ctl(endPoint->context->epfd, EPOLL_CTL_DEL, endPoint->sock.fd, NULL);
 }
 
 static int IsRetired(const coap_endpoint_t *endPoint) {
@@ -113,6 +115,7 @@ coap_endpoint_t *CoapRpcLibReclaim(coap_context_t *coapCtx, const coap_address_t
   LL_FOREACH(coapCtx->endpoint, endPoint) {
     if (!IsRetired(endPoint) || !coap_address_equals(&endPoint->bind_addr, addr)) continue;
     endPoint->sock.flags |= COAP_SOCKET_WANT_READ;
+    coap_epoll_ctl_add(&endPoint->sock, EPOLLIN, __func__);
     return endPoint;
   }
   return NULL;
