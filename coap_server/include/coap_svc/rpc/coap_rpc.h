@@ -13,6 +13,10 @@ COAP_RPC_C_BEGIN
  *
  *   param   copied, its name included
  *
+ * A process that forks while it has an instance: the child does nothing with it, it calls exec or
+ * _exit.  It shares the sockets, timer and event set of the parent; its COAP_RpcUninit would take
+ * the parent's sockets out of the set.  All descriptors are closed on exec.
+ *
  * Returns the new instance, or null: null parameter or name (asserted), no memory, or a component
  * that did not start (logged as "[CoapRpc]ret(%u), ng"; everything is taken down again). */
 COAP_RPC_API CoapRpcCtx *COAP_RpcInit(const CoapRpcInitParam *param);
