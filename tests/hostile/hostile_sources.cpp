@@ -5,6 +5,7 @@ namespace coap_rpc_test {
 namespace {
 
 constexpr int kNumSources = 60'000 / kSlowdown;
+constexpr int kBatch = 200;  // sources that send twice before the next ones do
 
 // What 1000 idle sessions, 1000 observers and 500 targets of asynchronous answers amount to.
 constexpr uint64_t kMaxHeap = 4 * 1024 * 1024;
@@ -113,6 +114,58 @@ TEST_F(HostileSources, Uploads) {
     return part.AddBlock(kOptBlock1, {0, true, 6}).AddUint(kOptSize1, kBodyLen);
   });
   ExpectBounded(10, (64 + 32) * kBodyLen + kMaxHeap, 1);
+  ExpectAllForgotten();
+}
+
+// Blocks that do not fit together: the second of each source has another size than the first.
+TEST_F(HostileSources, UploadsOfMixedBlockSizes) {
+  constexpr uint32_t kBodyLen = 1024 * 1024;
+  CoapBlock block = {};
+  const auto part = [&](int) {
+    CoapMessage message = Post(CoapType::kCon, "sync", std::string(size_t{16} << block.szx, 'u'));
+    return message.AddBlock(kOptBlock1, block).AddUint(kOptSize1, kBodyLen);
+  };
+  for (int i = 0; i < kNumSources / kBatch; ++i) {
+    block = {0, true, static_cast<uint8_t>(i % 7)};
+    FromEverywhere(kBatch, part);
+    block = {1, i % 2 == 0, static_cast<uint8_t>((i + 3) % 7)};
+    FromEverywhere(kBatch, part);
+  }
+  ExpectBounded(10, (64 + 32) * kBodyLen + kMaxHeap, 1);
+  ExpectAllForgotten();
+}
+
+// The size that stands for none.
+TEST_F(HostileSources, ReservedBlockSize) {
+  FromEverywhere(kNumSources, [&](int i) {
+    const uint16_t option = i % 2 == 0 ? kOptBlock1 : kOptBlock2;
+    CoapMessage message = Post(i % 3 == 0 ? CoapType::kNon : CoapType::kCon,
+                               Paths()[static_cast<size_t>(i) % Paths().size()], "part");
+    if (i % 5 == 0) message.AddUint(kOptObserve, 0).code = kCodeGet;
+    return message.Add(option, {static_cast<uint8_t>(i % 7 << 4 | 0x0F)});
+  });
+  ExpectBounded(2200, kMaxHeap, 502);  // some ask asynchronously, some observe
+  ExpectAllForgotten();
+}
+
+// Acknowledgements and resets of nothing, with and without code and token, and what they say comes
+// from observers and askers as well.
+TEST_F(HostileSources, RepliesToNothing) {
+  const auto reply = [&](int i) {
+    const CoapType type = i % 2 == 0 ? CoapType::kAck : CoapType::kRst;
+    const auto code = static_cast<uint8_t>(i % 4 < 2 ? 0 : i);
+    CoapMessage message = Request(type, code, static_cast<uint16_t>(i * 7919));
+    if (code != 0) message.Token({static_cast<uint8_t>(i)}).AddPath("obs").PayloadText("reply");
+    return message;
+  };
+  FromEverywhere(kNumSources / 2, reply);
+  ExpectBounded(10, kMaxHeap, 1);
+  FromEverywhere(kBatch, [&](int i) {
+    return i % 2 == 0 ? Observe(CoapType::kCon, {1}) : Get(CoapType::kCon, "async", "q");
+  });
+  Change("v002");
+  FromEverywhere(kNumSources / 2, reply);
+  ExpectBounded(2200, kMaxHeap, 502);
   ExpectAllForgotten();
 }
 
