@@ -21,15 +21,15 @@ struct in6_ifreq {
   int ifr6_ifindex;
 };
 
-// SetInterfaceUp switches an interface of the present network on.
-inline bool SetInterfaceUp(const char *name) {
+// SetInterfaceUp switches an interface of the present network on, or off.
+inline bool SetInterfaceUp(const char *name, bool isUp = true) {
   ifreq request = {};
   strncpy(request.ifr_name, name, IFNAMSIZ - 1);
-  request.ifr_flags = IFF_UP | IFF_RUNNING;
+  request.ifr_flags = isUp ? IFF_UP | IFF_RUNNING : 0;
   const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  const bool isUp = fd >= 0 && ioctl(fd, SIOCSIFFLAGS, &request) == 0;
+  const bool isDone = fd >= 0 && ioctl(fd, SIOCSIFFLAGS, &request) == 0;
   if (fd >= 0) close(fd);
-  return isUp;
+  return isDone;
 }
 
 // EnterOwnNetwork moves the process, once, to a network of its own.  Returns false, and leaves it

@@ -33,12 +33,15 @@ COAP_RPC_API uint32_t COAP_RpcSetKeepAlive(CoapRpcCtx *ctx, uint32_t seconds);
 COAP_RPC_API uint32_t COAP_RpcGetTokenlessRspNum(const CoapRpcCtx *ctx);
 
 /* COAP_RpcGetIoFd gives a descriptor that becomes readable when the instance has work: datagrams,
- * and libcoap's timers for retransmission and notification.
+ * and whatever is due at a time, such as retransmissions, notifications that had to wait, answers
+ * to asynchronous requests, signs of life to ask for, and payloads to let go of.
  *
  * An application with an event loop watches it (level-triggered) and calls COAP_RpcProcIo when it
- * is readable, instead of waiting for the periodic I/O task; the task goes on beside it and is
- * needed still, for what has no event.  The descriptor belongs to the instance: do not read or
- * close it, and stop watching before COAP_RpcUninit.
+ * is readable.  The periodic I/O task goes on beside it, and does nothing then that COAP_RpcProcIo
+ * does not do in time.  The host's other timers are needed as before: notifications are asked for
+ * by one of each observable URI, requests are repeated and sessions given up by others.  The
+ * descriptor belongs to the instance: do not read or close it, and stop watching before
+ * COAP_RpcUninit.
  *
  * Returns -1 for a null instance. */
 COAP_RPC_API int COAP_RpcGetIoFd(CoapRpcCtx *ctx);

@@ -174,6 +174,24 @@ uint64_t MonotonicMs() {
 
 bool IsServicePending(const CoapRpcCtx *ctx) { return ctx->lib && ctx->lib->svcFlag != 0; }
 
+// WakeForTick does a tick's work when it is time, and says when the next is, for a host that serves
+// the descriptor and runs no I/O timer.  Answers that are held may have their turn afterwards.
+void WakeForTick(CoapRpcCtx *ctx) {
+  constexpr coap_tick_t kPeriod = kQuickPeriodMs * COAP_TICKS_PER_SECOND / 1000;
+  CoapRpcLibCtx *lib = ctx->lib;
+  coap_tick_t now = 0;
+  coap_ticks(&now);
+  if (lib->nextTick <= now) {
+    CoapRpcHandlerTick(ctx);
+    lib->nextTick = now + kPeriod;
+  }
+  CoapRpcLibWakeIn(lib->coapCtx, lib->hasRoom != 0 ? 0 : lib->nextTick - now);
+}
+
+void TickWithIo(CoapRpcCtx *ctx) {
+  if (Libcoap(ctx) && ctx->ioDepth == 0 && CoapRpcHandlerIsRetaining(ctx)) WakeForTick(ctx);
+}
+
 uint32_t StartTimer(CoapRpcCtx *ctx, CoapRpcLibCtx *lib) {
   if (lib->taskTmr != 0) return 0;
   lib->taskTmr = KST_TmrStartLoop(ctx->param.tmrHandle, COAP_RpcProcTask, kTaskPeriodMs, ctx);
@@ -357,6 +375,7 @@ uint32_t COAP_RpcProcIo(CoapRpcCtx *ctx) {
   bool isTimeLeft = true;
   while (isTimeLeft && ServeRound(ctx, rounds)) isTimeLeft = MonotonicMs() < endMs;
   if (ctx->lib) ctx->lib->numReads = static_cast<uint16_t>(rounds.First());
+  TickWithIo(ctx);
   return isTimeLeft ? 0 : 1;
 }
 

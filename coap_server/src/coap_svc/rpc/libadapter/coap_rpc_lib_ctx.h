@@ -50,6 +50,7 @@ struct CoapRpcLibCtx {
   uint32_t hasRoom;              /* non-zero: answers on asyncHeldList may have their turn */
   uint16_t nstart;               /* CON requests under way per new client session; 0: libcoap's 1 */
   uint16_t numReads;             /* datagrams to read first of each endpoint; 0 as 1 */
+  coap_tick_t nextTick;          /* when I/O driven by the descriptor does a tick's work next */
 };
 
 /* Module rows of the adapter; the record is the root context.  libcoap's log goes to the instance

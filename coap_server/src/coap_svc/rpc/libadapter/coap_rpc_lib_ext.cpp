@@ -3,12 +3,14 @@
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/common/coap_rpc_sites.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 
 using namespace coap_rpc;
 
 uint32_t COAP_RpcSetKeepAlive(CoapRpcCtx *ctx, uint32_t seconds) {
   if (!ctx || !ctx->lib || !ctx->lib->coapCtx) return Violated(kSiteSetKeepAliveNullArg);
   coap_context_set_keepalive(ctx->lib->coapCtx, seconds);
+  CoapRpcLibWakeIn(ctx->lib->coapCtx, 0);  // the next turn sets the timer for the pings
   return 0;
 }
 

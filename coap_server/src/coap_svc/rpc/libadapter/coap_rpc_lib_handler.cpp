@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
+#include "coap_svc/rpc/common/coap_rpc_list.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
@@ -298,6 +299,12 @@ void CoapRpcHandlerTick(CoapRpcCtx *ctx) {
   if (!ctx->lib || !ctx->lib->coapCtx || ctx->ioDepth != 0) return;
   CoapRpcAsyncSweep(ctx);
   ExpireBlocks(ctx);
+}
+
+int CoapRpcHandlerIsRetaining(const CoapRpcCtx *ctx) {
+  const CoapRpcLibCtx *lib = ctx->lib;
+  return !LinkIsAlone(lib->blockList) || !LinkIsAlone(lib->lastBlockList) ||
+         !LinkIsAlone(lib->asyncAnsweredList);
 }
 
 void CoapRpcHandlerStop(CoapRpcCtx *ctx) {

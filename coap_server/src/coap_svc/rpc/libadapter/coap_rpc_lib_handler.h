@@ -72,8 +72,9 @@ COAP_RPC_API void COAP_RpcSvrHandleSetResponseHeader(coap_pdu_t *response,
                                                      CoapRpcCtx *ctx);
 
 /* CoapRpcHandlerTick lets go of what libcoap holds longer than needed; to be called after each turn
- * of the I/O task. */
+ * of the I/O task.  CoapRpcHandlerIsRetaining says whether there is anything to let go of. */
 void CoapRpcHandlerTick(CoapRpcCtx *ctx);
+int CoapRpcHandlerIsRetaining(const CoapRpcCtx *ctx);
 
 /* CoapRpcHandlerStop drops pending asynchronous requests; to be called before the libcoap context
  * is freed.  CoapRpcHandlerFree frees what is left behind then. */

@@ -5,6 +5,7 @@
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 
 namespace {
 
@@ -50,6 +51,7 @@ coap_session_t *COAP_RpcCreateCliSession(CoapRpcCtx *ctx, const CoapRpcCliReqKey
   coap_session_set_max_retransmit(session, kClientMaxRetransmit);
   if (ctx->lib->nstart != 0) coap_session_set_nstart(session, ctx->lib->nstart);
   coap_session_set_app_data(session, ctx);
+  CoapRpcLibWakeIn(ctx->lib->coapCtx, 0);  // the next turn sets the timer for its pings
   COAP_RPC_DEBUG(ctx, "[CoapRpc]add session success, src:0x%x, dst:0x%x, port:%u.\n",
                  Ipv4Of(addr->srcIp), Ipv4Of(addr->dstIp), addr->dstPort);
   return session;

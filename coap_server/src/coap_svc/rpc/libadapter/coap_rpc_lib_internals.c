@@ -380,6 +380,10 @@ void CoapRpcLibTriggerAsync(coap_async_t *async, int isInIo) {
   coap_async_trigger(async);
 }
 
+void CoapRpcLibWakeIn(coap_context_t *coapCtx, coap_tick_t ticks) {
+  coap_update_io_timer(coapCtx, ticks);
+}
+
 void CoapRpcLibClearBody(coap_pdu_t *pdu) {
   static const coap_option_num_t kBodyOptions[] = {COAP_OPTION_ETAG, COAP_OPTION_CONTENT_FORMAT,
                                                    COAP_OPTION_BLOCK2, COAP_OPTION_SIZE2};

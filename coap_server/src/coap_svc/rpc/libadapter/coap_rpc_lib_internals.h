@@ -108,6 +108,10 @@ void CoapRpcLibSetToken(coap_pdu_t *pdu, const coap_bin_const_t *token);
  * is served. */
 void CoapRpcLibTriggerAsync(coap_async_t *async, int isInIo);
 
+/* CoapRpcLibWakeIn makes the descriptor readable after a time, unless it will be earlier.  Inside a
+ * turn of libcoap's I/O it may do nothing: the turn ends with a look at what is due. */
+void CoapRpcLibWakeIn(coap_context_t *coapCtx, coap_tick_t ticks);
+
 /* CoapRpcLibClearBody removes the payload and the options that describe it. */
 void CoapRpcLibClearBody(coap_pdu_t *pdu);
 
