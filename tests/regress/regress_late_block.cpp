@@ -1,0 +1,33 @@
+// The block that completed an upload after its last one was acknowledged under a number that the
+// peer had not used, and the answer was an acknowledgement of this block with the token of the last
+// one.
+#include "upload_peer.h"
+
+namespace coap_rpc_test {
+namespace {
+
+class LateBlock : public UploadServer {};
+
+TEST_F(LateBlock, IsAcknowledged_AnswerIsAMessageOfItsOwn) {
+  CoapMessage last = Part({1, false, 2}, 'y', 5);
+  last.token = {1, 2, 3};
+  ExpectEmptyAck(Ask(last), last);
+  const CoapMessage late = Part({0, true, 2}, 'x');
+  const CoapMessage ack = Ask(late);
+  EXPECT_EQ(ack.type, CoapType::kAck);
+  EXPECT_EQ(ack.messageId, late.messageId);
+  EXPECT_EQ(ack.token, late.token);
+  EXPECT_EQ(ack.code, kContinue);
+  EXPECT_EQ(ack.Block(kOptBlock1), (CoapBlock{0, true, 2}));
+  const std::optional<CoapMessage> answer = Next(peer_);
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->type, CoapType::kNon);
+  EXPECT_EQ(answer->code, Code(2, 1));
+  EXPECT_EQ(answer->token, last.token);
+  EXPECT_EQ(Body(), std::string(64, 'x') + "yyyyy");
+  host_.AdvanceMs(10'000);
+  EXPECT_FALSE(peer_.ReceiveNow());
+}
+
+}  // namespace
+}  // namespace coap_rpc_test
