@@ -304,33 +304,41 @@ static void DropLongUploads(coap_session_t *session, size_t maxLen) {
   }
 }
 
-/* CountUploads also finds the one that began first. */
-static unsigned CountUploads(coap_session_t *session, Upload *oldest) {
-  unsigned num = 0;
+/* Uploads is how many there are, and the one that has been silent longest. */
+typedef struct Uploads {
+  unsigned num;
+  Upload oldest;
+} Uploads;
+
+/* CountUploads relies on last_used being the time of the latest new block. */
+static void CountUploads(coap_session_t *session, Uploads *uploads) {
   coap_lg_srcv_t *body;
   LL_FOREACH(session->lg_srcv, body) {
-    ++num;
-    if (oldest->body && oldest->body->last_used <= body->last_used) continue;
-    *oldest = (Upload){session, body};
+    const coap_lg_srcv_t *oldest = uploads->oldest.body;
+    ++uploads->num;
+    if (!oldest || body->last_used < oldest->last_used) uploads->oldest = (Upload){session, body};
   }
-  return num;
+}
+
+static void LookAtUploads(coap_session_t *sessions, size_t maxLen, Uploads *uploads) {
+  coap_session_t *session;
+  coap_session_t *next;
+  SESSIONS_ITER(sessions, session, next) {
+    DropLongUploads(session, maxLen);
+    CountUploads(session, uploads);
+  }
 }
 
 unsigned CoapRpcLibLimitUploads(coap_context_t *coapCtx, unsigned maxNum, size_t maxLen) {
   for (;;) {
-    unsigned num = 0;
-    Upload oldest = {NULL, NULL};
+    Uploads uploads = {0, {NULL, NULL}};
     coap_endpoint_t *endPoint;
     LL_FOREACH(coapCtx->endpoint, endPoint) {
-      coap_session_t *session;
-      coap_session_t *next;
-      SESSIONS_ITER(endPoint->sessions, session, next) {
-        DropLongUploads(session, maxLen);
-        num += CountUploads(session, &oldest);
-      }
+      LookAtUploads(endPoint->sessions, maxLen, &uploads);
     }
-    if (num <= maxNum) return num;
-    DropUpload(&oldest);
+    LookAtUploads(coapCtx->sessions, maxLen, &uploads);
+    if (uploads.num <= maxNum) return uploads.num;
+    DropUpload(&uploads.oldest);
   }
 }
 

@@ -83,8 +83,8 @@ void CoapRpcLibRenameBlocks(coap_session_t *session, const coap_resource_t *reso
 void CoapRpcLibEndBlocks(coap_session_t *session, const void *appPtr);
 
 /* CoapRpcLibLimitUploads drops request bodies that are still coming in blocks: those for which more
- * than maxLen bytes are set aside, and those that began first beyond maxNum.  Returns how many
- * are left. */
+ * than maxLen bytes are set aside, and beyond maxNum those that have been silent longest, that is,
+ * whose latest new block came first; a repeated block does not count.  Returns how many are left. */
 unsigned CoapRpcLibLimitUploads(coap_context_t *coapCtx, unsigned maxNum, size_t maxLen);
 
 /* CoapRpcLibNumDelayed counts the messages that the session keeps back until those under way have
