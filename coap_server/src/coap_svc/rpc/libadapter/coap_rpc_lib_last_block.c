@@ -68,16 +68,31 @@ static int Matches(const CoapRpcLastBlock *last, const coap_resource_t *resource
   return isFound;
 }
 
+/* MayHaveEtag says whether a request names the ETag, or none: another one asks for another payload.
+ */
+static int MayHaveEtag(const coap_pdu_t *request, uint64_t etag) {
+  coap_opt_filter_t filter;
+  coap_opt_iterator_t it;
+  const coap_opt_t *option;
+  int hasOthers = 0;
+  coap_option_filter_clear(&filter);
+  coap_option_filter_set(&filter, COAP_OPTION_ETAG);
+  coap_option_iterator_init(request, &it, &filter);
+  while ((option = coap_option_next(&it)) != NULL) {
+    if (coap_decode_var_bytes8(coap_opt_value(option), coap_opt_length(option)) == etag) return 1;
+    hasOthers = 1;
+  }
+  return !hasOthers;
+}
+
 int CoapRpcLibIsLastBlock(const CoapRpcLastBlock *last, coap_session_t *session,
                           const coap_resource_t *resource, const coap_pdu_t *request,
                           const coap_string_t *query) {
   coap_block_b_t block;
-  coap_opt_iterator_t it;
   return last->session == session &&
          coap_get_block_b(session, request, COAP_OPTION_BLOCK2, &block) != 0 &&
          block.num == LastNum(last->blocks) && block.szx == last->blocks->blk_size &&
-         !coap_check_option(request, COAP_OPTION_ETAG, &it) &&
-         Matches(last, resource, request, query);
+         MayHaveEtag(request, last->blocks->b.b2.etag) && Matches(last, resource, request, query);
 }
 
 /* AddOptions adds the options of the transfer.  Observe belongs to its first block only. */
