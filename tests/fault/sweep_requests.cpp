@@ -43,13 +43,20 @@ void WorksSyncLarge(Stage &stage) {
   EXPECT_TRUE(stage.HasHeardBytes(1024));
 }
 
-// A request whose body comes in two blocks.
+void PreparePostLarge(Stage &stage) {
+  stage.ServePlain(kSync, COAP_RPC_UNICAST);
+  stage.app_.result = kLarge;
+}
+
+// A request whose body comes in two blocks, the last one twice.
 void PlayUpload(Stage &stage) {
+  CoapMessage post;
   for (uint32_t num = 0; num < 2; ++num) {
-    CoapMessage post = stage.Post(CoapType::kCon, "plain", std::string(1024, 'u'));
+    post = stage.Post(CoapType::kCon, "plain", std::string(1024, 'u'));
     post.AddBlock(kOptBlock1, {num, num == 0, 6}).AddUint(kOptSize1, 2048);
     stage.Say(post);
   }
+  stage.Say(post);
 }
 void WorksUpload(Stage &stage) {
   stage.Forget();
@@ -128,6 +135,7 @@ const std::vector<Scenario> &RequestScenarios() {
       {"SyncPost", kPool | kLibcoap, PreparePost, PlayPost, WorksPost, true},
       {"SyncLargeAnswer", kPool | kLibcoap, PrepareSyncLarge, PlayGetLarge, WorksSyncLarge, true},
       {"Upload", kPool | kLibcoap, PreparePost, PlayUpload, WorksUpload, true},
+      {"UploadLargeAnswer", kPool | kLibcoap, PreparePostLarge, PlayUpload, WorksUpload, true},
       {"AsyncAnswer", kPool | kLibcoap, PrepareAsync, PlayAsync, WorksAsync, true},
       {"AsyncLargeAnswer", kPool | kLibcoap, PrepareAsync, PlayAsyncLarge, WorksAsyncLarge, true},
       {"AsyncAbort", kPool | kLibcoap, PrepareAsync, PlayAbort, WorksAbort, true},
