@@ -19,6 +19,11 @@ void LogFromOtherFunction(coap_log_t level, const char *message) {
   StayCaller();
 }
 
+void LogIfAsked(coap_log_t level, const char *message) {
+  coap_log(level, "%s", message);
+  StayCaller();
+}
+
 void LogFromThirdFunction(coap_log_t level, const char *message) {
   coap_log_impl(level, "%s", message);
   StayCaller();

@@ -11,6 +11,7 @@ extern "C" {
 void LogFromNamedFunction(coap_log_t level, const char *message);
 void LogFromOtherFunction(coap_log_t level, const char *message);  // puts "other " before it
 void LogFromThirdFunction(coap_log_t level, const char *message);
+void LogIfAsked(coap_log_t level, const char *message);  // asks first, as libcoap's own code does
 }
 
 #endif /* LOGGING_FUNCTIONS_H */

@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_log.h"
+#include "csvc_dbg.h"
 #include "test_host.h"
 
 using namespace coap_rpc_test;
@@ -66,10 +67,14 @@ class Pdu {
   coap_pdu_t *pdu_;
 };
 
-// Dump is an instance without libcoap context whose sinks take libcoap's dumps.
-class Dump : public testing::Test {
+bool g_isTaking = true;
+
+// Dump is an instance without libcoap context whose sinks take libcoap's dumps; libcoap asks it, or
+// hands every line to its handler.
+class Dump : public testing::TestWithParam<bool> {
  protected:
   Dump() {
+    g_isTaking = true;
     ctx_.log = host_.Log();
     ctx_.param.dbgHandle = host_.Dbg();
     CoapRpcLibSetLogRoot(&ctx_);
@@ -77,16 +82,23 @@ class Dump : public testing::Test {
     coap_set_log_level(COAP_LOG_OSCORE);
     coap_set_show_pdu_output(0);
     coap_set_log_handler(CORP_RpcLibCoapLog);
+    if (GetParam()) CoapRpcLibAskLog();
   }
   ~Dump() override {
     coap_cleanup();
     CoapRpcLibSetLogRoot(nullptr);
   }
 
-  // Lines gives what the log printed; the debug channel has the same.
-  std::vector<std::string> Lines() const {
+  // Logged gives what the log printed.
+  std::vector<std::string> Logged() const {
     std::vector<std::string> lines;
     for (const LogRecord &record : host_.LogsOf("CORP_RpcLibCoapLog")) lines.push_back(record.text);
+    return lines;
+  }
+
+  // Lines gives the same; the debug channel has it as well.
+  std::vector<std::string> Lines() const {
+    const std::vector<std::string> lines = Logged();
     std::vector<std::string> debug;
     for (const LogRecord &record : host_.Logs().OfKind(LogKind::kDebug)) {
       debug.push_back(record.text);
@@ -130,7 +142,12 @@ const std::string kUnknownFormat = "\x7d";
 
 }  // namespace
 
-TEST_F(Dump, Text_IsOneLine) {
+// The host's answer; the test host has none.
+uint32_t CSVC_DBG_Takes(uint64_t, uint32_t) { return g_isTaking ? 1 : 0; }
+
+INSTANTIATE_TEST_SUITE_P(Asked, Dump, testing::Bool());
+
+TEST_P(Dump, Text_IsOneLine) {
   Pdu pdu(COAP_MESSAGE_CON, COAP_REQUEST_CODE_POST);
   pdu.Token("\x0a").Option(COAP_OPTION_URI_PATH, "post").Data("hello\n");
   pdu.Show();
@@ -139,38 +156,37 @@ TEST_F(Dump, Text_IsOneLine) {
                          "[ Uri-Path:post ] :: 'hello\\x0A'\n"});
 }
 
-TEST_F(Dump, Octets_AreThreeLines) {
+TEST_P(Dump, Octets_AreThreeLines) {
   Pdu pdu(COAP_MESSAGE_NON, COAP_RESPONSE_CODE_CHANGED);
   pdu.Option(COAP_OPTION_CONTENT_FORMAT, kOctets).Data(std::string("\x01z\0", 3));
   pdu.Show();
-  EXPECT_EQ(Lines(),
-            (std::vector<std::string>{
-                "[CoapRpc][coap_show_pdu], level = 7, msg = v:1 t:NON c:2.04 i:1a2b {} "
-                "[ Content-Format:application/octet-stream ] :: binary data length 3\n",
-                "[CoapRpc][coap_show_pdu], level = 7, msg = <<017a00>>\n",
-                "[CoapRpc][coap_show_pdu], level = 7, msg = <<. z . >>\n"}));
+  EXPECT_EQ(Lines(), (std::vector<std::string>{
+                         "[CoapRpc][coap_show_pdu], level = 7, msg = v:1 t:NON c:2.04 i:1a2b {} "
+                         "[ Content-Format:application/octet-stream ] :: binary data length 3\n",
+                         "[CoapRpc][coap_show_pdu], level = 7, msg = <<017a00>>\n",
+                         "[CoapRpc][coap_show_pdu], level = 7, msg = <<. z . >>\n"}));
 }
 
-TEST_F(Dump, TextOfEverySize) {
+TEST_P(Dump, TextOfEverySize) {
   ShowSizes(1, 3, kText, Letters);
   ShowSizes(900, 1100, kJson, Letters);
   ShowSizes(1900, 2100, kText, Letters);
   EXPECT_EQ(SumUp(), "405/642431/c5238d8f6a9666a8");
 }
 
-TEST_F(Dump, TextWithEscapes_OfEverySize) {
+TEST_P(Dump, TextWithEscapes_OfEverySize) {
   ShowSizes(1, 40, kText, Pattern);
   ShowSizes(500, 1100, kJson, Pattern);
   EXPECT_EQ(SumUp(), "641/1215711/511fac4645a4bbf1");
 }
 
-TEST_F(Dump, OctetsOfEverySize) {
+TEST_P(Dump, OctetsOfEverySize) {
   ShowSizes(1, 40, kOctets, Pattern);
   ShowSizes(1000, 1100, kUnknownFormat, Pattern);
   EXPECT_EQ(SumUp(), "423/447851/90e14b809c5c009d");
 }
 
-TEST_F(Dump, LargePayloads) {
+TEST_P(Dump, LargePayloads) {
   ShowSizes(kLargeSize, kLargeSize, kText, Letters);
   ShowSizes(kLargeSize, kLargeSize, kJson, Pattern);
   ShowSizes(kLargeSize, kLargeSize, kOctets, Pattern);
@@ -178,7 +194,7 @@ TEST_F(Dump, LargePayloads) {
 }
 
 // Without a format the first byte decides.
-TEST_F(Dump, NoFormat) {
+TEST_P(Dump, NoFormat) {
   for (const char first : {'x', '\n', '\0', '\x7f'}) {
     Pdu pdu(COAP_MESSAGE_CON, COAP_REQUEST_CODE_FETCH);
     pdu.Data(std::string(1, first) + Pattern(100));
@@ -187,7 +203,7 @@ TEST_F(Dump, NoFormat) {
   EXPECT_EQ(SumUp(), "10/2177/232c68efee08f286");
 }
 
-TEST_F(Dump, EveryOption) {
+TEST_P(Dump, EveryOption) {
   for (uint16_t number = 0; number < 300; ++number) {
     for (const char *value : {"", "a", "\x01\x02", "\x19\x03\x01\x02\x03\x04\x05\x06"}) {
       Pdu pdu(COAP_MESSAGE_CON, COAP_REQUEST_CODE_GET);
@@ -198,7 +214,7 @@ TEST_F(Dump, EveryOption) {
   EXPECT_EQ(SumUp(), "1224/163037/788c2e277ced299f");
 }
 
-TEST_F(Dump, EveryCodeAndType) {
+TEST_P(Dump, EveryCodeAndType) {
   for (int code = 0; code < 256; ++code) {
     Pdu pdu(static_cast<coap_pdu_type_t>(code % 4), code);
     pdu.Token(Pattern(static_cast<size_t>(code % 9)));
@@ -210,7 +226,7 @@ TEST_F(Dump, EveryCodeAndType) {
 }
 
 // Options alone fill the line, to the byte.
-TEST_F(Dump, LongOptions) {
+TEST_P(Dump, LongOptions) {
   for (size_t len = 0; len < 255; ++len) {
     for (const std::string &format : {kText, kOctets}) {
       Pdu pdu(COAP_MESSAGE_CON, COAP_REQUEST_CODE_POST);
@@ -227,7 +243,7 @@ TEST_F(Dump, LongOptions) {
 }
 
 // An encrypted payload is binary whatever the format says; the last format is the one that counts.
-TEST_F(Dump, FormatsAndEncryption) {
+TEST_P(Dump, FormatsAndEncryption) {
   for (const std::string &accept : {kText, kOctets, kUnknownFormat}) {
     Pdu pdu(COAP_MESSAGE_CON, COAP_REQUEST_CODE_FETCH);
     pdu.Option(COAP_OPTION_CONTENT_FORMAT, kJson).Option(COAP_OPTION_ACCEPT, accept);
@@ -239,7 +255,55 @@ TEST_F(Dump, FormatsAndEncryption) {
   EXPECT_EQ(SumUp(), "16/1779/a5029541634d2ce2");
 }
 
-TEST_F(Dump, BelowTheLevel_IsNothing) {
+// Each line is offered by itself: whatever is refused, the others stay as they are.
+TEST_P(Dump, AnyLinesRefused_TheOthersAreTheSame) {
+  g_isTaking = false;
+  Pdu pdu(COAP_MESSAGE_NON, COAP_RESPONSE_CODE_CHANGED);
+  pdu.Option(COAP_OPTION_CONTENT_FORMAT, kOctets).Data(Pattern(5));
+  pdu.Show();
+  const std::vector<std::string> all = Logged();
+  ASSERT_EQ(all.size(), 3u);
+  for (size_t taken = 0; taken < 8; ++taken) {
+    host_.ClearLogs();
+    size_t numOffered = 0;
+    host_.Logs().SuppressIf(
+        [&](const std::string &, uint32_t, uint32_t) { return (taken >> numOffered++ & 1) == 0; });
+    pdu.Show();
+    std::vector<std::string> expected;
+    for (size_t i = 0; i < 3; ++i) {
+      if ((taken >> i & 1) != 0) expected.push_back(all[i]);
+    }
+    EXPECT_EQ(Logged(), expected) << taken;
+    EXPECT_EQ(numOffered, 3u) << taken;
+  }
+}
+
+// What decides on the number of lines is found without writing the first one.
+TEST_P(Dump, Refused_AsManyLinesAreOffered) {
+  g_isTaking = false;
+  for (int code = 0; code < 256; ++code) {
+    for (const int number : {COAP_OPTION_OSCORE, COAP_OPTION_URI_PATH,
+                                  COAP_OPTION_CONTENT_FORMAT, COAP_OPTION_ACCEPT}) {
+      for (const char *value : {"", "\x2a", "\x01\x02"}) {
+        for (const char *data : {"", "text", "\x01"}) {
+          Pdu pdu(COAP_MESSAGE_CON, code);
+          pdu.Option(static_cast<uint16_t>(number), value).Option(kUnknownOption, "y");
+          if (*data != '\0') pdu.Data(data);
+          host_.Logs().ShowAll();
+          host_.ClearLogs();
+          pdu.Show();
+          const size_t numTaken = host_.Logs().OfKind(LogKind::kFirst).size();
+          host_.Logs().SuppressBelow(KST_LOG_ERROR + 1);
+          host_.ClearLogs();
+          pdu.Show();
+          ASSERT_EQ(host_.Logs().Records().size(), numTaken) << code << " " << number;
+        }
+      }
+    }
+  }
+}
+
+TEST_P(Dump, BelowTheLevel_IsNothing) {
   coap_set_log_level(COAP_LOG_INFO);
   ShowSizes(10, 10, kOctets, Letters);
   EXPECT_TRUE(host_.Logs().Records().empty());

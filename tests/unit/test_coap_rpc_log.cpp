@@ -122,6 +122,33 @@ TEST_F(LogRecords, Suppressed_ArgumentsAreNotEvaluated) {
   EXPECT_EQ(numEvaluated, 0);
 }
 
+TEST_F(LogRecords, DebugLine_Suppressed_ArgumentsAreNotEvaluated) {
+  host_.Logs().SuppressBelow(4);
+  CoapRpcCtx ctx = {};
+  ctx.log = host_.Log();
+  int numEvaluated = 0;
+  COAP_RPC_DEBUG(&ctx, "%d", ++numEvaluated);
+  EXPECT_EQ(numEvaluated, 0);
+  EXPECT_EQ(Kinds(), std::vector<LogKind>({LogKind::kFirst}));
+}
+
+// The test host cannot be asked.
+TEST_F(LogRecords, DebugLine_Suppressed_GoesToAChannelThatCannotBeAsked) {
+  host_.Logs().SuppressBelow(4);
+  CoapRpcCtx ctx = {};
+  ctx.log = host_.Log();
+  ctx.param.dbgHandle = host_.Dbg();
+  COAP_RPC_DEBUG(&ctx, "%d", 1);
+  EXPECT_EQ(Kinds(), std::vector<LogKind>({LogKind::kFirst, LogKind::kDebug}));
+}
+
+TEST_F(LogRecords, LineText_IsAllThatALineHolds) {
+  for (const size_t len : {0u, 1u, 1022u, 1023u, 1024u, 10000u}) {
+    const std::string text(len, 't');
+    EXPECT_EQ(coap_rpc::LineText(text.c_str()).c_str(), text.substr(0, 1023)) << len;
+  }
+}
+
 TEST_F(LogRecords, KeyArgs_UriWithoutTerminator_IsPrintedBounded) {
   const CoapRpcUriKey key = KeyOf(std::string(64, 'u').c_str(), 1, 2, 3);
   COAP_RPC_LOG(host_.Log(), kLogLibCoapError, "uri:%s, msgType:%u, observe:%u, pktType:%u.\n",

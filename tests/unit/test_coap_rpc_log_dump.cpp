@@ -1,4 +1,6 @@
 // The hexadecimal dump, line by line.
+#include <algorithm>
+#include <cstdio>
 #include <numeric>
 #include <string>
 #include <vector>
@@ -125,6 +127,48 @@ TEST_F(LogMemDump, AllInsideLinesSuppressed_NeverOverruns) {
   const Texts texts = Dump(10000);
   ASSERT_EQ(texts.size(), 1u);
   EXPECT_EQ(texts[0].substr(0, 45), "  0000  00010203 04050607 08090a0b 0c0d0e0f  ");
+}
+
+// The dump byte by byte as it is described, with any lines refused.
+TEST_F(LogMemDump, AnyLinesSuppressed_TheOthersAreAsDescribed) {
+  for (int32_t len = 1; len <= 70; ++len) {
+    for (uint32_t refused = 0; refused < 32; ++refused) {
+      Texts expected;
+      std::string hex, text;
+      uint32_t numOffered = 0, offset = 0;
+      const auto offer = [&](uint32_t printed) {
+        if ((refused >> numOffered++ & 1) != 0) return false;
+        char line[128];
+        snprintf(line, sizeof(line), "  %04x  %s  %s\n", printed, hex.substr(0, 35).c_str(),
+                 text.c_str());
+        expected.push_back(line);
+        return true;
+      };
+      for (int32_t i = 0; i < len; ++i) {
+        if (i != 0 && i % 16 == 0) {
+          if (offer(static_cast<uint32_t>(i))) {
+            offset = static_cast<uint32_t>(i);
+            hex.clear();
+          }
+          text.clear();
+        }
+        char digits[4];
+        snprintf(digits, sizeof(digits), "%s%02x", i % 4 == 0 && i % 16 != 0 ? " " : "",
+                 static_cast<unsigned>(i));
+        hex += digits;
+        text += i >= 32 && i <= 126 ? static_cast<char>(i) : '.';
+      }
+      hex.resize(std::max<size_t>(hex.size(), 35), ' ');
+      offer(offset);
+
+      uint32_t numAsked = 0;
+      host_.Logs().SuppressIf([&](const std::string &, uint32_t, uint32_t) {
+        return (refused >> numAsked++ & 1) != 0;
+      });
+      ASSERT_EQ(Dump(len), expected) << len << " " << refused;
+      ASSERT_EQ(numAsked, numOffered) << len << " " << refused;
+    }
+  }
 }
 
 TEST_F(LogMemDump, LargeDump_OffsetsPassFourDigits) {

@@ -6,6 +6,9 @@
 #include "coap_svc/rpc/common/coap_rpc_table.h"
 #include "csvc_dbg.h"
 
+// Null in a host that cannot be asked.
+#pragma weak CSVC_DBG_Takes
+
 namespace coap_rpc {
 namespace {
 
@@ -17,6 +20,19 @@ using DiagTable = Table<CoapRpcLogData, char[COAP_RPC_URI_SIZE], offsetof(CoapRp
 
 DiagTable TableOf(CoapRpcLogDiag &diag) { return DiagTable(diag.tree, diag.desc); }
 
+void WriteDebugLineV(uint32_t takers, uint64_t log, uint64_t dbg, const char *fmt, va_list args)
+    __attribute__((format(printf, 4, 0)));
+
+void WriteDebugLineV(uint32_t takers, uint64_t log, uint64_t dbg, const char *fmt, va_list args) {
+  char text[kLogTextSize];
+  vsnprintf_truncated_s(text, sizeof(text), fmt, args);
+  if ((takers & kTakenByLog) != 0) {
+    KST_LogSecondHalf_(log, kLogModule, kLogLogModDo.line, kLogLogModDo.level, kLogLogModDo.func,
+                       "%s", text);
+  }
+  if ((takers & kTakenByDebug) != 0) CSVC_DBG_Debug(dbg, kDebugChannelLevel, "%s", text);
+}
+
 }  // namespace
 
 bool LogWanted(uint64_t log, const char *module, const LogSite &site) {
@@ -27,24 +43,33 @@ bool LogWanted(uint64_t log, const char *module, const LogSite &site) {
   return true;
 }
 
+bool DebugWanted(uint64_t dbg) {
+  return !CSVC_DBG_Takes || CSVC_DBG_Takes(dbg, kDebugChannelLevel) != 0;
+}
+
+uint32_t DebugLineTakers(uint64_t log, uint64_t dbg) {
+  return (LogWanted(log, kLogModule, kLogLogModDo) ? kTakenByLog : kTakenByNobody) |
+         (dbg != 0 && DebugWanted(dbg) ? kTakenByDebug : kTakenByNobody);
+}
+
+void WriteDebugLine(uint32_t takers, uint64_t log, uint64_t dbg, const char *fmt, ...) {
+  va_list args;
+  va_start(args, fmt);
+  WriteDebugLineV(takers, log, dbg, fmt, args);
+  va_end(args);
+}
+
 }  // namespace coap_rpc
 
 using namespace coap_rpc;
 
 void COAP_RPC_LOG_MOD_DO(uint64_t log, uint64_t dbg, const char *fmt, ...) {
-  const bool isWanted = LogWanted(log, kLogModule, kLogLogModDo);
-  if (!isWanted && dbg == 0) return;
-
-  char text[kLogTextSize];
+  const uint32_t takers = DebugLineTakers(log, dbg);
+  if (takers == kTakenByNobody) return;
   va_list args;
   va_start(args, fmt);
-  vsnprintf_truncated_s(text, sizeof(text), fmt, args);
+  WriteDebugLineV(takers, log, dbg, fmt, args);
   va_end(args);
-  if (isWanted) {
-    KST_LogSecondHalf_(log, kLogModule, kLogLogModDo.line, kLogLogModDo.level, kLogLogModDo.func,
-                       "%s", text);
-  }
-  if (dbg != 0) CSVC_DBG_Debug(dbg, kDebugChannelLevel, "%s", text);
 }
 
 uint32_t COAP_RpcLogInit(void *root) {

@@ -2,7 +2,9 @@
  *
  * A framework record goes through up to three steps (platform/include/kst_log.h): counted when it
  * is a warning or an error, then offered, then printed.  Debug and success lines go through
- * COAP_RPC_LOG_MOD_DO and carry their "[CoapRpc]" prefix in their own text. */
+ * COAP_RPC_LOG_MOD_DO and carry their "[CoapRpc]" prefix in their own text.  The debug channel is
+ * asked as well if the host lets it be asked (CSVC_DBG_Takes).  What nobody takes is not formatted,
+ * and its arguments are not evaluated. */
 #ifndef COAP_RPC_LOG_H
 #define COAP_RPC_LOG_H
 

@@ -17,13 +17,20 @@ struct Frame {
   const void *returnAddress;
 };
 
+// IsLogger tells whether an address lies in the code of one of libcoap's loggers.
+bool IsLogger(const void *address) {
+  const auto code = reinterpret_cast<uintptr_t>(address);
+#ifdef COAP_LOG_HAS_GATE
+  if (code - reinterpret_cast<uintptr_t>(&coap_log_asked_impl) < kLoggerCodeSize) return true;
+#endif
+  return code - reinterpret_cast<uintptr_t>(&coap_log_impl) < kLoggerCodeSize;
+}
+
 // FrameOfLogger returns the logger's frame; null unless it surely is one: the handler may have been
 // called by code that keeps no frame pointer.
 const Frame *FrameOfLogger(const void *handlerReturn, const void *handlerFrame) {
 #if defined(__x86_64__) || defined(__aarch64__)
-  const auto code = reinterpret_cast<uintptr_t>(handlerReturn);
-  const auto logger = reinterpret_cast<uintptr_t>(&coap_log_impl);
-  if (code - logger >= kLoggerCodeSize) return nullptr;
+  if (!IsLogger(handlerReturn)) return nullptr;
   const Frame *frame = static_cast<const Frame *>(handlerFrame)->caller;
   const auto from = reinterpret_cast<uintptr_t>(handlerFrame);
   const auto to = reinterpret_cast<uintptr_t>(frame);

@@ -34,6 +34,7 @@ void StartLibCoap(const CoapRpcLibCtx *lib) {
   coap_startup();
   coap_set_log_level(static_cast<coap_log_t>(lib->logLevel));
   coap_set_log_handler(lib->logHandler);
+  if (lib->logHandler == CORP_RpcLibCoapLog) CoapRpcLibAskLog();
   // libcoap prints dumps of messages to the standard output otherwise.
   coap_set_show_pdu_output(0);
 }

@@ -55,7 +55,7 @@ void LogRequest(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry, const uint8_t *
   const UriText uri(entry->key.uri);
   const auto *text = reinterpret_cast<const char *>(payload);
   COAP_RPC_DEBUG(ctx, "[CoapRpc]get req success, uri:%s, mode:%u, len:%u, payload:%s.\n",
-                 uri.c_str(), ModeOf(entry), len, text);
+                 uri.c_str(), ModeOf(entry), len, LineText(text).c_str());
   if (COAP_RpcNeedRecordDiag(ctx, uri.c_str()) == 0) return;
   CSVC_DBG_SysLog(ctx->param.dbgHandle, kDebugChannelLevel,
                   "[CoapRpc]get request success, uri:%s, len:%u, payload:%s.", uri.c_str(), len,

@@ -62,7 +62,7 @@ coap_response_t DeliverData(CoapRpcCtx *ctx, const CoapRpcCliUriVtbl *uriVtbl, c
   const auto len = static_cast<uint32_t>(size);
   COAP_RPC_DEBUG(ctx, "[CoapRpc]cli get response payload success, uri:%s, len:%u, payload:%s.\n",
                  UriText(uriVtbl->key.uri).c_str(), len,
-                 reinterpret_cast<const char *>(copy.get()));
+                 LineText(reinterpret_cast<const char *>(copy.get())).c_str());
   if (!uriVtbl->reg.onResponse) return COAP_RESPONSE_OK;
   if (CallOnResponse(uriVtbl, copy.get(), len, rspInfo) == 0) return COAP_RESPONSE_OK;
   COAP_RPC_LOG(ctx->log, kLogCliResponseRejected,

@@ -170,7 +170,7 @@ void COAP_RpcLogPayloadDetail(CoapRpcCtx *ctx, const CoapRpcCliReqData *req,
   COAP_RPC_DEBUG(ctx,
                  "[CoapRpc]cli reqPdu add payload success, uri:%s, observe:%u, msgType:%u, "
                  "codeType:%u, len:%u, payload:%s.\n",
-                 REQ_ARGS(*req), len, payload);
+                 REQ_ARGS(*req), len, LineText(payload).c_str());
   if (!NeedsDiag(ctx, *req)) return;
   char time[kTimeTextSize] = "";
   char src[kIpTextSize] = "";

@@ -180,7 +180,8 @@ void SendJson(const Notification &to, JsonText text, const CoapRpcTupleChg *last
   const size_t len = strlen(text.get());
   COAP_RPC_DEBUG(RootOf(to.entry),
                  "[CoapRpc]app build observe response success, uri:%s, len:%u, payload:%s.\n",
-                 UriText(to.entry->key.uri).c_str(), static_cast<uint32_t>(len), text.get());
+                 UriText(to.entry->key.uri).c_str(), static_cast<uint32_t>(len),
+                 LineText(text.get()).c_str());
   const Body body{COAP_MEDIATYPE_APPLICATION_JSON, len, text.release(), COAP_OnLargeBlockSent};
   EndBuilt(to.entry, lastTried, Send(to, body, std::move(block)));
 }

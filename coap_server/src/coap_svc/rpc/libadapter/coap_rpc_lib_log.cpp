@@ -43,9 +43,62 @@ const LogSite &SiteOf(coap_log_t level) {
   return kLogLibCoapError;
 }
 
+// TakersOf offers a message to both sinks, the debug channel whatever its handle.
+uint32_t TakersOf(const CoapRpcCtx *ctx, coap_log_t level) {
+  return (LogWanted(ctx->log, kLogModule, SiteOf(level)) ? kTakenByLog : kTakenByNobody) |
+         (DebugWanted(ctx->param.dbgHandle) ? kTakenByDebug : kTakenByNobody);
+}
+
+void Write(const CoapRpcCtx *ctx, uint32_t takers, coap_log_t level, const char *func,
+           const char *message) {
+  static constexpr char kText[] = "[CoapRpc][%s], level = %u, msg = %s";
+  const LogSite &site = SiteOf(level);
+  const auto number = static_cast<uint32_t>(level);
+  if ((takers & kTakenByLog) != 0) {
+    KST_LogSecondHalf_(ctx->log, kLogModule, site.line, site.level, site.func, kText, func, number,
+                       message);
+  }
+  if ((takers & kTakenByDebug) != 0) {
+    CSVC_DBG_Debug(ctx->param.dbgHandle, kDebugChannelLevel, kText, func, number, message);
+  }
+}
+
+// NameOfCaller is part of whom libcoap's logger calls, and calls the look-up from there: it counts
+// the calls above itself.
+__attribute__((always_inline)) inline const char *NameOfCaller(char (&buf)[kFuncNameSize]) {
+  const void *caller = CallerOfLogger(__builtin_return_address(0), __builtin_frame_address(0));
+  const char *func = g_callerNames.Find(caller);
+  if (func) return func;
+  func = COAP_RpcLibCoapGetLogCallFuncName_(buf, sizeof(buf));
+  if (func == buf) g_callerNames.Remember(caller, func);
+  return func;
+}
+
+#ifdef COAP_LOG_HAS_GATE
+
+uint32_t AskSinks(coap_log_t level) {
+  return g_logRoot ? TakersOf(g_logRoot, level) : kTakenByNobody;
+}
+
+__attribute__((noinline)) void TellSinks(uint32_t takers, coap_log_t level, const char *message) {
+  char buf[kFuncNameSize];
+  const char *func = NameOfCaller(buf);
+  if (g_logRoot) Write(g_logRoot, takers, level, func, message);
+}
+
+constexpr coap_log_gate_t kGate = {AskSinks, TellSinks};
+
+#endif
+
 }  // namespace
 
 void CoapRpcLibSetLogRoot(CoapRpcCtx *ctx) { g_logRoot = ctx; }
+
+void CoapRpcLibAskLog(void) {
+#ifdef COAP_LOG_HAS_GATE
+  coap_set_log_gate(&kGate);
+#endif
+}
 
 __attribute__((noinline)) const char *COAP_RpcLibCoapGetLogCallFuncName_(char *buf, int32_t len) {
   void *frames[kNumFrames];
@@ -64,18 +117,8 @@ __attribute__((noinline)) const char *COAP_RpcLibCoapGetLogCallFuncName_(char *b
 
 __attribute__((noinline)) void CORP_RpcLibCoapLog(coap_log_t level, const char *message) {
   const CoapRpcCtx *ctx = g_logRoot;
-  if (!ctx) return;
+  const uint32_t takers = ctx ? TakersOf(ctx, level) : kTakenByNobody;
+  if (takers == kTakenByNobody) return;
   char buf[kFuncNameSize];
-  const void *caller = CallerOfLogger(__builtin_return_address(0), __builtin_frame_address(0));
-  const char *func = g_callerNames.Find(caller);
-  if (!func) {
-    // Called from here and nowhere deeper: the look-up counts the calls above itself.
-    func = COAP_RpcLibCoapGetLogCallFuncName_(buf, sizeof(buf));
-    if (func == buf) g_callerNames.Remember(caller, func);
-  }
-  const auto number = static_cast<uint32_t>(level);
-  COAP_RPC_LOG(ctx->log, SiteOf(level), "[CoapRpc][%s], level = %u, msg = %s", func, number,
-               message);
-  CSVC_DBG_Debug(ctx->param.dbgHandle, kDebugChannelLevel, "[CoapRpc][%s], level = %u, msg = %s",
-                 func, number, message);
+  Write(ctx, takers, level, NameOfCaller(buf), message);
 }

@@ -12,6 +12,11 @@ COAP_RPC_C_BEGIN
  * libcoap's handler carries no user data: one process serves one instance, the last started. */
 void CoapRpcLibSetLogRoot(CoapRpcCtx *ctx);
 
+/* CoapRpcLibAskLog lets libcoap ask both sinks before it formats a message, and tell it to those
+ * that take it; what the handler does, without the work for nobody.  Call it after the handler is
+ * set; coap_set_log_handler ends it.  No effect with a libcoap that cannot ask. */
+void CoapRpcLibAskLog(void);
+
 /* CORP_RpcLibCoapLog is libcoap's log handler; the spelling of its name is fixed. */
 COAP_RPC_API void CORP_RpcLibCoapLog(coap_log_t level, const char *message);
 
