@@ -109,6 +109,15 @@ TEST_F(LogOfRequest, LargeAnswer_TakenByNobody_FormatsNothing) {
   EXPECT_EQ(g_numTexts, 0);
 }
 
+// The body of 65471 bytes is shown as a whole, but only what a line holds is formatted.
+TEST_F(LogOfRequest, LargeAnswer_Taken_FormatsNoMoreThanALineHolds) {
+  Exchange(3000);
+  const int numTexts = g_numTexts;
+  Exchange(65471);
+  Exchange(65471);
+  EXPECT_LT(g_numTexts, numTexts + 20);
+}
+
 TEST_F(LogOfRequest, DebugChannelTakesTheSameLines) {
   Exchange(100);
   g_isTaking = true;
