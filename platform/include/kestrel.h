@@ -98,11 +98,13 @@ typedef struct KestrelParam {
   const char *logFile;   /* path of the log file; copied */
   uint64_t logFileBytes; /* size at which the file is rotated.  0: 4 MiB */
   uint32_t logFileCount; /* rotated files kept beside the current one, at most 1000.  0: 3 */
-  uint32_t logWindowMs;  /* window of the rate limit.  0: 1000 */
+  uint32_t logWindowMs;  /* window of the rate limits.  0: 1000 */
   uint32_t logBurst;     /* records a site may print per window; UINT32_MAX: no limit.
                             0: 100 */
   KestrelLogCallback logCallback; /* used with KESTREL_SINK_CALLBACK */
   void *logCallbackParam;         /* handed to logCallback, not otherwise used */
+  uint32_t debugBurst;            /* texts that the debug channel prints per window; more are told
+                                     of by their number.  UINT32_MAX: no limit.  0: 100 */
 } KestrelParam;
 
 /* KestrelNew makes a host.
@@ -229,7 +231,7 @@ KST_API uint32_t KestrelMemTagGet(uint64_t pool, uint32_t index, KestrelMemTagSt
 typedef struct KestrelLogStat {
   uint64_t printed[4]; /* by level, all channels */
   uint64_t suppressedByLevel;
-  uint64_t suppressedByRate;
+  uint64_t suppressedByRate; /* the debug channel's as well */
   uint64_t counted;    /* calls of KST_LogCnt */
   uint64_t sinkErrors; /* records a sink failed to write, for example on a full disk */
   uint64_t siteCount;  /* sites known; beyond 4096 the rest share the site ("other", 0) */

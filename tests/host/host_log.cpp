@@ -4,6 +4,7 @@
 #include <string>
 
 #include "csvc_dbg.h"
+#include "dbg/dbg_channel.h"
 #include "host_support.h"
 #include "kst_log.h"
 #include "log/log.h"
@@ -23,6 +24,7 @@ KestrelParam LimitedParam(LogLines &lines) {
   KestrelParam param = lines.Param();
   param.name = "limited";
   param.logBurst = 2;
+  param.debugBurst = 3;
   param.logWindowMs = 1000;
   return param;
 }
@@ -43,6 +45,30 @@ class HostRateLimit : public testing::Test {
   LogLines m_lines;
   kestrel::Log m_log{LimitedParam(m_lines), NowMs};
   uint64_t m_handle = reinterpret_cast<uintptr_t>(static_cast<KST_LogObj *>(&m_log));
+};
+
+// HostDebugLimit is a debug channel on a clock that the test moves.
+class HostDebugLimit : public HostRateLimit {
+ protected:
+  HostDebugLimit() {
+    m_log.OnFirstDrop([this] { ++m_firstDrops; });
+  }
+
+  void Write(uint32_t times, uint32_t level = KST_LOG_INFO) {
+    for (uint32_t i = 0; i < times; ++i) CSVC_DBG_Debug(m_dbg, level, "%s", m_text.c_str());
+  }
+  uint32_t Takes(uint32_t level = KST_LOG_INFO) { return CSVC_DBG_Takes(m_dbg, level); }
+
+  std::string m_text = "d";
+  uint32_t m_firstDrops = 0;
+  kestrel::DbgChannel m_channel = {
+      [](void *log, uint32_t level) { return static_cast<kestrel::Log *>(log)->TakesDebug(level); },
+      [](void *log, bool toSyslog, uint32_t level, const char *text) {
+        auto *to = static_cast<kestrel::Log *>(log);
+        toSyslog ? to->Syslog(level, text) : to->Debug(level, text);
+      },
+      &m_log};
+  uint64_t m_dbg = reinterpret_cast<uintptr_t>(&m_channel);
 };
 
 class HostLog : public testing::Test {
@@ -118,6 +144,88 @@ TEST_F(HostRateLimit, SitesBeyondTheLimit_ShareOne) {
   EXPECT_EQ(4097u, m_log.Stat().siteCount);
   EXPECT_EQ(2u, m_log.SiteAccount("other", 0).printed);
   EXPECT_EQ(902u, m_log.SiteAccount("other", 0).suppressed);
+}
+
+TEST_F(HostDebugLimit, NextWindow_TellsHowManyWereDropped) {
+  Write(5);
+  g_nowMs = 5999;
+  Write(1);
+  g_nowMs = 6000;
+  Write(1);
+  EXPECT_EQ((std::vector<std::string>{"d", "d", "d",
+                                      "3 more records within 1000 ms were suppressed", "d"}),
+            m_lines.Texts());
+  const auto &summary = m_lines.All()[3];
+  EXPECT_EQ(KESTREL_CHANNEL_HOST, static_cast<int>(summary.channel));
+  EXPECT_EQ(KST_LOG_INFO, static_cast<int>(summary.level));
+  EXPECT_EQ("debug", summary.module);
+  EXPECT_EQ(0u, summary.line);
+  EXPECT_EQ(3u, m_log.Stat().suppressedByRate);
+  EXPECT_EQ(1u, m_firstDrops);
+}
+
+// A question uses nothing up; a refusal is a dropped text, whether or not it would have been
+// written.
+TEST_F(HostDebugLimit, Asked_AnswersAsTheChannelThenActs) {
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(1u, Takes());
+  Write(3);
+  EXPECT_EQ(0u, m_log.Stat().suppressedByRate);
+  EXPECT_EQ(0u, Takes());
+  EXPECT_EQ(0u, Takes());
+  Write(1);
+  EXPECT_EQ(3u, m_log.Stat().suppressedByRate);
+  g_nowMs = 6000;
+  EXPECT_EQ(1u, Takes());
+  EXPECT_EQ("3 more records within 1000 ms were suppressed", m_lines.Texts().back());
+}
+
+TEST_F(HostDebugLimit, Asked_LevelAndNoChannel) {
+  KestrelParam param = LimitedParam(m_lines);
+  param.logLevel = KESTREL_LEVEL_WARN;
+  kestrel::Log log(param, NowMs);
+  m_channel.owner = &log;
+  EXPECT_EQ(0u, Takes(KST_LOG_INFO));
+  EXPECT_EQ(1u, Takes(KST_LOG_WARN));
+  EXPECT_EQ(1u, Takes(77));
+  EXPECT_EQ(0u, CSVC_DBG_Takes(0, KST_LOG_ERROR));
+  EXPECT_EQ(0u, log.Stat().suppressedByRate);
+}
+
+// Nothing can be read at that address.
+TEST_F(HostDebugLimit, Dropped_IsNotFormatted) {
+  Write(3);
+  const char *const nowhere = reinterpret_cast<const char *>(1);
+  CSVC_DBG_Debug(m_dbg, KST_LOG_INFO, "%s", nowhere);
+  CSVC_DBG_Debug(0, KST_LOG_INFO, "%s", nowhere);
+  EXPECT_EQ(1u, m_log.Stat().suppressedByRate);
+}
+
+TEST_F(HostDebugLimit, TellDropped_WaitsForTheEndOfTheWindow) {
+  Write(4);
+  EXPECT_TRUE(m_log.TellDropped(false));
+  g_nowMs = 6000;
+  EXPECT_FALSE(m_log.TellDropped(false));
+  EXPECT_EQ("1 more records within 1000 ms were suppressed", m_lines.Texts().back());
+}
+
+TEST_F(HostDebugLimit, SystemLogAndLogSites_HaveNoShareInIt) {
+  Write(4);
+  CSVC_DBG_SysLog(m_dbg, KST_LOG_INFO, "s");
+  EXPECT_EQ("s", m_lines.Texts().back());
+  EXPECT_EQ(2u, LogTimes(3, 0));
+  EXPECT_EQ(1u, m_log.Stat().siteCount);
+}
+
+TEST_F(HostLog, DebugLimit_Is100_OrAsGiven) {
+  for (const uint32_t burst : {0u, 7u, UINT32_MAX}) {
+    LogLines lines;
+    KestrelParam param = lines.Param();
+    param.logWindowMs = 3600000;
+    param.debugBurst = burst;
+    const HostPtr host(KestrelNew(&param, nullptr, 0));
+    for (int i = 0; i < 500; ++i) CSVC_DBG_Debug(KestrelDbg(host.get()), 1, "d");
+    EXPECT_EQ(burst == 0 ? 100u : burst == 7 ? 7u : 500u, lines.All().size());
+  }
 }
 
 // A sink that logs itself, while the dropped records are told, must not upset the walk.

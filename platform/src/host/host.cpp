@@ -23,6 +23,10 @@ kestrel::UvPtr<uv_timer_t> NewTimerHandle(uv_loop_t *loop) {
   return handle;
 }
 
+bool TakesDbg(void *owner, uint32_t level) {
+  return kestrel::Guarded(false, [&] { return static_cast<Log *>(owner)->TakesDebug(level); });
+}
+
 void WriteDbg(void *owner, bool toSyslog, uint32_t level, const char *text) {
   kestrel::Quietly([&] {
     auto *log = static_cast<Log *>(owner);
@@ -66,7 +70,7 @@ Kestrel::Kestrel(const KestrelParam &param)
       m_timers(NewTimerHandle(m_loop.Get())),
       m_watches(m_loop.Get()),
       m_log(param, kestrel::MonotonicMs),
-      m_dbg{WriteDbg, &m_log} {
+      m_dbg{TakesDbg, WriteDbg, &m_log} {
   AddPool(param.name, param.memLimitBytes);
   m_log.OnFirstDrop([this] { WatchDrops(); });
   kestrel::AddAssertLog(&m_log);

@@ -28,6 +28,7 @@ KestrelParam WithDefaults(const KestrelParam *given) {
   SetDefault<uint32_t>(param.logFileCount, 3);
   SetDefault<uint32_t>(param.logWindowMs, 1000);
   SetDefault<uint32_t>(param.logBurst, 100);
+  SetDefault<uint32_t>(param.debugBurst, 100);
   return param;
 }
 

@@ -29,6 +29,7 @@ std::string OneLine(std::string_view text) {
 const char *TextOr(const char *text, const char *other) { return text != nullptr ? text : other; }
 
 constexpr char kNoModule[] = "-";
+constexpr char kDebugModule[] = "debug";
 
 }  // namespace
 
@@ -37,7 +38,10 @@ Log::Log(const KestrelParam &param, Clock clock)
       m_clock(clock),
       m_lowestLevel(param.logLevel),
       m_sinks(param),
-      m_sites(param.logWindowMs, param.logBurst) {}
+      m_sites(param.logWindowMs, param.logBurst) {
+  m_debug.module = kDebugModule;
+  m_debug.burst = param.debugBurst;
+}
 
 void Log::Count(const char *module, uint32_t line) {
   ++m_sites.Get(TextOr(module, kNoModule), line).account.counted;
@@ -51,17 +55,27 @@ bool Log::Admits(const char *module, uint32_t line, uint32_t level) {
     return false;
   }
   LogSite &site = m_sites.Get(TextOr(module, kNoModule), line);
-  const uint64_t nowMs = m_clock();
-  if (m_sites.WindowIsOver(site, nowMs)) {
-    TellDroppedAt(site);
-    m_sites.OpenWindow(site, nowMs);
+  RenewWindow(site);
+  if (!site.HasRoom()) {
+    Drop(site, level);
+    return false;
   }
-  if (m_sites.Admit(site, level)) return true;
+  site.Admit();
+  return true;
+}
 
+void Log::RenewWindow(LogSite &site) {
+  const uint64_t nowMs = m_clock();
+  if (!m_sites.WindowIsOver(site, nowMs)) return;
+  TellDroppedAt(site);
+  m_sites.OpenWindow(site, nowMs);
+}
+
+void Log::Drop(LogSite &site, uint32_t level) {
+  site.Drop(level);
   ++m_stat.suppressedByRate;
   if (!m_isDropPending && m_onFirstDrop) m_onFirstDrop();
   m_isDropPending = true;
-  return false;
 }
 
 void Log::Print(const char *module, uint32_t line, uint32_t level, const char *func,
@@ -81,9 +95,18 @@ void Log::NoteAt(const char *module, uint32_t line, uint32_t level, const std::s
   m_sinks.Write(Booked({KESTREL_CHANNEL_HOST, level, module, line, "", OneLine(text).c_str()}));
 }
 
+bool Log::TakesDebug(uint32_t level) {
+  level = std::min<uint32_t>(level, KST_LOG_ERROR);
+  if (!Passes(level)) return false;
+  RenewWindow(m_debug);
+  if (m_debug.HasRoom()) return true;
+  Drop(m_debug, level);
+  return false;
+}
+
 void Log::Debug(uint32_t level, const char *text) {
-  if (!Passes(std::min<uint32_t>(level, KST_LOG_ERROR))) return;
-  m_sinks.Write(Booked({KESTREL_CHANNEL_DEBUG, level, "debug", 0, "", OneLine(text).c_str()}));
+  m_debug.Admit();
+  m_sinks.Write(Booked({KESTREL_CHANNEL_DEBUG, level, kDebugModule, 0, "", OneLine(text).c_str()}));
 }
 
 void Log::Syslog(uint32_t level, const char *text) {
@@ -102,14 +125,16 @@ bool Log::TellDropped(bool all) {
   const uint64_t nowMs = m_clock();
   std::vector<LogSite *> ripe;
   m_isDropPending = false;
-  m_sites.ForEach([&](LogSite &site) {
+  const auto gather = [&](LogSite &site) {
     if (site.dropped == 0) return;
     if (all || m_sites.WindowIsOver(site, nowMs)) {
       ripe.push_back(&site);
     } else {
       m_isDropPending = true;
     }
-  });
+  };
+  m_sites.ForEach(gather);
+  gather(m_debug);
   for (LogSite *site : ripe) TellDroppedAt(*site);
   return m_isDropPending;
 }

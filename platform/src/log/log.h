@@ -41,8 +41,12 @@ class Log : public KST_LogObj {
   // NoteAt is Note for a site, rate-limited.
   void NoteAt(const char *module, uint32_t line, uint32_t level, const std::string &text);
 
-  // Debug and Syslog print the texts of the debug channel.
+  // TakesDebug decides whether a text of the debug channel is printed now; Debug prints one that
+  // is.
+  bool TakesDebug(uint32_t level);
   void Debug(uint32_t level, const char *text);
+
+  // Syslog prints a text of the system log, without rate limit.
   void Syslog(uint32_t level, const char *text);
 
   // TellDropped prints how many records were dropped, for each site whose window is over, or for
@@ -55,6 +59,8 @@ class Log : public KST_LogObj {
 
  private:
   bool Passes(uint32_t level) const { return level + 1 >= m_lowestLevel; }
+  void RenewWindow(LogSite &site);
+  void Drop(LogSite &site, uint32_t level);
   void TellDroppedAt(LogSite &site);
   KestrelLogRecord Booked(KestrelLogRecord record);
 
@@ -62,6 +68,7 @@ class Log : public KST_LogObj {
   uint32_t m_lowestLevel;  // KESTREL_LEVEL_*, which are the record levels and 1
   LogSinks m_sinks;
   LogSites m_sites;
+  LogSite m_debug;  // rate limit of the debug channel
   KestrelLogStat m_stat{};
   bool m_isDropPending = false;
   std::function<void()> m_onFirstDrop;

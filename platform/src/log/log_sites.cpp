@@ -12,6 +12,21 @@ constexpr std::string_view kOtherModule = "other";
 
 }  // namespace
 
+bool LogSite::HasRoom() const {
+  return burst == std::numeric_limits<uint32_t>::max() || admitted < burst;
+}
+
+void LogSite::Admit() {
+  ++admitted;
+  ++account.printed;
+}
+
+void LogSite::Drop(uint32_t level) {
+  ++dropped;
+  ++account.suppressed;
+  dropLevel = std::max(dropLevel, level);
+}
+
 LogSite &LogSites::Get(std::string_view module, uint32_t line) {
   const auto found = m_sites.find(KeyView{module, line});
   if (found != m_sites.end()) return found->second;
@@ -21,6 +36,7 @@ LogSite &LogSites::Get(std::string_view module, uint32_t line) {
   LogSite site;
   site.module = key.module;
   site.line = key.line;
+  site.burst = m_burst;
   return m_sites.emplace(std::move(key), std::move(site)).first->second;
 }
 
@@ -34,19 +50,6 @@ void LogSites::OpenWindow(LogSite &site, uint64_t nowMs) {
   site.admitted = 0;
   site.dropped = 0;
   site.dropLevel = 0;
-}
-
-bool LogSites::Admit(LogSite &site, uint32_t level) {
-  constexpr uint32_t kNoLimit = std::numeric_limits<uint32_t>::max();
-  if (m_burst == kNoLimit || site.admitted < m_burst) {
-    ++site.admitted;
-    ++site.account.printed;
-    return true;
-  }
-  ++site.dropped;
-  ++site.account.suppressed;
-  site.dropLevel = std::max(site.dropLevel, level);
-  return false;
 }
 
 }  // namespace kestrel

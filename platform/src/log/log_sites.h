@@ -16,9 +16,15 @@
 namespace kestrel {
 
 struct LogSite {
+  // HasRoom says whether one more record of the present window is within the limit.
+  bool HasRoom() const;
+  void Admit();
+  void Drop(uint32_t level);
+
   std::string module;
   uint32_t line = 0;
   KestrelLogSite account{};
+  uint32_t burst = 0;  // records admitted in a window; UINT32_MAX: all
   uint64_t windowStartMs = 0;
   uint32_t admitted = 0;   // in this window
   uint32_t dropped = 0;    // in this window
@@ -45,9 +51,6 @@ class LogSites {
 
   // OpenWindow starts counting anew.
   void OpenWindow(LogSite &site, uint64_t nowMs);
-
-  // Admit counts one record of the present window; false: it is beyond the limit.
-  bool Admit(LogSite &site, uint32_t level);
 
   size_t Count() const { return m_sites.size(); }
   uint32_t WindowMs() const { return m_windowMs; }
