@@ -91,7 +91,7 @@ void RunClient(WireHost &host, coap_context_t *context, const Options &options) 
 
 int main(int argc, char **argv) {
   const Options options(argc, argv);
-  WireHost host(options.Is("--logging", "default") ? Logging::kDefault : Logging::kNone);
+  WireHost host(LoggingOf(options));
   coap_context_t *context = host.NewContext();
   if (options.Is("--role", "client")) {
     RunClient(host, context, options);

@@ -82,7 +82,7 @@ void RunClient(WireHost &host, CoapRpcCtx *ctx, const Options &options) {
 
 int main(int argc, char **argv) {
   const Options options(argc, argv);
-  WireHost host(options.Is("--logging", "default") ? Logging::kDefault : Logging::kNone);
+  WireHost host(LoggingOf(options));
   CoapRpcCtx *ctx = host.NewInstance();
   if (options.Is("--role", "client")) {
     RunClient(host, ctx, options);

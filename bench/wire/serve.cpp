@@ -1,4 +1,4 @@
-/* serve.cpp: a server that answers POSTs at once with 32 bytes, as load asks it.
+/* serve.cpp: a server that answers POSTs at once, as load asks it.
  *
  *   --kind rpc       the library
  *   --kind libcoap   libcoap alone, same build, same answer: what the library can reach at most
@@ -6,7 +6,8 @@
  *   --clear yes      libcoap alone clears a buffer of 65,471 bytes before each answer, as the
  *                    interface of the library asks for
  *   --port <n>       on 127.0.0.1 (5683)
- *   --logging default|none
+ *   --logging default|debug|none
+ *   --answer <n>     bytes of an answer (32); not without CoAP
  *   --uris <n>       serve so many URIs "post<number>", else one, "post" */
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -24,6 +25,8 @@ using namespace coap_rpc_bench;
 
 constexpr size_t kAnswerLen = 32;
 
+size_t g_answerLen = kAnswerLen;
+
 std::vector<std::string> UrisOf(const Options &options) {
   const uint32_t numUris = options.Number("--uris", 0);
   if (numUris == 0) return {"post"};
@@ -35,7 +38,7 @@ std::vector<std::string> UrisOf(const Options &options) {
 // ---- the library ----
 
 int32_t AnswerRpc(uint64_t, const CoapRpcSerReqInfo *, uint8_t *, uint32_t, uint8_t *, uint32_t) {
-  return kAnswerLen - 1;  // one byte more goes out
+  return static_cast<int32_t>(g_answerLen - 1);  // one byte more goes out
 }
 
 void ServeRpc(CoapRpcCtx *ctx, const std::vector<std::string> &uris, uint16_t port) {
@@ -67,7 +70,7 @@ void AnswerLibcoap(coap_resource_t *resource, coap_session_t *session, const coa
   if (coap_get_data(request, &len, &data) == 0) return;
   if (g_isClearing) memset(answer, 0, sizeof(answer));
   coap_add_data_large_response(resource, session, request, response, query,
-                               COAP_MEDIATYPE_TEXT_PLAIN, -1, 0, kAnswerLen, answer, nullptr,
+                               COAP_MEDIATYPE_TEXT_PLAIN, -1, 0, g_answerLen, answer, nullptr,
                                nullptr);
   coap_pdu_set_code(response, COAP_RESPONSE_CODE_CREATED);
 }
@@ -120,8 +123,9 @@ int OpenUdp(uint16_t port) {
 
 int main(int argc, char **argv) {
   const Options options(argc, argv);
+  g_answerLen = options.Number("--answer", kAnswerLen);
   const auto port = static_cast<uint16_t>(options.Number("--port", 5683));
-  WireHost host(options.Is("--logging", "default") ? Logging::kDefault : Logging::kNone);
+  WireHost host(LoggingOf(options));
   if (options.Is("--kind", "libcoap")) {
     g_isClearing = options.Is("--clear", "yes");
     ServeLibcoap(host.NewContext(), UrisOf(options), port);

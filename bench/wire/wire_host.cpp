@@ -38,6 +38,11 @@ void DropMessage(coap_log_t, const char *) {}
 
 }  // namespace
 
+Logging LoggingOf(const Options &options) {
+  if (options.Is("--logging", "debug")) return Logging::kDebug;
+  return options.Is("--logging", "default") ? Logging::kDefault : Logging::kNone;
+}
+
 WireHost::WireHost(Logging logging) : logging_(logging) {
   KestrelParam param = {};
   param.name = "bench";
@@ -62,7 +67,7 @@ WireHost::~WireHost() {
 }
 
 CoapRpcCtx *WireHost::NewInstance() {
-  const bool isLogging = logging_ == Logging::kDefault;
+  const bool isLogging = logging_ != Logging::kNone;
   CoapRpcInitParam param = {};
   param.name = "bench";
   param.logEnable = isLogging ? 1 : 0;
@@ -70,6 +75,7 @@ CoapRpcCtx *WireHost::NewInstance() {
   param.memHandle = KestrelMem(host_);
   param.dispHandle = KestrelDisp(host_);
   param.tmrHandle = KestrelTmr(host_);
+  if (logging_ == Logging::kDebug) param.dbgHandle = KestrelDbg(host_);
   instance_ = COAP_RpcInit(&param);
   if (!instance_) abort();
   if (!isLogging) COAP_RpcSetLibLogLevel(instance_, kQuietLevel);
@@ -79,8 +85,8 @@ CoapRpcCtx *WireHost::NewInstance() {
 
 coap_context_t *WireHost::NewContext() {
   coap_startup();
-  coap_set_log_level(logging_ == Logging::kDefault ? static_cast<coap_log_t>(coap_rpc::kLibLogLevel)
-                                                   : static_cast<coap_log_t>(kQuietLevel));
+  coap_set_log_level(logging_ != Logging::kNone ? static_cast<coap_log_t>(coap_rpc::kLibLogLevel)
+                                                : static_cast<coap_log_t>(kQuietLevel));
   coap_set_log_handler(DropMessage);
   coap_set_show_pdu_output(0);
   context_ = coap_new_context(nullptr);

@@ -9,12 +9,17 @@
 
 #include "coap_svc/rpc/coap_rpc.h"
 #include "kestrel.h"
+#include "options.h"
 
 namespace coap_rpc_bench {
 
-// Logging says how much of it there is: none at all, or as the library starts with, to a log that
-// takes information and above and prints nothing.
-enum class Logging { kNone, kDefault };
+// Logging says how much of it there is: none at all, with libcoap's level lowered; as the library
+// starts with, to a log that takes information and above and prints nothing; and that with the
+// host's debug channel.
+enum class Logging { kNone, kDefault, kDebug };
+
+// LoggingOf reads --logging none|default|debug.
+Logging LoggingOf(const Options &options);
 
 // WireHost is a host that ends with SIGTERM, and one instance or context on it.
 class WireHost {
