@@ -23,6 +23,8 @@ static CoapRpcCtx *MakeInstance(Kestrel *host, const char *name) {
   param.dispHandle = KestrelDisp(host);
   param.logHandle = KestrelLog(host);
   param.tmrHandle = KestrelTmr(host);
+  /* Takes 100 texts a second (KestrelParam.debugBurst).  With a log or a channel that takes every
+   * line, COAP_RpcSetLibLogLevel(ctx, 4) leaves libcoap's warnings once the rest is not needed. */
   param.dbgHandle = KestrelDbg(host);
   return COAP_RpcInit(&param);
 }

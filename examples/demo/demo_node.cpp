@@ -11,7 +11,9 @@
 
 namespace {
 
-constexpr uint32_t kLibLogLevel = 4;  // warnings: the messages about every datagram cost time
+// Warnings, which are all that this program's log takes: it is not even asked about the lines for each
+// datagram.
+constexpr uint32_t kLibLogLevel = 4;
 constexpr int kMaxWaitMs = 20;
 
 void OnReadable(void *param, int) { COAP_RpcProcIo(static_cast<CoapRpcCtx *>(param)); }

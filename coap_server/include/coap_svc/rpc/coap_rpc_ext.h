@@ -57,6 +57,11 @@ COAP_RPC_API uint32_t COAP_RpcProcIo(CoapRpcCtx *ctx);
 /* COAP_RpcSetLibLogLevel says which of libcoap's messages reach the log: 0 (emergency) to 8 (all,
  * the default; also for larger numbers).  libcoap has one level for the process.
  *
+ * Messages that neither the log nor the debug channel takes are not formatted.  Lower the level when
+ * they are taken but not wanted, or when the host cannot be asked (CSVC_DBG_Takes in csvc_dbg.h):
+ * at 8 libcoap writes some ten lines for each request, with the messages themselves; 4 leaves the
+ * warnings.
+ *
  * Returns 0 or:  1900001406 null instance (asserted) */
 COAP_RPC_API uint32_t COAP_RpcSetLibLogLevel(CoapRpcCtx *ctx, uint32_t level);
 
