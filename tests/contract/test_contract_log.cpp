@@ -5,6 +5,9 @@
 #include "csvc_dbg.h"
 #include "kst_log.h"
 
+// Optional: null in a host that has none.
+#pragma weak CSVC_DBG_Takes
+
 namespace coap_rpc_test {
 namespace {
 
@@ -131,6 +134,18 @@ TEST_F(ContractLog, Debug_AnyHandle_IsAccepted) {
     CSVC_DBG_Debug(dbg, 1, "number %d\n", 7);
     CSVC_DBG_Debug(dbg, 1, "%s", "no line feed");
     CSVC_DBG_SysLog(dbg, 1, "uri:%s", "a/b");
+  }
+  EXPECT_EQ(Host().LogLines().size(), 0u);
+}
+
+// A host that has no answer takes every text.
+TEST_F(ContractLog, DebugQuestion_AnyHandle_AskingChangesNothing) {
+  for (const uint64_t dbg : {uint64_t{0}, Host().Dbg()}) {
+    const uint32_t first = CSVC_DBG_Takes ? CSVC_DBG_Takes(dbg, 1) : 1;
+    EXPECT_LE(first, 1u);
+    for (int i = 0; i < 1000; ++i) {
+      ASSERT_EQ(CSVC_DBG_Takes ? CSVC_DBG_Takes(dbg, 1) : 1, first);
+    }
   }
   EXPECT_EQ(Host().LogLines().size(), 0u);
 }

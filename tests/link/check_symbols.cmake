@@ -53,6 +53,12 @@ foreach(line IN LISTS lines)
   endif()
 endforeach()
 
+# A host need not have what is optional.
+run_readelf(--dyn-syms lines)
+if(NOT lines MATCHES " WEAK [^;]* UND CSVC_DBG_Takes")
+  message(SEND_ERROR "CSVC_DBG_Takes is not referred to weakly")
+endif()
+
 # It starts no thread and no process: what that takes is not imported.
 set(starters pthread_create thrd_create clone clone3 fork vfork posix_spawn posix_spawnp popen system
   timer_create mq_notify getaddrinfo_a aio_read aio_write lio_listio)

@@ -3,18 +3,16 @@
 #include <cstdarg>
 #include <cstdio>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "coap_svc/rpc/coap_rpc_ext.h"
-#include "coap_svc/rpc/coap_rpc_ser.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_log.h"
 #include "csvc_dbg.h"
 #include "logging_functions.h"
-#include "raw_peer.h"
-#include "test_instance.h"
+#include "test_host.h"
 
 // What costs, counted: linked with --wrap.
 extern "C" {

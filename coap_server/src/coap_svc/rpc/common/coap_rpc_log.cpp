@@ -48,8 +48,9 @@ bool DebugWanted(uint64_t dbg) {
 }
 
 uint32_t DebugLineTakers(uint64_t log, uint64_t dbg) {
-  return (LogWanted(log, kLogModule, kLogLogModDo) ? kTakenByLog : kTakenByNobody) |
-         (dbg != 0 && DebugWanted(dbg) ? kTakenByDebug : kTakenByNobody);
+  uint32_t takers = LogWanted(log, kLogModule, kLogLogModDo) ? kTakenByLog : kTakenByNobody;
+  if (dbg != 0 && DebugWanted(dbg)) takers |= kTakenByDebug;
+  return takers;
 }
 
 void WriteDebugLine(uint32_t takers, uint64_t log, uint64_t dbg, const char *fmt, ...) {

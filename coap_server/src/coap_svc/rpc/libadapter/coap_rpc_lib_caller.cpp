@@ -18,7 +18,7 @@ struct Frame {
 };
 
 // IsLogger tells whether an address lies in the code of one of libcoap's loggers.
-bool IsLogger(const void *address) {
+[[maybe_unused]] bool IsLogger(const void *address) {
   const auto code = reinterpret_cast<uintptr_t>(address);
 #ifdef COAP_LOG_HAS_GATE
   if (code - reinterpret_cast<uintptr_t>(&coap_log_asked_impl) < kLoggerCodeSize) return true;

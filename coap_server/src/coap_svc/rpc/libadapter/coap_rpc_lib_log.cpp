@@ -45,8 +45,9 @@ const LogSite &SiteOf(coap_log_t level) {
 
 // TakersOf offers a message to both sinks, the debug channel whatever its handle.
 uint32_t TakersOf(const CoapRpcCtx *ctx, coap_log_t level) {
-  return (LogWanted(ctx->log, kLogModule, SiteOf(level)) ? kTakenByLog : kTakenByNobody) |
-         (DebugWanted(ctx->param.dbgHandle) ? kTakenByDebug : kTakenByNobody);
+  uint32_t takers = LogWanted(ctx->log, kLogModule, SiteOf(level)) ? kTakenByLog : kTakenByNobody;
+  if (DebugWanted(ctx->param.dbgHandle)) takers |= kTakenByDebug;
+  return takers;
 }
 
 void Write(const CoapRpcCtx *ctx, uint32_t takers, coap_log_t level, const char *func,
