@@ -19,7 +19,7 @@ namespace {
 using console::Connection;
 using console::Reply;
 
-constexpr int kPatienceMs = 10'000;
+constexpr int kPatienceMs = 600'000;
 constexpr int kImpatienceMs = 20;
 
 // FakeHost greets one console with any bytes, then closes, or stays until it is destroyed.

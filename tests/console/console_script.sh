@@ -26,17 +26,17 @@ expect() {
   echo "ok: $what"
 }
 
-run() { "$CONSOLE" --socket "$work/socket" "$@"; }
+run() { "$CONSOLE" --timeout 600 --socket "$work/socket" "$@"; }
 
 mkfifo "$work/input"
 "$SERVER" "$work/socket" hostile <"$work/input" >"$work/server.out" 2>&1 &
 exec 9>"$work/input"
-for ((i = 0; i < 200; ++i)); do
+for ((i = 0; i < 6000; ++i)); do
   [[ -S $work/socket ]] && break
   sleep 0.05
 done
 
-socket=(--socket "$work/socket")
+socket=(--timeout 600 --socket "$work/socket")
 expect "a command" 0 $'line 1\nline 2\n ***total 2 line(s) ***' "" "${socket[@]}" demo lines 2
 expect "a command as one word" 0 $'line 1\n ***total 1 line(s) ***' "" "${socket[@]}" "demo lines 1"
 expect "the object is named" 0 $'line 1\n ***total 1 line(s) ***' "" \

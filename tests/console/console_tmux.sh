@@ -34,11 +34,11 @@ fail() {
   exit 1
 }
 
-# wait_for <what> <condition>...: for ten seconds.
+# wait_for <what> <condition>...: gives up after minutes.
 wait_for() {
   local what=$1 i
   shift
-  for ((i = 0; i < 200; ++i)); do
+  for ((i = 0; i < 6000; ++i)); do
     if "$@"; then
       echo "ok: $what"
       return 0
@@ -70,7 +70,7 @@ start_server() {
 start_console() {
   tmux -L "$TMUX_NAME" -f /dev/null new-session -d -x 80 -y 24 \
     "PS1='$ ' exec bash --norc --noprofile"
-  text "$CONSOLE --socket $work/socket"
+  text "$CONSOLE --timeout 600 --socket $work/socket"
   keys Enter
   wait_for "the prompt comes" last_line_is "kestrel>"
 }
@@ -197,7 +197,7 @@ keeps_history() {
   wait_for "quit leaves" last_line_is "$"
   [[ $(stat -c %a "$XDG_STATE_HOME/kestrel-console/history") == 600 ]] || fail "history is private"
   clear_screen "$"
-  text "$CONSOLE --socket $work/socket"
+  text "$CONSOLE --timeout 600 --socket $work/socket"
   keys Enter
   wait_for "the prompt comes" last_line_is "kestrel>"
   keys Up Up

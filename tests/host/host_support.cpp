@@ -29,8 +29,8 @@ std::vector<std::string> LogLines::Texts() const {
 }
 
 bool TurnUntil(Kestrel *host, const std::function<bool()> &isDone) {
-  constexpr uint64_t kFiveSecondsNs = 5'000'000'000u;
-  const uint64_t endNs = uv_hrtime() + kFiveSecondsNs;
+  constexpr uint64_t kPatienceNs = 300'000'000'000u;
+  const uint64_t endNs = uv_hrtime() + kPatienceNs;
   while (!isDone() && uv_hrtime() < endNs) {
     pollfd waiting{KestrelPollFd(host), POLLIN, 0};
     const int timeoutMs = KestrelPollTimeoutMs(host);

@@ -42,7 +42,8 @@ class LogLines {
   std::vector<LogLine> m_lines;
 };
 
-// TurnUntil runs the host's loop, waiting in between, until `isDone` or for five seconds.
+// TurnUntil runs the host's loop, waiting in between, until `isDone`; it gives up
+// after minutes.
 // Returns the last result of `isDone`.
 bool TurnUntil(Kestrel *host, const std::function<bool()> &isDone);
 

@@ -1,6 +1,4 @@
 // Two processes on two hosts, with a bad link between them.
-//
-// The time of both runs kSpeed times as fast as the real one.
 #include <map>
 
 #include "two_hosts.h"
@@ -9,9 +7,6 @@
 namespace coap_rpc_test {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-constexpr uint64_t kSpeed = 25;
 constexpr int kNumCalls = 1000;
 constexpr uint32_t kNumUris = 16;         // each has an answering session of its own
 constexpr uint32_t kNumSessions = 32;     // of the client
@@ -34,7 +29,7 @@ std::string TextOf(const std::map<std::string, std::string> &tuples) {
   return text;
 }
 
-// Node is one of the two hosts: an instance, and time that follows the real one.
+// Node is one of the two hosts.
 class Node {
  public:
   Node(uint32_t ipv4, const Channel &channel) : channel_(channel), side_(ipv4) {}
@@ -43,18 +38,15 @@ class Node {
 
  protected:
   void Step() {
-    const auto realMs =
-        std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start_);
-    const uint64_t target = static_cast<uint64_t>(realMs.count()) * kSpeed;
-    if (nowMs_ + 10 > target) usleep(200);
-    for (; nowMs_ + 10 <= target; nowMs_ += 10) side_.Host().AdvanceMs(10);
+    if (!channel_.NextBeat()) _exit(1);  // the test has gone
+    side_.Host().AdvanceMs(kBeatMs);
+    nowMs_ += kBeatMs;
   }
 
   const Channel &channel_;
   Side side_;
 
  private:
-  const Clock::time_point start_ = Clock::now();
   uint64_t nowMs_ = 0;
 };
 
@@ -218,8 +210,9 @@ TEST(TwoHosts, LinkThatLosesAFifth_AllCallsCompleteAndTheMirrorIsEqualAtTheEnd) 
     GTEST_SKIP() << "network namespaces and tunnel devices cannot be made here";
   }
   Link link(client.Tunnel(), server.Tunnel(), {20, 10, 10});
+  HostTime time;
   while (!client.HasEnded()) {
-    link.Carry();
+    time.Beat(&link, {&client, &server});
     const std::string table = server.Talk().Receive();
     if (!table.empty()) {
       EXPECT_TRUE(client.Talk().Send(table));
@@ -227,7 +220,7 @@ TEST(TwoHosts, LinkThatLosesAFifth_AllCallsCompleteAndTheMirrorIsEqualAtTheEnd) 
   }
   RecordProperty("client", client.Talk().Receive());
   EXPECT_TRUE(server.Talk().Send("stop"));
-  while (!server.HasEnded()) link.Carry();
+  while (!server.HasEnded()) time.Beat(&link, {&server});
   EXPECT_GT(link.NumLost(), 500u);
 }
 

@@ -1,9 +1,6 @@
 // Two hosts under a mixed load, and what happens to hosts and links: delay, an outage of a minute,
 // an address that changes, a process that is killed, and all that a bad link does at once.  After
-// each, everything is answered and every mirror equal within two minutes.
-//
-// The time of the hosts runs 25 times as fast as the real one, 10 times under the address checker,
-// or as COAP_RPC_TWO_HOSTS_SPEED says.
+// each, everything is answered and every mirror equal within two minutes of the hosts' time.
 #include <cstdlib>
 #include <memory>
 
@@ -13,29 +10,9 @@
 namespace coap_rpc_test {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 constexpr uint32_t kSecondHostIp = kFirstHostIp + 1;
 constexpr uint32_t kMovedIp = kFirstHostIp + 8;
 constexpr uint64_t kSettledWithinSeconds = 120;
-
-uint64_t Speed() {
-  static const char *const speed = getenv("COAP_RPC_TWO_HOSTS_SPEED");
-  return speed ? strtoull(speed, nullptr, 10) : 10;
-}
-
-// HostTime is the time of the hosts since it was made.
-class HostTime {
- public:
-  uint64_t Ms() const {
-    const auto realMs =
-        std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start_);
-    return static_cast<uint64_t>(realMs.count()) * Speed();
-  }
-
- private:
-  const Clock::time_point start_ = Clock::now();
-};
 
 // LoadedHost is what runs in one of the two processes.  It says once a second what its tables and
 // mirrors are ("rest", when it was told to begin nothing new and nothing is open).
@@ -49,24 +26,19 @@ class LoadedHost {
   ~LoadedHost() { side_.Stop(); }
 
   void Run() {
-    while (Obey(channel_.Receive())) {
+    while (channel_.NextBeat() && Obey(channel_.Receive())) {
       Step();
-      if (nowMs_ < nextReportMs_) continue;
-      nextReportMs_ = nowMs_ + 1000;
-      Report();
+      if (nowMs_ % kReportPeriodMs == 0) Report();
     }
   }
 
  private:
-  static constexpr uint64_t kStepMs = 10;
+  static constexpr uint64_t kReportPeriodMs = 1000;
 
   void Step() {
-    const uint64_t target = time_.Ms();
-    if (nowMs_ + kStepMs > target) usleep(200);
-    for (; nowMs_ + kStepMs <= target; nowMs_ += kStepMs) {
-      side_.Host().AdvanceMs(kStepMs);
-      load_->Step(nowMs_);
-    }
+    side_.Host().AdvanceMs(kBeatMs);
+    nowMs_ += kBeatMs;
+    load_->Step(nowMs_);
     side_.Host().ClearLogs();
   }
 
@@ -94,9 +66,7 @@ class LoadedHost {
   const Channel &channel_;
   Side side_;
   std::unique_ptr<Load> load_;
-  const HostTime time_;
   uint64_t nowMs_ = 0;
-  uint64_t nextReportMs_ = 0;
 };
 
 class UnsteadyHosts : public testing::Test {
@@ -130,13 +100,17 @@ class UnsteadyHosts : public testing::Test {
 
   template <typename Condition>
   bool CarryUntil(uint64_t limitSeconds, Condition condition) {
-    const HostTime time;
+    const uint64_t endMs = time_.Ms() + limitSeconds * 1000;
     while (!condition()) {
-      if (time.Ms() > limitSeconds * 1000) return false;
-      link_.Carry();
-      Listen();
+      if (time_.Ms() >= endMs) return false;
+      Beat();
     }
     return true;
+  }
+
+  void Beat() {
+    time_.Beat(&link_, {hosts_[0].get(), hosts_[1].get()});
+    Listen();
   }
 
   void Listen() {
@@ -156,7 +130,7 @@ class UnsteadyHosts : public testing::Test {
 
   // ExpectSettled ends the test: all is answered and equal in time, and no memory is left behind.
   void ExpectSettled() {
-    const HostTime time;
+    const uint64_t startMs = time_.Ms();
     Tell("quiet");
     tables_ = mirrors_ = {};
     EXPECT_TRUE(CarryUntil(kSettledWithinSeconds,
@@ -167,29 +141,23 @@ class UnsteadyHosts : public testing::Test {
         << states_[0] << "\n"
         << states_[1];
     printf("settled after %llu s of the hosts' time\n",
-           static_cast<unsigned long long>(time.Ms() / 1000));
+           static_cast<unsigned long long>((time_.Ms() - startMs) / 1000));
     Tell("stop");
     for (auto &host : hosts_) {
-      while (!host->HasEnded()) link_.Carry();
+      while (!host->HasEnded()) Beat();
     }
   }
 
   Link link_{-1, -1, {}};
+  HostTime time_;
   std::array<std::unique_ptr<HostProcess>, 2> hosts_;
   std::array<std::string, 2> tables_;
   std::array<std::string, 2> mirrors_;
   std::array<std::string, 2> states_;  // what they said last
 };
 
-// Qualities are given in the time of the hosts.
-LinkQuality Slow(LinkQuality quality) {
-  quality.delayMs /= static_cast<uint32_t>(Speed());
-  quality.jitterMs /= static_cast<uint32_t>(Speed());
-  return quality;
-}
-
 TEST_F(UnsteadyHosts, LinkWithDelay_IsOnlySlower) {
-  link_.SetQuality(Slow({0, 0, 0, 200, 100}));
+  link_.SetQuality({0, 0, 0, 200, 100});
   Carry(30);
   ExpectSettled();
 }
@@ -222,7 +190,7 @@ TEST_F(UnsteadyHosts, ProcessKilledAndStartedAnew_IsServedAndServesAgain) {
 }
 
 TEST_F(UnsteadyHosts, LossDuplicatesReorderingAndDelayTogether_NothingIsMissing) {
-  link_.SetQuality(Slow({10, 10, 10, 250, 250}));
+  link_.SetQuality({10, 10, 10, 250, 250});
   Carry(60);
   link_.SetQuality({});
   ExpectSettled();

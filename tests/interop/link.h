@@ -1,4 +1,4 @@
-/* link.h: the link between two hosts, as bad as a test wants it. */
+/* link.h: the link between two hosts, as bad as a test wants it.  The test says what time it is. */
 #ifndef LINK_H
 #define LINK_H
 
@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <chrono>
 #include <cstdint>
 #include <map>
 #include <random>
@@ -33,13 +32,13 @@ class Link {
   void SetQuality(const LinkQuality &quality) { quality_ = quality; }
   void SetTunnel(size_t which, int tunnel) { tunnels_[which] = tunnel; }  // of a host's next life
 
-  // Carry waits up to a millisecond for packets and carries what is due.
-  void Carry() {
+  // Carry waits up to `waitMs` for packets and carries what is due.
+  void Carry(uint64_t nowMs, int waitMs) {
+    nowMs_ = nowMs;
     std::array<pollfd, 2> waits = {{{tunnels_[0], POLLIN, 0}, {tunnels_[1], POLLIN, 0}}};
-    poll(waits.data(), waits.size(), 1);
+    poll(waits.data(), waits.size(), waitMs);
     for (size_t from = 0; from < 2; ++from) Drain(from);
-    const Clock::time_point now = Clock::now();
-    while (!onTheWay_.empty() && onTheWay_.begin()->first <= now) {
+    while (!onTheWay_.empty() && onTheWay_.begin()->first <= nowMs_) {
       Deliver(onTheWay_.begin()->second);
       onTheWay_.erase(onTheWay_.begin());
     }
@@ -49,7 +48,6 @@ class Link {
   uint64_t NumCarried() const { return numCarried_; }
 
  private:
-  using Clock = std::chrono::steady_clock;
   static constexpr uint32_t kLateMs = 3;
 
   struct Packet {
@@ -79,7 +77,7 @@ class Link {
   void Send(const Packet &packet, uint32_t extraMs) {
     uint32_t ms = quality_.delayMs + extraMs;
     if (quality_.jitterMs != 0) ms += static_cast<uint32_t>(random_() % quality_.jitterMs);
-    onTheWay_.emplace(Clock::now() + std::chrono::milliseconds(ms), packet);
+    onTheWay_.emplace(nowMs_ + ms, packet);
   }
 
   void Deliver(const Packet &packet) {
@@ -91,7 +89,8 @@ class Link {
   std::array<int, 2> tunnels_;
   LinkQuality quality_;
   std::mt19937 random_{31};
-  std::multimap<Clock::time_point, Packet> onTheWay_;
+  std::multimap<uint64_t, Packet> onTheWay_;  // by the time when they arrive
+  uint64_t nowMs_ = 0;
   uint64_t numLost_ = 0;
   uint64_t numCarried_ = 0;
 };

@@ -2,7 +2,10 @@
  * 10.77.0.2, and the link between them.
  *
  * A namespace's only way out is a tunnel device, whose other end the test holds: a Link carries the
- * packets from one to the other, or does not. */
+ * packets from one to the other, or does not.
+ *
+ * Hosts on the manual clock live beat by beat: each lives for kBeatMs of its time, then the link
+ * carries what they sent.  How fast the machine is does not matter to them. */
 #ifndef TWO_HOSTS_H
 #define TWO_HOSTS_H
 
@@ -16,6 +19,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <string>
 
 #include "link.h"
@@ -25,11 +29,13 @@ namespace coap_rpc_test {
 
 inline constexpr uint32_t kFirstHostIp = 0x0A4D0001;  // 10.77.0.1; the second one follows
 
-// Channel is a stream socket between two processes; each message is one write.
+inline constexpr uint64_t kBeatMs = 10;
+
+// Channel is the talk between two processes: messages of one write each, and beats.
 class Channel {
  public:
   Channel() = default;
-  explicit Channel(int fd) : fd_(fd) {}
+  Channel(int fd, int beatFd) : fd_(fd), beatFd_(beatFd) {}
 
   bool Send(const std::string &text) const {
     return send(fd_, text.data(), text.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(text.size());
@@ -39,10 +45,20 @@ class Channel {
 
   // Receive returns the next message; "" when none waits.
   std::string Receive() const {
-    std::string text(1 << 16, '\0');
-    const ssize_t len = recv(fd_, text.data(), text.size(), MSG_DONTWAIT);
-    text.resize(len > 0 ? static_cast<size_t>(len) : 0);
+    const ssize_t len = recv(fd_, nullptr, 0, MSG_DONTWAIT | MSG_PEEK | MSG_TRUNC);
+    std::string text(len > 0 ? static_cast<size_t>(len) : 0, '\0');
+    if (len > 0) recv(fd_, text.data(), text.size(), MSG_DONTWAIT);
     return text;
+  }
+
+  // The host says that it is done with the last beat and waits for the next; false: there is none.
+  bool NextBeat() const { return GiveBeat() && TakeBeat(); }
+
+  // The other end; both do nothing when the host has ended.
+  bool GiveBeat() const { return send(beatFd_, "b", 1, MSG_NOSIGNAL) == 1; }
+  bool TakeBeat() const {
+    char byte = 0;
+    return recv(beatFd_, &byte, 1, 0) == 1;
   }
 
  private:
@@ -52,6 +68,7 @@ class Channel {
   };
 
   int fd_ = -1;
+  int beatFd_ = -1;
 };
 
 inline bool Channel::SendFd(int fd) const {
@@ -128,11 +145,16 @@ class HostProcess {
 
   HostProcess(uint32_t ipv4, const Main &main) {
     int ends[2] = {-1, -1};
-    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return;
+    int beats[2] = {-1, -1};
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0 ||
+        socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, beats) != 0) {
+      return;
+    }
     pid_ = fork();
-    if (pid_ == 0) Run(ipv4, Channel(ends[1]), main);
+    if (pid_ == 0) Run(ipv4, Channel(ends[1], beats[1]), main);
     close(ends[1]);
-    channel_ = Channel(ends[0]);
+    close(beats[1]);
+    channel_ = Channel(ends[0], beats[0]);
     tunnel_ = channel_.ReceiveFd();
   }
   ~HostProcess() {
@@ -172,6 +194,28 @@ class HostProcess {
   pid_t pid_ = -1;
   int tunnel_ = -1;
   Channel channel_;
+};
+
+// HostTime is the time of hosts that live beat by beat.
+class HostTime {
+ public:
+  uint64_t Ms() const { return nowMs_; }
+
+  // Beat waits until all hosts are done with the last beat, carries what they sent, and lets them
+  // live for the next one.  Those that are null or have ended are left out.
+  void Beat(Link *link, std::initializer_list<const HostProcess *> hosts) {
+    for (const HostProcess *host : hosts) {
+      if (host) host->Talk().TakeBeat();
+    }
+    link->Carry(nowMs_, 0);
+    for (const HostProcess *host : hosts) {
+      if (host) host->Talk().GiveBeat();
+    }
+    nowMs_ += kBeatMs;
+  }
+
+ private:
+  uint64_t nowMs_ = 0;
 };
 
 }  // namespace coap_rpc_test

@@ -238,7 +238,9 @@ bool IsOurs(const sockaddr *address) {
   return TestNetwork::Current() && address->sa_family == AF_INET;
 }
 
-const sockaddr_in &Ipv4Of(const void *address) { return *static_cast<const sockaddr_in *>(address); }
+const sockaddr_in &Ipv4Of(const void *address) {
+  return *static_cast<const sockaddr_in *>(address);
+}
 
 int Tell(TestNetwork::Endpoint endpoint, sockaddr *address, socklen_t *len) {
   const sockaddr_in ipv4 = coap_rpc_test::AddressOf(endpoint);
