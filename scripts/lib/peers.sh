@@ -4,26 +4,60 @@
 readonly PEERS=tests/interop/peers
 cache=$(cache_folder)
 
+readonly UNAVAILABLE=77   # status of a peer that cannot be had here
+
 # is_current <list of versions> <its copy in the cache>
 is_current() { cmp -s "$1" "$2"; }
+
+# want <command> <package>...: a machine may have the command from elsewhere.
+want() {
+  local command=$1
+  shift
+  command -v "$command" >/dev/null || (install_packages "$@") >/dev/null 2>&1 ||
+    { printf 'no %s here, and its package cannot be installed\n' "$command"; return "$UNAVAILABLE"; }
+}
+
+# judge_fetch <registry> <command>...: a fetch failed; is that for want of the registry?  The command
+# asks for something that the registry always has.
+judge_fetch() {
+  local registry=$1
+  shift
+  ! "$@" >/dev/null 2>&1 </dev/null || return 1
+  printf '%s cannot be reached\n' "$registry"
+  return "$UNAVAILABLE"
+}
+
+# install_aiocoap, install_node_coap: 0 when the peer is there; UNAVAILABLE when it cannot be had, and
+# a line says why; else what went wrong is printed.
 
 # A venv needs the module that makes one; the distribution has it in a package of its own.
 install_aiocoap() {
   is_current "$PEERS/requirements.txt" "$cache/aiocoap/requirements.txt" && return
-  say "fetching aiocoap into $cache/aiocoap"
+  want python3 python3 python3-venv || return
+  (install_packages python3-venv) >/dev/null 2>&1 || true
   rm -rf "$cache/aiocoap"
   mkdir -p "$cache"
-  quietly /usr/bin/python3 -m venv "$cache/aiocoap" &&
-    quietly "$cache/aiocoap/bin/pip" install --no-deps --requirement "$PEERS/requirements.txt" &&
+  /usr/bin/python3 -m venv "$cache/aiocoap" >/dev/null 2>&1 ||
+    { printf 'no python3-venv here, and it cannot be installed\n'; return "$UNAVAILABLE"; }
+  local pip=("$cache/aiocoap/bin/pip" --disable-pip-version-check --retries 1)
+  if quietly "${pip[@]}" install --no-deps --requirement "$PEERS/requirements.txt"; then
     cp "$PEERS/requirements.txt" "$cache/aiocoap/"
+  else
+    judge_fetch "pip's registry" "${pip[@]}" download --no-deps --dest "$cache/aiocoap/probe" aiocoap
+  fi
 }
 
 install_node_coap() {
   is_current "$PEERS/package.json" "$cache/node-coap/package.json" && return
-  say "fetching node-coap into $cache/node-coap"
-  rm -rf "$cache/node-coap"
+  want node nodejs || return
+  want npm npm || return
+  rm -rf "$cache/node-coap" "$cache/node-coap.new"
   mkdir -p "$cache/node-coap.new"
   cp "$PEERS/package.json" "$cache/node-coap.new/"
-  (cd "$cache/node-coap.new" && quietly npm install --no-package-lock --no-audit --no-fund \
-    --ignore-scripts) && mv -T "$cache/node-coap.new" "$cache/node-coap"
+  if (cd "$cache/node-coap.new" && quietly npm install --no-package-lock --no-audit --no-fund \
+    --ignore-scripts --fetch-retries 1); then
+    mv -T "$cache/node-coap.new" "$cache/node-coap"
+  else
+    judge_fetch "npm's registry" npm view --fetch-retries 1 coap version
+  fi
 }

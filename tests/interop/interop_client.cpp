@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <string>
@@ -21,8 +22,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int kStepMs = 2500;  // an observe call goes out with the next tick of 1001 ms
 constexpr size_t kMaxText = 40;
+
+// StepMs is how long a step takes: an observe call goes out with the next tick of 1001 ms.
+int StepMs() {
+  const char *slowness = std::getenv("INTEROP_SLOWNESS");
+  return 2500 * (slowness ? std::atoi(slowness) : 1);
+}
 
 Example g_example;
 std::vector<std::string> g_told;
@@ -118,9 +124,9 @@ void Call(CallFunc call, const CoapRpcUriKey &key, uint32_t code, std::string pa
 }
 
 // Tell runs a step and prints what was delivered while it ran.
-void Tell(const char *name, const std::function<void()> &step, int ms = kStepMs) {
+void Tell(const char *name, const std::function<void()> &step) {
   step();
-  RunFor(ms);
+  RunFor(StepMs());
   std::printf("%s\t%s\n", name, TakeTold().c_str());
 }
 

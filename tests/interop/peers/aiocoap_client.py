@@ -13,8 +13,8 @@ from aiocoap.tokenmanager import TokenManager
 
 import outcome
 
-SETTLE_SECONDS = 3
-CHANGE_SECONDS = 2.5
+SETTLE_SECONDS = 3 * outcome.SLOWNESS
+CHANGE_SECONDS = 2.5 * outcome.SLOWNESS
 
 
 

@@ -18,7 +18,8 @@ SHOWN = ("ETag", "Observe", "Uri-Path", "Content-Format", "Uri-Query",
          "Location-Path", "Location-Query")
 FORMATS = {"text/plain": 0, "application/link-format": 40, "application/json": 50}
 OPTION_NUMBERS = {"if-match": 1, "etag": 4, "if-none-match": 5}
-SETTLE_SECONDS = 4
+SETTLE_SECONDS = 4 * outcome.SLOWNESS
+CHANGE_SECONDS = 2.5 * outcome.SLOWNESS
 
 
 def tool(name):
@@ -34,7 +35,7 @@ class Tool:
                                          stderr=subprocess.STDOUT)
 
     def wait(self):
-        self._process.wait(100)
+        self._process.wait(100 * outcome.SLOWNESS)
         return self
 
     def kill(self):
@@ -110,7 +111,7 @@ def run_plain(request):
 
 def run_separate(request):
     server = Tool("stdbuf", "-oL", tool("coap-server"), "-A", "127.0.0.1", "-v", "7")
-    time.sleep(0.5)
+    time.sleep(0.5 * outcome.SLOWNESS)
     answer = run_plain(request)
     posts = {match[0].split(" i:")[1][:4]: match
              for match in messages(server.kill().lines(), "POST")}
@@ -133,13 +134,13 @@ def notifications(client):
 def run_observe(request):
     run_plain(outcome.start_of(request))
     log = outcome.ServerLog(request["path"])
-    seconds = str(SETTLE_SECONDS + 3 * len(request["steps"]))
+    seconds = str(SETTLE_SECONDS + 3 * outcome.SLOWNESS * len(request["steps"]))
     payload = ["-e", request["payload"]] if "payload" in request else []
     client = Tool(*arguments(request, "-w", "-s", seconds, *payload))
     time.sleep(SETTLE_SECONDS - 1)
     for step in request["steps"]:
         run_plain({"method": "POST", "path": "ctl", "payload": step})
-        time.sleep(2.5)
+        time.sleep(CHANGE_SECONDS)
     if request["end"] == "vanish":
         client.kill()
         run_plain({"method": "POST", "path": "ctl", "payload": f"set {request['path']} 1000 gone"})

@@ -12,9 +12,10 @@ const coap = require(path.join(path.resolve(process.argv[2]), 'node_modules', 'c
 const SERVER = '127.0.0.2';
 const RELAY = '127.0.0.3';
 const NO_ANSWER = 'no answer';
-const SETTLE_MS = 3000;
-const CHANGE_MS = 2500;
-const LOSSY_MS = 24000;  // the third copy of a message may be the first seen
+const SLOWNESS = Number(process.env.INTEROP_SLOWNESS || 1);  // how often its usual time a wait takes
+const SETTLE_MS = 3000 * SLOWNESS;
+const CHANGE_MS = 2500 * SLOWNESS;
+const LOSSY_MS = 24000 * SLOWNESS;  // the third copy of a message may be the first seen
 const MAX_ROWS = 5;
 const MAX_PAYLOAD = 1024;
 const LARGEST_BLOCK = 6;
@@ -102,7 +103,7 @@ class Log {
       .filter(([word, uri]) => word === 'observers' && uri === this.uri).map((words) => words[2]);
   }
   async waitLeft(seconds) {
-    for (let i = 0; i < seconds * 10 && this.numbers().at(-1) !== '0'; ++i) await sleep(100);
+    for (let i = 0; i < seconds * 10 * SLOWNESS && this.numbers().at(-1) !== '0'; ++i) await sleep(100);
   }
   text() { return `observers ${this.numbers().join(' ') || 'none'}`; }
 }

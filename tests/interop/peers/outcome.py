@@ -13,6 +13,7 @@ SERVER = "127.0.0.2"
 RELAY = "127.0.0.3"
 NO_ANSWER = "no answer"
 MAX_ROWS, MAX_TEXT = 5, 40
+SLOWNESS = int(os.environ.get("INTEROP_SLOWNESS", "1"))  # how often its usual time a wait takes
 
 
 def pattern(size):
@@ -28,7 +29,7 @@ def payload_of(request):
 
 def patience(request):
     """Seconds to wait for an answer; with losses it may take the third copy of a message."""
-    return 24 if request.get("lossy") else 3
+    return SLOWNESS * (24 if request.get("lossy") else 3)
 
 
 def _row_text(row):
@@ -100,7 +101,7 @@ class ServerLog:
         return self.numbers()[-1:] == ["0"]
 
     def wait_left(self, seconds):
-        end = time.monotonic() + seconds
+        end = time.monotonic() + SLOWNESS * seconds
         while not self.left() and time.monotonic() < end:
             time.sleep(0.1)
 
