@@ -79,12 +79,19 @@ std::ostream &operator<<(std::ostream &out, const UdpAddress &address) {
   return out << (isIpv6 ? "[" : "") << address.host << (isIpv6 ? "]:" : ":") << address.port;
 }
 
+// The kernel gives ports from 32,768 on to sockets that ask for any, those of other tests too.
+// Tests that run at the same time begin far from each other.
 uint16_t FindFreeUdpPort(const std::string &host) {
-  const int fd = OpenSocket({host, 0});
-  if (fd < 0) return 0;
-  const uint16_t port = LocalOf(fd).port;
-  close(fd);
-  return port;
+  constexpr uint32_t kFirst = 10'000, kNum = 22'000, kStride = 37, kMaxAttempts = 100;
+  static uint32_t next = static_cast<uint32_t>(getpid()) * kStride;
+  for (uint32_t i = 0; i < kMaxAttempts; ++i) {
+    const auto port = static_cast<uint16_t>(kFirst + next++ % kNum);
+    const int fd = OpenSocket({host, port});
+    if (fd < 0) continue;
+    close(fd);
+    return port;
+  }
+  return 0;
 }
 
 bool HasIpv6Loopback() { return FindFreeUdpPort("::1") != 0; }
