@@ -5,6 +5,7 @@ readonly PEERS=tests/interop/peers
 cache=$(cache_folder)
 
 readonly UNAVAILABLE=77   # status of a peer that cannot be had here
+readonly NPM_PATIENCE=(--fetch-retries 2 --fetch-retry-mintimeout 1000 --fetch-retry-maxtimeout 3000)
 
 # is_current <list of versions> <its copy in the cache>
 is_current() { cmp -s "$1" "$2"; }
@@ -55,9 +56,9 @@ install_node_coap() {
   mkdir -p "$cache/node-coap.new"
   cp "$PEERS/package.json" "$cache/node-coap.new/"
   if (cd "$cache/node-coap.new" && quietly npm install --no-package-lock --no-audit --no-fund \
-    --ignore-scripts --fetch-retries 1); then
+    --ignore-scripts "${NPM_PATIENCE[@]}"); then
     mv -T "$cache/node-coap.new" "$cache/node-coap"
   else
-    judge_fetch "npm's registry" npm view --fetch-retries 1 coap version
+    judge_fetch "npm's registry" npm view "${NPM_PATIENCE[@]}" coap version
   fi
 }

@@ -43,7 +43,7 @@ class HostileFlood : public HostileServer {
  protected:
   static constexpr uint32_t kNumRequests = 100 / kSlowdown;
   static constexpr uint32_t kRequestsPerWait = 10;
-  static constexpr int kMaxRepeats = 2000;
+  static constexpr int kMaxRepeats = 100'000;  // each lets the server work
 
   struct Score {
     uint32_t numAnswered = 0;
