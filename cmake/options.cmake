@@ -55,11 +55,22 @@ macro(coap_rpc_hide_from_fuzzer)
   endif()
 endmacro()
 
+# coap_rpc_allow_foreign_writes(): what is compiled in the calling folder lets libraries that the memory
+# sanitizer does not see write into its local variables.
+macro(coap_rpc_allow_foreign_writes)
+  if(COAP_RPC_SANITIZE STREQUAL "memory")
+    add_compile_options("SHELL:-mllvm -msan-poison-stack=0")
+  endif()
+endmacro()
+
 if(COAP_RPC_SANITIZE)
   # The vptr check needs RTTI, which we do without.
   add_compile_options(-fsanitize=${COAP_RPC_SANITIZE} -fno-sanitize=vptr
     -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${COAP_RPC_SANITIZE} -fno-sanitize=vptr)
+  if(COAP_RPC_SANITIZE STREQUAL "memory")
+    add_compile_options(-fsanitize-ignorelist=${PROJECT_SOURCE_DIR}/cmake/msan_ignore.txt)
+  endif()
   # What the checks of our C++ libraries call has to be in the program, C or not.
   add_link_options(
     "$<$<LINK_LANG_AND_ID:C,Clang>:SHELL:-fsanitize-link-c++-runtime -lstdc++>")

@@ -260,7 +260,7 @@ class Application {
 
   static int32_t OnRequest(uint64_t userData, const CoapRpcSerReqInfo *, uint8_t *payload,
                            uint32_t len, uint8_t *out, uint32_t outSize) {
-    Check(payload[len] == 0, "a request is not terminated");
+    CheckRequest(payload, len);
     memset(payload, 0xFF, len + 1);  // the copy is the callback's to spoil
     Application &self = Of(userData);
     self.Meanwhile();
@@ -268,7 +268,7 @@ class Application {
   }
 
   static uint32_t OnAsyncRequest(uint64_t userData, uint8_t *payload, uint32_t len, void *async) {
-    Check(payload[len] == 0, "a request is not terminated");
+    CheckRequest(payload, len);
     Application &self = Of(userData);
     self.pending_.push_back(async);
     self.Meanwhile();
@@ -284,7 +284,7 @@ class Application {
 
   static uint32_t OnResponse(uint64_t userData, uint64_t, uint8_t *payload, uint32_t len,
                              const CoapRpcCliRspInfo *) {
-    Check(payload ? payload[len] == 0 : len == 0, "a response is not terminated");
+    CheckResponse(payload, len);
     Application &self = Of(userData);
     self.Meanwhile();
     return self.script_.Byte() % 4;

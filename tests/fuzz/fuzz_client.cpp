@@ -47,7 +47,7 @@ int32_t BuildReq(uint64_t, const CoapRpcCliReqParam *req, uint8_t *out, uint32_t
 }
 
 uint32_t OnResponse(uint64_t, uint64_t, uint8_t *payload, uint32_t len, const CoapRpcCliRspInfo *) {
-  Check(payload ? payload[len] == 0 : len == 0, "a response is not terminated");
+  CheckResponse(payload, len);
   return payload && payload[0] == 'r';
 }
 

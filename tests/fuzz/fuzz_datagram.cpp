@@ -48,7 +48,7 @@ constexpr Entry kEntries[] = {
 
 int32_t OnRequest(uint64_t, const CoapRpcSerReqInfo *, uint8_t *payload, uint32_t len, uint8_t *out,
                   uint32_t outSize) {
-  Check(payload[len] == 0, "a request is not terminated");
+  CheckRequest(payload, len);
   if (payload[0] == 'c') return -1;
   if (payload[0] == 'n') return -2;
   const uint32_t numBytes = std::min(len * 40, outSize - 1);
@@ -141,7 +141,7 @@ class Server {
 
   static uint32_t OnAsyncRequest(uint64_t userData, uint8_t *payload, uint32_t len, void *async) {
     auto *self = reinterpret_cast<Server *>(userData);
-    Check(payload[len] == 0, "a request is not terminated");
+    CheckRequest(payload, len);
     if (payload[0] == 'n') COAP_RpcSerSendAsyncResponse(self->ctx_, async, payload, len);
     if (payload[0] == 'a') COAP_RpcSerAbortAsyncResponse(self->ctx_, async);
     self->pending_.push_back(async);

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "csvc_dbg.h"
+#include "fresh_memory.h"
 #include "host/edge.h"
 #include "kst_mem.h"
 #include "test_process.h"
@@ -74,7 +75,9 @@ Host::Timer *Host::FirstDue() {
 void *Host::Malloc(size_t size) {
   if (size > kMaxBytes || (failAt_ != 0 && --failAt_ == 0)) return nullptr;
   void *p = malloc(std::max<size_t>(size, 1));
-  if (p) ++numLive_;
+  if (!p) return nullptr;
+  ++numLive_;
+  coap_rpc_test::MarkFresh(p, size);
   return p;
 }
 

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "coap_svc/rpc/coap_rpc_ext.h"
+#include "fresh_memory.h"
 #include "fuzz_host.h"
 #include "fuzz_wire.h"
 
@@ -75,6 +76,16 @@ uint32_t ReopenAt(CoapRpcCtx *ctx, uint8_t number, uint16_t port) {
 uint32_t Detach(CoapRpcCtx *ctx, const Entry &entry) {
   const CoapRpcUriKey key = KeyOf(entry);
   return COAP_RpcSerUnsetUri(ctx, &key);
+}
+
+void CheckRequest(const uint8_t *payload, uint32_t len) {
+  Check(payload[len] == 0, "a request is not terminated");
+  coap_rpc_test::CheckWritten(payload, len);
+}
+
+void CheckResponse(const uint8_t *payload, uint32_t len) {
+  Check(payload ? payload[len] == 0 : len == 0, "a response is not terminated");
+  if (payload) coap_rpc_test::CheckWritten(payload, len);
 }
 
 CoapRpcCliAddr CallAddr(uint8_t from, uint8_t to, uint32_t code) {

@@ -52,6 +52,11 @@ uint32_t AttachAt(CoapRpcCtx *ctx, const Entry &entry, uint8_t number, uint16_t 
 uint32_t Detach(CoapRpcCtx *ctx, const Entry &entry);
 uint32_t ReopenAt(CoapRpcCtx *ctx, uint8_t number, uint16_t port);
 
+// CheckRequest and CheckResponse look at what a callback was given: terminated, and each byte
+// written by somebody.
+void CheckRequest(const uint8_t *payload, uint32_t len);
+void CheckResponse(const uint8_t *payload, uint32_t len);
+
 // CallAddr is the address of a call to the CoAP port of a peer.
 CoapRpcCliAddr CallAddr(uint8_t from, uint8_t to, uint32_t code);
 

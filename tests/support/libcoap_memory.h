@@ -1,5 +1,5 @@
 /* libcoap_memory.h: libcoap's allocator under the control of a test.  Programs that use it are
- * linked with the target libcoap_memory. */
+ * linked with the target libcoap_memory.  What it gives out counts as unwritten (fresh_memory.h). */
 #ifndef LIBCOAP_MEMORY_H
 #define LIBCOAP_MEMORY_H
 

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <map>
 
+#include "fresh_memory.h"
 #include "handle_table.h"
 
 namespace coap_rpc_test {
@@ -58,7 +59,7 @@ void *TestPool::Allocate(size_t size, const std::string &tag, bool isString) {
   if (!MayAllocate(size)) return nullptr;
   void *p = std::malloc(size);
   if (!p) return nullptr;
-  std::memset(p, kFreshByte, size);
+  MarkFresh(p, size);
   live_[p] = {size, ++numAllocations_, tag, isString};
   liveBytes_ += size;
   peakBytes_ = std::max(peakBytes_, liveBytes_);

@@ -13,12 +13,13 @@
 #include <vector>
 
 #include "fail_plan.h"
+#include "fresh_memory.h"
 
 namespace coap_rpc_test {
 
 class TestPool {
  public:
-  static constexpr uint8_t kFreshByte = 0xA5;
+  static constexpr uint8_t kFreshByte = coap_rpc_test::kFreshByte;
   static constexpr size_t kMaxBytes = size_t{1} << 30;  // larger requests are refused
 
   TestPool();

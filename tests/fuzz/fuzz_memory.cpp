@@ -1,0 +1,58 @@
+// fuzz_memory.cpp: what the memory sanitizer has to know about code that it does not see. All that
+// malloc gives out counts as written, since other libraries write there; the allocators of the
+// tests mark what is not (fresh_memory.h). The bounds-checked functions are another library's as
+// well.
+#include <safeclib/safe_mem_lib.h>
+#include <safeclib/safe_str_lib.h>
+
+#include <cstdarg>
+#include <cstring>
+
+#include "fresh_memory.h"
+
+extern "C" {
+
+const char *__msan_default_options();
+errno_t __real__memcpy_s_chk(void *dest, rsize_t dmax, const void *src, rsize_t len, size_t destBos,
+                             size_t srcBos);
+errno_t __real__memset_s_chk(void *dest, rsize_t dmax, int value, rsize_t len, size_t destBos);
+errno_t __real__strcpy_s_chk(char *dest, rsize_t dmax, const char *src, size_t destBos);
+errno_t __wrap__memcpy_s_chk(void *dest, rsize_t dmax, const void *src, rsize_t len, size_t destBos,
+                             size_t srcBos);
+errno_t __wrap__memset_s_chk(void *dest, rsize_t dmax, int value, rsize_t len, size_t destBos);
+errno_t __wrap__strcpy_s_chk(char *dest, rsize_t dmax, const char *src, size_t destBos);
+int __wrap__sprintf_s_chk(char *dest, rsize_t dmax, size_t destBos, const char *fmt, ...);
+
+const char *__msan_default_options() { return "poison_in_malloc=0"; }
+
+void __sanitizer_malloc_hook(const volatile void *p, size_t size) { __msan_unpoison(p, size); }
+
+// A copy of what was never written was not written either.
+errno_t __wrap__memcpy_s_chk(void *dest, rsize_t dmax, const void *src, rsize_t len, size_t destBos,
+                             size_t srcBos) {
+  const errno_t ret = __real__memcpy_s_chk(dest, dmax, src, len, destBos, srcBos);
+  if (ret == 0) memcpy(dest, src, len);
+  return ret;
+}
+
+errno_t __wrap__memset_s_chk(void *dest, rsize_t dmax, int value, rsize_t len, size_t destBos) {
+  const errno_t ret = __real__memset_s_chk(dest, dmax, value, len, destBos);
+  if (ret == 0) __msan_unpoison(dest, len);
+  return ret;
+}
+
+errno_t __wrap__strcpy_s_chk(char *dest, rsize_t dmax, const char *src, size_t destBos) {
+  const errno_t ret = __real__strcpy_s_chk(dest, dmax, src, destBos);
+  if (ret == 0) strcpy(dest, src);
+  return ret;
+}
+
+int __wrap__sprintf_s_chk(char *dest, rsize_t dmax, size_t destBos, const char *fmt, ...) {
+  va_list args;
+  va_start(args, fmt);
+  const int len = _vsprintf_s_chk(dest, dmax, destBos, fmt, args);
+  va_end(args);
+  if (len >= 0) __msan_unpoison(dest, static_cast<size_t>(len) + 1);
+  return len;
+}
+}
