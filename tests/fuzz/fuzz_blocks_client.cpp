@@ -49,7 +49,7 @@ void CheckRequestSent(const CoapMessage &request) {
 
 // Remote is a server, with the requests that it got last.
 struct Remote {
-  explicit Remote(uint8_t number) : peer(number, kCoapPort) {}
+  explicit Remote(uint8_t addr) : number(addr), peer(addr, kCoapPort) {}
 
   void Note() {
     constexpr size_t kMaxRequests = 4;
@@ -62,6 +62,7 @@ struct Remote {
     if (requests.size() > kMaxRequests) requests.pop_back();
   }
 
+  uint8_t number;
   Peer peer;
   std::deque<CoapMessage> requests;  // the latest first
   CoapMessage observation;           // the latest request with Observe
@@ -169,7 +170,7 @@ class Client {
     AddOptions(remote, step.arg[3], step.arg[4], &answer);
     const auto upload = request.Block(coap_rpc_test::kOptBlock1);
     if (upload) AddBlock1(*upload, step, &answer);
-    if (!upload || !upload->more) AddBody(request, step, &answer);
+    if (!upload || !upload->more) AddBody(remote, request, step, &answer);
     remote.lastId = answer.messageId;
     remote.peer.Send(answer);
   }
@@ -203,15 +204,15 @@ class Client {
     answer->AddBlock(coap_rpc_test::kOptBlock1, ChangedBlock(upload, choice, step.arg[1]));
   }
 
-  // AddBody adds the block that is asked for; a whole small body when the step says so. Each
-  // representation (ETag) and path is a body of its own.
-  void AddBody(const CoapMessage &request, const Step &step, CoapMessage *answer) {
+  // AddBody adds the block that is asked for; a whole small body when the step says so.  Each
+  // server's and each representation (ETag) is a body of its own; paths are not: most calls have no
+  // token, by which alone libcoap tells answers in blocks apart.
+  void AddBody(const Remote &remote, const CoapMessage &request, const Step &step,
+               CoapMessage *answer) {
     constexpr uint8_t kWhole = 0x20;
     constexpr uint8_t kNumBlocks = 3;
     constexpr uint8_t kDefaultSzx = 2;
-    const std::string path = request.Path();
-    const uint32_t id =
-        static_cast<uint32_t>(path.empty() ? 0 : path[0]) << 8 | (step.arg[3] & 0x0C);
+    const uint32_t id = static_cast<uint32_t>(remote.number << 8 | (step.arg[3] & 0x0C));
     if (step.Has(0, kWhole)) {
       answer->payload = bodies_.Part(id, 0, step.arg[5] * 4u, true);
       return;

@@ -55,11 +55,11 @@ struct Transfer {
 
 const Entry &EntryOf(const Transfer &transfer) { return kEntries[transfer.entry]; }
 
-// IdOf tells bodies apart that no server may mix.
+// IdOf tells bodies apart that the server must not mix: of several peers, paths and Request-Tags. A
+// peer that sends bodies of two methods at once has to tag them: libcoap does not compare methods.
 uint32_t IdOf(const Transfer &transfer) {
   const auto path = static_cast<uint32_t>(EntryOf(transfer).uri[0]);
-  return path << 24 | static_cast<uint32_t>(transfer.peer << 16 | transfer.method << 8) |
-         transfer.tag;
+  return path << 16 | static_cast<uint32_t>(transfer.peer << 8) | transfer.tag;
 }
 
 CoapBlock BlockAt(const Transfer &transfer, uint32_t num) {
