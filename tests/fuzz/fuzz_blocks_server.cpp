@@ -185,11 +185,11 @@ class Server {
   void Begin(Transfer *transfer, const Step &step) {
     constexpr uint8_t kDefaultSzx = 2;
     *transfer = {};
-    transfer->peer = step.who / 4 % std::size(peers_);
-    transfer->entry = step.arg[0] % std::size(kEntries);
+    transfer->peer = static_cast<uint8_t>(step.who / 4 % std::size(peers_));
+    transfer->entry = static_cast<uint8_t>(step.arg[0] % std::size(kEntries));
     transfer->method = kMethods[step.arg[1] % std::size(kMethods)];
     transfer->tag = step.arg[2] % 3;
-    transfer->szx = (step.arg[3] + kDefaultSzx) % 7;
+    transfer->szx = static_cast<uint8_t>((step.arg[3] + kDefaultSzx) % 7);
     transfer->numBlocks = static_cast<uint8_t>(2 + step.arg[4] % 8);
     transfer->isObserve = step.Has(5, 1);
     transfer->next = BlockAt(*transfer, 0);
