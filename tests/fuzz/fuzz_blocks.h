@@ -17,7 +17,7 @@ namespace fuzz {
 using coap_rpc_test::CoapBlock;
 
 inline constexpr size_t kStepLen = 8;
-inline constexpr int kMaxSteps = 64;
+inline constexpr int kMaxSteps = 24;  // in longer plays most transfers are disturbed
 
 // Step is what one step of a play reads.  The meaning of `arg` is its kind's; all 0 is the usual
 // case.

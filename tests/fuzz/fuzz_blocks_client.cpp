@@ -156,7 +156,7 @@ class Client {
   // Answer answers one of the latest requests, by default the latest, with what it asks for.
   void Answer(Remote &remote, const Step &step) {
     if (remote.requests.empty()) return;
-    const CoapMessage &request = remote.requests[step.who / 4 % remote.requests.size()];
+    const CoapMessage &request = remote.requests[step.who / 4 % 8 % remote.requests.size()];
     SendAnswer(remote, request, CoapType::kAck, step);
   }
 
@@ -210,7 +210,6 @@ class Client {
   void AddBody(const Remote &remote, const CoapMessage &request, const Step &step,
                CoapMessage *answer) {
     constexpr uint8_t kWhole = 0x20;
-    constexpr uint8_t kNumBlocks = 3;
     constexpr uint8_t kDefaultSzx = 2;
     const uint32_t id = static_cast<uint32_t>(remote.number << 8 | (step.arg[3] & 0x0C));
     if (step.Has(0, kWhole)) {
@@ -219,7 +218,8 @@ class Client {
     }
     CoapBlock block =
         request.Block(coap_rpc_test::kOptBlock2).value_or(CoapBlock{0, false, kDefaultSzx});
-    block.more = block.num + 1 < kNumBlocks;
+    const uint32_t numBlocks = 2u + (step.who >> 5);
+    block.more = block.num + 1 < numBlocks;
     block = ChangedBlock(block, step.arg[0], step.arg[1]);
     answer->AddBlock(coap_rpc_test::kOptBlock2, block);
     answer->payload = bodies_.PartOf(id, block, step.arg[5]);

@@ -7,7 +7,6 @@
 
 #include "fuzz_blocks.h"
 
-extern "C" size_t LLVMFuzzerMutate(uint8_t *data, size_t size, size_t maxSize);
 extern "C" size_t LLVMFuzzerCustomMutator(uint8_t *data, size_t size, size_t maxSize,
                                           unsigned seed);
 extern "C" size_t LLVMFuzzerCustomCrossOver(const uint8_t *first, size_t firstSize,
@@ -70,9 +69,10 @@ class Mutator {
 
   // Insert makes a step whose arguments are mostly the usual ones.
   void Insert() {
+    constexpr uint8_t kNumKinds = 16;
     StepBytes step(kStepLen);
-    step[0] = static_cast<uint8_t>(Below(256));
-    step[1] = static_cast<uint8_t>(Below(4));
+    step[0] = static_cast<uint8_t>(Below(kNumKinds));
+    step[1] = static_cast<uint8_t>(Below(4) & Below(4));
     for (uint32_t left = Below(4); left != 0; --left) Vary(&step);
     play_.insert(play_.begin() + AnyPlace(), step);
   }
@@ -90,8 +90,8 @@ class Mutator {
   void Vary(StepBytes *step) {
     uint8_t *byte = &(*step)[Below(kStepLen)];
     switch (Below(4)) {
-      case 0:
-        *byte = static_cast<uint8_t>(Below(256));
+      case 0:  // few bits: most are flags
+        *byte = static_cast<uint8_t>(Below(256) & Below(256));
         return;
       case 1:
         *byte = static_cast<uint8_t>(Below(8));
@@ -114,10 +114,6 @@ class Mutator {
 
 size_t LLVMFuzzerCustomMutator(uint8_t *data, size_t size, size_t maxSize, unsigned seed) {
   using namespace fuzz;
-  constexpr size_t kOnceIn = 8;  // what only the fuzzer knows: dictionaries, compared values
-  if (seed % kOnceIn == 0) {
-    return Store(PlayOf(data, LLVMFuzzerMutate(data, size, maxSize)), data, maxSize);
-  }
   return Store(Mutator(PlayOf(data, size), seed).Mutate(), data, maxSize);
 }
 

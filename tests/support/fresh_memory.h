@@ -24,8 +24,11 @@ inline constexpr uint8_t kFreshByte = 0xA5;
 
 #ifdef COAP_RPC_TEST_HAS_MSAN
 
-inline void MarkFresh(void *p, size_t size) { __msan_allocated_memory(p, size); }
+inline void MarkFresh(void *p, size_t size) { __msan_poison(p, size); }
 inline size_t AllocatedSize(const void *p) { return __sanitizer_get_allocated_size(p); }
+
+// IsFresh says whether the first byte was never written.
+inline bool IsFresh(const void *p) { return __msan_test_shadow(p, 1) == 0; }
 
 // CheckWritten stops the program when one of the bytes was never written.
 inline void CheckWritten(const void *p, size_t size) {
@@ -35,6 +38,7 @@ inline void CheckWritten(const void *p, size_t size) {
 #else
 
 inline void MarkFresh(void *p, size_t size) { memset(p, kFreshByte, size); }
+inline bool IsFresh(const void *p) { return *static_cast<const uint8_t *>(p) == kFreshByte; }
 inline void CheckWritten(const void *, size_t) {}
 
 #endif
