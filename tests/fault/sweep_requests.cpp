@@ -1,4 +1,5 @@
 /* sweep_requests.cpp: requests that the server answers, at once and later. */
+#include "coap_svc/rpc/coap_rpc_ext.h"
 #include "sweep.h"
 
 namespace coap_rpc_test {
@@ -107,6 +108,20 @@ void WorksAsyncLarge(Stage &stage) {
   EXPECT_TRUE(stage.HasHeardBytes(kLarge));
 }
 
+// Several answers at once, one of which is taken back.
+void PlayAsyncSeveral(Stage &stage) {
+  for (int i = 0; i < 3; ++i) PlayGet(stage);
+  AnswerAll(stage, "later");
+  if (!stage.app_.handles.empty()) {
+    COAP_RpcSerAbortAsyncResponse(stage.Ctx(), stage.app_.handles[0]);
+  }
+  stage.Listen(8);
+}
+void WorksAsyncSeveral(Stage &stage) {
+  WorksAsync(stage);
+  EXPECT_EQ(COAP_RpcGetOpenAsyncNum(stage.Ctx()), 0u);
+}
+
 void AbortAll(Stage &stage) {
   for (void *handle : stage.app_.handles) {
     ExpectOneOf(COAP_RpcSerAbortAsyncResponse(stage.Ctx(), handle), {0, 1900001302});
@@ -138,6 +153,8 @@ const std::vector<Scenario> &RequestScenarios() {
       {"UploadLargeAnswer", kPool | kLibcoap, PreparePostLarge, PlayUpload, WorksUpload, true},
       {"AsyncAnswer", kPool | kLibcoap, PrepareAsync, PlayAsync, WorksAsync, true},
       {"AsyncLargeAnswer", kPool | kLibcoap, PrepareAsync, PlayAsyncLarge, WorksAsyncLarge, true},
+      {"AsyncSeveralAnswers", kPool | kLibcoap, PrepareAsync, PlayAsyncSeveral, WorksAsyncSeveral,
+       true},
       {"AsyncAbort", kPool | kLibcoap, PrepareAsync, PlayAbort, WorksAbort, true},
   };
   return scenarios;

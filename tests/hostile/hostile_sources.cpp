@@ -80,20 +80,51 @@ TEST_F(HostileSources, AsynchronousRequestsOfOneAddress) {
     if (i % 1024 == 1023) Sample();
   }
   Sample();
-  ExpectBounded(10, kMaxHeap, 2);
+  ExpectBounded(2 * 2048 + 20, kMaxHeap, 2);  // a record and an answer for each that is queued
   host_.AdvanceMs(kAllWaitingGivenUpMs);
   ExpectAllForgotten();
 }
 
-// The application answers none of them; libcoap's stand-ins would wait for ever.
+// The application answers none of them.  Each of the 250 addresses has one target.
 TEST_F(HostileSources, AsynchronousRequestsThatAreNeverAnswered) {
   std::vector<void *> handles;
   async_.onAsync = [&](void *handle) { handles.push_back(handle); };
   FromEverywhere(kNumSources, [&](int) { return Get(CoapType::kCon, "async", "q"); });
-  EXPECT_LE(handles.size(), 500u);
-  ExpectBounded(2000, kMaxHeap, 502);
+  ServeAndMeasure();
+  EXPECT_EQ(handles.size(), static_cast<size_t>(kNumSources));
+  EXPECT_EQ(COAP_RpcGetOpenAsyncNum(Ctx()), static_cast<uint32_t>(kNumSources));
+  ExpectBounded(kNumSources + 2000, kMaxHeap, 252);
   for (void *handle : handles) COAP_RpcSerAbortAsyncResponse(Ctx(), handle);
+  std::vector<void *>().swap(handles);
+  host_.AdvanceMs(kAllWaitingGivenUpMs);
   ExpectAllForgotten();
+}
+
+// One address tries to take all that may be open.  Others are served all the same.
+TEST_F(HostileSources, MoreOpenAsynchronousRequestsThanAPeerMayHave) {
+  std::vector<void *> handles;
+  async_.onAsync = [&](void *handle) { handles.push_back(handle); };
+  Bytes request = ToBytes(Get(CoapType::kNon, "async", "q"));
+  for (int i = 0; i < 66'000; i += 33'000) {
+    Sender sender = SenderAt(0x7F00FF02, static_cast<uint16_t>(10'000 + i));
+    for (int mid = 0; mid < 33'000; ++mid) {
+      request[2] = static_cast<uint8_t>(mid >> 8);
+      request[3] = static_cast<uint8_t>(mid);
+      sender.Send(request);
+      if (mid % 32 == 31) ServeWaiting();
+    }
+    ServeWaiting();
+  }
+  EXPECT_EQ(handles.size(), 65'536u);
+  RawPeer stranger;
+  stranger.SetRemote(Address());
+  stranger.Send(Get(CoapType::kCon, "async", "q"));
+  const auto answer = stranger.ReceiveMessage([this] { ServeWaiting(); });
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->code, kCodeEmpty);
+  ExpectServing();
+  for (void *handle : handles) COAP_RpcSerAbortAsyncResponse(Ctx(), handle);
+  EXPECT_EQ(COAP_RpcGetOpenAsyncNum(Ctx()), 0u);
 }
 
 TEST_F(HostileSources, Registrations) {

@@ -1,6 +1,7 @@
 // The request handlers called by hand: null arguments, codes and headers.
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler.h"
 
+#include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ext_ops.h"
 #include "handler_objects.h"
 
@@ -203,6 +204,76 @@ TEST_F(Handler, ForgetEntry_EndsItsPendingRequests) {
     EXPECT_EQ(COAP_RpcSerSendAsyncResponse(Ctx(), handle, &byte, 1), 1900001302u);
     EXPECT_EQ(COAP_RpcSerAbortAsyncResponse(Ctx(), handle), 1900001302u);
   }
+}
+
+// AsyncBounds asks one URI in the name of peers, past the network.
+class AsyncBounds : public Handler {
+ protected:
+  AsyncBounds() {
+    host_.Logs().SuppressBelow(KST_LOG_ERROR + 1);
+    CoapRpcSerVtblReg reg = {};
+    reg.mode = 1;
+    reg.onAsyncRequest = [](uint64_t, uint8_t *, uint32_t, void *async) {
+      last = async;
+      return 0u;
+    };
+    entry_ = Register(KeyOf("a/b"), reg);
+  }
+  ~AsyncBounds() override {
+    for (coap_session_t *peer : peers_) coap_session_release(peer);
+  }
+
+  // AskFrom asks from 127.0.0.1 (0 and 1: two ports of it), 127.0.0.2 (2 and 3) and so on.  Returns
+  // the handler's result.
+  uint32_t AskFrom(uint32_t i) {
+    for (uint32_t num = static_cast<uint32_t>(peers_.size()); num <= i; ++num) AddPeer(num);
+    coap_pdu_set_mid(request_.get(), ++numAsked_ & 0xFFFF);
+    const CoapRpcMsgInfo info = {};
+    uint8_t payload[] = "q";
+    return COAP_RpcSvrHandleReqAsync(resource_, peers_[i], request_.get(), nullptr, response_.get(),
+                                     Ctx(), entry_, payload, 1, &info);
+  }
+
+  void AskOften(uint32_t i) {
+    for (int num = 0; num < 65536; ++num) ASSERT_EQ(AskFrom(i), 0u);
+  }
+
+  void AddPeer(uint32_t i) {
+    coap_address_t addr;
+    const CoapRpcIpAddr ip{COAP_RPC_IPV4, {}, {0x7F000001 + i / 2}};
+    COAP_RpcSetAddress(&addr, &ip, static_cast<uint16_t>(9 + i % 2));
+    peers_.push_back(coap_new_client_session(Ctx()->lib->coapCtx, nullptr, &addr, COAP_PROTO_UDP));
+  }
+
+  static inline void *last = nullptr;
+  CoapRpcSerUriVtbl *entry_ = nullptr;
+  const Pdu request_ = NewRequest(1, "q");
+  const Pdu response_ = NewPdu(COAP_MESSAGE_ACK, 0);
+  std::vector<coap_session_t *> peers_;
+  int numAsked_ = 0;
+};
+
+TEST_F(AsyncBounds, OfOnePeer_Gives1900001441) {
+  AskOften(0);
+  EXPECT_EQ(coap_pdu_get_code(response_.get()), 0);
+  EXPECT_EQ(AskFrom(1), 1900001441u);
+  EXPECT_EQ(coap_pdu_get_code(response_.get()), COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
+  EXPECT_EQ(COAP_RpcGetOpenAsyncNum(Ctx()), 65536u);
+  EXPECT_EQ(AskFrom(2), 0u);
+  EXPECT_EQ(COAP_RpcSerAbortAsyncResponse(Ctx(), last), 0u);
+  EXPECT_EQ(AskFrom(1), 1900001441u);
+  entry_ = Register(KeyOf("other"), entry_->reg);
+  EXPECT_EQ(AskFrom(1), 1900001441u);  // of all URIs
+}
+
+TEST_F(AsyncBounds, OfAll_Gives1900001440) {
+  AskOften(0);
+  AskOften(2);
+  EXPECT_EQ(AskFrom(4), 1900001440u);
+  EXPECT_EQ(coap_pdu_get_code(response_.get()), COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
+  EXPECT_EQ(COAP_RpcSerAbortAsyncResponse(Ctx(), last), 0u);
+  EXPECT_EQ(AskFrom(4), 0u);
+  EXPECT_EQ(AskFrom(4), 1900001440u);
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include "async_server.h"
 #include "coap_svc/rpc/coap_rpc_cli.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 
 namespace coap_rpc_test {
 namespace {
@@ -384,21 +383,6 @@ TEST_F(Async, SessionIsKeptForThePeerAndReplacedForAnother) {
   // The first peer's requests are answered all the same.
   EXPECT_EQ(Answer(app_.handles[0], "1"), 0u);
   EXPECT_EQ(NextAtHome().Text(), "1");
-}
-
-TEST_F(Async, PeersInTurnsBetweenTimers_SessionsAreClosedAtOnce) {
-  ServeAsync();
-  app_.onAsync = [this](void *handle) {
-    EXPECT_EQ(COAP_RpcSerAbortAsyncResponse(Ctx(), handle), 0u);
-  };
-  for (int i = 0; i < 20; ++i) {
-    RawPeer peer({"127.251.0." + std::to_string(i + 1), 0});
-    peer.SetRemote(Address());
-    peer.Send(GetWith({1}, CoapType::kNon));
-    EXPECT_FALSE(peer.Receive([this] { COAP_RpcProcIo(Ctx()); }, kNothingComes));
-  }
-  EXPECT_EQ(app_.handles.size(), 20u);
-  EXPECT_LE(CoapRpcLibNumAnonymous(Ctx()->lib->coapCtx), 2u);
 }
 
 TEST_F(Async, TooManyPeersWithPendingRequests_Gives503UntilOneIsAnswered) {

@@ -9,6 +9,8 @@ COAP_RPC_C_BEGIN
 /* COAP_RpcSetKeepAlive lets the instance ask silent peers of its client sessions for a sign of
  * life.  A peer that does not answer is reported to every onDisconnect, and again with every
  * further ping that stays unanswered.  Off at the start: without it onDisconnect is never called.
+ * Peers of asynchronous answers are asked as well, as long as a session to them is open, but not
+ * reported.
  *
  *   seconds   silence after which a session's peer is asked; 0 switches it off
  *
@@ -31,6 +33,16 @@ COAP_RPC_API uint32_t COAP_RpcSetKeepAlive(CoapRpcCtx *ctx, uint32_t seconds);
  * a report: its call returned 0, no response comes, no retransmission, nothing in a log but this
  * number.  An application that cannot bear that repeats its call when no answer arrives in time. */
 COAP_RPC_API uint32_t COAP_RpcGetTokenlessRspNum(const CoapRpcCtx *ctx);
+
+/* COAP_RPC_MAX_OPEN_ASYNC_OF_PEER, COAP_RPC_MAX_OPEN_ASYNC: how many asynchronous requests of one
+ * peer, at whatever URIs, and of all peers may be open, that is given to onAsyncRequest and neither
+ * answered nor aborted.  Further ones get 5.03.  An open request costs about 300 bytes. */
+#define COAP_RPC_MAX_OPEN_ASYNC_OF_PEER 65536u
+#define COAP_RPC_MAX_OPEN_ASYNC 131072u
+
+/* COAP_RpcGetOpenAsyncNum counts the open asynchronous requests; 0 for a null instance.  A number
+ * that only grows is that of a handler that forgets to answer. */
+COAP_RPC_API uint32_t COAP_RpcGetOpenAsyncNum(const CoapRpcCtx *ctx);
 
 /* COAP_RpcGetIoFd gives a descriptor that becomes readable when the instance has work: datagrams,
  * and whatever is due at a time, such as retransmissions, notifications that had to wait, answers

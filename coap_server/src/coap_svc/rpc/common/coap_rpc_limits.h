@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "coap_svc/rpc/coap_rpc_ext.h"
+
 namespace coap_rpc {
 
 // I/O task.  A tick's work is bounded so that a busy peer cannot hold the host thread.
@@ -56,6 +58,14 @@ inline constexpr uint32_t kMaxLastBlocks = 64;
 // (RFC 7252 section 4.8.2, EXCHANGE_LIFETIME).
 inline constexpr uint32_t kExchangeLifetimeMs = 247000;
 
+// Requests that the application has been given and not answered.  A peer has as many Message IDs.
+inline constexpr uint32_t kMaxOpenAsyncOfPeer = COAP_RPC_MAX_OPEN_ASYNC_OF_PEER;
+inline constexpr uint32_t kMaxOpenAsync = COAP_RPC_MAX_OPEN_ASYNC;
+
+// Answers to one peer that libcoap has got and not sent.  The others stay with us: libcoap looks at
+// all of a session's for each one that is added.
+inline constexpr uint32_t kMaxAnswersInLibcoap = 32;
+
 // Asynchronous answers that wait for one peer: fewer the more peers there are, so that it is about
 // kMaxWaitingInAll for all of them.  One that travels in blocks counts as several.
 inline constexpr uint32_t kMaxWaitingAnswers = 2048;
@@ -71,6 +81,9 @@ inline constexpr uint32_t kMaxAnswerInOneMessage = 1024;
 // answers takes a socket.
 inline constexpr uint32_t kMaxIdleSessions = 1000;
 inline constexpr uint32_t kMaxTargets = 500;
+inline constexpr uint32_t kTargetsPerTurn = 64;  // left free of spare ones for new peers
+inline constexpr uint32_t kMaxSpareTargets = 128;
+inline constexpr uint32_t kSpareTargetKeepMs = 60000;
 inline constexpr uint32_t kMaxUploads = 64;
 inline constexpr size_t kMaxUploadBytes = size_t{1024} * 1024;
 

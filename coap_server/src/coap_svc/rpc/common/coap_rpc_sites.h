@@ -113,6 +113,8 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(BatchUpdateUpToDate,     kPathLibHandler,  714,    0, "COAP_RpcSerHandleObserveBatchUpdate: the observer is up to date") \
   X(AbortAsyncNullArg,       kPathLibHandler, 1301,    0, "COAP_RpcSerAbortAsyncResponse: null argument") \
   X(AsyncNotPending,         kPathLibHandler, 1302,    0, "COAP_RpcSerSendAsyncResponse, COAP_RpcSerAbortAsyncResponse: the request is no longer pending") \
+  X(ReqAsyncTooManyOpen,     kPathLibHandler, 1440,    0, "COAP_RpcSvrHandleReqAsync: too many requests are open") \
+  X(ReqAsyncPeerTooManyOpen, kPathLibHandler, 1441,    0, "COAP_RpcSvrHandleReqAsync: too many requests of the peer are open") \
   X(ReqSyncNotAttached,      kPathLibHandler, 1411,    0, "COAP_RpcSvrHandleReqSync: the answer cannot be attached") \
   X(OneDataNotAppended,      kPathLibHandler, 1412,    0, "COAP_RpcSerHandleOneData: no memory to append the JSON object") \
   X(CliSendNoSession,        kPathLibHandler, 1351,    0, "COAP_RpcCliSendRequest: no session") \

@@ -101,9 +101,10 @@ void FreeRetired(CoapRpcCtx *ctx) {
     ++ctx->ioDepth;
     CoapRpcLibFreeRetired(ctx->lib->coapCtx);
     --ctx->ioDepth;
+    CoapRpcLibWakeIn(ctx->lib->coapCtx, 0);  // for what callbacks have answered
     ctx->lib->hasRetired = 0;
   }
-  SweepTargets(ctx);
+  SettleTargets(ctx);
 }
 
 // Retired frees what has just been given up, unless libcoap is at work with it.
@@ -112,12 +113,11 @@ void Retired(CoapRpcCtx *ctx) {
   if (ctx->ioDepth == 0) FreeRetired(ctx);
 }
 
-// EndTurn bounds what the datagrams of a turn made libcoap set aside, the next turn may come at
-// once, and sends what waited for what the turn has ended.
+// EndTurn bounds what the datagrams of a turn made libcoap set aside: the next turn may come at
+// once.
 void EndTurn(CoapRpcCtx *ctx) {
   if (!Libcoap(ctx)) return;
   CoapRpcLibLimitUploads(Libcoap(ctx), kMaxUploads, kMaxUploadBytes);
-  CoapRpcAsyncResume(ctx);
   FreeRetired(ctx);
 }
 
@@ -135,6 +135,7 @@ bool RunLibcoap(CoapRpcCtx *ctx, Work work) {
   if (!coapCtx || ctx->ioDepth != 0) return false;
   ++ctx->ioDepth;
   work(coapCtx);
+  if (Libcoap(ctx)) CoapRpcAsyncServe(ctx);
   if (--ctx->ioDepth == 0) EndTurn(ctx);
   return true;
 }
@@ -176,7 +177,7 @@ uint64_t MonotonicMs() {
 bool IsServicePending(const CoapRpcCtx *ctx) { return ctx->lib && ctx->lib->svcFlag != 0; }
 
 // WakeForTick does a tick's work when it is time, and says when the next is, for a host that serves
-// the descriptor and runs no I/O timer.  Answers that are held may have their turn afterwards.
+// the descriptor and runs no I/O timer.
 void WakeForTick(CoapRpcCtx *ctx) {
   constexpr coap_tick_t kPeriod = kQuickPeriodMs * COAP_TICKS_PER_SECOND / 1000;
   CoapRpcLibCtx *lib = ctx->lib;
@@ -186,7 +187,7 @@ void WakeForTick(CoapRpcCtx *ctx) {
     CoapRpcHandlerTick(ctx);
     lib->nextTick = now + kPeriod;
   }
-  CoapRpcLibWakeIn(lib->coapCtx, lib->hasRoom != 0 ? 0 : lib->nextTick - now);
+  CoapRpcLibWakeIn(lib->coapCtx, lib->nextTick - now);
 }
 
 void TickWithIo(CoapRpcCtx *ctx) {

@@ -32,25 +32,31 @@ struct CoapRpcLibCtx {
   coap_observe_deleted_t observeDeleted;
   void *cbUserData; /* the root context */
   coap_response_handler_t responseHandler;
-  coap_context_t *coapCtx;       /* null while not started */
-  uint64_t taskTmr;              /* running I/O timer; 0 none */
-  uint32_t quickMode;            /* non-zero: on the 100 ms period for good */
-  uint32_t svcFlag;              /* non-zero: each 1000 ms tick drains libcoap harder */
-  CoapRpcLink blockList;         /* observe payloads in libcoap's hands, of all entries */
-  CoapRpcLink lastBlockList;     /* last blocks of payloads that were released, owned */
-  OSAL_AVL3_TREE obsQueryTree;   /* queries of observers' registrations, by stored request */
-  OSAL_AVL3_TREE asyncTree;      /* unanswered asynchronous requests by handle, owned */
-  OSAL_AVL3_TREE asyncReqTree;   /* the same by what identifies the request, for retransmissions */
-  CoapRpcLink asyncAnsweredList; /* those whose answer waits for libcoap's next turn */
-  CoapRpcLink asyncHeldList;     /* those whose answer waits for others to the same peer */
-  uintptr_t lastAsyncId;         /* handles count from 1 and are never used again */
-  uint32_t hasRetired;           /* non-zero: libcoap still holds what a callback has deleted */
-  CoapRpcLink targetList;        /* sessions through which asynchronous answers are sent, owned */
-  uint32_t numTargets;           /* with those given up that are still needed; when last counted */
-  uint32_t hasRoom;              /* non-zero: answers on asyncHeldList may have their turn */
-  uint16_t nstart;               /* CON requests under way per new client session; 0: libcoap's 1 */
-  uint16_t numReads;             /* datagrams to read first of each endpoint; 0 as 1 */
-  coap_tick_t nextTick;          /* when I/O driven by the descriptor does a tick's work next */
+  coap_context_t *coapCtx;     /* null while not started */
+  uint64_t taskTmr;            /* running I/O timer; 0 none */
+  uint32_t quickMode;          /* non-zero: on the 100 ms period for good */
+  uint32_t svcFlag;            /* non-zero: each 1000 ms tick drains libcoap harder */
+  CoapRpcLink blockList;       /* observe payloads in libcoap's hands, of all entries */
+  CoapRpcLink lastBlockList;   /* last blocks of payloads that were released, owned */
+  OSAL_AVL3_TREE obsQueryTree; /* queries of observers' registrations, by stored request */
+  OSAL_AVL3_TREE asyncTree;    /* unanswered asynchronous requests by handle, owned */
+  OSAL_AVL3_TREE asyncReqTree; /* the same by what identifies the request, for retransmissions */
+  OSAL_AVL3_TREE asyncAnsweredTree;  /* those of asyncTree to serve when the turn ends */
+  struct CoapRpcAsync *asyncRunning; /* the one whose stand-in libcoap is running; null for none */
+  uint32_t numOpenAsync;             /* those that the application has not answered */
+  uintptr_t lastAsyncId;             /* handles count from 1 and are never used again */
+  uint32_t hasRetired;               /* non-zero: libcoap still holds what a callback has deleted */
+  OSAL_AVL3_TREE targetTree;     /* sessions of asynchronous answers, by entry and peer, owned */
+  OSAL_AVL3_TREE peerTree;       /* their peers, owned */
+  CoapRpcLink targetList;        /* all of them, with those that their table has lost */
+  CoapRpcLink leavingTargetList; /* those without requests that the turn's end decides on */
+  CoapRpcLink spareTargetList;   /* those kept for their peers' next requests, oldest first */
+  CoapRpcLink queuedTargetList;  /* those for which answers are queued */
+  uint32_t numTargets;
+  uint32_t numSpareTargets;
+  uint16_t nstart;   /* CON requests under way per new client session; 0: libcoap's 1 */
+  uint16_t numReads; /* datagrams to read first of each endpoint; 0 as 1 */
+  coap_tick_t nextTick; /* when I/O driven by the descriptor does a tick's work next */
 };
 
 /* Module rows of the adapter; the record is the root context.  libcoap's log goes to the instance

@@ -4,12 +4,12 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_async.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_block.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_target.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 
 namespace {
 
 void ReleaseSession(CoapRpcCtx *ctx, coap_session_t *session) {
-  coap_rpc::CloseTarget(ctx, session);
+  coap_rpc::Target *target = coap_rpc::FindTarget(ctx, session);
+  if (target) coap_rpc::CloseTarget(ctx, target);
 }
 
 // Observers name no entry: libcoap's hooks look it up.
@@ -20,5 +20,5 @@ void ForgetEntry(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
 
 }  // namespace
 
-const CoapRpcLibExtOps g_coapRpcLibExtOps = {ReleaseSession, ForgetEntry, CoapRpcLibRenewSource,
+const CoapRpcLibExtOps g_coapRpcLibExtOps = {ReleaseSession, ForgetEntry, coap_rpc::RenewTargets,
                                              CoapRpcLibOpenEndPoint};

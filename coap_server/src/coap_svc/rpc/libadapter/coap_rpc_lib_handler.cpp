@@ -145,11 +145,13 @@ bool IsNotification(coap_resource_t *resource, coap_session_t *session, const co
 // RegisterAsync keeps a request that is here for the first time and tells the application.
 uint32_t RegisterAsync(const Request &req, CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry,
                        uint8_t *payload, uint32_t len) {
+  if (CoapRpcAsyncIsFull(ctx)) return Unavailable(req.response, kSiteReqAsyncTooManyOpen);
   coap_session_t *target = COAP_RpcSvrGetTargetSession(ctx, entry, req.session);
-  if (!target || CoapRpcAsyncIsBehind(ctx, entry)) {
+  if (!target || CoapRpcAsyncHasBacklog(ctx, entry)) {
     return Unavailable(req.response, kSiteReqAsyncNoSession);
   }
-  void *handle = CoapRpcAsyncRegister(ctx, entry, target, req.session, req.request);
+  if (CoapRpcAsyncIsPeerFull(entry)) return Unavailable(req.response, kSiteReqAsyncPeerTooManyOpen);
+  void *handle = CoapRpcAsyncRegister(ctx, entry, req.session, req.request);
   if (!handle) return Unavailable(req.response, kSiteReqAsyncNotRegistered);
   return entry->reg.onAsyncRequest(entry->reg.userData, payload, len, handle);
 }
@@ -263,13 +265,10 @@ coap_session_t *COAP_RpcSvrGetTargetSession(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *
                                             const coap_session_t *session) {
   coap_address_t peer = *coap_session_get_addr_remote(session);
   coap_address_set_port(&peer, kDefaultCoapPort);
-  if (entry->asyncSession) {
-    if (coap_address_equals(coap_session_get_addr_remote(entry->asyncSession), &peer)) {
-      return entry->asyncSession;
-    }
-    CloseTarget(ctx, entry->asyncSession);
-  }
-  entry->asyncSession = OpenTarget(ctx, peer, coap_session_get_proto(session));
+  const bool isCached =
+      entry->asyncSession &&
+      coap_address_equals(coap_session_get_addr_remote(entry->asyncSession), &peer) != 0;
+  if (!isCached) AcquireTarget(ctx, entry, peer, coap_session_get_proto(session));
   return entry->asyncSession;
 }
 
@@ -297,14 +296,13 @@ void COAP_RpcSvrHandleSetResponseHeader(coap_pdu_t *response, const CoapRpcSerUr
 void CoapRpcHandlerTick(CoapRpcCtx *ctx) {
   // Not while libcoap is at work: a callback that waits may run the host's timers.
   if (!ctx->lib || !ctx->lib->coapCtx || ctx->ioDepth != 0) return;
-  CoapRpcAsyncSweep(ctx);
   ExpireBlocks(ctx);
 }
 
 int CoapRpcHandlerIsRetaining(const CoapRpcCtx *ctx) {
   const CoapRpcLibCtx *lib = ctx->lib;
   return !LinkIsAlone(lib->blockList) || !LinkIsAlone(lib->lastBlockList) ||
-         !LinkIsAlone(lib->asyncAnsweredList);
+         !LinkIsAlone(lib->queuedTargetList);
 }
 
 void CoapRpcHandlerStop(CoapRpcCtx *ctx) {

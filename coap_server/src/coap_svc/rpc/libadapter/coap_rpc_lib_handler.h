@@ -46,7 +46,8 @@ COAP_RPC_API int32_t COAP_GetRpcData(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, 
  * libcoap runs the handler again.
  *
  * Returns 0, onAsyncRequest's result, or a code with 5.03 set:
- *   1900000321 no support or no handler   1900000331 no session   1900000337 not registered */
+ *   1900000321 no support or no handler   1900000331 no session, or too many answers queued
+ *   1900000337 not registered   1900001440 too many requests open   1900001441 of this peer */
 COAP_RPC_API uint32_t COAP_RpcSvrHandleReqAsync(coap_resource_t *resource, coap_session_t *session,
                                                 const coap_pdu_t *request,
                                                 const coap_string_t *query, coap_pdu_t *response,
@@ -55,7 +56,8 @@ COAP_RPC_API uint32_t COAP_RpcSvrHandleReqAsync(coap_resource_t *resource, coap_
                                                 const CoapRpcMsgInfo *info);
 
 /* COAP_RpcSvrGetTargetSession returns the client session to port 5683 of a request's peer, cached
- * in the entry for as long as the peer address stays the same; null on failure. */
+ * in the entry for as long as the peer address stays the same, and kept for that peer for a while
+ * after; null on failure. */
 COAP_RPC_API coap_session_t *COAP_RpcSvrGetTargetSession(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry,
                                                          const coap_session_t *session);
 
@@ -71,8 +73,9 @@ COAP_RPC_API void COAP_RpcSvrHandleSetResponseHeader(coap_pdu_t *response,
                                                      const CoapRpcSerUriVtbl *entry,
                                                      CoapRpcCtx *ctx);
 
-/* CoapRpcHandlerTick lets go of what libcoap holds longer than needed; to be called after each turn
- * of the I/O task.  CoapRpcHandlerIsRetaining says whether there is anything to let go of. */
+/* CoapRpcHandlerTick releases what libcoap holds longer than needed; to be called after each turn
+ * of the I/O task.  CoapRpcHandlerIsRetaining says whether there is anything to release, or an
+ * answer is queued whose turn may have come. */
 void CoapRpcHandlerTick(CoapRpcCtx *ctx);
 int CoapRpcHandlerIsRetaining(const CoapRpcCtx *ctx);
 

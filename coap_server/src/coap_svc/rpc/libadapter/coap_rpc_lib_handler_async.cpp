@@ -1,9 +1,9 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_async.h"
 
-#include <netinet/in.h>
-
 #include <algorithm>
+#include <type_traits>
 
+#include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_list.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
@@ -11,23 +11,27 @@
 #include "coap_svc/rpc/common/coap_rpc_table.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_target.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
+
+using namespace coap_rpc;
 
 namespace {
 
 constexpr size_t kMaxTokenLen = 8;
 
-// RequestId tells one request of an entry from another; zeroed before it is filled.
+// RequestId tells one request of an entry from another.
 struct RequestId {
   const CoapRpcSerUriVtbl *entry;
-  uint8_t peer[16];
+  PeerKey peer;
   uint8_t token[kMaxTokenLen];
-  uint16_t family;
-  uint16_t port;
-  int32_t mid;
   uint64_t tokenLen;
+  int64_t mid;
 };
+
+// Compared as bytes.
+static_assert(std::has_unique_object_representations_v<RequestId>);
 
 int32_t CompareRequestIds(const void *a, const void *b) {
   return OSAL_MemCmp(a, b, sizeof(RequestId));
@@ -39,32 +43,43 @@ int32_t CompareHandles(const void *a, const void *b) {
   return (idA > idB) - (idA < idB);
 }
 
+int32_t CompareNewestFirst(const void *a, const void *b) { return CompareHandles(b, a); }
+
+enum class State : uint8_t { kOpen, kAnswered, kHeld, kReady, kRunning };
+
 }  // namespace
 
-// CoapRpcAsync is one asynchronous request.
+// CoapRpcAsync is one asynchronous request, with the segments of its path behind it, each after a
+// byte with its length.
 struct CoapRpcAsync {
-  OSAL_AVL3_NODE node;       // in asyncTree
-  OSAL_AVL3_NODE reqNode;    // in asyncReqTree, until the request is too old to be repeated
-  CoapRpcLink answeredLink;  // on asyncAnsweredList or asyncHeldList
-  uintptr_t id;              // the application's handle
+  OSAL_AVL3_NODE node;          // in asyncTree while its handle is valid
+  OSAL_AVL3_NODE reqNode;       // in asyncReqTree, until the request is too old to be repeated
+  OSAL_AVL3_NODE answeredNode;  // in asyncAnsweredTree while answered
+  CoapRpcLink requestLink;      // on its target's requestList
+  CoapRpcLink queueLink;        // on its target's heldList or readyList
+  uintptr_t id;                 // the application's handle
   RequestId request;
   coap_tick_t arrived;
   CoapRpcCtx *ctx;
   CoapRpcSerUriVtbl *entry;
-  coap_session_t *target;  // referenced
-  coap_async_t *async;     // libcoap's stand-in; not to be touched once it was triggered
+  Target *target;
   CoapRpcPayload *answer;  // owned; null for none
-  bool isSwept;            // answered before the last sweep
+  uint32_t pathLen;
+  uint8_t type;
+  uint8_t code;
+  State state;
 };
 
 namespace {
 
-using namespace coap_rpc;
-
 using Pending = COAP_RPC_TABLE(CoapRpcAsync, id, uintptr_t, CompareHandles);
 using PendingRequests = FixedTable<CoapRpcAsync, RequestId, offsetof(CoapRpcAsync, reqNode),
                                    offsetof(CoapRpcAsync, request), CompareRequestIds>;
-using Answered = COAP_RPC_LIST(CoapRpcAsync, answeredLink);
+using Answered = FixedTable<CoapRpcAsync, uintptr_t, offsetof(CoapRpcAsync, answeredNode),
+                            offsetof(CoapRpcAsync, id), CompareNewestFirst>;
+using Requests = COAP_RPC_LIST(CoapRpcAsync, requestLink);
+using Queue = COAP_RPC_LIST(CoapRpcAsync, queueLink);
+using QueuedTargets = COAP_RPC_LIST(Target, queuedLink);
 
 // Token is a handle as the token of its stand-in.
 struct Token {
@@ -75,7 +90,6 @@ struct Token {
       bytes[i] = static_cast<uint8_t>(id >> (8 * (sizeof(bytes) - 1 - i)));
     }
   }
-  coap_bin_const_t AsBinary() const { return {sizeof(bytes), bytes}; }
 };
 
 uintptr_t HandleOf(const coap_bin_const_t &token) {
@@ -85,23 +99,12 @@ uintptr_t HandleOf(const coap_bin_const_t &token) {
   return id;
 }
 
-void CopyPeer(const coap_address_t &addr, RequestId &id) {
-  id.family = static_cast<uint16_t>(addr.addr.sa.sa_family);
-  id.port = coap_address_get_port(&addr);
-  if (id.family == AF_INET) {
-    memcpy(id.peer, &addr.addr.sin.sin_addr, sizeof(addr.addr.sin.sin_addr));
-  } else if (id.family == AF_INET6) {
-    memcpy(id.peer, &addr.addr.sin6.sin6_addr, sizeof(addr.addr.sin6.sin6_addr));
-  }
-}
-
 RequestId MakeRequestId(const CoapRpcSerUriVtbl *entry, const coap_session_t *session,
                         const coap_pdu_t *request) {
-  RequestId id;
-  memset_s(&id, sizeof(id), 0, sizeof(id));
+  RequestId id = {};
   const coap_bin_const_t token = coap_pdu_get_token(request);
   id.entry = entry;
-  CopyPeer(*coap_session_get_addr_remote(session), id);
+  id.peer = PeerKeyOf(*coap_session_get_addr_remote(session), coap_session_get_proto(session));
   id.mid = coap_pdu_get_mid(request);
   id.tokenLen = token.length;
   if (token.length != 0) memcpy(id.token, token.s, std::min(token.length, kMaxTokenLen));
@@ -118,126 +121,245 @@ bool MayBeRepeated(const CoapRpcAsync *async) {
   return NowTicks() < async->arrived + uint64_t{kExchangeLifetimeMs} * COAP_TICKS_PER_SECOND / 1000;
 }
 
-void CopyPath(const coap_pdu_t *from, coap_pdu_t *to) {
+// ---- paths ----
+
+// ForEachSegment calls `work` with the bytes of each segment of a message's path.
+template <typename Work>
+void ForEachSegment(const coap_pdu_t *pdu, Work work) {
   coap_opt_iterator_t it;
-  coap_option_iterator_init(from, &it, COAP_OPT_ALL);
+  coap_option_iterator_init(pdu, &it, COAP_OPT_ALL);
   while (const coap_opt_t *option = coap_option_next(&it)) {
     if (it.number != COAP_OPTION_URI_PATH) continue;
-    coap_add_option(to, it.number, coap_opt_length(option), coap_opt_value(option));
+    work(coap_opt_value(option), static_cast<uint8_t>(coap_opt_length(option)));
   }
 }
 
-struct PduDeleter {
-  void operator()(coap_pdu_t *pdu) const { coap_delete_pdu(pdu); }
-};
-using PduRef = std::unique_ptr<coap_pdu_t, PduDeleter>;
-
-// RegisterStandIn gives libcoap what leads back to the handler: type, method and path.  Payload and
-// the other options stay out, Observe above all: it would make an observer of the target session.
-coap_async_t *RegisterStandIn(const CoapRpcAsync *async, const coap_pdu_t *request) {
-  const PduRef standIn(coap_pdu_init(coap_pdu_get_type(request), coap_pdu_get_code(request),
-                                     coap_new_message_id(async->target),
-                                     coap_session_max_pdu_size(async->target)));
-  const Token token(async->id);
-  if (!standIn || !coap_add_token(standIn.get(), sizeof(token.bytes), token.bytes)) return nullptr;
-  CopyPath(request, standIn.get());
-  return coap_register_async(async->target, standIn.get(), 0);
+uint32_t PathLenOf(const coap_pdu_t *request) {
+  uint32_t len = 0;
+  ForEachSegment(request, [&](const uint8_t *, uint8_t segmentLen) { len += 1u + segmentLen; });
+  return len;
 }
 
-PendingRequests RequestsOf(const CoapRpcAsync *async) {
-  return PendingRequests(async->ctx->lib->asyncReqTree);
+uint8_t *PathOf(CoapRpcAsync *async) { return reinterpret_cast<uint8_t *>(async + 1); }
+
+void StorePath(CoapRpcAsync *async, const coap_pdu_t *request) {
+  uint8_t *to = PathOf(async);
+  ForEachSegment(request, [&](const uint8_t *segment, uint8_t len) {
+    *to++ = len;
+    if (len != 0) memcpy(to, segment, len);
+    to += len;
+  });
 }
+
+bool AddPath(CoapRpcAsync *async, coap_pdu_t *pdu) {
+  const uint8_t *segment = PathOf(async);
+  const uint8_t *end = segment + async->pathLen;
+  for (; segment != end; segment += 1 + *segment) {
+    if (coap_add_option(pdu, COAP_OPTION_URI_PATH, *segment, segment + 1) == 0) return false;
+  }
+  return true;
+}
+
+// ---- tables ----
 
 // Insert puts a record into both tables.  A request with the same identity is too old to be this
 // one's retransmission and leaves the second table.
 void Insert(CoapRpcAsync *async) {
-  PendingRequests requests = RequestsOf(async);
+  PendingRequests requests(async->ctx->lib->asyncReqTree);
   NodeInit(async->reqNode);
+  NodeInit(async->answeredNode);
   if (CoapRpcAsync *old = requests.Find(&async->request)) requests.Remove(old);
   (void)requests.Insert(async);
   (void)Pending(async->ctx->lib->asyncTree).Insert(async);
+  Requests(async->target->requestList).Append(async);
+}
+
+// EndHandle takes a record out of all tables.
+void EndHandle(CoapRpcAsync *async) {
+  CoapRpcLibCtx *lib = async->ctx->lib;
+  Pending(lib->asyncTree).Remove(async);
+  PendingRequests(lib->asyncReqTree).Remove(async);
+  Answered(lib->asyncAnsweredTree).Remove(async);
 }
 
 CoapRpcAsync *Find(CoapRpcCtx *ctx, uintptr_t id) {
   return ctx->lib ? Pending(ctx->lib->asyncTree).Find(&id) : nullptr;
 }
 
-bool IsInBlocks(const CoapRpcPayload &answer) { return answer.len > kMaxAnswerInOneMessage; }
+// ---- counts ----
 
 bool TravelsInBlocks(const CoapRpcAsync *async) {
-  return async->answer && IsInBlocks(*async->answer);
+  return async->answer && async->answer->len > kMaxAnswerInOneMessage;
 }
 
-// FreeAnswer may give others their turn.
-void FreeAnswer(CoapRpcAsync *async) {
-  if (TravelsInBlocks(async)) async->ctx->lib->hasRoom = 1;
-  COAP_RpcFreePayload(async->answer);
+bool IsQueued(const CoapRpcAsync *async) {
+  return async->state != State::kOpen && async->state != State::kRunning;
 }
 
-void Drop(CoapRpcAsync *async) {
-  Pending(async->ctx->lib->asyncTree).Remove(async);
-  RequestsOf(async).Remove(async);
-  LinkRemove(async->answeredLink);
-  FreeAnswer(async);
-  coap_session_release(async->target);
-  PoolFree(async->ctx->param.memHandle, async);
+// Weight is what a record amounts to in its target's counts.
+struct Weight {
+  uint32_t numQueued;
+  uint32_t numBlocks;
+};
+
+Weight WeightOf(const CoapRpcAsync *async) {
+  if (!IsQueued(async)) return {0, 0};
+  if (!TravelsInBlocks(async)) return {1, 0};
+  return {kWaitingOfBlocks, async->state == State::kHeld ? 0u : 1u};
 }
 
-// DropWithStandIn looks the stand-in up: once triggered it may be gone.
-void DropWithStandIn(CoapRpcAsync *async) {
-  const Token token(async->id);
-  coap_async_t *standIn = coap_find_async(async->target, token.AsBinary());
-  if (standIn) coap_free_async(async->target, standIn);
-  Drop(async);
+// Recount makes a change to a record and keeps its target's counts right.
+template <typename Change>
+void Recount(CoapRpcAsync *async, Change change) {
+  Target *target = async->target;
+  const Weight before = WeightOf(async);
+  change();
+  const Weight after = WeightOf(async);
+  target->numQueued += after.numQueued - before.numQueued;
+  target->numBlocks += after.numBlocks - before.numBlocks;
 }
 
-uint32_t WeightOf(const CoapRpcAsync *async) {
-  return TravelsInBlocks(async) ? kWaitingOfBlocks : 1;
+void SetState(CoapRpcAsync *async, State state) {
+  Recount(async, [=] { async->state = state; });
 }
 
-// CountWaiting weighs the answers that wait to be sent to a target.
-uint32_t CountWaiting(CoapRpcLibCtx *lib, const coap_session_t *target) {
-  uint32_t num = CoapRpcLibNumDelayed(target);
-  for (CoapRpcLink *list : {&lib->asyncAnsweredList, &lib->asyncHeldList}) {
-    Answered answers(*list);
-    for (const CoapRpcAsync *async = answers.First(); async; async = answers.After(async)) {
-      if (async->target == target) num += WeightOf(async);
-    }
-  }
-  return num;
+void CountOpen(CoapRpcAsync *async) {
+  ++async->ctx->lib->numOpenAsync;
+  ++async->target->peer->numOpen;
 }
 
-// MaxWaiting returns each target's share of what may wait in all.
-uint32_t MaxWaiting(const CoapRpcLibCtx *lib) {
-  return std::min(kMaxWaitingInAll / std::max(lib->numTargets, 1u), kMaxWaitingAnswers);
+void CountClosed(CoapRpcAsync *async) {
+  --async->ctx->lib->numOpenAsync;
+  --async->target->peer->numOpen;
+}
+
+// MaxQueued returns each target's share of what may be queued in all.
+uint32_t MaxQueued(const CoapRpcCtx *ctx) {
+  return std::min(kMaxWaitingInAll / std::max(NumBusyTargets(ctx), 1u), kMaxWaitingAnswers);
 }
 
 // HasRoom says whether one more answer may travel to a target in blocks.
-bool HasRoom(CoapRpcCtx *ctx, const coap_session_t *target) {
-  unsigned num = CoapRpcLibNumBlocks(target);
-  Answered answered(ctx->lib->asyncAnsweredList);
-  for (const CoapRpcAsync *async = answered.First(); async; async = answered.After(async)) {
-    if (async->target == target && TravelsInBlocks(async)) ++num;
-  }
-  return num < kMaxAnswersInBlocks;
+bool HasRoom(const Target *target) {
+  return CoapRpcLibNumBlocks(target->session) + target->numBlocks < kMaxAnswersInBlocks;
 }
 
-// Send lets libcoap run the stand-in in its next turn.
-void Send(CoapRpcAsync *async) {
-  CoapRpcLibTriggerAsync(async->async, async->ctx->ioDepth != 0);
-  Answered(async->ctx->lib->asyncAnsweredList).Append(async);
+// ---- life ----
+
+void Drop(CoapRpcAsync *async) {
+  CoapRpcCtx *ctx = async->ctx;
+  Target *target = async->target;
+  if (async->state == State::kOpen) CountClosed(async);
+  SetState(async, State::kRunning);
+  EndHandle(async);
+  LinkRemove(async->queueLink);
+  LinkRemove(async->requestLink);
+  COAP_RpcFreePayload(async->answer);
+  PoolFree(ctx->param.memHandle, async);
+  LeaveTarget(ctx, target);
+}
+
+void DropQueue(CoapRpcLink &list) {
+  Queue(list).Drain([](CoapRpcAsync *async) { Drop(async); });
+}
+
+void DropRequests(Target *target) {
+  Requests(target->requestList).Drain([](CoapRpcAsync *async) { Drop(async); });
+}
+
+void Enqueue(CoapRpcAsync *async, CoapRpcLink &list, State state) {
+  SetState(async, state);
+  Queue(list).Append(async);
+  Target *target = async->target;
+  if (!LinkIsAlone(target->queuedLink)) return;
+  QueuedTargets(async->ctx->lib->queuedTargetList).Append(target);
+}
+
+void MakeReady(CoapRpcAsync *async) {
+  EndHandle(async);
+  Enqueue(async, async->target->readyList, State::kReady);
+}
+
+// Close decides on a request's way when it is answered for the first time.
+void Close(CoapRpcAsync *async) {
+  CountClosed(async);
+  if (TravelsInBlocks(async) && !HasRoom(async->target)) {
+    Enqueue(async, async->target->heldList, State::kHeld);
+  } else {
+    SetState(async, State::kAnswered);
+    (void)Answered(async->ctx->lib->asyncAnsweredTree).Insert(async);
+  }
 }
 
 // SetAnswer takes the payload; null aborts.  The last call before the answer is sent counts.
 void SetAnswer(CoapRpcAsync *async, CoapRpcPayload *answer) {
-  FreeAnswer(async);
-  async->answer = answer;
-  async->entry->asyncWaiting += WeightOf(async);
-  if (!LinkIsAlone(async->answeredLink)) return;
-  if (TravelsInBlocks(async) && !HasRoom(async->ctx, async->target)) {
-    Answered(async->ctx->lib->asyncHeldList).Append(async);
+  CoapRpcCtx *ctx = async->ctx;
+  Recount(async, [=] {
+    COAP_RpcFreePayload(async->answer);
+    async->answer = answer;
+  });
+  if (async->state == State::kOpen) Close(async);
+  // Inside libcoap's I/O, the turn serves it before it ends.
+  if (ctx->ioDepth == 0) CoapRpcLibWakeIn(ctx->lib->coapCtx, 0);
+}
+
+// ---- stand-ins ----
+
+struct PduDeleter {
+  void operator()(coap_pdu_t *pdu) const { coap_delete_pdu(pdu); }
+};
+using PduRef = std::unique_ptr<coap_pdu_t, PduDeleter>;
+
+// MakeStandIn gives libcoap what leads back to the handler: type, method and path.  Payload and the
+// other options stay out, Observe above all: it would make an observer of the target session.
+PduRef MakeStandIn(CoapRpcAsync *async) {
+  coap_session_t *session = async->target->session;
+  PduRef standIn(coap_pdu_init(static_cast<coap_pdu_type_t>(async->type),
+                               static_cast<coap_pdu_code_t>(async->code),
+                               coap_new_message_id(session), coap_session_max_pdu_size(session)));
+  const Token token(async->id);
+  const bool isMade = standIn && coap_add_token(standIn.get(), sizeof(token.bytes), token.bytes) &&
+                      AddPath(async, standIn.get());
+  if (!isMade) standIn.reset();
+  return standIn;
+}
+
+// Run has libcoap run the handler.  False: no memory, the record is still ready.
+bool Run(CoapRpcAsync *async) {
+  CoapRpcLibCtx *lib = async->ctx->lib;
+  const PduRef standIn = MakeStandIn(async);
+  if (!standIn) return false;
+  lib->asyncRunning = async;
+  SetState(async, State::kRunning);
+  const bool isRun = CoapRpcLibRunAsync(async->target->session, standIn.get()) != 0;
+  if (!lib->asyncRunning) return true;
+  lib->asyncRunning = nullptr;
+  if (isRun) {
+    Drop(async);
   } else {
-    Send(async);
+    SetState(async, State::kReady);
+  }
+  return isRun;
+}
+
+void ReleaseHeld(Target *target) {
+  Queue held(target->heldList);
+  for (CoapRpcAsync *async = held.First(); async && HasRoom(target); async = held.First()) {
+    MakeReady(async);
+  }
+}
+
+void RunReady(Target *target) {
+  Queue ready(target->readyList);
+  while (CoapRpcAsync *async = ready.First()) {
+    if (CoapRpcLibNumDelayed(target->session) >= kMaxAnswersInLibcoap || !Run(async)) return;
+  }
+}
+
+void Feed(Target *target) {
+  ReleaseHeld(target);
+  RunReady(target);
+  if (LinkIsAlone(target->heldList) && LinkIsAlone(target->readyList)) {
+    LinkRemove(target->queuedLink);
   }
 }
 
@@ -245,6 +367,10 @@ void RestoreToken(const RequestId &request, coap_pdu_t *response) {
   if (request.tokenLen == 0 || request.tokenLen > kMaxTokenLen) return;
   const coap_bin_const_t token{static_cast<size_t>(request.tokenLen), request.token};
   CoapRpcLibSetToken(response, &token);
+}
+
+Target *CachedTarget(const CoapRpcSerUriVtbl *entry) {
+  return static_cast<Target *>(entry->asyncTarget);
 }
 
 }  // namespace
@@ -256,41 +382,42 @@ int CoapRpcAsyncIsKnown(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry,
   return async && MayBeRepeated(async);
 }
 
-// Answers are added up as they are given and counted when that is too many, but not for each of the
-// requests that a peer goes on sending.
-int CoapRpcAsyncIsBehind(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
-  CoapRpcLibCtx *lib = ctx->lib;
-  const coap_tick_t now = NowTicks();
-  if (entry->asyncWaiting >= MaxWaiting(lib) && entry->asyncCountedAt != now) {
-    entry->asyncCountedAt = now;
-    entry->asyncWaiting = CountWaiting(lib, entry->asyncSession);
-    lib->numTargets = CoapRpcLibNumAnonymous(lib->coapCtx);
-  }
-  return entry->asyncWaiting >= MaxWaiting(lib);
+int CoapRpcAsyncHasBacklog(const CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry) {
+  const Target *target = CachedTarget(entry);
+  return target->numQueued + CoapRpcLibNumDelayed(target->session) >= MaxQueued(ctx);
 }
 
-void *CoapRpcAsyncRegister(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, coap_session_t *target,
-                           const coap_session_t *session, const coap_pdu_t *request) {
-  auto async = NewZeroed<CoapRpcAsync>(ctx->param.memHandle);
+int CoapRpcAsyncIsPeerFull(const CoapRpcSerUriVtbl *entry) {
+  return CachedTarget(entry)->peer->numOpen >= kMaxOpenAsyncOfPeer;
+}
+
+int CoapRpcAsyncIsFull(const CoapRpcCtx *ctx) { return ctx->lib->numOpenAsync >= kMaxOpenAsync; }
+
+void *CoapRpcAsyncRegister(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const coap_session_t *session,
+                           const coap_pdu_t *request) {
+  const uint32_t pathLen = PathLenOf(request);
+  auto async = NewZeroed<CoapRpcAsync>(ctx->param.memHandle, pathLen);
   if (!async) return nullptr;
   async->id = ++ctx->lib->lastAsyncId;
   async->request = MakeRequestId(entry, session, request);
   async->arrived = NowTicks();
   async->ctx = ctx;
   async->entry = entry;
-  async->target = target;
-  async->async = RegisterStandIn(async.get(), request);
-  if (!async->async) return nullptr;
-  coap_session_reference(target);
+  async->target = CachedTarget(entry);
+  async->type = static_cast<uint8_t>(coap_pdu_get_type(request));
+  async->code = static_cast<uint8_t>(coap_pdu_get_code(request));
+  async->pathLen = pathLen;
+  StorePath(async.get(), request);
   Insert(async.get());
+  CountOpen(async.get());
   return reinterpret_cast<void *>(async.release()->id);
 }
 
 CoapRpcAsync *CoapRpcAsyncFindRerun(CoapRpcCtx *ctx, const coap_session_t *session,
                                     const coap_pdu_t *request) {
-  CoapRpcAsync *async = Find(ctx, HandleOf(coap_pdu_get_token(request)));
-  const bool isRerun = async && async->target == session && !LinkIsAlone(async->answeredLink);
-  return isRerun ? async : nullptr;
+  CoapRpcAsync *async = ctx->lib->asyncRunning;
+  if (!async || async->target->session != session) return nullptr;
+  return HandleOf(coap_pdu_get_token(request)) == async->id ? async : nullptr;
 }
 
 void CoapRpcAsyncAnswer(CoapRpcAsync *async, coap_resource_t *resource, coap_session_t *session,
@@ -307,52 +434,44 @@ void CoapRpcAsyncAnswer(CoapRpcAsync *async, coap_resource_t *resource, coap_ses
     coap_pdu_set_code(response, COAP_RESPONSE_CODE_CONTENT);
   }
   RestoreToken(async->request, response);
+  async->ctx->lib->asyncRunning = nullptr;
   Drop(async);
 }
 
-void CoapRpcAsyncSweep(CoapRpcCtx *ctx) {
-  Answered answered(ctx->lib->asyncAnsweredList);
-  CoapRpcAsync *next = nullptr;
-  for (CoapRpcAsync *async = answered.First(); async; async = next) {
-    next = answered.After(async);
-    if (async->isSwept)
-      Drop(async);
-    else
-      async->isSwept = true;
+void CoapRpcAsyncServe(CoapRpcCtx *ctx) {
+  Answered(ctx->lib->asyncAnsweredTree).Drain([](CoapRpcAsync *async) { MakeReady(async); });
+  QueuedTargets targets(ctx->lib->queuedTargetList);
+  Target *next = nullptr;
+  for (Target *target = targets.First(); target; target = next) {
+    next = targets.After(target);
+    Feed(target);
   }
 }
 
-void CoapRpcAsyncResume(CoapRpcCtx *ctx) {
-  if (ctx->lib->hasRoom == 0) return;
-  ctx->lib->hasRoom = 0;
-  Answered held(ctx->lib->asyncHeldList);
-  CoapRpcAsync *next = nullptr;
-  for (CoapRpcAsync *async = held.First(); async; async = next) {
-    next = held.After(async);
-    if (!HasRoom(ctx, async->target)) continue;
-    LinkRemove(async->answeredLink);
-    Send(async);
-  }
+int CoapRpcAsyncFail(CoapRpcCtx *ctx, coap_session_t *session) {
+  Target *target = FindTarget(ctx, session);
+  if (target) FailTarget(ctx, target);
+  return target != nullptr;
 }
 
-void CoapRpcAsyncGiveUp(CoapRpcCtx *ctx, coap_session_t *target) {
-  CoapRpcLibDropDelayed(target);
-  Answered held(ctx->lib->asyncHeldList);
-  CoapRpcAsync *next = nullptr;
-  for (CoapRpcAsync *async = held.First(); async; async = next) {
-    next = held.After(async);
-    if (async->target == target) DropWithStandIn(async);
-  }
+// The turn that is under way takes the target off the list of those with queued answers.
+int CoapRpcAsyncGiveUp(CoapRpcCtx *ctx, coap_session_t *session) {
+  Target *target = FindTarget(ctx, session);
+  if (!target) return 0;
+  CoapRpcLibDropDelayed(session);
+  DropQueue(target->heldList);
+  DropQueue(target->readyList);
+  FailTarget(ctx, target);
+  return 1;
 }
 
 void CoapRpcAsyncForgetEntry(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry) {
   if (!ctx->lib) return;
-  Pending pending(ctx->lib->asyncTree);
-  CoapRpcAsync *next = nullptr;
-  for (CoapRpcAsync *async = pending.First(); async; async = next) {
-    next = pending.Next(async);
-    if (!entry || async->entry == entry) DropWithStandIn(async);
-  }
+  ForEachTarget(ctx->lib->targetList, [=](Target *target) {
+    if (entry && target->key.entry != entry) return;
+    DropRequests(target);
+    CloseTarget(ctx, target);
+  });
 }
 
 uint32_t COAP_RpcSerSendAsyncResponse(CoapRpcCtx *ctx, void *handle, const uint8_t *data,
@@ -375,9 +494,10 @@ uint32_t COAP_RpcSerAbortAsyncResponse(CoapRpcCtx *ctx, void *handle) {
   return 0;
 }
 
-void COAP_RpcReleaseAsyncRequest(coap_session_t *session, void *payload) {
-  auto *answer = static_cast<CoapRpcPayload *>(payload);
-  CoapRpcCtx *ctx = CoapRpcLibRootOf(session);
-  if (ctx && ctx->lib && answer && IsInBlocks(*answer)) ctx->lib->hasRoom = 1;
-  COAP_RpcFreePayload(answer);
+void COAP_RpcReleaseAsyncRequest(coap_session_t *, void *payload) {
+  COAP_RpcFreePayload(static_cast<CoapRpcPayload *>(payload));
+}
+
+uint32_t COAP_RpcGetOpenAsyncNum(const CoapRpcCtx *ctx) {
+  return ctx && ctx->lib ? ctx->lib->numOpenAsync : 0;
 }

@@ -1,11 +1,20 @@
 /* coap_rpc_lib_handler_async.h: asynchronous requests between their arrival and their answer.
  *
- * libcoap keeps a stand-in of each request under a token of ours, so that requests never collide,
- * and runs the handler again with it once the request is answered.  The application holds a number,
- * not a pointer: a handle that is no longer pending is recognised.
+ * The application holds a number, not a pointer: a handle that is no longer pending is recognised.
+ * A request is
  *
- * A request ends in one of three ways: its stand-in is run and answered, its entry goes, or its
- * stand-in is run while the resource is gone (libcoap answers then, and the sweep finds it). */
+ *   open       the application has been given it; libcoap knows nothing of it
+ *   answered   the application has answered or aborted it, and may do so again
+ *   held       the same, while kMaxAnswersInBlocks others to its peer travel in blocks
+ *   ready      its handle has ended; libcoap gets it when it has sent most of what it has got
+ *
+ * Answered requests become ready when a turn of libcoap's I/O ends, the newest request first.  A
+ * ready one is made a message of ours with the request's type, method and path, the stand-in, for
+ * which libcoap runs the handler once more; the response goes out through the target's session.
+ * One after the other, so that libcoap's list of asynchronous requests, which it walks for each
+ * datagram, holds one at most.  The record ends there, whether the handler was reached or libcoap
+ * answered by itself because the resource is gone.  Without memory for the stand-in the record
+ * stays ready, and the next turn tries again. */
 #ifndef COAP_RPC_LIB_HANDLER_ASYNC_H
 #define COAP_RPC_LIB_HANDLER_ASYNC_H
 
@@ -22,14 +31,17 @@ typedef struct CoapRpcAsync CoapRpcAsync;
 int CoapRpcAsyncIsKnown(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry,
                         const coap_session_t *session, const coap_pdu_t *request);
 
-/* CoapRpcAsyncIsBehind says whether so many answers wait to be sent through an entry's target that
- * its peer gets no further ones. */
-int CoapRpcAsyncIsBehind(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry);
+/* CoapRpcAsyncHasBacklog says whether too many answers are queued for the peer of an entry's target
+ * to take another request.  CoapRpcAsyncIsPeerFull says the same of its open requests, of all
+ * entries; CoapRpcAsyncIsFull of the open requests of all peers. */
+int CoapRpcAsyncHasBacklog(const CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry);
+int CoapRpcAsyncIsPeerFull(const CoapRpcSerUriVtbl *entry);
+int CoapRpcAsyncIsFull(const CoapRpcCtx *ctx);
 
-/* CoapRpcAsyncRegister keeps a request, to be answered through `target`.
+/* CoapRpcAsyncRegister keeps a request, to be answered through the entry's target.
  * Returns the application's handle, or null without memory. */
-void *CoapRpcAsyncRegister(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, coap_session_t *target,
-                           const coap_session_t *session, const coap_pdu_t *request);
+void *CoapRpcAsyncRegister(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const coap_session_t *session,
+                           const coap_pdu_t *request);
 
 /* CoapRpcAsyncFindRerun returns the record of a stand-in that libcoap is running; null for any
  * other request. */
@@ -41,19 +53,17 @@ void CoapRpcAsyncAnswer(CoapRpcAsync *async, coap_resource_t *resource, coap_ses
                         const coap_pdu_t *request, const coap_string_t *query,
                         coap_pdu_t *response);
 
-/* CoapRpcAsyncSweep frees records whose stand-in was run without reaching the handler; to be called
- * after each turn of libcoap. */
-void CoapRpcAsyncSweep(CoapRpcCtx *ctx);
+/* CoapRpcAsyncServe hands answered requests to libcoap, as far as it can send their answers; to be
+ * called when a turn of libcoap's I/O ends, still as a part of it. */
+void CoapRpcAsyncServe(CoapRpcCtx *ctx);
 
-/* CoapRpcAsyncResume sends the answers that waited for others to the same peer, as far as those are
- * done; to be called after each turn of libcoap. */
-void CoapRpcAsyncResume(CoapRpcCtx *ctx);
+/* CoapRpcAsyncFail notes that the peer of a target is gone.  CoapRpcAsyncGiveUp also drops the
+ * answers that are queued for it: it never acknowledged one of them.
+ * Return whether the session is a target's. */
+int CoapRpcAsyncFail(CoapRpcCtx *ctx, coap_session_t *session);
+int CoapRpcAsyncGiveUp(CoapRpcCtx *ctx, coap_session_t *session);
 
-/* CoapRpcAsyncGiveUp drops the answers that wait to be sent to a target, whose peer has taken one
- * of them in none of its transmissions. */
-void CoapRpcAsyncGiveUp(CoapRpcCtx *ctx, coap_session_t *target);
-
-/* CoapRpcAsyncForgetEntry drops the records of an entry; null means all. */
+/* CoapRpcAsyncForgetEntry drops the records of an entry and closes its targets; null means all. */
 void CoapRpcAsyncForgetEntry(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry);
 
 COAP_RPC_C_END

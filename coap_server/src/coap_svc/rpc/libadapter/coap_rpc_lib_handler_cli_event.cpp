@@ -22,11 +22,20 @@ void ForgetSession(const coap_session_t *session) {
   if (ctx) ForgetSessionBlocks(ctx, session);
 }
 
-// GiveUpTarget ends what waits for a peer that takes no asynchronous answer.
-void GiveUpTarget(coap_session_t *session) {
+// NoteFailure handles what became of a message to a target of asynchronous answers.  A peer that
+// refuses one is there.  False: the session is no target.
+bool NoteFailure(coap_session_t *session, coap_nack_reason_t reason) {
   CoapRpcCtx *ctx = CoapRpcLibRootOf(session);
-  if (!ctx || !ctx->lib || coap_session_get_type(session) != COAP_SESSION_TYPE_CLIENT) return;
-  CoapRpcAsyncGiveUp(ctx, session);
+  if (!ctx || !ctx->lib || coap_session_get_type(session) != COAP_SESSION_TYPE_CLIENT) return false;
+  if (reason == COAP_NACK_RST || reason == COAP_NACK_BAD_RESPONSE) return false;
+  if (reason != COAP_NACK_TOO_MANY_RETRIES) return CoapRpcAsyncFail(ctx, session) != 0;
+  return CoapRpcAsyncGiveUp(ctx, session) != 0;
+}
+
+// IsTarget says whether a silent peer is that of a target, which no onDisconnect is told of.
+bool IsTarget(coap_session_t *session) {
+  CoapRpcCtx *ctx = CoapRpcLibRootOf(session);
+  return ctx && ctx->lib && CoapRpcAsyncFail(ctx, session) != 0;
 }
 
 void CallOnDisconnect(CoapRpcCtx *ctx, const CoapRpcCliUriVtbl *uriVtbl,
@@ -51,12 +60,9 @@ void LogNackOfSent(CoapRpcCtx *ctx, const coap_pdu_t *sent, uint32_t reason, int
 
 void COAP_RpcNackhandler(coap_session_t *session, const coap_pdu_t *sent,
                          const coap_nack_reason_t reason, const coap_mid_t mid) {
-  if (reason != COAP_NACK_TOO_MANY_RETRIES) return;
+  if (NoteFailure(session, reason) || reason != COAP_NACK_TOO_MANY_RETRIES) return;
   CoapRpcCtx *ctx = RootOf(session);
-  if (!ctx) {
-    GiveUpTarget(session);
-    return;
-  }
+  if (!ctx) return;
   COAP_RpcLogNackInfo(ctx, sent, COAP_NACK_TOO_MANY_RETRIES, mid);
   if (ctx->cli && ctx->cli->resendRequest) ctx->cli->resendRequest(ctx, mid);
 }
@@ -72,7 +78,9 @@ void COAP_RpcLogNackInfo(CoapRpcCtx *ctx, const coap_pdu_t *sent, uint32_t reaso
 }
 
 int COAP_RpcEventHandler(coap_session_t *session, const coap_event_t event) {
-  if (event == COAP_EVENT_KEEPALIVE_FAILURE) COAP_RpcDisConnectedEventHandler(session);
+  if (event == COAP_EVENT_KEEPALIVE_FAILURE && !IsTarget(session)) {
+    COAP_RpcDisConnectedEventHandler(session);
+  }
   if (event == COAP_EVENT_SERVER_SESSION_DEL) ForgetSession(session);
   return 0;
 }

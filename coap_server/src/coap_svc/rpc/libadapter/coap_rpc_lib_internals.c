@@ -141,12 +141,6 @@ static void FreeEndPoint(coap_endpoint_t *endPoint) {
   if (IsRetired(endPoint)) coap_free_endpoint(endPoint);
 }
 
-/* WakeUp lets libcoap look at its timers soon. */
-static void WakeUp(coap_context_t *coapCtx) {
-  coapCtx->next_timeout = 0;
-  coap_update_io_timer(coapCtx, 0);
-}
-
 /* Callbacks run meanwhile, so each search starts from the beginning.  Sessions go before the
  * resources that they observe.  To the callbacks this is a turn of the I/O, at whose end the
  * answers that they give would leave, but it is not one. */
@@ -158,7 +152,6 @@ void CoapRpcLibFreeRetired(coap_context_t *coapCtx) {
     if (resource) coap_delete_resource(coapCtx, resource);
     if (!endPoint && !resource) break;
   }
-  WakeUp(coapCtx);
 }
 
 int CoapRpcLibFits(const coap_pdu_t *pdu, size_t len) {
@@ -367,29 +360,30 @@ unsigned CoapRpcLibNumBlocks(const coap_session_t *session) {
   return num;
 }
 
-unsigned CoapRpcLibNumAnonymous(const coap_context_t *coapCtx) {
-  unsigned num = 0;
-  coap_session_t *session;
-  coap_session_t *next;
-  SESSIONS_ITER(coapCtx->sessions, session, next) {
-    if (!coap_session_get_app_data(session)) ++num;
-  }
-  return num;
+int CoapRpcLibIsIdle(const coap_session_t *session) {
+  const int isSending = session->con_active || session->delayqueue || session->lg_xmit;
+  return session->ref == 1 && !isSending && !session->lg_crcv;
 }
 
 void CoapRpcLibSetToken(coap_pdu_t *pdu, const coap_bin_const_t *token) {
   if (!pdu->lg_xmit) coap_update_token(pdu, token->length, token->s);
 }
 
-/* A turn ends with a look at the entries.  Libcoap would all the same set its timer to expire at
- * once, which costs more than the answer, unless it believes that the timer is due already. */
-void CoapRpcLibTriggerAsync(coap_async_t *async, int isInIo) {
-  if (isInIo) coap_ticks(&async->session->context->next_timeout);
+/* Triggering sets libcoap's timer to expire at once, unless libcoap believes that it is due. */
+int CoapRpcLibRunAsync(coap_session_t *session, const coap_pdu_t *standIn) {
+  coap_context_t *coapCtx = session->context;
+  coap_async_t *async = coap_register_async(session, standIn, 0);
+  if (!async) return 0;
+  const coap_tick_t nextTimeout = coapCtx->next_timeout;
+  coap_ticks(&coapCtx->next_timeout);
   coap_async_trigger(async);
+  coapCtx->next_timeout = nextTimeout;
+  coap_check_async(coapCtx, async->delay);
+  return 1;
 }
 
 void CoapRpcLibWakeIn(coap_context_t *coapCtx, coap_tick_t ticks) {
-  coap_update_io_timer(coapCtx, ticks);
+  if (coapCtx) coap_update_io_timer(coapCtx, ticks);
 }
 
 void CoapRpcLibClearBody(coap_pdu_t *pdu) {

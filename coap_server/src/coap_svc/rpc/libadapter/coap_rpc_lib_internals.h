@@ -96,20 +96,20 @@ unsigned CoapRpcLibNumBlocks(const coap_session_t *session);
  * transfers, which would never go on. */
 void CoapRpcLibDropDelayed(coap_session_t *session);
 
-/* CoapRpcLibNumAnonymous counts the client sessions without application data. */
-unsigned CoapRpcLibNumAnonymous(const coap_context_t *coapCtx);
+/* CoapRpcLibIsIdle says whether a client session has nothing under way and nobody but its owner. */
+int CoapRpcLibIsIdle(const coap_session_t *session);
 
 /* CoapRpcLibSetToken exchanges a message's token, unless the message is part of a block transfer,
  * whose tokens are libcoap's own. */
 void CoapRpcLibSetToken(coap_pdu_t *pdu, const coap_bin_const_t *token);
 
-/* CoapRpcLibTriggerAsync lets libcoap run the handler of an asynchronous entry again: before the
- * present turn of its I/O ends when isInIo, else as soon as its descriptor, which becomes readable,
- * is served. */
-void CoapRpcLibTriggerAsync(coap_async_t *async, int isInIo);
+/* CoapRpcLibRunAsync runs the handler for a message of ours as if it were an asynchronous request
+ * of the session's that is due.  Returns 0 without memory to begin with it. */
+int CoapRpcLibRunAsync(coap_session_t *session, const coap_pdu_t *standIn);
 
 /* CoapRpcLibWakeIn makes the descriptor readable after a time, unless it will be earlier.  Inside a
- * turn of libcoap's I/O it may do nothing: the turn ends with a look at what is due. */
+ * turn of libcoap's I/O it may do nothing: the turn ends with a look at what is due.  A null context
+ * is ignored. */
 void CoapRpcLibWakeIn(coap_context_t *coapCtx, coap_tick_t ticks);
 
 /* CoapRpcLibClearBody removes the payload and the options that describe it. */
