@@ -124,6 +124,7 @@ bool OpenSession(CoapRpcCtx *ctx, Target *target, const coap_address_t &peer) {
                                             static_cast<coap_proto_t>(target->key.peer.proto));
   if (!target->session) return false;
   coap_session_init_token(target->session, sizeof(kFirstToken), kFirstToken);
+  CoapRpcLibSetOneWay(target->session);
   return true;
 }
 

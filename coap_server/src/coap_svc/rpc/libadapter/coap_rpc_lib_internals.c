@@ -365,6 +365,8 @@ int CoapRpcLibIsIdle(const coap_session_t *session) {
   return session->ref == 1 && !isSending && !session->lg_crcv;
 }
 
+void CoapRpcLibSetOneWay(coap_session_t *session) { session->is_one_way = 1; }
+
 void CoapRpcLibSetToken(coap_pdu_t *pdu, const coap_bin_const_t *token) {
   if (!pdu->lg_xmit) coap_update_token(pdu, token->length, token->s);
 }

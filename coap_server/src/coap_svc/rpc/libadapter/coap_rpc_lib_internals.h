@@ -99,6 +99,9 @@ void CoapRpcLibDropDelayed(coap_session_t *session);
 /* CoapRpcLibIsIdle says whether a client session has nothing under way and nobody but its owner. */
 int CoapRpcLibIsIdle(const coap_session_t *session);
 
+/* CoapRpcLibSetOneWay says that nobody waits for responses to what the session sends. */
+void CoapRpcLibSetOneWay(coap_session_t *session);
+
 /* CoapRpcLibSetToken exchanges a message's token, unless the message is part of a block transfer,
  * whose tokens are libcoap's own. */
 void CoapRpcLibSetToken(coap_pdu_t *pdu, const coap_bin_const_t *token);
