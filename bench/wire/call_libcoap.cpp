@@ -1,6 +1,8 @@
 /* call_libcoap.cpp: the two exchanges that an asynchronous call consists of, with libcoap alone: a
  * request that is acknowledged empty, and its answer, which is a POST to port 5683 of the asker.
  * Roles and options as call_rpc. */
+#include <map>
+
 #include "call_client.h"
 
 namespace {
@@ -58,12 +60,14 @@ void AddResource(coap_context_t *context, coap_request_t method, coap_method_han
 // TakeCall leaves the code empty, which acknowledges the request, and sends the answer.
 void TakeCall(coap_resource_t *resource, coap_session_t *session, const coap_pdu_t *request,
               const coap_string_t *, coap_pdu_t *) {
-  static coap_session_t *asker = nullptr;
+  static std::map<uint32_t, coap_session_t *> askers;
   size_t len = 0;
   const uint8_t *data = nullptr;
   if (coap_get_data(request, &len, &data) == 0) return;
   static_cast<void>(resource);
-  if (!asker) asker = NewSession(coap_session_get_context(session), kServerIpv4);
+  const uint32_t ipv4 = ntohl(coap_session_get_addr_remote(session)->addr.sin.sin_addr.s_addr);
+  coap_session_t *&asker = askers[ipv4];
+  if (!asker) asker = NewSession(coap_session_get_context(session), ipv4);
   Send(asker, COAP_REQUEST_CODE_POST, nullptr, data, len);
 }
 
