@@ -56,6 +56,20 @@ TEST_F(BigAnswers, Ten_FourTravelAtATimeAndAllArrive) {
   for (const auto &[letter, text] : bodies_) EXPECT_EQ(text, std::string(kLen, letter));
 }
 
+TEST_F(BigAnswers, ThatReplaceSmallOnes_TravelFourAtATimeAsWell) {
+  ServeAsync();
+  for (size_t i = 0; i < 10; ++i) AskOnce(GetWith({}));
+  for (void *handle : app_.handles) EXPECT_EQ(Answer(handle, "small"), 0u);
+  for (size_t i = 0; i < 10; ++i) {
+    EXPECT_EQ(Answer(app_.handles[i], std::string(kLen, Letter(i))), 0u);
+  }
+  size_t mostUnfinished = 0;
+  while (TakeBlock()) mostUnfinished = std::max(mostUnfinished, NumUnfinished());
+  EXPECT_EQ(mostUnfinished, 4u);
+  ASSERT_EQ(bodies_.size(), 10u);
+  for (const auto &[letter, text] : bodies_) EXPECT_EQ(text, std::string(kLen, letter));
+}
+
 TEST_F(BigAnswers, SmallOneBehindThem_DoesNotWaitForThem) {
   AnswerAll(10);
   EXPECT_EQ(Answer(AskOnce(GetWith({})), "small"), 0u);

@@ -279,25 +279,29 @@ void MakeReady(CoapRpcAsync *async) {
   Enqueue(async, async->target->readyList, State::kReady);
 }
 
-// Close decides on a request's way when it is answered for the first time.
-void Close(CoapRpcAsync *async) {
-  CountClosed(async);
+// Place decides on the way of a request that is answered and not held: each time, because the new
+// answer may be one in blocks.  Its former answer takes no room from it.
+void Place(CoapRpcAsync *async) {
+  Answered answered(async->ctx->lib->asyncAnsweredTree);
+  answered.Remove(async);
+  SetState(async, State::kOpen);
   if (TravelsInBlocks(async) && !HasRoom(async->target)) {
     Enqueue(async, async->target->heldList, State::kHeld);
   } else {
     SetState(async, State::kAnswered);
-    (void)Answered(async->ctx->lib->asyncAnsweredTree).Insert(async);
+    (void)answered.Insert(async);
   }
 }
 
 // SetAnswer takes the payload; null aborts.  The last call before the answer is sent counts.
 void SetAnswer(CoapRpcAsync *async, CoapRpcPayload *answer) {
   CoapRpcCtx *ctx = async->ctx;
+  if (async->state == State::kOpen) CountClosed(async);
   Recount(async, [=] {
     COAP_RpcFreePayload(async->answer);
     async->answer = answer;
   });
-  if (async->state == State::kOpen) Close(async);
+  if (async->state != State::kHeld) Place(async);
   // Inside libcoap's I/O, the turn serves it before it ends.
   if (ctx->ioDepth == 0) CoapRpcLibWakeIn(ctx->lib->coapCtx, 0);
 }
