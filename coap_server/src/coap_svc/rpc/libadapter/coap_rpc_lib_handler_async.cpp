@@ -352,10 +352,20 @@ void ReleaseHeld(Target *target) {
   }
 }
 
+// IsFull says whether libcoap has enough answers to a target.  They are counted when the first of
+// them has been sent, not in each turn: many targets may be full for long.
+bool IsFull(Target *target) {
+  const coap_mid_t first = CoapRpcLibFirstDelayed(target->session);
+  if (first != COAP_INVALID_MID && first == target->fullUntil) return true;
+  const bool isFull = CoapRpcLibNumDelayed(target->session) >= kMaxAnswersInLibcoap;
+  target->fullUntil = isFull ? first : COAP_INVALID_MID;
+  return isFull;
+}
+
 void RunReady(Target *target) {
   Queue ready(target->readyList);
   while (CoapRpcAsync *async = ready.First()) {
-    if (CoapRpcLibNumDelayed(target->session) >= kMaxAnswersInLibcoap || !Run(async)) return;
+    if (IsFull(target) || !Run(async)) return;
   }
 }
 

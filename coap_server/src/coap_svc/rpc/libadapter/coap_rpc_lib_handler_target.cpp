@@ -142,6 +142,7 @@ Target *Open(CoapRpcCtx *ctx, const TargetKey &key, const coap_address_t &addr) 
   auto target = NewZeroed<Target>(ctx->param.memHandle);
   if (!target) return nullptr;
   target->key = key;
+  target->fullUntil = COAP_INVALID_MID;
   Peer *peer = FindOrNewPeer(ctx, key.peer);
   if (!peer) return nullptr;
   if (OpenSession(ctx, target.get(), addr)) return Enlist(ctx, target.release(), peer);

@@ -58,8 +58,9 @@ struct Target {
   Peer *peer;
   coap_session_t *session;  // referenced
   coap_tick_t spareSince;
-  uint32_t numQueued;  // answers of requestList, weighed
-  uint32_t numBlocks;  // answers in blocks among them that are not held
+  coap_mid_t fullUntil;  // libcoap has enough answers until it sends this one; or COAP_INVALID_MID
+  uint32_t numQueued;    // answers of requestList, weighed
+  uint32_t numBlocks;    // answers in blocks among them that are not held
   bool isCached;
   bool isSpare;
   bool isFailed;  // its peer is gone

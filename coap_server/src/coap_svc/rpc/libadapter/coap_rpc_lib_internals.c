@@ -342,6 +342,10 @@ unsigned CoapRpcLibNumDelayed(const coap_session_t *session) {
   return num;
 }
 
+coap_mid_t CoapRpcLibFirstDelayed(const coap_session_t *session) {
+  return session->delayqueue ? session->delayqueue->id : COAP_INVALID_MID;
+}
+
 void CoapRpcLibDropDelayed(coap_session_t *session) {
   coap_queue_t *message;
   coap_queue_t *next;

@@ -92,6 +92,10 @@ unsigned CoapRpcLibLimitUploads(coap_context_t *coapCtx, unsigned maxNum, size_t
 unsigned CoapRpcLibNumDelayed(const coap_session_t *session);
 unsigned CoapRpcLibNumBlocks(const coap_session_t *session);
 
+/* CoapRpcLibFirstDelayed returns the Message ID of the message kept back that goes out next;
+ * COAP_INVALID_MID for none. */
+coap_mid_t CoapRpcLibFirstDelayed(const coap_session_t *session);
+
 /* CoapRpcLibDropDelayed drops the messages that the session keeps back, but not those of block
  * transfers, which would never go on. */
 void CoapRpcLibDropDelayed(coap_session_t *session);
