@@ -89,5 +89,17 @@ TEST_F(SlowUpload, BeginsFirstAndGoesOn_IsNotTheOneGivenUp) {
   EXPECT_EQ(Ask(*peers[0], Part({2, false, 0}, 'x')).code, Code(2, 1));
 }
 
+// Repeated, it brings nothing new.
+TEST_F(SlowUpload, EndsWithAnEmptyBlock_IsGivenUp) {
+  const CoapMessage end = Part({5, false, 2}, 'x', 0);
+  ExpectEmptyAck(Ask(end), end);
+  host_.AdvanceMs(8'000);
+  ExpectEmptyAck(Ask(end), end);
+  host_.AdvanceMs(2'500);
+  const std::optional<CoapMessage> answer = peer_.ReceiveNow();
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->code, kIncomplete);
+}
+
 }  // namespace
 }  // namespace coap_rpc_test
