@@ -29,5 +29,18 @@ TEST_F(LateBlock, IsAcknowledged_AnswerIsAMessageOfItsOwn) {
   EXPECT_FALSE(peer_.ReceiveNow());
 }
 
+// A handler that answers later left an empty confirmable message with a token, which is malformed.
+TEST_F(LateBlock, AnsweredLater_NothingIsSentMeanwhile) {
+  Serve(KeyOf("b"), RegOf(&app_, 1));
+  const auto part = [this](const CoapBlock &block) {
+    return Get(CoapType::kCon, "b", std::string(16, 'x')).AddBlock(kOptBlock1, block);
+  };
+  EXPECT_EQ(Ask(part({1, false, 0})).code, kCodeEmpty);
+  EXPECT_EQ(Ask(part({0, true, 0})).code, kContinue);
+  ASSERT_EQ(app_.handles.size(), 1u);
+  ExpectSilence(peer_);
+  EXPECT_EQ(COAP_RpcSerAbortAsyncResponse(Ctx(), app_.handles[0]), 0u);
+}
+
 }  // namespace
 }  // namespace coap_rpc_test
