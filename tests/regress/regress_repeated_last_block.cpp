@@ -166,6 +166,16 @@ TEST_F(RepeatedLastBlock, PeerThatWasStartedAgain_IsServed) {
   EXPECT_EQ(app_.requests[1].payload, std::string(74, 'y'));
 }
 
+// One that the network delivers late is not the end of the next upload.
+TEST_F(RepeatedLastBlock, WhileTheNextIsOnItsWay_GetsItsAnswer) {
+  const CoapMessage last = Upload('x');
+  EXPECT_EQ(Send({0, true, 2}, 'y'), kContinue);
+  ExpectAnswered(last);
+  EXPECT_EQ(Send({1, false, 2}, 'y', 10), Code(2, 1));
+  ASSERT_EQ(app_.requests.size(), 2u);
+  EXPECT_EQ(app_.requests[1].payload, std::string(74, 'y'));
+}
+
 TEST_F(RepeatedLastBlock, LatestAnswerIsKept_OneForEachPeer) {
   const CoapMessage first = Upload('x');
   const int64_t numLive = NumLibcoapLive();
