@@ -46,7 +46,7 @@ COAP_RPC_API uint32_t COAP_RpcGetOpenAsyncNum(const CoapRpcCtx *ctx);
 
 /* COAP_RpcGetIoFd gives a descriptor that becomes readable when the instance has work: datagrams,
  * and whatever is due at a time, such as retransmissions, notifications that had to wait, answers
- * to asynchronous requests, signs of life to ask for, and payloads to let go of.
+ * to asynchronous requests, signs of life to ask for, and payloads to release.
  *
  * An application with an event loop watches it (level-triggered) and calls COAP_RpcProcIo when it
  * is readable.  The periodic I/O task goes on beside it, and does nothing then that COAP_RpcProcIo
@@ -89,7 +89,8 @@ COAP_RPC_API uint32_t COAP_RpcSetNstart(CoapRpcCtx *ctx, uint16_t nstart);
 
 /* COAP_RpcSerReopen opens the endpoint of a listen that has none, because its port was held when
  * COAP_RpcSerSetUri made it: one attempt, without sleep.  What is attached there is served from
- * then on.  Any callback may call it that may call COAP_RpcSerSetUri.
+ * then on.  The key of a call that gave 1900000157 is not: attach it again, before or after.  Any
+ * callback may call it that may call COAP_RpcSerSetUri.
  *
  *   addr   as given to COAP_RpcSerSetUri
  *
