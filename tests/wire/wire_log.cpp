@@ -65,7 +65,7 @@ class LogOfRequest : public WireServer {
     Ask(Post(CoapType::kCon, "a/b", "first"));
   }
 
-  // Exchange asks for an answer of so many bytes; returns the sites that were offered, in order.
+  // Exchange asks for an answer of N bytes; returns the sites that were offered, in order.
   std::vector<LogSite> Exchange(size_t len) {
     app_.out = std::string(len, 1);
     app_.result = static_cast<int32_t>(len - 1);

@@ -22,7 +22,8 @@ typedef struct CoapRpcLibExtOps {
   /* forgetEntry cuts every transfer, observer and pending answer loose from an entry that is
    * about to be freed. */
   void (*forgetEntry)(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry);
-  /* renewSource lets a session send from an address that this machine has now. */
+  /* renewSource lets a session that a server entry holds, and those kept for its other peers, send
+   * from an address that this machine has now. */
   void (*renewSource)(coap_session_t *session);
   /* openEndPoint is one attempt of createEndPoint, without sleep. */
   coap_endpoint_t *(*openEndPoint)(CoapRpcCtx *ctx, const CoapRpcSerListenAddr *addr);

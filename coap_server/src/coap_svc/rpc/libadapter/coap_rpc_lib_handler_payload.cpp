@@ -147,7 +147,7 @@ void Mark(CoapRpcTupleChg *chg) { chg->chgType |= kBuiltMark; }
 void Unmark(CoapRpcTupleChg *chg) { chg->chgType = KindOf(chg); }
 
 // BuildEach calls `build` for the changes that are pending now, not for those that it adds, until
-// it returns false.  Returns the last change tried; null when there is none.
+// it returns false.  Returns the last change tried; null for an empty list.
 template <typename Build>
 const CoapRpcTupleChg *BuildEach(CoapRpcSerUriVtbl *entry, Build build) {
   const Changes changes(entry->tupleChgList);

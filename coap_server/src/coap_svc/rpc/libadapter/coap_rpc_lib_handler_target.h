@@ -75,11 +75,11 @@ Target *AcquireTarget(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const coap_addr
 // LeaveTarget is to be called when the last request of a target ends.
 void LeaveTarget(CoapRpcCtx *ctx, Target *target);
 
-// FindTarget returns the target that a session belongs to, or null.  It looks at each: for what
-// happens rarely.
+// FindTarget returns the target that a session belongs to, or null.  It looks at each target: call
+// it only for what happens rarely.
 Target *FindTarget(CoapRpcCtx *ctx, const coap_session_t *session);
 
-// FailTarget makes sure that no peer of later requests gets a target.
+// FailTarget notes that the peer of a target is gone: it is not kept when its requests have ended.
 void FailTarget(CoapRpcCtx *ctx, Target *target);
 
 // CloseTarget releases a target without requests.  Inside libcoap's I/O, which has fetched the
