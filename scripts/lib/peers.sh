@@ -4,7 +4,7 @@
 readonly PEERS=tests/interop/peers
 cache=$(cache_folder)
 
-readonly UNAVAILABLE=77   # status of a peer that cannot be had here
+readonly UNAVAILABLE=77   # status of a peer that is unavailable here
 readonly NPM_PATIENCE=(--fetch-retries 2 --fetch-retry-mintimeout 1000 --fetch-retry-maxtimeout 3000)
 
 # is_current <list of versions> <its copy in the cache>
@@ -28,8 +28,8 @@ judge_fetch() {
   return "$UNAVAILABLE"
 }
 
-# install_aiocoap, install_node_coap: 0 when the peer is there; UNAVAILABLE when it cannot be had, and
-# a line says why; else what went wrong is printed.
+# install_aiocoap, install_node_coap: 0 when the peer is there; UNAVAILABLE, and a line says why; else
+# what went wrong is printed.
 
 # A venv needs the module that makes one; the distribution has it in a package of its own.
 install_aiocoap() {
