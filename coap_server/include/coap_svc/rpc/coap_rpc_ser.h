@@ -124,11 +124,11 @@ COAP_RPC_API uint32_t COAP_RpcSerRegVtbl(CoapRpcCtx *ctx, const CoapRpcUriKey *k
  * another address moves it; the old listen stays until a later detach finds it empty.
  *
  * A port that is held gives 1900000157 and leaves a listen without endpoint; the key is not
- * attached.  Attaching to it again returns 0 and serves nothing, also when the port is free by then.
- * Two ways out: attach again, and open the listen with COAP_RpcSerReopen (coap_rpc_ext.h); or attach
- * again, detach with COAP_RpcSerUnsetUri, which deletes the listen when no other key is attached
- * there, and attach once more.  libcoap's warning "cannot open endpoint" names address, port and
- * errno of each attempt.
+ * attached.  Attaching to it again returns 0 and serves nothing, also when the port is free by
+ * then. Two ways out: attach again, and open the listen with COAP_RpcSerReopen (coap_rpc_ext.h); or
+ * attach again, detach with COAP_RpcSerUnsetUri, which deletes the listen when no other key is
+ * attached there, and attach once more.  libcoap's warning "cannot open endpoint" names address,
+ * port and errno of each attempt.
  *
  * Returns 0 or:  1900000077 null argument (asserted)     1900000082 family is neither 1 nor 2
  *                1900000087 IPv4 address 0               1900000152 no listen record
