@@ -81,7 +81,7 @@ Bytes Bodies::Part(uint32_t id, size_t offset, size_t len, bool isLast) {
   for (size_t i = 0; i < len; ++i) part[i] = ByteAt(id, offset + i);
   std::set<size_t> &ends = ends_[id];
   if (isLast) ends.insert(offset + len);
-  parts_.insert(part);
+  parts_.emplace(part.begin(), part.end());
   return part;
 }
 
@@ -95,7 +95,7 @@ Bodies::Kind Bodies::KindOf(const Bytes &data) const {
     return sent.second.count(data.size()) != 0 && IsBeginOf(sent.first, data);
   });
   if (isWhole) return Kind::kWhole;
-  return parts_.count(data) != 0 ? Kind::kPart : Kind::kForeign;
+  return parts_.count({data.begin(), data.end()}) != 0 ? Kind::kPart : Kind::kForeign;
 }
 
 void Bodies::CheckDelivered(const uint8_t *data, size_t len) const {

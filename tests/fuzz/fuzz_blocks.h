@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <map>
 #include <set>
+#include <string>
 
 #include "fuzz_support.h"
 #include "fuzz_wire.h"
@@ -64,7 +65,7 @@ class Bodies {
   Kind KindOf(const coap_rpc_test::Bytes &data) const;
 
   std::map<uint32_t, std::set<size_t>> ends_;  // by id
-  std::set<coap_rpc_test::Bytes> parts_;
+  std::set<std::string> parts_;
 };
 
 // CheckSent looks for memory that nobody wrote in a message of the library's.
