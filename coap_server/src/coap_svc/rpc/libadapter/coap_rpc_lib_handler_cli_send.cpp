@@ -188,10 +188,10 @@ void COAP_RpcCliCancelRequest(CoapRpcCtx *ctx, CoapRpcCliSession *session, CoapR
   if (!session || !session->coapSession || !req || req->key.uri.observe == 0) return;
   if (req->key.uri.msgType > COAP_MESSAGE_RST) return;
   // Never sent to this peer: what has the token here is another relation.
-  if (req->isTokenForeign != 0) return;
-  coap_binary_t *token = coap_new_binary(req->tokenLen);
+  const size_t tokenLen = req->isTokenForeign != 0 ? 0 : req->tokenLen;
+  coap_binary_t *token = coap_new_binary(tokenLen);
   if (!token) return;
-  if (req->tokenLen != 0) memcpy(token->s, req->token, req->tokenLen);
+  if (tokenLen != 0) memcpy(token->s, req->token, tokenLen);
   CoapRpcLibMayCancel(session->coapSession, token);
   coap_cancel_observe(session->coapSession, token,
                       static_cast<coap_pdu_type_t>(req->key.uri.msgType));
