@@ -52,10 +52,12 @@ class UriText {
   char text_[COAP_RPC_URI_SIZE + 1];
 };
 
-// LineText is as much of a text as a line has room for: a text of 65 kB is not read to its end.
+// LineText is as much of a text as a line has room for: a text of 65 kB is not read to its end.  A
+// null text is shown as the C library's printf shows it.
 class LineText {
  public:
   explicit LineText(const char *text) {
+    if (!text) text = "(null)";
     const size_t len = strnlen(text, kLogTextSize - 1);
     memcpy(text_, text, len);
     text_[len] = '\0';
