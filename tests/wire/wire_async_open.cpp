@@ -156,6 +156,21 @@ TEST_F(OpenAsync, AllAnsweredAtOnce_AllArriveAndLibcoapsQueueIsShort) {
   EXPECT_LE(mostDelayed, 32u);
 }
 
+TEST_F(OpenAsync, NonAnswers_GoOutOverSeveralTurns) {
+  constexpr size_t kShare = 128;
+  ServeAsync(COAP_RPC_NON);
+  BeQuiet();
+  Open(3 * kShare + 1);
+  for (void *handle : app_.handles) EXPECT_EQ(Answer(handle, "{}"), 0u);
+  pollfd fd = {COAP_RpcGetIoFd(Ctx()), POLLIN, 0};
+  for (const size_t num : {kShare, kShare, kShare, size_t{1}}) {
+    EXPECT_EQ(poll(&fd, 1, 1000), 1);
+    COAP_RpcProcIo(Ctx());
+    for (size_t i = 0; i < num; ++i) EXPECT_TRUE(home_.ReceiveNow()) << i;
+    EXPECT_FALSE(home_.ReceiveNow());
+  }
+}
+
 // The order in which libcoap would send them.
 TEST_F(OpenAsync, AnsweredAtOnce_TheNewestRequestGoesFirst) {
   ServeAsync();

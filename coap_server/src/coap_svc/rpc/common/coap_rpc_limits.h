@@ -66,6 +66,9 @@ inline constexpr uint32_t kMaxOpenAsync = COAP_RPC_MAX_OPEN_ASYNC;
 // all of a session's for each one that is added.
 inline constexpr uint32_t kMaxAnswersInLibcoap = 32;
 
+// Answers that a target sends in one turn of the I/O: the host's thread is not kept for longer.
+inline constexpr uint32_t kMaxAnswersPerTurn = 128;
+
 // Asynchronous answers that wait for one peer: fewer the more peers there are, so that it is about
 // kMaxWaitingInAll for all of them.  One that travels in blocks counts as several.
 inline constexpr uint32_t kMaxWaitingAnswers = 2048;

@@ -362,19 +362,24 @@ bool IsFull(Target *target) {
   return isFull;
 }
 
-void RunReady(Target *target) {
+// RunReady gives libcoap a target's share of a turn.  True: there are more that it could send.  NON
+// answers never fill libcoap's queue.
+bool RunReady(Target *target) {
   Queue ready(target->readyList);
-  while (CoapRpcAsync *async = ready.First()) {
-    if (IsFull(target) || !Run(async)) return;
+  for (uint32_t num = 0; num < kMaxAnswersPerTurn; ++num) {
+    CoapRpcAsync *async = ready.First();
+    if (!async || IsFull(target) || !Run(async)) return false;
   }
+  return !ready.IsEmpty();
 }
 
-void Feed(Target *target) {
+bool Feed(Target *target) {
   ReleaseHeld(target);
-  RunReady(target);
+  const bool isMore = RunReady(target);
   if (LinkIsAlone(target->heldList) && LinkIsAlone(target->readyList)) {
     LinkRemove(target->queuedLink);
   }
+  return isMore;
 }
 
 void RestoreToken(const RequestId &request, coap_pdu_t *response) {
@@ -455,11 +460,13 @@ void CoapRpcAsyncAnswer(CoapRpcAsync *async, coap_resource_t *resource, coap_ses
 void CoapRpcAsyncServe(CoapRpcCtx *ctx) {
   Answered(ctx->lib->asyncAnsweredTree).Drain([](CoapRpcAsync *async) { MakeReady(async); });
   QueuedTargets targets(ctx->lib->queuedTargetList);
+  bool isMore = false;
   Target *next = nullptr;
   for (Target *target = targets.First(); target; target = next) {
     next = targets.After(target);
-    Feed(target);
+    if (Feed(target)) isMore = true;
   }
+  if (isMore) CoapRpcLibWakeIn(ctx->lib->coapCtx, 0);
 }
 
 int CoapRpcAsyncFail(CoapRpcCtx *ctx, coap_session_t *session) {
