@@ -1,0 +1,57 @@
+// net_observer.h: keeps a mirror of a server's table by observing it, for as long as it takes.
+#ifndef NET_OBSERVER_H
+#define NET_OBSERVER_H
+
+#include <coap_svc/rpc/coap_rpc_cli.h>
+
+#include "net_mirror.h"
+
+// NetObserver asks the server every now and then, by the check code of what it received last,
+// whether it is up to date: when it is, nothing is sent, else the server sends everything again.
+// When the server stops answering it begins again.
+class NetObserver {
+ public:
+  struct Setup {
+    CoapRpcCtx *ctx;
+    uint64_t tmr;  // the host's timers
+    CoapRpcUriKey key;
+    CoapRpcCliAddr peer;
+    bool isIdl;
+    bool isBatch;        // asks for everything in any case
+    uint32_t askPeriod;  // in seconds
+  };
+
+  explicit NetObserver(const Setup &setup);
+  virtual ~NetObserver() = default;
+  NetObserver(const NetObserver &) = delete;
+  NetObserver &operator=(const NetObserver &) = delete;
+
+  bool Start();  // false when that fails
+
+  const NetMirror &Mirror() const { return mirror_; }
+  uint32_t NumDocuments() const { return numDocuments_; }
+  uint32_t NumRefused() const { return numRefused_; }
+
+ protected:
+  // Called after each notification, and when the server is found gone.
+  virtual void OnTable() {}
+  virtual void OnLost() {}
+
+ private:
+  static NetObserver &Of(uint64_t userData) { return *reinterpret_cast<NetObserver *>(userData); }
+  static uint32_t OnNotification(uint64_t userData, uint64_t zero, uint8_t *payload, uint32_t len,
+                                 const CoapRpcCliRspInfo *info);
+  static void OnDisconnect(uint64_t userData, const CoapRpcIpAddr *peer);
+  static uint32_t Tick(void *self);
+  uint32_t BeginAgain();
+
+  const Setup setup_;
+  decltype(&COAP_RpcCliObserveReqVerify) const ask_;
+  const CoapRpcCliReqParam param_ = {};
+  NetMirror mirror_;
+  const uint32_t askPeriod_;  // in ticks
+  uint32_t numTicks_ = 0, numDocuments_ = 0, numRefused_ = 0;
+  bool isLost_ = false;
+};
+
+#endif  // NET_OBSERVER_H

@@ -1,0 +1,130 @@
+/* netfault_bench.h: plays a scenario and says whether the mirror became right.
+ *
+ * Publisher and mirror are two instances in this process, each with a namespace of its own.  Time
+ * is that of the hosts under test control, so a run takes as long as its work and a seed gives the
+ * same run, packet by packet. */
+#ifndef NETFAULT_BENCH_H
+#define NETFAULT_BENCH_H
+
+#include <array>
+#include <functional>
+#include <memory>
+#include <random>
+#include <string>
+
+#include "netfault_apps.h"
+#include "netfault_link.h"
+#include "netfault_net.h"
+#include "netfault_scenario.h"
+#include "netfault_socket.h"
+#include "test_instance.h"
+
+namespace netfault {
+
+struct Verdict {
+  bool isRight = false;
+  double seconds = 0;       // until it was right, after the last change; else how long was waited
+  double seenAt = 0;        // the whole run, virtual
+  std::string reason;       // why it is not right, as far as can be told
+  uint64_t digest = 0;      // of all packets
+  std::array<LinkCounts, kNumSides> counts;
+  std::string Text() const;
+};
+
+// Difference is what a mirror has wrong.
+struct Difference {
+  uint32_t numMissing = 0, numStale = 0, numExtra = 0;
+  bool IsNone() const { return numMissing + numStale + numExtra == 0; }
+  std::string example;  // one key
+};
+Difference Compare(const NetTable &published, const NetTable &mirrored);
+
+// Node is one side: a namespace, and the host and instance in it while its process lives.
+struct Node {
+  std::unique_ptr<Network> network;
+  std::unique_ptr<coap_rpc_test::TestHost> host;
+  std::unique_ptr<coap_rpc_test::TestInstance> instance;
+  SocketPolicy sockets;
+  bool isFrozen = false;
+  uint64_t lagMs = 0;  // of a frozen host
+
+  bool IsAlive() const { return instance != nullptr; }
+  bool Runs() const { return IsAlive() && !isFrozen; }
+  CoapRpcCtx *Ctx() const { return instance->Get(); }
+};
+
+class Bench {
+ public:
+  using Trace = std::function<void(const std::string &)>;
+
+  explicit Bench(const Scenario &scenario, Trace trace = nullptr);
+  ~Bench();
+  Bench(const Bench &) = delete;
+  Bench &operator=(const Bench &) = delete;
+
+  Verdict Run();
+
+  // For tests: parts of a run.
+  bool Begin();
+  void RunMs(uint64_t ms);
+  void Do(const Event &event);
+  PublisherApp &Publisher() { return publisher_; }
+  const NetMirror *MirrorTable() const { return mirror_ ? &mirror_->Mirror() : nullptr; }
+  const LinkCounts &Counts(Side to) const { return link_.Counts(to); }
+  uint64_t NowMs() const { return nowMs_; }
+  std::string Why() const;
+  // Overrides what is compared with the publisher's table.
+  void CompareInstead(const NetTable *table) { instead_ = table; }
+
+ private:
+  void StartProcess(Side side);
+  void StartPublisher();
+  void StartMirror(bool isSamePort);
+  void Stop(Side side);
+
+  void Enter(Side side);
+  void Serve(Side side);
+  void Drain(Side side, bool isSwallowed = false);
+  bool Deliver();
+  void Advance(uint64_t ms);
+  uint64_t NextAtMs(uint64_t limitMs) const;
+  void Wake(uint64_t limitMs);
+  bool HasPort(Side side, const Bytes &packet) const;
+
+  void DoLink(Side to, const Event &event);
+  void DoNode(Side side, const Event &event);
+  void DoPublisher(const Event &event);
+  void DoMirror(const Event &event);
+  void DoChanges(double num);
+  void ChangeOne(double deletionPercent);
+  void Ask(decltype(&COAP_RpcCliObserveReq) ask);
+
+  bool IsEqual();
+  bool WaitUntilRight(uint64_t patienceMs, uint64_t watchMs, uint64_t *rightAtMs);
+  void PlayTimeline();
+  CoapRpcCliAddr PeerAddr() const;
+  Verdict MakeVerdict(bool isRight, double seconds);
+  void Say(const std::string &text) const;
+
+  const Scenario scenario_;
+  const Trace trace_;
+  std::mt19937 random_;
+  Link link_;
+  std::array<Node, kNumSides> nodes_;
+  PublisherApp publisher_;
+  std::unique_ptr<MirrorApp> mirror_;
+  MirrorNews former_;  // of mirrors before the present one
+  const NetTable *instead_ = nullptr;
+  Digest digest_;
+  uint64_t nowMs_ = 0;
+  uint64_t changedAtMs_ = 0, nextChangeAtMs_ = UINT64_MAX;
+  double changesPerSecond_ = 0;
+  uint32_t peerHost_ = 1;
+  uint64_t numPlayed_ = 0;  // events
+  uint64_t lastEqualSign_ = UINT64_MAX;
+  bool wasEqual_ = false;
+};
+
+}  // namespace netfault
+
+#endif /* NETFAULT_BENCH_H */
