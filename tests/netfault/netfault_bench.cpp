@@ -73,9 +73,22 @@ unsigned NoSleep(unsigned) { return 0; }
 
 }  // namespace
 
+std::string State::Text() const {
+  std::string text = Format("%u missing, %u stale, %u not deleted", difference.numMissing,
+                            difference.numStale, difference.numExtra);
+  if (!difference.IsNone()) text += " (" + difference.example + ")";
+  text += isCodeCurrent ? "; check code current" : "; check code old";
+  text += Format("; %u observers", numObservers);
+  if (hasQueued) text += ", changes queued";
+  if (isSending) text += ", payload under way";
+  if (!IsReported()) return text + "; nothing reported";
+  return text + Format("; reported: %u disconnects, %u errors, %u bad documents",
+                       news.numDisconnects, news.numErrors, news.numRefused);
+}
+
 std::string Verdict::Text() const {
   if (isRight) return Format("right after %.1f s", seconds);
-  return Format("WRONG after %.0f s: ", seconds) + reason;
+  return Format("WRONG after %.0f s: ", seconds) + (hasBegun ? "" : "never right; ") + state.Text();
 }
 
 Difference Compare(const NetTable &published, const NetTable &mirrored) {
@@ -219,7 +232,7 @@ bool Bench::HasPort(Side side, const Bytes &packet) const {
 }
 
 // The systems' own ICMP depends on the real time; ours comes in place of it.
-bool Bench::Deliver() {
+void Bench::Deliver() {
   std::array<bool, kNumSides> isServed = {};
   while (std::optional<std::pair<Side, Bytes>> packet = link_.Next(nowMs_)) {
     const auto &[to, bytes] = *packet;
@@ -235,11 +248,9 @@ bool Bench::Deliver() {
     static_cast<void>(!write(nodes_[to].network->Tunnel(), bytes.data(), bytes.size()));
     isServed[to] = true;
   }
-  if (scenario_.isPolled) return false;
   for (const Side side : {kPublisher, kMirror}) {
-    if (isServed[side]) Serve(side);
+    if (isServed[side] && !scenario_.isPolled) Serve(side);
   }
-  return isServed[kPublisher] || isServed[kMirror];
 }
 
 void Bench::Advance(uint64_t ms) {
@@ -269,6 +280,7 @@ uint64_t Bench::NextAtMs(uint64_t limitMs) const {
 void Bench::Wake(uint64_t limitMs) {
   Advance(NextAtMs(limitMs) - nowMs_);
   Deliver();
+  NoteEqual();
   while (nextChangeAtMs_ <= nowMs_) {
     ChangeOne(scenario_.deletionPercent);
     nextChangeAtMs_ += static_cast<uint64_t>(std::max(1.0, 1000 / changesPerSecond_));
@@ -404,18 +416,21 @@ bool Bench::IsEqual() {
   return wasEqual_;
 }
 
+// NoteEqual keeps the time since when the mirror has been right.
+void Bench::NoteEqual() {
+  const bool wasRight = std::exchange(isRight_, IsEqual());
+  if (isRight_ && !wasRight) rightAtMs_ = nowMs_;
+  if (wasRight != isRight_) Say(isRight_ ? "=== right" : "=== wrong");
+}
+
 // WaitUntilRight waits until the mirror has been right for `watchMs`.
-bool Bench::WaitUntilRight(uint64_t patienceMs, uint64_t watchMs, uint64_t *rightAtMs) {
-  const uint64_t end = nowMs_ + patienceMs;
-  bool isRight = IsEqual();
-  *rightAtMs = nowMs_;
+bool Bench::WaitUntilRight(uint64_t patienceMs, uint64_t watchMs) {
+  const uint64_t from = nowMs_;
   while (true) {
-    if (isRight && nowMs_ >= *rightAtMs + watchMs) return true;
-    if (!isRight && nowMs_ >= end) return false;
-    Wake(isRight ? *rightAtMs + watchMs : end);
-    const bool wasRight = std::exchange(isRight, IsEqual());
-    if (isRight && !wasRight) *rightAtMs = nowMs_;
-    if (wasRight != isRight) Say(isRight ? "=== right" : "=== wrong");
+    NoteEqual();
+    const uint64_t end = isRight_ ? std::max(rightAtMs_, from) + watchMs : from + patienceMs;
+    if (nowMs_ >= end) return isRight_;
+    Wake(end);
   }
 }
 
@@ -445,62 +460,49 @@ bool Bench::Begin() {
   return true;
 }
 
-std::string Bench::Why() const {
-  if (!mirror_) return "there is no mirror";
-  const NetTable &mirrored = instead_ ? *instead_ : mirror_->Mirror().Table();
-  const Difference diff = Compare(publisher_.Table(), mirrored);
-  const MirrorNews news = mirror_->News();
+State Bench::Look() const {
+  State state;
   const CoapRpcUriKey key = TableKey();
-  std::string text = Format("%u missing, %u stale, %u not deleted", diff.numMissing,
-                            diff.numStale, diff.numExtra);
-  if (!diff.IsNone()) text += " (" + diff.example + ")";
-  if (nodes_[kPublisher].IsAlive()) {
-    const CoapRpcSerUriVtbl *entry =
-        COAP_RpcSerFindUriVtbl(nodes_[kPublisher].Ctx()->ser, &key);
-    const CoapRpcCliUriVtbl *own = COAP_RpcCliFindUriVtbl(nodes_[kMirror].Ctx()->cli, &key);
-    text += own->checkCode == entry->etag ? "; check code up to date" : "; check code old";
-    text += Format("; %u observers", entry->observerNum);
-    if (entry->tupleChgList.next != &entry->tupleChgList) text += ", changes queued";
-    if (entry->isSendingLargeBlock) text += ", payload under way";
-  }
-  const uint32_t numDisconnects = news.numDisconnects + former_.numDisconnects;
-  text += numDisconnects + news.numErrors + news.numRefused == 0
-              ? "; nothing reported"
-              : Format("; reported: %u disconnects, %u errors, %u bad documents", numDisconnects,
-                       news.numErrors, news.numRefused);
-  return text;
+  const NetTable none;
+  const NetTable *mirrored = instead_;
+  if (!mirrored) mirrored = mirror_ ? &mirror_->Mirror().Table() : &none;
+  state.difference = Compare(publisher_.Table(), *mirrored);
+  if (mirror_) state.news = mirror_->News();
+  state.news.numDisconnects += former_.numDisconnects;
+  if (!nodes_[kPublisher].IsAlive() || !nodes_[kMirror].IsAlive()) return state;
+  const auto *entry = COAP_RpcSerFindUriVtbl(nodes_[kPublisher].Ctx()->ser, &key);
+  const auto *own = COAP_RpcCliFindUriVtbl(nodes_[kMirror].Ctx()->cli, &key);
+  state.isCodeCurrent = own->checkCode == entry->etag;
+  state.numObservers = entry->observerNum;
+  state.hasQueued = entry->tupleChgList.next != &entry->tupleChgList;
+  state.isSending = entry->isSendingLargeBlock != 0;
+  return state;
 }
 
-Verdict Bench::MakeVerdict(bool isRight, double seconds) {
+Verdict Bench::MakeVerdict(uint64_t sinceMs) const {
   Verdict verdict;
-  verdict.isRight = isRight;
-  verdict.seconds = seconds;
-  verdict.seenAt = static_cast<double>(nowMs_) / 1000;
-  if (!isRight) verdict.reason = Why();
+  verdict.isRight = isRight_;
+  const uint64_t at = isRight_ ? rightAtMs_ : nowMs_;
+  verdict.seconds = at > sinceMs ? static_cast<double>(at - sinceMs) / 1000 : 0;
+  verdict.virtualSeconds = static_cast<double>(nowMs_) / 1000;
+  verdict.state = Look();
   verdict.digest = digest_.Value();
   verdict.counts = {link_.Counts(kPublisher), link_.Counts(kMirror)};
   return verdict;
 }
 
 Verdict Bench::Run() {
-  if (!Begin()) {
-    Verdict verdict;
-    verdict.reason = "no namespaces";
-    return verdict;
-  }
-  uint64_t rightAtMs = 0;
-  if (!scenario_.isBaseStart && !WaitUntilRight(scenario_.limitMs, 0, &rightAtMs)) {
-    Verdict verdict = MakeVerdict(false, static_cast<double>(nowMs_) / 1000);
-    verdict.reason = "never right before the faults; " + verdict.reason;
+  if (!Begin()) return Verdict();
+  if (!scenario_.isBaseStart && !WaitUntilRight(scenario_.limitMs, 0)) {
+    Verdict verdict = MakeVerdict(0);
+    verdict.hasBegun = false;
     return verdict;
   }
   Say("=== timeline");
   PlayTimeline();
   const uint64_t changedAtMs = changedAtMs_;
-  const uint64_t from = nowMs_;
-  const bool isRight = WaitUntilRight(scenario_.limitMs, scenario_.watchMs, &rightAtMs);
-  const uint64_t since = std::min(changedAtMs, from);
-  return MakeVerdict(isRight, static_cast<double>((isRight ? rightAtMs : nowMs_) - since) / 1000);
+  WaitUntilRight(scenario_.limitMs, scenario_.watchMs);
+  return MakeVerdict(changedAtMs);
 }
 
 }  // namespace netfault

@@ -21,23 +21,39 @@
 
 namespace netfault {
 
-struct Verdict {
-  bool isRight = false;
-  double seconds = 0;       // until it was right, after the last change; else how long was waited
-  double seenAt = 0;        // the whole run, virtual
-  std::string reason;       // why it is not right, as far as can be told
-  uint64_t digest = 0;      // of all packets
-  std::array<LinkCounts, kNumSides> counts;
-  std::string Text() const;
-};
-
 // Difference is what a mirror has wrong.
 struct Difference {
   uint32_t numMissing = 0, numStale = 0, numExtra = 0;
-  bool IsNone() const { return numMissing + numStale + numExtra == 0; }
   std::string example;  // one key
+
+  bool IsNone() const { return numMissing + numStale + numExtra == 0; }
 };
 Difference Compare(const NetTable &published, const NetTable &mirrored);
+
+// State is what both sides know about it.
+struct State {
+  Difference difference;
+  bool isCodeCurrent = false;  // the mirror's check code is that of the publisher's last payload
+  uint32_t numObservers = 0;
+  bool hasQueued = false;   // changes that the publisher has not sent yet
+  bool isSending = false;   // a payload in blocks
+  MirrorNews news;          // of the application, its former lives included
+
+  bool IsReported() const { return news.numDisconnects + news.numErrors + news.numRefused != 0; }
+  std::string Text() const;
+};
+
+struct Verdict {
+  bool isRight = false;
+  double seconds = 0;        // until it was right, after the last change; else how long was waited
+  bool hasBegun = true;      // false: never right before the faults
+  State state;               // at the end
+  double virtualSeconds = 0;  // the whole run
+  uint64_t digest = 0;       // of all packets
+  std::array<LinkCounts, kNumSides> counts;
+
+  std::string Text() const;
+};
 
 // Node is one side: a namespace, and the host and instance in it while its process lives.
 struct Node {
@@ -72,7 +88,7 @@ class Bench {
   const NetMirror *MirrorTable() const { return mirror_ ? &mirror_->Mirror() : nullptr; }
   const LinkCounts &Counts(Side to) const { return link_.Counts(to); }
   uint64_t NowMs() const { return nowMs_; }
-  std::string Why() const;
+  State Look() const;
   // Overrides what is compared with the publisher's table.
   void CompareInstead(const NetTable *table) { instead_ = table; }
 
@@ -85,7 +101,7 @@ class Bench {
   void Enter(Side side);
   void Serve(Side side);
   void Drain(Side side, bool isSwallowed = false);
-  bool Deliver();
+  void Deliver();
   void Advance(uint64_t ms);
   uint64_t NextAtMs(uint64_t limitMs) const;
   void Wake(uint64_t limitMs);
@@ -100,10 +116,11 @@ class Bench {
   void Ask(decltype(&COAP_RpcCliObserveReq) ask);
 
   bool IsEqual();
-  bool WaitUntilRight(uint64_t patienceMs, uint64_t watchMs, uint64_t *rightAtMs);
+  void NoteEqual();
+  bool WaitUntilRight(uint64_t patienceMs, uint64_t watchMs);
   void PlayTimeline();
   CoapRpcCliAddr PeerAddr() const;
-  Verdict MakeVerdict(bool isRight, double seconds);
+  Verdict MakeVerdict(uint64_t sinceMs) const;
   void Say(const std::string &text) const;
 
   const Scenario scenario_;
@@ -122,7 +139,8 @@ class Bench {
   uint32_t peerHost_ = 1;
   uint64_t numPlayed_ = 0;  // events
   uint64_t lastEqualSign_ = UINT64_MAX;
-  bool wasEqual_ = false;
+  bool wasEqual_ = false, isRight_ = false;
+  uint64_t rightAtMs_ = 0;
 };
 
 }  // namespace netfault

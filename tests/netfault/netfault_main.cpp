@@ -1,9 +1,13 @@
 // netfault: plays scenarios and prints a line for each.
 //
 //   netfault [--trace] [--set "<line>"]... <scenario file>...
+//   netfault --check
 //
 // --set adds a line to each scenario (netfault_scenario.h), as "--set 'tuples 5000'".  Each line of
-// the output has name, tuples, format, policy, verdict and the digest of all packets, between tabs.
+// the output has name, tuples, format, policy, a short verdict, the digest of all packets, and the
+// long verdict, between tabs.  Short verdicts: "<n> s", or "wrong <missing>/<stale>/<not deleted>
+// <code> <news>", where the code is "current" when the mirror believes itself up to date, else
+// "old", and the news are "told" or "silent".  --check only says whether it can work here.
 // Status 0: all mirrors became right; 1: one did not; 2: usage; 77: no namespaces here.
 #include <cinttypes>
 #include <cstdio>
@@ -24,6 +28,7 @@ using netfault::Verdict;
 
 struct Options {
   bool isTraced = false;
+  bool isCheck = false;
   std::string lines;
   std::vector<std::string> files;
 };
@@ -32,6 +37,8 @@ bool ReadOptions(int argc, char **argv, Options &options) {
   for (int i = 1; i < argc; ++i) {
     if (strcmp(argv[i], "--trace") == 0) {
       options.isTraced = true;
+    } else if (strcmp(argv[i], "--check") == 0) {
+      options.isCheck = true;
     } else if (strcmp(argv[i], "--set") == 0 && i + 1 < argc) {
       options.lines += std::string(argv[++i]) + '\n';
     } else if (argv[i][0] != '-') {
@@ -40,7 +47,7 @@ bool ReadOptions(int argc, char **argv, Options &options) {
       return false;
     }
   }
-  return !options.files.empty();
+  return options.isCheck || !options.files.empty();
 }
 
 bool ReadScenario(const std::string &path, const std::string &lines, Scenario *scenario) {
@@ -59,12 +66,27 @@ std::string PolicyText(const Policy &policy) {
   return text;
 }
 
+std::string ShortText(const Verdict &verdict) {
+  char text[128];
+  const netfault::State &state = verdict.state;
+  const netfault::Difference &wrong = state.difference;
+  if (verdict.isRight) {
+    snprintf(text, sizeof(text), "%.0f s", verdict.seconds);
+  } else {
+    snprintf(text, sizeof(text), "wrong %u/%u/%u %s %s", wrong.numMissing, wrong.numStale,
+             wrong.numExtra, state.isCodeCurrent ? "current" : "old",
+             state.IsReported() ? "told" : "silent");
+  }
+  return text;
+}
+
 bool Play(const Scenario &scenario, bool isTraced) {
   const Bench::Trace trace = [](const std::string &text) { printf("%s\n", text.c_str()); };
   const Verdict verdict = Bench(scenario, isTraced ? trace : nullptr).Run();
-  printf("%s\t%u\t%s\t%s\t%s\t%016" PRIx64 "\n", scenario.name.c_str(), scenario.numTuples,
+  printf("%s\t%u\t%s\t%s\t%s\t%016" PRIx64 "\t%s\n", scenario.name.c_str(), scenario.numTuples,
          scenario.isIdl ? "IDL" : "JSON", PolicyText(scenario.policy).c_str(),
-         verdict.Text().c_str(), verdict.digest);
+         ShortText(verdict).c_str(), verdict.digest, verdict.Text().c_str());
+  fflush(stdout);
   return verdict.isRight;
 }
 

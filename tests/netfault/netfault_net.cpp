@@ -83,6 +83,33 @@ int OpenTunnel() {
   return -1;
 }
 
+// HearsItself says whether an address works: a datagram from a socket there to itself arrives.
+bool HearsItself(const in6_addr &addr) {
+  sockaddr_in6 own = {};
+  socklen_t len = sizeof(own);
+  own.sin6_family = AF_INET6;
+  own.sin6_addr = addr;
+  auto *name = reinterpret_cast<sockaddr *>(&own);
+  char byte = 'x';
+  const int fd = socket(AF_INET6, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  const bool hears = bind(fd, name, len) == 0 && getsockname(fd, name, &len) == 0 &&
+                     sendto(fd, &byte, 1, 0, name, len) == 1 &&
+                     recv(fd, &byte, 1, MSG_DONTWAIT) == 1;
+  close(fd);
+  return hears;
+}
+
+// The kernel makes a new IPv6 address work in its own time.
+bool WaitForIpv6(uint32_t host) {
+  constexpr int kMaxRounds = 5000;
+  constexpr useconds_t kRoundUs = 1000;
+  for (int i = 0; i < kMaxRounds; ++i) {
+    if (HearsItself(Ipv6Of(host))) return true;
+    usleep(kRoundUs);
+  }
+  return false;
+}
+
 // RouteMessage is a request about the route to one address.
 struct RouteMessage {
   nlmsghdr head = {};
@@ -157,8 +184,19 @@ bool Network::Make() {
 void Network::Enter() const { static_cast<void>(!setns(namespace_, CLONE_NEWNET)); }
 
 bool Network::AddAddress() {
-  if (isIpv6_) return ChangeIpv6(SIOCSIFADDR, host_);
+  if (isIpv6_) {
+    const bool isAdded = ChangeIpv6(SIOCSIFADDR, host_) && WaitForIpv6(host_);
+    DiscardQueued();
+    return isAdded;
+  }
   return SetIpv4(SIOCSIFADDR, kIpv4Net + host_) && SetIpv4(SIOCSIFNETMASK, 0xFFFFFF00);
+}
+
+// What the kernel and we have sent to make an address work.
+void Network::DiscardQueued() const {
+  std::array<uint8_t, 2048> bytes;
+  while (read(tunnel_, bytes.data(), bytes.size()) > 0) {
+  }
 }
 
 void Network::RemoveIpv6Address() {

@@ -41,6 +41,7 @@ class Network {
  private:
   bool Make();
   bool AddAddress();
+  void DiscardQueued() const;
   void RemoveIpv6Address();
 
   const bool isIpv6_;
