@@ -45,7 +45,7 @@ struct State {
 
 struct Verdict {
   bool isRight = false;
-  double seconds = 0;        // until it was right, after the last change; else how long was waited
+  double seconds = 0;         // from the last event until it had recovered, or until the end
   bool hasBegun = true;      // false: never right before the faults
   State state;               // at the end
   double virtualSeconds = 0;  // the whole run
@@ -134,13 +134,15 @@ class Bench {
   const NetTable *instead_ = nullptr;
   Digest digest_;
   uint64_t nowMs_ = 0;
-  uint64_t changedAtMs_ = 0, nextChangeAtMs_ = UINT64_MAX;
+  uint64_t nextChangeAtMs_ = UINT64_MAX;
   double changesPerSecond_ = 0;
   uint32_t peerHost_ = 1;
   uint64_t numPlayed_ = 0;  // events
   uint64_t lastEqualSign_ = UINT64_MAX;
   bool wasEqual_ = false, isRight_ = false;
-  uint64_t rightAtMs_ = 0;
+  uint64_t turnedAtMs_ = 0;     // right or wrong since then
+  uint64_t recoveredAtMs_ = 0;  // after more than the usual lag
+  uint64_t disturbedAtMs_ = 0;  // last event
 };
 
 }  // namespace netfault

@@ -23,7 +23,7 @@ void Put16(Bytes &bytes, size_t at, uint32_t value) {
 // Sum adds 16-bit numbers as the internet checksum does, an odd last byte as a high one.
 uint32_t Sum(const Bytes &bytes, size_t from, size_t to) {
   uint32_t sum = 0;
-  for (size_t i = from; i < to; ++i) sum += i % 2 == from % 2 ? bytes[i] << 8 : bytes[i];
+  for (size_t i = from; i < to; ++i) sum += uint32_t{bytes[i]} << (i % 2 == from % 2 ? 8 : 0);
   return sum;
 }
 

@@ -15,7 +15,7 @@
  *   deletions 10                     percent of the changes
  *   base settled | start             when the timeline begins: once the mirror is right, or at once
  *   tail 30                          seconds for which changes go on after the last event
- *   limit 600                        seconds of patience after the last change
+ *   limit 300                        seconds of patience after the last change
  *   watch 60                         seconds for which a mirror that is right has to stay so
  *
  * The timeline: "at <seconds> <who> <what> [<arguments>]", where <who> <what> is one of
@@ -74,7 +74,7 @@ struct Scenario {
   double deletionPercent = 10;
   bool isBaseStart = false;
   uint64_t tailMs = 30'000;
-  uint64_t limitMs = 600'000;
+  uint64_t limitMs = 300'000;
   uint64_t watchMs = 60'000;
   std::vector<Event> events;  // in order of time
 

@@ -1,0 +1,204 @@
+// Runs of the fault bench: it is repeatable, it finds a mirror that is wrong, and the faults that the
+// library overcomes by itself stay overcome.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "netfault_bench.h"
+
+namespace netfault {
+namespace {
+
+std::string FileText(const std::string &path) {
+  std::ifstream file(path);
+  EXPECT_TRUE(file) << path;
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// Read makes a scenario of a file of this folder's "scenarios", with lines of the test behind it.
+Scenario Read(const std::string &file, const std::string &lines = "") {
+  Scenario scenario;
+  const std::string text = FileText(std::string(NETFAULT_SCENARIOS) + '/' + file + ".txt");
+  EXPECT_EQ(ParseScenario(text, &scenario), "");
+  EXPECT_EQ(ParseScenario(lines, &scenario), "");
+  return scenario;
+}
+
+// One bench at a time: they share clock and random numbers.
+uint64_t DigestOf(const Scenario &scenario) { return Bench(scenario).Run().digest; }
+
+class NetfaultRun : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!CanMakeNetworks()) GTEST_SKIP() << "no network namespaces here";
+  }
+};
+
+TEST(NetfaultScenario, EveryFile_IsUnderstood_AndNamedLikeItsFile) {
+  size_t num = 0;
+  for (const auto &entry : std::filesystem::recursive_directory_iterator(NETFAULT_SCENARIOS)) {
+    if (!entry.is_regular_file()) continue;
+    Scenario scenario;
+    EXPECT_EQ(ParseScenario(FileText(entry.path()), &scenario), "") << entry.path();
+    EXPECT_EQ(scenario.name, entry.path().stem());
+    EXPECT_FALSE(scenario.events.empty());
+    ++num;
+  }
+  EXPECT_GE(num, 30u);
+}
+
+TEST(NetfaultScenario, WhatIsWrong_IsNamedWithItsLine) {
+  const std::map<std::string, std::string> faults = {
+      {"colour red", "line 1: no such setting: colour red"},
+      {"seed 1\nformat xml", "line 2: not a value of this setting: format xml"},
+      {"tuples many", "line 1: not a value of this setting: tuples many"},
+      {"seed", "line 1: not a value of this setting: seed"},
+      {"policy verify 0", "line 1: not a value of this setting: policy verify 0"},
+      {"at 5 link", "line 1: an event is: at <seconds> <who> <what> ...: at 5 link"},
+      {"at 5 link sideways", "line 1: no such event: at 5 link sideways"},
+      {"at 5 mirror change 3", "line 1: no such event: at 5 mirror change 3"},
+      {"at 5 link loss", "line 1: no such event: at 5 link loss"},
+      {"at 5 link loss 3 4", "line 1: no such event: at 5 link loss 3 4"},
+  };
+  for (const auto &[text, expected] : faults) {
+    Scenario scenario;
+    EXPECT_EQ(ParseScenario(text, &scenario), expected);
+  }
+}
+
+TEST(NetfaultScenario, Events_AreInOrderOfTime) {
+  Scenario scenario;
+  EXPECT_EQ(ParseScenario("at 20 link up # later\nat 10.5 link down\nat 20 link delay 3\n", &scenario),
+            "");
+  ASSERT_EQ(scenario.events.size(), 3u);
+  EXPECT_EQ(scenario.events[0].atMs, 10'500u);
+  EXPECT_EQ(scenario.events[1].what, "up");
+  EXPECT_EQ(scenario.events[2].what, "delay");
+}
+
+TEST_F(NetfaultRun, SameSeed_SamePackets_OtherSeedOthers) {
+  const Scenario first = Read("matrix/loss", "limit 60");
+  const Scenario other = Read("matrix/loss", "limit 60\nseed 2");
+  const uint64_t digest = DigestOf(first);
+  EXPECT_EQ(DigestOf(first), digest);
+  EXPECT_NE(DigestOf(other), digest);
+}
+
+TEST_F(NetfaultRun, SameSeed_SamePackets_OverIpv6InPolledMode) {
+  const Scenario scenario = Read("matrix/reordering", "ip 6\nio polled\nlimit 60");
+  const uint64_t digest = DigestOf(scenario);
+  EXPECT_EQ(DigestOf(scenario), digest);
+}
+
+// A run that ends at once would be right as well: the faults have to meet traffic.
+TEST_F(NetfaultRun, Faults_MeetTraffic) {
+  const Verdict verdict = Bench(Read("matrix/quiet")).Run();
+  EXPECT_TRUE(verdict.isRight) << verdict.Text();
+  EXPECT_GT(verdict.counts[kMirror].delivered, 100u);
+  EXPECT_GT(verdict.counts[kPublisher].delivered, 100u);
+  EXPECT_EQ(verdict.counts[kMirror].lost + verdict.counts[kPublisher].lost, 0u);
+  EXPECT_GT(verdict.virtualSeconds, 100);
+}
+
+TEST_F(NetfaultRun, MirrorMadeWrongByHand_IsReportedWrong) {
+  Bench bench(Read("matrix/quiet"));
+  ASSERT_TRUE(bench.Begin());
+  bench.RunMs(20'000);
+  ASSERT_TRUE(bench.Look().difference.IsNone()) << bench.Look().Text();
+  NetTable wrong = bench.Publisher().Table();
+  wrong.erase(wrong.begin());
+  ++wrong.rbegin()->second.rxBytes;
+  wrong[{'x'}] = {};
+  bench.CompareInstead(&wrong);
+  const Difference difference = bench.Look().difference;
+  EXPECT_EQ(difference.numMissing, 1u);
+  EXPECT_EQ(difference.numStale, 1u);
+  EXPECT_EQ(difference.numExtra, 1u);
+  EXPECT_FALSE(bench.Look().IsReported());
+}
+
+TEST_F(NetfaultRun, MirrorThatStaysWrong_HasAWrongVerdict) {
+  const NetTable empty;
+  Bench bench(Read("matrix/quiet", "base start\nlimit 20"));
+  bench.CompareInstead(&empty);
+  const Verdict verdict = bench.Run();
+  EXPECT_FALSE(verdict.isRight);
+  EXPECT_GT(verdict.state.difference.numMissing, 400u);
+  EXPECT_NE(verdict.Text().find("WRONG"), std::string::npos);
+}
+
+// A mirror that hears nothing more is wrong as soon as something changes.
+TEST_F(NetfaultRun, MirrorWithoutLink_HasAWrongVerdict) {
+  Scenario scenario = Read("matrix/quiet", "limit 20");
+  ASSERT_EQ(scenario.Apply("at 11 to-mirror down"), "");
+  const Verdict verdict = Bench(scenario).Run();
+  EXPECT_FALSE(verdict.isRight);
+  EXPECT_GT(verdict.state.difference.numStale, 10u);
+}
+
+TEST_F(NetfaultRun, LateFault_IsSeenInTheWatch) {
+  Bench bench(Read("matrix/quiet", "base start"));
+  ASSERT_TRUE(bench.Begin());
+  bench.RunMs(20'000);
+  NetTable copy = bench.Publisher().Table();
+  EXPECT_TRUE(bench.Look().difference.IsNone());
+  Event erase;
+  erase.who = "publisher";
+  erase.what = "erase";
+  erase.args = {"1"};
+  bench.Do(erase);
+  EXPECT_EQ(bench.Look().difference.numExtra, 1u);
+  bench.RunMs(5000);
+  EXPECT_TRUE(bench.Look().difference.IsNone());
+}
+
+// What the library overcomes with any seed, by fault and further lines.
+struct Cell {
+  const char *fault, *lines;
+};
+
+class NetfaultCell : public NetfaultRun, public testing::WithParamInterface<Cell> {};
+
+TEST_P(NetfaultCell, BecomesRight) {
+  const Verdict verdict = Bench(Read(std::string("matrix/") + GetParam().fault, GetParam().lines)).Run();
+  EXPECT_TRUE(verdict.isRight) << verdict.Text();
+}
+
+constexpr Cell kCells[] = {
+    {"quiet", "policy none"},
+    {"quiet", "policy none\ntuples 5000"},
+    {"quiet", "policy verify 30\nformat idl\ntuples 5000"},
+    {"quiet", "policy example\nip 6"},
+    {"quiet", "policy none\nio polled"},
+    {"delay", "policy none\nformat idl"},
+    {"delay", "policy verify 30"},
+    {"reordering", "policy none"},
+    {"reordering", "policy example\nformat idl"},
+    {"mirror-interface-down", "policy none"},
+    {"mirror-interface-down", "policy example\nip 6"},
+    {"mirror-prohibited", "policy verify 30\nformat idl"},
+    {"mirror-restart-other-port", "policy none"},
+    {"publisher-silent", "policy verify 30"},
+    {"publisher-restart", "policy verify 30"},
+    {"publisher-restart", "policy example\nformat idl"},
+    {"publisher-replaced-fast", "policy verify 30"},
+    {"publisher-enobufs", "policy verify 30"},
+    {"publisher-eperm", "policy verify 30\nip 6"},
+    {"publisher-interface-down", "policy verify 30"},
+    {"loss", "policy verify 30"},
+    {"loss", "policy example"},
+    {"loss", "policy verify 30\nformat idl\nip 6"},
+    {"copies", "policy verify 30"},
+};
+
+INSTANTIATE_TEST_SUITE_P(Cells, NetfaultCell, testing::ValuesIn(kCells), [](const auto &one) {
+  std::string name = std::string(one.param.fault) + '_' + one.param.lines;
+  std::replace_if(name.begin(), name.end(), [](char c) { return !isalnum(c); }, '_');
+  return name;
+});
+
+}  // namespace
+}  // namespace netfault
