@@ -51,10 +51,11 @@ int main(int argc, char **argv) {
   Example example;
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
   if (ExampleStart(&example, "mirror_client") != 0) return 1;
-  PrintingObserver observer({example.ctx, KestrelTmr(example.host),
-                             ExampleKey(isIdl ? "net/idl" : "net/json", 1, COAP_RPC_DEFAULT),
-                             ExamplePeer(EXAMPLE_CLIENT, EXAMPLE_SERVER, EXAMPLE_PORT, COAP_RPC_GET),
-                             isIdl, isBatch, ExampleNumber(argc, argv, "--every", 5)});
+  PrintingObserver observer(
+      {example.ctx, KestrelTmr(example.host),
+       ExampleKey(isIdl ? "net/idl" : "net/json", 1, COAP_RPC_DEFAULT),
+       ExamplePeer(EXAMPLE_CLIENT, EXAMPLE_SERVER, EXAMPLE_PORT, COAP_RPC_GET), isIdl, isBatch,
+       ExampleNumber(argc, argv, "--every", 5)});
   if (observer.Start()) ExampleRun(&example, ExampleNumber(argc, argv, "--seconds", 0));
   observer.PrintSummary();
   return ExampleEnd(&example) == 0 && observer.HasTable() ? 0 : 1;

@@ -69,7 +69,9 @@ class AskingMirror : public MirrorApp {
     Of(self).Take({reinterpret_cast<const char *>(payload), len}, *info);
     return 0;
   }
-  static void OnDisconnect(uint64_t self, const CoapRpcIpAddr *) { ++Of(self).news_.numDisconnects; }
+  static void OnDisconnect(uint64_t self, const CoapRpcIpAddr *) {
+    ++Of(self).news_.numDisconnects;
+  }
   static uint32_t Ask(void *param) {
     auto *self = static_cast<AskingMirror *>(param);
     const CoapRpcUriKey key = TableKey();
@@ -97,8 +99,8 @@ class AskingMirror : public MirrorApp {
 class ExampleMirror : public MirrorApp, private NetObserver {
  public:
   ExampleMirror(const Policy &policy, const MirrorSetup &setup)
-      : NetObserver({setup.ctx, setup.tmr, TableKey(), setup.peer, setup.isIdl, false,
-                     policy.seconds}) {}
+      : NetObserver(
+            {setup.ctx, setup.tmr, TableKey(), setup.peer, setup.isIdl, false, policy.seconds}) {}
 
   bool Start() override { return NetObserver::Start(); }
   const NetMirror &Mirror() const override { return NetObserver::Mirror(); }

@@ -172,10 +172,19 @@ void Bench::StartMirror(bool isSamePort) {
   Node &node = nodes_[kMirror];
   if (isSamePort) --node.sockets.nextPort;
   StartProcess(kMirror);
-  mirror_ = MakeMirror(scenario_.policy,
-                       {node.Ctx(), node.host->Tmr(), PeerAddr(), scenario_.isIdl});
+  mirror_ =
+      MakeMirror(scenario_.policy, {node.Ctx(), node.host->Tmr(), PeerAddr(), scenario_.isIdl});
   mirror_->Start();
   lastEqualSign_ = UINT64_MAX;
+}
+
+void Bench::Start(Side side, bool isSamePort) {
+  if (nodes_[side].IsAlive()) return;
+  side == kPublisher ? StartPublisher() : StartMirror(isSamePort);
+}
+
+uint32_t Bench::PeerHostOf(Side side) const {
+  return side == kMirror ? peerHost_ : nodes_[kMirror].network->Host();
 }
 
 // What a process sends while it is taken down is not sent by one that dies.
@@ -227,8 +236,8 @@ void Bench::Serve(Side side) {
 bool Bench::HasPort(Side side, const Bytes &packet) const {
   const std::optional<Layout> layout = LayoutOf(packet);
   if (!layout || !layout->HasUdpHeader() || packet.size() < layout->payloadAt) return true;
-  const uint32_t port = static_cast<uint32_t>(packet[layout->transportAt + 2]) << 8 |
-                        packet[layout->transportAt + 3];
+  const uint32_t port =
+      static_cast<uint32_t>(packet[layout->transportAt + 2]) << 8 | packet[layout->transportAt + 3];
   const uint32_t own = side == kPublisher ? kCoapPort : nodes_[side].sockets.nextPort - 1u;
   return nodes_[side].IsAlive() && port == own;
 }
@@ -309,11 +318,13 @@ void Bench::Do(const Event &event) {
 
 void Bench::DoLink(Side to, const Event &event) {
   Quality &quality = link_.To(to);
-  const std::map<std::string, Chance *> chances = {
-      {"loss", &quality.loss},   {"late", &quality.late},
-      {"copy", &quality.copy},   {"renumbered", &quality.renumbered},
-      {"flip", &quality.flip},   {"forge", &quality.forge},
-      {"fragment-loss", &quality.fragmentLoss}};
+  const std::map<std::string, Chance *> chances = {{"loss", &quality.loss},
+                                                   {"late", &quality.late},
+                                                   {"copy", &quality.copy},
+                                                   {"renumbered", &quality.renumbered},
+                                                   {"flip", &quality.flip},
+                                                   {"forge", &quality.forge},
+                                                   {"fragment-loss", &quality.fragmentLoss}};
   const std::map<std::string, uint32_t *> numbers = {{"delay", &quality.delayMs},
                                                      {"jitter", &quality.jitterMs},
                                                      {"max-size", &quality.maxSize},
@@ -329,24 +340,14 @@ void Bench::DoNode(Side side, const Event &event) {
   Node &node = nodes_[side];
   const std::string &what = event.what;
   const std::string arg = event.args.empty() ? "" : event.args[0];
-  const uint32_t peer = side == kMirror ? peerHost_ : nodes_[kMirror].network->Host();
   if (what == "interface") return node.network->SetUp(arg == "up");
   if (what == "address") return node.network->SetAddress(event.Count(0));
   if (what == "mtu") return node.network->SetMtu(event.Count(0));
-  if (what == "route") return node.network->SetRoute(RouteOf(arg), peer);
-  if (what == "sends") {
-    node.sockets.sendErrno = ErrnoOf(arg);
-    return;
-  }
+  if (what == "route") return node.network->SetRoute(RouteOf(arg), PeerHostOf(side));
+  if (what == "sends") node.sockets.sendErrno = ErrnoOf(arg);
+  if (what == "freeze" || what == "thaw") node.isFrozen = what == "freeze";
   if (what == "stop") return Stop(side);
-  if (what == "freeze" || what == "thaw") {
-    node.isFrozen = what == "freeze";
-    return;
-  }
-  if (what == "start") {
-    if (node.IsAlive()) return;
-    return side == kPublisher ? StartPublisher() : StartMirror(!event.args.empty());
-  }
+  if (what == "start") return Start(side, arg == "same-port");
   if (side == kPublisher) return DoPublisher(event);
   DoMirror(event);
 }
@@ -407,8 +408,8 @@ void Bench::ChangeOne(double deletionPercent) {
 bool Bench::IsEqual() {
   if (!mirror_) return false;
   const MirrorNews news = mirror_->News();
-  const uint64_t sign = publisher_.NumChanges() << 32 |
-                        (news.numDocuments + news.numRefused + news.numDisconnects);
+  const uint64_t sign =
+      publisher_.NumChanges() << 32 | (news.numDocuments + news.numRefused + news.numDisconnects);
   const bool isCleared = mirror_->Mirror().Table().empty();
   if (sign == lastEqualSign_ && !isCleared) return wasEqual_;
   lastEqualSign_ = sign;

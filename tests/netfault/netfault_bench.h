@@ -35,9 +35,9 @@ struct State {
   Difference difference;
   bool isCodeCurrent = false;  // the mirror's check code is that of the publisher's last payload
   uint32_t numObservers = 0;
-  bool hasQueued = false;   // changes that the publisher has not sent yet
-  bool isSending = false;   // a payload in blocks
-  MirrorNews news;          // of the application, its former lives included
+  bool hasQueued = false;  // changes that the publisher has not sent yet
+  bool isSending = false;  // a payload in blocks
+  MirrorNews news;         // of the application, its former lives included
 
   bool IsReported() const { return news.numDisconnects + news.numErrors + news.numRefused != 0; }
   std::string Text() const;
@@ -46,10 +46,10 @@ struct State {
 struct Verdict {
   bool isRight = false;
   double seconds = 0;         // from the last event until it had recovered, or until the end
-  bool hasBegun = true;      // false: never right before the faults
-  State state;               // at the end
+  bool hasBegun = true;       // false: never right before the faults
+  State state;                // at the end
   double virtualSeconds = 0;  // the whole run
-  uint64_t digest = 0;       // of all packets
+  uint64_t digest = 0;        // of all packets
   std::array<LinkCounts, kNumSides> counts;
 
   std::string Text() const;
@@ -96,7 +96,9 @@ class Bench {
   void StartProcess(Side side);
   void StartPublisher();
   void StartMirror(bool isSamePort);
+  void Start(Side side, bool isSamePort);
   void Stop(Side side);
+  uint32_t PeerHostOf(Side side) const;
 
   void Enter(Side side);
   void Serve(Side side);

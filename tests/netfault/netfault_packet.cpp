@@ -41,8 +41,8 @@ uint32_t PseudoSum(const Bytes &packet, bool isIpv6, size_t len, uint8_t protoco
 void CorrectUdp(Bytes &packet, const Layout &layout) {
   const size_t at = layout.transportAt;
   Put16(packet, at + 6, 0);
-  const uint32_t sum = PseudoSum(packet, layout.isIpv6, packet.size() - at, kUdp) +
-                       Sum(packet, at, packet.size());
+  const uint32_t sum =
+      PseudoSum(packet, layout.isIpv6, packet.size() - at, kUdp) + Sum(packet, at, packet.size());
   const uint32_t folded = Folded(sum);
   Put16(packet, at + 6, folded != 0 ? folded : 0xFFFF);
 }

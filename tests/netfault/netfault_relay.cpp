@@ -1,4 +1,5 @@
-// The relay and the networks do what they are told: packets are counted, on paper and in the kernel.
+// The relay and the networks do what they are told: packets are counted, on paper and in the
+// kernel.
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>

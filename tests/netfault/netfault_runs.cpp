@@ -1,5 +1,5 @@
-// Runs of the fault bench: it is repeatable, it finds a mirror that is wrong, and the faults that the
-// library overcomes by itself stay overcome.
+// Runs of the fault bench: it is repeatable, it finds a mirror that is wrong, and the faults that
+// the library overcomes by itself stay overcome.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -71,8 +71,9 @@ TEST(NetfaultScenario, WhatIsWrong_IsNamedWithItsLine) {
 
 TEST(NetfaultScenario, Events_AreInOrderOfTime) {
   Scenario scenario;
-  EXPECT_EQ(ParseScenario("at 20 link up # later\nat 10.5 link down\nat 20 link delay 3\n", &scenario),
-            "");
+  EXPECT_EQ(
+      ParseScenario("at 20 link up # later\nat 10.5 link down\nat 20 link delay 3\n", &scenario),
+      "");
   ASSERT_EQ(scenario.events.size(), 3u);
   EXPECT_EQ(scenario.events[0].atMs, 10'500u);
   EXPECT_EQ(scenario.events[1].what, "up");
@@ -160,10 +161,13 @@ struct Cell {
   const char *fault, *lines;
 };
 
+void PrintTo(const Cell &cell, std::ostream *out) { *out << cell.fault << '\n' << cell.lines; }
+
 class NetfaultCell : public NetfaultRun, public testing::WithParamInterface<Cell> {};
 
 TEST_P(NetfaultCell, BecomesRight) {
-  const Verdict verdict = Bench(Read(std::string("matrix/") + GetParam().fault, GetParam().lines)).Run();
+  const Verdict verdict =
+      Bench(Read(std::string("matrix/") + GetParam().fault, GetParam().lines)).Run();
   EXPECT_TRUE(verdict.isRight) << verdict.Text();
 }
 
@@ -196,7 +200,8 @@ constexpr Cell kCells[] = {
 
 INSTANTIATE_TEST_SUITE_P(Cells, NetfaultCell, testing::ValuesIn(kCells), [](const auto &one) {
   std::string name = std::string(one.param.fault) + '_' + one.param.lines;
-  std::replace_if(name.begin(), name.end(), [](char c) { return !isalnum(c); }, '_');
+  std::replace_if(
+      name.begin(), name.end(), [](char c) { return !isalnum(c); }, '_');
   return name;
 });
 

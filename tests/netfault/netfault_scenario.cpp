@@ -87,8 +87,9 @@ bool Fits(const Event &event, const Form &form) {
   if (!IsOneOf(event.who, form.who) || event.what != form.what) return false;
   const size_t num = event.args.size();
   if (num > form.args.size() || num + form.numOptional < form.args.size()) return false;
-  return std::equal(event.args.begin(), event.args.end(), form.args.begin(),
-                    [](const std::string &word, const std::string &arg) { return Fits(word, arg); });
+  return std::equal(
+      event.args.begin(), event.args.end(), form.args.begin(),
+      [](const std::string &word, const std::string &arg) { return Fits(word, arg); });
 }
 
 std::string AddEvent(const Words &words, Scenario &scenario) {
@@ -101,9 +102,9 @@ std::string AddEvent(const Words &words, Scenario &scenario) {
   const auto &forms = Forms();
   if (std::none_of(forms.begin(), forms.end(), [&](const Form &form) { return Fits(event, form); }))
     return "no such event";
-  const auto behind = std::upper_bound(
-      scenario.events.begin(), scenario.events.end(), event,
-      [](const Event &a, const Event &b) { return a.atMs < b.atMs; });
+  const auto behind =
+      std::upper_bound(scenario.events.begin(), scenario.events.end(), event,
+                       [](const Event &a, const Event &b) { return a.atMs < b.atMs; });
   scenario.events.insert(behind, event);
   return "";
 }

@@ -9,7 +9,7 @@
 namespace netfault {
 
 struct SocketPolicy {
-  int sendErrno = 0;    // UDP sends fail with it; 0: they work
+  int sendErrno = 0;      // UDP sends fail with it; 0: they work
   uint16_t nextPort = 0;  // an unbound UDP socket that connects gets it, the next one the next port
 };
 
