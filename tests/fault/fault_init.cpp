@@ -188,7 +188,9 @@ class InitGoesOn : public InitFault {
     ModsBehaviour &mods = TestHost::Process().Mods();
     mods.failMasks = {{table, mask}, {g_CoapRpcModVTbl, rootMask}};
     CoapRpcCtx *ctx = COAP_RpcInit(&param_);
-    if (rootMask != 0) EXPECT_EQ(ctx, nullptr);
+    if (rootMask != 0) {
+      EXPECT_EQ(ctx, nullptr);
+    }
     COAP_RpcUninit(ctx);
     mods.failMasks.clear();
     ExpectNothingLeft();

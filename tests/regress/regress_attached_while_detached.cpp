@@ -47,7 +47,9 @@ class AttachedWhileDetached : public ObserveServer {
 
 TEST_F(AttachedWhileDetached, ToTheSameAddress_IsServedAndStopsCleanly) {
   app_.onNum = [this](uint32_t num) {
-    if (num == 0) EXPECT_EQ(Attach(key_, Here()), 0u);
+    if (num == 0) {
+      EXPECT_EQ(Attach(key_, Here()), 0u);
+    }
   };
   EXPECT_EQ(Detach(key_), 0u);
   EXPECT_EQ(app_.observerNums.back(), 0u);
@@ -59,7 +61,9 @@ TEST_F(AttachedWhileDetached, ToAnotherAddress_IsServedThere) {
   CoapRpcSerListenAddr there = Here();
   there.port = 5684;
   app_.onNum = [&](uint32_t num) {
-    if (num == 0) EXPECT_EQ(Attach(key_, there), 0u);
+    if (num == 0) {
+      EXPECT_EQ(Attach(key_, there), 0u);
+    }
   };
   EXPECT_EQ(Detach(key_), 0u);
   app_.onNum = nullptr;
@@ -105,7 +109,9 @@ TEST_F(AttachedWhileDetached, WhenTheResourceGoes_IsServed) {
   App other;
   Serve(KeyOf("other"), RegOf(&other, 0));
   app_.onNum = [this](uint32_t num) {
-    if (num == 0) EXPECT_EQ(Attach(key_, Here()), 0u);
+    if (num == 0) {
+      EXPECT_EQ(Attach(key_, Here()), 0u);
+    }
   };
   EXPECT_EQ(Detach(key_), 0u);
   EXPECT_EQ(app_.observerNums.back(), 0u);
@@ -129,7 +135,9 @@ TEST_F(AttachedWhileDetached, CallbackAnswersARequest_TheDescriptorSaysSo) {
   EXPECT_EQ(Attach(KeyOf("ask"), there), 0u) << "so that the endpoint is closed";
   app_.onNum = [&](uint32_t num) {
     const uint8_t byte = 'x';
-    if (num == 0) EXPECT_EQ(COAP_RpcSerSendAsyncResponse(Ctx(), ask.handles[0], &byte, 1), 0u);
+    if (num == 0) {
+      EXPECT_EQ(COAP_RpcSerSendAsyncResponse(Ctx(), ask.handles[0], &byte, 1), 0u);
+    }
   };
   while (COAP_RpcProcIo(Ctx()) != 0) {
   }

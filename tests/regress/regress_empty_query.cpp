@@ -60,7 +60,9 @@ TEST_F(EmptyQuery, OptionsHaveTheLengthsOfTheStandard) {
     EXPECT_TRUE(IsTaken(limits.number, limits.min, limits.byte));
     EXPECT_TRUE(IsTaken(limits.number, limits.max, limits.byte));
     EXPECT_FALSE(IsTaken(limits.number, limits.max + 1, limits.byte));
-    if (limits.min != 0) EXPECT_FALSE(IsTaken(limits.number, limits.min - 1, limits.byte));
+    if (limits.min != 0) {
+      EXPECT_FALSE(IsTaken(limits.number, limits.min - 1, limits.byte));
+    }
   }
 }
 

@@ -152,7 +152,7 @@ TEST_F(LogMemDump, AnyLinesSuppressed_TheOthersAreAsDescribed) {
           }
           text.clear();
         }
-        char digits[4];
+        char digits[16];
         snprintf(digits, sizeof(digits), "%s%02x", i % 4 == 0 && i % 16 != 0 ? " " : "",
                  static_cast<unsigned>(i));
         hex += digits;
