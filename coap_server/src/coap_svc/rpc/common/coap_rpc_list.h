@@ -22,6 +22,15 @@ inline void LinkRemove(CoapRpcLink &link) {
   LinkInit(link);
 }
 
+// LinkInsertBefore moves a link, off whatever list it is on, to the place before another one.
+inline void LinkInsertBefore(CoapRpcLink &place, CoapRpcLink &link) {
+  LinkRemove(link);
+  link.prev = place.prev;
+  link.next = &place;
+  place.prev->next = &link;
+  place.prev = &link;
+}
+
 // List sees a list head as a list of `Rec`, linked through the link at byte `LinkAt`.  It owns
 // nothing and adds no state.
 template <typename Rec, size_t LinkAt>
@@ -41,15 +50,15 @@ class List {
     return next == &head_ ? nullptr : RecordOf(next);
   }
 
-  // Append moves `rec` to the tail, off the list that its link is on.
+  // Append moves `rec` to the tail, off the list that its link is on; Prepend to the head.
   void Append(Rec *rec) {
     if (!head_.next) LinkInit(head_);
-    CoapRpcLink *link = LinkOf(rec);
-    LinkRemove(*link);
-    link->prev = head_.prev;
-    link->next = &head_;
-    head_.prev->next = link;
-    head_.prev = link;
+    LinkInsertBefore(head_, *LinkOf(rec));
+  }
+  void Prepend(Rec *rec) {
+    if (!head_.next) LinkInit(head_);
+    LinkRemove(*LinkOf(rec));
+    LinkInsertBefore(*head_.next, *LinkOf(rec));
   }
 
   // FindIf returns the first record that `match` says yes to, or null.

@@ -12,7 +12,7 @@ constexpr uint32_t kIndexFromChgs = 32;
 using Bucket = COAP_RPC_LIST(CoapRpcTupleChg, idxLink);
 
 // ChgIndex is a hash table of every change on the list.  Removals do not reach it, so it counts the
-// appends that it still takes before its size is looked at again.
+// additions that it still takes before its size is looked at again.
 struct ChgIndex {
   uint32_t numBuckets;  // a power of two
   uint32_t appendsLeft;
@@ -74,6 +74,15 @@ void Rebuild(uint64_t mem, CoapRpcSerUriVtbl *entry) {
   entry->chgIndex = index.release();
 }
 
+// NoteAdded makes a change that has just come onto the list findable.
+void NoteAdded(uint64_t mem, CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg) {
+  if (ChgIndex *index = IndexOf(entry)) {
+    Insert(index, entry, chg);
+    if (--index->appendsLeft != 0) return;
+  }
+  Rebuild(mem, entry);
+}
+
 }  // namespace
 
 CoapRpcTupleChg *FindPendingChg(CoapRpcSerUriVtbl *entry, const void *tupleKey) {
@@ -89,11 +98,14 @@ void AppendPendingChg(uint64_t mem, CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *c
   PendingChgs chgs(entry->tupleChgList);
   if (chgs.IsEmpty()) DropChgIndex(mem, entry);
   chgs.Append(chg);
-  if (ChgIndex *index = IndexOf(entry)) {
-    Insert(index, entry, chg);
-    if (--index->appendsLeft != 0) return;
-  }
-  Rebuild(mem, entry);
+  NoteAdded(mem, entry, chg);
+}
+
+void PrependPendingChg(uint64_t mem, CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg) {
+  PendingChgs chgs(entry->tupleChgList);
+  if (chgs.IsEmpty()) DropChgIndex(mem, entry);
+  chgs.Prepend(chg);
+  NoteAdded(mem, entry, chg);
 }
 
 void RemovePendingChg(CoapRpcTupleChg *chg) {

@@ -17,8 +17,10 @@ using PendingChgs = COAP_RPC_LIST(CoapRpcTupleChg, chgLink);
 // FindPendingChg returns the pending change whose key bytes equal `tupleKey`, or null.
 CoapRpcTupleChg *FindPendingChg(CoapRpcSerUriVtbl *entry, const void *tupleKey);
 
-// AppendPendingChg appends `chg`, whose key is filled, and makes it findable.
+// AppendPendingChg appends `chg`, whose key is filled, and makes it findable; PrependPendingChg
+// puts it in front.
 void AppendPendingChg(uint64_t mem, CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg);
+void PrependPendingChg(uint64_t mem, CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg);
 
 // RemovePendingChg takes a change off its list and out of the index, if there is one.
 void RemovePendingChg(CoapRpcTupleChg *chg);
