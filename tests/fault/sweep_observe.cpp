@@ -1,4 +1,7 @@
 /* sweep_observe.cpp: observers of the server, and what they are told. */
+#include <cerrno>
+
+#include "failing_sends.h"
 #include "sweep.h"
 
 namespace coap_rpc_test {
@@ -86,6 +89,29 @@ void WorksDelete(Stage &stage) {
   WorksObserved(stage);
 }
 
+// A change that is pending when sends and memory begin to fail.
+template <uint8_t kFormat>
+void PrepareUnsent(Stage &stage) {
+  PrepareObserved<kFormat, 0>(stage);
+  Settle(stage);
+  stage.Forget();
+  EXPECT_EQ(stage.Update("k001", "v001"), 0u);
+}
+void PlayUnsent(Stage &stage) {
+  const FailingSends sends(ENETUNREACH);
+  stage.Listen(25);
+}
+// The change comes without the application's doing.
+void WorksUnsent(Stage &stage) {
+  stage.Listen(25);
+  if (stage.entry_->reg.payloadFormat == COAP_RPC_JSON) {
+    EXPECT_TRUE(stage.HasHeard(Code(2, 5), kJsonChange));
+  } else {
+    EXPECT_TRUE(stage.HasHeardBytes(8));
+  }
+  WorksObserved(stage);
+}
+
 void PrepareResync(Stage &stage) {
   Prepare<COAP_RPC_JSON, 0>(stage);
   stage.app_.data = {{"k001", "v001"}};
@@ -122,6 +148,9 @@ const std::vector<Scenario> &ObserveScenarios() {
       {"NotifyDelete", kPool | kLibcoap | kJansson, PrepareDelete<COAP_RPC_JSON>, PlayDelete,
        WorksDelete},
       {"NotifyIdlDelete", kPool | kLibcoap, PrepareDelete<COAP_RPC_BYTE>, PlayDelete, WorksDelete},
+      {"NotifyUnsent", kPool | kLibcoap | kJansson, PrepareUnsent<COAP_RPC_JSON>, PlayUnsent,
+       WorksUnsent},
+      {"NotifyIdlUnsent", kPool | kLibcoap, PrepareUnsent<COAP_RPC_BYTE>, PlayUnsent, WorksUnsent},
       {"ManyChanges", kMost, PrepareObserved<COAP_RPC_BYTE, 0>, PlayMany, WorksMany},
       {"Resynchronise", kMost | kJansson, PrepareResync, Resync, WorksResync},
       {"ObserveLeave", kLibcoap, PrepareObserved<COAP_RPC_JSON, 0>, PlayLeave, WorksLeave},

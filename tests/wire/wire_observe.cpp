@@ -374,7 +374,7 @@ TEST_F(ObserveWire, EveryAllocationOfANotificationFails_201AndTheChangeComesLate
     key_ = {};
     ServeObs(COAP_RPC_CON, format);
     Register(peer_, CoapType::kCon, {format});
-    const uint64_t numAllocations = format == COAP_RPC_JSON ? 1 : 3;
+    const uint64_t numAllocations = format == COAP_RPC_JSON ? 2 : 4;
     for (uint64_t n = 1; n <= numAllocations; ++n) {
       Update("k001", "v001");
       host_.Pool().Failures().FailOnce(n);
@@ -506,7 +506,7 @@ TEST_F(ObserveWire, Idl_NoMemoryForTheMessageBuffer_IsLogged) {
   ServeObs(COAP_RPC_CON, COAP_RPC_BYTE);
   Register(peer_, CoapType::kCon, {1});
   Update("k001", "v001");
-  host_.Pool().Failures().FailOnce(3);
+  host_.Pool().Failures().FailOnce(4);
   EXPECT_EQ(NextNotification(peer_).code, Code(2, 1));
   const std::vector<LogRecord> records = host_.LogsOf("COAP_RpcSerHandleIdlGetPayload");
   ASSERT_EQ(records.size(), 1u);

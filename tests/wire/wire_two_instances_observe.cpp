@@ -134,7 +134,9 @@ TEST_P(TwoMirror, Verify_SendsEverythingToOneWhoMissedAPayload) {
   Set("0001", "miss");
   const auto stolen = other.ReceiveMessage([this] { Step(); });
   ASSERT_TRUE(stolen);
-  other.Send(RstOf(*stolen));
+  other.Send(AckOf(*stolen));
+  CoapMessage leave = Request(CoapType::kCon, kCodeGet, 8, {0x0D}).AddPath("table");
+  other.Send(leave.AddUint(kOptObserve, 1));
   ASSERT_TRUE(RunUntil([this] { return NumObservers() == 1; }));
   EXPECT_EQ(mirror_.tuples["0001"], "0001");
 

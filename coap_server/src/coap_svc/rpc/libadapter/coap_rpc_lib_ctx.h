@@ -37,6 +37,7 @@ struct CoapRpcLibCtx {
   uint32_t quickMode;          /* non-zero: on the 100 ms period for good */
   uint32_t svcFlag;            /* non-zero: each 1000 ms tick drains libcoap harder */
   CoapRpcLink blockList;       /* observe payloads in libcoap's hands, of all entries */
+  CoapRpcLink flightList;      /* payloads whose delivery is not known yet, of all entries, owned */
   CoapRpcLink lastBlockList;   /* last blocks of payloads that were released, owned */
   OSAL_AVL3_TREE obsQueryTree; /* queries of observers' registrations, by stored request */
   OSAL_AVL3_TREE asyncTree;    /* unanswered asynchronous requests by handle, owned */

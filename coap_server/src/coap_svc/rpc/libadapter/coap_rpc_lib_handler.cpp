@@ -8,6 +8,7 @@
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_flight.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_async.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_block.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
@@ -297,12 +298,13 @@ void CoapRpcHandlerTick(CoapRpcCtx *ctx) {
   // Not while libcoap is at work: a callback that waits may run the host's timers.
   if (!ctx->lib || !ctx->lib->coapCtx || ctx->ioDepth != 0) return;
   ExpireBlocks(ctx);
+  SettleFlights(ctx);
 }
 
 int CoapRpcHandlerIsRetaining(const CoapRpcCtx *ctx) {
   const CoapRpcLibCtx *lib = ctx->lib;
   return !LinkIsAlone(lib->blockList) || !LinkIsAlone(lib->lastBlockList) ||
-         !LinkIsAlone(lib->queuedTargetList);
+         !LinkIsAlone(lib->flightList) || !LinkIsAlone(lib->queuedTargetList);
 }
 
 void CoapRpcHandlerStop(CoapRpcCtx *ctx) {
@@ -311,4 +313,7 @@ void CoapRpcHandlerStop(CoapRpcCtx *ctx) {
   FreeTargets(ctx);
 }
 
-void CoapRpcHandlerFree(CoapRpcCtx *ctx) { CoapRpcObserveForgetQueries(ctx); }
+void CoapRpcHandlerFree(CoapRpcCtx *ctx) {
+  ForgetFlights(ctx);
+  CoapRpcObserveForgetQueries(ctx);
+}

@@ -65,6 +65,13 @@ void NoteSent(BlockRecord *block) {
   if (block->sentAt == 0) block->sentAt = CoapRpcLibBlocksSentAt(block->session, block);
 }
 
+// ExpireIdle gives up a payload that the peer has stopped fetching.  While its first block is
+// repeated the peer may not know of it.
+void ExpireIdle(BlockRecord *block) {
+  if (block->flight && IsFirstBlockQueued(*block->flight)) coap_ticks(&block->queuedAt);
+  CoapRpcLibExpireBlocks(block->session, block, block->queuedAt, kIdleBlocksKeepMs);
+}
+
 // EndSent releases a payload that was sent; the record is gone then.  Its last block is remembered
 // while the entry is there and if memory allows.
 void EndSent(CoapRpcCtx *ctx, BlockRecord *block) {
@@ -128,8 +135,20 @@ CoapRpcSerLargeBlockCtx *StartBlock(PoolPtr<BlockRecord> block, void *buf) {
   return &block.release()->head;
 }
 
+void NoteTransfer(BlockRecord *block) {
+  block->blocks = CoapRpcLibFindBlocks(block->session, block);
+}
+
+bool IsFetched(const BlockRecord &block) { return CoapRpcLibIsBegun(block.blocks) != 0; }
+
+void LoseBlock(BlockRecord *block) {
+  ClearFlag(block);
+  block->isLost = true;
+}
+
 void EndBlock(BlockRecord *block) {
   ClearFlag(block);
+  EndFlightOfBlocks(block->flight, block->sentAt != 0 || CoapRpcLibIsAllSent(block->blocks) != 0);
   LinkRemove(block->entryLink);
   LinkRemove(block->adapterLink);
   PoolFree(block->mem, block);
@@ -142,10 +161,12 @@ void ExpireBlocks(CoapRpcCtx *ctx) {
   for (BlockRecord *block = blocks.First(); block; block = next) {
     next = blocks.After(block);
     NoteSent(block);
-    if (block->sentAt != 0 && IsOver(block->sentAt, kSentBlocksKeepMs)) {
-      EndSent(ctx, block);
+    if (block->sentAt != 0) {
+      if (IsOver(block->sentAt, kSentBlocksKeepMs)) EndSent(ctx, block);
+    } else if (block->isLost) {
+      CoapRpcLibEndBlocks(block->session, block);
     } else {
-      CoapRpcLibExpireBlocks(block->session, block, kIdleBlocksKeepMs);
+      ExpireIdle(block);
     }
   }
   ExpireLastBlocks(ctx);
@@ -163,6 +184,7 @@ bool AnswerLastBlock(CoapRpcCtx *ctx, coap_resource_t *resource, coap_session_t 
 }
 
 void ForgetEntryBlocks(CoapRpcSerUriVtbl *entry) {
+  ForgetEntryFlights(entry);
   ForgetIf(RootOf(entry), [&](const CoapRpcLastBlock &last) { return last.entry == entry; });
   EntryBlocks(entry->blockCtxList).Drain([](BlockRecord *block) {
     block->head.entry = nullptr;

@@ -8,6 +8,7 @@
 #define COAP_RPC_LIB_HANDLER_BLOCK_H
 
 #include "coap_svc/rpc/common/coap_rpc_own.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_flight.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_payload.h"
 
 namespace coap_rpc {
@@ -19,8 +20,12 @@ struct BlockRecord {
   CoapRpcLink adapterLink;  // on the adapter's blockList
   coap_session_t *session;  // lives longer than the record
   uint64_t mem;
-  coap_tick_t sentAt;  // when its last block was first sent; 0 before
-  bool holdsFlag;      // the entry's isSendingLargeBlock is this payload's
+  coap_lg_xmit_t *blocks;  // libcoap's record; null before there is one
+  Flight *flight;          // its changes; null when they are put back already
+  coap_tick_t sentAt;      // when its last block was first sent; 0 before
+  coap_tick_t queuedAt;    // when its first block was last seen to wait for its acknowledgement
+  bool holdsFlag;          // the entry's isSendingLargeBlock is this payload's
+  bool isLost;             // its first block did not arrive
 };
 static_assert(offsetof(BlockRecord, head) == 0, "a record is found by its release context");
 
@@ -31,12 +36,23 @@ PoolPtr<BlockRecord> NewBlock(CoapRpcSerUriVtbl *entry, coap_session_t *session)
 // release context.
 CoapRpcSerLargeBlockCtx *StartBlock(PoolPtr<BlockRecord> block, void *buf);
 
-// EndBlock frees the record, and clears the entry's flag when it was this payload's.  The buffer is
-// the caller's.
+// NoteTransfer is called when libcoap has taken the payload and means to send it in blocks.
+void NoteTransfer(BlockRecord *block);
+
+// IsFetched says whether the peer has begun to fetch blocks.
+bool IsFetched(const BlockRecord &block);
+
+// LoseBlock gives up a payload whose first block did not arrive: the entry's flag is free at once,
+// and ExpireBlocks releases the payload.
+void LoseBlock(BlockRecord *block);
+
+// EndBlock frees the record, ends its flight, and clears the entry's flag when it was this
+// payload's.  The buffer is the caller's.
 void EndBlock(BlockRecord *block);
 
-// ExpireBlocks releases payloads that were sent a while ago, that the peer stopped fetching, and
-// old ones when there are too many; it drops last blocks that are old or too many.
+// ExpireBlocks releases payloads that were sent a while ago, that were lost, that the peer has
+// acknowledged and stopped fetching, and old ones when there are too many; it drops last blocks
+// that are old or too many.
 void ExpireBlocks(CoapRpcCtx *ctx);
 
 // AnswerLastBlock answers a request for the last block of a payload that has been released.  False:

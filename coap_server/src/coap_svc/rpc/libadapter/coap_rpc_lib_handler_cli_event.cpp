@@ -3,6 +3,7 @@
 #include "coap_svc/rpc/client/coap_rpc_cli_uri.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_flight.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_async.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_block.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
@@ -60,6 +61,7 @@ void LogNackOfSent(CoapRpcCtx *ctx, const coap_pdu_t *sent, uint32_t reason, int
 
 void COAP_RpcNackhandler(coap_session_t *session, const coap_pdu_t *sent,
                          const coap_nack_reason_t reason, const coap_mid_t mid) {
+  if (NoteNack(session, sent, reason, mid)) return;
   if (NoteFailure(session, reason) || reason != COAP_NACK_TOO_MANY_RETRIES) return;
   CoapRpcCtx *ctx = RootOf(session);
   if (!ctx) return;

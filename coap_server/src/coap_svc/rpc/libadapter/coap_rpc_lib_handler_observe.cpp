@@ -8,6 +8,7 @@
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/common/coap_rpc_table.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_flight.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_payload.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_lookup.h"
@@ -126,7 +127,10 @@ int COAP_RpcSerAddObserve(coap_session_t *session, coap_subscription_t *subscrip
 
 int COAP_RpcSerDelObserve(coap_session_t *session, coap_subscription_t *subscription, void *root) {
   auto *ctx = static_cast<CoapRpcCtx *>(root);
-  if (ctx && ctx->lib) ForgetQuery(ctx, CoapRpcLibSubscriptionPdu(subscription));
+  if (ctx && ctx->lib) {
+    ForgetQuery(ctx, CoapRpcLibSubscriptionPdu(subscription));
+    NoteObserverLeaves(ctx, session, CoapRpcLibSubscriptionPdu(subscription));
+  }
   CoapRpcSerUriVtbl *entry = FindObserved(ctx, subscription, session);
   if (!entry) return 0;
   if (entry->observerNum != 0) --entry->observerNum;
@@ -212,7 +216,7 @@ void CoapRpcObserveNoteQuery(coap_resource_t *resource, coap_session_t *session,
   ForgetQuery(ctx, stored);
   if (query) RememberQuery(ctx, stored, *query);
   // A client that has begun to fetch a payload drops what it has of it when it renews the relation;
-  // the URI is not to wait for it.
+  // the URI is not to wait for it, and what was in it is pending again.
   CoapRpcLibEndBegun(session, resource, request);
   // What the peer has begun to fetch meanwhile, it fetches with this query as well.
   CoapRpcLibRenameBlocks(session, resource, request, query);

@@ -7,6 +7,7 @@
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_list.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_flight.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_block.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_observe.h"
@@ -23,9 +24,9 @@ constexpr size_t kMsgLenBytes = 2;  // in front of each
 static_assert(kPayloadBufSize <= 0xFFFF + kMsgNumBytes + kMsgLenBytes);
 
 // A change whose element is in the payload carries this mark until libcoap has the payload: only
-// then may it leave the list.  Changes that failed stay, in their place.  It is set before the
-// builder runs: a builder that changes the same tuple merges into the change, which takes the mark
-// off, and the newer state waits for the next payload.
+// then does it leave the list, to be in flight.  Changes that failed stay, in their place.  It is
+// set before the builder runs: a builder that changes the same tuple merges into the change, which
+// takes the mark off, and the newer state waits for the next payload.
 constexpr uint8_t kBuiltMark = 0x80;
 
 struct JsonDeleter {
@@ -94,9 +95,10 @@ uint8_t KindOf(const CoapRpcTupleChg *chg) {
   return static_cast<uint8_t>(chg->chgType & ~kBuiltMark);
 }
 
-// EndBuilt removes the changes that were built, or keeps them for the next payload.  None after
-// `lastTried` carries the mark, and there may be many of them.
-void EndBuilt(CoapRpcSerUriVtbl *entry, const CoapRpcTupleChg *lastTried, bool isSent) {
+// EndBuilt takes the marks off and calls `take` for each change that had one.  None after
+// `lastTried` carries it, and there may be many of them.
+template <typename Take>
+void EndBuilt(CoapRpcSerUriVtbl *entry, const CoapRpcTupleChg *lastTried, Take take) {
   if (!lastTried) return;
   Changes changes(entry->tupleChgList);
   bool isLast = false;
@@ -106,8 +108,31 @@ void EndBuilt(CoapRpcSerUriVtbl *entry, const CoapRpcTupleChg *lastTried, bool i
     next = changes.After(chg);
     const bool isBuilt = (chg->chgType & kBuiltMark) != 0;
     chg->chgType = KindOf(chg);
-    if (isBuilt && isSent) entry->owner->delTupleChgData(RootOf(entry), chg);
+    if (isBuilt) take(chg);
   }
+}
+
+// KeepBuilt leaves the changes that were built to the next payload.
+void KeepBuilt(CoapRpcSerUriVtbl *entry, const CoapRpcTupleChg *lastTried) {
+  EndBuilt(entry, lastTried, [](CoapRpcTupleChg *) {});
+}
+
+// Records are what a payload needs besides itself.
+struct Records {
+  PoolPtr<BlockRecord> block;
+  PoolPtr<Flight> flight;
+
+  bool AreThere() const { return block && flight; }
+};
+
+// NewRecords makes the records, tied to each other until libcoap needs no blocks.
+Records NewRecords(const Notification &to) {
+  Records records = {NewBlock(to.entry, to.session),
+                     NewFlight(to.entry, to.session, coap_pdu_get_mid(to.response))};
+  if (!records.AreThere()) return {};
+  records.block->flight = records.flight.get();
+  records.flight->block = records.block.get();
+  return records;
 }
 
 // Send hands a body to libcoap.  The code is set first: libcoap takes it for the later blocks.
@@ -123,6 +148,17 @@ bool Send(const Notification &to, const Body &body, PoolPtr<BlockRecord> block) 
   CoapRpcLibClearBody(to.response);
   AnswerEmpty(to.response);
   return false;
+}
+
+// HandOver sends a body; the changes that are in it are in flight then, or stay where they are.
+void HandOver(const Notification &to, const Body &body, const CoapRpcTupleChg *lastTried,
+              Records records) {
+  if (!Send(to, body, std::move(records.block))) {
+    return KeepBuilt(to.entry, lastTried);
+  }
+  DropOutdatedChgs(to.entry);
+  EndBuilt(to.entry, lastTried, [&](CoapRpcTupleChg *chg) { TakeChg(records.flight->chgs, chg); });
+  StartFlight(std::move(records.flight));
 }
 
 uint8_t *ValueOf(const CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg) {
@@ -176,14 +212,14 @@ JsonText BuildJsonText(CoapRpcSerUriVtbl *entry, const CoapRpcTupleChg **lastTri
 }
 
 void SendJson(const Notification &to, JsonText text, const CoapRpcTupleChg *lastTried,
-              PoolPtr<BlockRecord> block) {
+              Records records) {
   const size_t len = strlen(text.get());
   COAP_RPC_DEBUG(RootOf(to.entry),
                  "[CoapRpc]app build observe response success, uri:%s, len:%u, payload:%s.\n",
                  UriText(to.entry->key.uri).c_str(), static_cast<uint32_t>(len),
                  LineText(text.get()).c_str());
   const Body body{COAP_MEDIATYPE_APPLICATION_JSON, len, text.release(), COAP_OnLargeBlockSent};
-  EndBuilt(to.entry, lastTried, Send(to, body, std::move(block)));
+  HandOver(to, body, lastTried, std::move(records));
 }
 
 // IdlWriter puts messages behind one another into a payload buffer.
@@ -274,11 +310,11 @@ uint32_t BuildIdl(CoapRpcSerUriVtbl *entry, uint8_t *out, uint32_t *len,
 }
 
 void SendIdl(const Notification &to, uint32_t len, PoolPtr<uint8_t> out,
-             const CoapRpcTupleChg *lastTried, PoolPtr<BlockRecord> block) {
+             const CoapRpcTupleChg *lastTried, Records records) {
   COAP_RPC_DEBUG(RootOf(to.entry), "[CoapRpc]app build observe response success, uri:%s, len:%u.\n",
                  UriText(to.entry->key.uri).c_str(), len);
   const Body body{COAP_MEDIATYPE_TEXT_PLAIN, len, out.release(), COAP_OnLargeIdlMsgBlockSent};
-  EndBuilt(to.entry, lastTried, Send(to, body, std::move(block)));
+  HandOver(to, body, lastTried, std::move(records));
 }
 
 // RootOfBlock returns the instance of a release context whose entry is still there, else null.
@@ -293,14 +329,14 @@ void COAP_RpcSerHandleJson(CoapRpcSerUriVtbl *entry, coap_resource_t *resource,
                            const coap_string_t *query, coap_pdu_t *response) {
   const Notification to{entry, resource, session, request, query, response};
   if (!Begin(to)) return;
-  // The record comes first: nothing but the text can fail once the builders have run.
-  auto block = NewBlock(entry, session);
+  // The records come first: nothing but the text can fail once the builders have run.
+  Records records = NewRecords(to);
   const CoapRpcTupleChg *lastTried = nullptr;
-  JsonText text = block ? BuildJsonText(entry, &lastTried) : nullptr;
+  JsonText text = records.AreThere() ? BuildJsonText(entry, &lastTried) : nullptr;
   if (text) {
-    SendJson(to, std::move(text), lastTried, std::move(block));
+    SendJson(to, std::move(text), lastTried, std::move(records));
   } else {
-    EndBuilt(entry, lastTried, false);
+    KeepBuilt(entry, lastTried);
     AnswerEmpty(response);
   }
 }
@@ -323,11 +359,11 @@ void COAP_RpcSerHandleIdl(CoapRpcSerUriVtbl *entry, coap_resource_t *resource,
   if (!Begin(to)) return;
   const uint64_t mem = RootOf(entry)->param.memHandle;
   PoolPtr<uint8_t> out(static_cast<uint8_t *>(PoolAlloc(mem, kPayloadBufSize)), {mem});
-  auto block = NewBlock(entry, session);
+  Records records = NewRecords(to);
   uint32_t len = 0;
   const CoapRpcTupleChg *lastTried = nullptr;
-  if (out && block && BuildIdl(entry, out.get(), &len, &lastTried) == 0) {
-    SendIdl(to, len, std::move(out), lastTried, std::move(block));
+  if (out && records.AreThere() && BuildIdl(entry, out.get(), &len, &lastTried) == 0) {
+    SendIdl(to, len, std::move(out), lastTried, std::move(records));
   } else {
     AnswerEmpty(response);
   }
@@ -354,7 +390,9 @@ uint32_t COAP_RpcSerHandleOneIdlMsg(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, C
 uint32_t COAP_RpcSerHandleIdlGetPayload(CoapRpcSerUriVtbl *entry, uint8_t *out, uint32_t *len) {
   const CoapRpcTupleChg *lastTried = nullptr;
   const uint32_t ret = BuildIdl(entry, out, len, &lastTried);
-  if (ret == 0) EndBuilt(entry, lastTried, true);
+  if (ret != 0) return ret;
+  EndBuilt(entry, lastTried,
+           [=](CoapRpcTupleChg *chg) { entry->owner->delTupleChgData(RootOf(entry), chg); });
   return ret;
 }
 

@@ -182,13 +182,56 @@ coap_tick_t CoapRpcLibBlocksSentAt(coap_session_t *session, const void *appPtr) 
   return blocks ? blocks->last_all_sent : 0;
 }
 
-void CoapRpcLibExpireBlocks(coap_session_t *session, const void *appPtr, uint32_t idleMs) {
+void CoapRpcLibExpireBlocks(coap_session_t *session, const void *appPtr, coap_tick_t notBefore,
+                            uint32_t idleMs) {
   coap_lg_xmit_t *blocks = CoapRpcLibFindBlocks(session, appPtr);
   if (!blocks || blocks->last_all_sent) return;
+  const coap_tick_t since = blocks->last_obs > notBefore ? blocks->last_obs : notBefore;
   coap_tick_t now;
   coap_ticks(&now);
-  if (now < blocks->last_obs + (uint64_t)idleMs * COAP_TICKS_PER_SECOND / 1000) return;
+  if (now < since + (uint64_t)idleMs * COAP_TICKS_PER_SECOND / 1000) return;
   CoapRpcLibEndBlocks(session, appPtr);
+}
+
+int CoapRpcLibIsAllSent(const coap_lg_xmit_t *blocks) {
+  return blocks && blocks->last_all_sent != 0;
+}
+
+int CoapRpcLibIsBegun(const coap_lg_xmit_t *blocks) {
+  return blocks && (blocks->offset != 0 || blocks->last_all_sent != 0);
+}
+
+static int IsIn(const coap_queue_t *queue, const coap_session_t *session, coap_mid_t mid) {
+  const coap_queue_t *message;
+  LL_FOREACH(queue, message) {
+    if (message->id == mid && (!session || message->session == session)) return 1;
+  }
+  return 0;
+}
+
+/* IsAmong says whether a session that may be gone is one of these. */
+static int IsAmong(coap_session_t *sessions, const coap_session_t *session) {
+  coap_session_t *each;
+  coap_session_t *next;
+  SESSIONS_ITER(sessions, each, next) {
+    if (each == session) return 1;
+  }
+  return 0;
+}
+
+static int IsKnown(const coap_context_t *coapCtx, const coap_session_t *session) {
+  const coap_endpoint_t *endPoint;
+  LL_FOREACH(coapCtx->endpoint, endPoint) {
+    if (IsAmong(endPoint->sessions, session)) return 1;
+  }
+  return IsAmong(coapCtx->sessions, session);
+}
+
+/* A message that is kept back names no session. */
+int CoapRpcLibIsQueued(const coap_context_t *coapCtx, const coap_session_t *session,
+                       coap_mid_t mid) {
+  if (IsIn(coapCtx->sendqueue, session, mid)) return 1;
+  return IsKnown(coapCtx, session) && IsIn(session->delayqueue, NULL, mid);
 }
 
 void CoapRpcLibEndBlocks(coap_session_t *session, const void *appPtr) {
@@ -261,7 +304,7 @@ void CoapRpcLibEndBegun(coap_session_t *session, const coap_resource_t *resource
   coap_lg_xmit_t *next;
   LL_FOREACH_SAFE(session->lg_xmit, blocks, next) {
     if (!IsResponseTo(blocks, resource, request)) continue;
-    if (blocks->offset == 0 || blocks->last_all_sent != 0) continue;
+    if (!CoapRpcLibIsBegun(blocks) || CoapRpcLibIsAllSent(blocks)) continue;
     LL_DELETE(session->lg_xmit, blocks);
     coap_block_delete_lg_xmit(session, blocks);
   }

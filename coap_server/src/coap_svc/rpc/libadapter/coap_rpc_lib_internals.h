@@ -53,8 +53,20 @@ coap_lg_xmit_t *CoapRpcLibFindBlocks(coap_session_t *session, const void *appPtr
 coap_tick_t CoapRpcLibBlocksSentAt(coap_session_t *session, const void *appPtr);
 
 /* CoapRpcLibExpireBlocks ends the unfinished transfer of the session that carries `appPtr` when
- * nobody asked for a block for idleMs.  Its release function runs then. */
-void CoapRpcLibExpireBlocks(coap_session_t *session, const void *appPtr, uint32_t idleMs);
+ * nobody asked for a block for idleMs, which begin at `notBefore` at the earliest.  Its release
+ * function runs then. */
+void CoapRpcLibExpireBlocks(coap_session_t *session, const void *appPtr, coap_tick_t notBefore,
+                            uint32_t idleMs);
+
+/* CoapRpcLibIsBegun says whether the peer has begun to fetch a transfer, CoapRpcLibIsAllSent
+ * whether the last block was sent and none was asked for again since.  Neither for null. */
+int CoapRpcLibIsBegun(const coap_lg_xmit_t *blocks);
+int CoapRpcLibIsAllSent(const coap_lg_xmit_t *blocks);
+
+/* CoapRpcLibIsQueued says whether a message of a session waits to be sent or acknowledged.  The
+ * session may be gone; then it does not. */
+int CoapRpcLibIsQueued(const coap_context_t *coapCtx, const coap_session_t *session,
+                       coap_mid_t mid);
 
 /* CoapRpcLibRenewSource lets the system choose anew from which address a client session sends: the
  * one that it was opened with may be gone. */

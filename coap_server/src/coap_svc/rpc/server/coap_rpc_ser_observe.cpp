@@ -4,6 +4,7 @@
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_chg_index.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_flight.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_tuple_bytes.h"
 #include "kst_tmr.h"
 
@@ -24,6 +25,14 @@ void CallNotifyObservers(CoapRpcSerUriVtbl *entry) {
 }
 
 bool IsObserved(const CoapRpcSerUriVtbl *entry) { return entry->obVtbl && entry->observerNum != 0; }
+
+// FreeChgsInFlight leaves the flights, which have nothing to lose then.
+void FreeChgsInFlight(CoapRpcSerUriVtbl *entry) {
+  const EntryFlights flights(entry->flightList);
+  for (ChgFlight *flight = flights.First(); flight; flight = flights.After(flight)) {
+    FreeChgs(*flight);
+  }
+}
 
 // QueueChg merges a change into the pending one of its key, or appends it.
 uint32_t QueueChg(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const void *tupleKey,
@@ -113,6 +122,7 @@ uint32_t COAP_RpcSerUriUpdateHandle(void *uriVtbl) {
 }
 
 void CoapRpcSerOrphanChgs(CoapRpcSerUriVtbl *entry) {
+  FreeChgsInFlight(entry);
   PendingChgs chgs(entry->tupleChgList);
   if (chgs.IsEmpty() && !entry->chgIndex) return;
   CoapRpcCtx *ctx = entry->owner->owner;

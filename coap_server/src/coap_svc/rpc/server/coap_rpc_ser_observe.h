@@ -61,7 +61,7 @@ COAP_RPC_API void COAP_RpcSerStopUriUpdateTimer(CoapRpcSerUriVtbl *entry);
 COAP_RPC_API uint32_t COAP_RpcSerUriUpdateHandle(void *entry);
 
 /* CoapRpcSerOrphanChgs takes the pending changes of an entry that is about to be freed, and frees
- * the index beside them; CoapRpcSerFreeOrphanChgs frees all changes so taken. */
+ * those in flight and the index; CoapRpcSerFreeOrphanChgs frees all changes so taken. */
 void CoapRpcSerOrphanChgs(CoapRpcSerUriVtbl *entry);
 void CoapRpcSerFreeOrphanChgs(CoapRpcCtx *ctx);
 

@@ -126,6 +126,7 @@ CoapRpcSerUriVtbl *COAP_RpcSerAddUriVtbl(CoapRpcSerData *ser, const CoapRpcUriKe
   LinkInit(entry->listenLink);
   LinkInit(entry->resLink);
   LinkInit(entry->blockCtxList);
+  LinkInit(entry->flightList);
   if (COAP_RpcSerAddUriObVtbl(ser->owner, entry.get(), obReg) != 0) return nullptr;
   if (!TableOf(ser).Insert(entry.get())) {
     DropObserveRecord(ser->owner, entry.get());

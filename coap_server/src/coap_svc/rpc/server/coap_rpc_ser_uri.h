@@ -34,6 +34,7 @@ struct CoapRpcSerUriVtbl {
   CoapRpcLink blockCtxList;     /* adapter: release contexts that still name this entry */
   void *chgIndex;               /* observe code: index beside tupleChgList; null when unused */
   uint32_t hasLoggedTooLong;    /* adapter: 1 once a message that fits into no payload was logged */
+  CoapRpcLink flightList;       /* adapter: changes in payloads whose delivery is not known yet */
 };
 
 /* CoapRpcUriTuple is one tuple: node, then keyLen key bytes, then valLen value bytes. */

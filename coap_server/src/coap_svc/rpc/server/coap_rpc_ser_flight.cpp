@@ -1,0 +1,74 @@
+#include "coap_svc/rpc/server/coap_rpc_ser_flight.h"
+
+#include <algorithm>
+
+#include "coap_svc/rpc/server/coap_rpc_ser_chg_index.h"
+#include "osal.h"
+
+namespace coap_rpc {
+namespace {
+
+using FlightChgs = COAP_RPC_LIST(CoapRpcTupleChg, chgLink);
+
+CoapRpcCtx *RootOf(const CoapRpcSerUriVtbl *entry) { return entry->owner->owner; }
+
+void Free(CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg) {
+  entry->owner->delTupleChgData(RootOf(entry), chg);
+}
+
+bool IsOutdated(CoapRpcSerUriVtbl *entry, const CoapRpcTupleChg *chg) {
+  return FindPendingChg(entry, chg->key) != nullptr;
+}
+
+void DropOutdatedOf(CoapRpcSerUriVtbl *entry, ChgFlight &flight) {
+  const FlightChgs chgs(flight.chgList);
+  CoapRpcTupleChg *next = nullptr;
+  for (CoapRpcTupleChg *chg = chgs.First(); chg; chg = next) {
+    next = chgs.After(chg);
+    if (IsOutdated(entry, chg)) Free(entry, chg);
+  }
+}
+
+void PutBack(CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg) {
+  if (IsOutdated(entry, chg)) return Free(entry, chg);
+  RemovePendingChg(chg);
+  PrependPendingChg(RootOf(entry)->param.memHandle, entry, chg);
+}
+
+// RenewEtag never repeats the check code of the payload that failed, however short ago it was.
+void RenewEtag(CoapRpcSerUriVtbl *entry) {
+  uint32_t high = 0;
+  uint32_t low = 0;
+  const bool isKnown = OSAL_MillSecNow(&high, &low) == 0;
+  const uint64_t now = isKnown ? uint64_t{high} << 32 | low : 0;
+  entry->etag = std::max(now, entry->etag + 1);
+}
+
+}  // namespace
+
+void DropOutdatedChgs(CoapRpcSerUriVtbl *entry) {
+  const EntryFlights flights(entry->flightList);
+  for (ChgFlight *flight = flights.First(); flight; flight = flights.After(flight)) {
+    DropOutdatedOf(entry, *flight);
+  }
+}
+
+void TakeChg(ChgFlight &flight, CoapRpcTupleChg *chg) {
+  RemovePendingChg(chg);
+  FlightChgs(flight.chgList).Append(chg);
+}
+
+void FreeChgs(ChgFlight &flight) {
+  FlightChgs(flight.chgList).Drain([&](CoapRpcTupleChg *chg) { Free(flight.entry, chg); });
+}
+
+void PutBackChgs(ChgFlight &flight) {
+  CoapRpcSerUriVtbl *entry = flight.entry;
+  FlightChgs chgs(flight.chgList);
+  if (chgs.IsEmpty()) return;
+  while (CoapRpcTupleChg *last = chgs.Last()) PutBack(entry, last);
+  RenewEtag(entry);
+  COAP_RpcSerStartUriUpdateTimer(RootOf(entry), &entry->key);
+}
+
+}  // namespace coap_rpc
