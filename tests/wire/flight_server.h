@@ -37,6 +37,15 @@ class FlightServer : public ObserveServer, public testing::WithParamInterface<Re
     return ElementsOf(message.payload);
   }
 
+  // PassTime lets retransmissions come and go; DropWhatCame reads and forgets them.
+  void PassTime(uint64_t ms) {
+    for (uint64_t at = 0; at < ms; at += 1000) host_.AdvanceMs(1000);
+  }
+  void DropWhatCame() {
+    while (peer_.ReceiveNow()) {
+    }
+  }
+
   // Unanswered waits for a notification and leaves it at that.
   CoapMessage Unanswered(RawPeer &peer) {
     const std::optional<CoapMessage> message = Next(peer);
@@ -44,7 +53,12 @@ class FlightServer : public ObserveServer, public testing::WithParamInterface<Re
     return message ? *message : CoapMessage();
   }
 
-  // NumInFlight counts the changes in flight of the URI.
+  // NumFlights counts the payloads in flight of the URI, NumInFlight their changes.
+  uint32_t NumFlights() const {
+    uint32_t num = 0;
+    ForEachLink(entry_->flightList, [&](CoapRpcLink *) { ++num; });
+    return num;
+  }
   uint32_t NumInFlight() const {
     uint32_t num = 0;
     ForEachLink(entry_->flightList, [&](CoapRpcLink *flight) {
@@ -96,9 +110,8 @@ inline auto AllRelations() {
                           testing::Values(COAP_RPC_CON, COAP_RPC_NON));
 }
 
-inline auto ConRelations() {
-  return testing::Combine(testing::Values(COAP_RPC_JSON, COAP_RPC_BYTE),
-                          testing::Values(COAP_RPC_CON));
+inline auto Relations(uint32_t msgType) {
+  return testing::Combine(testing::Values(COAP_RPC_JSON, COAP_RPC_BYTE), testing::Values(msgType));
 }
 
 inline std::string RelationName(const testing::TestParamInfo<Relation> &relation) {

@@ -1,22 +1,19 @@
 // What becomes of changes whose payload is under way: delivered, or pending again.
 #include <memory>
+#include <optional>
 
+#include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_observe.h"
 #include "flight_server.h"
 
 namespace coap_rpc_test {
 namespace {
 
-class FlightWire : public FlightServer {
- protected:
-  // PassTime lets retransmissions come and go.
-  void PassTime(uint64_t ms) {
-    for (uint64_t at = 0; at < ms; at += 1000) host_.AdvanceMs(1000);
-  }
-};
+class FlightWire : public FlightServer {};
 
 // Of a NON notification nothing is heard once it was sent.
 class ConFlight : public FlightWire {};
+class NonFlight : public FlightWire {};
 
 TEST_P(FlightWire, Delivered_NothingIsKept) {
   StartRelation();
@@ -99,6 +96,23 @@ TEST_P(ConFlight, NeverAcknowledged_ItsChangesArePendingAgain) {
   PassTime(70'000);
   EXPECT_EQ(entry_->observerNum, 0u);
   EXPECT_EQ(Pending(), (Texts{"1k001", "2k002"}));
+}
+
+// A reset that comes before the tick that looks.
+TEST_P(NonFlight, ResetAtOnce_ItWasDeliveredAllTheSame) {
+  StartRelation();
+  std::optional<CoapMessage> notification;
+  for (const char *key : {"k001", "k002"}) {
+    Update(key, "v001");
+    COAP_RpcSerNotifyObservers(Ctx(), entry_);
+    notification = peer_.ReceiveMessage([this] { COAP_RpcProcIo(Ctx()); });
+    ASSERT_TRUE(notification);
+  }
+  EXPECT_EQ(NumInFlight(), 1u);
+  peer_.Send(RstOf(*notification));
+  for (int i = 0; i < RawPeer::kMaxTries && entry_->observerNum != 0; ++i) COAP_RpcProcIo(Ctx());
+  EXPECT_EQ(entry_->observerNum, 0u);
+  EXPECT_TRUE(Pending().empty());
 }
 
 // Its peer may have the payload, and nobody has what is pending again.
@@ -187,18 +201,15 @@ TEST_P(ConFlight, SeveralUnderWay_EachPutsBackItsOwn) {
 TEST_P(ConFlight, ManyThatAcknowledgeNothing_AreBounded) {
   ServeRelation();
   std::vector<std::unique_ptr<RawPeer>> peers;
-  for (int i = 0; i < 80; ++i) {
+  for (uint32_t i = 0; i < 80; ++i) {
     peers.push_back(std::make_unique<RawPeer>());
     peers.back()->SetRemote(Address());
     Register(*peers.back(), CoapType::kCon, {1});
+    Delete("k" + std::to_string(100 + i));
+    Unanswered(*peers.back());
+    EXPECT_LE(NumFlights(), 65u) << i;
+    EXPECT_EQ(NumInFlight() + Pending().size(), i + 1);
   }
-  for (int i = 0; i < 80; ++i) {
-    Update("k" + std::to_string(100 + i), "v001");
-    COAP_RpcSerNotifyObservers(Ctx(), entry_);
-    Tick();
-    EXPECT_LE(NumInFlight(), 65u) << i;
-  }
-  EXPECT_EQ(NumInFlight() + Pending().size(), 80u);
 }
 
 TEST_P(FlightWire, ObserverCancels_ItsChangesArePendingAgain) {
@@ -274,7 +285,8 @@ TEST_P(FlightWire, DetachedByTheCallbackOfAReset_NothingIsLost) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Relations, FlightWire, AllRelations(), RelationName);
-INSTANTIATE_TEST_SUITE_P(Relations, ConFlight, ConRelations(), RelationName);
+INSTANTIATE_TEST_SUITE_P(Relations, ConFlight, Relations(COAP_RPC_CON), RelationName);
+INSTANTIATE_TEST_SUITE_P(Relations, NonFlight, Relations(COAP_RPC_NON), RelationName);
 
 // Payloads in blocks.
 class FlightInBlocks : public FlightServer {
@@ -390,11 +402,10 @@ TEST_P(FlightInBlocks, GivenUp_ComesAgain) {
 TEST_P(ConFlightInBlocks, FirstBlockIsRepeated_ThePayloadIsKept) {
   StartLarge();
   const CoapMessage first = Unanswered(peer_);
-  for (int i = 0; i < 30; ++i) host_.AdvanceMs(1000);
+  PassTime(30'000);
   EXPECT_EQ(entry_->isSendingLargeBlock, 1u);
   EXPECT_EQ(app_.numBuilt, 3u);
-  while (peer_.ReceiveNow()) {
-  }
+  DropWhatCame();
   peer_.Send(AckOf(first));
   host_.AdvanceMs(15'000);
   const Bytes body =
@@ -416,7 +427,7 @@ TEST_P(FlightInBlocks, AcknowledgedAndNotFetched_IsGivenUpAsBefore) {
 TEST_P(ConFlightInBlocks, FirstBlockNeverAcknowledged_ItsChangesArePendingAgain) {
   StartLarge();
   Unanswered(peer_);
-  for (int i = 0; i < 110; ++i) host_.AdvanceMs(1000);
+  PassTime(110'000);
   EXPECT_EQ(entry_->observerNum, 0u);
   EXPECT_EQ(entry_->isSendingLargeBlock, 0u);
   EXPECT_EQ(Pending(), (Texts{"1k001", "1k002", "2k003"}));
@@ -429,7 +440,23 @@ TEST_P(FlightInBlocks, FetchedButNeverAcknowledged_IsDelivered) {
   const Bytes body =
       ReadBlocks(first, "obs", "", mid_, [&](const CoapMessage &next) { return Ask(next); });
   EXPECT_EQ(ElementsOf(body), all_);
-  for (int i = 0; i < 110; ++i) host_.AdvanceMs(1000);
+  PassTime(110'000);
+  EXPECT_EQ(NumInFlight(), 0u);
+  EXPECT_TRUE(Pending().empty());
+}
+
+TEST_P(ConFlightInBlocks, StillFetchedWhenTheFirstBlockIsGivenUp_IsDelivered) {
+  StartLarge();
+  Unanswered(peer_);
+  for (int i = 0; i < 10 && entry_->observerNum != 0; ++i) {
+    PassTime(10'000);
+    DropWhatCame();
+    Ask(BlockRequest(1));
+  }
+  EXPECT_EQ(entry_->observerNum, 0u);
+  EXPECT_EQ(NumInFlight(), 3u);
+  EXPECT_FALSE(Ask(BlockRequest(IsJson() ? 3 : 2)).Block(kOptBlock2)->more);
+  host_.AdvanceMs(1000);
   EXPECT_EQ(NumInFlight(), 0u);
   EXPECT_TRUE(Pending().empty());
 }
@@ -481,7 +508,7 @@ TEST_P(FlightInBlocks, NewerPayloadToAnotherObserver_TheOlderOneUndoesNothing) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Relations, FlightInBlocks, AllRelations(), RelationName);
-INSTANTIATE_TEST_SUITE_P(Relations, ConFlightInBlocks, ConRelations(), RelationName);
+INSTANTIATE_TEST_SUITE_P(Relations, ConFlightInBlocks, Relations(COAP_RPC_CON), RelationName);
 
 }  // namespace
 }  // namespace coap_rpc_test

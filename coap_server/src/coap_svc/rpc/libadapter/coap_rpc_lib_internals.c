@@ -187,6 +187,7 @@ void CoapRpcLibExpireBlocks(coap_session_t *session, const void *appPtr, coap_ti
   coap_lg_xmit_t *blocks = CoapRpcLibFindBlocks(session, appPtr);
   if (!blocks || blocks->last_all_sent) return;
   const coap_tick_t since = blocks->last_obs > notBefore ? blocks->last_obs : notBefore;
+  blocks->last_sent = since; /* libcoap counts 93 s from the beginning, fetched or not */
   coap_tick_t now;
   coap_ticks(&now);
   if (now < since + (uint64_t)idleMs * COAP_TICKS_PER_SECOND / 1000) return;
