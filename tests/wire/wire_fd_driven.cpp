@@ -248,7 +248,7 @@ TEST_F(FdDriven, PayloadInBlocks_IsReleased) {
   EXPECT_NE(big->entry->isSendingLargeBlock, 0u);
   fd_.Advance(1200);
   EXPECT_EQ(big->entry->isSendingLargeBlock, 0u);
-  fd_.Advance(8000);  // its last block is forgotten as well, and nothing is to be done any more
+  fd_.Advance(10'000);  // its last block is forgotten as well, and nothing is to be done any more
   const uint32_t numBefore = fd_.NumRuns();
   fd_.Advance(10'000);
   EXPECT_EQ(fd_.NumRuns(), numBefore);

@@ -51,7 +51,7 @@ inline constexpr uint32_t kMaxSpareBlocks = 64;
 
 // Last blocks of released payloads, for peers that ask again: libcoap's time, from when the block
 // was first sent.
-inline constexpr uint32_t kLastBlockKeepMs = 8000;
+inline constexpr uint32_t kLastBlockKeepMs = 10000;
 inline constexpr uint32_t kMaxLastBlocks = 64;
 
 // Asynchronous requests.  A message with the same message id is a retransmission for this long

@@ -11,6 +11,7 @@
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_async.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_block.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_observe.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_target.h"
@@ -46,6 +47,7 @@ void RegisterHandlers(CoapRpcCtx *ctx, const CoapRpcLibCtx *lib) {
   coap_register_event_handler(lib->coapCtx, lib->eventHandler);
   coap_register_nack_handler(lib->coapCtx, lib->nackHandler);
   coap_register_response_handler(lib->coapCtx, lib->responseHandler);
+  CoapRpcLibSetRepeat(lib->coapCtx, coap_rpc::AnswerRepeated);
   coap_persist_track_funcs(lib->coapCtx, lib->observeAdded, lib->observeDeleted, nullptr, nullptr,
                            nullptr, 0, ctx);
 }

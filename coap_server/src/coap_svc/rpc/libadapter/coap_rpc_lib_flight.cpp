@@ -14,6 +14,7 @@ CoapRpcCtx *RootOf(const Flight &flight) { return flight.chgs.entry->owner->owne
 
 void Free(Flight *flight) {
   if (flight->block) flight->block->flight = nullptr;
+  if (flight->last) flight->last->flight = nullptr;
   LinkRemove(flight->chgs.entryLink);
   LinkRemove(flight->adapterLink);
   PoolFree(flight->mem, flight);
@@ -65,14 +66,16 @@ bool IsQueued(const Flight &flight) {
   return CoapRpcLibIsQueued(RootOf(flight)->lib->coapCtx, flight.session, flight.mid) != 0;
 }
 
+bool IsInOneMessage(const Flight &flight) { return !flight.block && !flight.last; }
+
 // Settle ends a flight in one message that was delivered.
 void Settle(Flight *flight) {
-  if (!flight->block && !IsQueued(*flight)) EndDelivered(flight);
+  if (IsInOneMessage(*flight) && !IsQueued(*flight)) EndDelivered(flight);
 }
 
 bool IsSpare(const Flight &flight) {
   const EntryFlights flights(flight.chgs.entry->flightList);
-  return !flight.block && flights.Last() != &flight.chgs;
+  return IsInOneMessage(flight) && flights.Last() != &flight.chgs;
 }
 
 // EndSpareFlights puts the oldest spare payloads back when there are too many: their observers
@@ -89,7 +92,7 @@ void EndSpareFlights(CoapRpcCtx *ctx) {
 
 // Fail ends a flight that did not arrive, unless its peer is fetching it.
 void Fail(Flight *flight) {
-  if (flight->block && IsFetched(*flight->block)) return;
+  if (flight->last || (flight->block && IsFetched(*flight->block))) return;
   if (flight->block) LoseBlock(flight->block);
   EndFailed(flight);
 }
@@ -112,6 +115,7 @@ void StartFlight(PoolPtr<Flight> flight) {
   CoapRpcSerUriVtbl *entry = flight->chgs.entry;
   CoapRpcCtx *ctx = RootOf(*flight);
   ForEachOf(entry, Settle);
+  NoteOvertaken(*entry, flight->session, flight->block != nullptr);
   const bool isOnly = EntryFlights(entry->flightList).IsEmpty();
   EntryFlights(entry->flightList).Append(&flight->chgs);
   AdapterFlights(ctx->lib->flightList).Append(flight.get());
@@ -126,6 +130,11 @@ void EndFlightOfBlocks(Flight *flight, bool isAllSent) {
   flight->block = nullptr;
   if (LinkIsAlone(flight->adapterLink)) return;  // libcoap is still being given the payload
   isAllSent ? EndDelivered(flight) : EndFailed(flight);
+}
+
+void EndFlightOfLastBlock(Flight *flight, bool isDelivered) {
+  if (!flight) return;
+  isDelivered ? EndDelivered(flight) : EndFailed(flight);
 }
 
 bool IsFirstBlockQueued(const Flight &flight) { return IsQueued(flight); }

@@ -14,9 +14,10 @@
  * NACK handler, and puts it back: a reset, no acknowledgement, an ICMP error, a session that is
  * disconnected, a socket that refuses the message.
  *
- * A payload in blocks is delivered when it is released after its last block was sent.  Released
- * before, it is put back: it was given up, ended by a renewal, replaced, or its session is gone.
- * The NACK handler counts until the peer has begun to fetch: it has the first block then.
+ * A payload in blocks is delivered when its last block was sent and is forgotten, 10 s later, or
+ * put back when the peer asks for that block after a newer payload has begun.  Released before, it
+ * is put back: it was given up, ended by a renewal, replaced, or its session is gone. The NACK
+ * handler counts until the peer has begun to fetch: it has the first block then.
  *
  * The end of an observer puts back what it has not got.  The end of the entry frees everything.
  *
@@ -31,6 +32,7 @@
 #include <coap3/coap.h>
 
 #include "coap_svc/rpc/common/coap_rpc_own.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_last_block.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_flight.h"
 
 namespace coap_rpc {
@@ -44,6 +46,7 @@ struct Flight {
   const coap_session_t *session;  // may be gone: only compared
   coap_mid_t mid;                 // of its only message, or of that with its first block
   BlockRecord *block;             // null unless it travels in blocks
+  CoapRpcLastBlock *last;         // null unless all of these were sent
   uint64_t mem;
 };
 static_assert(offsetof(Flight, chgs) == 0, "a flight is found by its changes");
@@ -56,6 +59,10 @@ void StartFlight(PoolPtr<Flight> flight);
 
 // EndFlightOfBlocks ends the flight of a payload in blocks that is released.
 void EndFlightOfBlocks(Flight *flight, bool isAllSent);
+
+// EndFlightOfLastBlock ends that of a payload of which only the last block is remembered; null:
+// none.
+void EndFlightOfLastBlock(Flight *flight, bool isDelivered);
 
 // IsFirstBlockQueued says whether the message with the first block waits for its acknowledgement.
 bool IsFirstBlockQueued(const Flight &flight);

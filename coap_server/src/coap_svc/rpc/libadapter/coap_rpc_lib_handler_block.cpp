@@ -30,7 +30,11 @@ bool IsOver(coap_tick_t since, coap_tick_t keepMs) {
   return since + keepMs * COAP_TICKS_PER_SECOND / 1000 <= now;
 }
 
+Flight *FlightOf(const CoapRpcLastBlock &last) { return static_cast<Flight *>(last.flight); }
+
+// Forget takes a payload whose last block nobody has asked for again for delivered.
 void Forget(CoapRpcLastBlock *last) {
+  EndFlightOfLastBlock(FlightOf(*last), true);
   LinkRemove(last->link);
   CoapRpcLibFreeLastBlock(last);
 }
@@ -78,8 +82,13 @@ void EndSent(CoapRpcCtx *ctx, BlockRecord *block) {
   CoapRpcSerUriVtbl *entry = block->head.entry;
   const coap_tick_t sentAt = block->sentAt;
   if (!entry) return CoapRpcLibEndBlocks(block->session, block);
+  Flight *flight = block->flight;
+  if (flight) flight->block = nullptr;
+  block->flight = nullptr;
   CoapRpcLastBlock *last = CoapRpcLibEndSent(block->session, block);
-  if (!last) return;
+  if (!last) return EndFlightOfLastBlock(flight, true);
+  if (flight) flight->last = last;
+  last->flight = flight;
   last->entry = entry;
   last->sentAt = sentAt;
   LastBlocks(ctx->lib->lastBlockList).Append(last);
@@ -88,6 +97,18 @@ void EndSent(CoapRpcCtx *ctx, BlockRecord *block) {
 // IsSameUri says whether both entries are served by one resource.
 bool IsSameUri(const CoapRpcSerUriVtbl &a, const CoapRpcSerUriVtbl &b) {
   return strncmp(a.key.uri, b.key.uri, COAP_RPC_URI_SIZE) == 0;
+}
+
+// Answer answers with the last block for which `match` says yes.  A peer that asks for it after a
+// newer payload has begun has not got the older one, and may not take it any more.
+template <typename Match>
+bool Answer(CoapRpcCtx *ctx, coap_pdu_t *response, Match match) {
+  if (!ctx || !ctx->lib) return false;
+  CoapRpcLastBlock *last = LastBlocks(ctx->lib->lastBlockList).FindIf(match);
+  if (!last) return false;
+  CoapRpcLibAnswerLastBlock(last, response);
+  if (last->isOvertaken) EndFlightOfLastBlock(FlightOf(*last), false);
+  return true;
 }
 
 // EndSpareBlocks lets go of the oldest payloads that are not their entry's current one, when there
@@ -121,10 +142,6 @@ PoolPtr<BlockRecord> NewBlock(CoapRpcSerUriVtbl *entry, coap_session_t *session)
 
 CoapRpcSerLargeBlockCtx *StartBlock(PoolPtr<BlockRecord> block, void *buf) {
   CoapRpcSerUriVtbl *entry = block->head.entry;
-  // As in libcoap, a newer body takes the place of an older one.
-  ForgetIf(RootOf(entry), [&](const CoapRpcLastBlock &last) {
-    return last.session == block->session && IsSameUri(*last.entry, *entry);
-  });
   EntryBlocks blocks(entry->blockCtxList);
   for (BlockRecord *old = blocks.First(); old; old = blocks.After(old)) old->holdsFlag = false;
   entry->isSendingLargeBlock = 1;
@@ -174,18 +191,29 @@ void ExpireBlocks(CoapRpcCtx *ctx) {
 
 bool AnswerLastBlock(CoapRpcCtx *ctx, coap_resource_t *resource, coap_session_t *session,
                      const coap_pdu_t *request, const coap_string_t *query, coap_pdu_t *response) {
-  if (!ctx || !ctx->lib) return false;
-  const CoapRpcLastBlock *last =
-      LastBlocks(ctx->lib->lastBlockList).FindIf([&](const CoapRpcLastBlock &candidate) {
-        return CoapRpcLibIsLastBlock(&candidate, session, resource, request, query) != 0;
-      });
-  if (last) CoapRpcLibAnswerLastBlock(last, response);
-  return last != nullptr;
+  return Answer(ctx, response, [&](const CoapRpcLastBlock &last) {
+    return !last.isReplaced && CoapRpcLibIsLastBlock(&last, session, resource, request, query) != 0;
+  });
+}
+
+int AnswerRepeated(coap_session_t *session, const coap_pdu_t *request, coap_pdu_t *response) {
+  return Answer(CoapRpcLibRootOf(session), response, [&](const CoapRpcLastBlock &last) {
+    return CoapRpcLibIsRepeated(&last, session, request) != 0;
+  });
+}
+
+void NoteOvertaken(const CoapRpcSerUriVtbl &entry, const coap_session_t *session, bool isInBlocks) {
+  LastBlocks blocks(RootOf(&entry)->lib->lastBlockList);
+  for (CoapRpcLastBlock *last = blocks.First(); last; last = blocks.After(last)) {
+    if (last->session != session || !IsSameUri(*last->entry, entry)) continue;
+    last->isOvertaken = 1;
+    if (isInBlocks) last->isReplaced = 1;
+  }
 }
 
 void ForgetEntryBlocks(CoapRpcSerUriVtbl *entry) {
-  ForgetEntryFlights(entry);
   ForgetIf(RootOf(entry), [&](const CoapRpcLastBlock &last) { return last.entry == entry; });
+  ForgetEntryFlights(entry);
   EntryBlocks(entry->blockCtxList).Drain([](BlockRecord *block) {
     block->head.entry = nullptr;
     LinkRemove(block->entryLink);

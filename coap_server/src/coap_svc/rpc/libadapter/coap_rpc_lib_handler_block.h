@@ -60,6 +60,13 @@ void ExpireBlocks(CoapRpcCtx *ctx);
 bool AnswerLastBlock(CoapRpcCtx *ctx, coap_resource_t *resource, coap_session_t *session,
                      const coap_pdu_t *request, const coap_string_t *query, coap_pdu_t *response);
 
+// AnswerRepeated does so for a request that is sent again, even when a newer payload in blocks has
+// begun.  Both put the payload back when a newer one has: the peer has not got it.
+int AnswerRepeated(coap_session_t *session, const coap_pdu_t *request, coap_pdu_t *response);
+
+// NoteOvertaken is called when a payload of the entry begins that goes to the session.
+void NoteOvertaken(const CoapRpcSerUriVtbl &entry, const coap_session_t *session, bool isInBlocks);
+
 // ForgetEntryBlocks cuts all payloads loose from an entry that is about to be freed.
 // ForgetSessionBlocks and ForgetLastBlocks drop the last blocks of a session, and all of them.
 void ForgetEntryBlocks(CoapRpcSerUriVtbl *entry);

@@ -235,6 +235,10 @@ int CoapRpcLibIsQueued(const coap_context_t *coapCtx, const coap_session_t *sess
   return IsKnown(coapCtx, session) && IsIn(session->delayqueue, NULL, mid);
 }
 
+void CoapRpcLibSetRepeat(coap_context_t *coapCtx, CoapRpcLibRepeat repeat) {
+  coapCtx->repeat_handler = repeat;
+}
+
 void CoapRpcLibEndBlocks(coap_session_t *session, const void *appPtr) {
   coap_lg_xmit_t *blocks = CoapRpcLibFindBlocks(session, appPtr);
   if (!blocks) return;
@@ -370,9 +374,7 @@ unsigned CoapRpcLibLimitUploads(coap_context_t *coapCtx, unsigned maxNum, size_t
   for (;;) {
     Uploads uploads = {0, {NULL, NULL}};
     coap_endpoint_t *endPoint;
-    LL_FOREACH(coapCtx->endpoint, endPoint) {
-      LookAtUploads(endPoint->sessions, maxLen, &uploads);
-    }
+    LL_FOREACH(coapCtx->endpoint, endPoint) { LookAtUploads(endPoint->sessions, maxLen, &uploads); }
     LookAtUploads(coapCtx->sessions, maxLen, &uploads);
     if (uploads.num <= maxNum) return uploads.num;
     DropUpload(&uploads.oldest);

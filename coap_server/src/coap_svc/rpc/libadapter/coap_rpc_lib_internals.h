@@ -58,6 +58,12 @@ coap_tick_t CoapRpcLibBlocksSentAt(coap_session_t *session, const void *appPtr);
 void CoapRpcLibExpireBlocks(coap_session_t *session, const void *appPtr, coap_tick_t notBefore,
                             uint32_t idleMs);
 
+/* CoapRpcLibSetRepeat sets what is asked first about a CON request for a block but the first: it
+ * answers one that it has answered before, and returns 0 for any other. */
+typedef int (*CoapRpcLibRepeat)(coap_session_t *session, const coap_pdu_t *request,
+                                coap_pdu_t *response);
+void CoapRpcLibSetRepeat(coap_context_t *coapCtx, CoapRpcLibRepeat repeat);
+
 /* CoapRpcLibIsBegun says whether the peer has begun to fetch a transfer, CoapRpcLibIsAllSent
  * whether the last block was sent and none was asked for again since.  Neither for null. */
 int CoapRpcLibIsBegun(const coap_lg_xmit_t *blocks);
@@ -96,7 +102,8 @@ void CoapRpcLibEndBlocks(coap_session_t *session, const void *appPtr);
 
 /* CoapRpcLibLimitUploads drops request bodies that are still coming in blocks: those for which more
  * than maxLen bytes are set aside, and beyond maxNum those that have been silent longest, that is,
- * whose latest new block came first; a repeated block does not count.  Returns how many are left. */
+ * whose latest new block came first; a repeated block does not count.  Returns how many are left.
+ */
 unsigned CoapRpcLibLimitUploads(coap_context_t *coapCtx, unsigned maxNum, size_t maxLen);
 
 /* CoapRpcLibNumDelayed counts the messages that the session keeps back until those under way have
@@ -127,8 +134,8 @@ void CoapRpcLibSetToken(coap_pdu_t *pdu, const coap_bin_const_t *token);
 int CoapRpcLibRunAsync(coap_session_t *session, const coap_pdu_t *standIn);
 
 /* CoapRpcLibWakeIn makes the descriptor readable after a time, unless it will be earlier.  Inside a
- * turn of libcoap's I/O it may do nothing: the turn ends with a look at what is due.  A null context
- * is ignored. */
+ * turn of libcoap's I/O it may do nothing: the turn ends with a look at what is due.  A null
+ * context is ignored. */
 void CoapRpcLibWakeIn(coap_context_t *coapCtx, coap_tick_t ticks);
 
 /* CoapRpcLibClearBody removes the payload and the options that describe it. */

@@ -95,6 +95,11 @@ int CoapRpcLibIsLastBlock(const CoapRpcLastBlock *last, coap_session_t *session,
          MayHaveEtag(request, last->blocks->b.b2.etag) && Matches(last, resource, request, query);
 }
 
+int CoapRpcLibIsRepeated(const CoapRpcLastBlock *last, const coap_session_t *session,
+                         const coap_pdu_t *request) {
+  return last->session == session && last->blocks->last_request == COAP_MID_ASKED(request->mid);
+}
+
 /* AddOptions adds the options of the transfer.  Observe belongs to its first block only. */
 static int AddOptions(const coap_lg_xmit_t *blocks, coap_pdu_t *response) {
   coap_opt_iterator_t it;

@@ -20,6 +20,9 @@ typedef struct CoapRpcLastBlock {
   coap_session_t *session;  /* of the peer; lives longer than this record */
   coap_tick_t sentAt;       /* when it was first sent */
   coap_lg_xmit_t *blocks;   /* libcoap's record; its data is the last block, behind this record */
+  void *flight;             /* the payload's changes; null when they are put back already */
+  int isOvertaken;          /* a newer payload has begun since */
+  int isReplaced;           /* one in blocks has */
 } CoapRpcLastBlock;
 
 /* CoapRpcLibEndSent ends the transfer of the session that carries `appPtr`, whose release function
@@ -35,6 +38,11 @@ void CoapRpcLibFreeLastBlock(CoapRpcLastBlock *last);
 int CoapRpcLibIsLastBlock(const CoapRpcLastBlock *last, coap_session_t *session,
                           const coap_resource_t *resource, const coap_pdu_t *request,
                           const coap_string_t *query);
+
+/* CoapRpcLibIsRepeated says whether a request of the session is the one that got this block, sent
+ * again. */
+int CoapRpcLibIsRepeated(const CoapRpcLastBlock *last, const coap_session_t *session,
+                         const coap_pdu_t *request);
 
 /* CoapRpcLibAnswerLastBlock fills the response like libcoap's first answer with this block. */
 void CoapRpcLibAnswerLastBlock(const CoapRpcLastBlock *last, coap_pdu_t *response);
