@@ -34,6 +34,12 @@ COAP_RPC_API uint32_t COAP_RpcSetKeepAlive(CoapRpcCtx *ctx, uint32_t seconds);
  * number.  An application that cannot bear that repeats its call when no answer arrives in time. */
 COAP_RPC_API uint32_t COAP_RpcGetTokenlessRspNum(const CoapRpcCtx *ctx);
 
+/* COAP_RpcGetOldNotificationNum counts the notifications that the instance's relations have dropped
+ * since it started, because newer ones had come before them: copies that the network delivers late
+ * or twice, and those that were overtaken.  The order is that of RFC 7641 section 3.4.  A dropped
+ * one is acknowledged and reaches neither onResponse nor the check code.  0 for a null instance. */
+COAP_RPC_API uint64_t COAP_RpcGetOldNotificationNum(const CoapRpcCtx *ctx);
+
 /* COAP_RPC_MAX_OPEN_ASYNC_OF_PEER, COAP_RPC_MAX_OPEN_ASYNC: how many asynchronous requests of one
  * peer, at whatever URIs, and of all peers may be open, that is given to onAsyncRequest and neither
  * answered nor aborted.  Further ones get 5.03.  An open request costs about 300 bytes. */

@@ -39,6 +39,7 @@ struct CoapRpcCliData {
   uint64_t agingTimer;        /* 0 none */
   uint8_t *reqBuf;            /* shared request-payload buffer, 65471 bytes; null until used */
   uint32_t numTokenlessRsp;   /* separate responses without token; see coap_rpc_ext.h */
+  uint64_t numOldNotified;    /* dropped ones; see coap_rpc_ext.h */
 };
 
 COAP_RPC_C_END

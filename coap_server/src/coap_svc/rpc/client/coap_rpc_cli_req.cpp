@@ -138,7 +138,10 @@ void COAP_RpcCliDelReqData(CoapRpcCliData *cli, CoapRpcCliReqData *req) {
 
 void COAP_RpcCliReqBindSession(CoapRpcCliData *cli, CoapRpcCliSession *session,
                                CoapRpcCliReqData *req) {
-  if (req->session && req->session != session) req->isTokenForeign = 1;
+  if (req->session && req->session != session) {
+    req->isTokenForeign = 1;
+    req->relation = {};
+  }
   COAP_RpcCliReqUnbindSession(cli, req);
   req->session = session;
   SessionReqs(session->uriDataList).Append(req);

@@ -6,6 +6,7 @@
 #define COAP_RPC_CLI_REQ_H
 
 #include "coap_svc/rpc/client/coap_rpc_cli_data.h"
+#include "coap_svc/rpc/client/coap_rpc_cli_relation.h"
 
 COAP_RPC_C_BEGIN
 
@@ -35,6 +36,7 @@ struct CoapRpcCliReqData {
   uint32_t holds;             /* functions at work on the record; a held one is not freed */
   uint32_t isDropped;         /* 1: deleted while held, in no table; freed with the last hold */
   uint32_t isTokenForeign;    /* 1: moved here and not sent since: the token may be taken here */
+  CoapRpcCliRelation relation;
 };
 
 /* Module rows; the record is the CoapRpcCliData. */

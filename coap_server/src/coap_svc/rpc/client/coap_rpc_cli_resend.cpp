@@ -123,5 +123,7 @@ void COAP_RpcResendRequest(CoapRpcCtx *ctx, int32_t mid) {
   CoapRpcCliData *cli = ctx->cli;
   CoapRpcCliReqData *req = cli ? COAP_RpcCliFindFirstReqData(cli) : nullptr;
   while (req && req->mid != mid) req = COAP_RpcCliFindNextReqData(cli, &req->key);
-  if (req) ++req->Tout;
+  if (!req) return;
+  ++req->Tout;
+  req->relation.isAwaited = 0;
 }

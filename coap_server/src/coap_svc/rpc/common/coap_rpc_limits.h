@@ -38,6 +38,10 @@ inline constexpr uint32_t kAgingTicks = 90;
 inline constexpr uint32_t kResendPeriodMs = 1001;
 inline constexpr uint32_t kResendVisitsPerTick = 20;
 
+// Relations of the client: for how long an old notification is known by its number (RFC 7641
+// section 3.4).
+inline constexpr uint32_t kNotificationOrderMs = 128000;
+
 // Observe.
 inline constexpr uint32_t kUpdatePeriodMs = 1000;
 

@@ -18,6 +18,7 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_log.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_msg.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_relation.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_rounds.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_conn.h"
 #include "kst_tmr.h"
@@ -48,6 +49,7 @@ void RegisterHandlers(CoapRpcCtx *ctx, const CoapRpcLibCtx *lib) {
   coap_register_nack_handler(lib->coapCtx, lib->nackHandler);
   coap_register_response_handler(lib->coapCtx, lib->responseHandler);
   CoapRpcLibSetRepeat(lib->coapCtx, coap_rpc::AnswerRepeated);
+  CoapRpcLibSetOrder(lib->coapCtx, CoapRpcRelationOrder);
   coap_persist_track_funcs(lib->coapCtx, lib->observeAdded, lib->observeDeleted, nullptr, nullptr,
                            nullptr, 0, ctx);
 }

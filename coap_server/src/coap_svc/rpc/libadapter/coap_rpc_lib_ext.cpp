@@ -1,4 +1,4 @@
-/* coap_rpc_lib_ext.cpp: keep-alive, and the count of token-less responses. */
+/* coap_rpc_lib_ext.cpp: keep-alive, NSTART, and counts of responses. */
 #include "coap_svc/rpc/client/coap_rpc_cli_data.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/common/coap_rpc_sites.h"
@@ -16,6 +16,10 @@ uint32_t COAP_RpcSetKeepAlive(CoapRpcCtx *ctx, uint32_t seconds) {
 
 uint32_t COAP_RpcGetTokenlessRspNum(const CoapRpcCtx *ctx) {
   return ctx && ctx->cli ? ctx->cli->numTokenlessRsp : 0;
+}
+
+uint64_t COAP_RpcGetOldNotificationNum(const CoapRpcCtx *ctx) {
+  return ctx && ctx->cli ? ctx->cli->numOldNotified : 0;
 }
 
 uint32_t COAP_RpcSetNstart(CoapRpcCtx *ctx, uint16_t nstart) {

@@ -7,6 +7,7 @@
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_lookup.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_relation.h"
 
 namespace {
 
@@ -115,6 +116,7 @@ coap_response_t COAP_RpcCliResponseHandler(coap_session_t *session, const coap_p
   auto *ctx = static_cast<CoapRpcCtx *>(coap_session_get_app_data(session));
   if (!ctx || !ctx->cli) return COAP_RESPONSE_OK;
   if (IsTokenless(received)) ++ctx->cli->numTokenlessRsp;
+  if (CoapRpcRelationIsOvertaken(session, received) != 0) return COAP_RESPONSE_OK;
   const CoapRpcMsgInfo info = COAP_RpcGetMsgInfo(received, session);
   CoapRpcCliRspInfo rspInfo = COAP_GetRpcCliPubData(&info);
   CoapRpcCliUriVtbl *uriVtbl = COAP_RpcCliGetVtbl(ctx, received);

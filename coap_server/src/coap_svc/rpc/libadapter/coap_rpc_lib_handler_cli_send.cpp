@@ -10,6 +10,7 @@
 #include "coap_svc/rpc/common/coap_rpc_text.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_relation.h"
 #include "csvc_dbg.h"
 
 // A failure's text about a request; some sinks take it without the line feed.
@@ -145,6 +146,7 @@ uint32_t COAP_RpcCliSendRequest(CoapRpcCtx *ctx, CoapRpcCliSession *session,
     return Code(kSiteCliSendFailed);
   }
   req->mid = mid;
+  CoapRpcRelationSent(req);
   COAP_RPC_DEBUG(ctx,
                  "[CoapRpc]req snd success, uri:%s, observe:%u, msgType:%u, codeType:%u, "
                  "mid:%u.\n",

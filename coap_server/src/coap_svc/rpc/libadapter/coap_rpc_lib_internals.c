@@ -415,6 +415,30 @@ int CoapRpcLibIsIdle(const coap_session_t *session) {
   return session->ref == 1 && !isSending && !session->lg_crcv;
 }
 
+_Static_assert((int)kCoapRpcLibOld == COAP_ORDER_OLD && (int)kCoapRpcLibFresh == COAP_ORDER_FRESH &&
+                   (int)kCoapRpcLibBeside == COAP_ORDER_BESIDE,
+               "the same in libcoap");
+
+void CoapRpcLibSetOrder(coap_context_t *coapCtx, CoapRpcLibOrder order) {
+  coapCtx->order_handler = order;
+}
+
+static int IsIn(const coap_queue_t *queue, const coap_session_t *session,
+                const coap_bin_const_t *token) {
+  const coap_queue_t *node;
+  LL_FOREACH(queue, node) {
+    if (node->session == session && coap_binary_equal(&node->pdu->actual_token, token)) return 1;
+  }
+  return 0;
+}
+
+int CoapRpcLibIsUnacknowledged(const coap_session_t *session, const coap_pdu_t *pdu) {
+  return IsIn(session->context->sendqueue, session, &pdu->actual_token) ||
+         IsIn(session->delayqueue, session, &pdu->actual_token);
+}
+
+int CoapRpcLibIsBody(const coap_pdu_t *pdu) { return pdu->body_data != NULL; }
+
 void CoapRpcLibSetOneWay(coap_session_t *session) { session->is_one_way = 1; }
 
 void CoapRpcLibSetToken(coap_pdu_t *pdu, const coap_bin_const_t *token) {

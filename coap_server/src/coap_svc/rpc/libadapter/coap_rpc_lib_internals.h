@@ -122,6 +122,22 @@ void CoapRpcLibDropDelayed(coap_session_t *session);
 /* CoapRpcLibIsIdle says whether a client session has nothing under way and nobody but its owner. */
 int CoapRpcLibIsIdle(const coap_session_t *session);
 
+/* What libcoap does with a response: acknowledge it and no more; what it always does; or that, but
+ * a request with its token that has no acknowledgement yet goes on being sent. */
+enum { kCoapRpcLibOld, kCoapRpcLibFresh, kCoapRpcLibBeside };
+typedef int (*CoapRpcLibOrder)(coap_session_t *session, const coap_pdu_t *sent,
+                               const coap_pdu_t *received);
+
+/* CoapRpcLibSetOrder sets what is asked before anything is done because of a response. */
+void CoapRpcLibSetOrder(coap_context_t *coapCtx, CoapRpcLibOrder order);
+
+/* CoapRpcLibIsUnacknowledged says whether a request with the token of `pdu` is being sent, or waits
+ * for others of its session. */
+int CoapRpcLibIsUnacknowledged(const coap_session_t *session, const coap_pdu_t *pdu);
+
+/* CoapRpcLibIsBody says whether a message stands for a body that came in blocks. */
+int CoapRpcLibIsBody(const coap_pdu_t *pdu);
+
 /* CoapRpcLibSetOneWay says that nobody waits for responses to what the session sends. */
 void CoapRpcLibSetOneWay(coap_session_t *session);
 

@@ -1,0 +1,32 @@
+/* coap_rpc_cli_relation.h: what a request record remembers of its observe relation.
+ *
+ * All zero for a relation that is new to its peer.  The adapter keeps it and has the rules
+ * (libadapter/coap_rpc_lib_relation.h). */
+#ifndef COAP_RPC_CLI_RELATION_H
+#define COAP_RPC_CLI_RELATION_H
+
+#include "coap_svc/rpc/coap_rpc_types.h"
+
+COAP_RPC_C_BEGIN
+
+/* What the freshest message of a relation was. */
+enum {
+  COAP_RPC_FRESHEST_NONE = 0,
+  COAP_RPC_FRESHEST_NOTIFICATION = 1,
+  COAP_RPC_FRESHEST_ANSWER = 2 /* the piggybacked response to a registration */
+};
+
+typedef struct CoapRpcCliRelation {
+  uint32_t freshest;     /* COAP_RPC_FRESHEST_* */
+  uint32_t number;       /* its Observe number, 24 bits */
+  uint64_t freshAt;      /* when it came, in libcoap's ticks */
+  uint32_t isAwaited;    /* 1: the latest registration has no response yet */
+  uint32_t wasNumbered;  /* 1: `numberSent` is a number */
+  uint32_t numberSent;   /* `number` when the latest registration was sent */
+  uint32_t formerNumber; /* the last one before the peer began to count again */
+  uint64_t formerUntil;  /* until when copies with such numbers may come; 0: no restart seen */
+  uint32_t isBodyOld;    /* 1: a newer payload has overtaken the one that is coming in */
+} CoapRpcCliRelation;
+
+COAP_RPC_C_END
+#endif /* COAP_RPC_CLI_RELATION_H */

@@ -1,0 +1,446 @@
+// The order of a relation's notifications: late copies and overtaken ones are dropped, whole
+// payloads in blocks included, and nothing makes a relation deaf.
+#include "wire_client.h"
+
+namespace coap_rpc_test {
+namespace {
+
+constexpr uint64_t kOrderMs = 128'000;
+
+class ClientNotifications : public WireClient {
+ protected:
+  void SetUp() override {
+    COAP_RpcRefreshTaskTimer(Ctx());
+    Register(key_, &app_);
+    EXPECT_EQ(Observe(key_), 0U);
+    registration_ = Next();
+  }
+
+  // Answer acknowledges a registration with an answer.
+  void Answer(const CoapMessage &registration, uint32_t number, std::string_view text = "") {
+    CoapMessage answer = AnswerOf(registration, text.empty() ? Code(2, 1) : Code(2, 5));
+    peer_.Send(answer.AddUint(kOptObserve, number).PayloadText(text));
+    Ticks(2);
+  }
+  void Answer(uint32_t number, std::string_view text = "") { Answer(registration_, number, text); }
+
+  CoapMessage Notification(uint32_t number, std::string_view text, CoapType type = CoapType::kCon) {
+    return Separate(type, ++mid_, registration_.token, "a")
+        .AddUint(kOptObserve, number)
+        .PayloadText(text);
+  }
+
+  // Notify sends a notification.  A CON one has to be acknowledged, whatever becomes of it.
+  void Notify(uint32_t number, std::string_view text, CoapType type = CoapType::kCon) {
+    peer_.Send(Notification(number, text, type));
+    if (type == CoapType::kCon) {
+      EXPECT_EQ(ReplyTo(mid_).type, CoapType::kAck) << number;
+    } else {
+      Ticks(2);
+    }
+  }
+
+  // ReplyTo passes over what does not acknowledge or reset a message.
+  CoapMessage ReplyTo(uint16_t mid) {
+    CoapMessage message = Next();
+    while (message.messageId != mid && !HasFailure()) message = Next();
+    return message;
+  }
+
+  CoapMessage Renew() {
+    EXPECT_EQ(Observe(key_), 0U);
+    return Next();
+  }
+
+  // Taken lists the payloads that onResponse was given, each followed by a blank.
+  std::string Taken() const {
+    std::string all;
+    for (const App::Response &response : app_.responses) all += response.payload + ' ';
+    return all;
+  }
+  uint64_t NumOld() const { return COAP_RpcGetOldNotificationNum(Ctx()); }
+
+  App app_;
+  const CoapRpcUriKey key_ = KeyOf("a", COAP_RPC_CON, 1);
+  CoapMessage registration_;
+  uint16_t mid_ = 700;
+};
+
+TEST_F(ClientNotifications, NullInstance_HasDroppedNone) {
+  EXPECT_EQ(COAP_RpcGetOldNotificationNum(nullptr), 0U);
+}
+
+TEST_F(ClientNotifications, LateCopyWithAnotherMessageId_IsDropped) {
+  Answer(1);
+  Notify(2, "two");
+  Notify(3, "three");
+  EXPECT_EQ(NumOld(), 0U);
+  Notify(2, "two");
+  Notify(3, "three");
+  EXPECT_EQ(Taken(), "two three ");
+  EXPECT_EQ(NumOld(), 2U);
+  Notify(4, "four");
+  EXPECT_EQ(Taken(), "two three four ");
+}
+
+TEST_F(ClientNotifications, DroppedOne_LeavesTheCheckCodeAlone) {
+  Answer(1);
+  peer_.Send(Notification(3, "three").Add(kOptEtag, {7}));
+  Next();
+  peer_.Send(Notification(2, "two").Add(kOptEtag, {6}));
+  EXPECT_EQ(Next().type, CoapType::kAck);
+  EXPECT_EQ(CheckCodeOf(key_), 7U);
+  peer_.Send(Notification(2, "").Add(kOptEtag, {5}));
+  EXPECT_EQ(Next().type, CoapType::kAck);
+  EXPECT_EQ(CheckCodeOf(key_), 7U);
+}
+
+TEST_F(ClientNotifications, NonOnes_AreOrderedToo) {
+  Answer(1);
+  Notify(3, "three", CoapType::kNon);
+  Notify(2, "two", CoapType::kNon);
+  Notify(3, "three", CoapType::kNon);
+  Notify(4, "four", CoapType::kNon);
+  EXPECT_EQ(Taken(), "three four ");
+  EXPECT_EQ(NumOld(), 2U);
+  EXPECT_TRUE(IsSilent()) << "no reset";
+}
+
+// The application refuses one: a reset.  Its copy is a copy all the same.
+TEST_F(ClientNotifications, CopyOfARefusedOne_IsAcknowledged) {
+  Answer(1);
+  Notify(2, "two");
+  app_.result = 1;
+  peer_.Send(Notification(3, "three"));
+  EXPECT_EQ(Next().type, CoapType::kRst);
+  Notify(3, "three");
+  EXPECT_EQ(Taken(), "two three ");
+}
+
+TEST_F(ClientNotifications, NumbersWrapAround) {
+  Answer(0xFFFFFE);
+  Notify(0xFFFFFF, "last");
+  Notify(0, "zero");
+  Notify(0xFFFFFF, "last");
+  Notify(1, "one");
+  EXPECT_EQ(Taken(), "last zero one ");
+}
+
+// Less than half of all numbers further is newer; half or more is older.
+TEST_F(ClientNotifications, HalfOfTheNumbers_IsTheBorder) {
+  Answer(5);
+  Notify(10, "ten");
+  Notify(10 + 0x800000, "half");
+  EXPECT_EQ(Taken(), "ten ");
+  Notify(10 + 0x7FFFFF, "less");
+  EXPECT_EQ(Taken(), "ten less ");
+}
+
+TEST_F(ClientNotifications, After128Seconds_AnyNumberIsNews) {
+  Answer(1);
+  Notify(900, "high");
+  host_.AdvanceMs(kOrderMs - 1'000);
+  Notify(5, "five");
+  EXPECT_EQ(Taken(), "high ");
+  host_.AdvanceMs(2'000);
+  Notify(5, "five");
+  EXPECT_EQ(Taken(), "high five ");
+  Notify(6, "six");
+  EXPECT_EQ(Taken(), "high five six ");
+}
+
+// A server that has a change to tell and a registration to answer gives both one number.
+TEST_F(ClientNotifications, NumberOfTheAnswer_PassesOnceMore) {
+  Answer(4, "set");
+  Notify(4, "change");
+  Notify(4, "change");
+  Notify(5, "five");
+  EXPECT_EQ(Taken(), "set change five ");
+  EXPECT_EQ(NumOld(), 1U);
+}
+
+TEST_F(ClientNotifications, CopyOfAnAnswer_IsDropped) {
+  Answer(4, "set");
+  Notify(5, "five");
+  CoapMessage other = AnswerOf(registration_).AddUint(kOptObserve, 4).PayloadText("set");
+  other.messageId ^= 0x100;
+  peer_.Send(other);
+  Ticks(2);
+  EXPECT_EQ(Taken(), "set five ");
+}
+
+// A peer that counts from the beginning is heard once it has been asked, and does not fall silent
+// when a copy from its former life comes.
+TEST_F(ClientNotifications, RestartedPeer_IsHeardAfterTheRenewal) {
+  Answer(1);
+  Notify(5000, "old");
+  Answer(Renew(), 2);
+  Notify(3, "three");
+  Notify(5000, "old");
+  Notify(4999, "older");
+  Notify(4, "four");
+  EXPECT_EQ(Taken(), "old three four ");
+  EXPECT_EQ(NumOld(), 2U);
+}
+
+TEST_F(ClientNotifications, RestartedPeerWithTheWholeSet_IsHeard) {
+  Answer(1);
+  Notify(5000, "old");
+  Answer(Renew(), 2, "set");
+  Notify(2, "two");
+  Notify(3, "three");
+  EXPECT_EQ(Taken(), "old set two three ");
+}
+
+// Not far from where it was when the peer restarted, its numbers are still those of news.
+TEST_F(ClientNotifications, RestartedPeer_PassesItsFormerNumber) {
+  Answer(1);
+  Notify(20, "old");
+  Answer(Renew(), 2);
+  for (uint32_t number = 3; number <= 25; ++number) Notify(number, std::to_string(number));
+  EXPECT_EQ(app_.responses.size(), 24U);
+  EXPECT_EQ(NumOld(), 0U);
+}
+
+TEST_F(ClientNotifications, CopiesAfterARestart_ExpireAfter128Seconds) {
+  Answer(1);
+  Notify(5000, "old");
+  Answer(Renew(), 2);
+  Notify(3, "three");
+  host_.AdvanceMs(kOrderMs + 1'000);
+  Notify(4999, "news");
+  EXPECT_EQ(Taken(), "old three news ");
+}
+
+// The response to a renewal that notifications have overtaken is older than what they have told.
+TEST_F(ClientNotifications, OvertakenAnswer_IsDropped) {
+  Answer(1);
+  Notify(7, "seven");
+  const CoapMessage renewal = Renew();
+  Notify(8, "eight");
+  Notify(9, "nine");
+  Answer(renewal, 7, "set");
+  EXPECT_EQ(Taken(), "seven eight nine ");
+  EXPECT_EQ(NumOld(), 1U);
+  Notify(8, "eight");
+  Notify(10, "ten");
+  EXPECT_EQ(Taken(), "seven eight nine ten ");
+}
+
+// What was on its way before an answer that tells nothing is still news.
+TEST_F(ClientNotifications, NotificationBehindAnEmptyAnswer_Counts) {
+  Answer(1);
+  Notify(7, "seven");
+  Answer(Renew(), 9);
+  Notify(8, "eight");
+  Notify(9, "nine");
+  EXPECT_EQ(Taken(), "seven eight nine ");
+}
+
+TEST_F(ClientNotifications, NotificationBehindAWholeSet_IsOld) {
+  Answer(1);
+  Notify(7, "seven");
+  Answer(Renew(), 9, "set");
+  Notify(8, "eight");
+  EXPECT_EQ(Taken(), "seven set ");
+}
+
+// Only once the renewal has been acknowledged can a message be the separate response to it.
+TEST_F(ClientNotifications, SeparateAnswerOfARestartedPeer_IsHeard) {
+  Answer(1);
+  Notify(5000, "old");
+  const CoapMessage renewal = Renew();
+  Notify(4999, "copy");
+  EXPECT_EQ(Taken(), "old ");
+  peer_.Send(AckOf(renewal));
+  Ticks(2);
+  Notify(2, "two");
+  Notify(2, "two");
+  Notify(3, "three");
+  EXPECT_EQ(Taken(), "old two three ");
+}
+
+// The renewal's datagram is lost: a notification that comes meanwhile does not answer it.
+TEST_F(ClientNotifications, NotificationInPlaceOfTheAnswer_RenewalIsRetransmitted) {
+  Answer(1);
+  Notify(2, "two");
+  const CoapMessage renewal = Renew();
+  Notify(3, "three");
+  Notify(2, "two");
+  host_.AdvanceMs(3'500);
+  const CoapMessage again = Next();
+  EXPECT_EQ(again.messageId, renewal.messageId);
+  EXPECT_EQ(again.token, renewal.token);
+  Answer(again, 3);
+}
+
+TEST_F(ClientNotifications, GivenUpRenewal_LetsNoOldOnePass) {
+  Answer(1);
+  Notify(7, "seven");
+  Renew();
+  for (int i = 0; i < 25; ++i) host_.AdvanceMs(1'000);
+  EXPECT_EQ(ReqOf(key_)->Tout, 1U);
+  while (peer_.ReceiveNow()) {
+  }
+  Notify(6, "six");
+  EXPECT_EQ(Taken(), "seven ");
+}
+
+TEST_F(ClientNotifications, TwoRelationsToOnePeer_HaveOrdersOfTheirOwn) {
+  Answer(1);
+  Notify(100, "first");
+  EXPECT_EQ(Observe(key_, 2), 0U);
+  const CoapMessage other = Next();
+  Answer(other, 1);
+  peer_.Send(Separate(CoapType::kCon, 990, other.token, "a")
+                 .AddUint(kOptObserve, 2)
+                 .PayloadText("second"));
+  EXPECT_EQ(Next().type, CoapType::kAck);
+  Notify(99, "old");
+  EXPECT_EQ(Taken(), "first second ");
+}
+
+TEST_F(ClientNotifications, RelationAtAnotherPeer_BeginsAgain) {
+  Answer(1);
+  Notify(100, "here");
+  RawPeer other{UdpAddress{"127.0.0.2", 0}};
+  const CoapRpcCliReqParam param = ParamOf(1);
+  const CoapRpcCliAddr addr = AddrOf(other);
+  EXPECT_EQ(COAP_RpcCliObserveReq(Ctx(), &key_, &param, &addr), 0U);
+  const CoapMessage moved = Next(other);
+  other.Send(
+      Separate(CoapType::kCon, 800, moved.token, "a").AddUint(kOptObserve, 3).PayloadText("there"));
+  EXPECT_EQ(Next(other).type, CoapType::kAck);
+  EXPECT_EQ(Taken(), "here there ");
+}
+
+// A client that sends from several addresses has a session of each.
+TEST_F(ClientNotifications, SessionsOfSeveralSources_AreToldApart) {
+  const UdpAddress first = peer_.Datagrams().back().other;
+  Answer(1);
+  CoapRpcCliAddr addr = PeerAddr();
+  addr.srcIp.addr.ipv4 = kOwnIp + 5;
+  const CoapRpcCliReqParam param = ParamOf(2);
+  EXPECT_EQ(COAP_RpcCliObserveReq(Ctx(), &key_, &param, &addr), 0U);
+  const CoapMessage other = Next();
+  EXPECT_EQ(other.token, registration_.token);
+  peer_.SetRemote(peer_.Datagrams().back().other);
+  Answer(other, 50, "set");
+  peer_.Send(
+      Separate(CoapType::kCon, 990, other.token, "a").AddUint(kOptObserve, 49).PayloadText("old"));
+  Next();
+  peer_.SetRemote(first);
+  Notify(49, "first");
+  EXPECT_EQ(Taken(), "set first ");
+  EXPECT_EQ(NumOld(), 1U);
+}
+
+// --- Payloads in blocks ---
+
+class ClientNotifiedInBlocks : public ClientNotifications {
+ protected:
+  void SetUp() override {
+    ClientNotifications::SetUp();
+    Answer(1);
+  }
+
+  static std::string BodyOf(char what) { return std::string(2500, what); }
+
+  // Block makes block `num` of a body as a message of the given kind.
+  static CoapMessage WithBlock(CoapMessage message, const std::string &body, uint32_t num,
+                               Bytes etag) {
+    if (!etag.empty()) message.Add(kOptEtag, std::move(etag));
+    return message.AddBlock(kOptBlock2, {num, num < 2, 6})
+        .PayloadText(std::string_view(body).substr(size_t{num} * 1024, 1024));
+  }
+
+  CoapMessage First(uint32_t number, const std::string &body, Bytes etag = {}) {
+    return WithBlock(Notification(number, ""), body, 0, std::move(etag));
+  }
+
+  // Begin sends the first block, and returns the request for the second one.
+  CoapMessage Begin(uint32_t number, const std::string &body, Bytes etag = {}) {
+    peer_.Send(First(number, body, std::move(etag)));
+    return NextOf(CoapType::kCon);
+  }
+
+  // NextOf passes over messages of other types.
+  CoapMessage NextOf(CoapType type) {
+    CoapMessage message = Next();
+    while (message.type != type && !HasFailure()) message = Next();
+    return message;
+  }
+
+  // Give answers a request for a block.
+  void Give(const CoapMessage &request, const std::string &body, Bytes etag = {}) {
+    const std::optional<CoapBlock> block = request.Block(kOptBlock2);
+    ASSERT_TRUE(block);
+    peer_.Send(WithBlock(AnswerOf(request), body, block->num, std::move(etag)));
+  }
+
+  // Finish gives the blocks from the one asked for to the last.
+  void Finish(const CoapMessage &second, const std::string &body, const Bytes &etag = {}) {
+    Give(second, body, etag);
+    Give(NextOf(CoapType::kCon), body, etag);
+    Ticks(2);
+  }
+};
+
+TEST_F(ClientNotifiedInBlocks, Body_IsTakenWhole) {
+  Finish(Begin(2, BodyOf('x')), BodyOf('x'));
+  EXPECT_EQ(Taken(), BodyOf('x') + ' ');
+  Notify(2, "copy");
+  Notify(3, "three");
+  EXPECT_EQ(Taken(), BodyOf('x') + " three ");
+}
+
+TEST_F(ClientNotifiedInBlocks, LateFirstBlock_BeginsNoFetch) {
+  Finish(Begin(2, BodyOf('x'), {1}), BodyOf('x'), {1});
+  Notify(3, "three");
+  for (uint32_t number : {2U, 3U}) {
+    peer_.Send(First(number, BodyOf('x'), {1}));
+    EXPECT_EQ(Next().type, CoapType::kAck);
+    EXPECT_TRUE(IsSilent());
+  }
+  EXPECT_EQ(Taken(), BodyOf('x') + " three ");
+  EXPECT_EQ(NumOld(), 2U);
+}
+
+TEST_F(ClientNotifiedInBlocks, LateFirstBlockInAnotherBody_DisturbsNothing) {
+  for (const Bytes &etag : {Bytes{}, Bytes{9}}) {
+    const uint32_t base = etag.empty() ? 10 : 20;
+    Finish(Begin(base, BodyOf('x'), etag.empty() ? Bytes{} : Bytes{1}), BodyOf('x'),
+           etag.empty() ? Bytes{} : Bytes{1});
+    app_.responses.clear();
+    const CoapMessage second = Begin(base + 1, BodyOf('y'), etag);
+    peer_.Send(First(base, BodyOf('x'), etag.empty() ? Bytes{} : Bytes{1}));
+    EXPECT_EQ(Next().type, CoapType::kAck);
+    Finish(second, BodyOf('y'), etag);
+    EXPECT_EQ(Taken(), BodyOf('y') + ' ');
+  }
+}
+
+// The body that was begun first is whole only after a newer payload has come.
+TEST_F(ClientNotifiedInBlocks, OvertakenBody_IsDropped) {
+  const CoapMessage second = Begin(2, BodyOf('x'));
+  Notify(3, "three");
+  Finish(second, BodyOf('x'));
+  EXPECT_EQ(Taken(), "three ");
+  EXPECT_EQ(NumOld(), 1U);
+  Finish(Begin(4, BodyOf('y')), BodyOf('y'));
+  EXPECT_EQ(Taken(), "three " + BodyOf('y') + ' ');
+}
+
+// A notification that tells nothing overtakes nothing.
+TEST_F(ClientNotifiedInBlocks, EmptyNotificationInABody_LetsItArrive) {
+  const CoapMessage second = Begin(2, BodyOf('x'));
+  CoapMessage empty = Separate(CoapType::kCon, ++mid_, registration_.token, "a", Code(2, 1));
+  peer_.Send(empty.AddUint(kOptObserve, 3));
+  EXPECT_EQ(Next().type, CoapType::kAck);
+  Finish(second, BodyOf('x'));
+  EXPECT_EQ(Taken(), BodyOf('x') + ' ');
+  EXPECT_EQ(NumOld(), 0U);
+}
+
+}  // namespace
+}  // namespace coap_rpc_test
