@@ -420,6 +420,35 @@ TEST_F(ClientNotifiedInBlocks, LateFirstBlockInAnotherBody_DisturbsNothing) {
   }
 }
 
+// A late copy of a later block: not of the body that is coming in now.
+TEST_F(ClientNotifiedInBlocks, LateSecondBlockInAnotherBody_DisturbsNothing) {
+  for (const bool hasEtag : {false, true}) {
+    app_.responses.clear();
+    const Bytes one = hasEtag ? Bytes{1} : Bytes{};
+    const Bytes two = hasEtag ? Bytes{2} : Bytes{};
+    const CoapMessage old = Begin(hasEtag ? 20 : 10, BodyOf('x'), one);
+    Finish(old, BodyOf('x'), one);
+    const CoapMessage second = Begin(hasEtag ? 21 : 11, BodyOf('y'), two);
+    Give(old, BodyOf('x'), one);
+    Finish(second, BodyOf('y'), two);
+    EXPECT_EQ(Taken(), BodyOf('x') + ' ' + BodyOf('y') + ' ') << hasEtag;
+  }
+}
+
+// The next block is lost for good: the notification after that begins a body of its own.
+TEST_F(ClientNotifiedInBlocks, AfterALostBlock_TheNextBodyArrives) {
+  for (const Bytes &etag : {Bytes{}, Bytes{8}}) {
+    app_.responses.clear();
+    const uint32_t base = etag.empty() ? 10 : 20;
+    Begin(base, BodyOf('x'), etag.empty() ? Bytes{} : Bytes{7});
+    for (int i = 0; i < 25; ++i) host_.AdvanceMs(1'000);
+    while (peer_.ReceiveNow()) {
+    }
+    Finish(Begin(base + 1, BodyOf('y'), etag), BodyOf('y'), etag);
+    EXPECT_EQ(Taken(), BodyOf('y') + ' ') << base;
+  }
+}
+
 // The body that was begun first is whole only after a newer payload has come.
 TEST_F(ClientNotifiedInBlocks, OvertakenBody_IsDropped) {
   const CoapMessage second = Begin(2, BodyOf('x'));
