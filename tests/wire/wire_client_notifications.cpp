@@ -471,5 +471,96 @@ TEST_F(ClientNotifiedInBlocks, EmptyNotificationInABody_LetsItArrive) {
   EXPECT_EQ(NumOld(), 0U);
 }
 
+// --- Renewals that wait ---
+
+class ClientRenewal : public ClientNotifiedInBlocks {
+ protected:
+  uint32_t Verify() {
+    const CoapRpcCliReqParam param = ParamOf(1);
+    const CoapRpcCliAddr addr = PeerAddr();
+    return COAP_RpcCliObserveReqVerify(Ctx(), &key_, &param, &addr);
+  }
+};
+
+TEST_F(ClientRenewal, Verify_WaitsForThePayloadAndHasItsCheckCode) {
+  Notify(2, "two");
+  const CoapMessage second = Begin(3, BodyOf('x'), {0x21});
+  for (int i = 0; i < 3; ++i) EXPECT_EQ(Verify(), 0U);
+  host_.AdvanceMs(1'100);
+  Give(second, BodyOf('x'), {0x21});
+  const CoapMessage third = NextOf(CoapType::kCon);
+  EXPECT_EQ(third.Block(kOptBlock2)->num, 2U) << "no renewal before it";
+  Give(third, BodyOf('x'), {0x21});
+  const CoapMessage renewal = NextOf(CoapType::kCon);
+  EXPECT_EQ(renewal.Values(kOptUriQuery), std::vector<Bytes>{BytesOf("_ual-checkcode=33")});
+  EXPECT_EQ(renewal.Values(kOptObserve), std::vector<Bytes>{{}});
+  EXPECT_EQ(Taken(), "two " + BodyOf('x') + ' ');
+  Answer(renewal, 3);
+  EXPECT_TRUE(IsSilent()) << "calls do not queue up";
+}
+
+TEST_F(ClientRenewal, GivenUpPayload_IsNotWaitedFor) {
+  Begin(2, BodyOf('x'));
+  EXPECT_EQ(Verify(), 0U);
+  bool isRenewed = false;
+  uint64_t waitedMs = 0;
+  for (; waitedMs < 30'000 && !isRenewed; waitedMs += 500) {
+    host_.AdvanceMs(500);
+    while (const std::optional<CoapMessage> message = peer_.ReceiveNow()) {
+      isRenewed = isRenewed || message->Has(kOptObserve);
+    }
+  }
+  EXPECT_TRUE(isRenewed);
+  EXPECT_GE(waitedMs, 21'000U);
+  EXPECT_LE(waitedMs, 25'000U);
+}
+
+TEST_F(ClientRenewal, PayloadAfterTheOneWaitedFor_IsNotWaitedFor) {
+  const CoapMessage second = Begin(2, BodyOf('x'));
+  EXPECT_EQ(Verify(), 0U);
+  host_.AdvanceMs(1'100);
+  Finish(second, BodyOf('x'));
+  peer_.Send(First(3, BodyOf('y')));
+  host_.AdvanceMs(1'100);
+  bool isRenewed = false;
+  while (const std::optional<CoapMessage> message = peer_.ReceiveMessage(Pump(), kNothingComes)) {
+    isRenewed = isRenewed || message->Has(kOptObserve);
+    if (message->type == CoapType::kCon && !message->Has(kOptObserve)) {
+      peer_.Send(AckOf(*message));
+    }
+  }
+  EXPECT_TRUE(isRenewed);
+}
+
+TEST_F(ClientRenewal, EndedWhileItWaits_OnlyTheCancelLeaves) {
+  const CoapMessage second = Begin(2, BodyOf('x'));
+  EXPECT_EQ(Verify(), 0U);
+  host_.AdvanceMs(1'100);
+  EXPECT_EQ(UnObserve(key_), 0U);
+  peer_.Send(AckOf(second));
+  const CoapMessage cancel = NextOf(CoapType::kCon);
+  EXPECT_EQ(cancel.Values(kOptObserve), std::vector<Bytes>{{1}});
+  peer_.Send(AckOf(cancel));
+  EXPECT_TRUE(IsSilent());
+  EXPECT_EQ(Ctx()->cli->resendTimer, 0U);
+}
+
+TEST_F(ClientRenewal, OthersDoNotWaitWithIt) {
+  Begin(2, BodyOf('x'));
+  for (uint32_t i = 0; i < 30; ++i) EXPECT_EQ(Verify(), 0U);
+  RawPeer other{UdpAddress{"127.0.0.2", 0}};
+  const CoapRpcCliReqParam param = ParamOf(2);
+  const CoapRpcCliAddr addr = AddrOf(other);
+  EXPECT_EQ(COAP_RpcCliObserveReq(Ctx(), &key_, &param, &addr), 0U);
+  EXPECT_TRUE(Next(other).Has(kOptObserve));
+}
+
+TEST_F(ClientRenewal, StoppedWhileItWaits_FreesAll) {
+  Begin(2, BodyOf('x'));
+  EXPECT_EQ(Verify(), 0U);
+  host_.AdvanceMs(1'100);
+  instance_.reset();
+}
+
 }  // namespace
 }  // namespace coap_rpc_test

@@ -25,6 +25,8 @@ typedef struct CoapRpcCliRelation {
   uint32_t numberSent;   /* `number` when the latest registration was sent */
   uint32_t formerNumber; /* the last one before the peer began to count again */
   uint64_t formerUntil;  /* until when copies with such numbers may come; 0: no restart seen */
+  uint32_t numBodies;    /* payloads in blocks begun */
+  uint32_t heldFor;      /* the one that a renewal waits for, counted from 1; 0 none */
   uint32_t isBodyOld;    /* 1: a newer payload has overtaken the one that is coming in */
 } CoapRpcCliRelation;
 

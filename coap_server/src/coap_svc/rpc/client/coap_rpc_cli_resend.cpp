@@ -39,12 +39,18 @@ void EndSent(CoapRpcCtx *ctx, CoapRpcCliSession *session, CoapRpcCliReqData *req
   if (req->isDropped && ctx->cli->cancelRequest) ctx->cli->cancelRequest(ctx, session, req);
 }
 
+// MustWait says whether sending a renewal now would end a payload of its relation.
+bool MustWait(const CoapRpcCtx *ctx, CoapRpcCliReqData *req) {
+  return ctx->libExt && ctx->libExt->mustWait(req) != 0;
+}
+
 // Visits are the records of one tick, all of them held.
 class Visits {
  public:
   explicit Visits(CoapRpcCliData *cli) : cli_(cli) {
     ResendList list(cli->resendList);
     for (auto *req = list.First(); req && num_ < kResendVisitsPerTick; req = list.After(req)) {
+      if (MustWait(cli->owner, req)) continue;
       HoldReq(req);
       reqs_[num_++] = req;
     }

@@ -11,6 +11,7 @@ COAP_RPC_C_BEGIN
 typedef struct CoapRpcLibCtx CoapRpcLibCtx;
 typedef struct CoapRpcSerData CoapRpcSerData;
 typedef struct CoapRpcCliData CoapRpcCliData;
+typedef struct CoapRpcCliReqData CoapRpcCliReqData;
 typedef struct CoapRpcLogDiag CoapRpcLogDiag;
 typedef struct CoapRpcSerUriVtbl CoapRpcSerUriVtbl;
 typedef struct CoapRpcSerListenAddr CoapRpcSerListenAddr;
@@ -27,6 +28,8 @@ typedef struct CoapRpcLibExtOps {
   void (*renewSource)(coap_session_t *session);
   /* openEndPoint is one attempt of createEndPoint, without sleep. */
   coap_endpoint_t *(*openEndPoint)(CoapRpcCtx *ctx, const CoapRpcSerListenAddr *addr);
+  /* mustWait says whether a queued request would end a payload that is coming in for it. */
+  uint32_t (*mustWait)(CoapRpcCliReqData *req);
 } CoapRpcLibExtOps;
 
 struct CoapRpcCtx {

@@ -39,8 +39,10 @@ inline constexpr uint32_t kResendPeriodMs = 1001;
 inline constexpr uint32_t kResendVisitsPerTick = 20;
 
 // Relations of the client: for how long an old notification is known by its number (RFC 7641
-// section 3.4).
+// section 3.4), and how long the next block of a payload may take for which a renewal waits: a
+// little longer than libcoap goes on asking for it.
 inline constexpr uint32_t kNotificationOrderMs = 128000;
+inline constexpr uint32_t kIncomingIdleMs = 22000;
 
 // Observe.
 inline constexpr uint32_t kUpdatePeriodMs = 1000;

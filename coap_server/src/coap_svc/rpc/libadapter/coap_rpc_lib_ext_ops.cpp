@@ -4,6 +4,7 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_async.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_block.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_target.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_relation.h"
 
 namespace {
 
@@ -21,4 +22,4 @@ void ForgetEntry(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
 }  // namespace
 
 const CoapRpcLibExtOps g_coapRpcLibExtOps = {ReleaseSession, ForgetEntry, coap_rpc::RenewTargets,
-                                             CoapRpcLibOpenEndPoint};
+                                             CoapRpcLibOpenEndPoint, CoapRpcRelationMustWait};

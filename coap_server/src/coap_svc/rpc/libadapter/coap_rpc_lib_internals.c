@@ -437,6 +437,16 @@ int CoapRpcLibIsUnacknowledged(const coap_session_t *session, const coap_pdu_t *
          IsIn(session->delayqueue, session, &pdu->actual_token);
 }
 
+int CoapRpcLibIsReceiving(const coap_session_t *session, const coap_bin_const_t *token,
+                          uint32_t idleMs) {
+  const coap_lg_crcv_t *body = session ? session->lg_crcv : NULL;
+  coap_tick_t now;
+  coap_ticks(&now);
+  while (body && !coap_binary_equal(body->app_token, token)) body = body->next;
+  return body && !body->initial &&
+         now < body->last_used + (uint64_t)idleMs * COAP_TICKS_PER_SECOND / 1000;
+}
+
 int CoapRpcLibIsBody(const coap_pdu_t *pdu) { return pdu->body_data != NULL; }
 
 void CoapRpcLibSetOneWay(coap_session_t *session) { session->is_one_way = 1; }

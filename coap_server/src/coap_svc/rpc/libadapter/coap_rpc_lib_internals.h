@@ -135,6 +135,11 @@ void CoapRpcLibSetOrder(coap_context_t *coapCtx, CoapRpcLibOrder order);
  * for others of its session. */
 int CoapRpcLibIsUnacknowledged(const coap_session_t *session, const coap_pdu_t *pdu);
 
+/* CoapRpcLibIsReceiving says whether a body is coming in for a request of the session, and its
+ * latest block came less than idleMs ago.  A null session has none. */
+int CoapRpcLibIsReceiving(const coap_session_t *session, const coap_bin_const_t *token,
+                          uint32_t idleMs);
+
 /* CoapRpcLibIsBody says whether a message stands for a body that came in blocks. */
 int CoapRpcLibIsBody(const coap_pdu_t *pdu);
 

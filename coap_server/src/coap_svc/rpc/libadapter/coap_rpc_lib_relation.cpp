@@ -1,4 +1,4 @@
-/* coap_rpc_lib_relation.cpp: the order of a relation's notifications.
+/* coap_rpc_lib_relation.cpp: the order of a relation's notifications, and renewals that wait.
  *
  * Order.  Each notification has a number of 24 bits that grows (RFC 7641 section 3.4).  A relation
  * remembers the number of its freshest message and when that came.  A notification passes when its
@@ -22,6 +22,11 @@
  *
  * Payloads in blocks.  A first block that passes begins a payload, which replaces one that is
  * coming in.  A newer payload in one message overtakes it: it is dropped when it is whole.
+ *
+ * Renewals.  libcoap drops what it has of a payload when its request is sent again, and the server
+ * ends the transfer.  A renewal that is due meanwhile stays on the resend list until that payload
+ * is in or no block has come for kIncomingIdleMs, and then leaves with the next tick, with the
+ * check code of that moment.  It does not wait for the payload after it.
  *
  * Everything is in the request record: it ends with it, and begins again when the record moves to
  * another peer. */
@@ -93,7 +98,7 @@ bool IsFirstBlock(const coap_pdu_t *pdu) {
   return coap_get_block(pdu, COAP_OPTION_BLOCK2, &block) != 0 && block.num == 0;
 }
 
-// After returns the first session behind all those with the source address of `session`.
+// AfterSource returns the first session after all those with the source address of `session`.
 CoapRpcCliSession *AfterSource(CoapRpcCliData *cli, const CoapRpcCliSession &session) {
   CoapRpcCliSessionKey last = session.key;
   memset(&last.dstIp, 0xFF, sizeof last.dstIp);
@@ -117,8 +122,13 @@ CoapRpcCliSession *OwnerOf(CoapRpcCliData *cli, const coap_session_t *session) {
   return nullptr;
 }
 
+// IsAtItsPeer says whether a request is a relation that its present peer has been told of.
+bool IsAtItsPeer(const CoapRpcCliReqData &req) {
+  return req.key.uri.observe != 0 && req.tokenLen != 0 && req.isTokenForeign == 0;
+}
+
 bool HasToken(const CoapRpcCliReqData &req, const coap_bin_const_t &token) {
-  return req.key.uri.observe != 0 && req.isTokenForeign == 0 && req.tokenLen == token.length &&
+  return IsAtItsPeer(req) && req.tokenLen == token.length &&
          memcmp(req.token, token.s, token.length) == 0;
 }
 
@@ -154,6 +164,7 @@ bool IsSince(const Relation &rel, const Notification &msg) {
 
 void NotePayload(Relation *rel, const coap_pdu_t *pdu) {
   if (IsFirstBlock(pdu)) {
+    ++rel->numBodies;
     rel->isBodyOld = 0;
   } else {
     rel->isBodyOld = 1;
@@ -249,4 +260,14 @@ void CoapRpcRelationSent(CoapRpcCliReqData *req) {
   rel.isAwaited = 1;
   rel.wasNumbered = rel.freshest != COAP_RPC_FRESHEST_NONE ? 1 : 0;
   rel.numberSent = rel.number;
+  rel.heldFor = 0;
+}
+
+uint32_t CoapRpcRelationMustWait(CoapRpcCliReqData *req) {
+  Relation &rel = req->relation;
+  if (!IsAtItsPeer(*req) || !req->session) return 0;
+  const coap_bin_const_t token{static_cast<size_t>(req->tokenLen), req->token};
+  if (!CoapRpcLibIsReceiving(req->session->coapSession, &token, kIncomingIdleMs)) return 0;
+  if (rel.heldFor == 0) rel.heldFor = rel.numBodies;
+  return rel.heldFor == rel.numBodies ? 1 : 0;
 }

@@ -1,4 +1,4 @@
-/* coap_rpc_lib_relation.h: the order of a relation's notifications.
+/* coap_rpc_lib_relation.h: the order of a relation's notifications, and renewals that wait.
  *
  * The story is told at the head of the source file. */
 #ifndef COAP_RPC_LIB_RELATION_H
@@ -24,6 +24,10 @@ uint32_t CoapRpcRelationIsOvertaken(coap_session_t *session, const coap_pdu_t *r
 /* CoapRpcRelationSent notes that the relation's registration was sent; nothing for a plain request.
  */
 void CoapRpcRelationSent(CoapRpcCliReqData *req);
+
+/* CoapRpcRelationMustWait returns 1 while sending the relation's registration again would end a
+ * payload that is coming in, and the payload is the one that it began to wait for; else 0. */
+uint32_t CoapRpcRelationMustWait(CoapRpcCliReqData *req);
 
 COAP_RPC_C_END
 #endif /* COAP_RPC_LIB_RELATION_H */
