@@ -40,6 +40,19 @@ TEST_F(ObserveWire, ConRegistration_Gets201WithPathAndTheDataFromTheTimer) {
   ExpectSilence(peer_);
 }
 
+// A notification that was under way when the relation was renewed is older than the answer.
+TEST_F(ObserveWire, Renewal_HasANumberOfItsOwn) {
+  ServeObs(COAP_RPC_CON);
+  uint32_t last = Register(peer_, CoapType::kCon, {1}).Uint(kOptObserve).value_or(0);
+  for (int i = 0; i < 3; ++i) {
+    Update("k001", "v00" + std::to_string(i));
+    const uint32_t notified = NextNotification(peer_).Uint(kOptObserve).value_or(0);
+    EXPECT_GT(notified, last);
+    last = Register(peer_, CoapType::kCon, {1}).Uint(kOptObserve).value_or(0);
+    EXPECT_GT(last, notified);
+  }
+}
+
 TEST_F(ObserveWire, NonRegistration_GetsTheWholeSetAtOnce) {
   ServeObs(COAP_RPC_NON);
   Update("k001", "v001");
