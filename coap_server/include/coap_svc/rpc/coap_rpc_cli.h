@@ -118,6 +118,9 @@ COAP_RPC_API uint32_t COAP_RpcCliConReq(CoapRpcCtx *ctx, const CoapRpcUriKey *ke
  * nothing sent, COAP_RpcCliObserveReqBatch asks for everything; both take effect from the second
  * call with the same key, parameter and peer on.
  *
+ * A renewal waits while a payload of the relation comes in in blocks, which it would end: until the
+ * payload is in, or no block has come for 22 s (limits.md).  The latest call says what it asks for.
+ *
  * A call with the same key and parameter and another peer moves the relation there.  It keeps its
  * token, unless a relation or transfer with that peer has the same.  The former peer is not told:
  * it notifies for as long as other requests keep its session, and is told when that session is
