@@ -86,6 +86,15 @@ void PlayNotified(Stage &stage) {
   stage.Notify("news");
   stage.Listen(4);
 }
+// The renewal that is called for in mid-transfer waits.
+void PlayRenewedInBlocks(Stage &stage) {
+  stage.SetAnswerLen(kLarge);
+  ExpectKnown(stage.Call(COAP_RpcCliObserveReqVerify, kWatch));
+  stage.Listen(11);
+  ExpectKnown(stage.Call(COAP_RpcCliObserveReqBatch, kWatch));
+  stage.Listen(15);
+  stage.SetAnswerLen(0);
+}
 void PlayCancel(Stage &stage) {
   EXPECT_EQ(stage.Call(COAP_RpcCliObserveUnReq, kWatch), 0u);
   stage.Listen(4);
@@ -133,6 +142,7 @@ const std::vector<Scenario> &ClientScenarios() {
       {"ObserveVerify", kAll, PrepareWatching, PlayWatch<COAP_RpcCliObserveReqVerify>,
        WorksWatching},
       {"ObserveBatch", kAll, PrepareWatching, PlayWatch<COAP_RpcCliObserveReqBatch>, WorksWatching},
+      {"RenewedInBlocks", kAll, PrepareWatching, PlayRenewedInBlocks, WorksWatching},
       {"Notified", kMemory, PrepareWatching, PlayNotified, WorksWatching},
       {"Cancel", kLibcoap, PrepareWatching, PlayCancel, WorksWatching},
       {"Resend", kAll, PrepareSilent, PlayResend, WorksAfterSilence},

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <thread>
 
+#include "coap_svc/rpc/coap_rpc_ext.h"
 #include "tool_process.h"
 #include "two_instances.h"
 
@@ -194,11 +195,16 @@ class InteropClient : public Interop {
   void SetUp() override {
     Interop::SetUp();
     if (IsSkipped()) return;
+    StartServer();
+    side_.Host().ClearLogs();
+    side_.Host().Logs().SuppressBelow(0);
+  }
+
+  void StartServer() {
+    server_.reset();
     server_ = std::make_unique<ToolProcess>(std::vector<std::string>{
         ServerTool(), "-A", "127.0.0.1", "-p", std::to_string(port_), "-d", "10", "-v", "7"});
     EXPECT_NE(RunClient({"-m", "get"}, "").find("test server"), std::string::npos);
-    side_.Host().ClearLogs();
-    side_.Host().Logs().SuppressBelow(0);
   }
 
   uint32_t Call(const CoapRpcUriKey &key, uint32_t code, const std::string &payload,
@@ -278,6 +284,21 @@ TEST_F(InteropClient, Observe_BringsANotificationEverySecondUntilItIsCancelled) 
   const size_t num = NumResponses();
   for (int i = 0; i < 2500; ++i) Step();
   EXPECT_EQ(NumResponses(), num);
+}
+
+// The server counts from the beginning again.
+TEST_F(InteropClient, ObservedServerThatRestarts_IsHeardAfterTheRenewal) {
+  const CoapRpcUriKey key = KeyOf("time", COAP_RPC_CON, 1);
+  side_.Register(key, &responses_);
+  EXPECT_EQ(Call(key, COAP_RPC_GET, "", COAP_RpcCliObserveReq), 0u);
+  ASSERT_TRUE(IsAnswered(7)) << server_->Output();
+  EXPECT_EQ(Call(key, COAP_RPC_GET, "", COAP_RpcCliObserveReqVerify), 0u);
+  ASSERT_TRUE(IsAnswered(10)) << server_->Output();
+  StartServer();
+  const size_t num = NumResponses();
+  EXPECT_EQ(Call(key, COAP_RPC_GET, "", COAP_RpcCliObserveReqVerify), 0u);
+  ASSERT_TRUE(IsAnswered(num + 4)) << server_->Output();
+  EXPECT_EQ(COAP_RpcGetOldNotificationNum(side_.Ctx()), 0u);
 }
 
 }  // namespace

@@ -156,6 +156,18 @@ TEST_F(NetfaultRun, LateFault_IsSeenInTheWatch) {
   EXPECT_TRUE(bench.Look().difference.IsNone());
 }
 
+TEST_F(NetfaultRun, LateCopyOfANotification_IsNotApplied) {
+  const Verdict verdict = Bench(Read("late-copy-of-a-notification")).Run();
+  EXPECT_TRUE(verdict.isRight) << verdict.Text();
+}
+
+TEST_F(NetfaultRun, ImpatientVerify_LetsThePayloadArrive) {
+  for (const char *seed : {"seed 1", "seed 2", "seed 3"}) {
+    const Verdict verdict = Bench(Read("impatient-verify", seed)).Run();
+    EXPECT_TRUE(verdict.isRight) << verdict.Text();
+  }
+}
+
 // What the library overcomes with any seed, by fault and further lines.
 struct Cell {
   const char *fault, *lines;
@@ -196,6 +208,13 @@ constexpr Cell kCells[] = {
     {"loss", "policy example"},
     {"loss", "policy verify 30\nformat idl\nip 6"},
     {"copies", "policy verify 30"},
+    {"late-copies", "policy none"},
+    {"late-copies", "policy verify 30\nseed 2"},
+    {"old-copies", "policy verify 30\nformat idl"},
+    {"old-copies", "policy example\nseed 3"},
+    {"renumbered-copies", "policy none\nip 6"},
+    {"renumbered-copies", "policy verify 30"},
+    {"reordering", "policy verify 30\nseed 2"},
 };
 
 INSTANTIATE_TEST_SUITE_P(Cells, NetfaultCell, testing::ValuesIn(kCells), [](const auto &one) {
