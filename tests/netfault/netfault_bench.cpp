@@ -123,7 +123,7 @@ Bench::Bench(const Scenario &scenario, Trace trace)
   for (const Side side : {kPublisher, kMirror}) {
     nodes_[side].network = std::make_unique<Network>(scenario.isIpv6, kHosts[side]);
   }
-  nodes_[kMirror].sockets.nextPort = kFirstPort;
+  nodes_[kMirror].sockets.port = kFirstPort - 1;
 }
 
 Bench::~Bench() {
@@ -170,7 +170,7 @@ CoapRpcCliAddr Bench::PeerAddr() const {
 
 void Bench::StartMirror(bool isSamePort) {
   Node &node = nodes_[kMirror];
-  if (isSamePort) --node.sockets.nextPort;
+  if (!isSamePort) ++node.sockets.port;
   StartProcess(kMirror);
   mirror_ =
       MakeMirror(scenario_.policy, {node.Ctx(), node.host->Tmr(), PeerAddr(), scenario_.isIdl});
@@ -238,7 +238,7 @@ bool Bench::HasPort(Side side, const Bytes &packet) const {
   if (!layout || !layout->HasUdpHeader() || packet.size() < layout->payloadAt) return true;
   const uint32_t port =
       static_cast<uint32_t>(packet[layout->transportAt + 2]) << 8 | packet[layout->transportAt + 3];
-  const uint32_t own = side == kPublisher ? kCoapPort : nodes_[side].sockets.nextPort - 1u;
+  const uint32_t own = side == kPublisher ? kCoapPort : nodes_[side].sockets.port;
   return nodes_[side].IsAlive() && port == own;
 }
 

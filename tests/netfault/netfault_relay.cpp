@@ -323,18 +323,20 @@ TEST_P(NetfaultNetwork, PortUnreachable_IsHeardByTheSender) {
 TEST_P(NetfaultNetwork, SocketPolicy_LetsSendsFail_AndChoosesPorts) {
   SocketPolicy policy;
   policy.sendErrno = EPERM;
-  policy.nextPort = 41'000;
+  policy.port = 41'000;
   SetSocketPolicy(&policy);
   EXPECT_EQ(SendError(), EPERM);
   publisher_->Enter();
-  const int fd = Open();
-  ASSERT_EQ(connect(fd, Name(kMirrorHost), Len()), 0);
-  sockaddr_in6 own = {};
-  socklen_t len = sizeof(own);
-  EXPECT_EQ(getsockname(fd, reinterpret_cast<sockaddr *>(&own), &len), 0);
-  EXPECT_EQ(ntohs(own.sin6_port), 41'000);
-  EXPECT_EQ(policy.nextPort, 41'001);
-  close(fd);
+  int fds[2];
+  for (int i = 0; i < 2; ++i) {
+    fds[i] = Open();
+    ASSERT_EQ(connect(fds[i], Name(kMirrorHost), Len()), 0);
+    sockaddr_in6 own = {};
+    socklen_t len = sizeof(own);
+    EXPECT_EQ(getsockname(fds[i], reinterpret_cast<sockaddr *>(&own), &len), 0);
+    EXPECT_EQ(ntohs(own.sin6_port), 41'000 + i);
+  }
+  for (const int fd : fds) close(fd);
 }
 
 }  // namespace

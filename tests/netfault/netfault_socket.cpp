@@ -28,12 +28,12 @@ bool IsUnbound(int fd) {
 }
 
 // The port is at the same place in addresses of both families.
-void BindNextPort(int fd, int family) {
+void BindPort(int fd, int family) {
   sockaddr_in6 own = {};
   own.sin6_family = static_cast<sa_family_t>(family);
   const socklen_t len = family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6);
   for (int i = 0; i < 16; ++i) {
-    own.sin6_port = htons(g_policy->nextPort++);
+    own.sin6_port = htons(static_cast<uint16_t>(g_policy->port + i));
     if (bind(fd, reinterpret_cast<sockaddr *>(&own), len) == 0) return;
   }
 }
@@ -54,8 +54,8 @@ using namespace netfault;
 
 int __wrap_connect(int fd, const sockaddr *addr, socklen_t len) {
   const bool isInet = addr->sa_family == AF_INET || addr->sa_family == AF_INET6;
-  if (g_policy && g_policy->nextPort != 0 && isInet && IsUnbound(fd)) {
-    BindNextPort(fd, addr->sa_family);
+  if (g_policy && g_policy->port != 0 && isInet && IsUnbound(fd)) {
+    BindPort(fd, addr->sa_family);
   }
   return __real_connect(fd, addr, len);
 }

@@ -9,8 +9,8 @@
 namespace netfault {
 
 struct SocketPolicy {
-  int sendErrno = 0;      // UDP sends fail with it; 0: they work
-  uint16_t nextPort = 0;  // an unbound UDP socket that connects gets it, the next one the next port
+  int sendErrno = 0;  // UDP sends fail with it; 0: they work
+  uint16_t port = 0;  // an unbound UDP socket that connects gets it, or the next free one; 0: any
 };
 
 // SetSocketPolicy names the policy of all sockets until the next call; null: the system's own.
