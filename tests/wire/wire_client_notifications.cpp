@@ -1,5 +1,6 @@
 // The order of a relation's notifications: late copies and overtaken ones are dropped, whole
 // payloads in blocks included, and nothing makes a relation deaf.
+#include "fixed_random.h"
 #include "wire_client.h"
 
 namespace coap_rpc_test {
@@ -315,7 +316,13 @@ TEST_F(ClientNotifications, RelationAtAnotherPeer_BeginsAgain) {
 }
 
 // A client that sends from several addresses has a session of each.
-TEST_F(ClientNotifications, SessionsOfSeveralSources_AreToldApart) {
+// Sessions whose tokens begin at the same number.
+class SameTokens : public ClientNotifications {
+ private:
+  FixedRandom random_;
+};
+
+TEST_F(SameTokens, SessionsOfSeveralSources_AreToldApart) {
   const UdpAddress first = peer_.Datagrams().back().other;
   Answer(1);
   CoapRpcCliAddr addr = PeerAddr();

@@ -1,4 +1,5 @@
 // What requests look like on the wire, and from where they leave.
+#include "fixed_random.h"
 #include "wire_client.h"
 
 namespace coap_rpc_test {
@@ -135,13 +136,14 @@ TEST_F(ClientRequest, EmptySegments_AreEmptyOptions) {
 }
 
 TEST_F(ClientRequest, Observe_TokenObserveAndOptionOrder) {
+  const FixedRandom random(0xAA);
   App app;
   const CoapRpcUriKey key = KeyOf("a/b", COAP_RPC_CON, 1);
   Register(key, &app);
   EXPECT_EQ(Observe(key), 0U);
   const CoapMessage request = Next();
   EXPECT_EQ(request.type, CoapType::kCon);
-  EXPECT_EQ(request.token, Bytes({1}));
+  EXPECT_EQ(request.token, Bytes(5, 0xAA));
   EXPECT_EQ(request.options, Options({{kOptUriHost, BytesOf("127.0.0.2")},
                                       {kOptObserve, {}},
                                       {kOptUriPath, BytesOf("a")},
@@ -149,7 +151,7 @@ TEST_F(ClientRequest, Observe_TokenObserveAndOptionOrder) {
                                       {kOptContentFormat, {50}}}));
   EXPECT_TRUE(host_.HasLog("observer req set option."));
   EXPECT_TRUE(host_.HasLog("observer req token init."));
-  EXPECT_EQ(ReqOf(key)->tokenLen, 1U);
+  EXPECT_EQ(ReqOf(key)->tokenLen, 5U);
   EXPECT_EQ(ReqOf(key)->mid, request.messageId);
 }
 
@@ -180,9 +182,52 @@ TEST_F(ClientRequest, TwoRelations_HaveTwoTokens) {
   EXPECT_NE(first.token, second.token);
 }
 
+// A client that starts again may get the port of its former life: RFC 7252 section 5.3.1.
+TEST_F(ClientRequest, StartedAgain_HasOtherTokens) {
+  App app;
+  const CoapRpcUriKey key = KeyOf("a", COAP_RPC_CON, 1);
+  std::vector<Bytes> tokens;
+  for (int i = 0; i < 3; ++i) {
+    if (i != 0) instance_ = std::make_unique<TestInstance>(host_);
+    Register(key, &app);
+    EXPECT_EQ(Observe(key), 0U);
+    tokens.push_back(Next().token);
+    EXPECT_GE(tokens.back().size(), 1U);
+    instance_.reset();
+  }
+  EXPECT_NE(tokens[0], tokens[1]);
+  EXPECT_NE(tokens[1], tokens[2]);
+  EXPECT_NE(tokens[0], tokens[2]);
+}
+
+// The next token after the largest number needs one byte more.
+TEST_F(ClientRequest, LargestRandomNumber_CountsOn) {
+  const FixedRandom random(0xFF);
+  App app;
+  const CoapRpcUriKey key = KeyOf("a", COAP_RPC_CON, 1);
+  Register(key, &app);
+  EXPECT_EQ(Observe(key, 1), 0U);
+  EXPECT_EQ(Observe(key, 2), 0U);
+  const CoapMessage first = Next();
+  EXPECT_EQ(first.token, Bytes(5, 0xFF));
+  peer_.Send(AckOf(first));
+  EXPECT_EQ(Next().token, Bytes({1, 0, 0, 0, 0, 1}));  // libcoap has drawn one as well
+}
+
+// Nor is there a random number without a token.
+TEST_F(ClientRequest, RandomZeros_AreAToken) {
+  const FixedRandom random(0);
+  App app;
+  const CoapRpcUriKey key = KeyOf("a", COAP_RPC_CON, 1);
+  Register(key, &app);
+  EXPECT_EQ(Observe(key), 0U);
+  EXPECT_EQ(Next().token, Bytes({0x80, 0, 0, 0, 0}));
+}
+
 // Tokens count up for each session: a relation that moves must not bring one along that another
 // relation of its new peer has.
 TEST_F(ClientRequest, RelationThatMovesToAnotherPeer_DrawsATokenThere) {
+  const FixedRandom random;
   App app;
   const CoapRpcUriKey key = KeyOf("a", COAP_RPC_CON, 1);
   Register(key, &app);
@@ -198,7 +243,7 @@ TEST_F(ClientRequest, RelationThatMovesToAnotherPeer_DrawsATokenThere) {
   other.Send(AckOf(stays));
   EXPECT_EQ(COAP_RpcCliObserveReq(Ctx(), &key, &first, &there), 0U);
   const CoapMessage moved = Next(other);
-  EXPECT_EQ(stays.token, Bytes({1}));
+  EXPECT_EQ(stays.token, Bytes(5, 0xAA));
   EXPECT_NE(moved.token, stays.token);
   other.Send(AckOf(moved));
 }
@@ -220,6 +265,7 @@ class MovedRelation : public ClientRequest {
     EXPECT_EQ(COAP_RpcCliObserveReq(Ctx(), &key_, &param, &addr), 0U);
   }
 
+  const FixedRandom random_;  // sessions begin with the same token
   App app_;
   const CoapRpcUriKey key_ = KeyOf("a", COAP_RPC_CON, 1);
   RawPeer other_{UdpAddress{"127.0.0.2", 0}};
@@ -379,6 +425,7 @@ TEST_F(ClientRequest, CancelOfWhatWasNeverSent_SendsNothing) {
 }
 
 TEST_F(ClientRequest, DynamicMac_DrawsATokenForEverySend) {
+  const FixedRandom random;
   App app;
   const CoapRpcUriKey key = KeyOf("terminals/dynamic-mac", COAP_RPC_NON, 0, COAP_RPC_BROADCAST);
   Register(key, &app);
@@ -386,8 +433,8 @@ TEST_F(ClientRequest, DynamicMac_DrawsATokenForEverySend) {
   EXPECT_EQ(Call(key), 0U);
   const CoapMessage first = Next();
   const CoapMessage second = Next();
-  EXPECT_EQ(first.token.size(), 1U);
-  EXPECT_EQ(second.token.size(), 1U);
+  EXPECT_EQ(first.token.size(), 5U);
+  EXPECT_EQ(second.token.size(), 5U);
   EXPECT_NE(first.token, second.token);
   EXPECT_EQ(first.Path(), "terminals/dynamic-mac");
 }

@@ -14,6 +14,10 @@ using namespace coap_rpc;
 // A session bound to its source address sends from whatever port is free.
 constexpr uint16_t kAnyPort = 0;
 
+// RFC 7252 section 5.3.1 asks for 32 random bits at least; block transfers count in the low 48.
+constexpr size_t kFirstTokenSize = 5;
+constexpr uint8_t kHighestBit = 0x80;
+
 // Ipv4Of is what logs show of an address: 0 for one of IPv6.
 uint32_t Ipv4Of(const CoapRpcIpAddr &addr) {
   return addr.family == COAP_RPC_IPV4 ? addr.addr.ipv4 : 0;
@@ -40,6 +44,15 @@ coap_session_t *OpenSession(CoapRpcCtx *ctx, bool isBroadcast, const CoapRpcCliS
                                  static_cast<coap_proto_t>(protocol));
 }
 
+// StartTokens lets a session's tokens count from a random number: a client that starts again and
+// gets the port of its former life must not have the tokens of it.
+void StartTokens(coap_session_t *session) {
+  uint8_t first[kFirstTokenSize] = {};
+  coap_prng(first, sizeof(first));
+  first[0] |= kHighestBit;  // no zeros in front, which libcoap leaves out
+  coap_session_init_token(session, sizeof(first), first);
+}
+
 }  // namespace
 
 coap_session_t *COAP_RpcCreateCliSession(CoapRpcCtx *ctx, const CoapRpcCliReqKey *key,
@@ -49,6 +62,7 @@ coap_session_t *COAP_RpcCreateCliSession(CoapRpcCtx *ctx, const CoapRpcCliReqKey
   coap_session_t *session = OpenSession(ctx, key->uri.pktType == COAP_RPC_BROADCAST, addr);
   if (!session) return nullptr;
   coap_session_set_max_retransmit(session, kClientMaxRetransmit);
+  StartTokens(session);
   if (ctx->lib->nstart != 0) coap_session_set_nstart(session, ctx->lib->nstart);
   coap_session_set_app_data(session, ctx);
   CoapRpcLibWakeIn(ctx->lib->coapCtx, 0);  // the next turn sets the timer for its pings
