@@ -22,6 +22,7 @@ namespace {
 using coap_rpc_test::in6_ifreq;
 
 constexpr char kDevice[] = "link0";
+constexpr char kAlias[] = "link0:1";       // of a second IPv4 address
 constexpr uint32_t kIpv4Net = 0x0A4E0000;  // 10.78.0.0
 constexpr uint8_t kIpv6Prefix[] = {0xFD, 0x78};
 constexpr uint32_t kIpv6PrefixLen = 64;
@@ -50,12 +51,17 @@ bool SetFlag(bool isUp) {
   return Control(AF_INET, SIOCSIFFLAGS, &request);
 }
 
-bool SetIpv4(unsigned long what, uint32_t value) {
+ifreq AddressRequest(uint32_t value) {
   ifreq request = DeviceRequest();
   sockaddr_in addr = {};
   addr.sin_family = AF_INET;
   addr.sin_addr.s_addr = htonl(value);
   memcpy(&request.ifr_addr, &addr, sizeof(addr));
+  return request;
+}
+
+bool SetIpv4(unsigned long what, uint32_t value) {
+  ifreq request = AddressRequest(value);
   return Control(AF_INET, what, &request);
 }
 
@@ -111,36 +117,51 @@ bool WaitForIpv6(uint32_t host) {
 }
 
 // RouteMessage is a request about the route to one address.
-struct RouteMessage {
-  nlmsghdr head = {};
-  rtmsg route = {};
-  rtattr attr = {};
-  std::array<uint8_t, 16> dst = {};
+class RouteMessage {
+ public:
+  RouteMessage(bool isIpv6, uint32_t host, uint8_t type, bool isAdded) : isIpv6_(isIpv6) {
+    Head()->nlmsg_type = isAdded ? RTM_NEWROUTE : RTM_DELROUTE;
+    Head()->nlmsg_flags = NLM_F_REQUEST | NLM_F_ACK;
+    if (isAdded) Head()->nlmsg_flags |= NLM_F_CREATE | NLM_F_REPLACE;
+    auto *route = reinterpret_cast<rtmsg *>(bytes_ + sizeof(nlmsghdr));
+    route->rtm_family = isIpv6 ? AF_INET6 : AF_INET;
+    route->rtm_dst_len = static_cast<uint8_t>(8 * AddrLen());
+    route->rtm_table = RT_TABLE_MAIN;
+    route->rtm_protocol = RTPROT_STATIC;
+    route->rtm_scope = isAdded ? RT_SCOPE_UNIVERSE : RT_SCOPE_NOWHERE;
+    route->rtm_type = type;
+    PutHost(RTA_DST, host);
+  }
 
-  RouteMessage(bool isIpv6, uint32_t host, uint8_t type, bool isAdded) {
-    const size_t addrLen = isIpv6 ? 16 : 4;
-    head.nlmsg_len = static_cast<uint32_t>(sizeof(head) + sizeof(route) + sizeof(attr) + addrLen);
-    head.nlmsg_type = isAdded ? RTM_NEWROUTE : RTM_DELROUTE;
-    head.nlmsg_flags = NLM_F_REQUEST | NLM_F_ACK;
-    if (isAdded) head.nlmsg_flags |= NLM_F_CREATE | NLM_F_REPLACE;
-    route.rtm_family = isIpv6 ? AF_INET6 : AF_INET;
-    route.rtm_dst_len = static_cast<uint8_t>(8 * addrLen);
-    route.rtm_table = RT_TABLE_MAIN;
-    route.rtm_protocol = RTPROT_STATIC;
-    route.rtm_scope = isAdded ? RT_SCOPE_UNIVERSE : RT_SCOPE_NOWHERE;
-    route.rtm_type = type;
-    attr.rta_type = RTA_DST;
-    attr.rta_len = static_cast<uint16_t>(sizeof(attr) + addrLen);
+  void PutHost(uint16_t attribute, uint32_t host) {
     const in6_addr ipv6 = Ipv6Of(host);
     const uint32_t ipv4 = htonl(kIpv4Net + host);
-    memcpy(dst.data(), isIpv6 ? static_cast<const void *>(&ipv6) : &ipv4, addrLen);
+    Put(attribute, isIpv6_ ? static_cast<const void *>(&ipv6) : &ipv4, AddrLen());
   }
+  void Put(uint16_t attribute, const void *value, size_t len) {
+    const rtattr attr = {static_cast<uint16_t>(sizeof(rtattr) + len), attribute};
+    memcpy(bytes_ + size_, &attr, sizeof(attr));
+    memcpy(bytes_ + size_ + sizeof(attr), value, len);
+    size_ += sizeof(attr) + len;
+    Head()->nlmsg_len = static_cast<uint32_t>(size_);
+  }
+
+  const uint8_t *Bytes() const { return bytes_; }
+  size_t Size() const { return size_; }
+
+ private:
+  nlmsghdr *Head() { return reinterpret_cast<nlmsghdr *>(bytes_); }
+  size_t AddrLen() const { return isIpv6_ ? 16 : 4; }
+
+  const bool isIpv6_;
+  alignas(nlmsghdr) uint8_t bytes_[128] = {};
+  size_t size_ = sizeof(nlmsghdr) + sizeof(rtmsg);
 };
 
 void SendRoute(const RouteMessage &message) {
   const int fd = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
   std::array<uint8_t, 512> answer;
-  if (sendto(fd, &message, message.head.nlmsg_len, 0, nullptr, 0) > 0) {
+  if (sendto(fd, message.Bytes(), message.Size(), 0, nullptr, 0) > 0) {
     static_cast<void>(!recv(fd, answer.data(), answer.size(), 0));
   }
   close(fd);
@@ -228,6 +249,24 @@ void Network::SetRoute(RouteKind kind, uint32_t peerHost) {
   Enter();
   const bool isAdded = kind != RouteKind::kNormal;
   SendRoute(RouteMessage(isIpv6_, peerHost, RouteTypeOf(kind), isAdded));
+}
+
+void Network::AddSource(uint32_t host, uint32_t peerHost) {
+  Enter();
+  if (isIpv6_) {
+    ChangeIpv6(SIOCSIFADDR, host);
+    WaitForIpv6(host);
+  } else {
+    ifreq alias = AddressRequest(kIpv4Net + host);
+    strncpy(alias.ifr_name, kAlias, IFNAMSIZ - 1);
+    Control(AF_INET, SIOCSIFADDR, &alias);
+  }
+  RouteMessage route(isIpv6_, peerHost, RTN_UNICAST, true);
+  const unsigned device = if_nametoindex(kDevice);
+  route.Put(RTA_OIF, &device, sizeof(device));
+  route.PutHost(RTA_PREFSRC, host);
+  SendRoute(route);
+  DiscardQueued();
 }
 
 CoapRpcIpAddr Network::AddressOf(uint32_t host) const {

@@ -34,6 +34,8 @@ class Network {
   void SetAddress(uint32_t host);
   void SetMtu(uint32_t numBytes);
   void SetRoute(RouteKind kind, uint32_t peerHost);
+  // AddSource adds an address; the route to the peer prefers it to the one that stays.
+  void AddSource(uint32_t host, uint32_t peerHost);
 
   uint32_t Host() const { return host_; }
   CoapRpcIpAddr AddressOf(uint32_t host) const;

@@ -20,6 +20,10 @@ COAP_RPC_C_BEGIN
  * back before it is asked is not reported, although it may have restarted and know nothing of our
  * observe relations any more: COAP_RpcCliObserveReqVerify now and then renews them.
  *
+ * A ping that the system refuses to send counts as one without answer.  When our own address is
+ * gone and a session goes on from another one, its peer is reported as well, once: it knows our
+ * relations by the former address.
+ *
  * Returns 0 or:  1900001404 null instance (asserted) */
 COAP_RPC_API uint32_t COAP_RpcSetKeepAlive(CoapRpcCtx *ctx, uint32_t seconds);
 

@@ -7,6 +7,7 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_async.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_block.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_source.h"
 #include "csvc_dbg.h"
 
 namespace {
@@ -67,6 +68,7 @@ void COAP_RpcNackhandler(coap_session_t *session, const coap_pdu_t *sent,
   if (!ctx) return;
   COAP_RpcLogNackInfo(ctx, sent, COAP_NACK_TOO_MANY_RETRIES, mid);
   if (ctx->cli && ctx->cli->resendRequest) ctx->cli->resendRequest(ctx, mid);
+  if (CoapRpcLibLeaveStale(session) != 0) COAP_RpcDisConnectedEventHandler(session);
 }
 
 void COAP_RpcLogNackInfo(CoapRpcCtx *ctx, const coap_pdu_t *sent, uint32_t reason, int32_t mid) {
@@ -81,6 +83,9 @@ void COAP_RpcLogNackInfo(CoapRpcCtx *ctx, const coap_pdu_t *sent, uint32_t reaso
 
 int COAP_RpcEventHandler(coap_session_t *session, const coap_event_t event) {
   if (event == COAP_EVENT_KEEPALIVE_FAILURE && !IsTarget(session)) {
+    COAP_RpcDisConnectedEventHandler(session);
+  }
+  if (event == COAP_EVENT_MSG_RETRANSMITTED && CoapRpcLibLeaveLost(session) != 0) {
     COAP_RpcDisConnectedEventHandler(session);
   }
   if (event == COAP_EVENT_SERVER_SESSION_DEL) ForgetSession(session);

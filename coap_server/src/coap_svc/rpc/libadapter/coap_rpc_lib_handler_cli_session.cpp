@@ -6,6 +6,7 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_source.h"
 
 namespace {
 
@@ -59,10 +60,12 @@ coap_session_t *COAP_RpcCreateCliSession(CoapRpcCtx *ctx, const CoapRpcCliReqKey
                                          const CoapRpcCliSessionKey *addr) {
   if (!ctx->lib || !ctx->lib->coapCtx) return nullptr;
   if (!IsKnownFamily(addr->srcIp) || !IsKnownFamily(addr->dstIp)) return nullptr;
-  coap_session_t *session = OpenSession(ctx, key->uri.pktType == COAP_RPC_BROADCAST, addr);
+  const bool isBroadcast = key->uri.pktType == COAP_RPC_BROADCAST;
+  coap_session_t *session = OpenSession(ctx, isBroadcast, addr);
   if (!session) return nullptr;
   coap_session_set_max_retransmit(session, kClientMaxRetransmit);
   StartTokens(session);
+  if (!isBroadcast) CoapRpcLibFollowSource(session);
   if (ctx->lib->nstart != 0) coap_session_set_nstart(session, ctx->lib->nstart);
   coap_session_set_app_data(session, ctx);
   CoapRpcLibWakeIn(ctx->lib->coapCtx, 0);  // the next turn sets the timer for its pings

@@ -9,6 +9,7 @@
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_source.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
 #include "osal.h"
 

@@ -246,19 +246,6 @@ void CoapRpcLibEndBlocks(coap_session_t *session, const void *appPtr) {
   coap_block_delete_lg_xmit(session, blocks);
 }
 
-void CoapRpcLibRenewSource(coap_session_t *session) {
-  const struct sockaddr none = {.sa_family = AF_UNSPEC};
-  const coap_address_t *peer = &session->addr_info.remote;
-  coap_address_t *local = &session->addr_info.local;
-  const int fd = session->sock.fd;
-  if (connect(fd, &none, sizeof(none)) != 0 || connect(fd, &peer->addr.sa, peer->size) != 0) {
-    coap_log_info("session cannot send for now: %s\n", coap_socket_strerror());
-    return;
-  }
-  local->size = sizeof(local->addr);
-  getsockname(fd, &local->addr.sa, &local->size);
-}
-
 /* IsTokenInUse does not count relations, whose tokens are their records'. */
 static int IsTokenInUse(const coap_session_t *session, const coap_bin_const_t *token) {
   const coap_lg_crcv_t *answer;

@@ -74,10 +74,6 @@ int CoapRpcLibIsAllSent(const coap_lg_xmit_t *blocks);
 int CoapRpcLibIsQueued(const coap_context_t *coapCtx, const coap_session_t *session,
                        coap_mid_t mid);
 
-/* CoapRpcLibRenewSource lets the system choose anew from which address a client session sends: the
- * one that it was opened with may be gone. */
-void CoapRpcLibRenewSource(coap_session_t *session);
-
 /* CoapRpcLibClaimToken lets a client session use a token that it did not draw: those that it draws
  * come after it.  Returns 0, changing nothing, when a block transfer without Observe has it. */
 int CoapRpcLibClaimToken(coap_session_t *session, const coap_bin_const_t *token);
