@@ -127,6 +127,29 @@ void WorksKeepAlive(Stage &stage) {
   WorksCalls(stage);
 }
 
+// Each request that went out is told of, one by one or in a number, whatever failed.
+uint32_t g_numEnded = 0;
+void CountEnd(uint64_t, const CoapRpcRequestEnd *end) { g_numEnded += end->num; }
+
+void PlayEnds(Stage &stage) {
+  g_numEnded = 0;
+  const uint32_t set = COAP_RpcSetOnRequestEnd(stage.Ctx(), CountEnd, 0);
+  ExpectOneOf(set, {0, 1900001462});
+  const uint32_t sent = stage.Call(COAP_RpcCliConReq, kCon);
+  ExpectKnown(sent);
+  stage.Listen(kRetransmitted);
+  if (set == 0 && sent == 0) EXPECT_EQ(g_numEnded, 1u);
+}
+void WorksEnds(Stage &stage) {
+  stage.Listen(kRetransmitted);
+  g_numEnded = 0;
+  EXPECT_EQ(COAP_RpcSetOnRequestEnd(stage.Ctx(), CountEnd, 0), 0u);
+  EXPECT_EQ(stage.Call(COAP_RpcCliConReq, kCon), 0u);
+  stage.Listen(kRetransmitted);
+  EXPECT_EQ(g_numEnded, 1u);
+  WorksCalls(stage);
+}
+
 }  // namespace
 
 const std::vector<Scenario> &ClientScenarios() {
@@ -146,6 +169,7 @@ const std::vector<Scenario> &ClientScenarios() {
       {"Notified", kMemory, PrepareWatching, PlayNotified, WorksWatching},
       {"Cancel", kLibcoap, PrepareWatching, PlayCancel, WorksWatching},
       {"Resend", kAll, PrepareSilent, PlayResend, WorksAfterSilence},
+      {"RequestEnds", kMemory, PrepareSilent, PlayEnds, WorksEnds},
       {"KeepAlive", kLibcoap, PrepareKeepAlive, PlayKeepAlive, WorksKeepAlive},
   };
   return scenarios;

@@ -63,7 +63,7 @@ void ForgetEntry(CoapRpcCtx *, CoapRpcSerUriVtbl *entry) {
 void RenewSource(coap_session_t *) { g_adapter->events.push_back("renew source"); }
 
 constexpr CoapRpcLibExtOps kExtOps = {ReleaseSession, ForgetEntry, RenewSource, CreateEndPoint,
-                                      nullptr};
+                                      nullptr, nullptr};
 
 int32_t CompareTupleKeys(const void *a, const void *b) { return memcmp(a, b, 4); }
 

@@ -110,5 +110,69 @@ COAP_RPC_API uint32_t COAP_RpcSetNstart(CoapRpcCtx *ctx, uint16_t nstart);
  */
 COAP_RPC_API uint32_t COAP_RpcSerReopen(CoapRpcCtx *ctx, const CoapRpcSerListenAddr *addr);
 
+/* COAP_RPC_MAX_FOLLOWED_REQUESTS: how many sendings of CON requests may be under way, and still be
+ * told of one by one, while a CoapRpcOnRequestEnd is set.  Each costs about 250 bytes. */
+#define COAP_RPC_MAX_FOLLOWED_REQUESTS 1024u
+
+/* Why a request has ended without a response that onResponse took. */
+enum {
+  COAP_RPC_END_TIMEOUT = 1,  /* no acknowledgement of any transmission, or one without a response
+                                within 247 to 248 s after it; or a response in blocks that did not
+                                all come */
+  COAP_RPC_END_RESET,        /* the peer refused the message with a reset */
+  COAP_RPC_END_UNREACHABLE,  /* as the first, and the network reported it (ICMP) */
+  COAP_RPC_END_BAD_RESPONSE, /* the response has a critical option that is unknown here */
+  COAP_RPC_END_NO_PATH,      /* the response has no Uri-Path, so nobody can be found to take it */
+  COAP_RPC_END_NO_ENTRY,     /* nothing is registered for the response's path, or no onResponse */
+  COAP_RPC_END_EMPTY,        /* the response has no payload, and is not 2.04 */
+  COAP_RPC_END_REFUSED,      /* onResponse did not accept the response */
+  COAP_RPC_END_NO_MEMORY,    /* the response could not be copied for onResponse */
+  COAP_RPC_END_CLOSED,       /* its session was closed, 90 s after the last request, or by
+                                COAP_RpcCliObserveUnReq: a response would not be heard */
+  COAP_RPC_END_UNKNOWN       /* not followed: too many under way, or no memory */
+};
+
+/* CoapRpcRequestEnd is a request that has ended.  For COAP_RPC_END_UNKNOWN it stands for `num`
+ * requests and names none of them: the fields before `reason` are zero. */
+typedef struct CoapRpcRequestEnd {
+  CoapRpcUriKey key;
+  uint64_t userData;                    /* of the request's CoapRpcCliReqParam */
+  uint8_t reqKeyRsv[COAP_RPC_RSV_SIZE]; /* likewise */
+  CoapRpcIpAddr peer;
+  uint32_t peerPort;
+  uint32_t reason;  /* COAP_RPC_END_... */
+  uint32_t rspCode; /* class x 100 + detail when a response came, else 0 */
+  uint32_t num;     /* 1, but for COAP_RPC_END_UNKNOWN */
+} CoapRpcRequestEnd;
+
+/* CoapRpcOnRequestEnd hears of a request that has ended.  Called from the I/O task, the resend timer
+ * or a timer of 1000 ms.  May call any function of the library but COAP_RpcUninit.
+ *
+ *   userData   as given to COAP_RpcSetOnRequestEnd
+ *   end        valid during the call */
+typedef void (*CoapRpcOnRequestEnd)(uint64_t userData, const CoapRpcRequestEnd *end);
+
+/* COAP_RpcSetOnRequestEnd says whom to tell of CON requests and registrations that end without a
+ * response that onResponse has taken.  Each is told once; never one whose response it took.
+ *
+ * A registration is told for each time that it was sent, since each may be lost alone: its record
+ * stays, and COAP_RpcCliObserveReq sends it again.  A registration that was accepted (class 2, and
+ * a path) is not told, with or without payload.  Notifications are no requests, and a relation that
+ * the server forgets later is not told of: COAP_RpcCliObserveReqVerify now and then finds out.
+ *
+ * Not told: NON requests, whose end cannot be known; requests whose sending failed, which the call
+ * has said, and which a CON request repeats by itself; those sent before the callback was set; those
+ * of a relation that COAP_RpcCliObserveUnReq ends; anything once COAP_RpcUninit has begun.
+ *
+ * Plain requests carry no token, so a separate response, which acknowledges none of them, counts
+ * for the oldest open request of its path: with two of the same path under way at one peer, a
+ * response that comes twice may hide that the second request got none.
+ *
+ *   onEnd   null: nobody; what is under way is forgotten.  Another one takes over what is under way
+ *
+ * Returns 0 or:  1900001461 null instance (asserted)     1900001462 no memory */
+COAP_RPC_API uint32_t COAP_RpcSetOnRequestEnd(CoapRpcCtx *ctx, CoapRpcOnRequestEnd onEnd,
+                                              uint64_t userData);
+
 COAP_RPC_C_END
 #endif /* COAP_RPC_EXT_H */

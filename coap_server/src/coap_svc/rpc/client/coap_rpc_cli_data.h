@@ -9,6 +9,7 @@
 
 COAP_RPC_C_BEGIN
 
+typedef struct CoapRpcCliEnds CoapRpcCliEnds;
 typedef struct CoapRpcCliReqData CoapRpcCliReqData;
 typedef struct CoapRpcCliReqKey CoapRpcCliReqKey;
 typedef struct CoapRpcCliSession CoapRpcCliSession;
@@ -40,6 +41,7 @@ struct CoapRpcCliData {
   uint8_t *reqBuf;            /* shared request-payload buffer, 65471 bytes; null until used */
   uint32_t numTokenlessRsp;   /* separate responses without token; see coap_rpc_ext.h */
   uint64_t numOldNotified;    /* dropped ones; see coap_rpc_ext.h */
+  CoapRpcCliEnds *ends; /* requests under way; null unless somebody wants to know their ends */
 };
 
 COAP_RPC_C_END

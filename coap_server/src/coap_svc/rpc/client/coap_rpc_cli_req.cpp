@@ -1,5 +1,6 @@
 #include "coap_svc/rpc/client/coap_rpc_cli_req.h"
 
+#include "coap_svc/rpc/client/coap_rpc_cli_end.h"
 #include "coap_svc/rpc/client/coap_rpc_cli_hold.h"
 #include "coap_svc/rpc/client/coap_rpc_cli_session.h"
 #include "coap_svc/rpc/common/coap_rpc_key.h"
@@ -80,6 +81,7 @@ uint32_t COAP_RpcCliReqInit(void *record) {
 uint32_t COAP_RpcCliReqUninit(void *record) {
   auto *cli = static_cast<CoapRpcCliData *>(record);
   if (!cli) return 0;
+  FreeEnds(cli);
   ReqTable(cli->reqTree).Drain([cli](CoapRpcCliReqData *req) { COAP_RpcCliDelReqData(cli, req); });
   if (cli->owner) COAP_RpcTryStopReSendReqTimer(cli->owner);
   return 0;
@@ -223,6 +225,7 @@ uint32_t COAP_RpcCliUnReq(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
   if (!req) return 0;
   // Through its own session: the token means another relation, or none, to any other peer.
   if (cli->cancelRequest) cli->cancelRequest(ctx, req->session, req);
+  ForgetOpen(cli, *req);
   COAP_RpcCliDelReqData(cli, req);
   COAP_RpcCliTryDelSession(cli, session);
   return 0;

@@ -1,4 +1,5 @@
 /* coap_rpc_cli_resend.cpp: sending a request, and those that wait to be sent again. */
+#include "coap_svc/rpc/client/coap_rpc_cli_end.h"
 #include "coap_svc/rpc/client/coap_rpc_cli_hold.h"
 #include "coap_svc/rpc/client/coap_rpc_cli_req.h"
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
@@ -30,6 +31,7 @@ uint32_t CallSend(CoapRpcCtx *ctx, CoapRpcCliSession *session, CoapRpcCliReqData
 void EndSent(CoapRpcCtx *ctx, CoapRpcCliSession *session, CoapRpcCliReqData *req) {
   const uint32_t msgType = req->key.uri.msgType;
   if (msgType < COAP_RPC_NUM_MSG_TYPES) ++session->msgStatistic[msgType];
+  FollowRequest(ctx, session, req);
   if (req->key.uri.observe == 0) {
     COAP_RpcCliDelReqData(ctx->cli, req);
     return;

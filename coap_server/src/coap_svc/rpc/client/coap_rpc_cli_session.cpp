@@ -1,5 +1,6 @@
 #include "coap_svc/rpc/client/coap_rpc_cli_session.h"
 
+#include "coap_svc/rpc/client/coap_rpc_cli_end.h"
 #include "coap_svc/rpc/common/coap_rpc_key.h"
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_list.h"
@@ -39,6 +40,7 @@ void LeaveAgingList(CoapRpcCliSession *session) {
 void FreeSession(CoapRpcCliData *cli, CoapRpcCliSession *session) {
   LeaveAgingList(session);
   SessionTable(cli->sessionTree).Remove(session);
+  CloseOpen(cli, session->coapSession);
   if (cli->deleteCliSession) cli->deleteCliSession(cli->owner, session);
   PoolFree(cli->owner->param.memHandle, session);
 }
@@ -147,6 +149,7 @@ uint32_t COAP_RpcCliAgingSessionTimeOut(void *root) {
     next = list.After(session);
     AgeSession(cli, session);
   }
+  TickEnds(cli->owner);
   return 0;
 }
 

@@ -30,6 +30,9 @@ typedef struct CoapRpcLibExtOps {
   coap_endpoint_t *(*openEndPoint)(CoapRpcCtx *ctx, const CoapRpcSerListenAddr *addr);
   /* mustWait says whether a queued request would end a payload that is coming in for it. */
   uint32_t (*mustWait)(CoapRpcCliReqData *req);
+  /* isUnderWay says whether libcoap still has a request of a client session, or a body that may
+   * belong to it. */
+  uint32_t (*isUnderWay)(const coap_session_t *session, int32_t mid);
 } CoapRpcLibExtOps;
 
 struct CoapRpcCtx {

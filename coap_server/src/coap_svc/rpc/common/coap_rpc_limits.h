@@ -44,6 +44,9 @@ inline constexpr uint32_t kResendVisitsPerTick = 20;
 inline constexpr uint32_t kNotificationOrderMs = 128000;
 inline constexpr uint32_t kIncomingIdleMs = 22000;
 
+// CON requests whose ends an application wants to be told of.
+inline constexpr uint32_t kMaxOpenRequests = COAP_RPC_MAX_FOLLOWED_REQUESTS;
+
 // Observe.
 inline constexpr uint32_t kUpdatePeriodMs = 1000;
 

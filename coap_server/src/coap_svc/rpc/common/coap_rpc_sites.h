@@ -20,6 +20,7 @@ inline constexpr char kPathInitCli[] = COAP_RPC_SRC "init/coap_rpc_cli";
 inline constexpr char kPathCliUri[] = COAP_RPC_SRC "client/coap_rpc_cli_uri";
 inline constexpr char kPathCliSession[] = COAP_RPC_SRC "client/coap_rpc_cli_session";
 inline constexpr char kPathCliReq[] = COAP_RPC_SRC "client/coap_rpc_cli_req";
+inline constexpr char kPathCliEnd[] = COAP_RPC_SRC "client/coap_rpc_cli_end";
 inline constexpr char kPathLibCtx[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_ctx";
 inline constexpr char kPathLibMsg[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_msg";
 inline constexpr char kPathLibLookup[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_lookup";
@@ -83,6 +84,8 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(CliSetReqModeNoRecord,   kPathCliReq,     1105,    0, "COAP_RpcCliSetReqMode: no such request") \
   X(CliReqPayloadNoMemory,   kPathCliReq,     1106,    0, "COAP_RpcCliReqPayload: no memory for the payload copy") \
   X(StartAgingTimerFailed,   kPathCliSession, 1401,    0, "COAP_RpcCliTryStartAgingSessionTimer: timer not started") \
+  X(SetOnRequestEndNullArg,  kPathCliEnd,     1461, 1460, "COAP_RpcSetOnRequestEnd: null instance") \
+  X(SetOnRequestEndNoMemory, kPathCliEnd,     1462,    0, "COAP_RpcSetOnRequestEnd: no memory for the requests under way") \
   X(StartResendTimerFailed,  kPathCliReq,     1402,    0, "COAP_RpcStartReSendReqTimer: timer not started") \
   X(CreateResourceFailed,    kPathLibCtx,       71,    0, "COAP_RpcCreateOrUpdateResource: libcoap makes no resource") \
   X(StartTaskTimerFailed,    kPathLibCtx,      156,    0, "COAP_RpcStartTaskTimer: timer not started") \

@@ -3,6 +3,7 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_async.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_block.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli_end.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_target.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_relation.h"
 
@@ -22,4 +23,5 @@ void ForgetEntry(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
 }  // namespace
 
 const CoapRpcLibExtOps g_coapRpcLibExtOps = {ReleaseSession, ForgetEntry, coap_rpc::RenewTargets,
-                                             CoapRpcLibOpenEndPoint, CoapRpcRelationMustWait};
+                                             CoapRpcLibOpenEndPoint, CoapRpcRelationMustWait,
+                                             coap_rpc::IsUnderWay};

@@ -63,7 +63,7 @@ Flight *Find(CoapRpcCtx *ctx, const coap_session_t *session, coap_mid_t mid) {
 }
 
 bool IsQueued(const Flight &flight) {
-  return CoapRpcLibIsQueued(RootOf(flight)->lib->coapCtx, flight.session, flight.mid) != 0;
+  return CoapRpcLibIsStillQueued(RootOf(flight)->lib->coapCtx, flight.session, flight.mid) != 0;
 }
 
 bool IsInOneMessage(const Flight &flight) { return !flight.block && !flight.last; }

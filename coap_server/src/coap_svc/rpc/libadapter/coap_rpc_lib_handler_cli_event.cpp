@@ -7,6 +7,7 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_async.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_block.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli_end.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_source.h"
 #include "csvc_dbg.h"
 
@@ -58,17 +59,21 @@ void LogNackOfSent(CoapRpcCtx *ctx, const coap_pdu_t *sent, uint32_t reason, int
                   msgType, codeType);
 }
 
+void GiveUp(CoapRpcCtx *ctx, coap_session_t *session, const coap_pdu_t *sent, int32_t mid) {
+  COAP_RpcLogNackInfo(ctx, sent, COAP_NACK_TOO_MANY_RETRIES, mid);
+  if (ctx->cli && ctx->cli->resendRequest) ctx->cli->resendRequest(ctx, mid);
+  if (CoapRpcLibLeaveStale(session) != 0) COAP_RpcDisConnectedEventHandler(session);
+}
+
 }  // namespace
 
 void COAP_RpcNackhandler(coap_session_t *session, const coap_pdu_t *sent,
                          const coap_nack_reason_t reason, const coap_mid_t mid) {
-  if (NoteNack(session, sent, reason, mid)) return;
-  if (NoteFailure(session, reason) || reason != COAP_NACK_TOO_MANY_RETRIES) return;
+  if (NoteNack(session, sent, reason, mid) || NoteFailure(session, reason)) return;
   CoapRpcCtx *ctx = RootOf(session);
   if (!ctx) return;
-  COAP_RpcLogNackInfo(ctx, sent, COAP_NACK_TOO_MANY_RETRIES, mid);
-  if (ctx->cli && ctx->cli->resendRequest) ctx->cli->resendRequest(ctx, mid);
-  if (CoapRpcLibLeaveStale(session) != 0) COAP_RpcDisConnectedEventHandler(session);
+  if (reason == COAP_NACK_TOO_MANY_RETRIES) GiveUp(ctx, session, sent, mid);
+  EndByNack(ctx, session, sent, reason, mid);
 }
 
 void COAP_RpcLogNackInfo(CoapRpcCtx *ctx, const coap_pdu_t *sent, uint32_t reason, int32_t mid) {

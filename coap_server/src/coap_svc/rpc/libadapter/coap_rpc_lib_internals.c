@@ -202,10 +202,23 @@ int CoapRpcLibIsBegun(const coap_lg_xmit_t *blocks) {
   return blocks && (blocks->offset != 0 || blocks->last_all_sent != 0);
 }
 
-static int IsIn(const coap_queue_t *queue, const coap_session_t *session, coap_mid_t mid) {
+/* HasMid and HasToken say whether a queue has such a message of the session; a message that is kept
+ * back may name no session. */
+static int HasMid(const coap_queue_t *queue, const coap_session_t *session, coap_mid_t mid) {
   const coap_queue_t *message;
   LL_FOREACH(queue, message) {
-    if (message->id == mid && (!session || message->session == session)) return 1;
+    if (message->session && message->session != session) continue;
+    if (message->id == mid) return 1;
+  }
+  return 0;
+}
+
+static int HasToken(const coap_queue_t *queue, const coap_session_t *session,
+                    const coap_bin_const_t *token) {
+  const coap_queue_t *message;
+  LL_FOREACH(queue, message) {
+    if (message->session && message->session != session) continue;
+    if (coap_binary_equal(&message->pdu->actual_token, token)) return 1;
   }
   return 0;
 }
@@ -228,11 +241,15 @@ static int IsKnown(const coap_context_t *coapCtx, const coap_session_t *session)
   return IsAmong(coapCtx->sessions, session);
 }
 
-/* A message that is kept back names no session. */
-int CoapRpcLibIsQueued(const coap_context_t *coapCtx, const coap_session_t *session,
-                       coap_mid_t mid) {
-  if (IsIn(coapCtx->sendqueue, session, mid)) return 1;
-  return IsKnown(coapCtx, session) && IsIn(session->delayqueue, NULL, mid);
+int CoapRpcLibIsQueued(const coap_session_t *session, coap_mid_t mid) {
+  return HasMid(session->context->sendqueue, session, mid) ||
+         HasMid(session->delayqueue, session, mid);
+}
+
+int CoapRpcLibIsStillQueued(const coap_context_t *coapCtx, const coap_session_t *session,
+                            coap_mid_t mid) {
+  if (HasMid(coapCtx->sendqueue, session, mid)) return 1;
+  return IsKnown(coapCtx, session) && HasMid(session->delayqueue, session, mid);
 }
 
 void CoapRpcLibSetRepeat(coap_context_t *coapCtx, CoapRpcLibRepeat repeat) {
@@ -397,6 +414,20 @@ unsigned CoapRpcLibNumBlocks(const coap_session_t *session) {
   return num;
 }
 
+int CoapRpcLibHasBody(const coap_session_t *session) {
+  const coap_lg_crcv_t *answer;
+  LL_FOREACH(session->lg_crcv, answer) {
+    if (answer->body_data) return 1;
+  }
+  const coap_lg_xmit_t *body;
+  LL_FOREACH(session->lg_xmit, body) {
+    if (COAP_PDU_IS_REQUEST(&body->pdu)) return 1;
+  }
+  return 0;
+}
+
+int CoapRpcLibIsBody(const coap_pdu_t *pdu) { return pdu->body_data != NULL; }
+
 int CoapRpcLibIsIdle(const coap_session_t *session) {
   const int isSending = session->con_active || session->delayqueue || session->lg_xmit;
   return session->ref == 1 && !isSending && !session->lg_crcv;
@@ -410,18 +441,9 @@ void CoapRpcLibSetOrder(coap_context_t *coapCtx, CoapRpcLibOrder order) {
   coapCtx->order_handler = order;
 }
 
-static int IsIn(const coap_queue_t *queue, const coap_session_t *session,
-                const coap_bin_const_t *token) {
-  const coap_queue_t *node;
-  LL_FOREACH(queue, node) {
-    if (node->session == session && coap_binary_equal(&node->pdu->actual_token, token)) return 1;
-  }
-  return 0;
-}
-
 int CoapRpcLibIsUnacknowledged(const coap_session_t *session, const coap_pdu_t *pdu) {
-  return IsIn(session->context->sendqueue, session, &pdu->actual_token) ||
-         IsIn(session->delayqueue, session, &pdu->actual_token);
+  return HasToken(session->context->sendqueue, session, &pdu->actual_token) ||
+         HasToken(session->delayqueue, session, &pdu->actual_token);
 }
 
 int CoapRpcLibIsReceiving(const coap_session_t *session, const coap_bin_const_t *token,
@@ -433,8 +455,6 @@ int CoapRpcLibIsReceiving(const coap_session_t *session, const coap_bin_const_t 
   return body && !body->initial &&
          now < body->last_used + (uint64_t)idleMs * COAP_TICKS_PER_SECOND / 1000;
 }
-
-int CoapRpcLibIsBody(const coap_pdu_t *pdu) { return pdu->body_data != NULL; }
 
 void CoapRpcLibSetOneWay(coap_session_t *session) { session->is_one_way = 1; }
 

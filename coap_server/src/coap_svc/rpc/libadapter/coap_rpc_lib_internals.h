@@ -69,10 +69,11 @@ void CoapRpcLibSetRepeat(coap_context_t *coapCtx, CoapRpcLibRepeat repeat);
 int CoapRpcLibIsBegun(const coap_lg_xmit_t *blocks);
 int CoapRpcLibIsAllSent(const coap_lg_xmit_t *blocks);
 
-/* CoapRpcLibIsQueued says whether a message of a session waits to be sent or acknowledged.  The
- * session may be gone; then it does not. */
-int CoapRpcLibIsQueued(const coap_context_t *coapCtx, const coap_session_t *session,
-                       coap_mid_t mid);
+/* CoapRpcLibIsQueued says whether a message of a session waits to be sent or acknowledged.
+ * CoapRpcLibIsStillQueued does so for a session that may be gone; then it does not. */
+int CoapRpcLibIsQueued(const coap_session_t *session, coap_mid_t mid);
+int CoapRpcLibIsStillQueued(const coap_context_t *coapCtx, const coap_session_t *session,
+                            coap_mid_t mid);
 
 /* CoapRpcLibClaimToken lets a client session use a token that it did not draw: those that it draws
  * come after it.  Returns 0, changing nothing, when a block transfer without Observe has it. */
@@ -107,6 +108,12 @@ unsigned CoapRpcLibLimitUploads(coap_context_t *coapCtx, unsigned maxNum, size_t
 unsigned CoapRpcLibNumDelayed(const coap_session_t *session);
 unsigned CoapRpcLibNumBlocks(const coap_session_t *session);
 
+/* CoapRpcLibHasBody says whether the session sends a request body or fetches a response body. */
+int CoapRpcLibHasBody(const coap_session_t *session);
+
+/* CoapRpcLibIsBody says whether a response was put together from blocks. */
+int CoapRpcLibIsBody(const coap_pdu_t *pdu);
+
 /* CoapRpcLibFirstDelayed returns the Message ID of the message kept back that goes out next;
  * COAP_INVALID_MID for none. */
 coap_mid_t CoapRpcLibFirstDelayed(const coap_session_t *session);
@@ -135,9 +142,6 @@ int CoapRpcLibIsUnacknowledged(const coap_session_t *session, const coap_pdu_t *
  * latest block came less than idleMs ago.  A null session has none. */
 int CoapRpcLibIsReceiving(const coap_session_t *session, const coap_bin_const_t *token,
                           uint32_t idleMs);
-
-/* CoapRpcLibIsBody says whether a message stands for a body that came in blocks. */
-int CoapRpcLibIsBody(const coap_pdu_t *pdu);
 
 /* CoapRpcLibSetOneWay says that nobody waits for responses to what the session sends. */
 void CoapRpcLibSetOneWay(coap_session_t *session);

@@ -124,6 +124,13 @@ CoapRpcSerUriVtbl *FindOnListen(CoapRpcCtx *ctx, CoapRpcUriKey *key, const coap_
 
 }  // namespace
 
+const char *CoapRpcLibPathOf(const coap_pdu_t *pdu, char *path) {
+  const Path found(pdu);
+  const bool isCopied = found.Fits() && strcpy_s(path, COAP_RPC_URI_SIZE, found.c_str()) == 0;
+  if (!isCopied) *path = '\0';
+  return path;
+}
+
 uint32_t CoapRpcLibIsDynamicMac(const CoapRpcUriKey *key) {
   return strncmp(key->uri, "terminals/dynamic-mac", sizeof(key->uri)) == 0;
 }

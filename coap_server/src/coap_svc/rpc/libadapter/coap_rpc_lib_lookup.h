@@ -15,6 +15,10 @@ typedef struct CoapRpcCliUriVtbl CoapRpcCliUriVtbl;
  * is none or the path is longer than 32 characters. */
 COAP_RPC_API CoapRpcCliUriVtbl *COAP_RpcCliGetVtbl(CoapRpcCtx *ctx, const coap_pdu_t *pdu);
 
+/* CoapRpcLibPathOf writes a message's path as it is looked up, "" for one without or with a path
+ * that is too long.  Returns `path`, COAP_RPC_URI_SIZE bytes. */
+const char *CoapRpcLibPathOf(const coap_pdu_t *pdu, char *path);
+
 /* COAP_RpcSerGetVtbl finds the server entry of a request: a DEFAULT one of either message type
  * (not for POST), then a UNICAST and last a BROADCAST one bound to the receiving address. */
 COAP_RPC_API CoapRpcSerUriVtbl *COAP_RpcSerGetVtbl(CoapRpcCtx *ctx, const coap_pdu_t *pdu,
