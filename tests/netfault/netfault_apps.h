@@ -67,6 +67,7 @@ struct MirrorNews {
   uint32_t numDisconnects = 0;  // calls of onDisconnect
   uint32_t numUpToDate = 0;     // answers that confirm the check code
   uint32_t numErrors = 0;       // responses of classes 4 and 5
+  uint32_t numEnded = 0;        // registrations that no response came to, or one that nobody heard
 };
 
 class MirrorApp {

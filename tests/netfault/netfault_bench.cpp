@@ -72,6 +72,10 @@ std::string Format(const char *fmt, ...) {
 
 unsigned NoSleep(unsigned) { return 0; }
 
+void CountEnd(uint64_t num, const CoapRpcRequestEnd *end) {
+  *reinterpret_cast<uint32_t *>(num) += end->num;
+}
+
 }  // namespace
 
 std::string State::Text() const {
@@ -83,8 +87,8 @@ std::string State::Text() const {
   if (hasQueued) text += ", changes queued";
   if (isSending) text += ", payload under way";
   if (!IsReported()) return text + "; nothing reported";
-  return text + Format("; reported: %u disconnects, %u errors, %u bad documents",
-                       news.numDisconnects, news.numErrors, news.numRefused);
+  return text + Format("; reported: %u disconnects, %u errors, %u bad documents, %u ends",
+                       news.numDisconnects, news.numErrors, news.numRefused, news.numEnded);
 }
 
 std::string Verdict::Text() const {
@@ -172,6 +176,7 @@ void Bench::StartMirror(bool isSamePort) {
   Node &node = nodes_[kMirror];
   if (!isSamePort) ++node.sockets.port;
   StartProcess(kMirror);
+  COAP_RpcSetOnRequestEnd(node.Ctx(), CountEnd, reinterpret_cast<uint64_t>(&former_.numEnded));
   mirror_ =
       MakeMirror(scenario_.policy, {node.Ctx(), node.host->Tmr(), PeerAddr(), scenario_.isIdl});
   mirror_->Start();
@@ -474,6 +479,7 @@ State Bench::Look() const {
   state.difference = Compare(publisher_.Table(), *mirrored);
   if (mirror_) state.news = mirror_->News();
   state.news.numDisconnects += former_.numDisconnects;
+  state.news.numEnded = former_.numEnded;
   if (!nodes_[kPublisher].IsAlive() || !nodes_[kMirror].IsAlive()) return state;
   const auto *entry = COAP_RpcSerFindUriVtbl(nodes_[kPublisher].Ctx()->ser, &key);
   const auto *own = COAP_RpcCliFindUriVtbl(nodes_[kMirror].Ctx()->cli, &key);

@@ -39,7 +39,9 @@ struct State {
   bool isSending = false;  // a payload in blocks
   MirrorNews news;         // of the application, its former lives included
 
-  bool IsReported() const { return news.numDisconnects + news.numErrors + news.numRefused != 0; }
+  bool IsReported() const {
+    return news.numDisconnects + news.numErrors + news.numRefused + news.numEnded != 0;
+  }
   std::string Text() const;
 };
 

@@ -168,6 +168,24 @@ TEST_F(NetfaultRun, ImpatientVerify_LetsThePayloadArrive) {
   }
 }
 
+// Nothing brings the relation about, but the application has been told.
+TEST_F(NetfaultRun, RegistrationLostForGood_IsTold) {
+  const Verdict verdict = Bench(Read("registration-lost-for-good")).Run();
+  EXPECT_FALSE(verdict.isRight);
+  EXPECT_EQ(verdict.state.news.numEnded, 1u);
+  EXPECT_TRUE(verdict.state.IsReported());
+}
+
+TEST_F(NetfaultRun, AddressGoesAway_VerifyFindsThePublisher) {
+  const Verdict verdict = Bench(Read("address-goes-away")).Run();
+  EXPECT_TRUE(verdict.isRight) << verdict.Text();
+}
+
+TEST_F(NetfaultRun, RestartAtTheSamePort_GetsEverything) {
+  const Verdict verdict = Bench(Read("restart-at-the-same-port")).Run();
+  EXPECT_TRUE(verdict.isRight) << verdict.Text();
+}
+
 // What the library overcomes with any seed, by fault and further lines.
 struct Cell {
   const char *fault, *lines;
@@ -196,7 +214,12 @@ constexpr Cell kCells[] = {
     {"mirror-interface-down", "policy none"},
     {"mirror-interface-down", "policy example\nip 6"},
     {"mirror-prohibited", "policy verify 30\nformat idl"},
+    {"mirror-address", "policy verify 30"},
+    {"mirror-address", "policy verify 30\nip 6"},
+    {"mirror-address", "policy example\nformat idl\nip 6"},
     {"mirror-restart-other-port", "policy none"},
+    {"mirror-restart-same-port", "policy none"},
+    {"mirror-restart-same-port", "policy none\nformat idl\nip 6"},
     {"publisher-silent", "policy verify 30"},
     {"publisher-restart", "policy verify 30"},
     {"publisher-restart", "policy example\nformat idl"},
