@@ -114,17 +114,24 @@ CoapRpcCliAddr ExamplePeer(const char *from, const char *to, uint16_t port, uint
   return addr;
 }
 
-int ExampleServe(CoapRpcCtx *ctx, const CoapRpcUriKey *key, const CoapRpcSerVtblReg *reg,
-                 const CoapRpcSerObVtblReg *obReg, const char *address, uint16_t port) {
+static int CannotServe(const CoapRpcUriKey *key, const char *address, uint16_t port, uint32_t ret) {
+  fprintf(stderr, "cannot serve %s on %s:%u: %s\n", key->uri, address, port, COAP_RpcErrStr(ret));
+  return 1;
+}
+
+int ExampleAttach(CoapRpcCtx *ctx, const CoapRpcUriKey *key, const char *address, uint16_t port) {
   CoapRpcSerListenAddr listen;
   memset(&listen, 0, sizeof(listen));
   listen.listenAddr = ExampleIpv4(address);
   listen.port = port;
-  uint32_t ret = COAP_RpcSerRegVtbl(ctx, key, reg, obReg);
-  if (ret == 0) ret = COAP_RpcSerSetUri(ctx, key, &listen);
-  if (ret == 0) return 0;
-  fprintf(stderr, "cannot serve %s on %s:%u: %s\n", key->uri, address, port, COAP_RpcErrStr(ret));
-  return 1;
+  const uint32_t ret = COAP_RpcSerSetUri(ctx, key, &listen);
+  return ret == 0 ? 0 : CannotServe(key, address, port, ret);
+}
+
+int ExampleServe(CoapRpcCtx *ctx, const CoapRpcUriKey *key, const CoapRpcSerVtblReg *reg,
+                 const CoapRpcSerObVtblReg *obReg, const char *address, uint16_t port) {
+  const uint32_t ret = COAP_RpcSerRegVtbl(ctx, key, reg, obReg);
+  return ret == 0 ? ExampleAttach(ctx, key, address, port) : CannotServe(key, address, port, ret);
 }
 
 int ExampleTakeAnswers(CoapRpcCtx *ctx, const char *uri, const char *address) {

@@ -54,6 +54,9 @@ CoapRpcCliAddr ExamplePeer(const char *from, const char *to, uint16_t port, uint
 int ExampleServe(CoapRpcCtx *ctx, const CoapRpcUriKey *key, const CoapRpcSerVtblReg *reg,
                  const CoapRpcSerObVtblReg *obReg, const char *address, uint16_t port);
 
+/* ExampleAttach attaches what is registered for a key.  Returns as ExampleServe. */
+int ExampleAttach(CoapRpcCtx *ctx, const CoapRpcUriKey *key, const char *address, uint16_t port);
+
 /* ExampleTakeAnswers makes answers to asynchronous calls of `uri` arrive: they come as POST
  * requests to our own address and are handed to the client table of the same URI.
  * Returns as ExampleServe. */

@@ -23,7 +23,7 @@ void Mirror::Verify() { COAP_RpcCliObserveReqVerify(node_.Ctx(), &key_, &param_,
 void Mirror::Leave() { COAP_RpcCliObserveUnReq(node_.Ctx(), &key_, &param_, &peer_); }
 
 void Mirror::BeginAnew() {
-  copy_.clear();
+  copy_.rows.clear();
   Leave();
   Observe();
 }
@@ -34,7 +34,7 @@ uint32_t Mirror::OnDocument(uint64_t userData, uint64_t, uint8_t *payload, uint3
   Mirror &self = Of(userData);
   const std::string_view document(reinterpret_cast<const char *>(payload), len);
   const auto apply = self.payloadFormat_ == COAP_RPC_JSON ? ApplyJson : ApplyIdl;
-  const int numRows = apply(document, self.copy_, self.numFullSets_);
+  const int numRows = apply(document, self.copy_);
   if (numRows < 0) {
     ++self.numRefused_;
     return 0;

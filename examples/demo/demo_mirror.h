@@ -18,10 +18,10 @@ class Mirror {
   // BeginAnew forgets the copy and observes again, for a server that has forgotten us.
   void BeginAnew();
 
-  const Table &Copy() const { return copy_; }
+  const Table &Copy() const { return copy_.rows; }
   const std::string &Uri() const { return uri_; }
   uint32_t NumDocuments() const { return numDocuments_; }
-  uint32_t NumFullSets() const { return numFullSets_; }  // sent on request, not to a newcomer
+  uint32_t NumFullSets() const { return copy_.numFullSets; }
   uint32_t NumRefused() const { return numRefused_; }
   uint64_t NumRows() const { return numRows_; }
   uint64_t NumBytes() const { return numBytes_; }
@@ -39,8 +39,8 @@ class Mirror {
   const CoapRpcUriKey key_;
   const CoapRpcCliReqParam param_ = {};
   const CoapRpcCliAddr peer_;
-  Table copy_;
-  uint32_t numDocuments_ = 0, numFullSets_ = 0, numRefused_ = 0, numDisconnects_ = 0;
+  CopiedTable copy_;
+  uint32_t numDocuments_ = 0, numRefused_ = 0, numDisconnects_ = 0;
   uint64_t numRows_ = 0, numBytes_ = 0;
 };
 

@@ -1,7 +1,7 @@
 #include "demo_publisher.h"
 
 #include <cstring>
-#include <utility>
+#include <random>
 
 namespace {
 
@@ -31,7 +31,10 @@ RowKey KeyAt(const void *bytes) {
 }  // namespace
 
 Publisher::Publisher(Node &node, const char *uri, uint8_t payloadFormat)
-    : node_(node), key_(ExampleKey(uri, 1, COAP_RPC_DEFAULT)), payloadFormat_(payloadFormat) {}
+    : node_(node),
+      key_(ExampleKey(uri, 1, COAP_RPC_DEFAULT)),
+      payloadFormat_(payloadFormat),
+      set_(std::random_device()()) {}
 
 bool Publisher::Start() {
   CoapRpcSerVtblReg reg = {};
@@ -73,17 +76,27 @@ uint32_t Publisher::Write(const Row &row, void *out) const {
   return 0;
 }
 
-uint32_t Publisher::BuildUpdate(uint64_t userData, uint8_t *key, uint8_t *val, void *out) {
+// A newcomer gets all that the library knows.
+void Publisher::OnObserverNum(uint64_t userData, uint32_t num) {
   Publisher &self = Of(userData);
+  if (num > self.numObservers_) ++self.set_;
+  self.numObservers_ = num;
+}
+
+// A change that was queued when the last observer went may be of a row that has gone since.
+uint32_t Publisher::BuildUpdate(uint64_t userData, uint8_t *key, uint8_t *val, void *out) {
+  const Publisher &self = Of(userData);
+  if (self.table_.count(KeyAt(key)) == 0) return BuildDelete(userData, key, out);
   Row row;
+  row.set = self.set_;
   row.key = KeyAt(key);
   std::memcpy(&row.value, val, sizeof(row.value));
-  row.isFirst = std::exchange(self.isFullSet_, false);
   return self.Write(row, out);
 }
 
 uint32_t Publisher::BuildDelete(uint64_t userData, uint8_t *key, void *out) {
   Row row;
+  row.set = Of(userData).set_;
   row.key = KeyAt(key);
   row.isThere = false;
   return Of(userData).Write(row, out);
@@ -99,7 +112,7 @@ uint32_t Publisher::Give(Table::const_iterator it, void *key, void *val) const {
 // First begins the walk with which an observer that is not up to date gets everything again.
 uint32_t Publisher::First(uint64_t userData, void *, void *key, void *val) {
   Publisher &self = Of(userData);
-  self.isFullSet_ = true;
+  ++self.set_;
   return self.Give(self.table_.begin(), key, val);
 }
 

@@ -8,6 +8,9 @@
 #include "demo_table.h"
 
 // Publisher keeps one observable URI in step with a table.
+//
+// A full set, for an observer that comes or is not up to date, does not say what has gone
+// meanwhile. So the rows of each have a number of their own.
 class Publisher {
  public:
   // `payloadFormat` is COAP_RPC_JSON or COAP_RPC_BYTE.
@@ -24,7 +27,7 @@ class Publisher {
 
  private:
   static Publisher &Of(uint64_t userData) { return *reinterpret_cast<Publisher *>(userData); }
-  static void OnObserverNum(uint64_t userData, uint32_t num) { Of(userData).numObservers_ = num; }
+  static void OnObserverNum(uint64_t userData, uint32_t num);
   static uint32_t BuildUpdate(uint64_t userData, uint8_t *key, uint8_t *val, void *out);
   static uint32_t BuildDelete(uint64_t userData, uint8_t *key, void *out);
   static uint32_t First(uint64_t userData, void *cursor, void *key, void *val);
@@ -37,7 +40,7 @@ class Publisher {
   const uint8_t payloadFormat_;
   Table table_;
   uint32_t numObservers_ = 0;
-  bool isFullSet_ = false;  // the next row built is the first of a full set
+  uint32_t set_;  // number of the last full set
 };
 
 #endif  // DEMO_PUBLISHER_H

@@ -202,11 +202,12 @@ class South {
     Mirror &files = Set(kFilesJson);
     const bool isStale = ChangeBehindBack();
     const uint64_t numRowsBefore = files.NumRows();
+    const uint32_t numSetsBefore = files.NumFullSets();
     if (isStale) files.Verify();
     const bool isSent =
         isStale && Until(kPatience, [&] {
           screen_.Bar("changed: the full set is sent", files.NumRows() - numRowsBefore, kNumFiles);
-          return files.NumFullSets() > 0;
+          return files.NumFullSets() > numSetsBefore;
         });
     const bool isEqual = isSent && IsEqualToNorth(files);
     return {isEqual, "unchanged: " + std::to_string(numRowsUnchanged_) +

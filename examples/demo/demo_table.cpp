@@ -10,8 +10,6 @@
 
 namespace {
 
-constexpr uint8_t kIsThere = 1, kIsFirst = 2;
-
 struct JsonDeleter {
   void operator()(json_t *value) const { json_decref(value); }
 };
@@ -48,16 +46,17 @@ size_t Fixed(std::string_view &bytes, size_t size) {
   return number;
 }
 
-// What is not repeated behind the first row of a full set is no longer there.
-void Apply(const Row &row, Table &table, uint32_t &numFullSets) {
-  if (row.isFirst) {
-    table.clear();
-    ++numFullSets;
+// With the first row of another full set, what has not come since is no longer there.
+void Apply(const Row &row, CopiedTable &copy) {
+  if (row.set != copy.set) {
+    copy.rows.clear();
+    copy.set = row.set;
+    ++copy.numFullSets;
   }
   if (row.isThere) {
-    table[row.key] = row.value;
+    copy.rows[row.key] = row.value;
   } else {
-    table.erase(row.key);
+    copy.rows.erase(row.key);
   }
 }
 
@@ -87,6 +86,7 @@ std::string DigestOf(const Table &table) {
 
 void Row::WriteJson(void *out) const {
   auto *element = static_cast<json_t *>(out);
+  json_object_set_new(element, "s", json_integer(set));
   json_object_set_new(element, "k", json_string(key.data()));
   if (!isThere) return;
   json_t *columns = json_array();
@@ -94,7 +94,6 @@ void Row::WriteJson(void *out) const {
     json_array_append_new(columns, json_integer(static_cast<json_int_t>(value[i])));
   }
   json_object_set_new(element, "v", columns);
-  if (isFirst) json_object_set_new(element, "all", json_true());
 }
 
 bool Row::ReadJson(const void *in) {
@@ -104,7 +103,7 @@ bool Row::ReadJson(const void *in) {
   key = MakeRowKey(text);
   const json_t *columns = json_object_get(element, "v");
   isThere = json_is_array(columns);
-  isFirst = json_is_true(json_object_get(element, "all"));
+  set = static_cast<uint32_t>(json_integer_value(json_object_get(element, "s")));
   for (size_t i = 0; i < std::min(json_array_size(columns), value.size()); ++i) {
     value[i] = static_cast<uint64_t>(json_integer_value(json_array_get(columns, i)));
   }
@@ -113,19 +112,21 @@ bool Row::ReadJson(const void *in) {
 
 uint32_t Row::WriteIdl(uint8_t *out) const {
   uint8_t *end = out;
-  *end++ = static_cast<uint8_t>((isThere ? kIsThere : 0) | (isFirst ? kIsFirst : 0));
-  end = std::copy_n(key.data(), std::strlen(key.data()) + 1, end);
+  *end++ = isThere ? 1 : 0;
+  end = std::copy_n(key.data(), std::strlen(key.data()) + 1, WriteNumber(set, end));
   for (size_t i = 0; isThere && i < NumColumns(value); ++i) end = WriteNumber(value[i], end);
   return static_cast<uint32_t>(end - out);
 }
 
 bool Row::ReadIdl(std::string_view bytes) {
-  if (bytes.empty()) return false;
-  isThere = bytes[0] & kIsThere;
-  isFirst = bytes[0] & kIsFirst;
-  const size_t end = bytes.find('\0', 1);
+  uint64_t there = 0;
+  uint64_t number = 0;
+  if (!ReadNumber(bytes, there) || !ReadNumber(bytes, number)) return false;
+  isThere = there == 1;
+  set = static_cast<uint32_t>(number);
+  const size_t end = bytes.find('\0');
   if (end == std::string_view::npos) return false;
-  key = MakeRowKey(bytes.substr(1, end - 1));
+  key = MakeRowKey(bytes.substr(0, end));
   bytes.remove_prefix(end + 1);
   for (size_t i = 0; i < value.size() && !bytes.empty(); ++i) {
     if (!ReadNumber(bytes, value[i])) return false;
@@ -133,19 +134,19 @@ bool Row::ReadIdl(std::string_view bytes) {
   return bytes.empty();
 }
 
-int ApplyJson(std::string_view document, Table &table, uint32_t &numFullSets) {
+int ApplyJson(std::string_view document, CopiedTable &copy) {
   const Json root(json_loadb(document.data(), document.size(), 0, nullptr));
   const json_t *data = json_object_get(root.get(), "data");
   if (!json_is_array(data)) return -1;
   for (size_t i = 0; i < json_array_size(data); ++i) {
     Row row;
     if (!row.ReadJson(json_array_get(data, i))) return -1;
-    Apply(row, table, numFullSets);
+    Apply(row, copy);
   }
   return static_cast<int>(json_array_size(data));
 }
 
-int ApplyIdl(std::string_view document, Table &table, uint32_t &numFullSets) {
+int ApplyIdl(std::string_view document, CopiedTable &copy) {
   if (document.size() < 4) return -1;
   const size_t num = Fixed(document, 4);
   for (size_t i = 0; i < num; ++i) {
@@ -154,7 +155,7 @@ int ApplyIdl(std::string_view document, Table &table, uint32_t &numFullSets) {
     Row row;
     if (document.size() < len || !row.ReadIdl(document.substr(0, len))) return -1;
     document.remove_prefix(len);
-    Apply(row, table, numFullSets);
+    Apply(row, copy);
   }
   return document.empty() ? static_cast<int>(num) : -1;
 }

@@ -19,25 +19,36 @@ std::string DigestOf(const Table &table);
 
 // Row is an element of a notification: a row that is there, or one that has gone.
 //
-// JSON: {"k":<key>,"v":[<columns without zeros at the end>]}, and without "v" when it has gone;
-//       the first row of a full set has "all":true besides.
-// IDL:  1 byte of flags, the key with its terminator, then the columns as in JSON, each in groups
-//       of seven bits, lowest first, with bit 7 on all but the last group.
+// It says to which full set it belongs: one with another number than the last tells a mirror to
+// forget what it had before (demo_publisher.h).
+//
+// JSON: {"s":<set>,"k":<key>,"v":[<columns without zeros at the end>]}, and without "v" when it has
+//       gone.
+// IDL:  1 byte that is 1 for a row that is there, the set, the key with its terminator, then the
+//       columns as in JSON.  Numbers are in groups of seven bits, lowest first, with bit 7 on all
+//       but the last group.
 struct Row {
   RowKey key = {};
   RowValue value = {};
+  uint32_t set = 0;
   bool isThere = true;
-  bool isFirst = false;
 
   void WriteJson(void *element) const;    // a json_t object
-  uint32_t WriteIdl(uint8_t *out) const;  // up to 66 bytes; returns how many
+  uint32_t WriteIdl(uint8_t *out) const;  // up to 71 bytes; returns how many
   bool ReadJson(const void *element);     // a json_t object
   bool ReadIdl(std::string_view bytes);
 };
 
-// Apply* bring a table up to date with a notification.  They return the number of rows in it, or -1
-// when it is not understood; `numFullSets` counts the marks met.
-int ApplyJson(std::string_view document, Table &table, uint32_t &numFullSets);
-int ApplyIdl(std::string_view document, Table &table, uint32_t &numFullSets);
+// CopiedTable is what a mirror has of a table.
+struct CopiedTable {
+  Table rows;
+  uint32_t set = 0;  // of the last row that came
+  uint32_t numFullSets = 0;
+};
+
+// Apply* bring a copy up to date with a notification.  They return the number of rows in it, or -1
+// when it is not understood.
+int ApplyJson(std::string_view document, CopiedTable &copy);
+int ApplyIdl(std::string_view document, CopiedTable &copy);
 
 #endif  // DEMO_TABLE_H

@@ -3,10 +3,11 @@
 //   mirror_client [--format json|idl] [--every <seconds>] [--ask verify|batch] [--seconds <n>]
 //
 // Needs a running observe_json_server or observe_idl_server.  Prints the table whenever it changes.
-// Every now and then (--every, default 5 s) it asks the server, by the check code of what it
+// Every now and then (--every, default 30 s) it asks the server, by the check code of what it
 // received last, whether it is up to date: when it is, nothing is sent, else the server sends
-// everything again; with "--ask batch" it asks for everything in any case.  When the server stops
-// answering it begins anew.  Ends by itself after --seconds; status 0 when it has a table.
+// everything again; with "--ask batch" it asks for everything in any case.  It is told when the
+// server stops answering, and asks sooner then.  Ends by itself after --seconds; status 0 when it
+// has a table.
 //
 // A table has one mirror: with a second observer of the same URI the changes go to the newest.
 #include <cinttypes>
@@ -26,8 +27,8 @@ class PrintingObserver : public NetObserver {
   bool HasTable() const { return NumRefused() == 0 && !Mirror().Table().empty(); }
 
   void PrintSummary() const {
-    std::printf("%u notifications, %u of them full sets on request, %zu interfaces mirrored\n",
-                NumDocuments(), Mirror().NumFullSets(), Mirror().Table().size());
+    std::printf("%u notifications, %u full sets, %zu interfaces mirrored\n", NumDocuments(),
+                Mirror().NumFullSets(), Mirror().Table().size());
   }
 
  private:
@@ -55,7 +56,7 @@ int main(int argc, char **argv) {
       {example.ctx, KestrelTmr(example.host),
        ExampleKey(isIdl ? "net/idl" : "net/json", 1, COAP_RPC_DEFAULT),
        ExamplePeer(EXAMPLE_CLIENT, EXAMPLE_SERVER, EXAMPLE_PORT, COAP_RPC_GET), isIdl, isBatch,
-       ExampleNumber(argc, argv, "--every", 5)});
+       ExampleNumber(argc, argv, "--every", 30)});
   if (observer.Start()) ExampleRun(&example, ExampleNumber(argc, argv, "--seconds", 0));
   observer.PrintSummary();
   return ExampleEnd(&example) == 0 && observer.HasTable() ? 0 : 1;

@@ -2,11 +2,7 @@
 
 #include <jansson.h>
 
-#include <algorithm>
-#include <cstring>
 #include <memory>
-
-#include "net_idl.h"
 
 namespace {
 
@@ -15,65 +11,61 @@ struct JsonDeleter {
 };
 using Json = std::unique_ptr<json_t, JsonDeleter>;
 
-uint64_t NumberOf(const json_t *element, const char *name) {
-  return static_cast<uint64_t>(json_integer_value(json_object_get(element, name)));
+// Number reads a little-endian number off the front of a document.
+bool Number(std::string_view &bytes, size_t size, size_t &number) {
+  if (bytes.size() < size) return false;
+  number = 0;
+  for (size_t i = size; i-- > 0;) number = number << 8 | static_cast<uint8_t>(bytes[i]);
+  bytes.remove_prefix(size);
+  return true;
 }
 
-// NumberAt reads a little-endian number; the caller has checked the size.
-size_t NumberAt(std::string_view bytes, size_t size) {
-  size_t number = 0;
-  for (size_t i = size; i-- > 0;) number = number << 8 | static_cast<uint8_t>(bytes[i]);
-  return number;
+bool ReadIdl(std::string_view &document, std::vector<NetElement> &elements) {
+  size_t len = 0;
+  if (!Number(document, 2, len) || document.size() < len) return false;
+  if (!elements.emplace_back().ReadIdl(document.substr(0, len))) return false;
+  document.remove_prefix(len);
+  return true;
 }
 
 }  // namespace
-
-// The first element of a full set: what is not repeated behind it is no longer there.
-void NetMirror::Put(const NetName &name, const NetCounters &counters, bool isFirst) {
-  if (isFirst) {
-    table_.clear();
-    ++numFullSets_;
-  }
-  table_[name] = counters;
-}
 
 bool NetMirror::ApplyJson(std::string_view document) {
   const Json root(json_loadb(document.data(), document.size(), 0, nullptr));
   const json_t *data = json_object_get(root.get(), "data");
   if (!json_is_array(data)) return false;
-  for (size_t i = 0; i < json_array_size(data); ++i) {
-    const json_t *element = json_array_get(data, i);
-    const char *text = json_string_value(json_object_get(element, "name"));
-    if (!text) return false;
-    NetName name = {};
-    std::memcpy(name.data(), text, std::min(std::strlen(text), name.size() - 1));
-    if (json_is_true(json_object_get(element, "gone"))) {
-      Remove(name);
-    } else {
-      Put(name,
-          {NumberOf(element, "rxBytes"), NumberOf(element, "rxPackets"),
-           NumberOf(element, "txBytes"), NumberOf(element, "txPackets")},
-          json_is_true(json_object_get(element, "first")));
-    }
+  std::vector<NetElement> elements(json_array_size(data));
+  for (size_t i = 0; i < elements.size(); ++i) {
+    if (!elements[i].ReadJson(json_array_get(data, i))) return false;
   }
+  Apply(elements);
   return true;
 }
 
 bool NetMirror::ApplyIdl(std::string_view document) {
-  if (document.size() < 4) return false;
-  size_t numLeft = NumberAt(document, 4);
-  for (document.remove_prefix(4); numLeft > 0; --numLeft) {
-    if (document.size() < 2) return false;
-    const size_t len = NumberAt(document, 2);
-    if (document.size() - 2 < len) return false;
-    const std::optional<NetIdl> msg = NetIdl::Read(document.substr(2, len));
-    if (!msg) return false;
-    document.remove_prefix(2 + len);
-    if (msg->kind & NetIdl::kIsThere) {
-      Put(msg->name, msg->counters, msg->kind & NetIdl::kIsFirst);
+  std::vector<NetElement> elements;
+  size_t num = 0;
+  if (!Number(document, 4, num)) return false;
+  for (; num > 0; --num) {
+    if (!ReadIdl(document, elements)) return false;
+  }
+  if (!document.empty()) return false;
+  Apply(elements);
+  return true;
+}
+
+// With the first element of another full set, what has not come since is no longer there.
+void NetMirror::Apply(const std::vector<NetElement> &elements) {
+  for (const NetElement &element : elements) {
+    if (element.set != set_) {
+      table_.clear();
+      set_ = element.set;
+      ++numFullSets_;
+    }
+    if (element.isThere) {
+      table_[element.name] = element.counters;
     } else {
-      Remove(msg->name);
+      table_.erase(element.name);
     }
   }
-  return true;
 }

@@ -3,25 +3,25 @@
 #define NET_MIRROR_H
 
 #include <string_view>
+#include <vector>
 
-#include "net_dev.h"
+#include "net_element.h"
 
 // NetMirror takes notifications in either format.  Apply* return false for a document that is not
-// understood; what was read of it by then stays.
+// understood, of which nothing is taken.
 class NetMirror {
  public:
   bool ApplyJson(std::string_view document);
   bool ApplyIdl(std::string_view document);
-  void Clear() { table_.clear(); }
 
   const NetTable &Table() const { return table_; }
   uint32_t NumFullSets() const { return numFullSets_; }
 
  private:
-  void Put(const NetName &name, const NetCounters &counters, bool isFirst);
-  void Remove(const NetName &name) { table_.erase(name); }
+  void Apply(const std::vector<NetElement> &elements);
 
   NetTable table_;
+  uint32_t set_ = 0;  // of the last element
   uint32_t numFullSets_ = 0;
 };
 

@@ -3,6 +3,7 @@
 #include <coap_svc/rpc/coap_rpc_ext.h>
 #include <kst_tmr.h>
 
+#include <algorithm>
 #include <string_view>
 
 namespace {
@@ -11,14 +12,12 @@ namespace {
 // keep-alive from ever being tried.
 constexpr uint32_t kKeepAliveSeconds = 1;
 
+// A question is repeated for up to 21 s.  Before that, another one would only queue behind it.
+constexpr uint32_t kLeastAskSeconds = 21;
+
 constexpr uint32_t kTickMs = 1000;
 
 }  // namespace
-
-NetObserver::NetObserver(const Setup &setup)
-    : setup_(setup),
-      ask_(setup.isBatch ? COAP_RpcCliObserveReqBatch : COAP_RpcCliObserveReqVerify),
-      askPeriod_(setup.askPeriod != 0 ? setup.askPeriod : 1) {}
 
 bool NetObserver::Start() {
   CoapRpcCliVtblReg reg = {};
@@ -40,27 +39,28 @@ uint32_t NetObserver::OnNotification(uint64_t userData, uint64_t, uint8_t *paylo
   const bool isGood =
       self.setup_.isIdl ? self.mirror_.ApplyIdl(document) : self.mirror_.ApplyJson(document);
   ++(isGood ? self.numDocuments_ : self.numRefused_);
+  if (!isGood) self.isInDoubt_ = self.needsAll_ = true;
   self.OnTable();
   return 0;
 }
 
-// We are called from inside the I/O here; the new beginning is left to the next tick.
+// We are called from inside the I/O here; the question is left to a tick.
 void NetObserver::OnDisconnect(uint64_t userData, const CoapRpcIpAddr *) {
   Of(userData).OnLost();
-  Of(userData).isLost_ = true;
+  Of(userData).isInDoubt_ = true;
 }
 
 uint32_t NetObserver::Tick(void *param) {
   auto *self = static_cast<NetObserver *>(param);
-  if (self->isLost_) return self->BeginAgain();
-  if (++self->numTicks_ % self->askPeriod_ != 0) return 0;
-  return self->ask_(self->setup_.ctx, &self->setup_.key, &self->param_, &self->setup_.peer);
+  const uint32_t period = self->setup_.askPeriod;
+  const uint32_t patience = self->isInDoubt_ ? std::min(period, kLeastAskSeconds) : period;
+  return ++self->sinceAsked_ >= patience ? self->Ask() : 0;
 }
 
-// A server that has been away knows nothing of us, and sends its whole set to a new observer.
-uint32_t NetObserver::BeginAgain() {
-  isLost_ = false;
-  mirror_.Clear();
-  COAP_RpcCliObserveUnReq(setup_.ctx, &setup_.key, &param_, &setup_.peer);
-  return COAP_RpcCliObserveReq(setup_.ctx, &setup_.key, &param_, &setup_.peer);
+uint32_t NetObserver::Ask() {
+  const auto ask =
+      setup_.isBatch || needsAll_ ? COAP_RpcCliObserveReqBatch : COAP_RpcCliObserveReqVerify;
+  sinceAsked_ = 0;
+  isInDoubt_ = needsAll_ = false;
+  return ask(setup_.ctx, &setup_.key, &param_, &setup_.peer);
 }

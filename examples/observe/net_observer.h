@@ -8,7 +8,11 @@
 
 // NetObserver asks the server every now and then, by the check code of what it received last,
 // whether it is up to date: when it is, nothing is sent, else the server sends everything again.
-// When the server stops answering it begins again.
+// That also renews the relation with a server that has lost it, or was started again.
+//
+// It keeps its relation and its table whatever happens.  A new relation would have the server send
+// to both, and changes go to one of them; a table that is out of date is better than none, and the
+// next full set takes its place (net_mirror.h).
 class NetObserver {
  public:
   struct Setup {
@@ -21,7 +25,7 @@ class NetObserver {
     uint32_t askPeriod;  // in seconds
   };
 
-  explicit NetObserver(const Setup &setup);
+  explicit NetObserver(const Setup &setup) : setup_(setup) {}
   virtual ~NetObserver() = default;
   NetObserver(const NetObserver &) = delete;
   NetObserver &operator=(const NetObserver &) = delete;
@@ -43,15 +47,15 @@ class NetObserver {
                                  const CoapRpcCliRspInfo *info);
   static void OnDisconnect(uint64_t userData, const CoapRpcIpAddr *peer);
   static uint32_t Tick(void *self);
-  uint32_t BeginAgain();
+  uint32_t Ask();
 
   const Setup setup_;
-  decltype(&COAP_RpcCliObserveReqVerify) const ask_;
   const CoapRpcCliReqParam param_ = {};
   NetMirror mirror_;
-  const uint32_t askPeriod_;  // in ticks
-  uint32_t numTicks_ = 0, numDocuments_ = 0, numRefused_ = 0;
-  bool isLost_ = false;
+  uint32_t numDocuments_ = 0, numRefused_ = 0;
+  uint32_t sinceAsked_ = 0;  // in seconds
+  bool isInDoubt_ = false;   // not to wait for the whole period
+  bool needsAll_ = false;    // the check code is that of a document that was refused
 };
 
 #endif  // NET_OBSERVER_H

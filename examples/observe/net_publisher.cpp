@@ -1,13 +1,9 @@
 #include "net_publisher.h"
 
-#include <kst_tmr.h>
-
 #include <cstdio>
 #include <cstring>
 
 namespace {
-
-constexpr uint32_t kPeriodMs = 1000;
 
 int32_t CompareNames(const void *a, const void *b) { return std::memcmp(a, b, sizeof(NetName)); }
 
@@ -16,7 +12,11 @@ const char *NameText(const void *name, char *buf, uint32_t size) {
   return buf;
 }
 
-void OnObserverNum(uint64_t, uint32_t num) { std::printf("observers: %u\n", num); }
+NetName NameAt(const void *bytes) {
+  NetName name;
+  std::memcpy(name.data(), bytes, sizeof(name));
+  return name;
+}
 
 uint32_t Give(const NetTable &table, NetTable::const_iterator it, void *key, void *val) {
   if (it == table.end()) return 1;
@@ -27,58 +27,100 @@ uint32_t Give(const NetTable &table, NetTable::const_iterator it, void *key, voi
 
 }  // namespace
 
-NetPublisher::NetPublisher(Example &example, const char *uri, uint8_t payloadFormat,
-                           CoapRpcBuildUpdate update, CoapRpcBuildDelete gone)
-    : example_(example), key_(ExampleKey(uri, 1, COAP_RPC_DEFAULT)) {
-  reg_.payloadFormat = payloadFormat;
-  reg_.userData = reinterpret_cast<uint64_t>(this);
-  obReg_.keyLen = sizeof(NetName);
-  obReg_.valLen = sizeof(NetCounters);
-  obReg_.tupleKeyCmp = CompareNames;
-  obReg_.keyToStr = NameText;
-  obReg_.onObserverNum = OnObserverNum;
-  obReg_.buildUpdate = update;
-  obReg_.buildDelete = gone;
-  obReg_.getFirstTuple = First;
-  obReg_.getNextTuple = Next;
-}
+NetPublisher::NetPublisher(const CoapRpcUriKey &key, uint8_t payloadFormat, uint32_t firstSet)
+    : key_(key), payloadFormat_(payloadFormat), set_(firstSet) {}
 
-bool NetPublisher::Serve(const char *address) {
-  if (ExampleServe(example_.ctx, &key_, &reg_, &obReg_, address, EXAMPLE_PORT) != 0) return false;
-  Publish();
-  return KST_TmrStartLoop(KestrelTmr(example_.host), Tick, kPeriodMs, this) != 0;
-}
-
-uint32_t NetPublisher::Tick(void *self) {
-  static_cast<NetPublisher *>(self)->Publish();
-  return 0;
+bool NetPublisher::Register(CoapRpcCtx *ctx) {
+  CoapRpcSerVtblReg reg = {};
+  reg.payloadFormat = payloadFormat_;
+  reg.userData = reinterpret_cast<uint64_t>(this);
+  CoapRpcSerObVtblReg obReg = {};
+  obReg.keyLen = sizeof(NetName);
+  obReg.valLen = sizeof(NetCounters);
+  obReg.tupleKeyCmp = CompareNames;
+  obReg.keyToStr = NameText;
+  obReg.onObserverNum = OnObserverNum;
+  obReg.buildUpdate = BuildUpdate;
+  obReg.buildDelete = BuildDelete;
+  obReg.getFirstTuple = First;
+  obReg.getNextTuple = Next;
+  if (COAP_RpcSerRegVtbl(ctx, &key_, &reg, &obReg) != 0) return false;
+  ctx_ = ctx;
+  numObservers_ = 0;
+  for (const auto &[name, counters] : table_) {
+    COAP_RpcSerObserveDataUpdate(ctx_, &key_, name.data(), &counters);
+  }
+  return true;
 }
 
 // The library merges what changes between two notifications and sends nothing while nobody
 // observes, so there is no harm in telling it everything.
-void NetPublisher::Publish() {
-  NetTable now = ReadNetDev();
+void NetPublisher::Publish(const NetTable &now) {
   for (const auto &[name, counters] : now) {
-    const auto old = published_.find(name);
-    if (old != published_.end() && old->second == counters) continue;
-    COAP_RpcSerObserveDataUpdate(example_.ctx, &key_, name.data(), &counters);
+    const auto old = table_.find(name);
+    if (old == table_.end() || !(old->second == counters)) Set(name, counters);
   }
-  for (const auto &[name, counters] : published_) {
-    if (!now.count(name)) COAP_RpcSerObserveDataDel(example_.ctx, &key_, name.data());
+  for (const auto &[name, counters] : NetTable(table_)) {
+    if (now.count(name) == 0) Erase(name);
   }
-  published_ = std::move(now);
 }
 
-// First begins the walk with which an observer gets everything again.
+void NetPublisher::Set(const NetName &name, const NetCounters &counters) {
+  table_[name] = counters;
+  if (ctx_) COAP_RpcSerObserveDataUpdate(ctx_, &key_, name.data(), &counters);
+}
+
+void NetPublisher::Erase(const NetName &name) {
+  table_.erase(name);
+  if (ctx_) COAP_RpcSerObserveDataDel(ctx_, &key_, name.data());
+}
+
+// A newcomer gets all that the library knows.
+void NetPublisher::OnObserverNum(uint64_t userData, uint32_t num) {
+  NetPublisher &self = Of(userData);
+  if (num > self.numObservers_) ++self.set_;
+  self.numObservers_ = num;
+  self.OnObservers(num);
+}
+
+uint32_t NetPublisher::Write(const NetElement &element, void *out) const {
+  if (payloadFormat_ == COAP_RPC_JSON) {
+    element.WriteJson(out);
+  } else {
+    auto *buf = static_cast<CoapRpcSerIdlMsgBuf *>(out);
+    buf->len = static_cast<uint32_t>(element.WriteIdl(buf->buf));
+  }
+  return 0;
+}
+
+// A change stays queued when the last observer goes, and deletions are not queued until one comes:
+// a tuple that is no longer in the table has gone, whatever the change says.
+uint32_t NetPublisher::BuildUpdate(uint64_t userData, uint8_t *key, uint8_t *val, void *out) {
+  const NetPublisher &self = Of(userData);
+  if (self.table_.count(NameAt(key)) == 0) return BuildDelete(userData, key, out);
+  NetElement element;
+  element.isThere = true;
+  element.set = self.set_;
+  element.name = NameAt(key);
+  std::memcpy(&element.counters, val, sizeof(element.counters));  // not aligned
+  return self.Write(element, out);
+}
+
+uint32_t NetPublisher::BuildDelete(uint64_t userData, uint8_t *key, void *out) {
+  NetElement element;
+  element.set = Of(userData).set_;
+  element.name = NameAt(key);
+  return Of(userData).Write(element, out);
+}
+
+// First begins the walk with which an observer that is not up to date gets everything.
 uint32_t NetPublisher::First(uint64_t userData, void *, void *key, void *val) {
   NetPublisher &self = Of(userData);
-  self.isFullSet_ = true;
-  return Give(self.published_, self.published_.begin(), key, val);
+  ++self.set_;
+  return Give(self.table_, self.table_.begin(), key, val);
 }
 
 uint32_t NetPublisher::Next(uint64_t userData, void *, const void *lastKey, void *key, void *val) {
-  NetPublisher &self = Of(userData);
-  NetName last;
-  std::memcpy(last.data(), lastKey, sizeof(last));
-  return Give(self.published_, self.published_.upper_bound(last), key, val);
+  const NetPublisher &self = Of(userData);
+  return Give(self.table_, self.table_.upper_bound(NameAt(lastKey)), key, val);
 }

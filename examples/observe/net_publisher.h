@@ -1,43 +1,58 @@
-// net_publisher.h: keeps an observable URI in step with this machine's network interfaces.
+// net_publisher.h: keeps an observable URI in step with a table of network interfaces.
 #ifndef NET_PUBLISHER_H
 #define NET_PUBLISHER_H
 
-#include <utility>
+#include <coap_svc/rpc/coap_rpc_ser.h>
 
-#include "example.h"
-#include "net_dev.h"
+#include "net_element.h"
 
-// NetPublisher feeds one URI: name of the interface as key, counters as value, once a second.
+// NetPublisher publishes a table under one URI: name of the interface as key, counters as value.
 //
-// A mirror that asks whether it is up to date, and is not, gets all tuples again.  Tuples that have
-// gone in between are not among them, so the first element of such a full set is marked, and the
-// mirror drops what it does not find in it.
+// An observer that comes, and one that asks whether it is up to date and is not, gets all tuples
+// again, in one notification or several.  What has gone meanwhile is not among them.  So every
+// element says to which full set it belongs, by a number that changes when a new one begins: an
+// element with another number tells a mirror to forget what it had before.  The number is written
+// when an element is built, and an element that is built again, because its notification did not
+// arrive, still has it.
 class NetPublisher {
  public:
-  // The builders write one element of the notification; see coap_rpc_ser.h.
-  NetPublisher(Example &example, const char *uri, uint8_t payloadFormat, CoapRpcBuildUpdate update,
-               CoapRpcBuildDelete gone);
+  // `firstSet`: another number than those of an earlier process, or a mirror takes the two for one.
+  NetPublisher(const CoapRpcUriKey &key, uint8_t payloadFormat, uint32_t firstSet);
+  NetPublisher(const NetPublisher &) = delete;
+  NetPublisher &operator=(const NetPublisher &) = delete;
 
-  // Serve attaches the URI and starts the publishing.  Returns false after it said what is wrong.
-  bool Serve(const char *address);
+  virtual ~NetPublisher() = default;
 
-  // TakeMark says whether the element under construction is the first of a full set.
-  bool TakeMark() { return std::exchange(isFullSet_, false); }
+  // Register makes the URI known to an instance, with all tuples.  Returns false when that fails.
+  // Leave: the instance is gone.
+  bool Register(CoapRpcCtx *ctx);
+  void Leave() { ctx_ = nullptr; }
 
-  static NetPublisher &Of(uint64_t userData) { return *reinterpret_cast<NetPublisher *>(userData); }
+  // Publish makes `now` the table; Set and Erase change one tuple.
+  void Publish(const NetTable &now);
+  void Set(const NetName &name, const NetCounters &counters);
+  void Erase(const NetName &name);
+
+  CoapRpcCtx *Ctx() const { return ctx_; }
+  const CoapRpcUriKey &Key() const { return key_; }
+  const NetTable &Table() const { return table_; }
 
  private:
-  static uint32_t Tick(void *self);
+  virtual void OnObservers(uint32_t) {}
+  static NetPublisher &Of(uint64_t userData) { return *reinterpret_cast<NetPublisher *>(userData); }
+  static void OnObserverNum(uint64_t userData, uint32_t num);
+  static uint32_t BuildUpdate(uint64_t userData, uint8_t *key, uint8_t *val, void *out);
+  static uint32_t BuildDelete(uint64_t userData, uint8_t *key, void *out);
   static uint32_t First(uint64_t userData, void *cursor, void *key, void *val);
   static uint32_t Next(uint64_t userData, void *cursor, const void *lastKey, void *key, void *val);
-  void Publish();
+  uint32_t Write(const NetElement &element, void *out) const;
 
-  Example &example_;
-  CoapRpcUriKey key_;
-  CoapRpcSerVtblReg reg_ = {};
-  CoapRpcSerObVtblReg obReg_ = {};
-  NetTable published_;
-  bool isFullSet_ = false;
+  const CoapRpcUriKey key_;
+  const uint8_t payloadFormat_;
+  CoapRpcCtx *ctx_ = nullptr;
+  NetTable table_;
+  uint32_t set_;
+  uint32_t numObservers_ = 0;
 };
 
 #endif  // NET_PUBLISHER_H

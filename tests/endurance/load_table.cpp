@@ -8,6 +8,14 @@ constexpr uint32_t kObserveSource = 16;  // relations have a session apart from 
 
 std::string FourDigits(uint32_t number) { return std::to_string(10'000 + number).substr(1); }
 
+// A change that was queued when the last observer went may be of a tuple that has gone since.
+template <bool kIsJson>
+uint32_t BuildUpdate(uint64_t userData, uint8_t *tuple, uint8_t *val, void *element) {
+  const bool isThere = ObserveApp::Of(userData).data.count(ObserveApp::Text(tuple)) != 0;
+  return isThere ? ObserveApp::BuildUpdate<kIsJson>(userData, tuple, val, element)
+                 : ObserveApp::BuildDelete<kIsJson>(userData, tuple, element);
+}
+
 }  // namespace
 
 std::string DigestOf(const Tuples &tuples) {
@@ -30,7 +38,7 @@ void PublishedTable::Start() {
   CoapRpcSerObVtblReg ob = {};
   ob.keyLen = ob.valLen = 4;
   ob.tupleKeyCmp = ObserveApp::KeyCmp;
-  ob.buildUpdate = kind_.isJson ? ObserveApp::BuildUpdate<true> : ObserveApp::BuildUpdate<false>;
+  ob.buildUpdate = kind_.isJson ? BuildUpdate<true> : BuildUpdate<false>;
   ob.buildDelete = kind_.isJson ? ObserveApp::BuildDelete<true> : ObserveApp::BuildDelete<false>;
   ob.getFirstTuple = ObserveApp::First;
   ob.getNextTuple = ObserveApp::Next;

@@ -23,32 +23,17 @@ void SetText(void *object, const char *name, const std::string &text) {
   json_object_set_new(static_cast<json_t *>(object), name, json_string(text.c_str()));
 }
 
-uint32_t BuildJsonUpdate(uint64_t, uint8_t *key, uint8_t *val, void *out) {
-  SetText(out, "op", "u");
-  SetText(out, "key", TextAt(key));
-  SetText(out, "val", TextAt(val));
-  return 0;
+void WriteJson(void *out, const std::string &key, const std::string *val) {
+  SetText(out, "op", val ? "u" : "d");
+  SetText(out, "key", key);
+  if (val) SetText(out, "val", *val);
 }
 
-uint32_t BuildJsonDelete(uint64_t, uint8_t *key, void *out) {
-  SetText(out, "op", "d");
-  SetText(out, "key", TextAt(key));
-  return 0;
-}
-
-uint32_t Write(void *out, const std::string &text) {
+void WriteIdl(void *out, const std::string &key, const std::string *val) {
+  const std::string text = val ? "u:" + key + "=" + *val : "d:" + key;
   auto *message = static_cast<CoapRpcSerIdlMsgBuf *>(out);
   message->len =
       static_cast<uint32_t>(text.copy(reinterpret_cast<char *>(message->buf), message->size));
-  return 0;
-}
-
-uint32_t BuildIdlUpdate(uint64_t, uint8_t *key, uint8_t *val, void *out) {
-  return Write(out, "u:" + TextAt(key) + "=" + TextAt(val));
-}
-
-uint32_t BuildIdlDelete(uint64_t, uint8_t *key, void *out) {
-  return Write(out, "d:" + TextAt(key));
 }
 
 }  // namespace
@@ -69,8 +54,8 @@ bool InteropTable::Serve() {
   ob.keyLen = ob.valLen = kLen;
   ob.tupleKeyCmp = CompareKeys;
   ob.onObserverNum = OnObserverNum;
-  ob.buildUpdate = isJson ? BuildJsonUpdate : BuildIdlUpdate;
-  ob.buildDelete = isJson ? BuildJsonDelete : BuildIdlDelete;
+  ob.buildUpdate = BuildUpdate;
+  ob.buildDelete = BuildDelete;
   ob.getFirstTuple = First;
   ob.getNextTuple = Next;
   return ExampleServe(ctx_, &key_, &reg, &ob, EXAMPLE_SERVER, EXAMPLE_PORT) == 0;
@@ -91,6 +76,24 @@ void InteropTable::TakeAway() { COAP_RpcSerUnsetUri(ctx_, &key_); }
 
 void InteropTable::OnObserverNum(uint64_t userData, uint32_t num) {
   std::printf("observers %s %u\n", Of(userData).uri_.c_str(), num);
+}
+
+// A change that was queued when the last observer went may be of a row that has gone since.
+uint32_t InteropTable::BuildUpdate(uint64_t userData, uint8_t *key, uint8_t *val, void *out) {
+  const InteropTable &self = Of(userData);
+  if (self.rows_.count(TextAt(key)) == 0) return BuildDelete(userData, key, out);
+  const std::string text = TextAt(val);
+  self.Write(out, TextAt(key), &text);
+  return 0;
+}
+
+uint32_t InteropTable::BuildDelete(uint64_t userData, uint8_t *key, void *out) {
+  Of(userData).Write(out, TextAt(key), nullptr);
+  return 0;
+}
+
+void InteropTable::Write(void *out, const std::string &key, const std::string *val) const {
+  format_ == InteropFormat::kJson ? WriteJson(out, key, val) : WriteIdl(out, key, val);
 }
 
 uint32_t InteropTable::Copy(std::map<std::string, std::string>::const_iterator at, void *key,

@@ -29,6 +29,9 @@ class InteropTable {
  private:
   static InteropTable &Of(uint64_t userData);
   static void OnObserverNum(uint64_t userData, uint32_t num);
+  static uint32_t BuildUpdate(uint64_t userData, uint8_t *key, uint8_t *val, void *out);
+  static uint32_t BuildDelete(uint64_t userData, uint8_t *key, void *out);
+  void Write(void *out, const std::string &key, const std::string *val) const;  // null: deleted
   static uint32_t First(uint64_t userData, void *cursor, void *key, void *val);
   static uint32_t Next(uint64_t userData, void *cursor, const void *lastKey, void *key, void *val);
   uint32_t Copy(std::map<std::string, std::string>::const_iterator at, void *key, void *val) const;

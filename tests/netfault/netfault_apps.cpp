@@ -1,9 +1,6 @@
 #include "netfault_apps.h"
 
-#include <jansson.h>
-
 #include <cstring>
-#include <utility>
 
 #include "kst_tmr.h"
 #include "net_observer.h"
@@ -11,36 +8,8 @@
 namespace netfault {
 namespace {
 
-int32_t CompareNames(const void *a, const void *b) { return memcmp(a, b, sizeof(NetName)); }
-
-NetName NameAt(const void *bytes) {
-  NetName name;
-  memcpy(name.data(), bytes, sizeof(name));
-  return name;
-}
-
-void WriteJson(const NetIdl &element, json_t *object) {
-  const auto set = [&](const char *name, uint64_t number) {
-    json_object_set_new(object, name, json_integer(static_cast<json_int_t>(number)));
-  };
-  json_object_set_new(object, "name", json_string(element.name.data()));
-  if (!(element.kind & NetIdl::kIsThere)) {
-    json_object_set_new(object, "gone", json_true());
-    return;
-  }
-  set("rxBytes", element.counters.rxBytes);
-  set("rxPackets", element.counters.rxPackets);
-  set("txBytes", element.counters.txBytes);
-  set("txPackets", element.counters.txPackets);
-  if (element.kind & NetIdl::kIsFirst) json_object_set_new(object, "first", json_true());
-}
-
-uint32_t Give(const NetTable &table, NetTable::const_iterator it, void *key, void *val) {
-  if (it == table.end()) return 1;
-  memcpy(key, it->first.data(), sizeof(NetName));
-  memcpy(val, &it->second, sizeof(NetCounters));
-  return 0;
-}
+// A publisher that is started again goes on counting its full sets.
+constexpr uint32_t kFirstSet = 1;
 
 // AskingMirror observes, and asks for the state of the table every so often.
 class AskingMirror : public MirrorApp {
@@ -129,86 +98,22 @@ CoapRpcUriKey TableKey() {
   return key;
 }
 
+PublisherApp::PublisherApp(bool isIdl)
+    : NetPublisher(TableKey(), isIdl ? COAP_RPC_BYTE : COAP_RPC_JSON, kFirstSet) {}
+
 bool PublisherApp::Serve(CoapRpcCtx *ctx, const CoapRpcIpAddr &addr) {
-  ctx_ = ctx;
-  CoapRpcSerVtblReg reg = {};
-  reg.payloadFormat = isIdl_ ? COAP_RPC_BYTE : COAP_RPC_JSON;
-  reg.userData = reinterpret_cast<uint64_t>(this);
-  CoapRpcSerObVtblReg obReg = {};
-  obReg.keyLen = sizeof(NetName);
-  obReg.valLen = sizeof(NetCounters);
-  obReg.tupleKeyCmp = CompareNames;
-  obReg.buildUpdate = BuildUpdate;
-  obReg.buildDelete = BuildDelete;
-  obReg.getFirstTuple = First;
-  obReg.getNextTuple = Next;
-  const CoapRpcUriKey key = TableKey();
-  if (COAP_RpcSerRegVtbl(ctx_, &key, &reg, &obReg) != 0 || !Attach(addr)) return false;
-  for (const auto &[name, counters] : table_) {
-    COAP_RpcSerObserveDataUpdate(ctx_, &key, name.data(), &counters);
-  }
-  return true;
+  return Register(ctx) && Attach(addr);
 }
 
 bool PublisherApp::Attach(const CoapRpcIpAddr &addr) {
-  const CoapRpcUriKey key = TableKey();
   CoapRpcSerListenAddr listen = {};
   listen.listenAddr = addr;
   listen.port = kCoapPort;
-  return ctx_ && COAP_RpcSerSetUri(ctx_, &key, &listen) == 0;
+  return Ctx() && COAP_RpcSerSetUri(Ctx(), &Key(), &listen) == 0;
 }
 
 void PublisherApp::Detach() {
-  const CoapRpcUriKey key = TableKey();
-  if (ctx_) COAP_RpcSerUnsetUri(ctx_, &key);
-}
-
-void PublisherApp::Set(const NetName &name, const NetCounters &counters) {
-  const CoapRpcUriKey key = TableKey();
-  table_[name] = counters;
-  ++numChanges_;
-  if (ctx_) COAP_RpcSerObserveDataUpdate(ctx_, &key, name.data(), &counters);
-}
-
-void PublisherApp::Erase(const NetName &name) {
-  const CoapRpcUriKey key = TableKey();
-  table_.erase(name);
-  ++numChanges_;
-  if (ctx_) COAP_RpcSerObserveDataDel(ctx_, &key, name.data());
-}
-
-uint32_t PublisherApp::Write(const NetIdl &element, void *out) const {
-  if (isIdl_) {
-    auto *buf = static_cast<CoapRpcSerIdlMsgBuf *>(out);
-    buf->len = static_cast<uint32_t>(element.Write(buf->buf));
-  } else {
-    WriteJson(element, static_cast<json_t *>(out));
-  }
-  return 0;
-}
-
-uint32_t PublisherApp::BuildUpdate(uint64_t self, uint8_t *key, uint8_t *val, void *out) {
-  NetIdl element;
-  element.kind = NetIdl::kIsThere;
-  if (std::exchange(Of(self).isFullSet_, false)) element.kind |= NetIdl::kIsFirst;
-  element.name = NameAt(key);
-  memcpy(&element.counters, val, sizeof(element.counters));  // not aligned
-  return Of(self).Write(element, out);
-}
-
-uint32_t PublisherApp::BuildDelete(uint64_t self, uint8_t *key, void *out) {
-  NetIdl element;
-  element.name = NameAt(key);
-  return Of(self).Write(element, out);
-}
-
-uint32_t PublisherApp::First(uint64_t self, void *, void *key, void *val) {
-  Of(self).isFullSet_ = Of(self).isMarked_;
-  return Give(Of(self).table_, Of(self).table_.begin(), key, val);
-}
-
-uint32_t PublisherApp::Next(uint64_t self, void *, const void *last, void *key, void *val) {
-  return Give(Of(self).table_, Of(self).table_.upper_bound(NameAt(last)), key, val);
+  if (Ctx()) COAP_RpcSerUnsetUri(Ctx(), &Key());
 }
 
 std::unique_ptr<MirrorApp> MakeMirror(const Policy &policy, const MirrorSetup &setup) {

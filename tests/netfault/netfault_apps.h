@@ -7,9 +7,8 @@
 #include <memory>
 
 #include "coap_svc/rpc/coap_rpc_cli.h"
-#include "coap_svc/rpc/coap_rpc_ser.h"
-#include "net_idl.h"
 #include "net_mirror.h"
+#include "net_publisher.h"
 
 namespace netfault {
 
@@ -17,40 +16,15 @@ inline constexpr uint16_t kCoapPort = 5683;
 
 CoapRpcUriKey TableKey();
 
-// PublisherApp has a table, with or without an instance to publish it.
-class PublisherApp {
+// PublisherApp is the example's, with or without an instance to publish its table.
+class PublisherApp : public NetPublisher {
  public:
-  // With marks, the first element of a full set says so.
-  PublisherApp(bool isIdl, bool isMarked) : isIdl_(isIdl), isMarked_(isMarked) {}
-  PublisherApp(const PublisherApp &) = delete;
-  PublisherApp &operator=(const PublisherApp &) = delete;
+  explicit PublisherApp(bool isIdl);
 
-  // Serve publishes the whole table on a new instance; Leave: the instance is gone.
+  // Serve publishes the whole table on a new instance.
   bool Serve(CoapRpcCtx *ctx, const CoapRpcIpAddr &addr);
-  void Leave() { ctx_ = nullptr; }
   bool Attach(const CoapRpcIpAddr &addr);
   void Detach();
-
-  void Set(const NetName &name, const NetCounters &counters);
-  void Erase(const NetName &name);
-
-  const NetTable &Table() const { return table_; }
-  uint64_t NumChanges() const { return numChanges_; }
-
- private:
-  static PublisherApp &Of(uint64_t self) { return *reinterpret_cast<PublisherApp *>(self); }
-  static uint32_t BuildUpdate(uint64_t self, uint8_t *key, uint8_t *val, void *out);
-  static uint32_t BuildDelete(uint64_t self, uint8_t *key, void *out);
-  static uint32_t First(uint64_t self, void *cursor, void *key, void *val);
-  static uint32_t Next(uint64_t self, void *cursor, const void *last, void *key, void *val);
-  uint32_t Write(const NetIdl &element, void *out) const;
-
-  const bool isIdl_;
-  const bool isMarked_;
-  CoapRpcCtx *ctx_ = nullptr;
-  NetTable table_;
-  uint64_t numChanges_ = 0;
-  bool isFullSet_ = false;
 };
 
 // Policy is what a mirror does to stay right.

@@ -121,7 +121,7 @@ Bench::Bench(const Scenario &scenario, Trace trace)
       trace_(std::move(trace)),
       random_(scenario.seed),
       link_(scenario.seed + 1),
-      publisher_(scenario.isIdl, scenario.isMarked) {
+      publisher_(scenario.isIdl) {
   SeedLibraryRandom(scenario.seed + 2);
   CoapRpcLibSetSleep(NoSleep);
   for (const Side side : {kPublisher, kMirror}) {
@@ -362,7 +362,7 @@ void Bench::DoPublisher(const Event &event) {
   Enter(kPublisher);
   if (event.what == "detach") publisher_.Detach();
   if (event.what == "attach") publisher_.Attach(node.network->AddressOf(node.network->Host()));
-  if (event.what == "erase") publisher_.Erase(NameOf(event.Count(0)));
+  if (event.what == "erase") Erase(NameOf(event.Count(0)));
   for (uint32_t i = 0; event.what == "change" && i < event.Count(0); ++i) ChangeOne(0);
   for (uint32_t i = 0; event.what == "delete" && i < event.Count(0); ++i) ChangeOne(100);
   Drain(kPublisher);
@@ -391,6 +391,16 @@ void Bench::DoChanges(double num) {
   nextChangeAtMs_ = num > 0 ? nowMs_ + 1 : UINT64_MAX;
 }
 
+void Bench::Set(const NetName &name, const NetCounters &counters) {
+  ++numChanges_;
+  publisher_.Set(name, counters);
+}
+
+void Bench::Erase(const NetName &name) {
+  ++numChanges_;
+  publisher_.Erase(name);
+}
+
 // A tenth of the names has no tuple at the start, so that there are tuples to come.
 void Bench::ChangeOne(double deletionPercent) {
   if (!nodes_[kPublisher].Runs() || scenario_.numTuples == 0) return;
@@ -400,9 +410,9 @@ void Bench::ChangeOne(double deletionPercent) {
   const auto value = static_cast<uint32_t>(random_());
   Enter(kPublisher);
   if (isDeletion && publisher_.Table().count(name) != 0) {
-    publisher_.Erase(name);
+    Erase(name);
   } else {
-    publisher_.Set(name, ValueOf(value));
+    Set(name, ValueOf(value));
   }
   Drain(kPublisher);
 }
@@ -414,7 +424,7 @@ bool Bench::IsEqual() {
   if (!mirror_) return false;
   const MirrorNews news = mirror_->News();
   const uint64_t sign =
-      publisher_.NumChanges() << 32 | (news.numDocuments + news.numRefused + news.numDisconnects);
+      numChanges_ << 32 | (news.numDocuments + news.numRefused + news.numDisconnects);
   const bool isCleared = mirror_->Mirror().Table().empty();
   if (sign == lastEqualSign_ && !isCleared) return wasEqual_;
   lastEqualSign_ = sign;
@@ -459,7 +469,7 @@ bool Bench::Begin() {
   for (const Node &node : nodes_) {
     if (!node.network->IsGood()) return false;
   }
-  for (uint32_t i = 0; i < scenario_.numTuples; ++i) publisher_.Set(NameOf(i), ValueOf(i));
+  for (uint32_t i = 0; i < scenario_.numTuples; ++i) Set(NameOf(i), ValueOf(i));
   StartPublisher();
   if (scenario_.isBaseStart) {
     while (numPlayed_ < scenario_.events.size() && scenario_.events[numPlayed_].atMs == 0) {

@@ -116,6 +116,8 @@ class Bench {
   void DoPublisher(const Event &event);
   void DoMirror(const Event &event);
   void DoChanges(double num);
+  void Set(const NetName &name, const NetCounters &counters);
+  void Erase(const NetName &name);
   void ChangeOne(double deletionPercent);
   void Ask(decltype(&COAP_RpcCliObserveReq) ask);
 
@@ -138,6 +140,7 @@ class Bench {
   const NetTable *instead_ = nullptr;
   Digest digest_;
   uint64_t nowMs_ = 0;
+  uint64_t numChanges_ = 0;
   uint64_t nextChangeAtMs_ = UINT64_MAX;
   double changesPerSecond_ = 0;
   uint32_t peerHost_ = 1;

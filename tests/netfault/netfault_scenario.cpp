@@ -117,7 +117,7 @@ bool SetPolicy(const Words &words, Policy &policy) {
   const auto kind = kinds.find(words[1]);
   if (kind == kinds.end()) return false;
   policy.kind = kind->second;
-  policy.seconds = policy.kind == Policy::kExample ? 5 : 30;
+  policy.seconds = 30;
   if (words.size() == 2) return true;
   if (!IsNumber(words[2]) || std::stoul(words[2]) == 0) return false;
   policy.seconds = static_cast<uint32_t>(std::stoul(words[2]));
@@ -147,7 +147,6 @@ const std::map<std::string, Setter> &Setters() {
       {"format", [](const Words &w, Scenario &s) { return Choose(w[1], "idl", "json", s.isIdl); }},
       {"policy", [](const Words &w, Scenario &s) { return SetPolicy(w, s.policy); }},
       {"ip", [](const Words &w, Scenario &s) { return Choose(w[1], "6", "4", s.isIpv6); }},
-      {"mark", [](const Words &w, Scenario &s) { return Choose(w[1], "on", "off", s.isMarked); }},
       {"io",
        [](const Words &w, Scenario &s) { return Choose(w[1], "polled", "prompt", s.isPolled); }},
       {"icmp", [](const Words &w, Scenario &s) { return Choose(w[1], "on", "off", s.hasIcmp); }},

@@ -8,7 +8,6 @@
  *   format json | idl
  *   policy none | verify <s> | batch <s> | example     what the mirror does to stay right
  *   ip 4 | 6
- *   mark on | off                    the first element of a full set says that it is
  *   io prompt | polled               whether the hosts watch their descriptors (COAP_RpcGetIoFd)
  *   icmp on | off                    hosts answer packets for ports that nobody has
  *   changes 5                        of the table for each second, deletions included
@@ -67,7 +66,6 @@ struct Scenario {
   bool isIdl = false;
   Policy policy;
   bool isIpv6 = false;
-  bool isMarked = true;
   bool isPolled = false;
   bool hasIcmp = true;
   double changesPerSecond = 5;
