@@ -38,6 +38,7 @@ class PrintingObserver : public NetObserver {
     std::printf("%-16s %14s %12s %14s %12s\n", "interface", "rx bytes", "packets", "tx bytes",
                 "packets");
     for (const auto &[name, now] : Mirror().Table()) {
+      if (name == kNetSum) continue;
       std::printf("%-16s %14" PRIu64 " %12" PRIu64 " %14" PRIu64 " %12" PRIu64 "\n", name.data(),
                   now.rxBytes, now.rxPackets, now.txBytes, now.txPackets);
     }

@@ -87,3 +87,22 @@ bool NetElement::ReadIdl(std::string_view message) {
   }
   return true;
 }
+
+uint64_t NetSumOf(const NetName &name, const NetCounters &counters) {
+  uint64_t hash = 0xCBF29CE484222325u;
+  const auto add = [&](uint64_t number) { hash = (hash ^ number) * 0x100000001B3u; };
+  for (const char c : name) add(static_cast<uint8_t>(c));
+  for (const auto &column : kColumns) {
+    add(counters.*column.counter);
+    add(hash >> 32);
+  }
+  return hash & INT64_MAX;  // what JSON has room for
+}
+
+uint64_t NetSum(const NetTable &table) {
+  uint64_t sum = 0;
+  for (const auto &[name, counters] : table) {
+    if (name != kNetSum) sum ^= NetSumOf(name, counters);
+  }
+  return sum;
+}

@@ -33,4 +33,12 @@ struct NetElement {
   bool ReadIdl(std::string_view message);
 };
 
+// kNetSum is the name of one more tuple, whose first number is NetSum of all others.  By it a
+// mirror knows that it has everything, and has it right.
+inline constexpr NetName kNetSum = {'#', 's', 'u', 'm'};
+uint64_t NetSum(const NetTable &table);
+
+// NetSumOf is a tuple's part of that sum: an exclusive or of the parts.
+uint64_t NetSumOf(const NetName &name, const NetCounters &counters);
+
 #endif  // NET_ELEMENT_H

@@ -54,6 +54,11 @@ bool NetMirror::ApplyIdl(std::string_view document) {
   return true;
 }
 
+bool NetMirror::IsWhole() const {
+  const auto sum = table_.find(kNetSum);
+  return sum != table_.end() && sum->second.rxBytes == NetSum(table_);
+}
+
 // With the first element of another full set, what has not come since is no longer there.
 void NetMirror::Apply(const std::vector<NetElement> &elements) {
   for (const NetElement &element : elements) {

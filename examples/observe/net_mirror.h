@@ -14,6 +14,10 @@ class NetMirror {
   bool ApplyJson(std::string_view document);
   bool ApplyIdl(std::string_view document);
 
+  // IsWhole says whether this was the server's table at the time of its last notification.  Between
+  // the notifications of a set that did not fit into one it is not.
+  bool IsWhole() const;
+
   const NetTable &Table() const { return table_; }
   uint32_t NumFullSets() const { return numFullSets_; }
 

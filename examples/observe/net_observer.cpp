@@ -15,6 +15,8 @@ constexpr uint32_t kKeepAliveSeconds = 1;
 // A question is repeated for up to 21 s.  Before that, another one would only queue behind it.
 constexpr uint32_t kLeastAskSeconds = 21;
 
+constexpr size_t kMaxIdlSize = 65'471;  // of a notification
+
 constexpr uint32_t kTickMs = 1000;
 
 }  // namespace
@@ -34,14 +36,21 @@ bool NetObserver::Start() {
 uint32_t NetObserver::OnNotification(uint64_t userData, uint64_t, uint8_t *payload, uint32_t len,
                                      const CoapRpcCliRspInfo *) {
   NetObserver &self = Of(userData);
-  const std::string_view document(reinterpret_cast<const char *>(payload), len);
-  if (document.empty()) return 0;
-  const bool isGood =
-      self.setup_.isIdl ? self.mirror_.ApplyIdl(document) : self.mirror_.ApplyJson(document);
-  ++(isGood ? self.numDocuments_ : self.numRefused_);
-  if (!isGood) self.isInDoubt_ = self.needsAll_ = true;
+  if (len == 0) return 0;
+  if (!self.Take({reinterpret_cast<const char *>(payload), len})) {
+    self.isInDoubt_ = self.needsAll_ = true;
+  }
   self.OnTable();
   return 0;
+}
+
+// Take says whether the table is all right now, as far as one can tell.  A notification of IDL
+// messages that is full may have left some for the next.
+bool NetObserver::Take(std::string_view document) {
+  const bool isGood = setup_.isIdl ? mirror_.ApplyIdl(document) : mirror_.ApplyJson(document);
+  ++(isGood ? numDocuments_ : numRefused_);
+  const bool isFull = setup_.isIdl && document.size() + 2 + NetElement::kUpdateSize > kMaxIdlSize;
+  return isGood && (isFull || mirror_.IsWhole());
 }
 
 // We are called from inside the I/O here; the question is left to a tick.

@@ -8,7 +8,9 @@
 
 // NetObserver asks the server every now and then, by the check code of what it received last,
 // whether it is up to date: when it is, nothing is sent, else the server sends everything again.
-// That also renews the relation with a server that has lost it, or was started again.
+// That also renews the relation with a server that has lost it, or was started again.  When the sum
+// over the table says that something is missing or wrong, it asks for everything: the check code
+// says what came last, not what did not come.
 //
 // It keeps its relation and its table whatever happens.  A new relation would have the server send
 // to both, and changes go to one of them; a table that is out of date is better than none, and the
@@ -47,6 +49,7 @@ class NetObserver {
                                  const CoapRpcCliRspInfo *info);
   static void OnDisconnect(uint64_t userData, const CoapRpcIpAddr *peer);
   static uint32_t Tick(void *self);
+  bool Take(std::string_view document);
   uint32_t Ask();
 
   const Setup setup_;
@@ -55,7 +58,7 @@ class NetObserver {
   uint32_t numDocuments_ = 0, numRefused_ = 0;
   uint32_t sinceAsked_ = 0;  // in seconds
   bool isInDoubt_ = false;   // not to wait for the whole period
-  bool needsAll_ = false;    // the check code is that of a document that was refused
+  bool needsAll_ = false;    // whatever the check code is
 };
 
 #endif  // NET_OBSERVER_H

@@ -61,18 +61,30 @@ void NetPublisher::Publish(const NetTable &now) {
     if (old == table_.end() || !(old->second == counters)) Set(name, counters);
   }
   for (const auto &[name, counters] : NetTable(table_)) {
-    if (now.count(name) == 0) Erase(name);
+    if (name != kNetSum && now.count(name) == 0) Erase(name);
   }
 }
 
 void NetPublisher::Set(const NetName &name, const NetCounters &counters) {
-  table_[name] = counters;
-  if (ctx_) COAP_RpcSerObserveDataUpdate(ctx_, &key_, name.data(), &counters);
+  const auto old = table_.find(name);
+  if (old != table_.end()) sum_ ^= NetSumOf(name, old->second);
+  sum_ ^= NetSumOf(name, counters);
+  Put(name, counters);
+  Put(kNetSum, {sum_, 0, 0, 0});
 }
 
 void NetPublisher::Erase(const NetName &name) {
-  table_.erase(name);
+  const auto old = table_.find(name);
+  if (old == table_.end()) return;
+  sum_ ^= NetSumOf(name, old->second);
+  table_.erase(old);
   if (ctx_) COAP_RpcSerObserveDataDel(ctx_, &key_, name.data());
+  Put(kNetSum, {sum_, 0, 0, 0});
+}
+
+void NetPublisher::Put(const NetName &name, const NetCounters &counters) {
+  table_[name] = counters;
+  if (ctx_) COAP_RpcSerObserveDataUpdate(ctx_, &key_, name.data(), &counters);
 }
 
 // A newcomer gets all that the library knows.

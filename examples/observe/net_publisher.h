@@ -14,6 +14,8 @@
 // element with another number tells a mirror to forget what it had before.  The number is written
 // when an element is built, and an element that is built again, because its notification did not
 // arrive, still has it.
+//
+// The sum over the table is one more tuple (kNetSum).
 class NetPublisher {
  public:
   // `firstSet`: another number than those of an earlier process, or a mirror takes the two for one.
@@ -39,6 +41,7 @@ class NetPublisher {
 
  private:
   virtual void OnObservers(uint32_t) {}
+  void Put(const NetName &name, const NetCounters &counters);
   static NetPublisher &Of(uint64_t userData) { return *reinterpret_cast<NetPublisher *>(userData); }
   static void OnObserverNum(uint64_t userData, uint32_t num);
   static uint32_t BuildUpdate(uint64_t userData, uint8_t *key, uint8_t *val, void *out);
@@ -51,6 +54,7 @@ class NetPublisher {
   const uint8_t payloadFormat_;
   CoapRpcCtx *ctx_ = nullptr;
   NetTable table_;
+  uint64_t sum_ = 0;
   uint32_t set_;
   uint32_t numObservers_ = 0;
 };
