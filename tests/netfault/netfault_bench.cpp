@@ -70,6 +70,20 @@ std::string Format(const char *fmt, ...) {
   return text;
 }
 
+// SumPart is that of the tuple with the sum, which NetSum leaves out.
+uint64_t SumPart(const NetTable &table) {
+  const auto sum = table.find(kNetSum);
+  return sum == table.end() ? 0 : NetSumOf(kNetSum, sum->second);
+}
+
+uint64_t FullSum(const NetTable &table) { return NetSum(table) ^ SumPart(table); }
+
+// PublishedSum is the same for a table that a publisher keeps, without adding up.
+uint64_t PublishedSum(const NetTable &table) {
+  const auto sum = table.find(kNetSum);
+  return sum == table.end() ? 0 : sum->second.rxBytes ^ SumPart(table);
+}
+
 unsigned NoSleep(unsigned) { return 0; }
 
 void CountEnd(uint64_t num, const CoapRpcRequestEnd *end) {
@@ -180,7 +194,7 @@ void Bench::StartMirror(bool isSamePort) {
   mirror_ =
       MakeMirror(scenario_.policy, {node.Ctx(), node.host->Tmr(), PeerAddr(), scenario_.isIdl});
   mirror_->Start();
-  lastEqualSign_ = UINT64_MAX;
+  lastSign_ = UINT32_MAX;
 }
 
 void Bench::Start(Side side, bool isSamePort) {
@@ -392,13 +406,18 @@ void Bench::DoChanges(double num) {
 }
 
 void Bench::Set(const NetName &name, const NetCounters &counters) {
-  ++numChanges_;
   publisher_.Set(name, counters);
+  NoteSum();
 }
 
 void Bench::Erase(const NetName &name) {
-  ++numChanges_;
   publisher_.Erase(name);
+  NoteSum();
+}
+
+void Bench::NoteSum() {
+  if (!sums_.empty() && sums_.back().first == nowMs_) sums_.pop_back();
+  sums_.emplace_back(nowMs_, PublishedSum(publisher_.Table()));
 }
 
 // A tenth of the names has no tuple at the start, so that there are tuples to come.
@@ -419,26 +438,28 @@ void Bench::ChangeOne(double deletionPercent) {
 
 // ---- the verdict
 
-// IsEqual compares only when something may have changed.
-bool Bench::IsEqual() {
-  if (!mirror_) return false;
+uint64_t Bench::MirrorSum() {
+  if (!mirror_) return 0;
   const MirrorNews news = mirror_->News();
-  const uint64_t sign =
-      numChanges_ << 32 | (news.numDocuments + news.numRefused + news.numDisconnects);
-  const bool isCleared = mirror_->Mirror().Table().empty();
-  if (sign == lastEqualSign_ && !isCleared) return wasEqual_;
-  lastEqualSign_ = sign;
-  wasEqual_ = (instead_ ? *instead_ : mirror_->Mirror().Table()) == publisher_.Table();
-  return wasEqual_;
+  const uint32_t sign = news.numDocuments + news.numRefused;
+  if (sign != lastSign_) mirrorSum_ = FullSum(instead_ ? *instead_ : mirror_->Mirror().Table());
+  lastSign_ = sign;
+  return mirrorSum_;
 }
 
-// NoteEqual keeps the times when the mirror was right.  While the table changes a mirror is behind
-// for a moment again and again; only what takes longer counts as wrong.
+// While the table changes a mirror is behind again and again: it is right when it has what was
+// right a moment ago.
+bool Bench::IsEqual() {
+  while (sums_.size() > 1 && sums_[1].first + kUsualLagMs < nowMs_) sums_.pop_front();
+  const uint64_t sum = MirrorSum();
+  return std::any_of(sums_.begin(), sums_.end(), [&](const auto &at) { return at.second == sum; });
+}
+
 void Bench::NoteEqual() {
   const bool wasRight = std::exchange(isRight_, IsEqual());
   if (wasRight == isRight_) return;
   Say(isRight_ ? "=== right" : "=== wrong");
-  if (isRight_ && nowMs_ - turnedAtMs_ > kUsualLagMs) recoveredAtMs_ = nowMs_;
+  if (isRight_) recoveredAtMs_ = nowMs_;
   turnedAtMs_ = nowMs_;
 }
 

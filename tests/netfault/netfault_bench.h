@@ -7,6 +7,7 @@
 #define NETFAULT_BENCH_H
 
 #include <array>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <random>
@@ -92,7 +93,10 @@ class Bench {
   uint64_t NowMs() const { return nowMs_; }
   State Look() const;
   // Overrides what is compared with the publisher's table.
-  void CompareInstead(const NetTable *table) { instead_ = table; }
+  void CompareInstead(const NetTable *table) {
+    instead_ = table;
+    lastSign_ = UINT32_MAX;
+  }
 
  private:
   void StartProcess(Side side);
@@ -118,9 +122,11 @@ class Bench {
   void DoChanges(double num);
   void Set(const NetName &name, const NetCounters &counters);
   void Erase(const NetName &name);
+  void NoteSum();
   void ChangeOne(double deletionPercent);
   void Ask(decltype(&COAP_RpcCliObserveReq) ask);
 
+  uint64_t MirrorSum();
   bool IsEqual();
   void NoteEqual();
   bool WaitUntilRight(uint64_t patienceMs, uint64_t watchMs);
@@ -140,15 +146,16 @@ class Bench {
   const NetTable *instead_ = nullptr;
   Digest digest_;
   uint64_t nowMs_ = 0;
-  uint64_t numChanges_ = 0;
   uint64_t nextChangeAtMs_ = UINT64_MAX;
   double changesPerSecond_ = 0;
   uint32_t peerHost_ = 1;
-  uint64_t numPlayed_ = 0;  // events
-  uint64_t lastEqualSign_ = UINT64_MAX;
-  bool wasEqual_ = false, isRight_ = false;
-  uint64_t turnedAtMs_ = 0;     // right or wrong since then
-  uint64_t recoveredAtMs_ = 0;  // after more than the usual lag
+  uint64_t numPlayed_ = 0;                          // events
+  std::deque<std::pair<uint64_t, uint64_t>> sums_;  // of the publisher's table, and since when
+  uint32_t lastSign_ = UINT32_MAX;                  // of the mirror when its sum was taken
+  uint64_t mirrorSum_ = 0;
+  bool isRight_ = false;
+  uint64_t turnedAtMs_ = 0;  // right or wrong since then
+  uint64_t recoveredAtMs_ = 0;
   uint64_t disturbedAtMs_ = 0;  // last event
 };
 
