@@ -5,7 +5,8 @@
 //
 // --set adds a line to each scenario (netfault_scenario.h), as "--set 'tuples 5000'".  Each line of
 // the output has name, tuples, format, policy, seed, a short verdict, the digest of all packets,
-// and the long verdict, between tabs.  Short verdicts: "<n> s", or "wrong <missing>/<stale>/<not
+// the long verdict, and for a mirror that is wrong the scenario's reason ("-" without one), between
+// tabs.  Short verdicts: "<n> s", or "wrong <missing>/<stale>/<not
 // deleted> <code> <news>", where the code is "current" when the mirror believes itself up to date,
 // else "old", and the news are "told" or "silent".  --check only says whether it can work here.
 // Status 0: all mirrors became right; 1: one did not; 2: usage; 77: no namespaces here.
@@ -80,12 +81,19 @@ std::string ShortText(const Verdict &verdict) {
   return text;
 }
 
+// ReasonFor is why a mirror that is wrong may be so; "-" when it may not.
+std::string ReasonFor(const Scenario &scenario) {
+  const auto reason = scenario.reasons.find(scenario.policy.kind);
+  return reason != scenario.reasons.end() ? reason->second : "-";
+}
+
 bool Play(const Scenario &scenario, bool isTraced) {
   const Bench::Trace trace = [](const std::string &text) { printf("%s\n", text.c_str()); };
   const Verdict verdict = Bench(scenario, isTraced ? trace : nullptr).Run();
-  printf("%s\t%u\t%s\t%s\t%u\t%s\t%016" PRIx64 "\t%s\n", scenario.name.c_str(), scenario.numTuples,
-         scenario.isIdl ? "IDL" : "JSON", PolicyText(scenario.policy).c_str(), scenario.seed,
-         ShortText(verdict).c_str(), verdict.digest, verdict.Text().c_str());
+  printf("%s\t%u\t%s\t%s\t%u\t%s\t%016" PRIx64 "\t%s\t%s\n", scenario.name.c_str(),
+         scenario.numTuples, scenario.isIdl ? "IDL" : "JSON", PolicyText(scenario.policy).c_str(),
+         scenario.seed, ShortText(verdict).c_str(), verdict.digest, verdict.Text().c_str(),
+         verdict.isRight ? "" : ReasonFor(scenario).c_str());
   fflush(stdout);
   return verdict.isRight;
 }

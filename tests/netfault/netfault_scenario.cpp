@@ -109,18 +109,30 @@ std::string AddEvent(const Words &words, Scenario &scenario) {
   return "";
 }
 
-bool SetPolicy(const Words &words, Policy &policy) {
+bool SetKind(const std::string &word, Policy::Kind &kind) {
   static const std::map<std::string, Policy::Kind> kinds = {{"none", Policy::kNone},
                                                             {"verify", Policy::kVerify},
                                                             {"batch", Policy::kBatch},
                                                             {"example", Policy::kExample}};
-  const auto kind = kinds.find(words[1]);
-  if (kind == kinds.end()) return false;
-  policy.kind = kind->second;
+  const auto found = kinds.find(word);
+  if (found != kinds.end()) kind = found->second;
+  return found != kinds.end();
+}
+
+bool SetPolicy(const Words &words, Policy &policy) {
   policy.seconds = 30;
+  if (!SetKind(words[1], policy.kind)) return false;
   if (words.size() == 2) return true;
   if (!IsNumber(words[2]) || std::stoul(words[2]) == 0) return false;
   policy.seconds = static_cast<uint32_t>(std::stoul(words[2]));
+  return true;
+}
+
+bool AddReason(const Words &words, Scenario &scenario) {
+  Policy::Kind kind = Policy::kNone;
+  if (words.size() < 3 || !SetKind(words[1], kind)) return false;
+  std::string &reason = scenario.reasons[kind];
+  for (size_t i = 2; i < words.size(); ++i) reason += (i > 2 ? " " : "") + words[i];
   return true;
 }
 
@@ -158,6 +170,7 @@ const std::map<std::string, Setter> &Setters() {
        [](const Words &w, Scenario &s) { return Choose(w[1], "start", "settled", s.isBaseStart); }},
       {"tail", [](const Words &w, Scenario &s) { return SetNumber(w[1], 1000, s.tailMs); }},
       {"limit", [](const Words &w, Scenario &s) { return SetNumber(w[1], 1000, s.limitMs); }},
+      {"reason", AddReason},
       {"watch", [](const Words &w, Scenario &s) { return SetNumber(w[1], 1000, s.watchMs); }},
   };
   return setters;

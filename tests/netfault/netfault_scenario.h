@@ -16,6 +16,7 @@
  *   tail 30                          seconds for which changes go on after the last event
  *   limit 300                        seconds of patience after the last change
  *   watch 60                         seconds for which a mirror that is right has to stay so
+ *   reason <policy> <words>          why a mirror of this policy may stay wrong; none: it may not
  *
  * The timeline: "at <seconds> <who> <what> [<arguments>]", where <who> <what> is one of
  *
@@ -43,6 +44,7 @@
 #define NETFAULT_SCENARIO_H
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -74,7 +76,8 @@ struct Scenario {
   uint64_t tailMs = 30'000;
   uint64_t limitMs = 300'000;
   uint64_t watchMs = 60'000;
-  std::vector<Event> events;  // in order of time
+  std::map<Policy::Kind, std::string> reasons;  // why it may stay wrong
+  std::vector<Event> events;                    // in order of time
 
   // Apply takes one line.  Returns "" or what is wrong with it.
   std::string Apply(const std::string &line);
