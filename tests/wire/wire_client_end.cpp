@@ -352,6 +352,17 @@ TEST_F(ClientEnd, RegistrationThatANotificationDoesNotEnd_IsToldWhenItIsLost) {
   ExpectNothingMore();
 }
 
+// Notifications of a relation go on while none of its renewals arrives: they answer nothing.
+TEST_F(ClientEnd, RenewalThatIsLostWhileNotificationsCome_IsTold) {
+  Say(AnswerOf(Watch(6), Code(2, 1)).AddUint(kOptObserve, 1));
+  const CoapMessage request = Watch(6);
+  Say(Separate(CoapType::kCon, 900, request.token, "w").AddUint(kOptObserve, 3).PayloadText("x"));
+  EXPECT_EQ(app_.responses.size(), 1U);
+  Wait(kGivenUpMs);
+  EXPECT_EQ(Told(), Reasons{COAP_RPC_END_TIMEOUT});
+  ExpectNothingMore();
+}
+
 TEST_F(ClientEnd, RegistrationThatWasRefused_IsTold) {
   Say(AnswerOf(Watch(), Code(4, 4)));
   const CoapMessage second = Watch();

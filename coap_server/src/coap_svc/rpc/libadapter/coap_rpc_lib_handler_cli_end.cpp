@@ -37,6 +37,13 @@ void DropCancelled(CoapRpcCtx *ctx, const Sign &answered) {
   }
 }
 
+// AnswersQueued says whether a response would only answer, by its token, a sending that libcoap has
+// not heard of: a notification of the relation that comes while its renewal may still be lost.
+bool AnswersQueued(const CoapRpcCtx *ctx, const Sign &sign) {
+  const OpenReq *open = FindOpen(ctx->cli, sign);
+  return open && open->mid != sign.mid && CoapRpcLibIsQueued(sign.session, open->mid) != 0;
+}
+
 uint32_t EndOf(coap_nack_reason_t reason, const OpenReq &open) {
   switch (reason) {
     case COAP_NACK_TOO_MANY_RETRIES:
@@ -58,6 +65,7 @@ PoolPtr<OpenReq> TakeAnswered(CoapRpcCtx *ctx, const coap_session_t *session,
   char path[COAP_RPC_URI_SIZE];
   Sign sign = SignOf(session, received, AnsweredMid(sent, received));
   if (NamesNoRequest(received)) sign.path = CoapRpcLibPathOf(received, path);
+  if (AnswersQueued(ctx, sign)) return PoolPtr<OpenReq>(nullptr, PoolDeleter{});
   PoolPtr<OpenReq> open = TakeOpen(ctx->cli, sign);
   if (open && coap_pdu_get_type(received) != COAP_MESSAGE_ACK) DropCancelled(ctx, sign);
   return open;
