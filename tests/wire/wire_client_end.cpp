@@ -352,6 +352,17 @@ TEST_F(ClientEnd, RegistrationThatANotificationDoesNotEnd_IsToldWhenItIsLost) {
   ExpectNothingMore();
 }
 
+// It has reached the peer, though its response was overtaken by what it told later.
+TEST_F(ClientEnd, RegistrationWithAnOvertakenAnswer_IsNotTold) {
+  Say(AnswerOf(Watch(), Code(2, 1)).AddUint(kOptObserve, 1));
+  const CoapMessage request = Watch();
+  Say(Separate(CoapType::kCon, 900, request.token, "w").AddUint(kOptObserve, 7).PayloadText("x"));
+  Say(AnswerOf(request).AddUint(kOptObserve, 6).PayloadText("set"));
+  EXPECT_EQ(app_.responses.size(), 1U);
+  ExpectNothingMore();
+  EXPECT_EQ(Told(), Reasons{});
+}
+
 // Notifications of a relation go on while none of its renewals arrives: they answer nothing.
 TEST_F(ClientEnd, RenewalThatIsLostWhileNotificationsCome_IsTold) {
   Say(AnswerOf(Watch(6), Code(2, 1)).AddUint(kOptObserve, 1));

@@ -251,7 +251,7 @@ TEST_F(ClientNotifications, SeparateAnswerOfARestartedPeer_IsHeard) {
   Answer(1);
   Notify(5000, "old");
   const CoapMessage renewal = Renew();
-  Notify(4999, "copy");
+  Notify(5000, "copy");
   EXPECT_EQ(Taken(), "old ");
   peer_.Send(AckOf(renewal));
   Ticks(2);
@@ -259,6 +259,21 @@ TEST_F(ClientNotifications, SeparateAnswerOfARestartedPeer_IsHeard) {
   Notify(2, "two");
   Notify(3, "three");
   EXPECT_EQ(Taken(), "old two three ");
+}
+
+// A separate response is numbered on, like any notification: nothing is waited for after it.
+TEST_F(ClientNotifications, CopyAfterASeparateAnswer_IsDropped) {
+  Answer(1);
+  Notify(2, "two");
+  Notify(3, "three");
+  const CoapMessage renewal = Renew();
+  peer_.Send(AckOf(renewal));
+  Ticks(2);
+  Notify(4, "set");
+  Notify(2, "two");
+  Notify(5, "five");
+  EXPECT_EQ(Taken(), "two three set five ");
+  EXPECT_EQ(NumOld(), 1U);
 }
 
 // The renewal's datagram is lost: a notification that comes meanwhile does not answer it.
@@ -480,6 +495,26 @@ TEST_F(ClientNotifiedInBlocks, EmptyNotificationInABody_LetsItArrive) {
 
 // --- Renewals that wait ---
 
+// The answer of a restarted peer is lost, and the notification behind it comes first.
+TEST_F(ClientNotifications, NotificationOfARestartedPeerBeforeItsAnswer_CountsWhenItIsRepeated) {
+  Answer(1);
+  Notify(4999, "older");
+  Notify(5000, "old");
+  const CoapMessage renewal = Renew();
+  Notify(4999, "copy");
+  const CoapMessage early = Notification(3, "set");
+  for (int i = 0; i < 2; ++i) {
+    peer_.Send(early);
+    Ticks(2);
+    EXPECT_FALSE(peer_.ReceiveNow());
+  }
+  Answer(renewal, 2);
+  peer_.Send(early);
+  EXPECT_EQ(ReplyTo(mid_).type, CoapType::kAck);
+  EXPECT_EQ(Taken(), "older old set ");
+  EXPECT_EQ(NumOld(), 1U);
+}
+
 class ClientRenewal : public ClientNotifiedInBlocks {
  protected:
   uint32_t Verify() {
@@ -504,6 +539,84 @@ TEST_F(ClientRenewal, Verify_WaitsForThePayloadAndHasItsCheckCode) {
   EXPECT_EQ(Taken(), "two " + BodyOf('x') + ' ');
   Answer(renewal, 3);
   EXPECT_TRUE(IsSilent()) << "calls do not queue up";
+}
+
+// ---- what was dropped and is no copy
+
+class ClientMissing : public ClientRenewal {
+ protected:
+  void SetUp() override {
+    ClientRenewal::SetUp();
+    peer_.Send(Notification(10, "ten").Add(kOptEtag, {7}));
+    EXPECT_EQ(Next().type, CoapType::kAck);
+  }
+  // Asked renews the relation, and gives the check code that it asks with.
+  std::string Asked(bool isAnswered = true) {
+    EXPECT_EQ(Verify(), 0U);
+    const CoapMessage renewal = NextOf(CoapType::kCon);
+    if (isAnswered) Answer(renewal, 11);
+    if (!isAnswered) peer_.Send(RstOf(renewal));
+    Ticks(2);
+    const std::vector<Bytes> query = renewal.Values(kOptUriQuery);
+    return query.size() == 1 ? std::string(query[0].begin(), query[0].end()) : "";
+  }
+
+  const std::string known_ = "_ual-checkcode=7";
+  const std::string all_ = "_ual-checkcode=0";
+};
+
+TEST_F(ClientMissing, OvertakenNotification_EverythingIsAskedForOnce) {
+  EXPECT_EQ(Asked(), known_);
+  Notify(9, "nine");
+  EXPECT_EQ(Taken(), "ten ");
+  EXPECT_EQ(Asked(false), all_);
+  EXPECT_EQ(Asked(), all_);
+  EXPECT_EQ(Asked(), known_);
+}
+
+TEST_F(ClientMissing, CopiesAndEmptyOnes_AreNotMissing) {
+  Notify(10, "ten");
+  peer_.Send(Separate(CoapType::kCon, ++mid_, registration_.token, "a", Code(2, 1))
+                 .AddUint(kOptObserve, 9));
+  EXPECT_EQ(Next().type, CoapType::kAck);
+  EXPECT_EQ(NumOld(), 2U);
+  EXPECT_EQ(Asked(), known_);
+}
+
+TEST_F(ClientMissing, OvertakenAnswer_EverythingIsAskedFor) {
+  EXPECT_EQ(Verify(), 0U);
+  const CoapMessage renewal = NextOf(CoapType::kCon);
+  Notify(12, "twelve");
+  Answer(renewal, 11, "set");
+  EXPECT_EQ(Asked(), all_);
+}
+
+TEST_F(ClientMissing, OvertakenBody_EverythingIsAskedFor) {
+  const CoapMessage second = Begin(11, BodyOf('x'), {8});
+  peer_.Send(Notification(12, "twelve").Add(kOptEtag, {9}));
+  EXPECT_EQ(Next().type, CoapType::kAck);
+  Finish(second, BodyOf('x'), {8});
+  EXPECT_EQ(Taken(), "ten twelve ");
+  EXPECT_EQ(Asked(), all_);
+  EXPECT_EQ(Asked(), "_ual-checkcode=9");
+}
+
+// A registration without check code asks for nothing, so its answer leaves things as they are.
+TEST_F(ClientMissing, PlainRenewal_DoesNotHelp) {
+  Notify(9, "nine");
+  EXPECT_EQ(Asked(false), all_);
+  Answer(Renew(), 11);
+  EXPECT_EQ(Asked(), all_);
+}
+
+// An unanswered question for everything that nothing was missing for changes no later one.
+TEST_F(ClientMissing, LostBatch_TheNextOneVerifies) {
+  const CoapRpcCliReqParam param = ParamOf(1);
+  const CoapRpcCliAddr addr = PeerAddr();
+  EXPECT_EQ(COAP_RpcCliObserveReqBatch(Ctx(), &key_, &param, &addr), 0U);
+  peer_.Send(RstOf(NextOf(CoapType::kCon)));
+  Ticks(2);
+  EXPECT_EQ(Asked(), known_);
 }
 
 TEST_F(ClientRenewal, GivenUpPayload_IsNotWaitedFor) {

@@ -41,7 +41,9 @@ COAP_RPC_API uint32_t COAP_RpcGetTokenlessRspNum(const CoapRpcCtx *ctx);
 /* COAP_RpcGetOldNotificationNum counts the notifications that the instance's relations have dropped
  * since it started, because newer ones had come before them: copies that the network delivers late
  * or twice, and those that were overtaken.  The order is that of RFC 7641 section 3.4.  A dropped
- * one is acknowledged and reaches neither onResponse nor the check code.  0 for a null instance. */
+ * one is acknowledged and reaches neither onResponse nor the check code.  After one that is no copy
+ * COAP_RpcCliObserveReqVerify asks for everything, like COAP_RpcCliObserveReqBatch, until a renewal
+ * is answered that asked.  0 for a null instance. */
 COAP_RPC_API uint64_t COAP_RpcGetOldNotificationNum(const CoapRpcCtx *ctx);
 
 /* COAP_RPC_MAX_OPEN_ASYNC_OF_PEER, COAP_RPC_MAX_OPEN_ASYNC: how many asynchronous requests of one

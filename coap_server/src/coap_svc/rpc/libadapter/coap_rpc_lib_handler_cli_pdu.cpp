@@ -24,6 +24,13 @@ size_t AddUint(coap_pdu_t *pdu, coap_option_num_t number, uint32_t value, uint8_
   return coap_add_option(pdu, number, coap_encode_var_safe(scratch, kScratchSize, value), scratch);
 }
 
+// NoteAsking returns whether the relation lacks something, which a check code asks for.
+bool NoteAsking(CoapRpcCliRelation *relation, bool asks) {
+  if (relation->missing == COAP_RPC_MISSING_NOTHING) return false;
+  relation->missing = asks ? COAP_RPC_MISSING_ASKED : COAP_RPC_MISSING_SOME;
+  return true;
+}
+
 // DrawToken gives a relation its token, which is kept for resends and the cancel.
 void DrawToken(coap_session_t *session, CoapRpcCliReqData *req) {
   size_t len = 0;
@@ -108,8 +115,11 @@ uint32_t COAP_RpcCliAddPduOption(CoapRpcCtx *ctx, CoapRpcCliUriVtbl *uriVtbl, co
 void COAP_RpcCliAddCheckCode(coap_pdu_t *pdu, const CoapRpcCliUriVtbl *uriVtbl,
                              CoapRpcCliReqData *req) {
   const uint32_t mode = req->mode;
-  if (mode != COAP_RPC_MODE_VERIFY && mode != COAP_RPC_MODE_BATCH) return;
-  const uint64_t checkCode = mode == COAP_RPC_MODE_VERIFY ? uriVtbl->checkCode : 0;
+  const bool asks = mode == COAP_RPC_MODE_VERIFY || mode == COAP_RPC_MODE_BATCH;
+  const bool isMissing = NoteAsking(&req->relation, asks);
+  if (!asks) return;
+  const bool isVerify = mode == COAP_RPC_MODE_VERIFY && !isMissing;
+  const uint64_t checkCode = isVerify ? uriVtbl->checkCode : 0;
   req->mode = COAP_RPC_MODE_PLAIN;
   char query[kCheckCodeTextSize] = "";
   const int len = snprintf_truncated_s(query, sizeof query, "_ual-checkcode=%lu",

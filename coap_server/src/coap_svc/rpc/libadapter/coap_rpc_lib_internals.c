@@ -434,7 +434,8 @@ int CoapRpcLibIsIdle(const coap_session_t *session) {
 }
 
 _Static_assert((int)kCoapRpcLibOld == COAP_ORDER_OLD && (int)kCoapRpcLibFresh == COAP_ORDER_FRESH &&
-                   (int)kCoapRpcLibBeside == COAP_ORDER_BESIDE,
+                   (int)kCoapRpcLibBeside == COAP_ORDER_BESIDE &&
+                   (int)kCoapRpcLibEarly == COAP_ORDER_EARLY,
                "the same in libcoap");
 
 void CoapRpcLibSetOrder(coap_context_t *coapCtx, CoapRpcLibOrder order) {

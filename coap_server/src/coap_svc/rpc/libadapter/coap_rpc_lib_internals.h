@@ -125,9 +125,10 @@ void CoapRpcLibDropDelayed(coap_session_t *session);
 /* CoapRpcLibIsIdle says whether a client session has nothing under way and nobody but its owner. */
 int CoapRpcLibIsIdle(const coap_session_t *session);
 
-/* What libcoap does with a response: acknowledge it and no more; what it always does; or that, but
- * a request with its token that has no acknowledgement yet goes on being sent. */
-enum { kCoapRpcLibOld, kCoapRpcLibFresh, kCoapRpcLibBeside };
+/* What libcoap does with a response: acknowledge it and no more; what it always does; that, but a
+ * request with its token that has no acknowledgement yet goes on being sent; or nothing, so that it
+ * comes again. */
+enum { kCoapRpcLibOld, kCoapRpcLibFresh, kCoapRpcLibBeside, kCoapRpcLibEarly };
 typedef int (*CoapRpcLibOrder)(coap_session_t *session, const coap_pdu_t *sent,
                                const coap_pdu_t *received);
 

@@ -14,7 +14,9 @@
  *     freshest: notifications have overtaken it, and it is old.
  *   - Older than both: the peer has restarted and counts again.  The order starts with its number,
  *     or the relation would be deaf for up to 128 s.  For that long, numbers near to those of the
- *     peer's former life are those of copies.
+ *     peer's former life are those of copies.  A CON notification of a restarted peer may come
+ *     before its answer; while that is possible, an unknown one that is not newer is not even
+ *     acknowledged, and counts when it is repeated.
  *   - An answer that tells nothing (no payload, no ETag, not 2.04) makes no notification old: what
  *     was on its way before it still counts.  It moves the order only when the peer has restarted.
  * A server that is asked for notifications and for a registration at once gives both one number, so
@@ -22,6 +24,11 @@
  *
  * Payloads in blocks.  A first block that passes begins a payload, which replaces one that is
  * coming in.  A newer payload in one message overtakes it: it is dropped when it is whole.
+ *
+ * Missing.  Notifications are changes, not states: when one is dropped that is no copy of one that
+ * came before, what it said is missing, although the check code of the newer one is up to date.
+ * The next verification asks for everything, and so does each one after it until a registration
+ * that asked is answered.
  *
  * Renewals.  libcoap drops what it has of a payload when its request is sent again, and the server
  * ends the transfer.  A renewal that is due meanwhile stays on the resend list until that payload
@@ -38,6 +45,7 @@
 #include "coap_svc/rpc/client/coap_rpc_cli_session.h"
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_list.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli_end.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_msg.h"
 
@@ -54,6 +62,9 @@ constexpr coap_tick_t kOrderTicks =
 
 // Numbers of a restarted peer grow in steps; longer ones may be those of copies.
 constexpr uint32_t kLongestStep = 8;
+
+constexpr uint32_t kNumSeen = 64;  // bits of Relation::seen
+constexpr uint32_t kClassSuccess = 2;
 
 coap_tick_t Now() {
   coap_tick_t now = 0;
@@ -171,8 +182,21 @@ void NotePayload(Relation *rel, const coap_pdu_t *pdu) {
   }
 }
 
+// NoteSeen is called with the number that is going to be the freshest.
+void NoteSeen(Relation *rel, uint32_t number) {
+  const uint32_t step = StepsFrom(rel->number, number);
+  rel->seen = (step < kNumSeen ? rel->seen << step : 0) | 1;
+}
+
+// IsKnown says whether a number that is not newer has come before, so that this is a copy.
+bool IsKnown(const Relation &rel, uint32_t number) {
+  const uint32_t back = StepsFrom(number, rel.number);
+  return back < kNumSeen && (rel.seen >> back & 1) != 0;
+}
+
 void Take(Relation *rel, const Notification &msg) {
   const bool isKnown = rel->freshest == COAP_RPC_FRESHEST_NOTIFICATION && rel->number == msg.number;
+  NoteSeen(rel, msg.number);
   rel->freshest = msg.isAck && !isKnown ? COAP_RPC_FRESHEST_ANSWER : COAP_RPC_FRESHEST_NOTIFICATION;
   rel->number = msg.number;
   rel->freshAt = msg.at;
@@ -181,6 +205,7 @@ void Take(Relation *rel, const Notification &msg) {
 void StartAgain(Relation *rel, const Notification &msg) {
   rel->formerNumber = rel->number;
   rel->formerUntil = rel->freshAt + kOrderTicks;
+  rel->seen = 0;
   Take(rel, msg);
 }
 
@@ -189,13 +214,33 @@ int Drop(CoapRpcCliData *cli) {
   return kCoapRpcLibOld;
 }
 
+// DropOvertaken drops what nobody has had; what it said is missing.
+int DropOvertaken(CoapRpcCliData *cli, Relation *rel) {
+  rel->missing = COAP_RPC_MISSING_SOME;
+  return Drop(cli);
+}
+
+int DropOld(CoapRpcCliData *cli, Relation *rel, const Notification &msg) {
+  const bool isMissing =
+      !TellsNothing(msg.pdu) && !IsKnown(*rel, msg.number) && !IsOfFormerLife(*rel, msg);
+  return isMissing ? DropOvertaken(cli, rel) : Drop(cli);
+}
+
+void NoteAnswered(Relation *rel, const coap_pdu_t *answer) {
+  rel->isAwaited = 0;
+  const bool isAccepted = COAP_RESPONSE_CLASS(coap_pdu_get_code(answer)) == kClassSuccess;
+  if (isAccepted && rel->missing == COAP_RPC_MISSING_ASKED) rel->missing = COAP_RPC_MISSING_NOTHING;
+}
+
 int OrderAnswer(CoapRpcCliData *cli, Relation *rel, const Notification &msg) {
   const bool isFirst = rel->freshest == COAP_RPC_FRESHEST_NONE;
   const bool isOlder =
       !isFirst && IsAfter(msg.number, rel->number) && msg.at <= rel->freshAt + kOrderTicks;
   const bool isSilent = TellsNothing(msg.pdu);
-  rel->isAwaited = 0;
-  if (isOlder && IsSince(*rel, msg)) return isSilent ? int{kCoapRpcLibFresh} : Drop(cli);
+  NoteAnswered(rel, msg.pdu);
+  if (isOlder && IsSince(*rel, msg)) {
+    return isSilent ? int{kCoapRpcLibFresh} : DropOvertaken(cli, rel);
+  }
   if (isOlder) {
     StartAgain(rel, msg);
   } else if (isFirst || !isSilent) {
@@ -206,7 +251,7 @@ int OrderAnswer(CoapRpcCliData *cli, Relation *rel, const Notification &msg) {
 }
 
 int OrderNotification(CoapRpcCliData *cli, Relation *rel, const Notification &msg) {
-  if (!IsNewer(*rel, msg)) return Drop(cli);
+  if (!IsNewer(*rel, msg)) return DropOld(cli, rel, msg);
   const bool isFirst = rel->freshest == COAP_RPC_FRESHEST_NONE;
   if (TellsNothing(msg.pdu) && !isFirst) return kCoapRpcLibBeside;
   Take(rel, msg);
@@ -216,20 +261,43 @@ int OrderNotification(CoapRpcCliData *cli, Relation *rel, const Notification &ms
 
 // PassUnnumbered passes a response of a peer that does not observe, or not any more.
 int PassUnnumbered(Relation *rel, const coap_pdu_t *pdu) {
-  rel->isAwaited = 0;
+  NoteAnswered(rel, pdu);
   if (IsFirstBlock(pdu)) NotePayload(rel, pdu);
   return kCoapRpcLibFresh;
 }
 
-// IsLateAnswer says whether a message that is not newer is the separate response to a registration.
-bool IsLateAnswer(const Relation &rel, const Notification &msg, coap_session_t *session) {
-  return rel.isAwaited != 0 && !msg.isAck && !IsNewer(rel, msg) &&
-         CoapRpcLibIsUnacknowledged(session, msg.pdu) == 0;
+// OrderSeparate orders a message that may be the separate response to a registration: one that is
+// not newer is, and after one that is nothing is waited for.
+int OrderSeparate(CoapRpcCliData *cli, Relation *rel, const Notification &msg) {
+  if (!IsNewer(*rel, msg)) return OrderAnswer(cli, rel, msg);
+  NoteAnswered(rel, msg.pdu);
+  return OrderNotification(cli, rel, msg);
+}
+
+// IsTooEarly says whether a message may be that of a restarted peer whose answer to the
+// registration was lost, so that the order cannot be known before that is answered.
+bool IsTooEarly(const Relation &rel, const Notification &msg) {
+  return coap_pdu_get_type(msg.pdu) == COAP_MESSAGE_CON && !TellsNothing(msg.pdu) &&
+         !IsNewer(rel, msg) && !IsSince(rel, msg) && !IsKnown(rel, msg.number) &&
+         !IsOfFormerLife(rel, msg);
+}
+
+int OrderWhileAwaited(CoapRpcCliData *cli, Relation *rel, const Notification &msg,
+                      const coap_session_t *session) {
+  if (CoapRpcLibIsUnacknowledged(session, msg.pdu) == 0) return OrderSeparate(cli, rel, msg);
+  return IsTooEarly(*rel, msg) ? int{kCoapRpcLibEarly} : OrderNotification(cli, rel, msg);
 }
 
 CoapRpcCliData *ClientOf(const coap_session_t *session) {
   const auto *ctx = static_cast<const CoapRpcCtx *>(coap_session_get_app_data(session));
   return ctx ? ctx->cli : nullptr;
+}
+
+int Order(CoapRpcCliData *cli, Relation *rel, const Notification &msg, coap_session_t *session,
+          const coap_pdu_t *sent) {
+  if (sent) return OrderAnswer(cli, rel, msg);
+  if (rel->isAwaited != 0 && !msg.isAck) return OrderWhileAwaited(cli, rel, msg, session);
+  return OrderNotification(cli, rel, msg);
 }
 
 }  // namespace
@@ -241,16 +309,20 @@ int CoapRpcRelationOrder(coap_session_t *session, const coap_pdu_t *sent,
   if (!rel) return kCoapRpcLibFresh;
   Notification msg;
   if (!ReadNotification(received, &msg)) return PassUnnumbered(rel, received);
-  if (sent || IsLateAnswer(*rel, msg, session)) return OrderAnswer(cli, rel, msg);
-  return OrderNotification(cli, rel, msg);
+  const bool wasAwaited = rel->isAwaited != 0;
+  const int order = Order(cli, rel, msg, session, sent);
+  // The response handler does not hear of it, but the registration has its answer.
+  const bool isDroppedAnswer = wasAwaited && rel->isAwaited == 0 && order == kCoapRpcLibOld;
+  if (isDroppedAnswer) TakeAnswered(cli->owner, session, sent, received);
+  return order;
 }
 
 uint32_t CoapRpcRelationIsOvertaken(coap_session_t *session, const coap_pdu_t *received) {
   CoapRpcCliData *cli = ClientOf(session);
   if (!cli || CoapRpcLibIsBody(received) == 0) return 0;
-  const Relation *rel = RelationOf(cli, session, received);
+  Relation *rel = RelationOf(cli, session, received);
   if (!rel || rel->isBodyOld == 0) return 0;
-  Drop(cli);
+  DropOvertaken(cli, rel);
   return 1;
 }
 
