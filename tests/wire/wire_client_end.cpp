@@ -585,6 +585,21 @@ TEST_F(ClientEnd, CallbackEndsTheRelation) {
   ExpectNothingMore();
 }
 
+// Both have ended when the first one is told.
+TEST_F(ClientEnd, CallbackEndsARelationThatIsNotToldYet) {
+  const CoapRpcUriKey other = KeyOf("v", COAP_RPC_CON, 1);
+  Register(other, &app_);
+  Keep();
+  EXPECT_EQ(Observe(watchKey_, 6), 0U);
+  EXPECT_EQ(Observe(other, 7), 0U);
+  for (int i = 0; i < 2; ++i) peer_.Send(AckOf(Next()));
+  onEnd_ = [this, other] { EXPECT_EQ(UnObserve(other, 7), 0U); };
+  Wait(kLifetimeMs + 5000);
+  EXPECT_EQ(ToldUserData(), std::vector<uint64_t>{6});
+  onEnd_ = nullptr;
+  ExpectNothingMore();
+}
+
 // Ends of the callback's own making are told by a later tick, so nothing goes round for ever.
 TEST_F(ClientEnd, CallbackThatClosesSessions_IsCalledOnceInATick) {
   int numLeft = 5;

@@ -179,7 +179,9 @@ void TellEnd(CoapRpcCtx *ctx, PoolPtr<OpenReq> req, uint32_t reason, uint32_t rs
 
 void ForgetOpen(CoapRpcCliData *cli, const CoapRpcCliReqData &req) {
   if (!cli->ends) return;
-  FreeIf(cli, cli->ends->openList, [&](const OpenReq &open) { return IsSendingOf(open, req); });
+  const auto isOfReq = [&](const OpenReq &open) { return IsSendingOf(open, req); };
+  FreeIf(cli, cli->ends->openList, isOfReq);
+  FreeIf(cli, cli->ends->endedList, isOfReq);
 }
 
 void FreeEnds(CoapRpcCliData *cli) {
