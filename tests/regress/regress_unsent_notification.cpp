@@ -20,7 +20,18 @@ class UnsentNotification : public FlightServer {
     for (uint64_t at = 0; at < ms; at += kTickMs) Tick();
     return sends.NumRefused();
   }
+
+  // KeyText makes a key of a number.
+  static std::string KeyText(uint32_t number) {
+    std::string text;
+    for (int i = 0; i < 4; ++i, number /= 26)
+      text.insert(text.begin(), "abcdefghijklmnopqrstuvwxyz"[number % 26]);
+    return text;
+  }
 };
+
+// A payload of JSON takes any number of changes.
+class UnsentTable : public UnsentNotification {};
 
 TEST_P(UnsentNotification, ItsChangesComeWhenSendsWorkAgain) {
   StartRelation();
@@ -124,6 +135,25 @@ TEST_P(UnsentNotification, OfTheFirstObserver_TheSecondGetsIt) {
   EXPECT_EQ(Pending(), Texts{"1k001"});
 }
 
+// Tuples come and go while nothing can be sent: their deletions do not pile up without end.
+TEST_P(UnsentTable, OfVeryManyTuples_TheOldestGiveWay) {
+  StartRelation();
+  constexpr uint32_t kMax = 65'536;
+  const auto fail = [&](uint32_t from, uint32_t to) {
+    for (uint32_t i = from; i < to; ++i) Delete(KeyText(i));
+    FailFor(1100);
+  };
+  fail(0, 40'000);
+  EXPECT_EQ(Pending().size(), 40'000u);
+  const uint64_t code = entry_->etag;
+  fail(40'000, kMax + 500);
+  const Texts pending = Pending();
+  ASSERT_EQ(pending.size(), kMax);
+  EXPECT_EQ(pending.front(), "2" + KeyText(500));
+  EXPECT_EQ(pending.back(), "2" + KeyText(kMax + 499));
+  EXPECT_NE(entry_->etag, code);
+}
+
 // With memory failing at any call, a change is pending, in flight or delivered.
 TEST_P(UnsentNotification, WithoutMemory_NothingIsLost) {
   StartRelation();
@@ -145,6 +175,10 @@ TEST_P(UnsentNotification, WithoutMemory_NothingIsLost) {
   }
 }
 
+INSTANTIATE_TEST_SUITE_P(Relations, UnsentTable,
+                         testing::Combine(testing::Values(COAP_RPC_JSON),
+                                          testing::Values(COAP_RPC_CON, COAP_RPC_NON)),
+                         RelationName);
 INSTANTIATE_TEST_SUITE_P(Relations, UnsentNotification, AllRelations(), RelationName);
 
 }  // namespace

@@ -490,6 +490,39 @@ TEST_P(FlightInBlocks, AcknowledgedAndNotFetched_IsGivenUpAsBefore) {
   EXPECT_EQ(app_.numBuilt, 6u);
 }
 
+// A peer for which the payload is too large acknowledges it and does not fetch it.
+TEST_P(FlightInBlocks, GivenUpForEver_GivesWayInTheEnd) {
+  StartLarge();
+  uint64_t code = 0;
+  for (int i = 0; i < 10; ++i) {
+    EXPECT_EQ(NextNotification(peer_).code, Code(2, 5)) << i;
+    EXPECT_EQ(NumInFlight(), 3u);
+    code = entry_->etag;
+    host_.AdvanceMs(19'500);
+  }
+  EXPECT_EQ(NumInFlight(), 0u);
+  EXPECT_TRUE(Pending().empty());
+  EXPECT_NE(entry_->etag, code);
+  app_.padding = 0;
+  Update("k004", "v004");
+  EXPECT_EQ(NextChanges(peer_), Texts{"u:k004=v004"});
+}
+
+TEST_P(FlightInBlocks, GivenUpNowAndThen_ComesInTheEnd) {
+  StartLarge();
+  for (int i = 0; i < 3; ++i) {
+    for (int j = 0; j < 8; ++j) {
+      NextNotification(peer_);
+      host_.AdvanceMs(19'500);
+    }
+    EXPECT_EQ(NextLarge(peer_), all_);
+    host_.AdvanceMs(11'000);
+    Update("k001", "v001");
+    Update("k002", "v002");
+    Delete("k003");
+  }
+}
+
 TEST_P(ConFlightInBlocks, FirstBlockNeverAcknowledged_ItsChangesArePendingAgain) {
   StartLarge();
   Unanswered(peer_);

@@ -50,6 +50,11 @@ inline constexpr uint32_t kMaxOpenRequests = COAP_RPC_MAX_FOLLOWED_REQUESTS;
 // Observe.
 inline constexpr uint32_t kUpdatePeriodMs = 1000;
 
+// Changes that go back to the pending ones: how many of a URI may be pending then, and how many
+// payloads in blocks may be given up in a row before their changes go nowhere.
+inline constexpr uint32_t kMaxPutBackChgs = 65536;
+inline constexpr uint32_t kMaxGivenUp = 10;
+
 // Observe payloads that travel in blocks.  They silence their URI until they are released: one that
 // is sent a little later, so that a request for its last block can be repeated before a newer
 // payload takes its place; one that the peer no longer fetches when it is given up.

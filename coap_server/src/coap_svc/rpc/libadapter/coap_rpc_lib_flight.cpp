@@ -21,6 +21,7 @@ void Free(Flight *flight) {
 }
 
 void EndDelivered(Flight *flight) {
+  NoteDelivered(flight->chgs);
   FreeChgs(flight->chgs);
   Free(flight);
 }

@@ -73,7 +73,11 @@ void NoteSent(BlockRecord *block) {
 // repeated the peer may not know of it.
 void ExpireIdle(BlockRecord *block) {
   if (block->flight && IsFirstBlockQueued(*block->flight)) coap_ticks(&block->queuedAt);
-  CoapRpcLibExpireBlocks(block->session, block, block->queuedAt, kIdleBlocksKeepMs);
+  const bool isIdle =
+      CoapRpcLibIsIdleFor(block->session, block, block->queuedAt, kIdleBlocksKeepMs) != 0;
+  if (!isIdle) return;
+  if (block->flight) NoteGivenUp(block->flight->chgs, block->session);
+  CoapRpcLibEndBlocks(block->session, block);
 }
 
 // EndSent releases a payload that was sent; the record is gone then.  Its last block is remembered

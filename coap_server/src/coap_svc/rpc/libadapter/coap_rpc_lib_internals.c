@@ -182,16 +182,15 @@ coap_tick_t CoapRpcLibBlocksSentAt(coap_session_t *session, const void *appPtr) 
   return blocks ? blocks->last_all_sent : 0;
 }
 
-void CoapRpcLibExpireBlocks(coap_session_t *session, const void *appPtr, coap_tick_t notBefore,
-                            uint32_t idleMs) {
+int CoapRpcLibIsIdleFor(coap_session_t *session, const void *appPtr, coap_tick_t notBefore,
+                        uint32_t idleMs) {
   coap_lg_xmit_t *blocks = CoapRpcLibFindBlocks(session, appPtr);
-  if (!blocks || blocks->last_all_sent) return;
+  if (!blocks || blocks->last_all_sent) return 0;
   const coap_tick_t since = blocks->last_obs > notBefore ? blocks->last_obs : notBefore;
   blocks->last_sent = since; /* libcoap counts 93 s from the beginning, fetched or not */
   coap_tick_t now;
   coap_ticks(&now);
-  if (now < since + (uint64_t)idleMs * COAP_TICKS_PER_SECOND / 1000) return;
-  CoapRpcLibEndBlocks(session, appPtr);
+  return now >= since + (uint64_t)idleMs * COAP_TICKS_PER_SECOND / 1000;
 }
 
 int CoapRpcLibIsAllSent(const coap_lg_xmit_t *blocks) {

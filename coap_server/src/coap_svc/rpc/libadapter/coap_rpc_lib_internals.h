@@ -52,11 +52,11 @@ coap_lg_xmit_t *CoapRpcLibFindBlocks(coap_session_t *session, const void *appPtr
  * was sent; 0 while it has not been, or when a block was asked for again since. */
 coap_tick_t CoapRpcLibBlocksSentAt(coap_session_t *session, const void *appPtr);
 
-/* CoapRpcLibExpireBlocks ends the unfinished transfer of the session that carries `appPtr` when
- * nobody asked for a block for idleMs, which begin at `notBefore` at the earliest.  Its release
- * function runs then. */
-void CoapRpcLibExpireBlocks(coap_session_t *session, const void *appPtr, coap_tick_t notBefore,
-                            uint32_t idleMs);
+/* CoapRpcLibIsIdleFor says whether for idleMs, which begin at `notBefore` at the earliest, nobody
+ * has asked for a block of the unfinished transfer of the session that carries `appPtr`.  libcoap's
+ * own time for the transfer begins again. */
+int CoapRpcLibIsIdleFor(coap_session_t *session, const void *appPtr, coap_tick_t notBefore,
+                        uint32_t idleMs);
 
 /* CoapRpcLibSetRepeat sets what is asked first about a CON request for a block but the first: it
  * answers one that it has answered before, and returns 0 for any other. */

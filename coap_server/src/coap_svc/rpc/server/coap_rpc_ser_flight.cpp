@@ -1,7 +1,9 @@
 #include "coap_svc/rpc/server/coap_rpc_ser_flight.h"
 
 #include <algorithm>
+#include <utility>
 
+#include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_chg_index.h"
 #include "osal.h"
 
@@ -29,10 +31,18 @@ void DropOutdatedOf(CoapRpcSerUriVtbl *entry, ChgFlight &flight) {
   }
 }
 
-void PutBack(CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg) {
-  if (IsOutdated(entry, chg)) return Free(entry, chg);
+void PutBack(CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg, uint32_t *room) {
+  if (*room == 0 || IsOutdated(entry, chg)) return Free(entry, chg);
+  --*room;
   RemovePendingChg(chg);
   PrependPendingChg(RootOf(entry)->param.memHandle, entry, chg);
+}
+
+uint32_t RoomOf(CoapRpcSerUriVtbl *entry) {
+  const PendingChgs chgs(entry->tupleChgList);
+  uint32_t room = kMaxPutBackChgs;
+  for (CoapRpcTupleChg *chg = chgs.First(); chg && room != 0; chg = chgs.After(chg)) --room;
+  return room;
 }
 
 // RenewEtag never repeats the check code of the payload that failed, however short ago it was.
@@ -66,9 +76,23 @@ void PutBackChgs(ChgFlight &flight) {
   CoapRpcSerUriVtbl *entry = flight.entry;
   FlightChgs chgs(flight.chgList);
   if (chgs.IsEmpty()) return;
-  while (CoapRpcTupleChg *last = chgs.Last()) PutBack(entry, last);
+  uint32_t room = RoomOf(entry);
+  while (CoapRpcTupleChg *last = chgs.Last()) PutBack(entry, last, &room);
   RenewEtag(entry);
   COAP_RpcSerStartUriUpdateTimer(RootOf(entry), &entry->key);
+}
+
+void NoteDelivered(ChgFlight &flight) {
+  if (!FlightChgs(flight.chgList).IsEmpty()) flight.entry->numGivenUp = 0;
+}
+
+void NoteGivenUp(ChgFlight &flight, const void *session) {
+  CoapRpcSerUriVtbl *entry = flight.entry;
+  if (std::exchange(entry->givenUpBy, session) != session) entry->numGivenUp = 0;
+  if (++entry->numGivenUp < kMaxGivenUp) return;
+  entry->numGivenUp = 0;
+  FreeChgs(flight);
+  RenewEtag(entry);
 }
 
 }  // namespace coap_rpc

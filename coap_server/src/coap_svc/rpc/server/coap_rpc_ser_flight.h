@@ -34,8 +34,16 @@ void FreeChgs(ChgFlight &flight);
 
 // PutBackChgs makes the changes of a flight pending again, in front of the others and in their old
 // order, unless their keys have newer ones pending.  The check code changes with it: a peer may
-// have the payload all the same.  The update timer sends them.
+// have the payload all the same.  The update timer sends them.  Where kMaxPutBackChgs are pending
+// the oldest go nowhere, and only the check code tells of them.
 void PutBackChgs(ChgFlight &flight);
+
+// NoteDelivered and NoteGivenUp count the payloads in blocks that one peer, known by its session,
+// stops fetching in a row.  One for which the payload is too large would get the same one for ever,
+// and nobody anything else: the changes of the last one of kMaxGivenUp go nowhere, and the check
+// code changes.
+void NoteDelivered(ChgFlight &flight);
+void NoteGivenUp(ChgFlight &flight, const void *session);
 
 }  // namespace coap_rpc
 

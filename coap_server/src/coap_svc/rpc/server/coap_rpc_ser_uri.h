@@ -35,6 +35,8 @@ struct CoapRpcSerUriVtbl {
   void *chgIndex;               /* observe code: index beside tupleChgList; null when unused */
   uint32_t hasLoggedTooLong;    /* adapter: 1 once a message that fits into no payload was logged */
   CoapRpcLink flightList;       /* adapter: changes in payloads whose delivery is not known yet */
+  uint32_t numGivenUp;          /* payloads in blocks given up since one was delivered */
+  const void *givenUpBy;        /* adapter: session that they were for; only compared */
 };
 
 /* CoapRpcUriTuple is one tuple: node, then keyLen key bytes, then valLen value bytes. */
