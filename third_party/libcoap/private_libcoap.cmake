@@ -28,7 +28,7 @@ function(coap_rpc_private_libcoap target)
   configure_file(${PROJECT_SOURCE_DIR}/cmake/coap_svc_rpc.map.in ${script} @ONLY)
 
   if(NOT TARGET elf_hide_version)
-    add_executable(elf_hide_version ${PROJECT_SOURCE_DIR}/cmake/elf_hide_version.c)
+    add_executable(elf_hide_version ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/elf_hide_version.c)
     target_link_libraries(elf_hide_version PRIVATE coap_rpc_warnings)
   endif()
   add_dependencies(${target} elf_hide_version)
@@ -37,7 +37,7 @@ function(coap_rpc_private_libcoap target)
   target_link_options(${target} PRIVATE
     -Wl,--version-script=${script} -Wl,-Bsymbolic-functions)
   set_property(TARGET ${target} APPEND PROPERTY
-    LINK_DEPENDS ${script} ${PROJECT_SOURCE_DIR}/cmake/elf_hide_version.c)
+    LINK_DEPENDS ${script} ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/elf_hide_version.c)
   add_custom_command(TARGET ${target} POST_BUILD
     COMMAND elf_hide_version $<TARGET_FILE:${target}> COAP_SVC_RPC_LIBCOAP VERBATIM)
 endfunction()
