@@ -8,8 +8,8 @@
 #include "clock.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_rounds.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
 #include "options.h"
 
 namespace coap_rpc_bench {

@@ -1,7 +1,7 @@
 // A peer that is called may upload over the caller's session: without bound, it could hold as many
 // bodies as it has tags for them.
 #include "coap_svc/rpc/coap_rpc_ser.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
 #include "wire_client.h"
 
 namespace coap_rpc_test {

@@ -2,7 +2,7 @@
 // be had for longer.
 #include "block_server.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_last_block.h"
+#include "libcoap/ext/coap_rpc_lib_last_block.h"
 #include "libcoap_memory.h"
 
 namespace coap_rpc_test {

@@ -1,5 +1,5 @@
 // Requests to synchronous entries and to entries without callbacks, byte by byte.
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
 #include "wire_server.h"
 
 namespace coap_rpc_test {

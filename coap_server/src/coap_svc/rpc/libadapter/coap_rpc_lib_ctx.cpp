@@ -15,13 +15,13 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_observe.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_target.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_log.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_msg.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_relation.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_rounds.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_conn.h"
 #include "kst_tmr.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/common/coap_rpc_sites.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
 
 using namespace coap_rpc;
 

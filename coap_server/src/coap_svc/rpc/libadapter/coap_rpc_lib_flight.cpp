@@ -3,7 +3,7 @@
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_block.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
 
 namespace coap_rpc {
 namespace {

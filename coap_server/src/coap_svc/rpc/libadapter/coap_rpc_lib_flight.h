@@ -32,8 +32,8 @@
 #include <coap3/coap.h>
 
 #include "coap_svc/rpc/common/coap_rpc_own.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_last_block.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_flight.h"
+#include "libcoap/ext/coap_rpc_lib_last_block.h"
 
 namespace coap_rpc {
 

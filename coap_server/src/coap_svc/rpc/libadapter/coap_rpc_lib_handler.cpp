@@ -14,10 +14,10 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_observe.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_target.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_lookup.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
 #include "csvc_dbg.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
 
 namespace {
 

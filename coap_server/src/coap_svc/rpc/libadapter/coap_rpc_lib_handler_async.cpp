@@ -12,8 +12,8 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_target.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
 
 using namespace coap_rpc;
 

@@ -5,9 +5,9 @@
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_list.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_last_block.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
+#include "libcoap/ext/coap_rpc_lib_last_block.h"
 
 namespace coap_rpc {
 namespace {

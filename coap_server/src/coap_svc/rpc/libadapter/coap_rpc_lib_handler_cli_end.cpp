@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "coap_svc/rpc/client/coap_rpc_cli_data.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_lookup.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
 
 namespace coap_rpc {
 namespace {

@@ -8,8 +8,8 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_block.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli_end.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_source.h"
 #include "csvc_dbg.h"
+#include "libcoap/ext/coap_rpc_lib_source.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include "coap_svc/rpc/common/coap_rpc_safe.h"
 #include "coap_svc/rpc/common/coap_rpc_text.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_lookup.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
 
 namespace {
 

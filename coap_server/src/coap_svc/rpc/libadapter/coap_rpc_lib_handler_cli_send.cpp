@@ -9,9 +9,9 @@
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/common/coap_rpc_text.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_relation.h"
 #include "csvc_dbg.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
 
 // A failure's text about a request; some sinks take it without the line feed.
 #define REQ_TEXT(what) "[CoapRpc]" what ", uri:%s, observe:%u, msgType:%u, codeType:%u."

@@ -5,8 +5,8 @@
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_source.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
+#include "libcoap/ext/coap_rpc_lib_source.h"
 
 namespace {
 

@@ -10,10 +10,10 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_flight.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_payload.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_lookup.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_observe.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
 
 namespace {
 

@@ -9,9 +9,9 @@
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_flight.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_block.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_observe.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
 
 namespace {
 

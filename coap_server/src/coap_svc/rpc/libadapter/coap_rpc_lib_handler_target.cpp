@@ -8,9 +8,9 @@
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_source.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
+#include "libcoap/ext/coap_rpc_lib_source.h"
 #include "osal.h"
 
 namespace coap_rpc {

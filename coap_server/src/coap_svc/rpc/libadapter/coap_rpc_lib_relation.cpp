@@ -46,8 +46,8 @@
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_list.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli_end.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_msg.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
 
 namespace {
 

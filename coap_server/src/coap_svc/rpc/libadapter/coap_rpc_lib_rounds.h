@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
 
 namespace coap_rpc {
 

@@ -1,6 +1,6 @@
 #include "coap3/coap_internal.h"
 
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_source.h"
+#include "libcoap/ext/coap_rpc_lib_source.h"
 
 #include <errno.h>
 #include <sys/socket.h>

@@ -1,6 +1,7 @@
 /* coap_rpc_lib_internals.h: the few things that only libcoap's internal headers offer.
  *
- * Kept in C files, with coap_rpc_lib_last_block.h: the internal headers are not made for C++. */
+ * They are compiled into libcoap, with those of coap_rpc_lib_last_block.h; in C, as the internal headers
+ * are not made for C++. */
 #ifndef COAP_RPC_LIB_INTERNALS_H
 #define COAP_RPC_LIB_INTERNALS_H
 

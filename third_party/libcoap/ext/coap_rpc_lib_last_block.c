@@ -2,8 +2,8 @@
 
 #include <string.h>
 
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_last_block.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
+#include "libcoap/ext/coap_rpc_lib_last_block.h"
 
 static size_t BlockSize(const coap_lg_xmit_t *blocks) { return (size_t)16 << blocks->blk_size; }
 

@@ -7,7 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_internals.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
 
 /* WantPacketInfo asks for the local address of each datagram, which a session is known by. */
 static int WantPacketInfo(int fd, int family) {
