@@ -1,9 +1,10 @@
 # common.sh: sourced by the scripts; they then run in the root of the checkout.
 
-# A relative LIBCOAP_SOURCE means relative to where the caller is.  When it is not given it is set
-# empty, which makes CMake forget the one of an earlier time.
+# A relative LIBCOAP_SOURCE or LIBCOAP_FIXES means relative to where the caller is.  When the first is not
+# given it is set empty, which makes CMake forget the one of an earlier time.
 LIBCOAP_SOURCE=${LIBCOAP_SOURCE:+$(readlink -f "$LIBCOAP_SOURCE")}
-export LIBCOAP_SOURCE
+LIBCOAP_FIXES=${LIBCOAP_FIXES:+$(readlink -f "$LIBCOAP_FIXES")}
+export LIBCOAP_SOURCE LIBCOAP_FIXES
 cd "$(dirname "$(readlink -f "${BASH_SOURCE[0]}")")/../.."
 
 # step <text> <command>...: runs the command, says how long it took, shows its output when it fails.
