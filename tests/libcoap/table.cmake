@@ -1,0 +1,32 @@
+# Each patch of libcoap has a row in the table of its README, each row a patch, and the regression tests
+# that it names are there.
+cmake_minimum_required(VERSION 3.25)
+
+set(folder ${TOP}/third_party/libcoap)
+file(GLOB patches RELATIVE ${folder}/patches ${folder}/patches/*)
+file(STRINGS ${folder}/README.md rows REGEX "^\\| `[0-9]+-")
+
+set(listed)
+set(numbers)
+foreach(row ${rows})
+  string(REGEX REPLACE "^\\| `(([0-9]+)-[^`]*)`.*" "\\1.patch" patch "${row}")
+  string(REGEX REPLACE "-.*" "" number ${patch})
+  list(APPEND listed ${patch})
+  list(APPEND numbers ${number})
+  string(REGEX MATCHALL "`(regress)?_[a-z0-9_]+`" tests "${row}")
+  foreach(test ${tests})
+    string(REGEX REPLACE "`(regress)?(.*)`" "regress\\2" test ${test})
+    if(NOT EXISTS ${TOP}/tests/regress/${test}.cpp)
+      message(SEND_ERROR "${patch}: there is no test ${test}")
+    endif()
+  endforeach()
+endforeach()
+
+if(NOT patches OR NOT patches STREQUAL listed)
+  message(SEND_ERROR "the files are\n${patches}\nbut the table has\n${listed}")
+endif()
+set(once ${numbers})
+list(REMOVE_DUPLICATES once)
+if(NOT once STREQUAL numbers)
+  message(SEND_ERROR "two patches have one number: ${numbers}")
+endif()
