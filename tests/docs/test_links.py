@@ -1,0 +1,99 @@
+"""Links between the documents lead to something, and so does each mention of a document."""
+
+import functools
+import os
+import re
+import tempfile
+import unittest
+from pathlib import Path
+
+TOP = Path(__file__).resolve().parents[2]
+NOT_OURS = {"build", ".git", ".cache"}
+FENCE = re.compile(r"^```.*?^```", re.MULTILINE | re.DOTALL)
+CODE = re.compile(r"`[^`\n]*`")
+LINK = re.compile(r"\]\(([^()\s]+)\)")
+HEADING = re.compile(r"^#+ +(.*?) *$", re.MULTILINE)
+ANCHOR = re.compile(r"<a id=\"([^\"]+)\"></a>")
+MENTION = re.compile(r"\bdocs/[a-z_/]+\.(?:md|svg|dot)\b")
+
+
+def files_below(folder):
+    for path, folders, names in os.walk(folder):
+        folders[:] = [name for name in folders if name not in NOT_OURS]
+        yield from (Path(path, name) for name in names)
+
+
+@functools.cache
+def prose_of(document):
+    return FENCE.sub("", document.read_text(encoding="utf-8"))
+
+
+def slug(heading):
+    """The anchor that viewers of Markdown give a heading."""
+    words = re.sub(r"[`*]|\]\([^)]*\)|\[", "", heading).lower()
+    return re.sub(r"[^\w\- ]", "", words).replace(" ", "-")
+
+
+@functools.cache
+def anchors_of(document):
+    prose = prose_of(document)
+    return {slug(heading) for heading in HEADING.findall(prose)} | set(ANCHOR.findall(prose))
+
+
+def leads_nowhere(document, link):
+    path, _, anchor = link.partition("#")
+    target = (document.parent / path).resolve() if path else document
+    return not target.exists() or bool(anchor) and anchor not in anchors_of(target)
+
+
+def dead_links(document):
+    links = LINK.findall(CODE.sub("", prose_of(document)))
+    return [link for link in links if "://" not in link and leads_nowhere(document, link)]
+
+
+def texts_below(folder):
+    """Files that are text, with their contents."""
+    for path in files_below(folder):
+        try:
+            yield path, path.read_text(encoding="utf-8")
+        except UnicodeDecodeError:
+            pass
+
+
+class Links(unittest.TestCase):
+    def test_every_document_of_the_tree(self):
+        documents = [path for path in files_below(TOP) if path.suffix == ".md"]
+        self.assertIn(TOP / "README.md", documents)
+        dead = {str(path): dead_links(path) for path in documents if dead_links(path)}
+        self.assertEqual(dead, {})
+
+    def test_mentions_in_sources_and_scripts(self):
+        stale = {f"{path}: {name}" for path, text in texts_below(TOP)
+                 for name in MENTION.findall(text) if not (TOP / name).exists()}
+        self.assertEqual(stale, set())
+
+
+class Checker(unittest.TestCase):
+    def dead_of(self, text):
+        with tempfile.TemporaryDirectory() as folder:
+            document = Path(folder, "here.md")
+            document.write_text(text, encoding="utf-8")
+            Path(folder, "there.md").write_text("# A `b`, c-d\n<a id=\"e\"></a>\n", encoding="utf-8")
+            return dead_links(document)
+
+    def test_missing_file(self):
+        self.assertEqual(self.dead_of("[a](there.md) ![b](gone.svg)"), ["gone.svg"])
+
+    def test_missing_anchor(self):
+        self.assertEqual(self.dead_of("[a](there.md#a-b-c-d) [b](there.md#e) [c](there.md#f)"),
+                         ["there.md#f"])
+
+    def test_anchor_of_the_same_document(self):
+        self.assertEqual(self.dead_of("## One two\n[a](#one-two) [b](#two)"), ["#two"])
+
+    def test_code_and_addresses_are_no_links(self):
+        self.assertEqual(self.dead_of("`[a](b)` [c](https://d/e)\n```\n[f](g)\n```\n"), [])
+
+
+if __name__ == "__main__":
+    unittest.main()
