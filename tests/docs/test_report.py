@@ -14,6 +14,7 @@ sys.path[:0] = [str(REPORT), str(TOP / "tests/interop/peers")]
 import bench      # noqa: E402
 import chart      # noqa: E402
 import figures    # noqa: E402
+import interop    # noqa: E402
 import outcome    # noqa: E402
 import page       # noqa: E402
 from samples import Samples, Stat  # noqa: E402
@@ -127,6 +128,13 @@ class Documents(unittest.TestCase):
         for figure in figures.FIGURES:
             self.assertIn("|", page.replace(text, figure.name, ""))
 
+    def test_interop_has_the_cases_and_remarks_of_the_tree(self):
+        text = (TOP / "docs/reports/interop.md").read_text(encoding="utf-8")
+        self.assertEqual(page.replace(text, "notes", interop.notes()), text)
+        cases = outcome.read_cases()
+        for case in cases["server"] + cases["client"]:
+            self.assertIn(f"\n| {case['id']} | {case['does']} | ", text)
+
     def test_interop_is_published_as_expected(self):
         with tempfile.TemporaryDirectory() as folder:
             Path(folder, "versions").write_text("peer 1\n", encoding="utf-8")
@@ -138,7 +146,7 @@ class Documents(unittest.TestCase):
             done = run_report("interop", folder, document)
             self.assertEqual((done.returncode, done.stderr), (0, ""))
             text = document.read_text(encoding="utf-8")
-            self.assertIn("- peer 1\n", text)
+            self.assertRegex(text, r"Measured on \d{4}-\d\d-\d\d\.\n\n- peer 1\n")
             self.assertIn("| GET CON | GET, CON | `205 'hello'` | not run | not run |", text)
             self.assertIn("| GET NON | GET, NON | `205 'hello'` | pass | not run |", text)
 

@@ -2,7 +2,6 @@
 
 import json
 import os
-import time
 
 import chart
 import page
@@ -92,8 +91,8 @@ def publish(samples_path, folder, document, pictures):
     samples = show(samples_path, folder)
     tables = {figure.name: figure_table(samples, figure) for figure in FIGURES}
     tables["bars"] = bar_table(samples)
-    dated = f"Measured on {time.strftime('%Y-%m-%d')}.\n\n"
-    page.put(document, {name: dated + text for name, text in tables.items() if text})
+    measured = {name: text for name, text in tables.items() if text}
+    page.put(document, {name: page.measured_today() + text for name, text in measured.items()})
     for figure in FIGURES:
         svg = chart.svg(samples, figure)
         if svg:

@@ -40,7 +40,7 @@ def _talks(folder, side, peers):
     return page.table(rows, aligned=False)
 
 
-def _notes():
+def notes():
     numbered = enumerate(outcome.read_cases()["notes"].values(), 1)
     return "".join(f"{number}. {text}\n" for number, text in numbered)
 
@@ -57,7 +57,7 @@ def _captures(folder):
 
 def _versions(folder):
     with open(os.path.join(folder, "versions"), encoding="utf-8") as file:
-        return "".join(f"- {line.strip()}\n" for line in file)
+        return page.measured_today() + "".join(f"- {line.strip()}\n" for line in file)
 
 
 def publish(folder, document):
@@ -65,6 +65,6 @@ def publish(folder, document):
         "versions": _versions(folder),
         "server": _talks(folder, "server", list(NAMES)),
         "client": _talks(folder, "client", ["aiocoap", "node"]),
-        "notes": _notes(),
+        "notes": notes(),
         "captures": _captures(folder),
     })

@@ -1,8 +1,14 @@
 """Markdown tables, and the blocks of a document that a script writes."""
 
+import time
+
 
 class NoBlock(Exception):
     """The document has no such block."""
+
+
+def measured_today():
+    return f"Measured on {time.strftime('%Y-%m-%d')}.\n\n"
 
 
 def table(rows, aligned=True):
