@@ -1,7 +1,7 @@
-/* csvc_dbg.h: the debug channel beside the framework log.
+/* csvc_dbg.h: the debug channel, in addition to the framework log.
  *
- * A null handle is accepted by both functions: a host may drop the text or write it to a channel
- * of its own choice (the reference host drops it).  Texts may or may not end in a line feed. */
+ * Both functions accept a null handle: a host may drop the text or write it to a channel of its
+ * choice (the reference host drops it).  Texts may or may not end in a line feed. */
 #ifndef CSVC_DBG_H
 #define CSVC_DBG_H
 
@@ -12,8 +12,8 @@ KST_C_BEGIN
 /* CSVC_DBG_Debug writes one text to the debug channel.  The library always uses level 1. */
 KST_API void CSVC_DBG_Debug(uint64_t dbg, uint32_t level, const char *fmt, ...) KST_PRINTF(3, 4);
 
-/* CSVC_DBG_Takes says whether CSVC_DBG_Debug would write a text of this level now, handle 0
- * included. The library asks before each text, so that it need not format what is dropped.
+/* CSVC_DBG_Takes tells whether CSVC_DBG_Debug would write a text of this level now, also for
+ * handle 0.  The library asks before each text, so that it does not format texts that are dropped.
  *
  * Optional: a host without this function gets every text.  The library refers to it weakly.
  *
@@ -21,7 +21,7 @@ KST_API void CSVC_DBG_Debug(uint64_t dbg, uint32_t level, const char *fmt, ...) 
 KST_API uint32_t CSVC_DBG_Takes(uint64_t dbg, uint32_t level);
 
 /* CSVC_DBG_SysLog writes one text to the system log; used for requests that could not be sent or
- * were not delivered, and for the payloads of URIs under diagnosis.  Level 1 as well. */
+ * were not delivered, and for the payloads of URIs under diagnosis.  Also level 1. */
 KST_API void CSVC_DBG_SysLog(uint64_t dbg, uint32_t level, const char *fmt, ...) KST_PRINTF(3, 4);
 
 KST_C_END

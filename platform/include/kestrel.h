@@ -1,10 +1,10 @@
-/* kestrel.h: makes and runs the reference host.
+/* kestrel.h: creates and runs the reference host.
  *
  * A host is one object with a memory pool, a log, a display service, a timer service and an event
- * loop.  An application makes a host, hands its handles to whatever it starts, and runs the loop.
- * Everything here is called from the thread that runs the loop, KestrelStop excepted.
+ * loop.  An application creates a host, passes its handles to what it starts, and runs the loop.
+ * All functions except KestrelStop are called from the thread that runs the loop.
  *
- * Defaults that hold unless a comment says otherwise: pointers are borrowed for the call and not
+ * Defaults unless a comment says otherwise: pointers are borrowed for the call and not
  * null; texts are NUL-terminated; a KestrelResult of 0 is success; records read are copies. */
 #ifndef KESTREL_H
 #define KESTREL_H
@@ -18,32 +18,32 @@ struct uv_loop_s;
 /* Kestrel is one host. */
 typedef struct Kestrel Kestrel;
 
-/* KestrelResult says why a call failed.  Numbers never move; KestrelResultText gives the words. */
+/* KestrelResult says why a call failed.  Numbers are fixed; KestrelResultText describes them. */
 typedef enum KestrelResult {
   KESTREL_OK = 0,
   KESTREL_BAD_ARGUMENT = 1,   /* null or out of range */
   KESTREL_NO_MEMORY = 2,      /* the process has no more memory */
   KESTREL_SYSTEM = 3,         /* the operating system or the loop refused */
   KESTREL_NOT_FOUND = 4,      /* no such record, watch, pool or tag */
-  KESTREL_EXISTS = 5,         /* the descriptor is watched already */
-  KESTREL_BUSY = 6,           /* called from inside the thing that it would start */
+  KESTREL_EXISTS = 5,         /* the descriptor is already watched */
+  KESTREL_BUSY = 6,           /* called from inside the operation that it would start */
   KESTREL_FOREIGN_LOOP = 7,   /* the loop belongs to the application, which runs it itself */
   KESTREL_BAD_LINE = 8,       /* command line too long, or with control characters or open quotes */
   KESTREL_UNKNOWN_OBJECT = 9, /* no display object has this name */
   KESTREL_UNKNOWN_COMMAND = 10,
   KESTREL_AMBIGUOUS = 11,     /* several objects have this command: name one */
-  KESTREL_MISSING_PARAM = 12, /* the command wants more parameters */
-  KESTREL_EXTRA_PARAM = 13,   /* the command wants fewer parameters */
-  KESTREL_BAD_NUMBER = 14,    /* a "uni" parameter is no decimal number up to 4294967295 */
-  KESTREL_MORE_PAGES = 15,    /* output was cut at the limit of pages */
-  KESTREL_STOPPED = 16        /* the sink asked for no more output */
+  KESTREL_MISSING_PARAM = 12, /* the command needs more parameters */
+  KESTREL_EXTRA_PARAM = 13,   /* the command needs fewer parameters */
+  KESTREL_BAD_NUMBER = 14,    /* a "uni" parameter is not a decimal number up to 4294967295 */
+  KESTREL_MORE_PAGES = 15,    /* output was truncated at the page limit */
+  KESTREL_STOPPED = 16        /* the sink stopped the output */
 } KestrelResult;
 
 /* KestrelResultText describes a result in a few words; "unknown result" for other numbers.
  * The text is a constant. */
 KST_API const char *KestrelResultText(uint32_t result);
 
-/* ---- making, running, deleting ---- */
+/* ---- creating, running, deleting ---- */
 
 /* Lowest level that is printed. */
 enum {
@@ -55,16 +55,16 @@ enum {
   KESTREL_LEVEL_OFF = 5
 };
 
-/* Where log records go; bits that may be combined. */
+/* Where log records go; the bits may be combined. */
 enum {
   KESTREL_SINK_STDERR = 1,   /* coloured on a terminal */
   KESTREL_SINK_FILE = 2,     /* needs KestrelParam.logFile */
   KESTREL_SINK_SYSLOG = 4,   /* facility "user", identified by the host's name */
   KESTREL_SINK_CALLBACK = 8, /* needs KestrelParam.logCallback */
-  KESTREL_SINK_NONE = 16     /* nowhere; alone */
+  KESTREL_SINK_NONE = 16     /* nowhere; not combined */
 };
 
-/* Who wrote a log record. */
+/* The source of a log record. */
 typedef enum KestrelChannel {
   KESTREL_CHANNEL_LOG = 0,   /* KST_LogSecondHalf_ */
   KESTREL_CHANNEL_HOST = 1,  /* the host itself: suppressed records, leaks, bad frees, asserts */
@@ -86,48 +86,48 @@ typedef struct KestrelLogRecord {
  * It must not delete the host. */
 typedef void (*KestrelLogCallback)(void *param, const KestrelLogRecord *record);
 
-/* KestrelParam describes a host.  A zeroed record is valid: every member's 0 is its default. */
+/* KestrelParam describes a host.  A zeroed record is valid: 0 is the default of every member. */
 typedef struct KestrelParam {
-  const char *name;       /* copied; stands in the log lines.  Null: "kestrel" */
-  struct uv_loop_s *loop; /* loop of the application, which runs and closes it and keeps it until
-                             the host is deleted.  Null: the host makes its own */
-  uint64_t memLimitBytes; /* most bytes live at once in the host's pool.  0: no limit */
+  const char *name;       /* copied; appears in the log lines.  Null: "kestrel" */
+  struct uv_loop_s *loop; /* loop of the application, which runs it, keeps it until the host is
+                             deleted, and closes it.  Null: the host creates its own */
+  uint64_t memLimitBytes; /* maximum bytes in use in the host's pool.  0: no limit */
 
   uint32_t logLevel;     /* KESTREL_LEVEL_* */
   uint32_t logSinks;     /* KESTREL_SINK_* bits.  0: KESTREL_SINK_STDERR */
   const char *logFile;   /* path of the log file; copied */
   uint64_t logFileBytes; /* size at which the file is rotated.  0: 4 MiB */
-  uint32_t logFileCount; /* rotated files kept beside the current one, at most 1000.  0: 3 */
+  uint32_t logFileCount; /* rotated files kept besides the current one, at most 1000.  0: 3 */
   uint32_t logWindowMs;  /* window of the rate limits.  0: 1000 */
   uint32_t logBurst;     /* records a site may print per window; UINT32_MAX: no limit.
                             0: 100 */
   KestrelLogCallback logCallback; /* used with KESTREL_SINK_CALLBACK */
-  void *logCallbackParam;         /* handed to logCallback, not otherwise used */
-  uint32_t debugBurst;            /* texts that the debug channel prints per window; more are told
-                                     of by their number.  UINT32_MAX: no limit.  0: 100 */
+  void *logCallbackParam;         /* passed to logCallback, not otherwise used */
+  uint32_t debugBurst;            /* texts that the debug channel prints per window; further ones
+                                     are counted.  UINT32_MAX: no limit.  0: 100 */
 } KestrelParam;
 
-/* KestrelNew makes a host.
+/* KestrelNew creates a host.
  *
  *   param       null: all defaults
- *   error       takes the reason of a failure, cut to fit; may be null
+ *   error       receives the reason of a failure, truncated to fit; may be null
  *   errorSize   of `error` in bytes
  *
  * Returns null when a member of `param` is out of range, a sink cannot be opened, the loop
- * refuses, or there is no memory.  Delete the host with KestrelDelete. */
+ * fails, or there is no memory.  Delete the host with KestrelDelete. */
 KST_API Kestrel *KestrelNew(const KestrelParam *param, char *error, uint32_t errorSize);
 
 /* KestrelDelete stops the host's timers and watches, reports what is still allocated from its
  * pools to its log (KST_LOG_WARN), frees that memory and the host.  Null is accepted.
  * Not allowed inside a tick, a watch or any other callback of the host.
  *
- * A loop of the application stays usable.  The host's handles are closing in it, so run it once
+ * A loop of the application remains usable.  The host's handles are closing in it, so run it once
  * more before uv_loop_close.
  *
- * Returns the number of allocations that were still live. */
+ * Returns the number of allocations that were still in use. */
 KST_API uint64_t KestrelDelete(Kestrel *host);
 
-/* The handles for the application's start-up records, valid until the host is deleted, never 0. */
+/* Handles for the application's start-up records, valid until the host is deleted, never 0. */
 KST_API uint64_t KestrelMem(Kestrel *host);
 KST_API uint64_t KestrelLog(Kestrel *host);
 KST_API uint64_t KestrelDisp(Kestrel *host);
@@ -139,28 +139,28 @@ KST_API uint64_t KestrelDbg(Kestrel *host);
  * Returns KESTREL_OK after a stop, KESTREL_FOREIGN_LOOP, or KESTREL_BUSY inside a run or turn. */
 KST_API uint32_t KestrelRun(Kestrel *host);
 
-/* KestrelTurn runs what is due now and returns without waiting; results as KestrelRun. */
+/* KestrelTurn runs what is due now and returns without waiting; results as of KestrelRun. */
 KST_API uint32_t KestrelTurn(Kestrel *host);
 
-/* KestrelStop ends the present KestrelRun, or the next run or turn when there is none.
+/* KestrelStop ends the current KestrelRun, or the next run or turn if there is none.
  * May be called from any thread and from a signal handler, until the host is deleted.
  *
  * Returns KESTREL_OK or KESTREL_FOREIGN_LOOP. */
 KST_API uint32_t KestrelStop(Kestrel *host);
 
 /* KestrelPollFd and KestrelPollTimeoutMs let an application with another main loop wait for the
- * host: it polls the descriptor for readability, at most so many milliseconds, and then calls
- * KestrelTurn.  The timeout is 0 when something is due and -1 when nothing but the descriptor can
+ * host: it polls the descriptor for readability, at most that timeout in milliseconds, and then
+ * calls KestrelTurn.  The timeout is 0 when something is due and -1 when only the descriptor can
  * wake the host. */
 KST_API int KestrelPollFd(Kestrel *host);
 KST_API int KestrelPollTimeoutMs(Kestrel *host);
 
-/* KestrelFdReady is called from the loop while `fd` can be read without waiting, end of file and
- * socket errors included (the read then reports them).  It may watch and unwatch anything. */
+/* KestrelFdReady is called from the loop while `fd` can be read without waiting, also for end of
+ * file and socket errors (the read then reports them).  It may watch and unwatch any descriptor. */
 typedef void (*KestrelFdReady)(void *param, int fd);
 
-/* KestrelWatch calls `ready` whenever `fd` is readable.  The descriptor stays the caller's; it is
- * made non-blocking, and is unwatched before it is closed.
+/* KestrelWatch calls `ready` whenever `fd` is readable.  The descriptor remains the caller's; it is
+ * made non-blocking.  Unwatch it before you close it.
  *
  * Returns KESTREL_OK, KESTREL_BAD_ARGUMENT, KESTREL_EXISTS, KESTREL_NO_MEMORY, or KESTREL_SYSTEM
  * when the descriptor cannot be polled (a regular file, or not open). */
@@ -173,81 +173,81 @@ KST_API uint32_t KestrelUnwatch(Kestrel *host, int fd);
 
 /* ---- memory pools ---- */
 
-/* KestrelPoolNew makes another pool beside the host's own, for example one per service.
+/* KestrelPoolNew creates another pool besides the host's own, for example one per service.
  *
- *   name         copied; stands in the leak report
+ *   name         copied; appears in the leak report
  *   limitBytes   as KestrelParam.memLimitBytes
- *   pool         takes the handle for KST_Malloc_ and its like
+ *   pool         receives the handle for KST_Malloc_ and related functions
  *
  * Returns KESTREL_OK, KESTREL_BAD_ARGUMENT or KESTREL_NO_MEMORY. */
 KST_API uint32_t KestrelPoolNew(Kestrel *host, const char *name, uint64_t limitBytes,
                                 uint64_t *pool);
 
 /* KestrelPoolDelete reports what is still allocated from a pool of KestrelPoolNew to the log and
- * frees it.  Pools that are left are deleted with the host.
+ * frees it.  Remaining pools are deleted with the host.
  *
- *   leaked   takes the number of allocations that were still live; may be null
+ *   leaked   receives the number of allocations that were still in use; may be null
  *
- * Returns KESTREL_OK, or KESTREL_NOT_FOUND for any other handle, the host's own pool included. */
+ * Returns KESTREL_OK, or KESTREL_NOT_FOUND for any other handle, including the host's own pool. */
 KST_API uint32_t KestrelPoolDelete(Kestrel *host, uint64_t pool, uint64_t *leaked);
 
-/* KestrelMemStat is the account of one pool.  Bytes are those asked for. */
+/* KestrelMemStat has the statistics of one pool.  Bytes are requested bytes. */
 typedef struct KestrelMemStat {
   uint64_t liveCount;
   uint64_t liveBytes;
-  uint64_t peakCount;    /* highest liveCount ever */
-  uint64_t peakBytes;    /* highest liveBytes ever */
-  uint64_t allocCount;   /* successful allocations ever */
+  uint64_t peakCount;    /* highest liveCount so far */
+  uint64_t peakBytes;    /* highest liveBytes so far */
+  uint64_t allocCount;   /* successful allocations so far */
   uint64_t allocBytes;   /* their sum */
-  uint64_t freeCount;    /* successful frees ever */
-  uint64_t refusedCount; /* allocations refused for the limit or for want of memory */
-  uint64_t badFreeCount; /* frees of what is not live in the pool */
+  uint64_t freeCount;    /* successful frees so far */
+  uint64_t refusedCount; /* allocations refused by the limit or for lack of memory */
+  uint64_t badFreeCount; /* frees of pointers that are not in use in the pool */
   uint64_t limitBytes;   /* 0: none */
 } KestrelMemStat;
 
-/* KestrelMemTagStat is the share of one tag (text and number) in a pool; beyond 65535 tags the rest
- * share the tag ("other", 0). */
+/* KestrelMemTagStat is the share of one tag (text and number) in a pool; tags beyond 65535 share
+ * the tag ("other", 0). */
 typedef struct KestrelMemTagStat {
-  const char *tag; /* the text given to KST_Malloc_ */
+  const char *tag; /* the text passed to KST_Malloc_ */
   uint32_t num;
   uint64_t liveCount;
   uint64_t liveBytes;
-  uint64_t allocCount; /* ever */
+  uint64_t allocCount; /* so far */
 } KestrelMemTagStat;
 
-/* KestrelMemStatGet reads the account of a pool handle.
+/* KestrelMemStatGet reads the statistics of a pool.
  *
  * Returns KESTREL_OK, or KESTREL_BAD_ARGUMENT for pool 0. */
 KST_API uint32_t KestrelMemStatGet(uint64_t pool, KestrelMemStat *stat);
 
 /* KestrelMemTagGet reads the tags of a pool by index, in the order of their first use.
  *
- * Returns KESTREL_OK, KESTREL_BAD_ARGUMENT for pool 0, or KESTREL_NOT_FOUND behind the last. */
+ * Returns KESTREL_OK, KESTREL_BAD_ARGUMENT for pool 0, or KESTREL_NOT_FOUND after the last. */
 KST_API uint32_t KestrelMemTagGet(uint64_t pool, uint32_t index, KestrelMemTagStat *stat);
 
 /* ---- log ---- */
 
-/* KestrelLogStat counts over the host's life. */
+/* KestrelLogStat has counts since the host's start. */
 typedef struct KestrelLogStat {
   uint64_t printed[4]; /* by level, all channels */
   uint64_t suppressedByLevel;
-  uint64_t suppressedByRate; /* the debug channel's as well */
-  uint64_t counted;    /* calls of KST_LogCnt */
-  uint64_t sinkErrors; /* records a sink failed to write, for example on a full disk */
-  uint64_t siteCount;  /* sites known; beyond 4096 the rest share the site ("other", 0) */
+  uint64_t suppressedByRate; /* also of the debug channel */
+  uint64_t counted;          /* calls of KST_LogCnt */
+  uint64_t sinkErrors;       /* records a sink failed to write, for example on a full disk */
+  uint64_t siteCount;        /* known sites; those beyond 4096 share the site ("other", 0) */
 } KestrelLogStat;
 
-/* KestrelLogSite is the account of one site, the pair of module and line. */
+/* KestrelLogSite has the counts of one site, the pair of module and line. */
 typedef struct KestrelLogSite {
   uint64_t counted;    /* calls of KST_LogCnt */
-  uint64_t printed;    /* records agreed to by KST_LogFirstHalf_ */
+  uint64_t printed;    /* records allowed by KST_LogFirstHalf_ */
   uint64_t suppressed; /* records suppressed by the rate limit */
 } KestrelLogSite;
 
 /* KestrelLogStatGet reads the totals. */
 KST_API void KestrelLogStatGet(Kestrel *host, KestrelLogStat *stat);
 
-/* KestrelLogSiteGet reads one site; all zero for a site never heard of. */
+/* KestrelLogSiteGet reads one site; all zero for an unknown site. */
 KST_API void KestrelLogSiteGet(Kestrel *host, const char *module, uint32_t line,
                                KestrelLogSite *site);
 
@@ -255,13 +255,13 @@ KST_API void KestrelLogSiteGet(Kestrel *host, const char *module, uint32_t line,
 
 enum {
   KESTREL_ASSERT_RESULT = 1900000999, /* what TARN_Assert returns */
-  KESTREL_ASSERTS_KEPT = 32           /* how many of the last asserts can be read */
+  KESTREL_ASSERTS_KEPT = 32           /* number of last asserts that can be read */
 };
 
 /* KestrelAssert is one call of TARN_Assert.  Asserts belong to the process, not to a host; while
- * hosts exist, the oldest of them logs them (KST_LOG_ERROR, rate-limited as any site). */
+ * hosts exist, the oldest of them logs them (KST_LOG_ERROR, rate-limited like any site). */
 typedef struct KestrelAssert {
-  const char *path; /* as given; never null */
+  const char *path; /* as passed; never null */
   uint32_t line;
 } KestrelAssert;
 
@@ -272,45 +272,45 @@ KST_API uint64_t KestrelAssertCount(void);
  *
  *   back   0: the newest
  *
- * Returns KESTREL_OK, or KESTREL_NOT_FOUND when there were not so many or it is no longer kept. */
+ * Returns KESTREL_OK, or KESTREL_NOT_FOUND when there were fewer or it is no longer kept. */
 KST_API uint32_t KestrelAssertGet(uint32_t back, KestrelAssert *assertion);
 
-/* KestrelAssertClear forgets all asserts. */
+/* KestrelAssertClear discards all asserts. */
 KST_API void KestrelAssertClear(void);
 
 /* ---- display commands ---- */
 
 enum {
   KESTREL_DISP_MAX_LINE = 4096,       /* bytes of a command line */
-  KESTREL_DISP_DEFAULT_PAGES = 100000 /* limit of pages when none is given */
+  KESTREL_DISP_DEFAULT_PAGES = 100000 /* default page limit */
 };
 
-/* KestrelDispSink takes output of a command.
+/* KestrelDispSink receives output of a command.
  *
- *   error   0: the command printed it; 1: the service says why the command did not run or was cut,
- *           one line without a line feed
+ *   error   0: the command printed it; 1: the service says why the command did not run or was
+ *           truncated, one line without a line feed
  *   text    `len` bytes, not NUL-terminated, valid during the call
  *
- * Returns 0 to go on; anything else drops the rest and ends the command after this page. */
+ * Returns 0 to continue; any other value drops the rest and ends the command after this page. */
 typedef uint32_t (*KestrelDispSink)(void *param, uint32_t error, const char *text, size_t len);
 
 /* KestrelDispRequest is one command line to run. */
 typedef struct KestrelDispRequest {
-  const char *line;     /* command words, then parameters, separated by blanks or tabs; a word with
-                           blanks or an empty word is put in double quotes; a closing CR or LF or
-                           both are ignored */
-  const char *object;   /* name of the object.  Null: whichever has the command */
-  uint32_t maxPages;    /* most invocations of the handler.  0: KESTREL_DISP_DEFAULT_PAGES */
+  const char *line;     /* command words, then parameters, separated by blanks or tabs; words with
+                           blanks and empty words need double quotes; a trailing CR or LF or both
+                           are ignored */
+  const char *object;   /* name of the object.  Null: any that has the command */
+  uint32_t maxPages;    /* maximum calls of the handler.  0: KESTREL_DISP_DEFAULT_PAGES */
   KestrelDispSink sink; /* null: output is dropped */
-  void *sinkParam;      /* handed to sink, not otherwise used */
+  void *sinkParam;      /* passed to sink, not otherwise used */
 } KestrelDispRequest;
 
 /* KestrelDispRun runs a display command with all its pages.  The longest command that the line
- * begins with is taken.  A handler may unregister its own object; the command then ends.
+ * begins with is used.  A handler may unregister its own object; the command then ends.
  *
  * Returns KESTREL_OK, KESTREL_BAD_ARGUMENT, KESTREL_NO_MEMORY, KESTREL_BUSY inside a handler, or
- * one of KESTREL_BAD_LINE to KESTREL_STOPPED; the sink is told the reason, KESTREL_STOPPED
- * excepted. */
+ * one of KESTREL_BAD_LINE to KESTREL_STOPPED; the sink gets the reason, except for
+ * KESTREL_STOPPED. */
 KST_API uint32_t KestrelDispRun(Kestrel *host, const KestrelDispRequest *request);
 
 /* KestrelDispCommand describes one registered command. */
@@ -323,38 +323,38 @@ typedef struct KestrelDispCommand {
   const char *params[4]; /* their names; null beyond paramCount */
 } KestrelDispCommand;
 
-/* KestrelDispVisitObject and KestrelDispVisitCommand get what a listing finds; the texts are valid
- * during the call.  They must not register or unregister anything.  A result other than 0 ends the
- * listing. */
+/* KestrelDispVisitObject and KestrelDispVisitCommand receive the entries of a listing; the texts
+ * are valid during the call.  They must not register or unregister anything.  A result other than 0
+ * ends the listing. */
 typedef uint32_t (*KestrelDispVisitObject)(void *param, const char *object);
 typedef uint32_t (*KestrelDispVisitCommand)(void *param, const KestrelDispCommand *command);
 
-/* KestrelDispObjects lists the objects in the order of their names. */
+/* KestrelDispObjects lists the objects in order of their names. */
 KST_API void KestrelDispObjects(Kestrel *host, KestrelDispVisitObject visit, void *param);
 
-/* KestrelDispCommands lists commands in the order of object and command, for help and completion.
+/* KestrelDispCommands lists commands in order of object and command, for help and completion.
  *
  *   object   null: of all objects
  *   prefix   only commands that begin with this text; null or empty: all */
 KST_API void KestrelDispCommands(Kestrel *host, const char *object, const char *prefix,
                                  KestrelDispVisitCommand visit, void *param);
 
-/* KestrelDispAccess says where and how operators' consoles reach the display commands. */
+/* KestrelDispAccess describes how operators' consoles reach the display commands. */
 typedef struct KestrelDispAccess {
   const char *path;        /* of the UNIX socket, at most 107 bytes; copied */
-  uint32_t maxConsoles;    /* consoles connected at once; more are told so.  0: 16 */
-  uint64_t maxQueuedBytes; /* most output that waits for one console; a page that prints more than
-                              this beyond what is read is cut, and the command ends.  0: 32 MiB */
+  uint32_t maxConsoles;    /* consoles connected at once; further ones get an error.  0: 16 */
+  uint64_t maxQueuedBytes; /* maximum output queued for one console; a page that exceeds it is
+                              truncated, and the command ends.  0: 32 MiB */
 } KestrelDispAccess;
 
 /* KestrelDispListen serves the display commands on a UNIX socket, as kestrel_console.h describes,
  * until KestrelDispUnlisten or the host's deletion.  Only processes of the same user and of root
- * are served; the file has mode 0600.  A socket file that a dead process left is replaced.
+ * are served; the file has mode 0600.  A socket file left by a dead process is replaced.
  *
  * Commands are run from the loop, page by page, as fast as each console reads.
  *
- * Returns KESTREL_OK, KESTREL_BAD_ARGUMENT, KESTREL_EXISTS when the host listens already, another
- * process listens at the path or the file is no socket, KESTREL_SYSTEM or KESTREL_NO_MEMORY. */
+ * Returns KESTREL_OK, KESTREL_BAD_ARGUMENT, KESTREL_EXISTS when the host already listens, another
+ * process listens at the path or the file is not a socket, KESTREL_SYSTEM or KESTREL_NO_MEMORY. */
 KST_API uint32_t KestrelDispListen(Kestrel *host, const KestrelDispAccess *access);
 
 /* KestrelDispUnlisten disconnects all consoles and removes the socket.

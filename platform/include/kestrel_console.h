@@ -1,33 +1,33 @@
-/* kestrel_console.h: what a host and its consoles say to each other over the socket of
+/* kestrel_console.h: the protocol between a host and its consoles over the socket of
  * KestrelDispListen.
  *
  * Both sides send lines that end with a line feed.  The host greets with
  *
  *   * kestrel-console 1           tag KESTREL_CONSOLE_GREETING, protocol, version
  *
- * or, instead, tells with one error line why it does not want the console, and closes.
+ * or sends one error line that says why it refuses the console, and closes.
  *
  * A console sends requests, each at most KESTREL_CONSOLE_MAX_REQUEST bytes:
  *
- *   object <name>                 the runs that follow are for this object
- *   object                        ... are for whichever object has the command
+ *   object <name>                 the following runs are for this object
+ *   object                        ... are for any object that has the command
  *   objects                       lists the objects
  *   commands                      lists the commands of all objects
  *   run <line>                    runs a display command, line as in KestrelDispRequest
- *   stop                          ends what has been asked for so far; has no answer of its own
+ *   stop                          ends all requests so far; has no answer
  *
- * Requests are answered in their order, each with any number of lines and one status line.  Each
- * line is a tag, a blank and a text; none is longer than KESTREL_CONSOLE_MAX_REPLY bytes:
+ * Requests are answered in order, each with any number of lines and one status line.  Each line is
+ * a tag, a blank and a text, of at most KESTREL_CONSOLE_MAX_REPLY bytes:
  *
- *   = <text>                      a line of output, or the last piece of one
- *   - <text>                      a piece of a line of output that goes on
- *   ! <text>                      an error, in words
+ *   = <text>                      a line of output, or its last piece
+ *   - <text>                      a piece of a line of output that continues
+ *   ! <text>                      an error message
  *   o <object>                    an object
  *   c <object> TAB <command> { TAB <parameter> }
  *   . <result> <words>            the end; result is a KestrelResult, KESTREL_STOPPED after a stop
  *
  * Output is what the command printed, byte by byte.  A console that closes its sending side gets
- * the answers to what it has sent and is then closed. */
+ * the answers to its requests and is then closed. */
 #ifndef KESTREL_CONSOLE_H
 #define KESTREL_CONSOLE_H
 

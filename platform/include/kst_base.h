@@ -1,10 +1,10 @@
-/* kst_base.h: what every contract header of the host shares.
+/* kst_base.h: definitions that all contract headers of the host share.
  *
- * Defaults that hold for all host functions unless their comment says otherwise:
- *   - called from one thread, the host thread; the library makes no other;
+ * Defaults for all host functions unless their comment says otherwise:
+ *   - called from one thread, the host thread; the library creates no other;
  *   - pointers are borrowed for the call and not null; texts are NUL-terminated;
  *   - a handle is a 64-bit number that the host gave to the application (usually an address);
- *     0 is "no such service" and every function says what it does with it;
+ *     0 is "no such service", and every function says what it does with it;
  *   - a u32 result is 0 for success. */
 #ifndef KST_BASE_H
 #define KST_BASE_H

@@ -1,8 +1,8 @@
-/* kst_disp.h: display commands, through which an operator looks at a running process.
+/* kst_disp.h: display commands, with which an operator inspects a running process.
  *
  * An object is a named record; commands are registered on it and run with it.  A paged command
- * prints one piece per invocation: a handler that saved a context (KST_DispSaveCtx_) is invoked
- * again with that context until it saves none. */
+ * prints one piece per call: a handler that saved a context (KST_DispSaveCtx_) is called again with
+ * that context until it saves none. */
 #ifndef KST_DISP_H
 #define KST_DISP_H
 
@@ -15,7 +15,7 @@ enum { KST_DISP_MAX_PARAMS = 4, KST_DISP_MAX_KEY_LEN = 1024, KST_DISP_MAX_COUNTE
 /* KST_DISP_FUNC handles one command.  It gets the object, then the command's parameters by value
  * in the order of their registration: a parameter whose name begins with "pc" is a text
  * (const char *, never null), one whose name begins with "uni" is a uint32_t.
- * Its result is not looked at. */
+ * Its result is ignored. */
 typedef uint32_t (*KST_DISP_FUNC)(void *obj, ...);
 
 /* KST_DispRegObj makes `obj` known under `name` (copied).
@@ -23,9 +23,9 @@ typedef uint32_t (*KST_DISP_FUNC)(void *obj, ...);
  * Returns 0; non-zero when the service is 0, the name is taken, or there is no memory. */
 KST_API uint32_t KST_DispRegObj(uint64_t disp, const char *name, void *obj);
 
-/* KST_DispUnregObj forgets the object and all its commands.
+/* KST_DispUnregObj removes the object and all its commands.
  *
- * Returns 0; non-zero when no such object is registered (so a second call does no harm). */
+ * Returns 0; non-zero when no such object is registered (a second call is harmless). */
 KST_API uint32_t KST_DispUnregObj(uint64_t disp, const char *name);
 
 /* KST_DispRegFunc_ adds a command to an object.
@@ -44,12 +44,12 @@ KST_API uint32_t KST_DispRegFunc_(uint64_t disp, const char *handlerName, KST_DI
                                   const char *command, uint32_t flags, const char *objName,
                                   uint32_t paramCount, ...);
 
-/* KST_DispPrintf_ prints to whoever runs the current command.  Outside a command, and with service
- * 0, it does nothing.  A text of any length arrives whole. */
+/* KST_DispPrintf_ prints to the operator who runs the current command.  Outside a command, and with
+ * service 0, it does nothing.  Texts of any length are not truncated. */
 KST_API void KST_DispPrintf_(uint64_t disp, const char *fmt, ...) KST_PRINTF(2, 3);
 
 /* KST_DispSaveCtx_ saves the position of the running paged command (both byte strings are copied)
- * and thereby asks for another invocation.
+ * and requests another call.
  *
  *   keyLen       at most KST_DISP_MAX_KEY_LEN bytes
  *   counterLen   at most KST_DISP_MAX_COUNTER_LEN bytes
@@ -57,20 +57,19 @@ KST_API void KST_DispPrintf_(uint64_t disp, const char *fmt, ...) KST_PRINTF(2, 
 KST_API void KST_DispSaveCtx_(uint64_t disp, const void *key, uint32_t keyLen, const void *counter,
                               uint32_t counterLen);
 
-/* KST_DispGetLastCtx_ gives the position that the previous invocation saved.
+/* KST_DispGetLastCtx_ returns the position that the previous call saved.
  *
- *   counter   takes the saved counter bytes, as many as were saved; left as it is on the first
- *             invocation
+ *   counter   receives the saved counter bytes, as many as were saved; unchanged on the first call
  *
- * Returns the saved key, valid until the handler returns; null on the first invocation and for
+ * Returns the saved key, valid until the handler returns; null on the first call and for
  * service 0. */
 KST_API const void *KST_DispGetLastCtx_(uint64_t disp, void *counter);
 
-/* KST_GetMemStr renders bytes as lower-case hexadecimal digits, two a byte, with one blank between
+/* KST_GetMemStr renders bytes as lower-case hexadecimal digits, two per byte, with a blank between
  * groups of `perGroup` bytes (0: no groups).
  *
  *   bytes   may be null with len 0
- *   size    of buf in bytes, terminator included; the text is cut at whole bytes
+ *   size    of buf in bytes, terminator included; the text is truncated at whole bytes
  *
  * Returns buf, always terminated when size is not 0. */
 KST_API char *KST_GetMemStr(const void *bytes, uint32_t len, uint32_t perGroup, char *buf,

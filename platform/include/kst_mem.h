@@ -10,22 +10,22 @@ KST_C_BEGIN
  *
  *   tag, num   who allocates, for the pool's statistics; the text outlives the pool
  *
- * Returns null when the pool is 0, exhausted, or `size` cannot be had.  Size 0 gives a unique
+ * Returns null when the pool is 0 or exhausted, or `size` is unavailable.  Size 0 returns a unique
  * pointer that can be freed. */
 KST_API void *KST_Malloc_(uint64_t mem, size_t size, const char *tag, uint32_t num);
 
-/* KST_Free_ gives `p` back to the pool that it came from.  Null is accepted.
+/* KST_Free_ returns `p` to the pool that it came from.  Null is accepted.
  *
  * Returns 0, or a non-zero value when `p` is not a live allocation of `mem` (nothing is freed). */
 KST_API uint32_t KST_Free_(uint64_t mem, void *p, const char *tag, uint32_t num);
 
-/* KST_StrNew makes a framework string from a printf format, allocated from `mem`.
+/* KST_StrNew creates a framework string from a printf format, allocated from `mem`.
  *
- * Returns the NUL-terminated text, or null without memory or for pool 0.  Free it with KST_StrDel
+ * Returns the NUL-terminated text, or null if out of memory or for pool 0.  Free it with KST_StrDel
  * only. */
 KST_API char *KST_StrNew(uint64_t mem, const char *fmt, ...) KST_PRINTF(2, 3);
 
-/* KST_StrDel frees a text made by KST_StrNew with the same pool.  Null is accepted; with pool 0
+/* KST_StrDel frees a text of KST_StrNew from the same pool.  Null is accepted; with pool 0
  * nothing happens. */
 KST_API void KST_StrDel(uint64_t mem, char *s);
 

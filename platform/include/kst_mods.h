@@ -1,4 +1,4 @@
-/* kst_mods.h: module tables, ordered lists of start and stop functions run on one record. */
+/* kst_mods.h: module tables: ordered lists of start and stop functions for one record. */
 #ifndef KST_MODS_H
 #define KST_MODS_H
 
@@ -18,8 +18,8 @@ typedef struct KST_ModEntry {
 /* KST_ModsInit runs the init functions of `rows` in row order on `record`.
  *
  * It stops at the first row that does not return 0 and returns that row's result.  A host may or
- * may not unwind the rows that had started; the library copes with both and unwinds all of them
- * again itself.  The reference host unwinds nothing. */
+ * may not unwind the rows that had started; the library supports both and unwinds all of them
+ * itself.  The reference host unwinds nothing. */
 KST_API uint32_t KST_ModsInit(const KST_ModEntry *rows, void *record, uint32_t rowCount);
 
 /* KST_ModsUninit runs the uninit functions of `rows` in REVERSE row order on `record`, skipping

@@ -9,15 +9,15 @@ KST_C_BEGIN
 /* OSAL_MemCmp compares `len` bytes as unsigned numbers.  Returns exactly -1, 0 or 1. */
 KST_API int32_t OSAL_MemCmp(const void *a, const void *b, size_t len);
 
-/* OSAL_StrChr and OSAL_StrRChr find the first and the last `c` in `s`; null when there is none.
+/* OSAL_StrChr and OSAL_StrRChr find the first and the last `c` in `s`; null if there is none.
  * The terminator counts as a character of the text. */
 KST_API char *OSAL_StrChr(const char *s, int c);
 KST_API char *OSAL_StrRChr(const char *s, int c);
 
-/* OSAL_MillSecNow gives the time in milliseconds as two halves of a 64-bit number.
+/* OSAL_MillSecNow returns the time in milliseconds as two halves of a 64-bit number.
  *
- * The number is never 0 and grows also across restarts of the process (milliseconds since 1970
- * will do): check codes are made from it.
+ * The number is never 0 and also grows across restarts of the process (for example milliseconds
+ * since 1970): check codes are made from it.
  *
  * Returns 0, or non-zero when the clock cannot be read (outputs untouched). */
 KST_API uint32_t OSAL_MillSecNow(uint32_t *high, uint32_t *low);

@@ -1,8 +1,8 @@
 /* osal_avl3.h: intrusive balanced trees (AVL) of records that carry their own node.
  *
  * The tree owns nothing and allocates nothing.  An all-zero root is an empty tree.  A fresh node
- * has zero links and both heights -1 (OSAL_AVL3_NODE_FRESH), and gets that state back when it is
- * deleted from its tree. */
+ * has zero links and both heights -1 (OSAL_AVL3_NODE_FRESH); deleting it from its tree restores
+ * that state. */
 #ifndef OSAL_AVL3_H
 #define OSAL_AVL3_H
 
@@ -31,7 +31,7 @@ typedef struct OSAL_AVL3_TREE {
 /* OSAL_AVL3_CMP orders two keys: negative, zero or positive for less, equal, greater. */
 typedef int32_t (*OSAL_AVL3_CMP)(const void *a, const void *b);
 
-/* OSAL_AVL3_DESC says how the records of a tree are laid out. */
+/* OSAL_AVL3_DESC describes the layout of a tree's records. */
 typedef struct OSAL_AVL3_DESC {
   OSAL_AVL3_CMP cmp;
   uint16_t keyOffset;  /* bytes from the start of the record to its key */
@@ -40,8 +40,8 @@ typedef struct OSAL_AVL3_DESC {
 
 /* OSAL_AVL3_Insert_Or_Find inserts `node`, which is in no tree.
  *
- * Returns null when it was inserted, else the node with an equal key that was there already
- * (`node` is then left as it was). */
+ * Returns null if it was inserted, else the existing node with an equal key (`node` is then
+ * unchanged). */
 KST_API OSAL_AVL3_NODE *OSAL_AVL3_Insert_Or_Find(OSAL_AVL3_TREE *tree, const OSAL_AVL3_DESC *desc,
                                                  OSAL_AVL3_NODE *node);
 
@@ -52,11 +52,11 @@ KST_API OSAL_AVL3_NODE *OSAL_AVL3_Find(const OSAL_AVL3_TREE *tree, const OSAL_AV
 /* OSAL_AVL3_First returns the node with the smallest key, or null. */
 KST_API OSAL_AVL3_NODE *OSAL_AVL3_First(const OSAL_AVL3_TREE *tree, const OSAL_AVL3_DESC *desc);
 
-/* OSAL_AVL3_Next returns the node behind `node` in key order, or null at the end. */
+/* OSAL_AVL3_Next returns the node after `node` in key order, or null at the end. */
 KST_API OSAL_AVL3_NODE *OSAL_AVL3_Next(const OSAL_AVL3_TREE *tree, const OSAL_AVL3_NODE *node,
                                        const OSAL_AVL3_DESC *desc);
 
-/* OSAL_AVL3_Delete takes `node` out of `tree` and makes it fresh.  A fresh node is ignored.
+/* OSAL_AVL3_Delete removes `node` from `tree` and makes it fresh.  A fresh node is ignored.
  * REQUIRES: a node that is not fresh is in this tree. */
 KST_API void OSAL_AVL3_Delete(OSAL_AVL3_TREE *tree, OSAL_AVL3_NODE *node,
                               const OSAL_AVL3_DESC *desc);

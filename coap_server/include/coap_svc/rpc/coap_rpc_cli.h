@@ -1,11 +1,11 @@
-/* coap_rpc_cli.h: calling: register handler tables, send requests, observe.
+/* coap_rpc_cli.h: client: register handler tables, send requests, observe.
  *
- * A call names a registered key, a parameter record that makes the call distinct, and a peer.
- * Responses are delivered to the onResponse of the table whose path the response carries.
- * Notifications and asynchronous answers carry one, a synchronous answer of this library's server
- * does not.  An asynchronous answer comes as a POST to port 5683 of the address that asked; to get
- * it, ask from that address (packet type BROADCAST binds it), serve the path there with an
- * asynchronous UNICAST entry, and register onResponse for the path with packet type DEFAULT. */
+ * A call has a registered key, a parameter record that identifies the call, and a peer.  A response
+ * is delivered to the onResponse of the table whose path it carries: notifications and asynchronous
+ * answers carry a path, synchronous answers of this library's server do not.  An asynchronous
+ * answer is a POST to port 5683 of the client's address; to get it, send the request from that
+ * address (packet type BROADCAST binds it), serve the path there with an asynchronous UNICAST
+ * entry, and register onResponse for the path with packet type DEFAULT. */
 #ifndef COAP_RPC_CLI_H
 #define COAP_RPC_CLI_H
 
@@ -13,9 +13,9 @@
 
 COAP_RPC_C_BEGIN
 
-/* CoapRpcCliReqParam tells one call of a key from another and carries its payload. */
+/* CoapRpcCliReqParam distinguishes the calls of a key and carries the payload. */
 typedef struct COAP_RPC_PACKED CoapRpcCliReqParam {
-  uint64_t userData;                    /* part of the request's identity; handed to buildReq */
+  uint64_t userData;                    /* part of the request's identity; passed to buildReq */
   uint8_t *payload;                     /* application bytes, copied; null for none */
   uint32_t payloadLen;                  /* bytes */
   uint8_t reqKeyRsv[COAP_RPC_RSV_SIZE]; /* discriminator, part of the request's identity */
@@ -48,14 +48,14 @@ static_assert(sizeof(CoapRpcCliRspInfo) == 16, "response information size");
  *   req   the request's userData, payload (the library's copy) and payloadLen
  *   out   outSize (65471) bytes, the first one zero; one buffer for all requests of the instance
  *
- * May start and cancel requests, the one being built included, but only before it writes: a request
- * that is built meanwhile uses the same buffer.
+ * May start and cancel requests, including the one being built, but only before it writes: a
+ * request built meanwhile uses the same buffer.
  *
- * Returns the length written, 0 to 65470 bytes; anything else fails the attempt. */
+ * Returns the length written, 0 to 65470 bytes; any other value fails the attempt. */
 typedef int32_t (*CoapRpcCliBuildReq)(uint64_t userData, const CoapRpcCliReqParam *req,
                                       uint8_t *out, uint32_t outSize);
 
-/* CoapRpcCliOnResponse takes a response.  Called from the I/O task; may send new requests.
+/* CoapRpcCliOnResponse receives a response.  Called from the I/O task; may send new requests.
  *
  *   zero      always 0
  *   payload   NUL-terminated copy of len bytes valid during the call; null for a 2.04 without one
@@ -66,8 +66,8 @@ typedef uint32_t (*CoapRpcCliOnResponse)(uint64_t userData, uint64_t zero, uint8
 
 typedef void (*CoapRpcCliReserved)(void);
 
-/* CoapRpcCliOnDisconnect hears that a peer no longer answers; called for every registered table,
- * whatever peer it talks to.  Sessions and requests stay as they are. */
+/* CoapRpcCliOnDisconnect reports that a peer no longer answers; called for every registered table,
+ * whichever peer it talks to.  Sessions and requests are not changed. */
 typedef void (*CoapRpcCliOnDisconnect)(uint64_t userData, const CoapRpcIpAddr *peer);
 
 /* CoapRpcCliVtblReg is a handler table. */
@@ -83,23 +83,23 @@ static_assert(sizeof(CoapRpcCliVtblReg) == 44, "client registration size");
 
 /* COAP_RpcCliRegVtbl registers a handler table for a key.  The first registration of a key wins.
  *
- * Returns 0 or:  1900001011 null argument (asserted)     1900001051 entry cannot be made */
+ * Returns 0 or:  1900001011 null argument (asserted)     1900001051 entry cannot be created */
 COAP_RPC_API uint32_t COAP_RpcCliRegVtbl(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
                                          const CoapRpcCliVtblReg *reg);
 
 /* COAP_RpcCliNonReq and COAP_RpcCliConReq send a request.  The message type comes from the key,
- * not from the function.  A CON request that cannot be sent is tried again every 1001 ms until it
- * goes out, although the call returns an error.  A NON one that cannot be sent keeps its record
+ * not from the function.  A CON request that cannot be sent is sent again every 1001 ms until that
+ * succeeds, although the call returns an error.  A NON request that cannot be sent keeps its record
  * until it is called again without a payload, or the instance stops.
  *
- * Answers are heard for 90 seconds after the last request to the peer, or for as long as a relation
- * with it exists.
+ * Answers are received for 90 seconds after the last request to the peer, or while a relation with
+ * it exists.
  *
- * Up to about 1.1 kB the payload travels in one message, above that block-wise, from a copy that is
- * kept until the peer has answered, or for 93 seconds.  A peer gets one
- * unacknowledged CON message at a time; further ones wait.  Requests carry no token, but for those
- * of the uri "terminals/dynamic-mac" and those that travel block-wise; what that means for an
- * answer that comes late is told in coap_rpc_ext.h at COAP_RpcGetTokenlessRspNum.
+ * A payload of up to about 1.1 kB is sent in one message, a larger one block-wise, from a copy that
+ * is kept until the peer has answered, or for 93 seconds.  A peer gets one unacknowledged CON
+ * message at a time; further ones are queued.  Requests carry no token, except those of the uri
+ * "terminals/dynamic-mac" and block-wise ones; COAP_RpcGetTokenlessRspNum in coap_rpc_ext.h
+ * explains what that means for late answers.
  *
  * Returns 0 or:  1900000076, 1900001014 null argument (asserted)
  *                1900001012, 1900001015 families differ, are unknown, or peer equals source
@@ -112,19 +112,19 @@ COAP_RPC_API uint32_t COAP_RpcCliConReq(CoapRpcCtx *ctx, const CoapRpcUriKey *ke
                                         const CoapRpcCliReqParam *param,
                                         const CoapRpcCliAddr *addr);
 
-/* COAP_RpcCliObserveReq starts or renews an observe relation; it goes out with the next resend
- * tick (1001 ms).  Observe relations are meant to be CON: a NON one is recorded, never sent.
- * COAP_RpcCliObserveReqVerify echoes the URI's check code so that an up-to-date client gets
- * nothing sent, COAP_RpcCliObserveReqBatch asks for everything; both take effect from the second
- * call with the same key, parameter and peer on.
+/* COAP_RpcCliObserveReq starts or renews an observe relation; the next resend tick (1001 ms) sends
+ * it.  Observe relations should be CON: a NON one is recorded, but never sent.
+ * COAP_RpcCliObserveReqVerify echoes the URI's check code, so that an up-to-date client is sent
+ * nothing; COAP_RpcCliObserveReqBatch requests all contents; both take effect from the second call
+ * with the same key, parameter and peer.
  *
  * A renewal waits while a payload of the relation comes in in blocks, which it would end: until the
  * payload is in, or no block has come for 22 s (limits.md).  The latest call says what it asks for.
  *
  * A call with the same key and parameter and another peer moves the relation there.  It keeps its
  * token, unless a relation or transfer with that peer has the same.  The former peer is not told:
- * it notifies for as long as other requests keep its session, and is told when that session is
- * given up, 90 seconds after its last request.
+ * it sends notifications while other requests keep its session, and is told when that session is
+ * closed, 90 seconds after its last request.
  *
  * Returns 0 or:  1900001017, 1900001020, 1900001023 null argument (asserted)
  *                1900001018, 1900001021, 1900001024 bad addresses
@@ -140,10 +140,10 @@ COAP_RPC_API uint32_t COAP_RpcCliObserveReqBatch(CoapRpcCtx *ctx, const CoapRpcU
                                                  const CoapRpcCliReqParam *param,
                                                  const CoapRpcCliAddr *addr);
 
-/* COAP_RpcCliObserveUnReq ends an observe relation and forgets its record, and its session when no
- * other request is bound to it.  A relation that has moved is ended at the peer where it is now,
- * whichever of the two `addr` names, if there is a session with the one named.  The former peer is
- * told when its session is given up, which naming it here brings about.
+/* COAP_RpcCliObserveUnReq ends an observe relation and deletes its record, and its session if no
+ * other request is bound to it.  A relation that has moved is ended at its current peer, whichever
+ * of the two `addr` names, if there is a session with the one named.  The former peer is told when
+ * its session is closed, which naming it here causes.
  *
  * Returns 0, also for an unknown relation; the assertion's value for a null argument. */
 COAP_RPC_API uint32_t COAP_RpcCliObserveUnReq(CoapRpcCtx *ctx, const CoapRpcUriKey *key,

@@ -6,19 +6,18 @@
 
 COAP_RPC_C_BEGIN
 
-/* COAP_RpcSetKeepAlive lets the instance ask silent peers of its client sessions for a sign of
- * life.  A peer that does not answer is reported to every onDisconnect, and again with every
- * further ping that stays unanswered.  Off at the start: without it onDisconnect is never called.
- * Peers of asynchronous answers are asked as well, as long as a session to them is open, but not
- * reported.
+/* COAP_RpcSetKeepAlive makes the instance ping silent peers of its client sessions.  A peer that
+ * does not answer is reported to every onDisconnect, and again with every further unanswered ping.
+ * Initially off: without it onDisconnect is never called.  Peers of asynchronous answers are pinged
+ * too, while a session to them is open, but not reported.
  *
- *   seconds   silence after which a session's peer is asked; 0 switches it off
+ *   seconds   silence after which a session's peer is pinged; 0 disables keep-alive
  *
- * A vanished peer is noticed with the ping after the one that it missed, so after two to three
- * periods, or later while libcoap still retransmits the first one.  Datagrams of both directions
- * break the silence: with requests more often than `seconds` a peer is never asked.  One that is
- * back before it is asked is not reported, although it may have restarted and know nothing of our
- * observe relations any more: COAP_RpcCliObserveReqVerify now and then renews them.
+ * A dead peer is detected with the ping after the one that it missed, so after two to three
+ * periods, or later while libcoap still retransmits the first ping.  Datagrams of both directions
+ * end the silence: with requests more often than `seconds` a peer is never pinged.  A peer that
+ * returns before it is pinged is not reported, although it may have restarted and lost our observe
+ * relations: renew them now and then with COAP_RpcCliObserveReqVerify.
  *
  * A ping that the system refuses to send counts as one without answer.  When our own address is
  * gone and a session goes on from another one, its peer is reported as well, once: it knows our
@@ -30,12 +29,12 @@ COAP_RPC_API uint32_t COAP_RpcSetKeepAlive(CoapRpcCtx *ctx, uint32_t seconds);
 /* COAP_RpcGetTokenlessRspNum counts the separate responses (CON or NON) without a token that peers
  * have sent to the instance's client sessions since it started; 0 for a null instance.
  *
- * Plain requests carry no token (the exceptions are block-wise ones, see coap_rpc_cli.h), so such
- * a response counts for CoAP as the answer to any plain CON request of its session: the one that
- * waits for its acknowledgement is not retransmitted any more.  When the response was late, sent
- * twice, or a stray one, and that request's datagram was lost as well, the request is lost without
- * a report: its call returned 0, no response comes, no retransmission, nothing in a log but this
- * number.  An application that cannot bear that repeats its call when no answer arrives in time. */
+ * Plain requests carry no token (except block-wise ones, see coap_rpc_cli.h), so for CoAP such a
+ * response is the answer to any plain CON request of its session: the unacknowledged one is not
+ * retransmitted any more.  If the response was late, duplicated or unrelated, and that request's
+ * datagram was lost too, the request is lost without a report: its call returned 0, and there is no
+ * response, no retransmission and no log line, only this number.  An application that cannot
+ * tolerate that repeats its call when no answer arrives in time. */
 COAP_RPC_API uint32_t COAP_RpcGetTokenlessRspNum(const CoapRpcCtx *ctx);
 
 /* COAP_RpcGetOldNotificationNum counts the notifications that the instance's relations have dropped
@@ -46,69 +45,69 @@ COAP_RPC_API uint32_t COAP_RpcGetTokenlessRspNum(const CoapRpcCtx *ctx);
  * is answered that asked.  0 for a null instance. */
 COAP_RPC_API uint64_t COAP_RpcGetOldNotificationNum(const CoapRpcCtx *ctx);
 
-/* COAP_RPC_MAX_OPEN_ASYNC_OF_PEER, COAP_RPC_MAX_OPEN_ASYNC: how many asynchronous requests of one
- * peer, at whatever URIs, and of all peers may be open, that is given to onAsyncRequest and neither
- * answered nor aborted.  Further ones get 5.03.  An open request costs about 300 bytes. */
+/* COAP_RPC_MAX_OPEN_ASYNC_OF_PEER, COAP_RPC_MAX_OPEN_ASYNC: maximum number of open asynchronous
+ * requests of one peer, at all URIs, and of all peers.  Open requests were passed to onAsyncRequest
+ * and neither answered nor aborted.  Further ones get 5.03.  An open request takes about 300
+ * bytes. */
 #define COAP_RPC_MAX_OPEN_ASYNC_OF_PEER 65536u
 #define COAP_RPC_MAX_OPEN_ASYNC 131072u
 
-/* COAP_RpcGetOpenAsyncNum counts the open asynchronous requests; 0 for a null instance.  A number
- * that only grows is that of a handler that forgets to answer. */
+/* COAP_RpcGetOpenAsyncNum counts the open asynchronous requests; 0 for a null instance.  If the
+ * number only grows, a handler fails to answer its requests. */
 COAP_RPC_API uint32_t COAP_RpcGetOpenAsyncNum(const CoapRpcCtx *ctx);
 
-/* COAP_RpcGetIoFd gives a descriptor that becomes readable when the instance has work: datagrams,
- * and whatever is due at a time, such as retransmissions, notifications that had to wait, answers
- * to asynchronous requests, signs of life to ask for, and payloads to release.
+/* COAP_RpcGetIoFd returns a descriptor that becomes readable when the instance has work: datagrams,
+ * and whatever is due, such as retransmissions, delayed notifications, answers to asynchronous
+ * requests, keep-alive pings, and payloads to release.
  *
  * An application with an event loop watches it (level-triggered) and calls COAP_RpcProcIo when it
- * is readable.  The periodic I/O task goes on beside it, and does nothing then that COAP_RpcProcIo
- * does not do in time.  The host's other timers are needed as before: notifications are asked for
- * by one of each observable URI, requests are repeated and sessions given up by others.  The
- * descriptor belongs to the instance: do not read or close it, and stop watching before
- * COAP_RpcUninit.
+ * is readable.  The periodic I/O task continues, but COAP_RpcProcIo then does all of its work in
+ * time.  The host's other timers are still needed: each observable URI has one that triggers
+ * notifications, others resend requests and close unused sessions.  The descriptor belongs to the
+ * instance: do not read or close it, and stop watching before COAP_RpcUninit.
  *
  * Returns -1 for a null instance. */
 COAP_RPC_API int COAP_RpcGetIoFd(CoapRpcCtx *ctx);
 
-/* COAP_RpcProcIo serves what waits at the instance's sockets and timers and returns; it never waits
- * for anything.  A run takes up to 10 ms and the callbacks of what it has begun by then.  Called by
- * a callback of such a run, it does nothing.
+/* COAP_RpcProcIo handles pending datagrams and due timers of the instance; it never waits.  A run
+ * takes up to 10 ms, plus the callbacks of the work it has started by then.  Called by a callback
+ * of such a run, it does nothing.
  *
- * Returns 1 when its time was used up and more may be waiting (the descriptor is then still
+ * Returns 1 when its time was used up and more may be pending (the descriptor is then still
  * readable), else 0; 0 for a null instance. */
 COAP_RPC_API uint32_t COAP_RpcProcIo(CoapRpcCtx *ctx);
 
-/* COAP_RpcSetLibLogLevel says which of libcoap's messages reach the log: 0 (emergency) to 8 (all,
- * the default; also for larger numbers).  libcoap has one level for the process.
+/* COAP_RpcSetLibLogLevel sets which of libcoap's messages are logged: 0 (emergency) to 8 (all, the
+ * default; also for larger numbers).  libcoap has one level for the process.
  *
- * Messages that neither the log nor the debug channel takes are not formatted.  Lower the level when
- * they are taken but not wanted, or when the host cannot be asked (CSVC_DBG_Takes in csvc_dbg.h):
- * at 8 libcoap writes some ten lines for each request, with the messages themselves; 4 leaves the
- * warnings.
+ * Messages that neither the log nor the debug channel takes are not formatted.  Lower the level if
+ * they are taken but not wanted, or if the host has no CSVC_DBG_Takes (csvc_dbg.h): at 8 libcoap
+ * writes about ten lines for each request, with the messages themselves; at 4 only warnings and
+ * errors.
  *
  * Returns 0 or:  1900001406 null instance (asserted) */
 COAP_RPC_API uint32_t COAP_RpcSetLibLogLevel(CoapRpcCtx *ctx, uint32_t level);
 
-/* COAP_RpcSetNstart says how many CON requests a client session may have under way at once; further
- * ones wait in libcoap.  It holds for sessions opened from then on; answers to asynchronous
- * requests go out one at a time all the same.
+/* COAP_RpcSetNstart sets how many CON requests of a client session may be unacknowledged at once;
+ * libcoap queues further ones.  It applies to sessions opened later; answers to asynchronous
+ * requests are always sent one at a time.
  *
- *   nstart   0: the default of RFC 7252 section 4.8, which is 1.  A larger one asks more of the
- *            network than CoAP's congestion control allows: for networks of one's own
+ *   nstart   0: the default of RFC 7252 section 4.8, which is 1.  A larger number exceeds CoAP's
+ *            congestion control: use it only in your own network
  *
  * Returns 0 or:  1900001408 null instance (asserted) */
 COAP_RPC_API uint32_t COAP_RpcSetNstart(CoapRpcCtx *ctx, uint16_t nstart);
 
-/* COAP_RpcSerReopen opens the endpoint of a listen that has none, because its port was held when
- * COAP_RpcSerSetUri made it: one attempt, without sleep.  What is attached there is served from
- * then on.  The key of a call that gave 1900000157 is not: attach it again, before or after.  Any
- * callback may call it that may call COAP_RpcSerSetUri.
+/* COAP_RpcSerReopen opens the endpoint of a listen that has none, because its port was in use when
+ * COAP_RpcSerSetUri created it: one attempt, without sleep.  The keys attached there are then
+ * served.  The key of a call that returned 1900000157 is not attached: attach it again, before or
+ * after.  Any callback that may call COAP_RpcSerSetUri may call this function.
  *
  *   addr   as given to COAP_RpcSerSetUri
  *
  * Returns 0, also when the listen has its endpoint already, or:
  *                1900001452 null argument (asserted)     1900001453 no listen with this address
- *                1900001454 still unavailable: libcoap's warning "cannot open endpoint" tells why
+ *                1900001454 still unavailable: see libcoap's warning "cannot open endpoint"
  */
 COAP_RPC_API uint32_t COAP_RpcSerReopen(CoapRpcCtx *ctx, const CoapRpcSerListenAddr *addr);
 

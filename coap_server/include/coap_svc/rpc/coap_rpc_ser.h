@@ -1,4 +1,4 @@
-/* coap_rpc_ser.h: serving: register handler tables, attach them to addresses, answer, publish.
+/* coap_rpc_ser.h: server: register handler tables, attach them to addresses, answer, publish.
  *
  * Order of calls: COAP_RpcInit, COAP_RpcSerRegVtbl for each key, COAP_RpcSerSetUri for each key and
  * address.  COAP_RpcSerObserveDataUpdate and COAP_RpcSerObserveDataDel feed observable URIs. */
@@ -19,7 +19,7 @@ typedef struct COAP_RPC_PACKED CoapRpcSerListenAddr {
 } CoapRpcSerListenAddr;
 static_assert(sizeof(CoapRpcSerListenAddr) == 24, "listen address size");
 
-/* CoapRpcSerReqInfo describes the request handed to onRequest. */
+/* CoapRpcSerReqInfo describes the request passed to onRequest. */
 typedef struct CoapRpcSerReqInfo {
   uint32_t isObserve;    /* 2: the request carries an Observe option; else 0 */
   CoapRpcIpAddr srcAddr; /* peer address; no port */
@@ -28,20 +28,20 @@ typedef struct CoapRpcSerReqInfo {
 static_assert(sizeof(CoapRpcSerReqInfo) == 28, "request information size");
 
 /* CoapRpcSerOnRequest answers a request at once.  Called from the I/O task; may call any function
- * of the library but COAP_RpcUninit.
+ * of the library except COAP_RpcUninit.
  *
  *   payload   NUL-terminated copy of payloadLen bytes, valid during the call
  *   out       outSize (65471) zeroed bytes for the answer
  *
  * Returns the length of the answer (1 to 65470 bytes); 0: no answer payload; -1: answer 2.04
- * without payload; anything else: failure. */
+ * without payload; any other value: failure. */
 typedef int32_t (*CoapRpcSerOnRequest)(uint64_t userData, const CoapRpcSerReqInfo *info,
                                        uint8_t *payload, uint32_t payloadLen, uint8_t *out,
                                        uint32_t outSize);
 
-/* CoapRpcSerOnAsyncRequest takes a request that is answered later with
- * COAP_RpcSerSendAsyncResponse or COAP_RpcSerAbortAsyncResponse on `async`, also from inside the
- * call.  Called from the I/O task.  Its result is not sent. */
+/* CoapRpcSerOnAsyncRequest receives a request that is answered later, by
+ * COAP_RpcSerSendAsyncResponse or COAP_RpcSerAbortAsyncResponse with `async`; both may be called
+ * inside the callback.  Called from the I/O task.  Its result is not sent. */
 typedef uint32_t (*CoapRpcSerOnAsyncRequest)(uint64_t userData, uint8_t *payload,
                                              uint32_t payloadLen, void *async);
 
@@ -58,25 +58,25 @@ static_assert(sizeof(CoapRpcSerVtblReg) == 28, "server registration size");
 
 /* CoapRpcSerIdlMsgBuf is what an IDL builder fills: one message. */
 typedef struct CoapRpcSerIdlMsgBuf {
-  uint8_t *buf;  /* size bytes, neither cleared nor exchanged between the changes of a payload */
+  uint8_t *buf;  /* size bytes, the same uncleared buffer for all changes of a payload */
   uint32_t len;  /* set by the builder: bytes written, at most 65465.  A longer message fits into no
-                    payload: nothing of the URI is published until its tuple is built shorter */
+                    payload: the URI publishes nothing until its tuple is built shorter */
   uint32_t size; /* 65471 */
 } CoapRpcSerIdlMsgBuf;
 
 /* Callbacks of an observe record, all called from the host thread:
  *
  *   callback                     called from                           may call back
- *   tupleKeyCmp                  any call that has to do with tuples   nothing of the instance
+ *   tupleKeyCmp                  any call that uses tuples             nothing of the instance
  *   keyToStr, valToStr           display commands                      nothing of the instance
- *   onObserverNum                the I/O; also COAP_RpcSerUnsetUri,    anything but COAP_RpcUninit
+ *   onObserverNum                the I/O; also COAP_RpcSerUnsetUri,    all but COAP_RpcUninit
  *                                and COAP_RpcSerSetUri when it fails
- *   buildUpdate, buildDelete,    the I/O                               anything but COAP_RpcUninit
+ *   buildUpdate, buildDelete,    the I/O                               all but COAP_RpcUninit
  *   getFirstTuple, getNextTuple
  *
  * A tuple that a builder changes is published with the next payload, not with the one being built.
- * COAP_RpcUninit calls none of them but tupleKeyCmp.
- * getFirstTuple and getNextTuple may also be walked by COAP_RpcIterateTupleFromApp.
+ * COAP_RpcUninit calls only tupleKeyCmp.
+ * COAP_RpcIterateTupleFromApp also calls getFirstTuple and getNextTuple.
  * `out` is a json_t object to fill (JSON entries) or a CoapRpcSerIdlMsgBuf (IDL entries). */
 typedef int32_t (*CoapRpcTupleKeyCmp)(const void *keyA, const void *keyB);
 typedef const char *(*CoapRpcTupleToStr)(const void *bytes, char *buf, uint32_t size);
@@ -95,7 +95,7 @@ typedef struct CoapRpcSerObVtblReg {
   CoapRpcTupleKeyCmp tupleKeyCmp;     /* required: total order of keys, <0, 0, >0 */
   CoapRpcTupleToStr keyToStr;         /* optional: key text for the display */
   CoapRpcTupleToStr valToStr;         /* optional: value text for the display */
-  CoapRpcOnObserverNum onObserverNum; /* optional: told each new observer count */
+  CoapRpcOnObserverNum onObserverNum; /* optional: called with each new observer count */
   CoapRpcBuildUpdate buildUpdate;     /* required to publish: 0 = element built; val is null
                                          when valLen is 0 */
   CoapRpcBuildDelete buildDelete;     /* required to publish: 0 = element built */
@@ -108,7 +108,7 @@ static_assert(offsetof(CoapRpcSerObVtblReg, buildUpdate) == 40, "observe record 
 static_assert(offsetof(CoapRpcSerObVtblReg, buildDelete) == 48, "observe record layout");
 
 /* COAP_RpcSerRegVtbl registers a handler table for a key.  The first registration of a key wins:
- * a further one changes nothing and is a success.  There is no unregistration.
+ * a further one changes nothing and succeeds.  A key cannot be unregistered.
  *
  *   reg     copied
  *   obReg   observe record, copied; null for a URI that publishes nothing
@@ -120,15 +120,15 @@ COAP_RPC_API uint32_t COAP_RpcSerRegVtbl(CoapRpcCtx *ctx, const CoapRpcUriKey *k
                                          const CoapRpcSerObVtblReg *obReg);
 
 /* COAP_RpcSerSetUri attaches a registered key to a local address and port.  It opens the listen on
- * first use, binds the entry and makes sure the URI's resource exists.  Attaching the key again to
- * another address moves it; the old listen stays until a later detach finds it empty.
+ * first use, binds the entry and creates the URI's resource if necessary.  Attaching the key again
+ * to another address moves it; the old listen stays until a later detach finds it empty.
  *
- * A port that is held gives 1900000157 and leaves a listen without endpoint; the key is not
- * attached.  Attaching to it again returns 0 and serves nothing, also when the port is free by
- * then. Two ways out: attach again, and open the listen with COAP_RpcSerReopen (coap_rpc_ext.h); or
- * attach again, detach with COAP_RpcSerUnsetUri, which deletes the listen when no other key is
- * attached there, and attach once more.  libcoap's warning "cannot open endpoint" names address,
- * port and errno of each attempt.
+ * If the port is in use, the call returns 1900000157 and leaves a listen without endpoint; the key
+ * is not attached.  Attaching to it again returns 0 but serves nothing, even if the port is free by
+ * then.  To recover, attach again and open the listen with COAP_RpcSerReopen (coap_rpc_ext.h); or
+ * attach again, detach with COAP_RpcSerUnsetUri, which deletes the listen if no other key is
+ * attached there, and attach once more.  libcoap's warning "cannot open endpoint" has address, port
+ * and errno of each attempt.
  *
  * Returns 0 or:  1900000077 null argument (asserted)     1900000082 family is neither 1 nor 2
  *                1900000087 IPv4 address 0               1900000152 no listen record
@@ -139,21 +139,21 @@ COAP_RPC_API uint32_t COAP_RpcSerSetUri(CoapRpcCtx *ctx, const CoapRpcUriKey *ke
                                         const CoapRpcSerListenAddr *addr);
 
 /* COAP_RpcSerUnsetUri detaches a key from its address; the registration stays.  The listen and the
- * resource go with their last entry.
+ * resource are deleted with their last entry.
  *
- * Its observers leave with listen or resource: onObserverNum is called before this returns, or,
- * when a callback detaches, at the end of what called that.  When onObserverNum attaches the key
- * again, it is attached when this returns.
+ * Its observers are removed with listen or resource: onObserverNum is called before this function
+ * returns or, when a callback detaches, at the end of the call or I/O run that called the callback.
+ * If onObserverNum attaches the key again, it is attached when this function returns.
  *
  * Returns 0, also for an unknown key, or:
  *                1900001450 null argument (asserted)     1900001201 the key was not attached
  *                1900001221 the key was not bound to its resource */
 COAP_RPC_API uint32_t COAP_RpcSerUnsetUri(CoapRpcCtx *ctx, const CoapRpcUriKey *key);
 
-/* COAP_RpcSerSendAsyncResponse answers an asynchronous request.  The answer goes out with the next
- * run of the I/O; a second answer, or an abort, before that replaces it.
+/* COAP_RpcSerSendAsyncResponse answers an asynchronous request.  The answer is sent by the next run
+ * of the I/O; a second answer, or an abort, before that replaces it.
  *
- *   async       as given to onAsyncRequest
+ *   async       as passed to onAsyncRequest
  *   data, len   copied
  *
  * Returns 0 or:  1900000414 null argument                1900000418 no memory
@@ -177,12 +177,12 @@ COAP_RPC_API uint32_t COAP_RpcSerAbortAsyncResponse(CoapRpcCtx *ctx, void *async
 COAP_RPC_API uint32_t COAP_RpcSerObserveDataUpdate(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
                                                    const void *tupleKey, const void *tupleVal);
 
-/* COAP_RpcSerObserveDataDel removes one tuple and queues the deletion for the observers, also when
- * the tuple was not there.  A null argument is asserted. */
+/* COAP_RpcSerObserveDataDel removes one tuple and queues the deletion for the observers, also if
+ * the tuple does not exist.  A null argument is asserted. */
 COAP_RPC_API void COAP_RpcSerObserveDataDel(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
                                             const void *tupleKey);
 
-/* CoapRpcIteratorParam says how to walk an application's own tuples. */
+/* CoapRpcIteratorParam describes a walk over an application's tuples. */
 typedef struct CoapRpcIteratorParam {
   uint64_t userData;           /* first argument of both callbacks */
   const CoapRpcUriKey *uriKey; /* not read by the iterator */
@@ -196,7 +196,7 @@ enum { COAP_RPC_APP_CURSOR_SIZE = 64 };
 
 /* CoapRpcIterator is one walk; the current tuple is in keyBuf and valBuf. */
 typedef struct CoapRpcIterator {
-  uint8_t flags; /* bit 0: isFirst, no step made yet */
+  uint8_t flags; /* bit 0: isFirst, before the first step */
   uint64_t userData;
   uint8_t appCursor[COAP_RPC_APP_CURSOR_SIZE]; /* the application's, zeroed at the start */
   uint16_t keyLen;
@@ -205,15 +205,15 @@ typedef struct CoapRpcIterator {
   CoapRpcGetNextTuple getNextTuple;
   uint8_t *keyBuf;  /* keyLen bytes */
   uint8_t *valBuf;  /* valLen bytes; null when valLen is 0 */
-  uint8_t *lastKey; /* keyLen bytes behind this record: the key delivered last */
+  uint8_t *lastKey; /* keyLen bytes after this record: the key delivered last */
 } CoapRpcIterator;
 
-/* COAP_RpcNewIterator starts a walk.  Returns null for a null parameter or without memory. */
+/* COAP_RpcNewIterator starts a walk.  Returns null for a null parameter or if out of memory. */
 COAP_RPC_API CoapRpcIterator *COAP_RpcNewIterator(const CoapRpcIteratorParam *param,
                                                   CoapRpcCtx *ctx);
 
 /* COAP_RpcIterateTupleFromApp makes one step.  Returns 1: a tuple is in keyBuf and valBuf; 0: end
- * of the walk or failure (logged either way), null iterator, or a callback missing. */
+ * of the walk or failure (both are logged), null iterator, or missing callback. */
 COAP_RPC_API uint32_t COAP_RpcIterateTupleFromApp(CoapRpcIterator *it, CoapRpcCtx *ctx);
 
 /* COAP_RpcFreeIterator ends a walk.  Null is accepted. */

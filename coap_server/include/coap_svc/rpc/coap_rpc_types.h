@@ -1,9 +1,8 @@
 /* coap_rpc_types.h: the records and macros that every interface of the library shares.
  *
- * Records marked COAP_RPC_PACKED have no gaps between their fields and may stand at any address;
- * the others are laid out naturally.  A record must be zeroed before it is filled: keys compare
- * all their bytes, those behind a text's terminator included.  docs/conventions.md states the
- * rules that hold for all functions. */
+ * Records marked COAP_RPC_PACKED have no padding and may be unaligned; the others have natural
+ * layout.  A record must be zeroed before it is filled: keys compare all their bytes, including
+ * those after a text's terminator.  docs/conventions.md states the rules for all functions. */
 #ifndef COAP_RPC_TYPES_H
 #define COAP_RPC_TYPES_H
 
@@ -25,7 +24,7 @@
 
 COAP_RPC_C_BEGIN
 
-/* CoapRpcCtx is one instance of the library, made by COAP_RpcInit; its only handle. */
+/* CoapRpcCtx is one instance of the library, created by COAP_RpcInit; its only handle. */
 typedef struct CoapRpcCtx CoapRpcCtx;
 
 enum {
@@ -61,18 +60,18 @@ typedef struct COAP_RPC_PACKED CoapRpcIpAddr {
   uint8_t family; /* 1 IPv4; any other value (2 in practice) IPv6 */
   uint8_t rsv[3]; /* zero */
   union {
-    uint32_t ipv4;    /* host byte order; the 12 bytes behind it are zero */
+    uint32_t ipv4;    /* host byte order; the 12 bytes after it are zero */
     uint8_t ipv6[16]; /* network byte order */
   } addr;
 } CoapRpcIpAddr;
 static_assert(sizeof(CoapRpcIpAddr) == 20, "address size");
 static_assert(offsetof(CoapRpcIpAddr, addr) == 4, "address layout");
 
-/* CoapRpcInitParam is what an application hands to COAP_RpcInit; read once, never kept.
- * Handles are the host's (platform headers); the unnamed ones are carried, not read. */
+/* CoapRpcInitParam is the argument of COAP_RpcInit; read once, never kept.
+ * Handles are the host's (platform headers); the unnamed ones are stored, not read. */
 typedef struct COAP_RPC_PACKED CoapRpcInitParam {
   const char *name;   /* instance name: log module and display object; copied */
-  uint32_t logEnable; /* 0: no framework log records at all */
+  uint32_t logEnable; /* 0: no framework log records */
   uint64_t memHandle; /* memory pool; every allocation comes from it */
   uint64_t hostHandle1;
   uint64_t dispHandle; /* display-command service */
