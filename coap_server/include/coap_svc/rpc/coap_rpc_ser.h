@@ -66,13 +66,12 @@ typedef struct CoapRpcSerIdlMsgBuf {
 
 /* Callbacks of an observe record, all called from the host thread:
  *
- *   callback                     called from                           may call back
- *   tupleKeyCmp                  any call that uses tuples             nothing of the instance
- *   keyToStr, valToStr           display commands                      nothing of the instance
- *   onObserverNum                the I/O; also COAP_RpcSerUnsetUri,    all but COAP_RpcUninit
- *                                and COAP_RpcSerSetUri when it fails
- *   buildUpdate, buildDelete,    the I/O                               all but COAP_RpcUninit
- *   getFirstTuple, getNextTuple
+ *  - tupleKeyCmp: by any call that uses tuples; must not call the instance
+ *  - keyToStr, valToStr: by display commands; must not call the instance
+ *  - onObserverNum: by the I/O, by COAP_RpcSerUnsetUri, and by COAP_RpcSerSetUri when it fails;
+ *    may call all functions except COAP_RpcUninit
+ *  - buildUpdate, buildDelete, getFirstTuple, getNextTuple: by the I/O; may call all functions
+ *    except COAP_RpcUninit
  *
  * A tuple that a builder changes is published with the next payload, not with the one being built.
  * COAP_RpcUninit calls only tupleKeyCmp.
