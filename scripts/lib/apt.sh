@@ -59,7 +59,7 @@ mirror() {
   apt-get indextargets --format '$(REPO_URI)' 'Origin: Debian' 'Label: Debian' | sort -u | head -n 1
 }
 
-# What a user fetched for this project, kept between builds.
+# Downloads of this user for this project, kept between builds.
 cache_folder() {
   local home
   home=${HOME:-$(getent passwd "$(id -u)" | cut -d: -f6)}

@@ -1,7 +1,7 @@
 # common.sh: sourced by the scripts; they then run in the root of the checkout.
 
-# A relative LIBCOAP_SOURCE or LIBCOAP_FIXES means relative to where the caller is.  When the first is not
-# given it is set empty, which makes CMake forget the one of an earlier time.
+# A relative LIBCOAP_SOURCE or LIBCOAP_FIXES is relative to the caller's folder.  If the first is not
+# given, it is set to the empty text, which makes CMake forget an earlier one.
 LIBCOAP_SOURCE=${LIBCOAP_SOURCE:+$(readlink -f "$LIBCOAP_SOURCE")}
 LIBCOAP_FIXES=${LIBCOAP_FIXES:+$(readlink -f "$LIBCOAP_FIXES")}
 export LIBCOAP_SOURCE LIBCOAP_FIXES

@@ -1,5 +1,5 @@
-# peers.sh: sourced by the scripts that talk to CoAP implementations of others; they need apt.sh.
-# Each is installed once, in the versions that tests/interop/peers names, and then found there.
+# peers.sh: sourced, after apt.sh, by the scripts that use other CoAP implementations.  Each is installed
+# once, in the version that tests/interop/peers names.
 
 readonly PEERS=tests/interop/peers
 cache=$(cache_folder)
@@ -10,7 +10,7 @@ readonly NPM_PATIENCE=(--fetch-retries 2 --fetch-retry-mintimeout 1000 --fetch-r
 # is_current <list of versions> <its copy in the cache>
 is_current() { cmp -s "$1" "$2"; }
 
-# want <command> <package>...: a machine may have the command from elsewhere.
+# want <command> <package>...: installs the packages unless the command exists, from wherever it came.
 want() {
   local command=$1
   shift
@@ -18,8 +18,8 @@ want() {
     { printf 'no %s here, and its package cannot be installed\n' "$command"; return "$UNAVAILABLE"; }
 }
 
-# judge_fetch <registry> <command>...: a fetch failed; is that for want of the registry?  The command
-# asks for something that the registry always has.
+# judge_fetch <registry> <command>...: decides whether a fetch failed because the registry is
+# unreachable.  The command asks for something that the registry always has.
 judge_fetch() {
   local registry=$1
   shift
@@ -28,8 +28,8 @@ judge_fetch() {
   return "$UNAVAILABLE"
 }
 
-# install_aiocoap, install_node_coap: 0 when the peer is there; UNAVAILABLE, and a line says why; else
-# what went wrong is printed.
+# install_aiocoap, install_node_coap: 0 if the peer is installed; UNAVAILABLE, with a line that says why;
+# any other status with an error message.
 
 # A venv needs the module that makes one; the distribution has it in a package of its own.
 install_aiocoap() {
