@@ -1,9 +1,9 @@
 # Target coverage of the preset coverage: runs every test, reports which lines and branches of our
-# own sources they executed, and fails when that is too little or a failure site was not reached.
+# own sources they executed, and fails if that is too little or a failure site was not reached.
 #
-# Counts are those of the library's, the host's and the console's own object files.  Branches that
-# the compiler makes for exceptions, and those on lines without source of their own, are left out:
-# no test chooses between them.
+# Counts are those of the object files of the library, the host and the console.  Branches that the
+# compiler adds for exceptions, and branches on lines without source, are excluded: no test can choose
+# between them.
 if(NOT COAP_RPC_COVERAGE)
   return()
 endif()
@@ -54,7 +54,7 @@ set(library coap_server/src third_party/libcoap/ext)
 coap_rpc_report(libraryReport library ${library})
 coap_rpc_report(wholeReport all ${library} platform/src tools)
 
-# Tests wait more than they compute.  A few look at the clock, which counting slows down.
+# Tests wait more than they compute.  Counting slows down a few that depend on the clock.
 include(ProcessorCount)
 ProcessorCount(numProcessors)
 math(EXPR numParallel "2 * ${numProcessors} + 1")

@@ -1,4 +1,4 @@
-# Forgets what earlier runs of the tests executed and reached.
+# Deletes the records of earlier test runs.
 file(GLOB_RECURSE counts ${BINARY_DIR}/*.gcda)
 if(counts)
   file(REMOVE ${counts})

@@ -1,24 +1,23 @@
-# What an installation consists of, by components: library, host (what a program needs to run),
-# dev, tools and doc.  packages.cmake makes a package from each.
+# The files of an installation, by component: library, host (needed to run a program), dev, tools and
+# doc.  packages.cmake makes a package from each.
 #
 #   coap_rpc_install(<shared library>... COMPONENT <component> HEADERS <folder>
 #                    [HEADERS_TO <folder below include>])
-#     installs the libraries and every *.h below the folder; the folder's inner structure is kept.
-#     What is only needed to build against the libraries goes to dev.
-#     Include folders of the libraries' own have to be given as $<BUILD_INTERFACE:...>.
+#     installs the libraries and every *.h below the folder, with its structure.
+#     Files that are only needed to build against the libraries belong to dev.
+#     The libraries' own include folders have to be given as $<BUILD_INTERFACE:...>.
 #     The libraries become imported targets coap_svc_rpc::<name> of the CMake package.
 #
-# The root calls coap_rpc_install_package() after all folders: CMake package files and pkg-config
-# files for what has been installed.  libcoap and Jansson are inside or behind coap_svc_rpc and do
-# not show up; the reference host (kestrel, coap_svc_debug) is a package of its own for pkg-config,
-# because a program may bring another host.
+# The root calls coap_rpc_install_package() after all folders; it writes the CMake package files and
+# pkg-config files.  They do not mention libcoap and Jansson, which are internal.  The reference host
+# (kestrel, coap_svc_debug) has its own pkg-config file, because a program may use another host.
 
 include(CMakePackageConfigHelpers)
 
-# Of an install() that does not name one: programs and their manual pages.
+# The component of an install() that names none: programs and their manual pages.
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME tools)
 
-# Where headers go: ours, and below it those of the reference host.
+# The folder of the host's headers, below ours.
 set(COAP_RPC_PLATFORM_HEADERS coap_svc/platform)
 
 function(coap_rpc_install)
@@ -28,7 +27,7 @@ function(coap_rpc_install)
       COMPONENT ${arg_COMPONENT} NAMELINK_COMPONENT dev
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
       ${CMAKE_INSTALL_INCLUDEDIR}/${COAP_RPC_PLATFORM_HEADERS})
-  # The libraries find each other beside themselves.
+  # The libraries find each other in their own folder.
   set_target_properties(${arg_UNPARSED_ARGUMENTS} PROPERTIES INSTALL_RPATH "$ORIGIN")
   install(DIRECTORY ${arg_HEADERS}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${arg_HEADERS_TO}
     COMPONENT dev FILES_MATCHING PATTERN "*.h")
@@ -60,7 +59,7 @@ function(coap_rpc_install_package)
   coap_rpc_install_pkgconfig(kestrel)
 endfunction()
 
-# The documents, and the reference when it has been made (target reference).
+# The documents, and the reference if it has been built (target reference).
 function(coap_rpc_install_documents)
   add_custom_target(reference COMMAND ${PROJECT_SOURCE_DIR}/scripts/make-reference VERBATIM)
   install(FILES ${PROJECT_SOURCE_DIR}/docs/man/coap_svc_rpc.7

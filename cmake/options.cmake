@@ -1,8 +1,8 @@
 # Options of the build, and the two interface targets that carry our compiler flags:
 #   coap_rpc_warnings   the warnings, errors unless COAP_RPC_WERROR is off
 #   coap_rpc_cxx        the language rules of the library
-# Both are linked PRIVATE by every target of ours.  Sanitizers and coverage go to everything that is
-# compiled, libcoap included.
+# All our targets link both PRIVATE.  Sanitizers and coverage apply to all compiled code, libcoap
+# included.
 
 option(COAP_RPC_WERROR "treat warnings as errors" ON)
 option(COAP_RPC_COVERAGE "count executed lines" OFF)
@@ -28,7 +28,7 @@ endforeach()
 add_library(coap_rpc_warnings INTERFACE)
 target_compile_options(coap_rpc_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wformat=2
-  # Records that end in an array say __extension__, which only gcc takes for an answer.
+  # Records that end in an array have __extension__, which silences only gcc.
   $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wno-c99-extensions>
   $<$<BOOL:${COAP_RPC_WERROR}>:-Werror>)
 
@@ -47,16 +47,15 @@ if(COAP_RPC_FUZZ)
   add_link_options(-fsanitize=fuzzer-no-link)
 endif()
 
-# coap_rpc_hide_from_fuzzer(): the fuzzer is to look for new ways through the product, not through what
-# is in the calling folder.
+# coap_rpc_hide_from_fuzzer(): the fuzzer ignores the coverage of the calling folder.
 macro(coap_rpc_hide_from_fuzzer)
   if(COAP_RPC_FUZZ)
     add_compile_options(-fno-sanitize=fuzzer-no-link)
   endif()
 endmacro()
 
-# coap_rpc_allow_foreign_writes(): what is compiled in the calling folder lets libraries that the memory
-# sanitizer does not see write into its local variables.
+# coap_rpc_allow_foreign_writes(): libraries without the memory sanitizer may write into local variables of
+# the calling folder's code.
 macro(coap_rpc_allow_foreign_writes)
   if(COAP_RPC_SANITIZE STREQUAL "memory")
     add_compile_options("SHELL:-mllvm -msan-poison-stack=0")
@@ -64,14 +63,14 @@ macro(coap_rpc_allow_foreign_writes)
 endmacro()
 
 if(COAP_RPC_SANITIZE)
-  # The vptr check needs RTTI, which we do without.
+  # The vptr check needs RTTI, which is off.
   add_compile_options(-fsanitize=${COAP_RPC_SANITIZE} -fno-sanitize=vptr
     -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${COAP_RPC_SANITIZE} -fno-sanitize=vptr)
   if(COAP_RPC_SANITIZE STREQUAL "memory")
     add_compile_options(-fsanitize-ignorelist=${PROJECT_SOURCE_DIR}/cmake/msan_ignore.txt)
   endif()
-  # What the checks of our C++ libraries call has to be in the program, C or not.
+  # The checks of our C++ libraries call functions that have to be in the program, even in C.
   add_link_options(
     "$<$<LINK_LANG_AND_ID:C,Clang>:SHELL:-fsanitize-link-c++-runtime -lstdc++>")
 endif()

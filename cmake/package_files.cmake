@@ -1,5 +1,5 @@
-# Run by cpack on the staged components, before packages are made from them: adds copyright and
-# change logs to each, and compresses manual pages.  SOURCE_DATE_EPOCH gives the time, when set.
+# Run by cpack on the staged components before it makes packages: adds copyright and change log to each,
+# and compresses manual pages.  SOURCE_DATE_EPOCH sets the time.
 cmake_minimum_required(VERSION 3.25)
 
 string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)

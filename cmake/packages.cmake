@@ -1,11 +1,11 @@
-# Debian packages, one of each component: cpack -G DEB, or scripts/package, which also makes
-# everything that goes into them.
+# Debian packages, one for each component: cpack -G DEB, or scripts/package, which also builds their
+# contents.
 #   library   libcoap-svc-rpc1        tools   coap-svc-rpc-tools
 #   host      libkestrel1             doc     libcoap-svc-rpc-doc
 #   dev       libcoap-svc-rpc-dev
-# package_files.cmake adds what Debian wants in a package and an installation does not have.
+# package_files.cmake adds the files that Debian requires in a package only.
 
-# The maintainer of a package is who makes it: Debian's variables say so, else git does.
+# The maintainer of a package: from Debian's variables, otherwise from git.
 function(coap_rpc_maintainer out)
   set(name "$ENV{DEBFULLNAME}")
   set(mail "$ENV{DEBEMAIL}")
@@ -46,7 +46,7 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
   GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
-# Behind the first rule it goes on about what is not compiled in.
+# The text after the first rule is about parts that are not compiled in.
 get_target_property(libcoapDir coap-3 SOURCE_DIR)
 file(READ ${libcoapDir}/LICENSE LIBCOAP_LICENSE)
 string(REGEX REPLACE "\n=====.*" "" LIBCOAP_LICENSE "${LIBCOAP_LICENSE}")
@@ -66,8 +66,8 @@ set(version "(= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})")
 set(CPACK_COMPONENTS_ALL)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
-# The trigger runs ldconfig.  cpack would add scripts that do so once more, unless there are others:
-# it leaves out those that it is told of but does not find.
+# The trigger runs ldconfig.  cpack would add scripts that run it again unless others are named; it omits
+# named scripts that do not exist.
 set(triggers ${PROJECT_BINARY_DIR}/package/triggers)
 file(CONFIGURE OUTPUT ${triggers} CONTENT "activate-noawait ldconfig\n")
 foreach(component LIBRARY HOST)

@@ -1,5 +1,5 @@
-# Run by ctest: each file of an installation belongs to one component, and each component has a package
-# and in it what the package is for.
+# Run by ctest: each file of an installation belongs to one component, and each component's package has
+# its expected files.
 cmake_minimum_required(VERSION 3.25)
 
 include(${BUILD}/CPackConfig.cmake)

@@ -1,5 +1,5 @@
-# Run by ctest: makes ${WORK}/prefix, and looks for what should not be in it.
-# It is installed elsewhere and then moved, because an installation does not know where it is.
+# Run by ctest: creates ${WORK}/prefix, and looks for files that do not belong there.  It is installed
+# elsewhere and then moved, because an installation must be relocatable.
 cmake_minimum_required(VERSION 3.25)
 
 file(REMOVE_RECURSE ${WORK})

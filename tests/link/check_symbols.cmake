@@ -1,4 +1,4 @@
-# Run by ctest: looks at the finished library from outside.
+# Run by ctest: checks the symbols of the finished library.
 #   LIBRARY  the shared library     READELF, COMPILER  tools     WORK  a folder to write to
 cmake_minimum_required(VERSION 3.25)
 
@@ -10,7 +10,7 @@ function(run_readelf option out)
   set(${out} "${lines}" PARENT_SCOPE)
 endfunction()
 
-# Every function of libcoap is there, and under a non-default version of ours; none of its data is.
+# Every function of libcoap is exported with a non-default version of ours; its data is not.
 run_readelf(--dyn-syms lines)
 set(numNames 0)
 foreach(line IN LISTS lines)
@@ -31,13 +31,13 @@ endforeach()
 if(numNames LESS 100)
   message(SEND_ERROR "only ${numNames} libcoap names in the dynamic symbol table")
 endif()
-# One that libcoap does not export.
+# A function that libcoap does not export.
 list(FILTER lines INCLUDE REGEX " coap_endpoint_get_session@")
 if(NOT lines)
   message(SEND_ERROR "libcoap's internal functions have no names")
 endif()
 
-# Nothing of libcoap is looked up at run time, so nobody else's can be found.
+# Nothing of libcoap is looked up at run time, so another libcoap's functions cannot be found.
 run_readelf(--relocs lines)
 foreach(line IN LISTS lines)
   if(line MATCHES " coap_")
@@ -45,7 +45,7 @@ foreach(line IN LISTS lines)
   endif()
 endforeach()
 
-# The host is not a dependency: a program brings it, or another one.
+# The host is not a dependency: a program provides it.
 run_readelf(--dynamic lines)
 foreach(line IN LISTS lines)
   if(line MATCHES "NEEDED.*(kestrel|coap_svc_debug|libcoap-3)")
@@ -53,13 +53,13 @@ foreach(line IN LISTS lines)
   endif()
 endforeach()
 
-# A host need not have what is optional.
+# A host may lack the optional functions.
 run_readelf(--dyn-syms lines)
 if(NOT lines MATCHES " WEAK [^;]* UND CSVC_DBG_Takes")
   message(SEND_ERROR "CSVC_DBG_Takes is not referred to weakly")
 endif()
 
-# It starts no thread and no process: what that takes is not imported.
+# It starts no thread and no process: it does not import the functions for that.
 set(starters pthread_create thrd_create clone clone3 fork vfork posix_spawn posix_spawnp popen system
   timer_create mq_notify getaddrinfo_a aio_read aio_write lio_listio)
 run_readelf(--dyn-syms lines)
