@@ -1,8 +1,8 @@
-/* bench_notify.cpp: from an update to the payload in libcoap's hands, and Jansson alone beside it.
+/* bench_notify.cpp: from an update to the payload owned by libcoap, compared with Jansson alone.
  *
- *   Queue     update so many tuples that one observer watches: set and pending changes
+ *   Queue     update N tuples that one observer watches: set and pending changes
  *   Handover  the tick that finds them pending, until the JSON payload has been handed over
- *   Jansson   build and print the same document without us
+ *   Jansson   build and print the same document without the library
  *
  * The observer is a UDP socket that registered by NON and fetches no block but the first. */
 #include <arpa/inet.h>

@@ -1,11 +1,11 @@
 /* bench_tuples.cpp: tuples and pending changes of one observed URI, on the reference host.
  *
- *   Publish   update so many new tuples: set and change list grow from nothing
+ *   Publish   update N new tuples: set and change list grow from empty
  *   Merge     update them again while their changes are pending
  *   Drain     take the pending changes off the list, as a payload builder does
  *
  * Keys and values have 16 bytes.  "tuple_extra" and "chg_extra" are the bytes that a tuple and a
- * pending change take from the pool beyond key and value, the index beside the list included. */
+ * pending change take from the pool besides key and value, including the index of the list. */
 #include <benchmark/benchmark.h>
 
 #include <cstring>

@@ -1,4 +1,4 @@
-/* call_client.h: keeps so many asynchronous calls under way and times them.
+/* call_client.h: keeps N asynchronous calls under way and times them.
  *
  * How a call is sent is the caller's: Calls says which one, and is told of answers. */
 #ifndef BENCH_WIRE_CALL_CLIENT_H
@@ -33,7 +33,7 @@ struct CallPayload {
   const uint8_t *Bytes() const { return reinterpret_cast<const uint8_t *>(text); }
 };
 
-// Calls is a closed loop of so many calls, or an open one at a rate.
+// Calls is a closed loop of N calls, or an open one at a rate.
 class Calls {
  public:
   using Send = std::function<void(const CallPayload &)>;

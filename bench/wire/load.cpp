@@ -1,11 +1,11 @@
-/* load.cpp: asks a server over UDP, from so many ports, each with one request under way.
+/* load.cpp: asks a server over UDP, from N ports, each with one request under way.
  *
  *   --port <n>       the server's, on 127.0.0.1 (5683)
  *   --ports <n>      of ours (1)
  *   --window <n>     requests under way at once (as many as ports, at most 200)
- *   --rate <n>       open loop: requests a second, due at even distances; 0: closed loop
- *   --seconds <n>    measured time (2), after a tenth of it that is not
- *   --uri <text>     path of one segment; several with a number behind it: --uris <n>
+ *   --rate <n>       open loop: requests per second, due at even distances; 0: closed loop
+ *   --seconds <n>    measured time (2), after 10 % of it as warm-up
+ *   --uri <text>     path of one segment; several with a number after it: --uris <n>
  *   --pid <n>        the server's process
  *
  * Prints "name value" lines: requests a second, percentiles of the time from sending (open loop:

@@ -1,5 +1,4 @@
-/* observers.cpp: observes the URI of a watch server that changes it again and again, from so many
- * ports.
+/* observers.cpp: observes the URI of a watch server that changes it repeatedly, from N ports.
  *
  *   --observers <n>  (1)
  *   --rounds <n>     notifications that each of them gets (4), after a first one that is not

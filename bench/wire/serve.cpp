@@ -8,7 +8,7 @@
  *   --port <n>       on 127.0.0.1 (5683)
  *   --logging default|debug|none
  *   --answer <n>     bytes of an answer (32); not without CoAP
- *   --uris <n>       serve so many URIs "post<number>", else one, "post" */
+ *   --uris <n>       serve N URIs "post<number>", else one, "post" */
 #include <fcntl.h>
 #include <sys/socket.h>
 

@@ -6,7 +6,7 @@
  *   --tuples <n>    (1)
  *   --format json|idl
  *   --filled yes    the server's table is full from the start
- *   --again yes     the server fills a full table anew ten times a second */
+ *   --again yes     the server refills a full table ten times per second */
 #include <jansson.h>
 
 #include <cstdio>

@@ -33,17 +33,17 @@ typedef struct Example {
  * said on the standard error what is wrong. */
 int ExampleStart(Example *example, const char *name);
 
-/* ExampleRun runs the host's loop until KestrelStop, a signal, or for so many seconds (0: no
+/* ExampleRun runs the host's loop until KestrelStop, a signal, or for `seconds` (0: no
  * limit).  Call it once. */
 void ExampleRun(Example *example, uint32_t seconds);
 
-/* ExampleEnd takes both down.  Returns 0, or 1 when memory was left behind. */
+/* ExampleEnd deletes both.  Returns 0, or 1 when memory was not freed. */
 int ExampleEnd(Example *example);
 
 /* ExampleKey is a key of message type CON. */
 CoapRpcUriKey ExampleKey(const char *uri, uint32_t observe, uint32_t pktType);
 
-/* ExampleIpv4 reads a dotted quad; the address is zero when it is none. */
+/* ExampleIpv4 reads a dotted quad; the address is zero if it is invalid. */
 CoapRpcIpAddr ExampleIpv4(const char *text);
 
 /* ExamplePeer describes a call from one address to another. */

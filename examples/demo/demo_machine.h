@@ -14,8 +14,8 @@ Table ReadCpuTimes();
 // ReadProcesses: "<pid> <name>" -> ticks of processor time, resident KiB.
 Table ReadProcesses();
 
-// ReadFiles: inode -> size in bytes of so many files of this machine; numbered rows of size 0 make
-// up for files that it does not have.
+// ReadFiles: inode -> size in bytes of `num` files of this machine; numbered rows of size 0 stand
+// in for missing files.
 Table ReadFiles(size_t num);
 
 // LoadText is the load of the machine in one line.

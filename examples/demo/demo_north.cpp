@@ -50,7 +50,7 @@ class North {
     sets_[kProcesses]->Set(ReadProcesses());
   }
 
-  // Behind the mirror's back: some rows other, some gone, some new.
+  // Unknown to the mirror: some rows changed, some removed, some new.
   std::string ChangeFiles(size_t num) {
     Table table = sets_[kFilesJson]->Now();
     size_t i = 0;

@@ -268,7 +268,7 @@ class South {
       return files.NumDisconnects() > numBefore;
     });
     const std::string noticed = Milliseconds(start);
-    screen_.Say(isNoticed ? "onDisconnect after " + noticed + ": observing anew"
+    screen_.Say(isNoticed ? "onDisconnect after " + noticed + ": observing again"
                           : "onDisconnect was not called");
     const bool isEqual = isNoticed && MirrorAgain() && IsEqualToNorth(files);
     return {isEqual, "noticed after " + noticed + ", " + DigestOf(files.Copy()) + " after " +

@@ -17,7 +17,7 @@ RowKey MakeRowKey(std::string_view text);
 // DigestOf is a short text that two tables share only when they are equal: "<rows> rows <hash>".
 std::string DigestOf(const Table &table);
 
-// Row is an element of a notification: a row that is there, or one that has gone.
+// Row is an element of a notification: a row that exists, or one that was removed.
 //
 // It says to which full set it belongs: one with another number than the last tells a mirror to
 // forget what it had before (demo_publisher.h).

@@ -8,7 +8,7 @@ using console::ParseRow;
 
 namespace {
 
-// Shown gives "name=value" for each field, "no row" for a line that is none.
+// Shown gives "name=value" for each field, "no row" for a line that is not one.
 std::vector<std::string> Shown(std::string_view line) {
   const auto row = ParseRow(line);
   if (!row) return {"no row"};

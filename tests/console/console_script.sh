@@ -112,5 +112,5 @@ echo "ok: watch"
 
 expect "a host that goes" 4 "" 'kestrel-console: the host closed the connection' \
   "${socket[@]}" demo end
-expect "a host that has gone" 3 "" \
+expect "a host that has ended" 3 "" \
   "kestrel-console: cannot connect to $work/socket: Connection refused" "${socket[@]}" demo hostile

@@ -170,7 +170,7 @@ watches() {
   wait_for "a change is marked" shows "* row[1]: uri(two)/count("
   shows "  row[0]: uri(one)/count(1)" || fail "what stays is not marked"
   wait_for "what is new is marked" shows "+ row[2]: uri(even)/count(0)"
-  wait_for "what has gone is marked" shows "- row[2]: uri(even)/count(0)"
+  wait_for "what was removed is marked" shows "- row[2]: uri(even)/count(0)"
   keys C-c
   wait_for "Ctrl-C ends watching" last_line_is "kestrel>"
 }

@@ -52,8 +52,8 @@ TEST(ParseWatch, RefusesOtherThings) {
                            "watch 1e1 disp", "watch 2s disp", "watch disp 2"}) {
     EXPECT_EQ(kSeconds, Refusal(line)) << line;
   }
-  EXPECT_EQ("watch needs a command behind the seconds", Refusal("watch 2"));
-  EXPECT_EQ("watch needs a command behind the seconds", Refusal("watch 2   "));
+  EXPECT_EQ("watch needs a command after the seconds", Refusal("watch 2"));
+  EXPECT_EQ("watch needs a command after the seconds", Refusal("watch 2   "));
 }
 
 TEST(IsWatch, LooksAtTheFirstWord) {

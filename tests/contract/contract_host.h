@@ -17,7 +17,7 @@ namespace coap_rpc_test {
 // ContractHostParam says how a host is to be set up.  The defaults switch nothing off.
 struct ContractHostParam {
   uint32_t logLevel = 0;           // lowest KST_LOG_* level that is printed
-  uint32_t logRecordsPerSite = 0;  // after so many records in quick succession a site is
+  uint32_t logRecordsPerSite = 0;  // after this many records in quick succession a site is
                                    // suppressed; 0: never
   uint64_t memLimitBytes = 0;      // limit of the pool Mem(), payload bytes; 0: none
 };
@@ -40,7 +40,7 @@ struct ContractAssert {
 // ContractDispResult is what an operator sees of one command.
 struct ContractDispResult {
   bool ran = false;    // false: no such object or command, or the parameters were refused
-  std::string output;  // all pages one behind the other, exactly as printed
+  std::string output;  // all pages one after the other, exactly as printed
 };
 
 class ContractHost {

@@ -139,8 +139,8 @@ TEST_F(ContractTmr, Tick_OverALongTime_ComesOncePerPeriod) {
   }
 }
 
-// Where ticks can be late, the first one blocks for two and a half periods.  Those behind it are
-// not made up for, and the later ones are where they would have been without it.  A machine that is
+// Where ticks can be late, the first one blocks for two and a half periods.  Those after it are
+// not repeated, and the later ones are where they would have been without it.  A machine that is
 // busy makes ticks late, so the timer may try again; one that lost its phase is half a period off
 // each time.
 TEST_F(ContractTmr, Tick_BlocksForLong_KeepsPhaseAndMakesUpForNothing) {

@@ -2,7 +2,7 @@
 // COAP_RPC_ENDURANCE_HOURS says.
 //
 // Each hour has a time with lost datagrams, a client that observes and vanishes, and an instance
-// that vanishes without a word and is started anew.  At the end of each hour the load rests: every
+// that vanishes without notice and is restarted.  At the end of each hour the load rests: every
 // call has been answered then, the mirrors are equal, and memory is what it was at the first rest.
 //
 // Clocks and numbers start near their ends: the host's clock crosses 2^40 ms and libcoap's 2^32 ms
@@ -144,7 +144,7 @@ class EnduranceDay : public testing::Test {
     }
   }
 
-  // Vanish lets one side stand still for a minute, which is then gone, and starts it anew.
+  // Vanish stalls one side for a minute, removes it, and restarts it.
   void Vanish(Party *gone, Party *other) {
     for (uint64_t at = 0; at < kMinuteMs; at += kTickMs) other->Step();
     const LoadCounts life = gone->Work().Counts();
@@ -241,7 +241,7 @@ class EnduranceDay : public testing::Test {
   }
 
   static std::string AnewText(const LoadCounts &before, const LoadCounts &now) {
-    return "; made anew: calls " + std::to_string(now.calls.anew - before.calls.anew) + ", posts " +
+    return "; repeated: calls " + std::to_string(now.calls.anew - before.calls.anew) + ", posts " +
            std::to_string(now.postsAnew - before.postsAnew) + ", mirrors " +
            std::to_string(now.mirrors.anew - before.mirrors.anew);
   }

@@ -51,11 +51,11 @@ LoadCounts &LoadCounts::operator+=(const LoadCounts &other) {
 
 std::string LoadCounts::Text() const {
   const auto num = [](uint64_t value) { return std::to_string(value); };
-  return "calls " + num(calls.asked) + " answered " + num(calls.answered) + " made anew " +
-         num(calls.anew) + "; posts " + num(posted) + " seen " + num(postsSeen) + " made anew " +
+  return "calls " + num(calls.asked) + " answered " + num(calls.answered) + " repeated " +
+         num(calls.anew) + "; posts " + num(posted) + " seen " + num(postsSeen) + " repeated " +
          num(postsAnew) + "; table changes " + num(changes) + "; payloads " +
          num(mirrors.payloads) + " with " + num(mirrors.bytes) + " bytes; renewals " +
-         num(mirrors.renewals) + ", cancels " + num(mirrors.cancels) + ", mirrors built anew " +
+         num(mirrors.renewals) + ", cancels " + num(mirrors.cancels) + ", mirrors rebuilt " +
          num(mirrors.anew);
 }
 

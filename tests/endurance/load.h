@@ -1,8 +1,8 @@
 /* load.h: everything at once between two instances: calls in both directions, small and in blocks,
- * posts, tables in JSON and IDL with their mirrors, relations renewed, cancelled and begun anew.
+ * posts, tables in JSON and IDL with their mirrors, relations renewed, cancelled and begun again.
  *
  * Each side runs one Load.  The effect of a post is seen in the mirror of the peer's first table; a
- * post whose effect is not seen in time is made anew. */
+ * post whose effect is not seen in time is made again. */
 #ifndef LOAD_H
 #define LOAD_H
 
@@ -18,9 +18,9 @@ struct LoadParam {
   uint32_t peerIp;
   uint32_t seed;
   uint32_t callPeriodMs;  // between calls, on average; the rest follows it
-  uint64_t patienceMs;    // until a call or post is made anew
+  uint64_t patienceMs;    // until a call or post is repeated
   uint64_t renewMs;       // between two renewals of a relation
-  uint64_t doubtMs;       // until a mirror that differs is built anew
+  uint64_t doubtMs;       // until a mirror that differs is rebuilt
   Side::Request *renewAtRest = COAP_RpcCliObserveReqBatch;  // how relations are renewed then
   uint64_t maxPatienceMs =
       0;  // a call waits twice as long each time, up to this; 0: always as long

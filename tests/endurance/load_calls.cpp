@@ -79,7 +79,7 @@ void Calls::Ask() {
 void Calls::Send(Question *question) {
   const uint32_t msgType = question->isCon ? COAP_RPC_CON : COAP_RPC_NON;
   question->dueMs = node_.nowMs + question->patienceMs;
-  // A refused NON question is asked anew like one that was lost.
+  // A refused NON question is asked again like one that was lost.
   const auto call = question->isCon ? COAP_RpcCliConReq : COAP_RpcCliNonReq;
   node_.Call(call, CallKey(msgType, COAP_RPC_BROADCAST), COAP_RPC_GET, question->text);
 }
@@ -99,7 +99,7 @@ void Calls::Step() {
   for (auto &[number, question] : pending_) {
     if (question.dueMs > node_.nowMs) continue;
     ++counts_.anew;
-    // Each time later, so that a link that is behind is not given ever more to do.
+    // Each time later, so that a link with a backlog does not get ever more to do.
     question.patienceMs = std::min(2 * question.patienceMs, maxPatienceMs_);
     Send(&question);
   }

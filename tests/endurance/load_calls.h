@@ -1,6 +1,6 @@
 /* load_calls.h: questions to the peer and answers to its questions.
  *
- * A question says how long its answer is to be; a call that is not answered in time is made anew.
+ * A question says how long its answer is to be; a call that is not answered in time is repeated.
  */
 #ifndef LOAD_CALLS_H
 #define LOAD_CALLS_H
@@ -12,7 +12,7 @@ namespace coap_rpc_test {
 struct CallCounts {
   uint64_t asked = 0;
   uint64_t answered = 0;
-  uint64_t anew = 0;    // questions that were put again
+  uint64_t anew = 0;    // questions that were repeated
   uint64_t served = 0;  // questions of the peer
 };
 
@@ -27,7 +27,7 @@ class Calls {
   void Attach();
   void Detach();
   void Ask();   // puts one more question
-  void Step();  // answers what is due, and asks anew
+  void Step();  // answers what is due, and asks again
   bool IsQuiet() const { return pending_.empty() && jobs_.empty(); }
   size_t NumPending() const { return pending_.size(); }
   const CallCounts &Counts() const { return counts_; }

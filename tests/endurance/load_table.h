@@ -1,7 +1,7 @@
 /* load_table.h: tables that are published, and their mirrors at the peer.
  *
  * A table says in one of its tuples what the digest of the others is.  By this a mirror knows
- * whether it is complete; one that stays different although its relation was renewed is built anew:
+ * whether it is complete; one that stays different although its relation was renewed is rebuilt:
  * what was deleted in a payload that got lost, or while nobody observed, is in no later one. */
 #ifndef LOAD_TABLE_H
 #define LOAD_TABLE_H
@@ -54,7 +54,7 @@ struct MirrorCounts {
   uint64_t bytes = 0;
   uint64_t renewals = 0;  // with a check code or for everything
   uint64_t cancels = 0;
-  uint64_t anew = 0;  // built anew because the copy stayed different
+  uint64_t anew = 0;  // rebuilt because the copy stayed different
 };
 
 class MirroredTable {
@@ -73,7 +73,7 @@ class MirroredTable {
   void Start();             // registers and observes
   void Leave();             // ends the relation
   void BeginAnew();         // forgets everything and observes
-  void Step(bool isQuiet);  // renews, or begins anew; at rest always the same way
+  void Step(bool isQuiet);  // renews, or rebuilds; at rest always the same way
   void Verify();            // renews the relation with the check code
   bool IsEqual() const { return differsSinceMs_ == 0; }
   const Tuples &Data() const { return mirror_.tuples; }

@@ -48,7 +48,7 @@ class InitFault : public testing::TestWithParam<bool> {
     ASSERT_FALSE(counts.empty());
     EXPECT_EQ(counts.back().module, kInstanceName);
     EXPECT_EQ(counts.back().line, records[0].line);
-    // The context's tag is the line behind it.
+    // The context's tag is the line after it.
     const std::vector<LogRecord> debug = host_.LogsOf("COAP_RPC_LOG_MOD_DO");
     ASSERT_FALSE(debug.empty());
     EXPECT_EQ(debug.back().format, "%s");

@@ -1,8 +1,8 @@
 /* sweep.h: lets every allocation of a scenario fail in turn.
  *
  * A scenario is played once with nothing failing, which counts the calls of each source.  Then it
- * is played anew for every call of one source: that call fails alone, and again with all later ones
- * failing too.  Each time a fresh instance is taken down at the end and must leave nothing. */
+ * is played again for every call of one source: that call fails alone, and again with all later
+ * ones failing too.  Each time a fresh instance is taken down at the end and must leave nothing. */
 #ifndef SWEEP_H
 #define SWEEP_H
 

@@ -36,7 +36,7 @@ void WorksCalls(Stage &stage) {
   EXPECT_EQ(stage.client_.responses[1].substr(0, 6), kAnswer);
 }
 
-// WorksWatching ends the relation, asks for it anew and expects to be told.
+// WorksWatching ends the relation, starts it again and expects a notification.
 void WorksWatching(Stage &stage) {
   stage.Listen(kRetransmitted);
   EXPECT_EQ(stage.Call(COAP_RpcCliObserveUnReq, kWatch), 0u);

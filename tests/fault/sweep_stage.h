@@ -51,7 +51,7 @@ class Stage : public ObserveServer {
   uint32_t Attach(const CoapRpcUriKey &key, uint16_t port = kCoapPort);
   uint32_t Update(const std::string &key, const std::string &val);
 
-  // Say sends a message to the server, from the asker; Listen moves the time by so many rounds.
+  // Say sends a message to the server, from the asker; Listen moves the time by that many rounds.
   // All peers acknowledge what is confirmable, fetch what comes in blocks, and answer requests
   // with their path and kAnswer.
   void Say(const CoapMessage &message, int numRounds = 4);

@@ -103,7 +103,7 @@ void PrepareRegistered(Stage &stage) { EXPECT_EQ(RegisterServer(stage), 0u); }
 
 void PlayAttach(Stage &stage) { ExpectOneOf(stage.Attach(kNew), {0, 1900000152, 1900000157}); }
 
-// An address whose listen has no endpoint gets one when the listen has gone.
+// An address whose listen has no endpoint gets one when the listen was deleted.
 void WorksAttach(Stage &stage) {
   stage.Attach(kNew);
   EXPECT_EQ(COAP_RpcSerUnsetUri(stage.Ctx(), &kNew), 0u);

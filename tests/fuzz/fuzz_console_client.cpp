@@ -1,4 +1,4 @@
-// Bytes of a host, or of something that is none, into the operator's console: its connection, the
+// Bytes of a host, or of something else, into the operator's console: its connection, the
 // requests that it makes, how it shows the answers, and what it completes from them.  An input is a
 // number of requests (each a byte and a line), an empty line, and what the host sends.
 #include <sys/socket.h>

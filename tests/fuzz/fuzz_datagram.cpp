@@ -181,7 +181,7 @@ class Server {
     }
   }
 
-  // AskForBlock asks for the block behind the last one, or for another.
+  // AskForBlock asks for the block after the last one, or for another.
   void AskForBlock(Peer &peer, uint8_t arg) {
     const CoapBlock last = peer.Last().Block(coap_rpc_test::kOptBlock2).value_or(CoapBlock{});
     CoapMessage get = Request(CoapType::kCon, coap_rpc_test::kCodeGet, ++mid_, {arg});

@@ -136,7 +136,7 @@ class Instance {
     Check(false, "a command has no end");
   }
 
-  // Disturb changes the tables behind the page that was printed.
+  // Disturb changes the tables after the page that was printed.
   void Disturb(uint8_t how, uint8_t page) {
     const CoapRpcUriKey key = KeyOf("plain", COAP_RPC_NON, 0, page % 3);
     const uint8_t field[kFieldLen] = {page, 0xFF, '%', 'n'};

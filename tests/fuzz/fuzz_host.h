@@ -3,7 +3,7 @@
  *
  * The platform functions with a handle are defined here; the clocks and module tables are those of
  * TestProcess, and the display service is that of the reference host, so that its line parser is
- * under test as well.  What a target leaves behind stops the program. */
+ * under test as well.  What a target does not free stops the program. */
 #ifndef FUZZ_HOST_H
 #define FUZZ_HOST_H
 
@@ -43,7 +43,7 @@ class Host {
 
   kestrel::DispService &Display() { return disp_; }
 
-  // The operations behind the platform functions.
+  // The operations of the platform functions.
   void *Malloc(size_t size);
   void Free(void *p);
   uint64_t StartTimer(KST_TmrTick tick, uint32_t periodMs, void *param);

@@ -49,7 +49,7 @@ class Input {
     return bytes;
   }
 
-  // Framed are the bytes behind a length of two bytes.
+  // Framed are the bytes after a length of two bytes.
   std::vector<uint8_t> Framed() { return Bytes(Word()); }
 
   // Line is a text, up to a line feed, which is taken as well.

@@ -18,8 +18,8 @@ using coap_rpc_test::CoapMessage;
 
 inline constexpr uint16_t kCoapPort = 5683;
 
-// PrepareWire is called in front of each input: libcoap's random numbers start anew, and an
-// endpoint that cannot be had is not waited for.
+// PrepareWire is called before each input: libcoap's random numbers start again, and there is no
+// wait for an unavailable endpoint.
 void PrepareWire();
 
 // RunIo lets an instance take all that has arrived, however long that takes: what an input does

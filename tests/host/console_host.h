@@ -14,8 +14,8 @@ namespace host_test {
 
 // ConsoleHost has an object "demo" with the commands
 //   demo hello            one line
-//   demo lines uniCount   so many lines, each a page
-//   demo dump uniCount    so many lines on one page
+//   demo lines uniCount   N lines, each a page
+//   demo dump uniCount    N lines on one page
 //   demo part             a line without line feed
 class ConsoleHost : public testing::Test {
  protected:

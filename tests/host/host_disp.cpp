@@ -18,7 +18,7 @@ struct Output {
   uint32_t result = 0;
   std::vector<std::string> texts;
   std::vector<std::string> errors;
-  size_t maxTexts = SIZE_MAX;  // the sink stops after so many
+  size_t maxTexts = SIZE_MAX;  // the sink stops after this many
 
   static uint32_t OnText(void *param, uint32_t error, const char *text, size_t len) {
     auto *self = static_cast<Output *>(param);

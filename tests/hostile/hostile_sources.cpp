@@ -75,7 +75,7 @@ TEST_F(HostileSources, AsynchronousRequests) {
   ExpectAllForgotten();
 }
 
-// Answers go to one port, whatever the port that asks: all of them wait behind the first.
+// Answers go to one port, whatever the port that asks: all of them are queued after the first.
 TEST_F(HostileSources, AsynchronousRequestsOfOneAddress) {
   for (int i = 0; i < kNumSources; ++i) {
     Sender sender = SenderAt(0x7F00FF02, static_cast<uint16_t>(1024 + i % 60'000));

@@ -42,7 +42,7 @@ class Sender {
   void Send(const Bytes &datagram) { send(fd_, datagram.data(), datagram.size(), 0); }
   void Send(const CoapMessage &message) { Send(ToBytes(message)); }
 
-  // Receive returns the next datagram that waits; empty when there is none.
+  // Receive returns the next queued datagram; empty if there is none.
   Bytes Receive() {
     Bytes datagram(2000);
     const ssize_t len = recv(fd_, datagram.data(), datagram.size(), 0);

@@ -10,9 +10,9 @@ namespace {
 constexpr int kNumCalls = 1000;
 constexpr uint32_t kNumUris = 16;         // each has an answering session of its own
 constexpr uint32_t kNumSessions = 32;     // of the client
-constexpr uint64_t kPatienceMs = 60'000;  // until a call is made anew
+constexpr uint64_t kPatienceMs = 60'000;  // until a call is repeated
 constexpr uint64_t kVerifyPeriodMs = 20'000;
-constexpr uint64_t kDoubtMs = 120'000;  // until a mirror that differs is built anew
+constexpr uint64_t kDoubtMs = 120'000;  // until a mirror that differs is rebuilt
 constexpr uint64_t kGiveUpMs = 1'200'000;
 constexpr int kNumChanges = 1000;
 
@@ -38,7 +38,7 @@ class Node {
 
  protected:
   void Step() {
-    if (!channel_.NextBeat()) _exit(1);  // the test has gone
+    if (!channel_.NextBeat()) _exit(1);  // the test is dead
     side_.Host().AdvanceMs(kBeatMs);
     nowMs_ += kBeatMs;
   }
@@ -77,7 +77,7 @@ class Server : public Node {
     uint64_t dueMs = 0;
   };
 
-  // What the link doubles while its answer is pending is not executed again: a call made anew says
+  // What the link doubles while its answer is pending is not executed again: a repeated call says
   // so in its payload.
   void Take(void *handle) {
     const std::string &text = calls_.requests.back().payload;
@@ -140,9 +140,8 @@ class Client : public Node {
     EXPECT_EQ(numCalls_, kNumCalls);
     EXPECT_TRUE(pending_.empty()) << pending_.size();
     EXPECT_EQ(TextOf(mirror_.tuples), expected_);
-    channel_.Send("done after " + std::to_string(NowMs()) +
-                  " ms, calls made anew: " + std::to_string(numAnew_) +
-                  ", mirrors built anew: " + std::to_string(numMirrors_));
+    channel_.Send("done after " + std::to_string(NowMs()) + " ms, calls repeated: " +
+                  std::to_string(numAnew_) + ", mirrors rebuilt: " + std::to_string(numMirrors_));
   }
 
  private:
@@ -172,7 +171,7 @@ class Client : public Node {
   }
 
   // Verify renews the relation.  What was deleted in a payload that was lost is in no later one:
-  // when in doubt, the mirror is built anew.
+  // when in doubt, the mirror is rebuilt.
   void Verify() {
     if (NowMs() < nextVerifyMs_) return;
     nextVerifyMs_ = NowMs() + kVerifyPeriodMs;

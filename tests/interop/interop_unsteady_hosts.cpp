@@ -93,7 +93,7 @@ class UnsteadyHosts : public testing::Test {
     hosts_[which].reset();
   }
 
-  // Carry lets the hosts talk for so many of their seconds.
+  // Carry lets the hosts talk for `seconds` of their time.
   void Carry(uint64_t seconds) {
     CarryUntil(seconds, [] { return false; });
   }
@@ -128,7 +128,7 @@ class UnsteadyHosts : public testing::Test {
     for (const auto &host : hosts_) EXPECT_TRUE(host->Talk().Send(order));
   }
 
-  // ExpectSettled ends the test: all is answered and equal in time, and no memory is left behind.
+  // ExpectSettled ends the test: all is answered and equal in time, and all memory is freed.
   void ExpectSettled() {
     const uint64_t startMs = time_.Ms();
     Tell("quiet");

@@ -18,7 +18,7 @@ std::string FileText(const std::string &path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// Read makes a scenario of a file of this folder's "scenarios", with lines of the test behind it.
+// Read makes a scenario of a file of this folder's "scenarios", followed by lines of the test.
 Scenario Read(const std::string &file, const std::string &lines = "") {
   Scenario scenario;
   const std::string text = FileText(std::string(NETFAULT_SCENARIOS) + '/' + file + ".txt");

@@ -95,7 +95,7 @@ TEST_F(AttachedWhileDetached, OthersAreDetachedWithIt_AllAreGone) {
   app_.onNum = [&](uint32_t num) {
     if (num != 0) return;
     EXPECT_EQ(Detach(otherKey), 0u);
-    // The I/O that it starts does nothing: libcoap is at work.
+    // The I/O that it starts does nothing inside libcoap's I/O.
     COAP_RpcProcIo(Ctx());
   };
   EXPECT_EQ(Detach(key_), 0u);

@@ -1,4 +1,4 @@
-// When a message under way was cancelled, those behind it, to other peers as well, were
+// When a message under way was cancelled, those after it, also to other peers, were
 // retransmitted too early: their times were counted from its time.
 #include "coap_svc/rpc/coap_rpc_ser.h"
 #include "wire_client.h"
@@ -14,7 +14,7 @@ class CancelledMessageTimes : public WireClient {
  protected:
   CancelledMessageTimes() { COAP_RpcRefreshTaskTimer(Ctx()); }
 
-  // AskOther sends a request to the other peer, behind whatever is under way.
+  // AskOther sends a request to the other peer, after all messages under way.
   CoapMessage AskOther(const CoapRpcUriKey &key) {
     Register(key, &app_);
     const CoapRpcCliReqParam param = ParamOf(1);

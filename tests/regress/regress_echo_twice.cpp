@@ -1,4 +1,4 @@
-// A request whose Echo was refused as well left a copy of itself behind.
+// A request whose Echo was refused too left a copy of itself in memory.
 #include "libcoap_memory.h"
 #include "wire_client.h"
 

@@ -1,6 +1,6 @@
 // A relation with a large request that was renewed before its first request was answered took the
 // client down: libcoap looked at the answer through the body that the renewal had replaced.  Others
-// that pointed to a body that went did so as well.
+// that pointed to a freed body did the same.
 #include "libcoap_memory.h"
 #include "wire_client.h"
 

@@ -64,7 +64,7 @@ class ObserveOverClientSession : public WireClient {
     return notification;
   }
 
-  // FetchRest makes the peer fetch the blocks behind the first one.
+  // FetchRest makes the peer fetch the blocks after the first one.
   void FetchRest(const CoapMessage &first) {
     std::optional<CoapBlock> block = first.Block(kOptBlock2);
     for (uint16_t mid = 100; block && block->more; ++mid) {

@@ -1,5 +1,5 @@
 // An upload whose blocks came in for longer than 93 s was given up, and answered 4.08, while one
-// whose last block was repeated was kept for as long as that went on.
+// whose last block was repeated was kept while the repetitions lasted.
 #include "upload_peer.h"
 
 namespace coap_rpc_test {

@@ -1,5 +1,6 @@
-// A block of a request body that found no memory stayed noted as received.  The sender began anew,
-// and the application got a body with bytes in the place of the first blocks that nobody had sent.
+// A block of a request body that found no memory stayed noted as received.  The sender started
+// again, and the application got a body with bytes in the place of the first blocks that nobody had
+// sent.
 #include "libcoap_memory.h"
 #include "wire_server.h"
 

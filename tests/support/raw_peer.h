@@ -59,7 +59,7 @@ class RawPeer {
   bool Send(const Bytes &datagram);
   bool Send(const CoapMessage &message) { return Send(ToBytes(message)); }
 
-  // Receive waits for one datagram: it calls `pump`, looks at the socket, and starts anew until
+  // Receive waits for one datagram: it calls `pump`, reads the socket, and starts again until
   // something arrived or `maxTries` rounds are over (a round that finds nothing waits for the
   // socket for up to a millisecond).
   std::optional<Bytes> Receive(const std::function<void()> &pump, int maxTries = kMaxTries);

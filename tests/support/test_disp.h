@@ -71,7 +71,7 @@ class TestDisp {
   // UnregAll forgets all objects and commands.
   void UnregAll();
 
-  // The operations behind KST_Disp*.
+  // The operations of KST_Disp*.
   uint32_t RegObj(const std::string &name, void *obj);
   uint32_t UnregObj(const std::string &name);
   uint32_t RegFunc(const DispCommand &command);

@@ -33,7 +33,7 @@ class TestHost {
   uint64_t Tmr() const { return timers_.Handle(); }
   uint64_t Dbg() const { return log_.DebugHandle(); }
 
-  // The services behind them.
+  // Their services.
   TestPool &Pool() { return pool_; }
   TestLog &Logs() { return log_; }
   TestDisp &Display() { return disp_; }

@@ -83,7 +83,7 @@ class TestLog {
   // Violations lists second halves that no first half had agreed to just before.
   const std::vector<std::string> &Violations() const { return violations_; }
 
-  // The operations behind KST_LogCnt, KST_LogFirstHalf_, KST_LogSecondHalf_ and CSVC_DBG_*.
+  // The operations of KST_LogCnt, KST_LogFirstHalf_, KST_LogSecondHalf_ and CSVC_DBG_*.
   void Count(const std::string &module, uint32_t line);
   bool FirstHalf(const std::string &module, uint32_t line, uint32_t level);  // true: print
   void SecondHalf(const LogRecord &record);

@@ -51,7 +51,7 @@ class TestPool {
   // FreeAll frees everything that is live.
   void FreeAll();
 
-  // The operations behind KST_Malloc_, KST_Free_, KST_StrNew and KST_StrDel.
+  // The operations of KST_Malloc_, KST_Free_, KST_StrNew and KST_StrDel.
   void *Malloc(size_t size, const char *tag, uint32_t num);
   uint32_t Free(void *p, const char *tag, uint32_t num);
   char *NewString(const std::string &text);

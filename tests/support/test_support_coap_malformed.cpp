@@ -80,7 +80,7 @@ TEST(SupportCoapMalformed, EveryPrefix_IsReadSafely) {
   for (size_t len = 0; len <= whole; ++len) {
     if (ErrorOf(Truncated(message, len)).empty()) ++numGood;
   }
-  EXPECT_EQ(numGood, 3u);  // behind the token, behind each option
+  EXPECT_EQ(numGood, 3u);  // after the token, after each option
 }
 
 }  // namespace

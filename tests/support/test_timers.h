@@ -48,7 +48,7 @@ class TestTimers {
   // StopAll stops every timer.
   void StopAll() { running_.clear(); }
 
-  // The operations behind KST_TmrStartLoop and KST_TmrStop.
+  // The operations of KST_TmrStartLoop and KST_TmrStop.
   uint64_t Start(KST_TmrTick tick, uint32_t periodMs, void *param);
   void Stop(uint64_t id);
 

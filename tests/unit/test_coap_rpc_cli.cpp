@@ -113,7 +113,7 @@ class Cli : public CliFixture {};
 TEST_F(Cli, CheckAddrValid_OneKnownFamilyAndDifferentAddresses) {
   CoapRpcCliAddr addr = AddrOf(1, 2);
   EXPECT_EQ(COAP_RpcCliCheckAddrValid(&addr), 1U);
-  // An IPv4 address is its number; the bytes behind it do not make two of them differ.
+  // An IPv4 address is its number; the bytes after it do not make two of them differ.
   addr = AddrOf(1, 1);
   addr.dstIp.addr.ipv6[15] = 9;
   EXPECT_EQ(COAP_RpcCliCheckAddrValid(&addr), 0U);

@@ -159,7 +159,7 @@ TEST_F(CliAdapter, AddPduOption_ReturnsTheLastOptionsSize) {
   CoapRpcCliUriVtbl uriVtbl = {};
   uint8_t scratch[4];
   coap_pdu_t *pdu = coap_pdu_init(COAP_MESSAGE_CON, COAP_REQUEST_CODE_GET, 1, 1000);
-  // Content-Format with one byte of value behind Uri-Path.
+  // Content-Format with one byte of value after Uri-Path.
   EXPECT_EQ(COAP_RpcCliAddPduOption(ctx_, &uriVtbl, pdu, scratch, &session_, &req_), 2U);
   coap_delete_pdu(pdu);
   pdu = coap_pdu_init(COAP_MESSAGE_CON, COAP_REQUEST_CODE_GET, 1, 4);

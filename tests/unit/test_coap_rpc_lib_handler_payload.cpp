@@ -299,7 +299,7 @@ TEST_F(IdlPayload, MessageForTheNextPayload_IsNotLogged) {
   EXPECT_TRUE(host.LogsOf("COAP_RpcSerHandleIdlGetPayload").empty());
 }
 
-// The links of the changes behind the one at `index` cannot be followed while this lives.
+// The links of the changes after the one at `index` cannot be followed while this lives.
 class BrokenList {
  public:
   BrokenList(std::vector<CoapRpcTupleChg *> changes, size_t index) : changes_(changes) {

@@ -1,4 +1,4 @@
-/* test_coap_rpc_ser_chg_index.cpp: many pending changes, found through the index beside the list.
+/* test_coap_rpc_ser_chg_index.cpp: many pending changes, found through the index of the list.
  */
 #include <ctime>
 
@@ -124,7 +124,7 @@ TEST(SerChgIndex, LongUse_KeepsItSmall) {
   EXPECT_LE(t.host.Pool().LiveBytes(), 2 * bytes);
 }
 
-// CpuOfQueuing is the processor time of queuing so many distinct changes, and then all again.
+// CpuOfQueuing is the processor time of queuing `num` distinct changes, and then all again.
 clock_t CpuOfQueuing(uint32_t num) {
   ObservedEntry t(8);
   t.ctx.log = 0;

@@ -64,7 +64,7 @@ class TestNetwork {
   uint64_t NumLost() const { return numLost_; }        // the receiver's queue was full
   uint64_t NumRefused() const { return numRefused_; }  // nobody had the port
 
-  // The operations behind the socket calls; results and errno are theirs.
+  // The operations of the socket calls; results and errno are theirs.
   Socket *Find(int fd);
   int Bind(int fd, const sockaddr_in &address);
   int Connect(int fd, const sockaddr_in &address);

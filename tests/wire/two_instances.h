@@ -1,6 +1,6 @@
 /* two_instances.h: two instances of the library that talk to each other over the loopback.
  *
- * Each has a host of its own; the clocks move in lock step unless a test leaves one of them behind.
+ * Each has a host of its own; the clocks move in lock step unless a test stops one of them.
  * The program takes a network of its own when the system lets it, so that port 5683 of 127.0.0.1,
  * where the answers to an unbound client go, is free. */
 #ifndef TWO_INSTANCES_H

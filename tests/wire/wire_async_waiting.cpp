@@ -1,5 +1,5 @@
-// Asynchronous answers that wait: behind others that travel in blocks, and for a peer that takes
-// none.
+// Queued asynchronous answers: after others that are sent in blocks, and to a peer that
+// acknowledges none.
 #include <algorithm>
 #include <map>
 #include <memory>
@@ -147,7 +147,7 @@ class WaitingAnswers : public Async {
     return num;
   }
 
-  // Others makes so many other peers for each of which an answer is under way.
+  // Others makes `num` other peers, for each of which an answer is under way.
   void Others(int num) {
     for (int i = 0; i < num; ++i) {
       others_.push_back(

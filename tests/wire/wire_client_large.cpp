@@ -1,4 +1,4 @@
-// Request payloads beyond one message, and lengths that are none.
+// Request payloads beyond one message, and invalid lengths.
 #include <map>
 #include <numeric>
 

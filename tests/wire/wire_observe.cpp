@@ -473,7 +473,7 @@ TEST_F(ObserveWire, BuildersMissing_ChangesStay) {
   EXPECT_EQ(Pending(), (std::vector<std::string>{"1k001"}));
 }
 
-// Idl is a payload: number of messages, then each one behind its length, all little-endian.
+// Idl is a payload: number of messages, then each one after its length, all little-endian.
 Bytes Idl(const std::vector<std::string> &messages) {
   Bytes bytes = {static_cast<uint8_t>(messages.size()), 0, 0, 0};
   for (const std::string &message : messages) {

@@ -28,7 +28,7 @@ class RandomWire : public ObserveServer, public testing::WithParamInterface<uint
   }
 
   // Two combinations are not drawn, because libcoap 4.3.5 does not survive them: a block of a
-  // request body whose size is unknown or reached (null pointer), and an ETag beside a later block
+  // request body whose size is unknown or reached (null pointer), and an ETag in a later block
   // of a response (leak).
   void AddRandomBlock(CoapMessage &message) {
     const auto szx = static_cast<uint8_t>(Below(7));

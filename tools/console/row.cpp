@@ -54,7 +54,7 @@ std::optional<Row> ParseRow(std::string_view line) {
     const bool isField = end != line.npos && row.size() < kMaxFields && !HasName(row, name);
     if (!isField) return std::nullopt;
     row.push_back({std::string(name), std::string(line.substr(valueAt, end - valueAt)), valueAt});
-    at = end + 2;  // behind the parenthesis and the slash
+    at = end + 2;  // after the parenthesis and the slash
   }
   if (row.empty()) return std::nullopt;
   return row;

@@ -36,7 +36,7 @@ void CapForSeveralTables(std::vector<size_t> &widths, size_t width) {
   }
 }
 
-// NextColumns takes columns from `next` on, as many as fit beside the first one, at least one.
+// NextColumns takes columns from `next` on, as many as fit next to the first one, at least one.
 std::vector<size_t> NextColumns(const std::vector<size_t> &widths, size_t width, size_t &next) {
   std::vector<size_t> columns{0};
   size_t used = widths[0];
@@ -58,7 +58,7 @@ std::string CellOf(const std::vector<std::string> &cells, size_t column) {
   return column < cells.size() ? cells[column] : "";
 }
 
-// HasAny: a row has a value in one of the columns behind the first, or there is no other column.
+// HasAny: a row has a value in one of the columns after the first, or there is no other column.
 bool HasAny(const std::vector<std::string> &cells, const std::vector<size_t> &columns) {
   return columns.size() == 1 || std::any_of(columns.begin() + 1, columns.end(), [&](size_t column) {
            return !CellOf(cells, column).empty();

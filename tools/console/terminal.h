@@ -22,7 +22,7 @@ bool CanPage();
 // TableWidth is `asked`, or the terminal's width, or 0 without a terminal.
 size_t TableWidth(size_t asked);
 
-// ReadKey waits for one key on standard input; 'q' when there is none to come.
+// ReadKey waits for one key on standard input; 'q' when there is no more input.
 char ReadKey();
 
 }  // namespace console

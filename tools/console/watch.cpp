@@ -90,7 +90,7 @@ std::optional<WatchRequest> ParseWatch(std::string_view line, std::string &reaso
     return std::nullopt;
   }
   if (line.empty()) {
-    reason = "watch needs a command behind the seconds";
+    reason = "watch needs a command after the seconds";
     return std::nullopt;
   }
   return WatchRequest{static_cast<uint32_t>(seconds * 1000), std::string(line)};

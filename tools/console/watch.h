@@ -30,8 +30,8 @@ struct MarkedLine {
   std::vector<std::pair<size_t, size_t>> changed;  // begin and end of what changed, in order
 };
 
-// MarkChanges compares two rounds.  A row is known again by its first field, whatever its number
-// in the table; any other line by its text without digits.  Lines that have gone come last.
+// MarkChanges compares two rounds.  A row is identified by its first field, whatever its number
+// in the table; any other line by its text without digits.  Removed lines come last.
 std::vector<MarkedLine> MarkChanges(const std::vector<std::string> &before,
                                     const std::vector<std::string> &now);
 

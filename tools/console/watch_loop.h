@@ -7,8 +7,8 @@
 
 namespace console {
 
-// WatchCommand runs a command `count` times (0: until Ctrl-C).  On a terminal each round fills the
-// screen anew and changed values are shown in reverse; without one, rounds follow each other.
+// WatchCommand runs a command `count` times (0: until Ctrl-C).  On a terminal each round redraws
+// the screen, and changed values are shown in reverse; without one, rounds follow each other.
 Outcome WatchCommand(Client &client, const WatchRequest &request, uint32_t count);
 
 }  // namespace console

@@ -13,7 +13,7 @@ struct ConsoleRequest {
   std::string word;        // what is asked for
   std::string rest;        // what follows the word and a blank
   bool isTooLong = false;  // it was longer than allowed; no text is kept
-  bool isStopped = false;  // a stop came behind it
+  bool isStopped = false;  // a stop came after it
 
   bool IsStop() const { return word == "stop" && rest.empty(); }
 };

@@ -8,7 +8,7 @@
 
 namespace kestrel {
 
-// OwnedFd closes its descriptor; -1 is none.
+// OwnedFd closes its descriptor; -1 means no descriptor.
 class OwnedFd {
  public:
   explicit OwnedFd(int fd = -1) : m_fd(fd) {}

@@ -50,7 +50,7 @@ class DispRegistry {
   const DispObject *FindObject(std::string_view name) const;
 
   // Match finds the longest command that `words` begin with, in one object or (null) in all;
-  // several when several objects have it, none when there is none.
+  // several if several objects have it, else none.
   std::vector<DispMatch> Match(const std::vector<std::string> &words, const char *objName) const;
 
  private:

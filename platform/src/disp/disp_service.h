@@ -63,9 +63,9 @@ class DispService {
   // KestrelDispRun, none of the pages.  Throws std::bad_alloc.
   uint32_t Start(DispRun &run, const char *line, const char *object);
 
-  // Step runs one page of a run that was started.  The object may have gone since the page before.
-  // Returns kMorePages, KESTREL_OK after the last page, KESTREL_STOPPED, KESTREL_BUSY inside a
-  // handler, or KESTREL_UNKNOWN_OBJECT.  Throws std::bad_alloc.
+  // Step runs one page of a run that was started.  The object may have been removed since the last
+  // page. Returns kMorePages, KESTREL_OK after the last page, KESTREL_STOPPED, KESTREL_BUSY inside
+  // a handler, or KESTREL_UNKNOWN_OBJECT.  Throws std::bad_alloc.
   uint32_t Step(DispRun &run);
 
   // What a running handler calls; outside a command they do nothing.

@@ -35,7 +35,7 @@ struct Kestrel {
   // AddPool throws std::bad_alloc.
   kestrel::Pool &AddPool(const char *name, uint64_t limitBytes);
 
-  // DropPool reports the leaks of an added pool and deletes it; false when `handle` is none.
+  // DropPool reports the leaks of an added pool and deletes it; false when `handle` is invalid.
   bool DropPool(uint64_t handle, uint64_t &leaked);
 
   // ListenForConsoles and DropConsoles are KestrelDispListen and KestrelDispUnlisten.

@@ -1,8 +1,8 @@
 /* log_sites.h: what the log knows about each site, the pair of module and line: its counts and its
  * rate limit.
  *
- * The rate limit is a window that opens with a site's first record: so many records are admitted in
- * it, the rest is only counted.  The time, in milliseconds, comes with every call. */
+ * The rate limit is a window that opens with a site's first record: up to N records are admitted
+ * in it, the rest is only counted.  The time, in milliseconds, comes with every call. */
 #ifndef KESTREL_SRC_LOG_LOG_SITES_H
 #define KESTREL_SRC_LOG_LOG_SITES_H
 
@@ -49,7 +49,7 @@ class LogSites {
     return nowMs - site.windowStartMs >= m_windowMs;
   }
 
-  // OpenWindow starts counting anew.
+  // OpenWindow restarts the counts.
   void OpenWindow(LogSite &site, uint64_t nowMs);
 
   size_t Count() const { return m_sites.size(); }

@@ -1,7 +1,7 @@
 /* pool.h: one memory pool, malloc with an account.
  *
  * Every allocation is one of malloc, so a memory checker sees each of them with its exact bounds;
- * the pool keeps beside them who holds how much. */
+ * the pool also records who holds how much. */
 #ifndef KESTREL_SRC_MEM_POOL_H
 #define KESTREL_SRC_MEM_POOL_H
 

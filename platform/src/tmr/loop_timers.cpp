@@ -29,7 +29,7 @@ void LoopTimers::OnDue() {
   Rearm();
 }
 
-// The loop's own time may lie behind the clock, and libuv counts the delay from it: taking the
+// The loop's own time may lag the clock, and libuv counts the delay from it: taking the
 // difference to it makes the timer fire at the due time on the clock.
 void LoopTimers::Rearm() {
   const auto dueMs = m_queue.NextDueMs();

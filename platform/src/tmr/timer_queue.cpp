@@ -32,7 +32,7 @@ void TimerQueue::RunDue(uint64_t nowMs) {
   }
 }
 
-// MoveOn sets the next tick to the first time behind nowMs that has the timer's phase.
+// MoveOn sets the next tick to the first time after nowMs that has the timer's phase.
 void TimerQueue::MoveOn(uint64_t id, Timer &timer, uint64_t nowMs) {
   auto entry = m_order.extract({timer.dueMs, id});
   timer.dueMs += ((nowMs - timer.dueMs) / timer.periodMs + 1) * timer.periodMs;

@@ -30,7 +30,7 @@ FIGURES = [
            [("notify_cpu_us", "CPU us per notification"),
             ("register_cpu_us", "CPU us per registration"), ("round_us", "first to last us")]),
     Figure("uris", "POSTs, by registered URIs", "URIs", [CPU, PER_SECOND]),
-    Figure("queue", "Queue and build, beside Jansson", "Tuples", [("cpu_us", "CPU us")]),
+    Figure("queue", "Queue and build, compared with Jansson", "Tuples", [("cpu_us", "CPU us")]),
     Figure("memory", "Memory, bytes per item", "Items",
            [("heap_bytes", "heap, libcoap included"), ("pool_bytes", "the instance's pool")]),
 ]

@@ -22,7 +22,7 @@ void CoapRpcLibStripQuery(coap_subscription_t *subscription);
 coap_endpoint_t *CoapRpcLibNewEndPoint(coap_context_t *coapCtx, const coap_address_t *addr,
                                        coap_proto_t protocol);
 
-/* CoapRpcLibRetire ends reading from an endpoint that libcoap may be at work with.
+/* CoapRpcLibRetire ends reading from an endpoint that libcoap may be using.
  * CoapRpcLibReclaim resumes it and returns the retired endpoint of an address, or null.
  * CoapRpcLibFreeRetired frees all retired endpoints, and the resources without user data; those too
  * that become so meanwhile.  An endpoint that a callback reclaims meanwhile stays. */

@@ -33,7 +33,7 @@ CoapRpcCliSession *FindOrAddSession(CoapRpcCliData *cli, const CoapRpcUriKey *ke
   return session ? session : COAP_RpcCliAddSession(cli, key, addr);
 }
 
-// TakeCallFields copies what every call sets anew.
+// TakeCallFields copies the fields that every call sets.
 void TakeCallFields(CoapRpcCliReqData *req, const CoapRpcCliAddr *addr) {
   req->codeType = addr->codeType;
   memcpy(req->reqRsv, addr->reqRsv, sizeof req->reqRsv);

@@ -1,7 +1,7 @@
 /* coap_rpc_cli_req.h: client requests and their resending.
  *
  * A plain request lives until it was handed to libcoap; an observe relation until it is ended.
- * Requests that wait to be sent again are on the resend list, in order of appending. */
+ * Requests to be sent again are on the resend list, in order of appending. */
 #ifndef COAP_RPC_CLI_REQ_H
 #define COAP_RPC_CLI_REQ_H
 
@@ -33,7 +33,7 @@ struct CoapRpcCliReqData {
   uint32_t reSnd;             /* send attempts */
   uint32_t Tout;              /* reports of too many retransmissions */
   uint32_t mode;              /* check-code mode of the next send */
-  uint32_t holds;             /* functions at work on the record; a held one is not freed */
+  uint32_t holds;             /* functions that use the record; a held one is not freed */
   uint32_t isDropped;         /* 1: deleted while held, in no table; freed with the last hold */
   uint32_t isTokenForeign;    /* 1: moved here and not sent since: the token may be taken here */
   CoapRpcCliRelation relation;
@@ -80,8 +80,8 @@ COAP_RPC_API uint32_t COAP_RpcCliReqPayload(CoapRpcCliData *cli, CoapRpcCliReqDa
                                             const CoapRpcCliAddr *addr);
 COAP_RPC_API void COAP_RpcCliReqPayloadFree(CoapRpcCliData *cli, CoapRpcCliReqData *req);
 
-/* COAP_RpcTrySendReq opens the libcoap session if need be and sends once.  A plain record that went
- * out is freed.  Returns 0 (also for a null session, doing nothing) or 1900001104. */
+/* COAP_RpcTrySendReq opens the libcoap session if need be and sends once.  A plain record that was
+ * sent is freed.  Returns 0 (also for a null session, doing nothing) or 1900001104. */
 COAP_RPC_API uint32_t COAP_RpcTrySendReq(CoapRpcCtx *ctx, CoapRpcCliSession *session,
                                          CoapRpcCliReqData *req);
 

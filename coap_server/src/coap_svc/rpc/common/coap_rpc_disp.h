@@ -1,8 +1,8 @@
 /* coap_rpc_disp.h: what the display commands of both sides share: registration, and the dump of a
- * table, one record per invocation.
+ * table, one record per call.
  *
- * Between two invocations records may come and go: the position is a key, and the next page begins
- * with the first record behind it.  The counter counts records that were walked. */
+ * Between two calls records may be added and removed: the position is a key, and the next page
+ * begins with the first record after it.  The counter counts records that were walked. */
 #ifndef COAP_RPC_DISP_H
 #define COAP_RPC_DISP_H
 

@@ -9,7 +9,7 @@
 COAP_RPC_C_BEGIN
 
 /* COAP_RpcUriKeyCmp orders two CoapRpcUriKey by all 64 uri bytes, msgType, observe, pktType.  Keys
- * that differ only behind the uri's terminator are different, deliberately. */
+ * that differ only after the uri's terminator are different, deliberately. */
 COAP_RPC_API int32_t COAP_RpcUriKeyCmp(const void *a, const void *b);
 
 /* COAP_RpcUriCmp orders two 64-byte uri fields; the result is OSAL_MemCmp's, unchanged. */

@@ -83,14 +83,14 @@ inline constexpr uint32_t kMaxAnswersInLibcoap = 32;
 // Answers that a target sends in one turn of the I/O: the host's thread is not kept for longer.
 inline constexpr uint32_t kMaxAnswersPerTurn = 128;
 
-// Asynchronous answers that wait for one peer: fewer the more peers there are, so that it is about
-// kMaxWaitingInAll for all of them.  One that travels in blocks counts as several.
+// Queued asynchronous answers to one peer: the more peers there are, the fewer, so that it is about
+// kMaxWaitingInAll for all of them.  An answer in blocks counts as several.
 inline constexpr uint32_t kMaxWaitingAnswers = 2048;
 inline constexpr uint32_t kMaxWaitingInAll = 16384;
 inline constexpr uint32_t kWaitingOfBlocks = 8;
 
-// Those that travel in blocks take turns block by block, so that more of them at a time would only
-// all take longer, until the peer gives them up.
+// Answers in blocks take turns block by block: more of them at a time would all take longer, until
+// the peer drops them.
 inline constexpr uint32_t kMaxAnswersInBlocks = 4;
 inline constexpr uint32_t kMaxAnswerInOneMessage = 1024;
 

@@ -44,7 +44,7 @@ class List {
 
   Rec *Last() const { return IsEmpty() ? nullptr : RecordOf(head_.prev); }
 
-  // After returns the record behind `rec`, or null at the end.
+  // After returns the record after `rec`, or null at the end.
   Rec *After(const Rec *rec) const {
     CoapRpcLink *next = LinkOf(rec)->next;
     return next == &head_ ? nullptr : RecordOf(next);

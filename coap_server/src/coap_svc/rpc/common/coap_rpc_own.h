@@ -40,7 +40,7 @@ struct PoolDeleter {
 template <typename Rec>
 using PoolPtr = std::unique_ptr<Rec, PoolDeleter>;
 
-// NewZeroed makes a zeroed record with `extraBytes` behind it; empty without memory.
+// NewZeroed makes a zeroed record with `extraBytes` after it; empty if out of memory.
 template <typename Rec>
 PoolPtr<Rec> NewZeroed(uint64_t mem, size_t extraBytes = 0) {
   return PoolPtr<Rec>(static_cast<Rec *>(PoolAlloc(mem, sizeof(Rec) + extraBytes)),

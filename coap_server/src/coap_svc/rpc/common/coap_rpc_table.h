@@ -30,7 +30,7 @@ class Table {
     return RecordOf(node);
   }
 
-  // Next returns the record behind `rec`, which is in the table; null for null.
+  // Next returns the record after `rec`, which is in the table; null for null.
   Rec *Next(const Rec *rec) const {
     return rec ? RecordOf(OSAL_AVL3_Next(&tree_, NodeOf(rec), &desc_)) : nullptr;
   }

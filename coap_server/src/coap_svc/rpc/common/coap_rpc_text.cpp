@@ -11,7 +11,7 @@ namespace {
 
 using namespace coap_rpc;
 
-// TextAt returns the text at `index`; unlisted values are null in the array or behind its end.
+// TextAt returns the text at `index`; unlisted values are null in the array or after its end.
 template <size_t Count>
 const char *TextAt(const char *const (&texts)[Count], uint32_t index) {
   return index < Count && texts[index] ? texts[index] : "__unknown__";

@@ -21,8 +21,8 @@ inline constexpr int kForeignFrames = 1;
 inline constexpr int kForeignFrames = 0;
 #endif
 
-// CallerOfLogger returns the address behind the call of libcoap's logger, which called a log
-// handler with this return address and frame; null when that cannot be had.
+// CallerOfLogger returns the address after the call of libcoap's logger, which called a log
+// handler with this return address and frame; null when it is unavailable.
 const void *CallerOfLogger(const void *handlerReturn, const void *handlerFrame);
 
 // CallerNames remembers names by the address of the code that logs.  Fixed size: a name takes the

@@ -111,7 +111,7 @@ void FreeRetired(CoapRpcCtx *ctx) {
   SettleTargets(ctx);
 }
 
-// Retired frees what has just been given up, unless libcoap is at work with it.
+// Retired frees what was just released, unless inside libcoap's I/O.
 void Retired(CoapRpcCtx *ctx) {
   ctx->lib->hasRetired = 1;
   if (ctx->ioDepth == 0) FreeRetired(ctx);
@@ -130,9 +130,9 @@ coap_endpoint_t *Reclaim(const CoapRpcCtx *ctx, const coap_address_t *address) {
   return ctx->lib->hasRetired != 0 ? CoapRpcLibReclaim(ctx->lib->coapCtx, address) : nullptr;
 }
 
-// RunLibcoap runs `work` on the libcoap context.  False: there is none; a callback may have taken
-// it down.  The depth tells callbacks that libcoap is at work and still knows the sessions and
-// observers that it is about to serve, for which reason it is not run inside itself either.
+// RunLibcoap runs `work` on the libcoap context.  False: there is none; a callback may have freed
+// it.  The depth tells callbacks that they are inside libcoap's I/O, which still uses the sessions
+// and observers that it is about to serve; for the same reason it is not run inside itself.
 template <typename Work>
 bool RunLibcoap(CoapRpcCtx *ctx, Work work) {
   coap_context_t *coapCtx = Libcoap(ctx);

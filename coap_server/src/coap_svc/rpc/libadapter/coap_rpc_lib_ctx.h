@@ -99,7 +99,7 @@ CoapRpcLibSleep CoapRpcLibSetSleep(CoapRpcLibSleep sleepFunc);
 /* COAP_RpcDeleteEndPoint disconnects the sessions of a listen's endpoint, frees it and clears the
  * listen's field.  Null listens and endpoints are ignored.
  *
- * Called by a callback while libcoap is at work, the endpoint takes no further datagram but keeps
+ * Called by a callback inside libcoap's I/O, the endpoint takes no further datagram but keeps
  * its address until libcoap is done with the run, so that the answer under way still leaves.  Such
  * an address can be opened again at once; a resource deleted there can be made again too.
  *

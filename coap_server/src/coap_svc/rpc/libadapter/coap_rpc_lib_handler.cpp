@@ -295,7 +295,7 @@ void COAP_RpcSvrHandleSetResponseHeader(coap_pdu_t *response, const CoapRpcSerUr
 }
 
 void CoapRpcHandlerTick(CoapRpcCtx *ctx) {
-  // Not while libcoap is at work: a callback that waits may run the host's timers.
+  // Not inside libcoap's I/O: a callback that waits may run the host's timers.
   if (!ctx->lib || !ctx->lib->coapCtx || ctx->ioDepth != 0) return;
   ExpireBlocks(ctx);
   SettleFlights(ctx);

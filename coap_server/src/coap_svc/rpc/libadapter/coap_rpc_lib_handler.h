@@ -80,7 +80,7 @@ void CoapRpcHandlerTick(CoapRpcCtx *ctx);
 int CoapRpcHandlerIsRetaining(const CoapRpcCtx *ctx);
 
 /* CoapRpcHandlerStop drops pending asynchronous requests; to be called before the libcoap context
- * is freed.  CoapRpcHandlerFree frees what is left behind then. */
+ * is freed.  CoapRpcHandlerFree frees the rest after that. */
 void CoapRpcHandlerStop(CoapRpcCtx *ctx);
 void CoapRpcHandlerFree(CoapRpcCtx *ctx);
 

@@ -49,7 +49,7 @@ enum class State : uint8_t { kOpen, kAnswered, kHeld, kReady, kRunning };
 
 }  // namespace
 
-// CoapRpcAsync is one asynchronous request, with the segments of its path behind it, each after a
+// CoapRpcAsync is one asynchronous request, followed by the segments of its path, each after a
 // byte with its length.
 struct CoapRpcAsync {
   OSAL_AVL3_NODE node;          // in asyncTree while its handle is valid

@@ -23,7 +23,7 @@ void ClearFlag(BlockRecord *block) {
   block->holdsFlag = false;
 }
 
-// IsOver says whether `keepMs` have gone by.
+// IsOver says whether `keepMs` have passed.
 bool IsOver(coap_tick_t since, coap_tick_t keepMs) {
   coap_tick_t now = 0;
   coap_ticks(&now);

@@ -1,4 +1,4 @@
-/* coap_rpc_lib_handler_block.h: observe payloads in libcoap's hands.
+/* coap_rpc_lib_handler_block.h: observe payloads owned by libcoap.
  *
  * libcoap keeps a payload for as long as the peer fetches its blocks, which may be longer than the
  * URI entry lives.  Each payload travels with a record that stays on the entry's list and on the

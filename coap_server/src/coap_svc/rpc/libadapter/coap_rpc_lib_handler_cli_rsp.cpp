@@ -42,8 +42,8 @@ bool HasCheckCodeQuery(const CoapRpcMsgOptions &opt) {
 }
 
 // IsTokenless says whether libcoap has taken a message for the answer to whatever plain request of
-// its session was waiting for an acknowledgement.  Asynchronous answers, which travel as requests,
-// are none for libcoap.
+// its session was waiting for an acknowledgement.  Asynchronous answers are
+// requests, not responses, for libcoap.
 bool IsTokenless(const coap_pdu_t *pdu) {
   return coap_pdu_get_token(pdu).length == 0 && coap_pdu_get_type(pdu) != COAP_MESSAGE_ACK &&
          COAP_RESPONSE_CLASS(coap_pdu_get_code(pdu)) != 0;

@@ -55,7 +55,7 @@ void LogPayloadFailed(CoapRpcCtx *ctx, const CoapRpcCliReqData &req) {
                   REQ_ARGS(req));
 }
 
-// NewPdu makes a request's PDU; null without memory, or for a type or code that is none.
+// NewPdu makes a request's PDU; null if out of memory, or for an invalid type or code.
 coap_pdu_t *NewPdu(coap_session_t *session, const CoapRpcCliReqData &req) {
   const uint32_t msgType = req.key.uri.msgType;
   const uint32_t code = req.codeType;

@@ -27,7 +27,7 @@ constexpr size_t kCheckCodeNameLen = sizeof(kCheckCodeName) - 1;
 struct ObserverQuery {
   OSAL_AVL3_NODE node;
   const coap_pdu_t *stored;  // the observer's request as libcoap keeps it
-  coap_string_t text;        // bytes behind this record
+  coap_string_t text;        // bytes after this record
 };
 
 int32_t CompareStored(const void *a, const void *b) {
@@ -85,8 +85,8 @@ bool IsCheckCodeQuery(const coap_string_t *query) {
          memcmp(query->s, kCheckCodeName, kCheckCodeNameLen) == 0;
 }
 
-// IsUpToDate says whether the observer's check code is that of the last payload.  Nothing behind
-// the "=" counts as up to date; text that is no number does not.
+// IsUpToDate says whether the observer's check code is that of the last payload.  An empty text
+// after the "=" counts as up to date; text that is not a number does not.
 bool IsUpToDate(const CoapRpcSerUriVtbl *entry, const coap_string_t &query) {
   if (entry->etag == 0) return false;
   char text[kCheckCodeTextSize] = {};

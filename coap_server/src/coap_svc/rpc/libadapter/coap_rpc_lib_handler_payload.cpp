@@ -222,7 +222,7 @@ void SendJson(const Notification &to, JsonText text, const CoapRpcTupleChg *last
   HandOver(to, body, lastTried, std::move(records));
 }
 
-// IdlWriter puts messages behind one another into a payload buffer.
+// IdlWriter puts messages one after another into a payload buffer.
 class IdlWriter {
  public:
   explicit IdlWriter(uint8_t *out) : out_(out) {}

@@ -52,7 +52,7 @@ struct Target {
   CoapRpcLink idleLink;     // on leavingList or spareList; alone while cached or with requests
   CoapRpcLink queuedLink;   // on queuedTargetList while answers are queued
   CoapRpcLink requestList;  // CoapRpcAsync, all of them
-  CoapRpcLink heldList;     // of these, answers in blocks that wait for others in blocks
+  CoapRpcLink heldList;     // of these, answers in blocks, queued after others in blocks
   CoapRpcLink readyList;    // of these, answers that libcoap gets as soon as it has sent others
   TargetKey key;
   Peer *peer;

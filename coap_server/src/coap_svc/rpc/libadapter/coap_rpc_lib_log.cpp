@@ -27,7 +27,7 @@ struct CFree {
 CoapRpcCtx *g_logRoot = nullptr;
 CallerNames g_callerNames;
 
-// NameStart returns the text behind the last '/' and the first '(' after it.  Without either the
+// NameStart returns the text after the last '/' and the first '(' after it.  Without either the
 // whole text is meant, and its first character is skipped all the same, deliberately.
 const char *NameStart(const char *symbol) {
   const char *slash = OSAL_StrRChr(symbol, '/');

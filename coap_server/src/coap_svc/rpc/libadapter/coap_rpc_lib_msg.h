@@ -66,7 +66,7 @@ COAP_RPC_API void COAP_RpcSetUriPath(CoapRpcCtx *notRead, coap_pdu_t *pdu, const
  *
  *   len   bytes of buf; at least twice the path's length, a deliberate margin
  *
- * Returns 0 or:  1900000093 path cannot be had   1900000097 buffer too small
+ * Returns 0 or:  1900000093 path unavailable     1900000097 buffer too small
  *                1900000103 formatting failed */
 COAP_RPC_API uint32_t COAP_RpcGetUriStr(const coap_pdu_t *pdu, char *buf, uint32_t len);
 

@@ -1,7 +1,7 @@
 /* coap_rpc_ser_chg_index.h: finds the pending change of a tuple key without walking the list.
  *
- * The list alone says what is pending and in which order; the index is an aid beside it, made when
- * the list has grown long and left out when there is no memory for it.  Keys are the same when
+ * The list alone says what is pending and in which order; the index is optional, made when the list
+ * has grown long and omitted when there is no memory for it.  Keys are the same when
  * their bytes are. */
 #ifndef COAP_RPC_SER_CHG_INDEX_H
 #define COAP_RPC_SER_CHG_INDEX_H

@@ -16,7 +16,7 @@ enum { COAP_RPC_CHG_UPDATE = 1, COAP_RPC_CHG_DELETE = 2 };
 struct CoapRpcTupleChg {
   CoapRpcLink chgLink;
   OSAL_AVL3_NODE node; /* for the change tree; never inserted */
-  CoapRpcLink idxLink; /* beside its hash neighbours; alone while there is no index */
+  CoapRpcLink idxLink; /* next to its hash neighbours; alone while there is no index */
   uint8_t chgType;     /* 1 update, 2 delete */
   uint8_t rsv[7];      /* the key begins on a word */
   __extension__ uint8_t key[];

@@ -1,4 +1,4 @@
-/* coap_rpc_ser_tuple_bytes.h: key and value bytes as they lie behind the header of a tuple and of a
+/* coap_rpc_ser_tuple_bytes.h: key and value bytes, which follow the header of a tuple and of a
  * change: keyLen key bytes, then valLen value bytes, at no particular alignment. */
 #ifndef COAP_RPC_SER_TUPLE_BYTES_H
 #define COAP_RPC_SER_TUPLE_BYTES_H

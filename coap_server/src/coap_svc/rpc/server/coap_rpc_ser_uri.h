@@ -32,7 +32,7 @@ struct CoapRpcSerUriVtbl {
   coap_session_t *asyncSession; /* sends asynchronous answers; null until needed */
   void *asyncTarget;            /* adapter: what asyncSession belongs to */
   CoapRpcLink blockCtxList;     /* adapter: release contexts that still name this entry */
-  void *chgIndex;               /* observe code: index beside tupleChgList; null when unused */
+  void *chgIndex;               /* observe code: index of tupleChgList; null when unused */
   uint32_t hasLoggedTooLong;    /* adapter: 1 once a message that fits into no payload was logged */
   CoapRpcLink flightList;       /* adapter: changes in payloads whose delivery is not known yet */
   uint32_t numGivenUp;          /* payloads in blocks given up since one was delivered */
