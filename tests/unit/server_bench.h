@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string>
 
+#include "coap_svc/rpc/server/coap_rpc_ser_attach.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_conn.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_disp.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_observe.h"

@@ -17,6 +17,7 @@
 
 #include "coap_svc/rpc/common/coap_rpc_list.h"
 #include "coap_svc/rpc/init/coap_rpc_main.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_attach.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_conn.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_observe.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_res.h"

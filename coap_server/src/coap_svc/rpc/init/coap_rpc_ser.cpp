@@ -5,6 +5,7 @@
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/init/coap_rpc_main.h"
 #include "coap_svc/rpc/init/coap_rpc_side.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_attach.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_conn.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_data.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_disp.h"

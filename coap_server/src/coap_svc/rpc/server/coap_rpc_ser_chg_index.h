@@ -7,8 +7,7 @@
 #define COAP_RPC_SER_CHG_INDEX_H
 
 #include "coap_svc/rpc/common/coap_rpc_list.h"
-#include "coap_svc/rpc/server/coap_rpc_ser_observe.h"
-#include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_entry.h"
 
 namespace coap_rpc {
 

@@ -8,8 +8,6 @@
 #include "coap_svc/rpc/common/coap_rpc_safe.h"
 #include "coap_svc/rpc/common/coap_rpc_table.h"
 #include "coap_svc/rpc/common/coap_rpc_text.h"
-#include "coap_svc/rpc/server/coap_rpc_ser_res.h"
-#include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
 
 using namespace coap_rpc;
 
@@ -22,19 +20,6 @@ using ListenEntries = COAP_RPC_LIST(CoapRpcSerUriVtbl, listenLink);
 ListenTable TableOf(CoapRpcSerData *ser) { return ListenTable(ser->listenTree); }
 
 ListenEntries EntriesOf(CoapRpcSerListen *listen) { return ListenEntries(listen->uriDataList); }
-
-// IsAttached asks the URI table, which is quicker than walking a listen with thousands of entries.
-bool IsAttached(CoapRpcSerData *ser, const CoapRpcSerListen *listen, const CoapRpcUriKey *key) {
-  const CoapRpcSerUriVtbl *entry = COAP_RpcSerFindUriVtbl(ser, key);
-  return entry && entry->listen == listen;
-}
-
-// RenewSource is for asynchronous answers: their session has been sending from an address that need
-// not be there any more.
-void RenewSource(CoapRpcSerData *ser, const CoapRpcSerUriVtbl *entry) {
-  const CoapRpcLibExtOps *ops = ser->owner->libExt;
-  if (ops && entry->asyncSession) ops->renewSource(entry->asyncSession);
-}
 
 }  // namespace
 
@@ -84,47 +69,6 @@ CoapRpcSerListen *COAP_RpcSerConnAddListen(CoapRpcSerData *ser, const CoapRpcUri
   return listen.release();
 }
 
-uint32_t COAP_RpcSerCreatListen(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
-                                const CoapRpcSerListenAddr *addr) {
-  CoapRpcSerData *ser = ctx->ser;
-  CoapRpcSerListen *listen = COAP_RpcSerConnAddListen(ser, key, addr);
-  if (!listen) return Code(kSiteCreatListenNoListen);
-  // A listen without endpoint stays, deliberately: only its making opens one.
-  listen->endPoint = ser->createEndPoint(ctx, addr);
-  if (!listen->endPoint) return Code(kSiteCreatListenNoEndPoint);
-  if (!COAP_RpcSerConnBindUriVtbl(ser, listen, key)) return Code(kSiteCreatListenNotBound);
-  COAP_RpcCreateOrUpdateUriRes(ctx, key);
-  return 0;
-}
-
-uint32_t COAP_RpcSerUpdateListen(CoapRpcCtx *ctx, CoapRpcSerListen *listen,
-                                 const CoapRpcUriKey *key) {
-  if (!IsAttached(ctx->ser, listen, key) && !COAP_RpcSerConnBindUriVtbl(ctx->ser, listen, key)) {
-    return Code(kSiteUpdateListenNotBound);
-  }
-  COAP_RpcCreateOrUpdateUriRes(ctx, key);
-  return 0;
-}
-
-CoapRpcSerUriVtbl *COAP_RpcSerConnBindUriVtbl(CoapRpcSerData *ser, CoapRpcSerListen *listen,
-                                              const CoapRpcUriKey *key) {
-  CoapRpcSerUriVtbl *entry = COAP_RpcSerFindUriVtbl(ser, key);
-  if (!entry) {
-    COAP_RPC_LOG(ser->owner->log, kLogConnBindNotRegistered,
-                 "[CoapRpc]findUriVtbl fail, uri:%s, msgType:%u, observe:%u, pktType:%u.\n",
-                 COAP_RPC_KEY_ARGS(*key));
-    COAP_RpcSerConnTryDelListen(ser, listen);
-    return nullptr;
-  }
-  EntriesOf(listen).Append(entry);
-  entry->listen = listen;
-  RenewSource(ser, entry);
-  COAP_RPC_DEBUG(ser->owner,
-                 "[CoapRpc]create uri success, uri:%s, msgType:%u, observe:%u, pktType:%u.\n",
-                 COAP_RPC_KEY_ARGS(*key));
-  return entry;
-}
-
 CoapRpcSerUriVtbl *COAP_RpcSerConnIsBindVtbl(CoapRpcSerListen *listen, const CoapRpcUriKey *key) {
   return EntriesOf(listen).FindIf([=](const CoapRpcSerUriVtbl &entry) {
     return COAP_RpcUriKeyCmp(&entry.key, key) == 0 && entry.listen == listen;
@@ -148,17 +92,6 @@ void COAP_RpcSerConnTryDelListen(CoapRpcSerData *ser, CoapRpcSerListen *listen) 
   TableOf(ser).Remove(listen);
   ser->deleteEndPoint(ser->owner, listen);
   PoolFree(ser->owner->param.memHandle, listen);
-}
-
-uint32_t COAP_RpcSerTryDelListen(CoapRpcCtx *ctx, const CoapRpcUriKey *key) {
-  CoapRpcSerUriVtbl *entry = COAP_RpcSerFindUriVtbl(ctx->ser, key);
-  if (!entry) return 0;
-  CoapRpcSerListen *listen = entry->listen;
-  if (!listen) return Code(kSiteTryDelListenNotAttached);
-  COAP_RpcSerConnUnBindUriVtbl(nullptr, nullptr, entry);
-  COAP_RpcSerConnTryDelListen(ctx->ser, listen);
-  // Attached again by a callback: the resource is in use.
-  return entry->listen ? 0 : COAP_RpcTryDelUriRes(ctx, key);
 }
 
 char *COAP_RpcSerGetListenStr_(const CoapRpcSerListenAddr *addr, char *buf, uint32_t size) {

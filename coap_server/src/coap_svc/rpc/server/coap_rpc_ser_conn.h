@@ -6,8 +6,7 @@
 #ifndef COAP_RPC_SER_CONN_H
 #define COAP_RPC_SER_CONN_H
 
-#include "coap_svc/rpc/common/coap_rpc_link.h"
-#include "coap_svc/rpc/server/coap_rpc_ser_data.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_entry.h"
 
 COAP_RPC_C_BEGIN
 
@@ -37,21 +36,6 @@ COAP_RPC_API CoapRpcSerListen *COAP_RpcSerConnAddListen(CoapRpcSerData *ser,
                                                         const CoapRpcUriKey *notRead,
                                                         const CoapRpcSerListenAddr *addr);
 
-/* COAP_RpcSerCreatListen makes a listen with its endpoint and attaches the key; the spelling is
- * fixed.  Returns 0, 1900000152, 1900000157 or 1900000163 (see COAP_RpcSerSetUri). */
-COAP_RPC_API uint32_t COAP_RpcSerCreatListen(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
-                                             const CoapRpcSerListenAddr *addr);
-
-/* COAP_RpcSerUpdateListen attaches the key to an existing listen.  Returns 0 or 1900000177. */
-COAP_RPC_API uint32_t COAP_RpcSerUpdateListen(CoapRpcCtx *ctx, CoapRpcSerListen *listen,
-                                              const CoapRpcUriKey *key);
-
-/* COAP_RpcSerConnBindUriVtbl attaches a registered entry, taking it off its old listen.  Returns
- * the entry; null for an unregistered key, and the listen is then deleted when it is empty. */
-COAP_RPC_API CoapRpcSerUriVtbl *COAP_RpcSerConnBindUriVtbl(CoapRpcSerData *ser,
-                                                           CoapRpcSerListen *listen,
-                                                           const CoapRpcUriKey *key);
-
 /* COAP_RpcSerConnIsBindVtbl returns the entry with that key on this listen, or null. */
 COAP_RPC_API CoapRpcSerUriVtbl *COAP_RpcSerConnIsBindVtbl(CoapRpcSerListen *listen,
                                                           const CoapRpcUriKey *key);
@@ -62,10 +46,6 @@ COAP_RPC_API void COAP_RpcSerConnUnBindAllUriVtbl(const void *notRead, CoapRpcSe
 
 /* COAP_RpcSerConnTryDelListen closes and frees a listen that has no entry. */
 COAP_RPC_API void COAP_RpcSerConnTryDelListen(CoapRpcSerData *ser, CoapRpcSerListen *listen);
-
-/* COAP_RpcSerTryDelListen detaches a key.  Returns 0, the resource step's result, or 1900001201
- * when the key is registered but not attached. */
-COAP_RPC_API uint32_t COAP_RpcSerTryDelListen(CoapRpcCtx *ctx, const CoapRpcUriKey *key);
 
 /* COAP_RpcSerGetListenStr_ writes "addr:%s, port:%u".  Returns buf. */
 COAP_RPC_API char *COAP_RpcSerGetListenStr_(const CoapRpcSerListenAddr *addr, char *buf,

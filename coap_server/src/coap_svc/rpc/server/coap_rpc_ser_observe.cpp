@@ -6,6 +6,7 @@
 #include "coap_svc/rpc/server/coap_rpc_ser_chg_index.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_flight.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_tuple_bytes.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_uri_tuple.h"
 #include "kst_tmr.h"
 
 using namespace coap_rpc;

@@ -5,22 +5,11 @@
 #ifndef COAP_RPC_SER_OBSERVE_H
 #define COAP_RPC_SER_OBSERVE_H
 
-#include "coap_svc/rpc/common/coap_rpc_link.h"
-#include "coap_svc/rpc/server/coap_rpc_ser_data.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_entry.h"
 
 COAP_RPC_C_BEGIN
 
 enum { COAP_RPC_CHG_UPDATE = 1, COAP_RPC_CHG_DELETE = 2 };
-
-/* CoapRpcTupleChg is one pending change: header, keyLen key bytes, valLen value bytes. */
-struct CoapRpcTupleChg {
-  CoapRpcLink chgLink;
-  OSAL_AVL3_NODE node; /* for the change tree; never inserted */
-  CoapRpcLink idxLink; /* next to its hash neighbours; alone while there is no index */
-  uint8_t chgType;     /* 1 update, 2 delete */
-  uint8_t rsv[7];      /* the key begins on a word */
-  __extension__ uint8_t key[];
-};
 
 /* COAP_RpcSerUpdateTuple updates the set and queues the change for an entry in hand.
  *

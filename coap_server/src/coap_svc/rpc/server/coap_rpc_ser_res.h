@@ -5,8 +5,7 @@
 #ifndef COAP_RPC_SER_RES_H
 #define COAP_RPC_SER_RES_H
 
-#include "coap_svc/rpc/common/coap_rpc_link.h"
-#include "coap_svc/rpc/server/coap_rpc_ser_data.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_entry.h"
 
 COAP_RPC_C_BEGIN
 
@@ -20,15 +19,6 @@ typedef struct CoapRpcSerUriRes {
 COAP_RPC_API uint32_t COAP_RpcSerResourceInit(void *ser);
 COAP_RPC_API uint32_t COAP_RpcSerResourceUninit(void *ser);
 
-/* COAP_RpcCreateOrUpdateUriRes binds a key's entry to its uri's record and makes or refreshes the
- * CoAP resource.  Failures are logged, never returned; a uri of 64 characters is left alone. */
-COAP_RPC_API void COAP_RpcCreateOrUpdateUriRes(CoapRpcCtx *ctx, const CoapRpcUriKey *key);
-
-/* COAP_RpcTryDelUriRes unbinds a key from its uri's record, deleting both with the last entry.
- * Returns 0, strcpy_s's error for a uri of 64 characters, or 1900001221 when the key was not
- * bound. */
-COAP_RPC_API uint32_t COAP_RpcTryDelUriRes(CoapRpcCtx *ctx, const CoapRpcUriKey *key);
-
 /* `uri` is a 64-byte field, NUL-padded. */
 COAP_RPC_API CoapRpcSerUriRes *COAP_RpcSerFindUriRes(CoapRpcSerData *ser, const char *uri);
 COAP_RPC_API CoapRpcSerUriRes *COAP_RpcSerFindFirstUriRes(CoapRpcSerData *ser);
@@ -38,11 +28,6 @@ COAP_RPC_API CoapRpcSerUriRes *COAP_RpcSerAddUriRes(CoapRpcSerData *ser, const c
 /* COAP_RpcSerTryDelUriRes deletes a record without entries and its CoAP resource. */
 COAP_RPC_API void COAP_RpcSerTryDelUriRes(CoapRpcSerData *ser, CoapRpcSerUriRes *res);
 
-/* COAP_RpcSerResBindUriVtbl moves a registered key's entry to this record.  Returns it, or null
- * for an unregistered key. */
-COAP_RPC_API CoapRpcSerUriVtbl *COAP_RpcSerResBindUriVtbl(CoapRpcSerData *ser,
-                                                          CoapRpcSerUriRes *res,
-                                                          const CoapRpcUriKey *key);
 COAP_RPC_API CoapRpcSerUriVtbl *COAP_RpcSerResIsBindVtbl(CoapRpcSerUriRes *res,
                                                          const CoapRpcUriKey *key);
 COAP_RPC_API void COAP_RpcSerResUnBindUriVtbl(const void *notRead1, const void *notRead2,

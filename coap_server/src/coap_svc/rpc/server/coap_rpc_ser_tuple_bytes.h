@@ -5,7 +5,7 @@
 
 #include "coap_svc/rpc/common/coap_rpc_safe.h"
 #include "coap_svc/rpc/common/coap_rpc_sites.h"
-#include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_entry.h"
 
 namespace coap_rpc {
 

@@ -1,9 +1,9 @@
-/* coap_rpc_ser_uri_tuple.cpp: the tuples of an observable URI. */
+#include "coap_svc/rpc/server/coap_rpc_ser_uri_tuple.h"
+
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/common/coap_rpc_table.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_tuple_bytes.h"
-#include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
 
 using namespace coap_rpc;
 
