@@ -18,7 +18,7 @@
 #ifndef COAP_RPC_CLI_END_H
 #define COAP_RPC_CLI_END_H
 
-#include "coap_svc/rpc/client/coap_rpc_cli_req.h"
+#include "coap_svc/rpc/client/coap_rpc_cli_req_data.h"
 #include "coap_svc/rpc/client/coap_rpc_cli_session.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"

@@ -1,7 +1,8 @@
-/* coap_rpc_cli_resend.cpp: sending a request, and those that wait to be sent again. */
+#include "coap_svc/rpc/client/coap_rpc_cli_resend.h"
+
 #include "coap_svc/rpc/client/coap_rpc_cli_end.h"
-#include "coap_svc/rpc/client/coap_rpc_cli_hold.h"
-#include "coap_svc/rpc/client/coap_rpc_cli_req.h"
+#include "coap_svc/rpc/client/coap_rpc_cli_req_data.h"
+#include "coap_svc/rpc/client/coap_rpc_cli_session.h"
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_list.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
@@ -46,35 +47,35 @@ bool MustWait(const CoapRpcCtx *ctx, CoapRpcCliReqData *req) {
   return ctx->libExt && ctx->libExt->mustWait(req) != 0;
 }
 
-// Visits are the records of one tick, all of them held.
-class Visits {
+// ResendBatch is the records of one tick, all of them held.
+class ResendBatch {
  public:
-  explicit Visits(CoapRpcCliData *cli) : cli_(cli) {
+  explicit ResendBatch(CoapRpcCliData *cli) : cli_(cli) {
     ResendList list(cli->resendList);
-    for (auto *req = list.First(); req && num_ < kResendVisitsPerTick; req = list.After(req)) {
+    for (auto *req = list.First(); req && num_ < kResendBatchSize; req = list.After(req)) {
       if (MustWait(cli->owner, req)) continue;
       HoldReq(req);
       reqs_[num_++] = req;
     }
   }
-  ~Visits() {
+  ~ResendBatch() {
     for (uint32_t i = 0; i < num_; ++i) ReleaseReq(cli_, reqs_[i]);
   }
-  Visits(const Visits &) = delete;
-  Visits &operator=(const Visits &) = delete;
+  ResendBatch(const ResendBatch &) = delete;
+  ResendBatch &operator=(const ResendBatch &) = delete;
 
   uint32_t Num() const { return num_; }
   CoapRpcCliReqData *At(uint32_t i) const { return reqs_[i]; }
 
  private:
   CoapRpcCliData *cli_;
-  CoapRpcCliReqData *reqs_[kResendVisitsPerTick];
+  CoapRpcCliReqData *reqs_[kResendBatchSize];
   uint32_t num_ = 0;
 };
 
-// Visit logs a record and sends it; the last visit of a full tick only logs.
-void Visit(CoapRpcCtx *ctx, CoapRpcCliReqData *req, bool isLast) {
-  // A callback of an earlier visit may have taken it off the list.
+// Resend logs a record and sends it; the last one of a full tick is only logged.
+void Resend(CoapRpcCtx *ctx, CoapRpcCliReqData *req, bool isLast) {
+  // A callback of an earlier one may have taken it off the list.
   if (LinkIsAlone(req->resendLink)) return;
   COAP_RPC_DEBUG(ctx, "[CoapRpc]req resend, uri:%s, msgType:%u, observe:%u, pktType:%u.\n",
                  COAP_RPC_KEY_ARGS(req->key.uri));
@@ -111,9 +112,9 @@ uint32_t COAP_RpcReSendReqTimeOut(void *root) {
   auto *ctx = static_cast<CoapRpcCtx *>(root);
   if (!ctx->cli) return 0;
   {
-    const Visits visits(ctx->cli);
-    for (uint32_t i = 0; i < visits.Num(); ++i) {
-      Visit(ctx, visits.At(i), i + 1 == kResendVisitsPerTick);
+    const ResendBatch batch(ctx->cli);
+    for (uint32_t i = 0; i < batch.Num(); ++i) {
+      Resend(ctx, batch.At(i), i + 1 == kResendBatchSize);
     }
   }
   COAP_RpcTryStopReSendReqTimer(ctx);

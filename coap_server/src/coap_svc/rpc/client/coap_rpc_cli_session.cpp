@@ -45,15 +45,15 @@ void FreeSession(CoapRpcCliData *cli, CoapRpcCliSession *session) {
   PoolFree(cli->owner->param.memHandle, session);
 }
 
-// MayFreeNow says whether nothing works with the session: no send, and not libcoap's I/O, which
+// CanFreeNow says whether nothing works with the session: no send, and not libcoap's I/O, which
 // has collected the sessions that it will serve next before it calls back.
-bool MayFreeNow(const CoapRpcCliData *cli, const CoapRpcCliSession &session) {
+bool CanFreeNow(const CoapRpcCliData *cli, const CoapRpcCliSession &session) {
   return session.holds == 0 && cli->owner->ioDepth == 0;
 }
 
 // AgeSession leaves a session alone that is being worked with: a callback let time go by.
 void AgeSession(CoapRpcCliData *cli, CoapRpcCliSession *session) {
-  if (!MayFreeNow(cli, *session)) return;
+  if (!CanFreeNow(cli, *session)) return;
   if (session->agingTick != 0 && --session->agingTick != 0) return;
   COAP_RPC_DEBUG(cli->owner, "[CoapRpc]aging session success, %s.\n",
                  SessionText(session->key).c_str());
@@ -123,7 +123,7 @@ CoapRpcCliSession *COAP_RpcCliAddSession(CoapRpcCliData *cli, const CoapRpcUriKe
 
 void COAP_RpcCliTryDelSession(CoapRpcCliData *cli, CoapRpcCliSession *session) {
   if (!session || HasRequests(*session)) return;
-  if (MayFreeNow(cli, *session)) {
+  if (CanFreeNow(cli, *session)) {
     FreeSession(cli, session);
   } else {
     COAP_RpcCliInsetAgingList(cli, session);

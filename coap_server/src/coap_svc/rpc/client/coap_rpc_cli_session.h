@@ -68,4 +68,21 @@ COAP_RPC_API char *COAP_RpcCliGetSessionStr_(const CoapRpcCliSessionKey *key, ch
                                              uint32_t size);
 
 COAP_RPC_C_END
+
+namespace coap_rpc {
+
+// SessionHold holds a session for as long as it lives.
+class SessionHold {
+ public:
+  explicit SessionHold(CoapRpcCliSession *session) : session_(session) { ++session->holds; }
+  ~SessionHold() { --session_->holds; }
+  SessionHold(const SessionHold &) = delete;
+  SessionHold &operator=(const SessionHold &) = delete;
+
+ private:
+  CoapRpcCliSession *session_;
+};
+
+}  // namespace coap_rpc
+
 #endif /* COAP_RPC_CLI_SESSION_H */

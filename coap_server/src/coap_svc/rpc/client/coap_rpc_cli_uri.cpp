@@ -1,6 +1,6 @@
 #include "coap_svc/rpc/client/coap_rpc_cli_uri.h"
 
-#include "coap_svc/rpc/client/coap_rpc_cli_req.h"
+#include "coap_svc/rpc/client/coap_rpc_cli_resend.h"
 #include "coap_svc/rpc/common/coap_rpc_key.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"

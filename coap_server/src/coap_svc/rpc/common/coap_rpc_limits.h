@@ -36,7 +36,7 @@ inline constexpr uint16_t kDefaultCoapPort = 5683;
 inline constexpr uint32_t kAgingPeriodMs = 1000;
 inline constexpr uint32_t kAgingTicks = 90;
 inline constexpr uint32_t kResendPeriodMs = 1001;
-inline constexpr uint32_t kResendVisitsPerTick = 20;
+inline constexpr uint32_t kResendBatchSize = 20;
 
 // Relations of the client: for how long an old notification is known by its number (RFC 7641
 // section 3.4), and how long the next block of a payload may take for which a renewal waits: a
