@@ -46,10 +46,10 @@ Outcome Client::Ask(const std::string &request, Take take) {
     Complain("a command is one line");
     return Outcome::kUsage;
   }
-  m_isStopping = false;
-  m_connection.Send(request);
+  isStopping_ = false;
+  connection_.Send(request);
   for (;;) {
-    const Reply reply = m_connection.Next();
+    const Reply reply = connection_.Next();
     if (reply.kind == Reply::Kind::kLost) {
       Complain(reply.text);
       return Outcome::kLost;
@@ -58,18 +58,18 @@ Outcome Client::Ask(const std::string &request, Take take) {
       ClearInterrupt();
       Stop();
     } else if (reply.tag == KESTREL_CONSOLE_END) {
-      return OutcomeOf(reply.text, m_isStopping);
+      return OutcomeOf(reply.text, isStopping_);
     } else if (reply.tag == KESTREL_CONSOLE_ERROR) {
       Complain(reply.text);
-    } else if (!m_isStopping) {
+    } else if (!isStopping_) {
       take(reply);
     }
   }
 }
 
 void Client::Stop() {
-  if (!m_isStopping) m_connection.Send("stop");
-  m_isStopping = true;
+  if (!isStopping_) connection_.Send("stop");
+  isStopping_ = true;
 }
 
 Outcome Client::SetObject(const std::string &name) {
@@ -84,7 +84,7 @@ Outcome Client::Run(const std::string &line, LineSink &sink) {
     if (!sink.Line(text)) Stop();
     text.clear();
   });
-  if (!text.empty() && !m_isStopping) sink.Line(text);
+  if (!text.empty() && !isStopping_) sink.Line(text);
   sink.End();
   return outcome;
 }

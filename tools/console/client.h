@@ -33,7 +33,7 @@ void Complain(std::string_view text);
 
 class Client {
  public:
-  explicit Client(Connection &connection) : m_connection(connection) {}
+  explicit Client(Connection &connection) : connection_(connection) {}
 
   // SetObject names the object that commands are for; empty: whichever has the command.
   Outcome SetObject(const std::string &name);
@@ -43,7 +43,7 @@ class Client {
   Outcome Run(const std::string &line, LineSink &sink);
 
   // WasStopped tells whether the last request was stopped.
-  bool WasStopped() const { return m_isStopping; }
+  bool WasStopped() const { return isStopping_; }
 
   // Commands and Objects list what there is.
   Outcome Commands(std::vector<HostCommand> &commands);
@@ -54,8 +54,8 @@ class Client {
   Outcome Ask(const std::string &request, Take take);
   void Stop();
 
-  Connection &m_connection;
-  bool m_isStopping = false;
+  Connection &connection_;
+  bool isStopping_ = false;
 };
 
 // CommandLine joins the words of a command line, with quotes where a word needs them.  Returns

@@ -31,7 +31,7 @@ void SetSendTimeout(int fd, int timeoutMs) {
 }  // namespace
 
 Connection::~Connection() {
-  if (m_fd >= 0) close(m_fd);
+  if (fd_ >= 0) close(fd_);
 }
 
 bool Connection::Open(const std::string &path, std::string &reason) {
@@ -56,9 +56,9 @@ bool Connection::Connect(const std::string &path, std::string &reason) {
     return false;
   }
   std::memcpy(addr.sun_path, path.data(), path.size());
-  m_fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  SetSendTimeout(m_fd, m_timeoutMs);
-  if (m_fd >= 0 && connect(m_fd, reinterpret_cast<const sockaddr *>(&addr), sizeof addr) == 0) {
+  fd_ = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  SetSendTimeout(fd_, timeoutMs_);
+  if (fd_ >= 0 && connect(fd_, reinterpret_cast<const sockaddr *>(&addr), sizeof addr) == 0) {
     return true;
   }
   reason = strerror(errno);
@@ -69,7 +69,7 @@ void Connection::Send(std::string_view request) {
   std::string line(request);
   line += '\n';
   for (size_t sent = 0; sent < line.size();) {
-    const ssize_t len = send(m_fd, line.data() + sent, line.size() - sent, MSG_NOSIGNAL);
+    const ssize_t len = send(fd_, line.data() + sent, line.size() - sent, MSG_NOSIGNAL);
     if (len < 0 && errno != EINTR) return;
     if (len > 0) sent += static_cast<size_t>(len);
   }
@@ -84,14 +84,14 @@ Reply Connection::Next() {
 }
 
 bool Connection::TakeLine(Reply &reply) {
-  const size_t end = m_buffer.find('\n', m_at);
-  if (end == m_buffer.npos) {
-    m_buffer.erase(0, m_at);
-    m_at = 0;
+  const size_t end = buffer_.find('\n', at_);
+  if (end == buffer_.npos) {
+    buffer_.erase(0, at_);
+    at_ = 0;
     return false;
   }
-  const std::string_view line = std::string_view(m_buffer).substr(m_at, end - m_at);
-  m_at = end + 1;
+  const std::string_view line = std::string_view(buffer_).substr(at_, end - at_);
+  at_ = end + 1;
   reply.kind = Reply::Kind::kLine;
   reply.tag = line.empty() ? '\0' : line[0];
   reply.text = line.size() > 2 ? line.substr(2) : "";
@@ -100,12 +100,12 @@ bool Connection::TakeLine(Reply &reply) {
 
 // Fill reads more; false and `reply` set when there is nothing more to read now.
 bool Connection::Fill(Reply &reply) {
-  if (m_buffer.size() > KESTREL_CONSOLE_MAX_REPLY) {
+  if (buffer_.size() > KESTREL_CONSOLE_MAX_REPLY) {
     reply = Lost("this is no host's socket");
     return false;
   }
-  pollfd waiting{m_fd, POLLIN, 0};
-  const int ready = WasInterrupted() ? 0 : poll(&waiting, 1, m_timeoutMs);
+  pollfd waiting{fd_, POLLIN, 0};
+  const int ready = WasInterrupted() ? 0 : poll(&waiting, 1, timeoutMs_);
   if (WasInterrupted()) {
     reply = {Reply::Kind::kInterrupted, 0, ""};
     return false;
@@ -115,8 +115,8 @@ bool Connection::Fill(Reply &reply) {
     return false;
   }
   char bytes[65536];
-  const ssize_t len = ready < 0 ? -1 : recv(m_fd, bytes, sizeof bytes, 0);
-  if (len > 0) m_buffer.append(bytes, static_cast<size_t>(len));
+  const ssize_t len = ready < 0 ? -1 : recv(fd_, bytes, sizeof bytes, 0);
+  if (len > 0) buffer_.append(bytes, static_cast<size_t>(len));
   if (len > 0 || (len < 0 && errno == EINTR)) return true;
   reply = Lost(len == 0 ? "the host closed the connection" : SystemText("the connection failed"));
   return false;

@@ -23,7 +23,7 @@ struct Reply {
 class Connection {
  public:
   // `timeoutMs` is how long the host may be silent when a line of it is due; -1: for ever.
-  explicit Connection(int timeoutMs) : m_timeoutMs(timeoutMs) {}
+  explicit Connection(int timeoutMs) : timeoutMs_(timeoutMs) {}
   ~Connection();
   Connection(const Connection &) = delete;
   Connection &operator=(const Connection &) = delete;
@@ -43,10 +43,10 @@ class Connection {
   bool TakeLine(Reply &reply);
   bool Fill(Reply &reply);
 
-  int m_timeoutMs;
-  int m_fd = -1;
-  std::string m_buffer;
-  size_t m_at = 0;  // bytes of m_buffer that have been taken
+  int timeoutMs_;
+  int fd_ = -1;
+  std::string buffer_;
+  size_t at_ = 0;  // bytes of buffer_ that have been taken
 };
 
 }  // namespace console

@@ -11,9 +11,9 @@ namespace {
 
 std::filesystem::path StateFolder() {
   const char *state = std::getenv("XDG_STATE_HOME");
-  if (state != nullptr && *state == '/') return state;
+  if (state && *state == '/') return state;
   const char *home = std::getenv("HOME");
-  if (home == nullptr || *home != '/') return {};
+  if (!home || *home != '/') return {};
   return std::filesystem::path(home) / ".local" / "state";
 }
 

@@ -29,16 +29,16 @@ std::string JsonText(std::string_view text) {
 
 bool JsonLines::Line(std::string_view line) {
   if (IsTotal(line)) return true;
-  std::fputs(m_isFirst ? "[\n  " : ",\n  ", m_out);
-  m_isFirst = false;
+  std::fputs(isFirst_ ? "[\n  " : ",\n  ", out_);
+  isFirst_ = false;
   const std::string object = JsonObject(line);
-  std::fwrite(object.data(), 1, object.size(), m_out);
-  return std::ferror(m_out) == 0;
+  std::fwrite(object.data(), 1, object.size(), out_);
+  return std::ferror(out_) == 0;
 }
 
 void JsonLines::End() {
-  std::fputs(m_isFirst ? "[]\n" : "\n]\n", m_out);
-  m_isFirst = true;
+  std::fputs(isFirst_ ? "[]\n" : "\n]\n", out_);
+  isFirst_ = true;
 }
 
 }  // namespace console

@@ -13,13 +13,13 @@ std::string JsonText(std::string_view text);
 // The total at the end of a table is left out.
 class JsonLines : public LineSink {
  public:
-  explicit JsonLines(FILE *out) : m_out(out) {}
+  explicit JsonLines(FILE *out) : out_(out) {}
   bool Line(std::string_view line) override;
   void End() override;
 
  private:
-  FILE *m_out;
-  bool m_isFirst = true;
+  FILE *out_;
+  bool isFirst_ = true;
 };
 
 }  // namespace console

@@ -23,35 +23,35 @@ LineEditor *EditorOf(EditLine *editor) {
 }  // namespace
 
 LineEditor::LineEditor(std::string historyPath, Completer completer)
-    : m_historyPath(std::move(historyPath)),
-      m_completer(std::move(completer)),
-      m_editor(el_init("kestrel-console", stdin, stdout, stderr)),
-      m_history(history_init()) {
+    : historyPath_(std::move(historyPath)),
+      completer_(std::move(completer)),
+      editor_(el_init("kestrel-console", stdin, stdout, stderr)),
+      history_(history_init()) {
   HistEvent event;
-  history(m_history, &event, H_SETSIZE, kHistorySize);
-  history(m_history, &event, H_SETUNIQUE, 1);
-  if (!m_historyPath.empty()) history(m_history, &event, H_LOAD, m_historyPath.c_str());
-  el_set(m_editor, EL_CLIENTDATA, this);
-  el_set(m_editor, EL_PROMPT, OnPrompt);
-  el_set(m_editor, EL_EDITOR, "emacs");
-  el_set(m_editor, EL_HIST, history, m_history);
-  el_set(m_editor, EL_ADDFN, "complete", "complete the word", OnTab);
-  el_set(m_editor, EL_BIND, "^I", "complete", nullptr);
+  history(history_, &event, H_SETSIZE, kHistorySize);
+  history(history_, &event, H_SETUNIQUE, 1);
+  if (!historyPath_.empty()) history(history_, &event, H_LOAD, historyPath_.c_str());
+  el_set(editor_, EL_CLIENTDATA, this);
+  el_set(editor_, EL_PROMPT, OnPrompt);
+  el_set(editor_, EL_EDITOR, "emacs");
+  el_set(editor_, EL_HIST, history, history_);
+  el_set(editor_, EL_ADDFN, "complete", "complete the word", OnTab);
+  el_set(editor_, EL_BIND, "^I", "complete", nullptr);
 }
 
 LineEditor::~LineEditor() {
-  history_end(m_history);
-  el_end(m_editor);
+  history_end(history_);
+  el_end(editor_);
 }
 
 std::optional<std::string> LineEditor::ReadLine() {
   ClearInterrupt();
   int len = 0;
-  const char *text = el_gets(m_editor, &len);
-  if (text == nullptr || len <= 0) {
+  const char *text = el_gets(editor_, &len);
+  if (!text || len <= 0) {
     std::fputc('\n', stdout);
     if (!WasInterrupted()) return std::nullopt;
-    el_reset(m_editor);
+    el_reset(editor_);
     return "";
   }
   std::string line(text);
@@ -63,25 +63,25 @@ std::optional<std::string> LineEditor::ReadLine() {
 void LineEditor::Remember(const std::string &line) {
   if (line.find_first_not_of(' ') == line.npos) return;
   HistEvent event;
-  history(m_history, &event, H_ENTER, line.c_str());
-  if (!m_historyPath.empty()) Save();
+  history(history_, &event, H_ENTER, line.c_str());
+  if (!historyPath_.empty()) Save();
 }
 
 // The file holds what an operator typed, which is nobody else's business.
 void LineEditor::Save() {
   const mode_t before = umask(0077);
   HistEvent event;
-  history(m_history, &event, H_SAVE, m_historyPath.c_str());
+  history(history_, &event, H_SAVE, historyPath_.c_str());
   umask(before);
 }
 
-char *LineEditor::OnPrompt(EditLine *editor) { return EditorOf(editor)->m_prompt.data(); }
+char *LineEditor::OnPrompt(EditLine *editor) { return EditorOf(editor)->prompt_.data(); }
 
 unsigned char LineEditor::OnTab(EditLine *editor, int) {
   LineEditor *self = EditorOf(editor);
   const LineInfo *line = el_line(editor);
   const Completion completion =
-      self->m_completer({line->buffer, static_cast<size_t>(line->cursor - line->buffer)});
+      self->completer_({line->buffer, static_cast<size_t>(line->cursor - line->buffer)});
   if (!completion.insert.empty()) {
     return el_insertstr(editor, completion.insert.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
   }

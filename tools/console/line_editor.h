@@ -22,7 +22,7 @@ class LineEditor {
   LineEditor(const LineEditor &) = delete;
   LineEditor &operator=(const LineEditor &) = delete;
 
-  void SetPrompt(std::string prompt) { m_prompt = std::move(prompt); }
+  void SetPrompt(std::string prompt) { prompt_ = std::move(prompt); }
 
   // ReadLine returns the next line without line feed, an empty one after Ctrl-C, none at the end.
   std::optional<std::string> ReadLine();
@@ -35,11 +35,11 @@ class LineEditor {
   void Save();
   void ShowChoices(const std::vector<std::string> &choices) const;
 
-  std::string m_historyPath;
-  Completer m_completer;
-  std::string m_prompt;
-  EditLine *m_editor;
-  History *m_history;
+  std::string historyPath_;
+  Completer completer_;
+  std::string prompt_;
+  EditLine *editor_;
+  History *history_;
 };
 
 }  // namespace console

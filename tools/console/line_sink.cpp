@@ -11,6 +11,6 @@ bool PrintLine(FILE *out, std::string_view text) {
   return std::ferror(out) == 0;
 }
 
-bool PlainLines::Line(std::string_view line) { return PrintLine(m_out, Escaped(line)); }
+bool PlainLines::Line(std::string_view line) { return PrintLine(out_, Escaped(line)); }
 
 }  // namespace console

@@ -24,24 +24,24 @@ class LineSink {
 // PlainLines prints each line, escaped.
 class PlainLines : public LineSink {
  public:
-  explicit PlainLines(FILE *out) : m_out(out) {}
+  explicit PlainLines(FILE *out) : out_(out) {}
   bool Line(std::string_view line) override;
 
  private:
-  FILE *m_out;
+  FILE *out_;
 };
 
 // KeptLines remembers the lines.
 class KeptLines : public LineSink {
  public:
   bool Line(std::string_view line) override {
-    m_lines.emplace_back(line);
+    lines_.emplace_back(line);
     return true;
   }
-  std::vector<std::string> Take() { return std::move(m_lines); }
+  std::vector<std::string> Take() { return std::move(lines_); }
 
  private:
-  std::vector<std::string> m_lines;
+  std::vector<std::string> lines_;
 };
 
 // PrintLine writes one line; false when the output cannot be written.

@@ -27,19 +27,19 @@ bool PagedLines::Line(std::string_view line) {
   const ScreenSize screen = GetScreenSize();
   const size_t rows = RowsOf(text, screen.columns);
   const size_t usableRows = screen.rows - 1;  // the last one is for the prompt
-  if (m_usedRows != 0 && m_usedRows + rows > usableRows && !Pause(rows)) return false;
-  m_usedRows += rows;
-  return PrintLine(m_out, text);
+  if (usedRows_ != 0 && usedRows_ + rows > usableRows && !Pause(rows)) return false;
+  usedRows_ += rows;
+  return PrintLine(out_, text);
 }
 
 // Pause makes room for a line of `rows` rows; false when the operator has seen enough.
 bool PagedLines::Pause(size_t rows) {
-  std::fputs(kPrompt, m_out);
-  std::fflush(m_out);
+  std::fputs(kPrompt, out_);
+  std::fflush(out_);
   const char key = ReadKey();
-  std::fputs("\r\x1b[K", m_out);
+  std::fputs("\r\x1b[K", out_);
   const bool isLine = key == '\n' || key == '\r';
-  m_usedRows = isLine ? m_usedRows - std::min(m_usedRows, rows) : 0;
+  usedRows_ = isLine ? usedRows_ - std::min(usedRows_, rows) : 0;
   return !IsQuit(key);
 }
 

@@ -10,14 +10,14 @@ namespace console {
 // the next line, q to stop.
 class PagedLines : public LineSink {
  public:
-  explicit PagedLines(FILE *out) : m_out(out) {}
+  explicit PagedLines(FILE *out) : out_(out) {}
   bool Line(std::string_view line) override;
 
  private:
   bool Pause(size_t rows);
 
-  FILE *m_out;
-  size_t m_usedRows = 0;  // of the screen, since the last pause
+  FILE *out_;
+  size_t usedRows_ = 0;  // of the screen, since the last pause
 };
 
 // RowsOf is how many rows a line of escaped text takes on a screen.

@@ -15,18 +15,18 @@ namespace {
 // RowTap shows each row to somebody on its way to the sink.
 class RowTap : public LineSink {
  public:
-  RowTap(LineSink &sink, const Session::RowSink &onRow) : m_sink(sink), m_onRow(onRow) {}
+  RowTap(LineSink &sink, const Session::RowSink &onRow) : sink_(sink), onRow_(onRow) {}
 
   bool Line(std::string_view line) override {
-    const auto row = m_onRow ? ParseRow(line) : std::nullopt;
-    if (row) m_onRow(*row);
-    return m_sink.Line(line);
+    const auto row = onRow_ ? ParseRow(line) : std::nullopt;
+    if (row) onRow_(*row);
+    return sink_.Line(line);
   }
-  void End() override { m_sink.End(); }
+  void End() override { sink_.End(); }
 
  private:
-  LineSink &m_sink;
-  const Session::RowSink &m_onRow;
+  LineSink &sink_;
+  const Session::RowSink &onRow_;
 };
 
 }  // namespace
@@ -44,31 +44,31 @@ Outcome Session::Execute(const std::string &line) {
 
 Outcome Session::RunOnHost(const std::string &line) {
   const auto sink = NewSink();
-  RowTap tap(*sink, m_onRow);
-  const Outcome outcome = m_client.Run(line, tap);
+  RowTap tap(*sink, onRow_);
+  const Outcome outcome = client_.Run(line, tap);
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return outcome;
   Complain("cannot write the output");
   return Outcome::kNoOutput;
 }
 
 Outcome Session::Watch(const WatchRequest &request) {
-  if (m_format == Format::kLines) return WatchCommand(m_client, request, m_options.count);
+  if (format_ == Format::kLines) return WatchCommand(client_, request, options_.count);
   Complain("watch prints lines: --json and --table do not go with it");
   return Outcome::kUsage;
 }
 
 std::unique_ptr<LineSink> Session::NewSink() const {
-  if (m_format == Format::kJson) return std::make_unique<JsonLines>(stdout);
-  if (m_format == Format::kTable) {
-    return std::make_unique<TableLines>(stdout, TableWidth(m_options.width));
+  if (format_ == Format::kJson) return std::make_unique<JsonLines>(stdout);
+  if (format_ == Format::kTable) {
+    return std::make_unique<TableLines>(stdout, TableWidth(options_.width));
   }
-  if (m_options.usePager && CanPage()) return std::make_unique<PagedLines>(stdout);
+  if (options_.usePager && CanPage()) return std::make_unique<PagedLines>(stdout);
   return std::make_unique<PlainLines>(stdout);
 }
 
 Outcome Session::ListCommands() {
   std::vector<HostCommand> commands;
-  const Outcome outcome = m_client.Commands(commands);
+  const Outcome outcome = client_.Commands(commands);
   for (const HostCommand &command : commands) {
     std::string text = command.object + ": " + command.command;
     for (const std::string &param : command.params) text += " <" + param + ">";
@@ -79,7 +79,7 @@ Outcome Session::ListCommands() {
 
 Outcome Session::ListObjects() {
   std::vector<std::string> objects;
-  const Outcome outcome = m_client.Objects(objects);
+  const Outcome outcome = client_.Objects(objects);
   for (const std::string &object : objects) PrintLine(stdout, Escaped(object));
   return outcome;
 }

@@ -18,15 +18,15 @@ class Session {
   using RowSink = std::function<void(const Row &)>;
 
   Session(Client &client, const Options &options)
-      : m_client(client), m_format(options.format), m_options(options) {}
+      : client_(client), format_(options.format), options_(options) {}
 
   // Execute runs one line: a command of the console's own, or one of the host's.
   Outcome Execute(const std::string &line);
 
   // OnRow names what is called with each row that a host's command prints.
-  void OnRow(RowSink onRow) { m_onRow = std::move(onRow); }
+  void OnRow(RowSink onRow) { onRow_ = std::move(onRow); }
 
-  void SetFormat(Format format) { m_format = format; }
+  void SetFormat(Format format) { format_ = format; }
 
  private:
   Outcome RunOnHost(const std::string &line);
@@ -35,10 +35,10 @@ class Session {
   Outcome ListObjects();
   std::unique_ptr<LineSink> NewSink() const;
 
-  Client &m_client;
-  Format m_format;
-  const Options &m_options;
-  RowSink m_onRow;
+  Client &client_;
+  Format format_;
+  const Options &options_;
+  RowSink onRow_;
 };
 
 }  // namespace console

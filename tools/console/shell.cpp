@@ -36,27 +36,25 @@ std::string_view Trimmed(std::string_view text) {
 class Shell {
  public:
   Shell(Client &client, const Options &options)
-      : m_client(client), m_session(client, options), m_object(options.object) {
-    m_catalog.ownCommands = {
+      : client_(client), session_(client, options), object_(options.object) {
+    catalog_.ownCommands = {
         {"commands"},        {"objects"},        {"object"},          {"watch"}, {"help"},
         {"format", "lines"}, {"format", "json"}, {"format", "table"}, {"quit"}};
-    m_session.OnRow([this](const Row &row) { m_catalog.Remember(row); });
+    session_.OnRow([this](const Row &row) { catalog_.Remember(row); });
   }
 
   Outcome Execute(std::string_view line);
   Completion OnTab(std::string_view line);
-  std::string Prompt() const {
-    return m_object.empty() ? "kestrel> " : "kestrel " + m_object + "> ";
-  }
+  std::string Prompt() const { return object_.empty() ? "kestrel> " : "kestrel " + object_ + "> "; }
 
  private:
   Outcome SetFormat(std::string_view name);
   Outcome SetObject(std::string_view name);
 
-  Client &m_client;
-  Session m_session;
-  std::string m_object;
-  Catalog m_catalog;
+  Client &client_;
+  Session session_;
+  std::string object_;
+  Catalog catalog_;
 };
 
 Outcome Shell::Execute(std::string_view line) {
@@ -65,31 +63,31 @@ Outcome Shell::Execute(std::string_view line) {
   const std::string_view rest = Trimmed(line.substr(blank));
   if (word == "object") return SetObject(rest);
   if (word == "format") return SetFormat(rest);
-  if (line != "help") return m_session.Execute(std::string(line));
+  if (line != "help") return session_.Execute(std::string(line));
   std::fputs(kHelp, stdout);
   return Outcome::kOk;
 }
 
 Outcome Shell::SetObject(std::string_view name) {
-  m_object = name;
-  return m_client.SetObject(m_object);
+  object_ = name;
+  return client_.SetObject(object_);
 }
 
 Outcome Shell::SetFormat(std::string_view name) {
-  if (name == "lines") return m_session.SetFormat(Format::kLines), Outcome::kOk;
-  if (name == "json") return m_session.SetFormat(Format::kJson), Outcome::kOk;
-  if (name == "table") return m_session.SetFormat(Format::kTable), Outcome::kOk;
+  if (name == "lines") return session_.SetFormat(Format::kLines), Outcome::kOk;
+  if (name == "json") return session_.SetFormat(Format::kJson), Outcome::kOk;
+  if (name == "table") return session_.SetFormat(Format::kTable), Outcome::kOk;
   Complain("format is lines, json or table");
   return Outcome::kUsage;
 }
 
 // Commands may have come and gone since the last time.
 Completion Shell::OnTab(std::string_view line) {
-  m_catalog.commands.clear();
-  m_catalog.objects.clear();
-  m_client.Commands(m_catalog.commands);
-  m_client.Objects(m_catalog.objects);
-  return Complete(m_catalog, line);
+  catalog_.commands.clear();
+  catalog_.objects.clear();
+  client_.Commands(catalog_.commands);
+  client_.Objects(catalog_.objects);
+  return Complete(catalog_, line);
 }
 
 bool IsQuit(std::string_view line) { return line == "quit" || line == "exit"; }

@@ -79,25 +79,25 @@ void Table::Add(const Row &row) {
     if (column >= cells.size()) cells.resize(column + 1);
     cells[column] = Escaped(field.value);
   }
-  m_rows.push_back(std::move(cells));
+  rows_.push_back(std::move(cells));
 }
 
 void Table::Clear() {
-  m_names.clear();
-  m_rows.clear();
+  names_.clear();
+  rows_.clear();
 }
 
 size_t Table::ColumnOf(const std::string &name) {
-  const auto found = std::find(m_names.begin(), m_names.end(), name);
-  const auto column = static_cast<size_t>(found - m_names.begin());
-  if (found == m_names.end()) m_names.push_back(name);
+  const auto found = std::find(names_.begin(), names_.end(), name);
+  const auto column = static_cast<size_t>(found - names_.begin());
+  if (found == names_.end()) names_.push_back(name);
   return column;
 }
 
 std::vector<size_t> Table::Widths(size_t width) const {
   std::vector<size_t> widths;
-  for (const std::string &name : m_names) widths.push_back(NumColumns(name));
-  for (const Cells &cells : m_rows) {
+  for (const std::string &name : names_) widths.push_back(NumColumns(name));
+  for (const Cells &cells : rows_) {
     for (size_t i = 0; i < cells.size(); ++i) widths[i] = std::max(widths[i], NumColumns(cells[i]));
   }
   if (width == 0) return widths;
@@ -123,9 +123,9 @@ std::vector<std::string> Table::Render(size_t width) const {
 void Table::RenderColumns(const std::vector<size_t> &columns, const std::vector<size_t> &widths,
                           std::vector<std::string> &lines) const {
   std::string head;
-  for (const size_t column : columns) AddCell(head, m_names[column], widths[column]);
+  for (const size_t column : columns) AddCell(head, names_[column], widths[column]);
   lines.push_back(WithoutTrailingBlanks(head));
-  for (const Cells &cells : m_rows) {
+  for (const Cells &cells : rows_) {
     if (!HasAny(cells, columns)) continue;
     std::string line;
     for (const size_t column : columns) AddCell(line, CellOf(cells, column), widths[column]);
@@ -135,17 +135,17 @@ void Table::RenderColumns(const std::vector<size_t> &columns, const std::vector<
 
 bool TableLines::Line(std::string_view line) {
   if (const auto row = ParseRow(line)) {
-    m_table.Add(*row);
+    table_.Add(*row);
     return true;
   }
-  return PrintTable() && PrintLine(m_out, Escaped(line));
+  return PrintTable() && PrintLine(out_, Escaped(line));
 }
 
 bool TableLines::PrintTable() {
-  for (const std::string &line : m_table.Render(m_width)) {
-    if (!PrintLine(m_out, line)) return false;
+  for (const std::string &line : table_.Render(width_)) {
+    if (!PrintLine(out_, line)) return false;
   }
-  m_table.Clear();
+  table_.Clear();
   return true;
 }
 

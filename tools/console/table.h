@@ -11,7 +11,7 @@ namespace console {
 class Table {
  public:
   void Add(const Row &row);
-  bool IsEmpty() const { return m_rows.empty(); }
+  bool IsEmpty() const { return rows_.empty(); }
   void Clear();
 
   // Render gives the lines of the table: a line of names, then the rows.
@@ -29,23 +29,23 @@ class Table {
   void RenderColumns(const std::vector<size_t> &columns, const std::vector<size_t> &widths,
                      std::vector<std::string> &lines) const;
 
-  Cells m_names;
-  std::vector<Cells> m_rows;  // a row may have fewer cells than there are names
+  Cells names_;
+  std::vector<Cells> rows_;  // a row may have fewer cells than there are names
 };
 
 // TableLines prints the rows of a command as tables; other lines stand between them as they are.
 class TableLines : public LineSink {
  public:
-  TableLines(FILE *out, size_t width) : m_out(out), m_width(width) {}
+  TableLines(FILE *out, size_t width) : out_(out), width_(width) {}
   bool Line(std::string_view line) override;
   void End() override { PrintTable(); }
 
  private:
   bool PrintTable();
 
-  FILE *m_out;
-  size_t m_width;
-  Table m_table;
+  FILE *out_;
+  size_t width_;
+  Table table_;
 };
 
 }  // namespace console

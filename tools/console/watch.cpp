@@ -58,7 +58,7 @@ MarkedLine MarkRow(const std::string &text, const Row &before, const Row &now) {
   MarkedLine line{' ', text, {}};
   for (const Field &field : now) {
     const std::string *old = ValueIn(before, field.name);
-    if (old != nullptr && *old == field.value) continue;
+    if (old && *old == field.value) continue;
     line.changed.emplace_back(field.valueAt, field.valueAt + field.value.size());
   }
   if (!line.changed.empty() || before.size() != now.size()) line.mark = '*';

@@ -23,12 +23,12 @@ bool IsTransient(int error) { return error == EAGAIN || error == EWOULDBLOCK || 
 }  // namespace
 
 bool Console::Open(uv_loop_t *loop) {
-  m_poll = NewUvHandle<uv_poll_t>(
-      this, [&](uv_poll_t *handle) { return uv_poll_init(loop, handle, m_socket.Get()); });
-  m_idle =
+  poll_ = NewUvHandle<uv_poll_t>(
+      this, [&](uv_poll_t *handle) { return uv_poll_init(loop, handle, socket_.Get()); });
+  idle_ =
       NewUvHandle<uv_idle_t>(this, [&](uv_idle_t *handle) { return uv_idle_init(loop, handle); });
-  if (m_poll == nullptr || m_idle == nullptr) return false;
-  m_output.Line(KESTREL_CONSOLE_GREETING, KESTREL_CONSOLE_HELLO);
+  if (!poll_ || !idle_) return false;
+  output_.Line(KESTREL_CONSOLE_GREETING, KESTREL_CONSOLE_HELLO);
   Rearm();
   return true;
 }
@@ -36,7 +36,7 @@ bool Console::Open(uv_loop_t *loop) {
 void Console::OnReady(uv_poll_t *handle, int status, int events) {
   auto *self = static_cast<Console *>(handle->data);
   self->Do([&] {
-    if (status < 0) self->m_isBroken = true;
+    if (status < 0) self->isBroken_ = true;
     if ((events & UV_READABLE) != 0) self->Read();
     if ((events & UV_WRITABLE) != 0) self->Write();
   });
@@ -50,54 +50,54 @@ void Console::OnIdle(uv_idle_t *handle) {
 // Do does one turn's work.  A console that the host has no memory for is given up.
 template <typename Task>
 void Console::Do(Task task) {
-  if (!Guarded(false, [&] { return task(), true; })) m_isBroken = true;
+  if (!Guarded(false, [&] { return task(), true; })) isBroken_ = true;
   if (!IsOver()) return Rearm();
-  const OnGone onGone = std::move(m_onGone);
+  const OnGone onGone = std::move(onGone_);
   onGone(*this);
 }
 
 void Console::Read() {
   char bytes[16384];
-  const ssize_t len = recv(m_socket.Get(), bytes, sizeof bytes, 0);
+  const ssize_t len = recv(socket_.Get(), bytes, sizeof bytes, 0);
   if (len < 0) {
-    if (!IsTransient(errno)) m_isBroken = true;
+    if (!IsTransient(errno)) isBroken_ = true;
     return;
   }
-  if (len == 0) m_isAtEnd = true;
-  const bool hasStop = m_input.Feed({bytes, static_cast<size_t>(len)});
-  if (hasStop && m_run) EndRun(KESTREL_STOPPED);
+  if (len == 0) isAtEnd_ = true;
+  const bool hasStop = input_.Feed({bytes, static_cast<size_t>(len)});
+  if (hasStop && run_) EndRun(KESTREL_STOPPED);
 }
 
 void Console::Write() {
-  const std::string_view waiting = m_output.Waiting();
+  const std::string_view waiting = output_.Waiting();
   if (waiting.empty()) return;
-  const ssize_t len = send(m_socket.Get(), waiting.data(), waiting.size(), MSG_NOSIGNAL);
-  if (len >= 0) return m_output.Sent(static_cast<size_t>(len));
-  if (!IsTransient(errno)) m_isBroken = true;
+  const ssize_t len = send(socket_.Get(), waiting.data(), waiting.size(), MSG_NOSIGNAL);
+  if (len >= 0) return output_.Sent(static_cast<size_t>(len));
+  if (!IsTransient(errno)) isBroken_ = true;
 }
 
 void Console::Work() {
   for (uint32_t i = 0; i < kStepsPerTurn && HasWork(); ++i) {
-    m_run ? RunPage() : Answer(m_input.Take());
+    run_ ? RunPage() : Answer(input_.Take());
   }
   Write();
 }
 
 bool Console::HasWork() const {
-  return (m_run || !m_input.IsEmpty()) && m_output.Waiting().size() < kEnoughWaitingBytes;
+  return (run_ || !input_.IsEmpty()) && output_.Waiting().size() < kEnoughWaitingBytes;
 }
 
 bool Console::IsOver() const {
-  const bool isAnswered = !m_run && m_input.IsEmpty() && m_output.Waiting().empty();
-  return m_isBroken || (m_isAtEnd && isAnswered);
+  const bool isAnswered = !run_ && input_.IsEmpty() && output_.Waiting().empty();
+  return isBroken_ || (isAtEnd_ && isAnswered);
 }
 
 void Console::Rearm() {
   int events = 0;
-  if (!m_isAtEnd && !m_input.IsFull()) events |= UV_READABLE;
-  if (!m_output.Waiting().empty()) events |= UV_WRITABLE;
-  events != 0 ? uv_poll_start(m_poll.get(), events, OnReady) : uv_poll_stop(m_poll.get());
-  HasWork() ? uv_idle_start(m_idle.get(), OnIdle) : uv_idle_stop(m_idle.get());
+  if (!isAtEnd_ && !input_.IsFull()) events |= UV_READABLE;
+  if (!output_.Waiting().empty()) events |= UV_WRITABLE;
+  events != 0 ? uv_poll_start(poll_.get(), events, OnReady) : uv_poll_stop(poll_.get());
+  HasWork() ? uv_idle_start(idle_.get(), OnIdle) : uv_idle_stop(idle_.get());
 }
 
 void Console::Answer(const ConsoleRequest &request) {
@@ -105,40 +105,40 @@ void Console::Answer(const ConsoleRequest &request) {
     return Refuse("the request is longer than " + std::to_string(KESTREL_CONSOLE_MAX_REQUEST) +
                   " bytes");
   }
-  if (request.isStopped) return m_output.End(KESTREL_STOPPED);
+  if (request.isStopped) return output_.End(KESTREL_STOPPED);
   if (request.word == "run") return StartRun(request.rest);
   if (request.word == "objects") return ListObjects();
   if (request.word == "commands") return ListCommands();
   if (request.word != "object") return Refuse("unknown request");
-  m_object = request.rest;
-  m_output.End(KESTREL_OK);
+  object_ = request.rest;
+  output_.End(KESTREL_OK);
 }
 
 void Console::Refuse(const std::string &reason) {
-  m_output.Line(KESTREL_CONSOLE_ERROR, reason);
-  m_output.End(KESTREL_BAD_LINE);
+  output_.Line(KESTREL_CONSOLE_ERROR, reason);
+  output_.End(KESTREL_BAD_LINE);
 }
 
 void Console::StartRun(const std::string &line) {
   if (line.find('\0') != line.npos) return Refuse("the command line has control characters");
-  m_run.emplace(OnOutput, this);
-  const char *object = m_object.empty() ? nullptr : m_object.c_str();
-  const uint32_t result = m_disp.Start(*m_run, line.c_str(), object);
+  run_.emplace(OnOutput, this);
+  const char *object = object_.empty() ? nullptr : object_.c_str();
+  const uint32_t result = disp_.Start(*run_, line.c_str(), object);
   if (result != KESTREL_OK) EndRun(result);
 }
 
 void Console::RunPage() {
-  const uint32_t result = m_disp.Step(*m_run);
+  const uint32_t result = disp_.Step(*run_);
   if (result != DispService::kMorePages) EndRun(result);
 }
 
 void Console::EndRun(uint32_t result) {
-  m_run.reset();
-  m_output.End(result);
+  run_.reset();
+  output_.End(result);
 }
 
 uint32_t Console::OnOutput(void *self, uint32_t error, const char *text, size_t len) {
-  ConsoleOutput &output = static_cast<Console *>(self)->m_output;
+  ConsoleOutput &output = static_cast<Console *>(self)->output_;
   if (error == 0) return output.Print({text, len}) ? 0 : 1;
   output.Line(KESTREL_CONSOLE_ERROR, {text, len});
   return 0;
@@ -146,21 +146,21 @@ uint32_t Console::OnOutput(void *self, uint32_t error, const char *text, size_t 
 
 void Console::ListObjects() {
   const auto visit = [](void *self, const char *object) {
-    static_cast<Console *>(self)->m_output.Line(KESTREL_CONSOLE_OBJECT, object);
+    static_cast<Console *>(self)->output_.Line(KESTREL_CONSOLE_OBJECT, object);
     return uint32_t{0};
   };
-  ListDispObjects(m_disp.Registry(), visit, this);
-  m_output.End(KESTREL_OK);
+  ListDispObjects(disp_.Registry(), visit, this);
+  output_.End(KESTREL_OK);
 }
 
 void Console::ListCommands() {
   const auto visit = [](void *self, const KestrelDispCommand *command) {
-    static_cast<Console *>(self)->m_output.Command(command->object, command->command,
-                                                   command->params, command->paramCount);
+    static_cast<Console *>(self)->output_.Command(command->object, command->command,
+                                                  command->params, command->paramCount);
     return uint32_t{0};
   };
-  ListDispCommands(m_disp.Registry(), nullptr, "", visit, this);
-  m_output.End(KESTREL_OK);
+  ListDispCommands(disp_.Registry(), nullptr, "", visit, this);
+  output_.End(KESTREL_OK);
 }
 
 }  // namespace kestrel

@@ -24,10 +24,10 @@ class Console {
   using OnGone = std::function<void(const Console &)>;
 
   Console(DispService &disp, OwnedFd socket, uint64_t maxQueuedBytes, OnGone onGone)
-      : m_disp(disp),
-        m_socket(std::move(socket)),
-        m_output(maxQueuedBytes),
-        m_onGone(std::move(onGone)) {}
+      : disp_(disp),
+        socket_(std::move(socket)),
+        output_(maxQueuedBytes),
+        onGone_(std::move(onGone)) {}
   Console(const Console &) = delete;
   Console &operator=(const Console &) = delete;
 
@@ -56,18 +56,18 @@ class Console {
   void ListObjects();
   void ListCommands();
 
-  DispService &m_disp;
-  OwnedFd m_socket;
-  ConsoleInput m_input;
-  ConsoleOutput m_output;
-  OnGone m_onGone;
-  UvPtr<uv_poll_t> m_poll;
-  UvPtr<uv_idle_t> m_idle;  // active while there is work: the loop then does not wait
+  DispService &disp_;
+  OwnedFd socket_;
+  ConsoleInput input_;
+  ConsoleOutput output_;
+  OnGone onGone_;
+  UvPtr<uv_poll_t> poll_;
+  UvPtr<uv_idle_t> idle_;  // active while there is work: the loop then does not wait
 
-  std::string m_object;          // for runs; empty: any
-  std::optional<DispRun> m_run;  // a command with pages to come
-  bool m_isAtEnd = false;        // the console sends no more
-  bool m_isBroken = false;
+  std::string object_;          // for runs; empty: any
+  std::optional<DispRun> run_;  // a command with pages to come
+  bool isAtEnd_ = false;        // the console sends no more
+  bool isBroken_ = false;
 };
 
 }  // namespace kestrel

@@ -29,29 +29,29 @@ bool ConsoleInput::Feed(std::string_view bytes) {
 }
 
 void ConsoleInput::AddToLine(std::string_view bytes) {
-  if (m_line.size() + bytes.size() > KESTREL_CONSOLE_MAX_REQUEST) {
-    m_isTooLong = true;
-    m_line.clear();
+  if (line_.size() + bytes.size() > KESTREL_CONSOLE_MAX_REQUEST) {
+    isTooLong_ = true;
+    line_.clear();
   }
-  if (!m_isTooLong) m_line += bytes;
+  if (!isTooLong_) line_ += bytes;
 }
 
 // EndLine returns whether the line was a stop.
 bool ConsoleInput::EndLine() {
-  ConsoleRequest request = ParseConsoleRequest(m_line);
-  request.isTooLong = std::exchange(m_isTooLong, false);
-  m_line.clear();
+  ConsoleRequest request = ParseConsoleRequest(line_);
+  request.isTooLong = std::exchange(isTooLong_, false);
+  line_.clear();
   if (!request.IsStop()) {
-    m_requests.push_back(std::move(request));
+    requests_.push_back(std::move(request));
     return false;
   }
-  for (ConsoleRequest &earlier : m_requests) earlier.isStopped = true;
+  for (ConsoleRequest &earlier : requests_) earlier.isStopped = true;
   return true;
 }
 
 ConsoleRequest ConsoleInput::Take() {
-  ConsoleRequest request = std::move(m_requests.front());
-  m_requests.pop_front();
+  ConsoleRequest request = std::move(requests_.front());
+  requests_.pop_front();
   return request;
 }
 

@@ -30,8 +30,8 @@ class ConsoleInput {
   bool Feed(std::string_view bytes);
 
   // IsFull tells that enough requests wait; no more bytes should be read.
-  bool IsFull() const { return m_requests.size() >= kMaxRequests; }
-  bool IsEmpty() const { return m_requests.empty(); }
+  bool IsFull() const { return requests_.size() >= kMaxRequests; }
+  bool IsEmpty() const { return requests_.empty(); }
 
   // Take removes the first request.  REQUIRES: !IsEmpty()
   ConsoleRequest Take();
@@ -42,9 +42,9 @@ class ConsoleInput {
   void AddToLine(std::string_view bytes);
   bool EndLine();
 
-  std::deque<ConsoleRequest> m_requests;
-  std::string m_line;        // the beginning of the next request
-  bool m_isTooLong = false;  // m_line has been given up
+  std::deque<ConsoleRequest> requests_;
+  std::string line_;        // the beginning of the next request
+  bool isTooLong_ = false;  // line_ has been given up
 };
 
 }  // namespace kestrel

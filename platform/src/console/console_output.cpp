@@ -28,54 +28,52 @@ void AddLine(std::string &bytes, char tag, std::string_view text) {
 }  // namespace
 
 bool ConsoleOutput::Print(std::string_view text) {
-  while (!text.empty() && !m_isCut) {
+  while (!text.empty() && !isCut_) {
     const size_t end = text.find('\n');
     const bool isLine = end != text.npos;
     AddPieces(isLine ? KESTREL_CONSOLE_OUTPUT : KESTREL_CONSOLE_PIECE, text.substr(0, end));
     text.remove_prefix(isLine ? end + 1 : text.size());
   }
-  return !m_isCut;
+  return !isCut_;
 }
 
 // AddPieces cuts a text into pieces that a reply can hold; the last one gets `lastTag`.
 void ConsoleOutput::AddPieces(char lastTag, std::string_view text) {
-  if (Waiting().size() + text.size() > m_maxBytes) {
-    m_isCut = true;
+  if (Waiting().size() + text.size() > maxBytes_) {
+    isCut_ = true;
     return;
   }
   for (; text.size() > kMaxText; text.remove_prefix(kMaxText)) {
-    AddLine(m_bytes, KESTREL_CONSOLE_PIECE, text.substr(0, kMaxText));
+    AddLine(bytes_, KESTREL_CONSOLE_PIECE, text.substr(0, kMaxText));
   }
-  AddLine(m_bytes, lastTag, text);
+  AddLine(bytes_, lastTag, text);
 }
 
-void ConsoleOutput::Line(char tag, std::string_view text) {
-  AddLine(m_bytes, tag, Printable(text));
-}
+void ConsoleOutput::Line(char tag, std::string_view text) { AddLine(bytes_, tag, Printable(text)); }
 
 void ConsoleOutput::Command(std::string_view object, std::string_view command,
                             const char *const *params, uint32_t paramCount) {
   std::string text = Printable(object) + '\t' + Printable(command);
   for (uint32_t i = 0; i < paramCount; ++i) text += '\t' + Printable(params[i]);
-  if (text.size() <= kMaxText) AddLine(m_bytes, KESTREL_CONSOLE_COMMAND, text);
+  if (text.size() <= kMaxText) AddLine(bytes_, KESTREL_CONSOLE_COMMAND, text);
 }
 
 void ConsoleOutput::End(uint32_t result) {
-  if (m_isCut) {
-    Line(KESTREL_CONSOLE_ERROR, "output was cut: more than " + std::to_string(m_maxBytes) +
+  if (isCut_) {
+    Line(KESTREL_CONSOLE_ERROR, "output was cut: more than " + std::to_string(maxBytes_) +
                                     " bytes were waiting for this console");
   }
-  m_isCut = false;
+  isCut_ = false;
   Line(KESTREL_CONSOLE_END, std::to_string(result) + " " + KestrelResultText(result));
 }
 
 // Bytes are moved only when most of them are gone, so that a long queue drains in linear time.
 void ConsoleOutput::Sent(size_t len) {
-  m_sent += len;
-  if (m_sent < m_bytes.size() / 2) return;
-  m_bytes.erase(0, m_sent);
-  m_sent = 0;
-  if (m_bytes.empty()) m_bytes.shrink_to_fit();
+  sent_ += len;
+  if (sent_ < bytes_.size() / 2) return;
+  bytes_.erase(0, sent_);
+  sent_ = 0;
+  if (bytes_.empty()) bytes_.shrink_to_fit();
 }
 
 }  // namespace kestrel

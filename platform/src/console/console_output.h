@@ -14,7 +14,7 @@ namespace kestrel {
 // std::bad_alloc.
 class ConsoleOutput {
  public:
-  explicit ConsoleOutput(uint64_t maxBytes) : m_maxBytes(maxBytes) {}
+  explicit ConsoleOutput(uint64_t maxBytes) : maxBytes_(maxBytes) {}
 
   // Print adds what a command printed.  Returns false when that was dropped, because so much waits
   // already; until the next End nothing of the command is taken then.
@@ -31,16 +31,16 @@ class ConsoleOutput {
   void End(uint32_t result);
 
   // Waiting are the bytes to be sent next; Sent takes the first ones away.
-  std::string_view Waiting() const { return std::string_view(m_bytes).substr(m_sent); }
+  std::string_view Waiting() const { return std::string_view(bytes_).substr(sent_); }
   void Sent(size_t len);
 
  private:
   void AddPieces(char lastTag, std::string_view text);
 
-  uint64_t m_maxBytes;
-  std::string m_bytes;
-  size_t m_sent = 0;  // bytes at the beginning of m_bytes that are gone
-  bool m_isCut = false;
+  uint64_t maxBytes_;
+  std::string bytes_;
+  size_t sent_ = 0;  // bytes at the beginning of bytes_ that are gone
+  bool isCut_ = false;
 };
 
 }  // namespace kestrel

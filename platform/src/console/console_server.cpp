@@ -24,14 +24,14 @@ OwnedFd NewSpare() { return OwnedFd(open("/dev/null", O_RDONLY | O_CLOEXEC)); }
 }  // namespace
 
 uint32_t ConsoleServer::Listen(const KestrelDispAccess &access) {
-  m_maxConsoles = access.maxConsoles != 0 ? access.maxConsoles : kDefaultConsoles;
-  m_maxQueuedBytes = access.maxQueuedBytes != 0 ? access.maxQueuedBytes : kDefaultQueuedBytes;
-  m_spare = NewSpare();
-  const uint32_t ret = m_listener.Open(access.path);
+  maxConsoles_ = access.maxConsoles != 0 ? access.maxConsoles : kDefaultConsoles;
+  maxQueuedBytes_ = access.maxQueuedBytes != 0 ? access.maxQueuedBytes : kDefaultQueuedBytes;
+  spare_ = NewSpare();
+  const uint32_t ret = listener_.Open(access.path);
   if (ret != KESTREL_OK) return ret;
-  m_poll = NewUvHandle<uv_poll_t>(
-      this, [&](uv_poll_t *handle) { return uv_poll_init(m_loop, handle, m_listener.Fd()); });
-  const bool isOpen = m_poll != nullptr && uv_poll_start(m_poll.get(), UV_READABLE, OnReady) == 0;
+  poll_ = NewUvHandle<uv_poll_t>(
+      this, [&](uv_poll_t *handle) { return uv_poll_init(loop_, handle, listener_.Fd()); });
+  const bool isOpen = poll_ && uv_poll_start(poll_.get(), UV_READABLE, OnReady) == 0;
   return isOpen ? KESTREL_OK : KESTREL_SYSTEM;
 }
 
@@ -43,7 +43,7 @@ void ConsoleServer::OnReady(uv_poll_t *handle, int status, int) {
 
 void ConsoleServer::AcceptSome() {
   for (int i = 0; i < kAcceptsPerTurn; ++i) {
-    OwnedFd socket = m_listener.Accept();
+    OwnedFd socket = listener_.Accept();
     if (socket.IsOpen()) {
       TakeIn(std::move(socket));
       continue;
@@ -55,18 +55,17 @@ void ConsoleServer::AcceptSome() {
 
 // A connection that cannot be accepted would wake the loop for ever.
 void ConsoleServer::DropOneForWantOfDescriptors() {
-  m_spare.Close();
-  TurnAway(m_listener.Accept(), "the host has no descriptors left");
-  m_spare = NewSpare();
+  spare_.Close();
+  TurnAway(listener_.Accept(), "the host has no descriptors left");
+  spare_ = NewSpare();
 }
 
 void ConsoleServer::TakeIn(OwnedFd socket) {
   if (!IsAllowedPeer(socket.Get())) {
-    m_log.NoteAt(kModule, 1, KST_LOG_WARN, "refused a console of another user");
+    log_.NoteAt(kModule, 1, KST_LOG_WARN, "refused a console of another user");
     return TurnAway(socket, "only the host's own user and root may connect");
   }
-  if (m_consoles.size() >= m_maxConsoles)
-    return TurnAway(socket, "too many consoles are connected");
+  if (consoles_.size() >= maxConsoles_) return TurnAway(socket, "too many consoles are connected");
   Welcome(std::move(socket));
 }
 
@@ -78,11 +77,11 @@ void ConsoleServer::TurnAway(const OwnedFd &socket, const char *reason) {
 }
 
 void ConsoleServer::Welcome(OwnedFd socket) {
-  Console &console = m_consoles.emplace_back(
-      m_disp, std::move(socket), m_maxQueuedBytes, [this](const Console &gone) {
-        m_consoles.remove_if([&](const Console &one) { return &one == &gone; });
+  Console &console = consoles_.emplace_back(
+      disp_, std::move(socket), maxQueuedBytes_, [this](const Console &gone) {
+        consoles_.remove_if([&](const Console &one) { return &one == &gone; });
       });
-  if (!Guarded(false, [&] { return console.Open(m_loop); })) m_consoles.pop_back();
+  if (!Guarded(false, [&] { return console.Open(loop_); })) consoles_.pop_back();
 }
 
 }  // namespace kestrel

@@ -14,7 +14,7 @@ class ConsoleServer {
  public:
   // The services outlive the server.
   ConsoleServer(uv_loop_t *loop, DispService &disp, Log &log)
-      : m_loop(loop), m_disp(disp), m_log(log) {}
+      : loop_(loop), disp_(disp), log_(log) {}
   ConsoleServer(const ConsoleServer &) = delete;
   ConsoleServer &operator=(const ConsoleServer &) = delete;
 
@@ -30,15 +30,15 @@ class ConsoleServer {
   void DropOneForWantOfDescriptors();
   void Welcome(OwnedFd socket);
 
-  uv_loop_t *m_loop;
-  DispService &m_disp;
-  Log &m_log;
-  uint32_t m_maxConsoles = 0;
-  uint64_t m_maxQueuedBytes = 0;
-  UnixListener m_listener;
-  OwnedFd m_spare;  // given up for a moment when the process has no descriptors left
-  std::list<Console> m_consoles;
-  UvPtr<uv_poll_t> m_poll;
+  uv_loop_t *loop_;
+  DispService &disp_;
+  Log &log_;
+  uint32_t maxConsoles_ = 0;
+  uint64_t maxQueuedBytes_ = 0;
+  UnixListener listener_;
+  OwnedFd spare_;  // given up for a moment when the process has no descriptors left
+  std::list<Console> consoles_;
+  UvPtr<uv_poll_t> poll_;
 };
 
 }  // namespace kestrel

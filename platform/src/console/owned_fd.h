@@ -11,22 +11,22 @@ namespace kestrel {
 // OwnedFd closes its descriptor; -1 means no descriptor.
 class OwnedFd {
  public:
-  explicit OwnedFd(int fd = -1) : m_fd(fd) {}
-  OwnedFd(OwnedFd &&other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
+  explicit OwnedFd(int fd = -1) : fd_(fd) {}
+  OwnedFd(OwnedFd &&other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
   OwnedFd &operator=(OwnedFd &&other) noexcept {
-    std::swap(m_fd, other.m_fd);
+    std::swap(fd_, other.fd_);
     return *this;
   }
   ~OwnedFd() { Close(); }
 
-  int Get() const { return m_fd; }
-  bool IsOpen() const { return m_fd >= 0; }
+  int Get() const { return fd_; }
+  bool IsOpen() const { return fd_ >= 0; }
   void Close() {
-    if (IsOpen()) close(std::exchange(m_fd, -1));
+    if (IsOpen()) close(std::exchange(fd_, -1));
   }
 
  private:
-  int m_fd;
+  int fd_;
 };
 
 }  // namespace kestrel

@@ -71,8 +71,8 @@ bool IsStale(const std::string &path) {
 
 UnixListener::~UnixListener() {
   struct stat file {};
-  if (m_path.empty() || lstat(m_path.c_str(), &file) != 0) return;
-  if (file.st_dev == m_file.st_dev && file.st_ino == m_file.st_ino) unlink(m_path.c_str());
+  if (path_.empty() || lstat(path_.c_str(), &file) != 0) return;
+  if (file.st_dev == file_.st_dev && file.st_ino == file_.st_ino) unlink(path_.c_str());
 }
 
 uint32_t UnixListener::Open(const std::string &path) {
@@ -85,22 +85,22 @@ uint32_t UnixListener::Open(const std::string &path) {
 // The mode of the socket before it is bound becomes, less the umask, that of the file; the second
 // chmod only undoes a umask that takes the owner's own rights.
 uint32_t UnixListener::BindAndListen(const std::string &path) {
-  m_socket = NewSocket();
-  if (!m_socket.IsOpen() || fchmod(m_socket.Get(), kFileMode) != 0) return KESTREL_SYSTEM;
-  if (!Bind(m_socket.Get(), path)) {
+  socket_ = NewSocket();
+  if (!socket_.IsOpen() || fchmod(socket_.Get(), kFileMode) != 0) return KESTREL_SYSTEM;
+  if (!Bind(socket_.Get(), path)) {
     if (errno != EADDRINUSE) return KESTREL_SYSTEM;
     if (!IsStale(path)) return KESTREL_EXISTS;
-    if (unlink(path.c_str()) != 0 || !Bind(m_socket.Get(), path)) return KESTREL_SYSTEM;
+    if (unlink(path.c_str()) != 0 || !Bind(socket_.Get(), path)) return KESTREL_SYSTEM;
   }
-  m_path = path;
-  if (lstat(path.c_str(), &m_file) != 0 || chmod(path.c_str(), kFileMode) != 0) {
+  path_ = path;
+  if (lstat(path.c_str(), &file_) != 0 || chmod(path.c_str(), kFileMode) != 0) {
     return KESTREL_SYSTEM;
   }
-  return listen(m_socket.Get(), kBacklog) == 0 ? KESTREL_OK : KESTREL_SYSTEM;
+  return listen(socket_.Get(), kBacklog) == 0 ? KESTREL_OK : KESTREL_SYSTEM;
 }
 
 OwnedFd UnixListener::Accept() const {
-  return OwnedFd(accept4(m_socket.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  return OwnedFd(accept4(socket_.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
 }
 
 bool IsAllowedPeer(int fd) {

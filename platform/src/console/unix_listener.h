@@ -29,14 +29,14 @@ class UnixListener {
   // Accept returns the next connection, non-blocking; -1 and errno when there is none.
   OwnedFd Accept() const;
 
-  int Fd() const { return m_socket.Get(); }
+  int Fd() const { return socket_.Get(); }
 
  private:
   uint32_t BindAndListen(const std::string &path);
 
-  OwnedFd m_socket;
-  std::string m_path;     // empty until the file is ours
-  struct stat m_file {};  // to know it again
+  OwnedFd socket_;
+  std::string path_;     // empty until the file is ours
+  struct stat file_ {};  // to know it again
 };
 
 // IsAllowedPeer tells whether the process at the other end runs as the same user or as root.

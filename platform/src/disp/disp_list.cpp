@@ -41,7 +41,7 @@ void ListDispObjects(const DispRegistry &registry, KestrelDispVisitObject visit,
 void ListDispCommands(const DispRegistry &registry, const char *object, std::string_view prefix,
                       KestrelDispVisitCommand visit, void *param) {
   for (const auto &[name, record] : registry.All()) {
-    if (object != nullptr && name != object) continue;
+    if (object && name != object) continue;
     if (VisitObjectCommands(name, record, prefix, visit, param) != 0) return;
   }
 }

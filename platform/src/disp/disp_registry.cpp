@@ -24,7 +24,7 @@ bool HasKnownPrefix(const std::string &param) {
 }
 
 bool IsSound(const DispCommand &command) {
-  return command.handler != nullptr && IsTypeable(command.text) &&
+  return command.handler && IsTypeable(command.text) &&
          command.params.size() <= KST_DISP_MAX_PARAMS &&
          std::all_of(command.params.begin(), command.params.end(), HasKnownPrefix);
 }
@@ -32,30 +32,30 @@ bool IsSound(const DispCommand &command) {
 }  // namespace
 
 bool DispRegistry::AddObject(const char *name, void *record) {
-  const auto [entry, isNew] = m_objects.try_emplace(name);
+  const auto [entry, isNew] = objects_.try_emplace(name);
   if (!isNew) return false;
   entry->second.record = record;
-  entry->second.serial = ++m_lastSerial;
+  entry->second.serial = ++lastSerial_;
   return true;
 }
 
 bool DispRegistry::RemoveObject(std::string_view name) {
-  const auto found = m_objects.find(name);
-  if (found == m_objects.end()) return false;
-  m_objects.erase(found);
+  const auto found = objects_.find(name);
+  if (found == objects_.end()) return false;
+  objects_.erase(found);
   return true;
 }
 
 bool DispRegistry::AddCommand(std::string_view objName, DispCommand &&command) {
-  const auto found = m_objects.find(objName);
-  if (found == m_objects.end() || !IsSound(command)) return false;
+  const auto found = objects_.find(objName);
+  if (found == objects_.end() || !IsSound(command)) return false;
   std::string text = command.text;
   return found->second.commands.try_emplace(std::move(text), std::move(command)).second;
 }
 
 const DispObject *DispRegistry::FindObject(std::string_view name) const {
-  const auto found = m_objects.find(name);
-  return found != m_objects.end() ? &found->second : nullptr;
+  const auto found = objects_.find(name);
+  return found != objects_.end() ? &found->second : nullptr;
 }
 
 std::vector<DispMatch> DispRegistry::Match(const std::vector<std::string> &words,
@@ -65,8 +65,8 @@ std::vector<DispMatch> DispRegistry::Match(const std::vector<std::string> &words
   for (size_t count = 1; count <= words.size(); ++count) {
     text += (count == 1 ? "" : " ") + words[count - 1];
     std::vector<DispMatch> matches;
-    for (const auto &[name, object] : m_objects) {
-      if (objName != nullptr && name != objName) continue;
+    for (const auto &[name, object] : objects_) {
+      if (objName && name != objName) continue;
       const auto found = object.commands.find(text);
       if (found != object.commands.end()) {
         matches.push_back({&name, &object, &found->second, count});

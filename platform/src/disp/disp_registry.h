@@ -46,7 +46,7 @@ class DispRegistry {
   bool RemoveObject(std::string_view name);
   bool AddCommand(std::string_view objName, DispCommand &&command);
 
-  const Objects &All() const { return m_objects; }
+  const Objects &All() const { return objects_; }
   const DispObject *FindObject(std::string_view name) const;
 
   // Match finds the longest command that `words` begin with, in one object or (null) in all;
@@ -54,8 +54,8 @@ class DispRegistry {
   std::vector<DispMatch> Match(const std::vector<std::string> &words, const char *objName) const;
 
  private:
-  Objects m_objects;
-  uint64_t m_lastSerial = 0;
+  Objects objects_;
+  uint64_t lastSerial_ = 0;
 };
 
 }  // namespace kestrel

@@ -17,16 +17,16 @@ constexpr char kBusyText[] = "a display command is running";
 template <typename Type>
 class ScopedValue {
  public:
-  ScopedValue(Type &variable, Type value) : m_variable(variable), m_before(variable) {
+  ScopedValue(Type &variable, Type value) : variable_(variable), before_(variable) {
     variable = value;
   }
-  ~ScopedValue() { m_variable = m_before; }
+  ~ScopedValue() { variable_ = before_; }
   ScopedValue(const ScopedValue &) = delete;
   ScopedValue &operator=(const ScopedValue &) = delete;
 
  private:
-  Type &m_variable;
-  Type m_before;
+  Type &variable_;
+  Type before_;
 };
 
 std::string NamesOf(const std::vector<DispMatch> &matches) {
@@ -49,8 +49,8 @@ void CopyBytes(std::vector<char> &to, const void *from, uint32_t len) {
 }  // namespace
 
 void DispRun::Send(uint32_t error, std::string_view text) {
-  if (m_isStopped || m_sink == nullptr) return;
-  m_isStopped = m_sink(m_sinkParam, error, text.data(), text.size()) != 0;
+  if (isStopped_ || !sink_) return;
+  isStopped_ = sink_(sinkParam_, error, text.data(), text.size()) != 0;
 }
 
 uint32_t DispRun::Fail(KestrelResult result, const std::string &reason) {
@@ -75,8 +75,8 @@ uint32_t DispService::Run(const KestrelDispRequest &request) {
 }
 
 uint32_t DispService::Start(DispRun &run, const char *line, const char *object) {
-  if (m_run != nullptr) return run.Fail(KESTREL_BUSY, kBusyText);
-  const ScopedValue<DispRun *> running(m_run, &run);
+  if (run_) return run.Fail(KESTREL_BUSY, kBusyText);
+  const ScopedValue<DispRun *> running(run_, &run);
   return Prepare(run, LineOf(line), object);
 }
 
@@ -88,19 +88,19 @@ uint32_t DispService::Prepare(DispRun &run, std::string_view line, const char *o
   DispMatch match{};
   const uint32_t ret = Choose(run, *words, line, object, match);
   if (ret != KESTREL_OK) return ret;
-  run.m_objectName = *match.objectName;
-  run.m_objectSerial = match.object->serial;
-  run.m_record = match.object->record;
-  run.m_handler = match.command->handler;
+  run.objectName_ = *match.objectName;
+  run.objectSerial_ = match.object->serial;
+  run.record_ = match.object->record;
+  run.handler_ = match.command->handler;
   return ReadArgs(run, *words, match);
 }
 
 uint32_t DispService::Choose(DispRun &run, const std::vector<std::string> &words,
                              std::string_view line, const char *object, DispMatch &match) const {
-  if (object != nullptr && m_registry.FindObject(object) == nullptr) {
+  if (object && !registry_.FindObject(object)) {
     return run.Fail(KESTREL_UNKNOWN_OBJECT, "unknown object " + QuoteForReply(object));
   }
-  const auto matches = m_registry.Match(words, object);
+  const auto matches = registry_.Match(words, object);
   if (matches.empty()) {
     return run.Fail(KESTREL_UNKNOWN_COMMAND, "unknown command " + QuoteForReply(line));
   }
@@ -123,57 +123,57 @@ uint32_t DispService::ReadArgs(DispRun &run, const std::vector<std::string> &wor
     return run.Fail(KESTREL_EXTRA_PARAM, "unexpected parameter " +
                                              QuoteForReply(words[match.wordCount + params.size()]));
   }
-  run.m_args.count = static_cast<uint32_t>(given);
+  run.args_.count = static_cast<uint32_t>(given);
   for (size_t i = 0; i < given; ++i) {
     const std::string &word = words[match.wordCount + i];
-    run.m_args.values[i] = {match.command->IsText(i), word, 0};
-    if (run.m_args.values[i].isText) continue;
+    run.args_.values[i] = {match.command->IsText(i), word, 0};
+    if (run.args_.values[i].isText) continue;
     const auto number = ParseDispNumber(word);
     if (!number) {
       return run.Fail(KESTREL_BAD_NUMBER, "parameter " + params[i] +
                                               " must be a decimal number up to 4294967295, not " +
                                               QuoteForReply(word));
     }
-    run.m_args.values[i].number = *number;
+    run.args_.values[i].number = *number;
   }
   return KESTREL_OK;
 }
 
 uint32_t DispService::Step(DispRun &run) {
-  if (m_run != nullptr) return run.Fail(KESTREL_BUSY, kBusyText);
+  if (run_) return run.Fail(KESTREL_BUSY, kBusyText);
   if (!StillRegistered(run)) {
     return run.Fail(KESTREL_UNKNOWN_OBJECT,
-                    "the object " + QuoteForReply(run.m_objectName) + " is gone");
+                    "the object " + QuoteForReply(run.objectName_) + " is gone");
   }
-  const ScopedValue<DispRun *> running(m_run, &run);
-  run.m_last = std::exchange(run.m_next, {});
-  CallDispHandler(run.m_handler, run.m_record, run.m_args);
-  if (run.m_isStopped) return KESTREL_STOPPED;
-  return run.m_next.isSet && StillRegistered(run) ? kMorePages : uint32_t{KESTREL_OK};
+  const ScopedValue<DispRun *> running(run_, &run);
+  run.last_ = std::exchange(run.next_, {});
+  CallDispHandler(run.handler_, run.record_, run.args_);
+  if (run.isStopped_) return KESTREL_STOPPED;
+  return run.next_.isSet && StillRegistered(run) ? kMorePages : uint32_t{KESTREL_OK};
 }
 
 bool DispService::StillRegistered(const DispRun &run) const {
-  const DispObject *object = m_registry.FindObject(run.m_objectName);
-  return object != nullptr && object->serial == run.m_objectSerial;
+  const DispObject *object = registry_.FindObject(run.objectName_);
+  return object && object->serial == run.objectSerial_;
 }
 
 void DispService::Print(std::string_view text) {
-  if (m_run != nullptr && !text.empty()) m_run->Send(0, text);
+  if (run_ && !text.empty()) run_->Send(0, text);
 }
 
 void DispService::SaveContext(const void *key, uint32_t keyLen, const void *counter,
                               uint32_t counterLen) {
-  if (m_run == nullptr || keyLen > KST_DISP_MAX_KEY_LEN || counterLen > KST_DISP_MAX_COUNTER_LEN) {
+  if (!run_ || keyLen > KST_DISP_MAX_KEY_LEN || counterLen > KST_DISP_MAX_COUNTER_LEN) {
     return;
   }
-  CopyBytes(m_run->m_next.key, key, keyLen);
-  CopyBytes(m_run->m_next.counter, counter, counterLen);
-  m_run->m_next.isSet = true;
+  CopyBytes(run_->next_.key, key, keyLen);
+  CopyBytes(run_->next_.counter, counter, counterLen);
+  run_->next_.isSet = true;
 }
 
 const void *DispService::LastContext(void *counter) const {
-  if (m_run == nullptr || !m_run->m_last.isSet) return nullptr;
-  const auto &last = m_run->m_last;
+  if (!run_ || !run_->last_.isSet) return nullptr;
+  const auto &last = run_->last_;
   if (!last.counter.empty()) std::memcpy(counter, last.counter.data(), last.counter.size());
   return last.key.data();
 }

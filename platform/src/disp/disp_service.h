@@ -19,7 +19,7 @@ namespace kestrel {
 class DispRun {
  public:
   // Both go where KestrelDispRequest says.
-  DispRun(KestrelDispSink sink, void *sinkParam) : m_sink(sink), m_sinkParam(sinkParam) {}
+  DispRun(KestrelDispSink sink, void *sinkParam) : sink_(sink), sinkParam_(sinkParam) {}
 
  private:
   friend class DispService;
@@ -34,19 +34,19 @@ class DispRun {
   void Send(uint32_t error, std::string_view text);
   uint32_t Fail(KestrelResult result, const std::string &reason);
 
-  KestrelDispSink m_sink;
-  void *m_sinkParam;
-  bool m_isStopped = false;  // the sink wants no more
+  KestrelDispSink sink_;
+  void *sinkParam_;
+  bool isStopped_ = false;  // the sink wants no more
 
   // The command with all that a call of its handler needs, copied: the handler may unregister it.
-  std::string m_objectName;
-  uint64_t m_objectSerial = 0;
-  void *m_record = nullptr;
-  KST_DISP_FUNC m_handler = nullptr;
-  DispArgs m_args;
+  std::string objectName_;
+  uint64_t objectSerial_ = 0;
+  void *record_ = nullptr;
+  KST_DISP_FUNC handler_ = nullptr;
+  DispArgs args_;
 
-  Context m_last;
-  Context m_next;
+  Context last_;
+  Context next_;
 };
 
 class DispService {
@@ -54,7 +54,7 @@ class DispService {
   // What Step returns when another page follows.
   static constexpr uint32_t kMorePages = KESTREL_MORE_PAGES;
 
-  DispRegistry &Registry() { return m_registry; }
+  DispRegistry &Registry() { return registry_; }
 
   // Run runs one request; results as KestrelDispRun.  Throws std::bad_alloc.
   uint32_t Run(const KestrelDispRequest &request);
@@ -72,7 +72,7 @@ class DispService {
   void Print(std::string_view text);
   void SaveContext(const void *key, uint32_t keyLen, const void *counter, uint32_t counterLen);
   const void *LastContext(void *counter) const;
-  bool IsRunning() const { return m_run != nullptr; }
+  bool IsRunning() const { return run_ != nullptr; }
 
  private:
   uint32_t Prepare(DispRun &run, std::string_view line, const char *object) const;
@@ -83,8 +83,8 @@ class DispService {
   static uint32_t ReadArgs(DispRun &run, const std::vector<std::string> &words,
                            const DispMatch &match);
 
-  DispRegistry m_registry;
-  DispRun *m_run = nullptr;  // null outside a command
+  DispRegistry registry_;
+  DispRun *run_ = nullptr;  // null outside a command
 };
 
 }  // namespace kestrel

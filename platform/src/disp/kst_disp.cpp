@@ -14,7 +14,7 @@ using kestrel::Quietly;
 
 namespace {
 
-const char *TextOrEmpty(const char *text) { return text != nullptr ? text : ""; }
+const char *TextOrEmpty(const char *text) { return text ? text : ""; }
 
 DispService &ServiceOf(uint64_t disp) { return *FromHandle<DispService>(disp); }
 
@@ -27,19 +27,19 @@ void TakeParams(DispCommand &command, uint32_t count, va_list names) {
 }  // namespace
 
 uint32_t KST_DispRegObj(uint64_t disp, const char *name, void *obj) {
-  if (disp == 0 || name == nullptr) return 1;
+  if (disp == 0 || !name) return 1;
   return Guarded(1u, [&] { return ServiceOf(disp).Registry().AddObject(name, obj) ? 0u : 1u; });
 }
 
 uint32_t KST_DispUnregObj(uint64_t disp, const char *name) {
-  if (disp == 0 || name == nullptr) return 1;
+  if (disp == 0 || !name) return 1;
   return ServiceOf(disp).Registry().RemoveObject(name) ? 0 : 1;
 }
 
 uint32_t KST_DispRegFunc_(uint64_t disp, const char *handlerName, KST_DISP_FUNC handler,
                           const char *command, uint32_t flags, const char *objName,
                           uint32_t paramCount, ...) {
-  if (disp == 0 || command == nullptr || objName == nullptr || paramCount > KST_DISP_MAX_PARAMS) {
+  if (disp == 0 || !command || !objName || paramCount > KST_DISP_MAX_PARAMS) {
     return 1;
   }
   va_list names;

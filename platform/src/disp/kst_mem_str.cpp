@@ -6,18 +6,18 @@ namespace {
 // TextEnd writes into a caller's buffer and always leaves room for the terminator.
 class TextEnd {
  public:
-  TextEnd(char *buf, uint32_t size) : m_at(buf), m_room(size - 1) {}
+  TextEnd(char *buf, uint32_t size) : at_(buf), room_(size - 1) {}
 
-  bool Fits(uint32_t len) const { return len <= m_room; }
+  bool Fits(uint32_t len) const { return len <= room_; }
   void Put(char c) {
-    *m_at++ = c;
-    --m_room;
+    *at_++ = c;
+    --room_;
   }
-  void Terminate() { *m_at = '\0'; }
+  void Terminate() { *at_ = '\0'; }
 
  private:
-  char *m_at;
-  uint32_t m_room;
+  char *at_;
+  uint32_t room_;
 };
 
 void PutByte(TextEnd &text, uint8_t byte) {

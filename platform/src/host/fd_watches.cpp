@@ -4,8 +4,8 @@
 namespace kestrel {
 
 uint32_t FdWatches::Watch(int fd, KestrelFdReady ready, void *param) {
-  if (fd < 0 || ready == nullptr) return KESTREL_BAD_ARGUMENT;
-  const auto [entry, isNew] = m_watches.try_emplace(fd);
+  if (fd < 0 || !ready) return KESTREL_BAD_ARGUMENT;
+  const auto [entry, isNew] = watches_.try_emplace(fd);
   if (!isNew) return KESTREL_EXISTS;
 
   FdWatch &watch = entry->second;
@@ -14,20 +14,20 @@ uint32_t FdWatches::Watch(int fd, KestrelFdReady ready, void *param) {
   watch.param = param;
   try {
     watch.handle = NewUvHandle<uv_poll_t>(
-        &watch, [&](uv_poll_t *handle) { return uv_poll_init(m_loop, handle, fd); });
+        &watch, [&](uv_poll_t *handle) { return uv_poll_init(loop_, handle, fd); });
   } catch (...) {
-    m_watches.erase(entry);
+    watches_.erase(entry);
     throw;
   }
-  if (watch.handle != nullptr && uv_poll_start(watch.handle.get(), UV_READABLE, OnReady) == 0) {
+  if (watch.handle && uv_poll_start(watch.handle.get(), UV_READABLE, OnReady) == 0) {
     return KESTREL_OK;
   }
-  m_watches.erase(entry);
+  watches_.erase(entry);
   return KESTREL_SYSTEM;
 }
 
 uint32_t FdWatches::Unwatch(int fd) {
-  return m_watches.erase(fd) != 0 ? KESTREL_OK : KESTREL_NOT_FOUND;
+  return watches_.erase(fd) != 0 ? KESTREL_OK : KESTREL_NOT_FOUND;
 }
 
 // A socket with a pending error makes libuv end the watch.  Reading is what tells and clears such

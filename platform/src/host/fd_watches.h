@@ -11,7 +11,7 @@ namespace kestrel {
 
 class FdWatches {
  public:
-  explicit FdWatches(uv_loop_t *loop) : m_loop(loop) {}
+  explicit FdWatches(uv_loop_t *loop) : loop_(loop) {}
   FdWatches(const FdWatches &) = delete;
   FdWatches &operator=(const FdWatches &) = delete;
 
@@ -29,8 +29,8 @@ class FdWatches {
 
   static void OnReady(uv_poll_t *handle, int status, int events);
 
-  uv_loop_t *m_loop;
-  std::unordered_map<int, FdWatch> m_watches;
+  uv_loop_t *loop_;
+  std::unordered_map<int, FdWatch> watches_;
 };
 
 }  // namespace kestrel

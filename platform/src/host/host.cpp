@@ -19,7 +19,7 @@ constexpr char kMemModule[] = "kestrel.mem";
 kestrel::UvPtr<uv_timer_t> NewTimerHandle(uv_loop_t *loop) {
   auto handle = kestrel::NewUvHandle<uv_timer_t>(
       nullptr, [loop](uv_timer_t *timer) { return uv_timer_init(loop, timer); });
-  if (handle == nullptr) throw std::runtime_error("cannot make a timer in the event loop");
+  if (!handle) throw std::runtime_error("cannot make a timer in the event loop");
   return handle;
 }
 
@@ -66,68 +66,68 @@ uint64_t ReportPoolLeaks(Log &log, const Pool &pool) {
 }  // namespace
 
 Kestrel::Kestrel(const KestrelParam &param)
-    : m_loop(param.loop),
-      m_timers(NewTimerHandle(m_loop.Get())),
-      m_watches(m_loop.Get()),
-      m_log(param, kestrel::MonotonicMs),
-      m_dbg{TakesDbg, WriteDbg, &m_log} {
+    : loop_(param.loop),
+      timers_(NewTimerHandle(loop_.Get())),
+      watches_(loop_.Get()),
+      log_(param, kestrel::MonotonicMs),
+      dbg_{TakesDbg, WriteDbg, &log_} {
   AddPool(param.name, param.memLimitBytes);
-  m_log.OnFirstDrop([this] { WatchDrops(); });
-  kestrel::AddAssertLog(&m_log);
+  log_.OnFirstDrop([this] { WatchDrops(); });
+  kestrel::AddAssertLog(&log_);
 }
 
-Kestrel::~Kestrel() { kestrel::RemoveAssertLog(&m_log); }
+Kestrel::~Kestrel() { kestrel::RemoveAssertLog(&log_); }
 
 Pool &Kestrel::AddPool(const char *name, uint64_t limitBytes) {
-  return m_pools.emplace_back(
+  return pools_.emplace_back(
       name, limitBytes, [this](const std::string &pool, const char *tag, uint32_t num) {
-        m_log.NoteAt(
+        log_.NoteAt(
             kMemModule, num, KST_LOG_ERROR,
             Format("pool %s: free of what is not live in it, tag %s(%u)", pool.c_str(), tag, num));
       });
 }
 
 bool Kestrel::DropPool(uint64_t handle, uint64_t &leaked) {
-  for (auto pool = std::next(m_pools.begin()); pool != m_pools.end(); ++pool) {
+  for (auto pool = std::next(pools_.begin()); pool != pools_.end(); ++pool) {
     if (HandleOf(&*pool) != handle) continue;
-    leaked = ReportPoolLeaks(m_log, *pool);
-    m_pools.erase(pool);
+    leaked = ReportPoolLeaks(log_, *pool);
+    pools_.erase(pool);
     return true;
   }
   return false;
 }
 
 uint64_t Kestrel::ReportLeaks() {
-  m_log.TellDropped(true);
+  log_.TellDropped(true);
   uint64_t leaked = 0;
-  for (const Pool &pool : m_pools) leaked += ReportPoolLeaks(m_log, pool);
+  for (const Pool &pool : pools_) leaked += ReportPoolLeaks(log_, pool);
   return leaked;
 }
 
 uint32_t Kestrel::ListenForConsoles(const KestrelDispAccess &access) {
-  if (m_consoles != nullptr) return KESTREL_EXISTS;
-  auto consoles = std::make_unique<kestrel::ConsoleServer>(m_loop.Get(), m_disp, m_log);
+  if (consoles_) return KESTREL_EXISTS;
+  auto consoles = std::make_unique<kestrel::ConsoleServer>(loop_.Get(), disp_, log_);
   const uint32_t ret = consoles->Listen(access);
-  if (ret == KESTREL_OK) m_consoles = std::move(consoles);
+  if (ret == KESTREL_OK) consoles_ = std::move(consoles);
   return ret;
 }
 
 uint32_t Kestrel::DropConsoles() {
-  if (m_disp.IsRunning()) return KESTREL_BUSY;
-  if (m_consoles == nullptr) return KESTREL_NOT_FOUND;
-  m_consoles.reset();
+  if (disp_.IsRunning()) return KESTREL_BUSY;
+  if (!consoles_) return KESTREL_NOT_FOUND;
+  consoles_.reset();
   return KESTREL_OK;
 }
 
 void Kestrel::WatchDrops() {
-  if (m_dropTimer == 0) m_dropTimer = m_timers.Start(OnDropWindow, m_log.WindowMs(), this);
+  if (dropTimer_ == 0) dropTimer_ = timers_.Start(OnDropWindow, log_.WindowMs(), this);
 }
 
 uint32_t Kestrel::OnDropWindow(void *param) {
   auto *host = static_cast<Kestrel *>(param);
   kestrel::Quietly([&] {
-    if (host->m_log.TellDropped(false)) return;
-    host->m_timers.Stop(std::exchange(host->m_dropTimer, 0));
+    if (host->log_.TellDropped(false)) return;
+    host->timers_.Stop(std::exchange(host->dropTimer_, 0));
   });
   return 0;
 }

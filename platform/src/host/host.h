@@ -24,13 +24,13 @@ struct Kestrel {
   Kestrel(const Kestrel &) = delete;
   Kestrel &operator=(const Kestrel &) = delete;
 
-  kestrel::Loop &GetLoop() { return m_loop; }
-  kestrel::FdWatches &Watches() { return m_watches; }
-  kestrel::LoopTimers &Timers() { return m_timers; }
-  kestrel::Log &GetLog() { return m_log; }
-  kestrel::DispService &Disp() { return m_disp; }
-  kestrel::DbgChannel &Dbg() { return m_dbg; }
-  kestrel::Pool &OwnPool() { return m_pools.front(); }
+  kestrel::Loop &GetLoop() { return loop_; }
+  kestrel::FdWatches &Watches() { return watches_; }
+  kestrel::LoopTimers &Timers() { return timers_; }
+  kestrel::Log &GetLog() { return log_; }
+  kestrel::DispService &Disp() { return disp_; }
+  kestrel::DbgChannel &Dbg() { return dbg_; }
+  kestrel::Pool &OwnPool() { return pools_.front(); }
 
   // AddPool throws std::bad_alloc.
   kestrel::Pool &AddPool(const char *name, uint64_t limitBytes);
@@ -50,15 +50,15 @@ struct Kestrel {
   void WatchDrops();
   static uint32_t OnDropWindow(void *param);
 
-  kestrel::Loop m_loop;
-  kestrel::LoopTimers m_timers;
-  kestrel::FdWatches m_watches;
-  kestrel::Log m_log;
-  kestrel::DbgChannel m_dbg;
-  kestrel::DispService m_disp;
-  std::unique_ptr<kestrel::ConsoleServer> m_consoles;
-  std::list<kestrel::Pool> m_pools;  // the own one first
-  uint64_t m_dropTimer = 0;          // runs while the log has dropped records to tell of
+  kestrel::Loop loop_;
+  kestrel::LoopTimers timers_;
+  kestrel::FdWatches watches_;
+  kestrel::Log log_;
+  kestrel::DbgChannel dbg_;
+  kestrel::DispService disp_;
+  std::unique_ptr<kestrel::ConsoleServer> consoles_;
+  std::list<kestrel::Pool> pools_;  // the own one first
+  uint64_t dropTimer_ = 0;          // runs while the log has dropped records to tell of
 };
 
 #endif /* KESTREL_SRC_HOST_HOST_H */

@@ -73,7 +73,7 @@ uint32_t KestrelWatch(Kestrel *host, int fd, KestrelFdReady ready, void *param) 
 uint32_t KestrelUnwatch(Kestrel *host, int fd) { return host->Watches().Unwatch(fd); }
 
 uint32_t KestrelPoolNew(Kestrel *host, const char *name, uint64_t limitBytes, uint64_t *pool) {
-  if (name == nullptr || pool == nullptr) return KESTREL_BAD_ARGUMENT;
+  if (!name || !pool) return KESTREL_BAD_ARGUMENT;
   return WithoutMemory([&] {
     *pool = HandleOf(&host->AddPool(name, limitBytes));
     return uint32_t{KESTREL_OK};
@@ -84,7 +84,7 @@ uint32_t KestrelPoolDelete(Kestrel *host, uint64_t pool, uint64_t *leaked) {
   return WithoutMemory([&] {
     uint64_t count = 0;
     if (!host->DropPool(pool, count)) return uint32_t{KESTREL_NOT_FOUND};
-    if (leaked != nullptr) *leaked = count;
+    if (leaked) *leaked = count;
     return uint32_t{KESTREL_OK};
   });
 }
@@ -110,12 +110,12 @@ void KestrelLogSiteGet(Kestrel *host, const char *module, uint32_t line, Kestrel
 }
 
 uint32_t KestrelDispRun(Kestrel *host, const KestrelDispRequest *request) {
-  if (request == nullptr || request->line == nullptr) return KESTREL_BAD_ARGUMENT;
+  if (!request || !request->line) return KESTREL_BAD_ARGUMENT;
   return WithoutMemory([&] { return host->Disp().Run(*request); });
 }
 
 uint32_t KestrelDispListen(Kestrel *host, const KestrelDispAccess *access) {
-  if (access == nullptr || access->path == nullptr) return KESTREL_BAD_ARGUMENT;
+  if (!access || !access->path) return KESTREL_BAD_ARGUMENT;
   return WithoutMemory([&] { return host->ListenForConsoles(*access); });
 }
 
@@ -127,6 +127,5 @@ void KestrelDispObjects(Kestrel *host, KestrelDispVisitObject visit, void *param
 
 void KestrelDispCommands(Kestrel *host, const char *object, const char *prefix,
                          KestrelDispVisitCommand visit, void *param) {
-  kestrel::ListDispCommands(host->Disp().Registry(), object, prefix != nullptr ? prefix : "", visit,
-                            param);
+  kestrel::ListDispCommands(host->Disp().Registry(), object, prefix ? prefix : "", visit, param);
 }

@@ -20,8 +20,8 @@ void SetDefault(Number &member, Number value) {
 }
 
 KestrelParam WithDefaults(const KestrelParam *given) {
-  KestrelParam param = given != nullptr ? *given : KestrelParam{};
-  if (param.name == nullptr) param.name = "kestrel";
+  KestrelParam param = given ? *given : KestrelParam{};
+  if (!param.name) param.name = "kestrel";
   SetDefault<uint32_t>(param.logLevel, KESTREL_LEVEL_INFO);
   SetDefault<uint32_t>(param.logSinks, KESTREL_SINK_STDERR);
   SetDefault<uint64_t>(param.logFileBytes, 4u << 20);
@@ -41,9 +41,9 @@ void CheckSinks(const KestrelParam &param) {
   Demand((sinks & ~kAllSinks) == 0, "logSinks has unknown bits");
   Demand((sinks & KESTREL_SINK_NONE) == 0 || sinks == KESTREL_SINK_NONE,
          "KESTREL_SINK_NONE does not go with other sinks");
-  Demand((sinks & KESTREL_SINK_FILE) == 0 || (param.logFile != nullptr && *param.logFile != '\0'),
+  Demand((sinks & KESTREL_SINK_FILE) == 0 || (param.logFile && *param.logFile != '\0'),
          "the file sink needs logFile");
-  Demand((sinks & KESTREL_SINK_CALLBACK) == 0 || param.logCallback != nullptr,
+  Demand((sinks & KESTREL_SINK_CALLBACK) == 0 || param.logCallback,
          "the callback sink needs logCallback");
 }
 
@@ -54,7 +54,7 @@ void Check(const KestrelParam &param) {
 }
 
 void SetError(char *error, uint32_t errorSize, const char *reason) {
-  if (error != nullptr && errorSize != 0) std::snprintf(error, errorSize, "%s", reason);
+  if (error && errorSize != 0) std::snprintf(error, errorSize, "%s", reason);
 }
 
 }  // namespace
@@ -74,6 +74,6 @@ Kestrel *KestrelNew(const KestrelParam *param, char *error, uint32_t errorSize) 
 
 uint64_t KestrelDelete(Kestrel *host) {
   const std::unique_ptr<Kestrel> owned(host);
-  if (host == nullptr) return 0;
+  if (!host) return 0;
   return kestrel::Guarded(uint64_t{0}, [host] { return host->ReportLeaks(); });
 }

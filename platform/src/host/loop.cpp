@@ -5,25 +5,25 @@
 
 namespace kestrel {
 
-Loop::Loop(uv_loop_t *foreign) : m_loop(foreign != nullptr ? foreign : &m_own) {
-  if (foreign == nullptr) OpenOwn();
+Loop::Loop(uv_loop_t *foreign) : loop_(foreign ? foreign : &own_) {
+  if (!foreign) OpenOwn();
 }
 
 Loop::~Loop() {
-  if (m_loop == &m_own) CloseOwn();
+  if (loop_ == &own_) CloseOwn();
 }
 
 void Loop::OpenOwn() {
-  if (uv_loop_init(&m_own) != 0) throw std::runtime_error("cannot make an event loop");
+  if (uv_loop_init(&own_) != 0) throw std::runtime_error("cannot make an event loop");
   try {
-    m_stop = NewUvHandle<uv_async_t>(nullptr, [this](uv_async_t *handle) {
-      return uv_async_init(&m_own, handle, [](uv_async_t *stop) { uv_stop(stop->loop); });
+    stop_ = NewUvHandle<uv_async_t>(nullptr, [this](uv_async_t *handle) {
+      return uv_async_init(&own_, handle, [](uv_async_t *stop) { uv_stop(stop->loop); });
     });
   } catch (...) {
     CloseOwn();
     throw;
   }
-  if (m_stop == nullptr) {
+  if (!stop_) {
     CloseOwn();
     throw std::runtime_error("cannot make a handle in the event loop");
   }
@@ -31,30 +31,30 @@ void Loop::OpenOwn() {
 
 // Handles that are closing leave the loop only when it runs.
 void Loop::CloseOwn() {
-  m_stop.reset();
-  uv_run(&m_own, UV_RUN_DEFAULT);
-  uv_loop_close(&m_own);
+  stop_.reset();
+  uv_run(&own_, UV_RUN_DEFAULT);
+  uv_loop_close(&own_);
 }
 
 uint32_t Loop::RunAs(uv_run_mode mode) {
-  if (m_loop != &m_own) return KESTREL_FOREIGN_LOOP;
-  if (m_isRunning) return KESTREL_BUSY;
-  m_isRunning = true;
-  uv_run(m_loop, mode);
-  m_isRunning = false;
+  if (loop_ != &own_) return KESTREL_FOREIGN_LOOP;
+  if (isRunning_) return KESTREL_BUSY;
+  isRunning_ = true;
+  uv_run(loop_, mode);
+  isRunning_ = false;
   return KESTREL_OK;
 }
 
 uint32_t Loop::Stop() {
-  if (m_stop == nullptr) return KESTREL_FOREIGN_LOOP;
-  uv_async_send(m_stop.get());
+  if (!stop_) return KESTREL_FOREIGN_LOOP;
+  uv_async_send(stop_.get());
   return KESTREL_OK;
 }
 
 // libuv counts the timeout from the loop's time, which stands still between turns.
 int Loop::TimeoutMs() {
-  if (m_loop == &m_own && !m_isRunning) uv_update_time(m_loop);
-  return uv_backend_timeout(m_loop);
+  if (loop_ == &own_ && !isRunning_) uv_update_time(loop_);
+  return uv_backend_timeout(loop_);
 }
 
 }  // namespace kestrel

@@ -16,7 +16,7 @@ class Loop {
   Loop(const Loop &) = delete;
   Loop &operator=(const Loop &) = delete;
 
-  uv_loop_t *Get() { return m_loop; }
+  uv_loop_t *Get() { return loop_; }
 
   // These are KestrelRun, KestrelTurn and KestrelStop.
   uint32_t Run() { return RunAs(UV_RUN_DEFAULT); }
@@ -31,10 +31,10 @@ class Loop {
   void OpenOwn();
   void CloseOwn();
 
-  uv_loop_t m_own{};
-  uv_loop_t *m_loop;
-  UvPtr<uv_async_t> m_stop;  // null with a foreign loop
-  bool m_isRunning = false;
+  uv_loop_t own_{};
+  uv_loop_t *loop_;
+  UvPtr<uv_async_t> stop_;  // null with a foreign loop
+  bool isRunning_ = false;
 };
 
 }  // namespace kestrel

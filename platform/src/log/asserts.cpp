@@ -38,7 +38,7 @@ using kestrel::TheAsserts;
 uint32_t TARN_Assert(const char *path, uint32_t line, uint32_t) {
   Quietly([&] {
     auto &asserts = TheAsserts();
-    const char *where = path != nullptr ? path : "-";
+    const char *where = path ? path : "-";
     asserts.ring[asserts.count++ % asserts.ring.size()] = {where, line};
     if (asserts.logs.empty()) return;
     asserts.logs.front()->NoteAt(where, line, KST_LOG_ERROR, "assertion failed");

@@ -26,7 +26,7 @@ std::string OneLine(std::string_view text) {
   return line;
 }
 
-const char *TextOr(const char *text, const char *other) { return text != nullptr ? text : other; }
+const char *TextOr(const char *text, const char *other) { return text ? text : other; }
 
 constexpr char kNoModule[] = "-";
 constexpr char kDebugModule[] = "debug";
@@ -35,26 +35,26 @@ constexpr char kDebugModule[] = "debug";
 
 Log::Log(const KestrelParam &param, Clock clock)
     : KST_LogObj{{0, 0, 0}, HandleOf(this)},
-      m_clock(clock),
-      m_lowestLevel(param.logLevel),
-      m_sinks(param),
-      m_sites(param.logWindowMs, param.logBurst) {
-  m_debug.module = kDebugModule;
-  m_debug.burst = param.debugBurst;
+      clock_(clock),
+      lowestLevel_(param.logLevel),
+      sinks_(param),
+      sites_(param.logWindowMs, param.logBurst) {
+  debug_.module = kDebugModule;
+  debug_.burst = param.debugBurst;
 }
 
 void Log::Count(const char *module, uint32_t line) {
-  ++m_sites.Get(TextOr(module, kNoModule), line).account.counted;
-  ++m_stat.counted;
+  ++sites_.Get(TextOr(module, kNoModule), line).account.counted;
+  ++stat_.counted;
 }
 
 bool Log::Admits(const char *module, uint32_t line, uint32_t level) {
   level = std::min<uint32_t>(level, KST_LOG_ERROR);
   if (!Passes(level)) {
-    ++m_stat.suppressedByLevel;
+    ++stat_.suppressedByLevel;
     return false;
   }
-  LogSite &site = m_sites.Get(TextOr(module, kNoModule), line);
+  LogSite &site = sites_.Get(TextOr(module, kNoModule), line);
   RenewWindow(site);
   if (!site.HasRoom()) {
     Drop(site, level);
@@ -65,99 +65,99 @@ bool Log::Admits(const char *module, uint32_t line, uint32_t level) {
 }
 
 void Log::RenewWindow(LogSite &site) {
-  const uint64_t nowMs = m_clock();
-  if (!m_sites.WindowIsOver(site, nowMs)) return;
+  const uint64_t nowMs = clock_();
+  if (!sites_.WindowIsOver(site, nowMs)) return;
   TellDroppedAt(site);
-  m_sites.OpenWindow(site, nowMs);
+  sites_.OpenWindow(site, nowMs);
 }
 
 void Log::Drop(LogSite &site, uint32_t level) {
   site.Drop(level);
-  ++m_stat.suppressedByRate;
-  if (!m_isDropPending && m_onFirstDrop) m_onFirstDrop();
-  m_isDropPending = true;
+  ++stat_.suppressedByRate;
+  if (!isDropPending_ && onFirstDrop_) onFirstDrop_();
+  isDropPending_ = true;
 }
 
 void Log::Print(const char *module, uint32_t line, uint32_t level, const char *func,
                 const char *fmt, va_list args) {
   const std::string text = OneLine(FormatV(fmt, args));
-  m_sinks.Write(Booked({KESTREL_CHANNEL_LOG, level, TextOr(module, kNoModule), line,
-                        TextOr(func, ""), text.c_str()}));
+  sinks_.Write(Booked({KESTREL_CHANNEL_LOG, level, TextOr(module, kNoModule), line,
+                       TextOr(func, ""), text.c_str()}));
 }
 
 void Log::Note(uint32_t level, const char *module, const std::string &text) {
   if (!Passes(level)) return;
-  m_sinks.Write(Booked({KESTREL_CHANNEL_HOST, level, module, 0, "", OneLine(text).c_str()}));
+  sinks_.Write(Booked({KESTREL_CHANNEL_HOST, level, module, 0, "", OneLine(text).c_str()}));
 }
 
 void Log::NoteAt(const char *module, uint32_t line, uint32_t level, const std::string &text) {
   if (!Admits(module, line, level)) return;
-  m_sinks.Write(Booked({KESTREL_CHANNEL_HOST, level, module, line, "", OneLine(text).c_str()}));
+  sinks_.Write(Booked({KESTREL_CHANNEL_HOST, level, module, line, "", OneLine(text).c_str()}));
 }
 
 bool Log::TakesDebug(uint32_t level) {
   level = std::min<uint32_t>(level, KST_LOG_ERROR);
   if (!Passes(level)) return false;
-  RenewWindow(m_debug);
-  if (m_debug.HasRoom()) return true;
-  Drop(m_debug, level);
+  RenewWindow(debug_);
+  if (debug_.HasRoom()) return true;
+  Drop(debug_, level);
   return false;
 }
 
 void Log::Debug(uint32_t level, const char *text) {
-  m_debug.Admit();
-  m_sinks.Write(Booked({KESTREL_CHANNEL_DEBUG, level, kDebugModule, 0, "", OneLine(text).c_str()}));
+  debug_.Admit();
+  sinks_.Write(Booked({KESTREL_CHANNEL_DEBUG, level, kDebugModule, 0, "", OneLine(text).c_str()}));
 }
 
 void Log::Syslog(uint32_t level, const char *text) {
-  m_sinks.WriteToSyslog(
+  sinks_.WriteToSyslog(
       Booked({KESTREL_CHANNEL_SYSLOG, level, "syslog", 0, "", OneLine(text).c_str()}));
 }
 
 KestrelLogRecord Log::Booked(KestrelLogRecord record) {
   record.level = std::min<uint32_t>(record.level, KST_LOG_ERROR);
-  ++m_stat.printed[record.level];
+  ++stat_.printed[record.level];
   return record;
 }
 
 // Sites are gathered before anything is printed: a sink that logs may add sites meanwhile.
 bool Log::TellDropped(bool all) {
-  const uint64_t nowMs = m_clock();
+  const uint64_t nowMs = clock_();
   std::vector<LogSite *> ripe;
-  m_isDropPending = false;
+  isDropPending_ = false;
   const auto gather = [&](LogSite &site) {
     if (site.dropped == 0) return;
-    if (all || m_sites.WindowIsOver(site, nowMs)) {
+    if (all || sites_.WindowIsOver(site, nowMs)) {
       ripe.push_back(&site);
     } else {
-      m_isDropPending = true;
+      isDropPending_ = true;
     }
   };
-  m_sites.ForEach(gather);
-  gather(m_debug);
+  sites_.ForEach(gather);
+  gather(debug_);
   for (LogSite *site : ripe) TellDroppedAt(*site);
-  return m_isDropPending;
+  return isDropPending_;
 }
 
 void Log::TellDroppedAt(LogSite &site) {
   if (site.dropped == 0) return;
   const std::string text =
-      Format("%u more records within %u ms were suppressed", site.dropped, m_sites.WindowMs());
+      Format("%u more records within %u ms were suppressed", site.dropped, sites_.WindowMs());
   site.dropped = 0;
-  m_sinks.Write(Booked(
+  sinks_.Write(Booked(
       {KESTREL_CHANNEL_HOST, site.dropLevel, site.module.c_str(), site.line, "", text.c_str()}));
 }
 
 KestrelLogStat Log::Stat() const {
-  KestrelLogStat stat = m_stat;
-  stat.sinkErrors = m_sinks.ErrorCount();
-  stat.siteCount = m_sites.Count();
+  KestrelLogStat stat = stat_;
+  stat.sinkErrors = sinks_.ErrorCount();
+  stat.siteCount = sites_.Count();
   return stat;
 }
 
 KestrelLogSite Log::SiteAccount(const char *module, uint32_t line) const {
-  const LogSite *site = m_sites.Find(module, line);
-  return site != nullptr ? site->account : KestrelLogSite{};
+  const LogSite *site = sites_.Find(module, line);
+  return site ? site->account : KestrelLogSite{};
 }
 
 }  // namespace kestrel

@@ -23,7 +23,7 @@ class Log : public KST_LogObj {
   Log &operator=(const Log &) = delete;
 
   // OnFirstDrop names what is called when a record is dropped and none was waiting to be told of.
-  void OnFirstDrop(std::function<void()> onFirstDrop) { m_onFirstDrop = std::move(onFirstDrop); }
+  void OnFirstDrop(std::function<void()> onFirstDrop) { onFirstDrop_ = std::move(onFirstDrop); }
 
   // Count counts an occurrence at a site.
   void Count(const char *module, uint32_t line);
@@ -55,23 +55,23 @@ class Log : public KST_LogObj {
 
   KestrelLogStat Stat() const;
   KestrelLogSite SiteAccount(const char *module, uint32_t line) const;
-  uint32_t WindowMs() const { return m_sites.WindowMs(); }
+  uint32_t WindowMs() const { return sites_.WindowMs(); }
 
  private:
-  bool Passes(uint32_t level) const { return level + 1 >= m_lowestLevel; }
+  bool Passes(uint32_t level) const { return level + 1 >= lowestLevel_; }
   void RenewWindow(LogSite &site);
   void Drop(LogSite &site, uint32_t level);
   void TellDroppedAt(LogSite &site);
   KestrelLogRecord Booked(KestrelLogRecord record);
 
-  Clock m_clock;
-  uint32_t m_lowestLevel;  // KESTREL_LEVEL_*, which are the record levels and 1
-  LogSinks m_sinks;
-  LogSites m_sites;
-  LogSite m_debug;  // rate limit of the debug channel
-  KestrelLogStat m_stat{};
-  bool m_isDropPending = false;
-  std::function<void()> m_onFirstDrop;
+  Clock clock_;
+  uint32_t lowestLevel_;  // KESTREL_LEVEL_*, which are the record levels and 1
+  LogSinks sinks_;
+  LogSites sites_;
+  LogSite debug_;  // rate limit of the debug channel
+  KestrelLogStat stat_{};
+  bool isDropPending_ = false;
+  std::function<void()> onFirstDrop_;
 };
 
 }  // namespace kestrel

@@ -46,41 +46,41 @@ spdlog::sink_ptr NewSyslogSink(const std::string &name) {
 }  // namespace
 
 LogSinks::LogSinks(const KestrelParam &param)
-    : m_name(param.name),
-      m_hasSyslog((param.logSinks & KESTREL_SINK_SYSLOG) != 0),
-      m_callback((param.logSinks & KESTREL_SINK_CALLBACK) != 0 ? param.logCallback : nullptr),
-      m_callbackParam(param.logCallbackParam),
-      m_logger(NewLogger({})) {
-  auto &sinks = m_logger->sinks();
+    : name_(param.name),
+      hasSyslog_((param.logSinks & KESTREL_SINK_SYSLOG) != 0),
+      callback_((param.logSinks & KESTREL_SINK_CALLBACK) != 0 ? param.logCallback : nullptr),
+      callbackParam_(param.logCallbackParam),
+      logger_(NewLogger({})) {
+  auto &sinks = logger_->sinks();
   if ((param.logSinks & KESTREL_SINK_STDERR) != 0) {
     sinks.push_back(std::make_shared<spdlog::sinks::stderr_color_sink_mt>());
   }
   if ((param.logSinks & KESTREL_SINK_FILE) != 0) sinks.push_back(NewFileSink(param));
-  if (m_hasSyslog) sinks.push_back(NewSyslogSink(m_name));
-  m_logger->set_pattern(kLinePattern);
+  if (hasSyslog_) sinks.push_back(NewSyslogSink(name_));
+  logger_->set_pattern(kLinePattern);
 }
 
 // The host has decided what is printed, so the logger passes everything, and writes it out at once:
 // the records before a crash are the ones that count.
 std::shared_ptr<spdlog::logger> LogSinks::NewLogger(std::initializer_list<spdlog::sink_ptr> sinks) {
-  auto logger = std::make_shared<spdlog::logger>(m_name, sinks);
+  auto logger = std::make_shared<spdlog::logger>(name_, sinks);
   logger->set_level(spdlog::level::trace);
   logger->flush_on(spdlog::level::trace);
-  logger->set_error_handler([this](const std::string &) { ++m_errorCount; });
+  logger->set_error_handler([this](const std::string &) { ++errorCount_; });
   return logger;
 }
 
 void LogSinks::Write(const KestrelLogRecord &record) {
-  if (!m_logger->sinks().empty()) {
-    m_logger->log(SpdlogLevel(record.level), spdlog::string_view_t(LineOf(record)));
+  if (!logger_->sinks().empty()) {
+    logger_->log(SpdlogLevel(record.level), spdlog::string_view_t(LineOf(record)));
   }
-  if (m_callback != nullptr) m_callback(m_callbackParam, &record);
+  if (callback_) callback_(callbackParam_, &record);
 }
 
 void LogSinks::WriteToSyslog(const KestrelLogRecord &record) {
-  if (!m_hasSyslog) {
-    if (m_syslog == nullptr) m_syslog = NewLogger({NewSyslogSink(m_name)});
-    m_syslog->log(SpdlogLevel(record.level), spdlog::string_view_t(LineOf(record)));
+  if (!hasSyslog_) {
+    if (!syslog_) syslog_ = NewLogger({NewSyslogSink(name_)});
+    syslog_->log(SpdlogLevel(record.level), spdlog::string_view_t(LineOf(record)));
   }
   Write(record);
 }

@@ -24,18 +24,18 @@ class LogSinks {
   // WriteToSyslog is Write for a record that is meant for the system log whatever the sinks are.
   void WriteToSyslog(const KestrelLogRecord &record);
 
-  uint64_t ErrorCount() const { return m_errorCount; }
+  uint64_t ErrorCount() const { return errorCount_; }
 
  private:
   std::shared_ptr<spdlog::logger> NewLogger(std::initializer_list<spdlog::sink_ptr> sinks);
 
-  std::string m_name;
-  bool m_hasSyslog;
-  KestrelLogCallback m_callback;
-  void *m_callbackParam;
-  std::shared_ptr<spdlog::logger> m_logger;
-  std::shared_ptr<spdlog::logger> m_syslog;  // made when first needed
-  uint64_t m_errorCount = 0;
+  std::string name_;
+  bool hasSyslog_;
+  KestrelLogCallback callback_;
+  void *callbackParam_;
+  std::shared_ptr<spdlog::logger> logger_;
+  std::shared_ptr<spdlog::logger> syslog_;  // made when first needed
+  uint64_t errorCount_ = 0;
 };
 
 }  // namespace kestrel

@@ -28,21 +28,21 @@ void LogSite::Drop(uint32_t level) {
 }
 
 LogSite &LogSites::Get(std::string_view module, uint32_t line) {
-  const auto found = m_sites.find(KeyView{module, line});
-  if (found != m_sites.end()) return found->second;
+  const auto found = sites_.find(KeyView{module, line});
+  if (found != sites_.end()) return found->second;
 
-  const bool isOther = m_sites.size() >= kMaxSites;
+  const bool isOther = sites_.size() >= kMaxSites;
   Key key{std::string(isOther ? kOtherModule : module), isOther ? 0 : line};
   LogSite site;
   site.module = key.module;
   site.line = key.line;
-  site.burst = m_burst;
-  return m_sites.emplace(std::move(key), std::move(site)).first->second;
+  site.burst = burst_;
+  return sites_.emplace(std::move(key), std::move(site)).first->second;
 }
 
 const LogSite *LogSites::Find(std::string_view module, uint32_t line) const {
-  const auto found = m_sites.find(KeyView{module, line});
-  return found != m_sites.end() ? &found->second : nullptr;
+  const auto found = sites_.find(KeyView{module, line});
+  return found != sites_.end() ? &found->second : nullptr;
 }
 
 void LogSites::OpenWindow(LogSite &site, uint64_t nowMs) {

@@ -35,7 +35,7 @@ class LogSites {
  public:
   static constexpr size_t kMaxSites = 4096;
 
-  LogSites(uint32_t windowMs, uint32_t burst) : m_windowMs(windowMs), m_burst(burst) {}
+  LogSites(uint32_t windowMs, uint32_t burst) : windowMs_(windowMs), burst_(burst) {}
 
   // Get finds or makes a site; once kMaxSites are known, new ones share the site ("other", 0).
   // Throws std::bad_alloc.
@@ -46,18 +46,18 @@ class LogSites {
 
   // WindowIsOver says whether the next record opens a new window.
   bool WindowIsOver(const LogSite &site, uint64_t nowMs) const {
-    return nowMs - site.windowStartMs >= m_windowMs;
+    return nowMs - site.windowStartMs >= windowMs_;
   }
 
   // OpenWindow restarts the counts.
   void OpenWindow(LogSite &site, uint64_t nowMs);
 
-  size_t Count() const { return m_sites.size(); }
-  uint32_t WindowMs() const { return m_windowMs; }
+  size_t Count() const { return sites_.size(); }
+  uint32_t WindowMs() const { return windowMs_; }
 
   template <typename Visit>
   void ForEach(Visit visit) {
-    for (auto &entry : m_sites) visit(entry.second);
+    for (auto &entry : sites_) visit(entry.second);
   }
 
  private:
@@ -81,9 +81,9 @@ class LogSites {
     bool operator()(KeyView a, KeyView b) const { return a.line == b.line && a.module == b.module; }
   };
 
-  uint32_t m_windowMs;
-  uint32_t m_burst;
-  std::unordered_map<Key, LogSite, Hash, Equal> m_sites;
+  uint32_t windowMs_;
+  uint32_t burst_;
+  std::unordered_map<Key, LogSite, Hash, Equal> sites_;
 };
 
 }  // namespace kestrel

@@ -26,7 +26,7 @@ void *AllocFrom(Pool &pool, size_t size, const char *tag, uint32_t num) {
 
 char *CopyInto(Pool &pool, const std::string &text) {
   auto *copy = static_cast<char *>(AllocFrom(pool, text.size() + 1, kStrTag, 0));
-  if (copy != nullptr) std::memcpy(copy, text.c_str(), text.size() + 1);
+  if (copy) std::memcpy(copy, text.c_str(), text.size() + 1);
   return copy;
 }
 
@@ -37,7 +37,7 @@ void *KST_Malloc_(uint64_t mem, size_t size, const char *tag, uint32_t num) {
 }
 
 uint32_t KST_Free_(uint64_t mem, void *p, const char *tag, uint32_t num) {
-  if (p == nullptr) return 0;
+  if (!p) return 0;
   if (mem == 0) return 1;
   return Guarded(1u, [&] { return FromHandle<Pool>(mem)->Free(p, tag, num) ? 0u : 1u; });
 }

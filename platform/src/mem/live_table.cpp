@@ -4,12 +4,12 @@
 namespace kestrel {
 
 void LiveTable::Grow() {
-  std::vector<LiveAlloc> old(m_slots.size() * 2);
-  old.swap(m_slots);
-  m_count = 0;
-  --m_shift;
+  std::vector<LiveAlloc> old(slots_.size() * 2);
+  old.swap(slots_);
+  count_ = 0;
+  --shift_;
   for (const LiveAlloc &alloc : old) {
-    if (alloc.address != nullptr) Insert(alloc);
+    if (alloc.address) Insert(alloc);
   }
 }
 

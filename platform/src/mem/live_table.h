@@ -28,40 +28,40 @@ static_assert(sizeof(LiveAlloc) == 16);
 
 class LiveTable {
  public:
-  LiveTable() : m_slots(kFirstSlots) {}
+  LiveTable() : slots_(kFirstSlots) {}
 
   // MakeRoom makes sure that the next Insert finds a slot.  Throws std::bad_alloc.
   void MakeRoom() {
-    if ((m_count + 1) * kSlotsPerAlloc > m_slots.size()) Grow();
+    if ((count_ + 1) * kSlotsPerAlloc > slots_.size()) Grow();
   }
 
   // Insert takes up an address that is not in the table.  REQUIRES: MakeRoom since the last one.
   void Insert(const LiveAlloc &alloc) {
     size_t slot = HomeOf(alloc.address);
-    while (m_slots[slot].address != nullptr) slot = After(slot);
-    m_slots[slot] = alloc;
-    ++m_count;
+    while (slots_[slot].address) slot = After(slot);
+    slots_[slot] = alloc;
+    ++count_;
   }
 
   // Take removes the allocation at `address` into `taken`; false when there is none.
   bool Take(const void *address, LiveAlloc &taken) {
     size_t slot = HomeOf(address);
-    while (m_slots[slot].address != address) {
-      if (m_slots[slot].address == nullptr) return false;
+    while (slots_[slot].address != address) {
+      if (!slots_[slot].address) return false;
       slot = After(slot);
     }
-    taken = m_slots[slot];
+    taken = slots_[slot];
     CloseGap(slot);
-    --m_count;
+    --count_;
     return true;
   }
 
-  size_t Count() const { return m_count; }
+  size_t Count() const { return count_; }
 
   template <typename Visit>
   void ForEach(Visit visit) const {
-    for (const LiveAlloc &slot : m_slots) {
-      if (slot.address != nullptr) visit(slot);
+    for (const LiveAlloc &slot : slots_) {
+      if (slot.address) visit(slot);
     }
   }
 
@@ -71,27 +71,27 @@ class LiveTable {
 
   size_t HomeOf(const void *address) const {
     constexpr uint64_t kGoldenRatio = 0x9E3779B97F4A7C15u;
-    return static_cast<size_t>((reinterpret_cast<uintptr_t>(address) * kGoldenRatio) >> m_shift);
+    return static_cast<size_t>((reinterpret_cast<uintptr_t>(address) * kGoldenRatio) >> shift_);
   }
-  size_t After(size_t slot) const { return (slot + 1) & (m_slots.size() - 1); }
+  size_t After(size_t slot) const { return (slot + 1) & (slots_.size() - 1); }
   void Grow();
 
   // CloseGap moves later members of the run into the gap when their search would pass it.
   void CloseGap(size_t gap) {
-    const size_t mask = m_slots.size() - 1;
-    for (size_t slot = After(gap); m_slots[slot].address != nullptr; slot = After(slot)) {
-      const size_t fromHome = (slot - HomeOf(m_slots[slot].address)) & mask;
+    const size_t mask = slots_.size() - 1;
+    for (size_t slot = After(gap); slots_[slot].address; slot = After(slot)) {
+      const size_t fromHome = (slot - HomeOf(slots_[slot].address)) & mask;
       const size_t fromGap = (slot - gap) & mask;
       if (fromHome < fromGap) continue;
-      m_slots[gap] = m_slots[slot];
+      slots_[gap] = slots_[slot];
       gap = slot;
     }
-    m_slots[gap].address = nullptr;
+    slots_[gap].address = nullptr;
   }
 
-  std::vector<LiveAlloc> m_slots;
-  size_t m_count = 0;
-  unsigned m_shift = 64 - 6;  // 64 less the number of bits of a slot index
+  std::vector<LiveAlloc> slots_;
+  size_t count_ = 0;
+  unsigned shift_ = 64 - 6;  // 64 less the number of bits of a slot index
 };
 
 }  // namespace kestrel

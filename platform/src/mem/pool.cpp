@@ -8,30 +8,30 @@
 namespace kestrel {
 
 Pool::Pool(std::string name, uint64_t limitBytes, BadFreeReport onBadFree)
-    : m_name(std::move(name)), m_onBadFree(std::move(onBadFree)), m_limitBytes(limitBytes) {}
+    : name_(std::move(name)), onBadFree_(std::move(onBadFree)), limitBytes_(limitBytes) {}
 
 Pool::~Pool() {
-  m_live.ForEach([](const LiveAlloc &alloc) { std::free(alloc.address); });
+  live_.ForEach([](const LiveAlloc &alloc) { std::free(alloc.address); });
 }
 
 void *Pool::Alloc(size_t size, const char *tag, uint32_t num) {
-  const uint32_t tagIndex = TagIndex(tag != nullptr ? tag : "", num);
-  m_live.MakeRoom();
+  const uint32_t tagIndex = TagIndex(tag ? tag : "", num);
+  live_.MakeRoom();
   void *p = ExceedsLimit(size) ? nullptr : std::malloc(std::max<size_t>(size, 1));
-  if (p == nullptr) {
+  if (!p) {
     CountRefusal();
     return nullptr;
   }
-  m_live.Insert({p, size, tagIndex});
+  live_.Insert({p, size, tagIndex});
   BookAlloc(size, tagIndex);
   return p;
 }
 
 bool Pool::Free(void *p, const char *tag, uint32_t num) {
   LiveAlloc alloc;
-  if (!m_live.Take(p, alloc)) {
-    ++m_badFreeCount;
-    if (m_onBadFree) m_onBadFree(m_name, tag != nullptr ? tag : "", num);
+  if (!live_.Take(p, alloc)) {
+    ++badFreeCount_;
+    if (onBadFree_) onBadFree_(name_, tag ? tag : "", num);
     return false;
   }
   BookFree(alloc);
@@ -40,59 +40,59 @@ bool Pool::Free(void *p, const char *tag, uint32_t num) {
 }
 
 bool Pool::ExceedsLimit(size_t size) const {
-  return m_limitBytes != 0 && size > m_limitBytes - m_account.LiveBytes();
+  return limitBytes_ != 0 && size > limitBytes_ - account_.LiveBytes();
 }
 
 uint32_t Pool::TagIndex(const char *tag, uint32_t num) {
-  if (m_lastTag < m_tags.size() && m_tags[m_lastTag].text == tag && m_tags[m_lastTag].num == num) {
-    return m_lastTag;
+  if (lastTag_ < tags_.size() && tags_[lastTag_].text == tag && tags_[lastTag_].num == num) {
+    return lastTag_;
   }
   const TagKey key{tag, num};
-  const auto found = m_tagIndex.find(key);
-  if (found != m_tagIndex.end()) return m_lastTag = found->second;
-  if (m_tags.size() < LiveAlloc::kMaxTagIndex) {
-    m_lastTag = AddTag(tag, num);
-    m_tagIndex.emplace(key, m_lastTag);
-    return m_lastTag;
+  const auto found = tagIndex_.find(key);
+  if (found != tagIndex_.end()) return lastTag_ = found->second;
+  if (tags_.size() < LiveAlloc::kMaxTagIndex) {
+    lastTag_ = AddTag(tag, num);
+    tagIndex_.emplace(key, lastTag_);
+    return lastTag_;
   }
-  if (m_tags.size() == LiveAlloc::kMaxTagIndex) AddTag("other", 0);
+  if (tags_.size() == LiveAlloc::kMaxTagIndex) AddTag("other", 0);
   return LiveAlloc::kMaxTagIndex;
 }
 
 uint32_t Pool::AddTag(const char *tag, uint32_t num) {
-  m_tags.push_back({tag, num, {}});
-  return static_cast<uint32_t>(m_tags.size() - 1);
+  tags_.push_back({tag, num, {}});
+  return static_cast<uint32_t>(tags_.size() - 1);
 }
 
 void Pool::BookAlloc(size_t size, uint32_t tagIndex) {
-  m_tags[tagIndex].account.allocated.Add(size);
-  m_account.allocated.Add(size);
-  m_peakCount = std::max(m_peakCount, m_account.LiveCount());
-  m_peakBytes = std::max(m_peakBytes, m_account.LiveBytes());
+  tags_[tagIndex].account.allocated.Add(size);
+  account_.allocated.Add(size);
+  peakCount_ = std::max(peakCount_, account_.LiveCount());
+  peakBytes_ = std::max(peakBytes_, account_.LiveBytes());
 }
 
 void Pool::BookFree(const LiveAlloc &alloc) {
-  m_tags[alloc.tagIndex].account.freed.Add(alloc.size);
-  m_account.freed.Add(alloc.size);
+  tags_[alloc.tagIndex].account.freed.Add(alloc.size);
+  account_.freed.Add(alloc.size);
 }
 
 KestrelMemStat Pool::Stat() const {
   KestrelMemStat stat{};
-  stat.liveCount = m_account.LiveCount();
-  stat.liveBytes = m_account.LiveBytes();
-  stat.peakCount = m_peakCount;
-  stat.peakBytes = m_peakBytes;
-  stat.allocCount = m_account.allocated.count;
-  stat.allocBytes = m_account.allocated.bytes;
-  stat.freeCount = m_account.freed.count;
-  stat.refusedCount = m_refusedCount;
-  stat.badFreeCount = m_badFreeCount;
-  stat.limitBytes = m_limitBytes;
+  stat.liveCount = account_.LiveCount();
+  stat.liveBytes = account_.LiveBytes();
+  stat.peakCount = peakCount_;
+  stat.peakBytes = peakBytes_;
+  stat.allocCount = account_.allocated.count;
+  stat.allocBytes = account_.allocated.bytes;
+  stat.freeCount = account_.freed.count;
+  stat.refusedCount = refusedCount_;
+  stat.badFreeCount = badFreeCount_;
+  stat.limitBytes = limitBytes_;
   return stat;
 }
 
 KestrelMemTagStat Pool::TagStat(uint32_t index) const {
-  const Tag &tag = m_tags[index];
+  const Tag &tag = tags_[index];
   return {tag.text, tag.num, tag.account.LiveCount(), tag.account.LiveBytes(),
           tag.account.allocated.count};
 }

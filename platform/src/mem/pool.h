@@ -53,11 +53,11 @@ class Pool {
   bool Free(void *p, const char *tag, uint32_t num);
 
   // CountRefusal counts an allocation that failed by an exception.
-  void CountRefusal() { ++m_refusedCount; }
+  void CountRefusal() { ++refusedCount_; }
 
-  const std::string &Name() const { return m_name; }
+  const std::string &Name() const { return name_; }
   KestrelMemStat Stat() const;
-  uint32_t TagCount() const { return static_cast<uint32_t>(m_tags.size()); }
+  uint32_t TagCount() const { return static_cast<uint32_t>(tags_.size()); }
   KestrelMemTagStat TagStat(uint32_t index) const;
 
  private:
@@ -85,18 +85,18 @@ class Pool {
   void BookAlloc(size_t size, uint32_t tagIndex);
   void BookFree(const LiveAlloc &alloc);
 
-  std::string m_name;
-  BadFreeReport m_onBadFree;
-  uint64_t m_limitBytes;
-  Account m_account;
-  uint64_t m_peakCount = 0;
-  uint64_t m_peakBytes = 0;
-  uint64_t m_refusedCount = 0;
-  uint64_t m_badFreeCount = 0;
-  LiveTable m_live;
-  std::vector<Tag> m_tags;
-  std::unordered_map<TagKey, uint32_t, TagHash> m_tagIndex;
-  uint32_t m_lastTag = 0;
+  std::string name_;
+  BadFreeReport onBadFree_;
+  uint64_t limitBytes_;
+  Account account_;
+  uint64_t peakCount_ = 0;
+  uint64_t peakBytes_ = 0;
+  uint64_t refusedCount_ = 0;
+  uint64_t badFreeCount_ = 0;
+  LiveTable live_;
+  std::vector<Tag> tags_;
+  std::unordered_map<TagKey, uint32_t, TagHash> tagIndex_;
+  uint32_t lastTag_ = 0;
 };
 
 }  // namespace kestrel

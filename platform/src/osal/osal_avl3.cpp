@@ -48,49 +48,47 @@ using Algorithms = boost::intrusive::avltree_algorithms<NodeTraits>;
 // Header lends a tree its header node while the tree is changed.
 class Header {
  public:
-  explicit Header(Tree &tree) : m_tree(tree) {
-    if (tree.root == nullptr) {
-      m_node = {nullptr, &m_node, &m_node, 0, 0};
+  explicit Header(Tree &tree) : tree_(tree) {
+    if (!tree.root) {
+      node_ = {nullptr, &node_, &node_, 0, 0};
       return;
     }
-    m_node = {tree.root, tree.first, tree.last, 0, 0};
-    tree.root->parent = &m_node;
+    node_ = {tree.root, tree.first, tree.last, 0, 0};
+    tree.root->parent = &node_;
   }
   ~Header() {
-    if (m_node.parent == nullptr) {
-      m_tree = {};
+    if (!node_.parent) {
+      tree_ = {};
       return;
     }
-    m_tree = {m_node.parent, m_node.left, m_node.right};
-    m_tree.root->parent = nullptr;
+    tree_ = {node_.parent, node_.left, node_.right};
+    tree_.root->parent = nullptr;
   }
   Header(const Header &) = delete;
   Header &operator=(const Header &) = delete;
 
-  Node *Get() { return &m_node; }
+  Node *Get() { return &node_; }
 
  private:
-  Tree &m_tree;
-  Node m_node;
+  Tree &tree_;
+  Node node_;
 };
 
 const void *KeyOf(const Node *node, const Desc &desc) {
   return reinterpret_cast<const char *>(node) - desc.nodeOffset + desc.keyOffset;
 }
 
-bool IsLinked(const Tree &tree, const Node *node) {
-  return node->parent != nullptr || tree.root == node;
-}
+bool IsLinked(const Tree &tree, const Node *node) { return node->parent || tree.root == node; }
 
 Node *Leftmost(Node *node) {
-  while (node->left != nullptr) node = node->left;
+  while (node->left) node = node->left;
   return node;
 }
 
 // Foresee lets the processor fetch what the next step of a search may look at: a large tree lies in
 // memory, and a step would wait there twice, for the node and for the end of its key.
 void Foresee(const Node *node, const Desc &desc) {
-  if (node == nullptr) return;
+  if (!node) return;
   __builtin_prefetch(node);
   __builtin_prefetch(static_cast<const char *>(KeyOf(node, desc)) + kCacheLine);
 }
@@ -105,7 +103,7 @@ struct Place {
 
 Place Search(const Tree &tree, const Desc &desc, const void *key) {
   Place place;
-  for (Node *node = tree.root; node != nullptr; node = place.onLeft ? node->left : node->right) {
+  for (Node *node = tree.root; node; node = place.onLeft ? node->left : node->right) {
     Foresee(node->left, desc);
     Foresee(node->right, desc);
     const int32_t order = desc.cmp(key, KeyOf(node, desc));
@@ -125,11 +123,11 @@ Place Search(const Tree &tree, const Desc &desc, const void *key) {
 OSAL_AVL3_NODE *OSAL_AVL3_Insert_Or_Find(OSAL_AVL3_TREE *tree, const OSAL_AVL3_DESC *desc,
                                          OSAL_AVL3_NODE *node) {
   const Place place = Search(*tree, *desc, KeyOf(node, *desc));
-  if (place.equal != nullptr) return place.equal;
+  if (place.equal) return place.equal;
 
   Header header(*tree);
   Algorithms::insert_commit_data commit;
-  commit.node = place.parent != nullptr ? place.parent : header.Get();
+  commit.node = place.parent ? place.parent : header.Get();
   commit.link_left = place.onLeft;
   Algorithms::insert_unique_commit(header.Get(), node, commit);
   return nullptr;
@@ -146,10 +144,10 @@ OSAL_AVL3_NODE *OSAL_AVL3_First(const OSAL_AVL3_TREE *tree, const OSAL_AVL3_DESC
 
 OSAL_AVL3_NODE *OSAL_AVL3_Next(const OSAL_AVL3_TREE *, const OSAL_AVL3_NODE *node,
                                const OSAL_AVL3_DESC *) {
-  if (node->right != nullptr) return Leftmost(node->right);
+  if (node->right) return Leftmost(node->right);
   const Node *child = node;
   Node *parent = node->parent;
-  while (parent != nullptr && parent->right == child) {
+  while (parent && parent->right == child) {
     child = parent;
     parent = parent->parent;
   }
@@ -168,5 +166,5 @@ void OSAL_AVL3_Delete(OSAL_AVL3_TREE *tree, OSAL_AVL3_NODE *node, const OSAL_AVL
 OSAL_AVL3_NODE *AVL3_Find_Or_Find_Next(const OSAL_AVL3_TREE *tree, const OSAL_AVL3_DESC *desc,
                                        const void *key) {
   const Place place = Search(*tree, *desc, key);
-  return place.equal != nullptr ? place.equal : place.lastGreater;
+  return place.equal ? place.equal : place.lastGreater;
 }

@@ -17,7 +17,7 @@ int32_t OSAL_SystimeGet(OSAL_Systime *now) {
   timespec spec;
   tm local;
   if (clock_gettime(CLOCK_REALTIME, &spec) != 0) return -1;
-  if (localtime_r(&spec.tv_sec, &local) == nullptr) return -2;
+  if (!localtime_r(&spec.tv_sec, &local)) return -2;
   *now = {static_cast<uint32_t>(local.tm_year + 1900),  static_cast<uint32_t>(local.tm_mon + 1),
           static_cast<uint32_t>(local.tm_mday),         static_cast<uint32_t>(local.tm_hour),
           static_cast<uint32_t>(local.tm_min),          static_cast<uint32_t>(local.tm_sec),

@@ -17,12 +17,12 @@ char *OSAL_StrRChr(const char *s, int c) { return const_cast<char *>(std::strrch
 
 char *OSAL_IpAddrToStrEx(uint32_t ipv4, char *buf, uint32_t len) {
   const in_addr address{htonl(ipv4)};
-  return inet_ntop(AF_INET, &address, buf, len) != nullptr ? buf : nullptr;
+  return inet_ntop(AF_INET, &address, buf, len) ? buf : nullptr;
 }
 
 uint32_t OSAL_Inet_ntoa_b_ipv6_ex(uint64_t high, uint64_t low, char *buf, uint32_t len) {
   in6_addr address;
   std::memcpy(&address, &high, sizeof high);
   std::memcpy(reinterpret_cast<char *>(&address) + sizeof high, &low, sizeof low);
-  return inet_ntop(AF_INET6, &address, buf, len) != nullptr ? 0 : 1;
+  return inet_ntop(AF_INET6, &address, buf, len) ? 0 : 1;
 }

@@ -7,39 +7,39 @@ namespace kestrel {
 
 uint64_t MonotonicMs() { return uv_hrtime() / 1000000; }
 
-LoopTimers::LoopTimers(UvPtr<uv_timer_t> handle) : m_handle(std::move(handle)) {
-  m_handle->data = this;
+LoopTimers::LoopTimers(UvPtr<uv_timer_t> handle) : handle_(std::move(handle)) {
+  handle_->data = this;
 }
 
 uint64_t LoopTimers::Start(KST_TmrTick tick, uint32_t periodMs, void *param) {
-  if (tick == nullptr || periodMs == 0) return 0;
+  if (!tick || periodMs == 0) return 0;
   const uint64_t nowMs = (uv_hrtime() + 999999) / 1000000;  // rounded up: no tick comes early
-  const uint64_t id = m_queue.Start(nowMs, tick, periodMs, param);
+  const uint64_t id = queue_.Start(nowMs, tick, periodMs, param);
   Rearm();
   return id;
 }
 
 void LoopTimers::Stop(uint64_t id) {
-  m_queue.Stop(id);
+  queue_.Stop(id);
   Rearm();
 }
 
 void LoopTimers::OnDue() {
-  m_queue.RunDue(MonotonicMs());
+  queue_.RunDue(MonotonicMs());
   Rearm();
 }
 
 // The loop's own time may lag the clock, and libuv counts the delay from it: taking the
 // difference to it makes the timer fire at the due time on the clock.
 void LoopTimers::Rearm() {
-  const auto dueMs = m_queue.NextDueMs();
+  const auto dueMs = queue_.NextDueMs();
   if (!dueMs) {
-    uv_timer_stop(m_handle.get());
+    uv_timer_stop(handle_.get());
     return;
   }
-  const uint64_t loopMs = uv_now(m_handle->loop);
+  const uint64_t loopMs = uv_now(handle_->loop);
   uv_timer_start(
-      m_handle.get(), [](uv_timer_t *timer) { static_cast<LoopTimers *>(timer->data)->OnDue(); },
+      handle_.get(), [](uv_timer_t *timer) { static_cast<LoopTimers *>(timer->data)->OnDue(); },
       *dueMs > loopMs ? *dueMs - loopMs : 0, 0);
 }
 

@@ -22,8 +22,8 @@ class LoopTimers {
   void OnDue();
   void Rearm();
 
-  UvPtr<uv_timer_t> m_handle;
-  TimerQueue m_queue;
+  UvPtr<uv_timer_t> handle_;
+  TimerQueue queue_;
 };
 
 }  // namespace kestrel

@@ -41,9 +41,9 @@ class TimerQueue {
 
   void MoveOn(uint64_t id, Timer &timer, uint64_t nowMs);
 
-  std::unordered_map<uint64_t, Timer> m_timers;
-  std::set<std::pair<uint64_t, uint64_t>> m_order;  // due time and id
-  uint64_t m_lastId = 0;
+  std::unordered_map<uint64_t, Timer> timers_;
+  std::set<std::pair<uint64_t, uint64_t>> order_;  // due time and id
+  uint64_t lastId_ = 0;
 };
 
 }  // namespace kestrel
