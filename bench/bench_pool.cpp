@@ -46,19 +46,19 @@ class PoolMalloc {
   PoolMalloc() {
     KestrelParam param{};
     param.logSinks = KESTREL_SINK_NONE;
-    m_host = KestrelNew(&param, nullptr, 0);
-    m_mem = KestrelMem(m_host);
+    host_ = KestrelNew(&param, nullptr, 0);
+    mem_ = KestrelMem(host_);
   }
-  ~PoolMalloc() { KestrelDelete(m_host); }
+  ~PoolMalloc() { KestrelDelete(host_); }
   PoolMalloc(const PoolMalloc &) = delete;
   PoolMalloc &operator=(const PoolMalloc &) = delete;
 
-  void *New(size_t size) { return KST_Malloc_(m_mem, size, "bench", 1); }
-  void Delete(void *p) { KST_Free_(m_mem, p, "bench", 1); }
+  void *New(size_t size) { return KST_Malloc_(mem_, size, "bench", 1); }
+  void Delete(void *p) { KST_Free_(mem_, p, "bench", 1); }
 
  private:
-  Kestrel *m_host;
-  uint64_t m_mem;
+  Kestrel *host_;
+  uint64_t mem_;
 };
 
 template <typename Memory>
@@ -85,13 +85,13 @@ class RatioReporter : public benchmark::ConsoleReporter {
     ConsoleReporter::ReportRuns(runs);
     for (const Run &run : runs) {
       if (run.aggregate_name == "median") {
-        m_nanoseconds[run.run_name.args][run.run_name.function_name] = run.GetAdjustedCPUTime();
+        nanoseconds_[run.run_name.args][run.run_name.function_name] = run.GetAdjustedCPUTime();
       }
     }
   }
 
   void PrintRatios() const {
-    for (const auto &[slots, times] : m_nanoseconds) {
+    for (const auto &[slots, times] : nanoseconds_) {
       if (times.count("pool") == 0 || times.count("malloc") == 0) continue;
       std::printf("live=%s pool/malloc=%.2f\n", slots.c_str(),
                   times.at("pool") / times.at("malloc"));
@@ -99,7 +99,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
   }
 
  private:
-  std::map<std::string, std::map<std::string, double>> m_nanoseconds;
+  std::map<std::string, std::map<std::string, double>> nanoseconds_;
 };
 
 void Register(const char *name, void (*run)(benchmark::State &)) {

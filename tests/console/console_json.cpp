@@ -20,32 +20,30 @@ std::string Json(const std::vector<std::string> &lines) {
 }  // namespace
 
 TEST(JsonLines, Rows_BecomeObjects) {
-  EXPECT_EQ(
-      "[\n"
-      "  {\"uri\": \"a/b\", \"observe\": \"0\"},\n"
-      "  {\"uri\": \"c\", \"observe\": \"1\"}\n"
-      "]\n",
-      Json({"server Vtbl[  0]: uri(a/b)/observe(0)", "server Vtbl[  1]: uri(c)/observe(1)",
-            " ***total 2 server uriVtbl(s) ***"}));
+  EXPECT_EQ(Json({"server Vtbl[  0]: uri(a/b)/observe(0)", "server Vtbl[  1]: uri(c)/observe(1)",
+                  " ***total 2 server uriVtbl(s) ***"}),
+            "[\n"
+            "  {\"uri\": \"a/b\", \"observe\": \"0\"},\n"
+            "  {\"uri\": \"c\", \"observe\": \"1\"}\n"
+            "]\n");
 }
 
 TEST(JsonLines, NoRows_GiveAnEmptyArray) {
-  EXPECT_EQ("[]\n", Json({}));
-  EXPECT_EQ("[]\n", Json({" ***total 0 server uriVtbl(s) ***"}));
+  EXPECT_EQ(Json({}), "[]\n");
+  EXPECT_EQ(Json({" ***total 0 server uriVtbl(s) ***"}), "[]\n");
 }
 
 TEST(JsonLines, OtherLines_AreKeptAsText) {
-  EXPECT_EQ(
-      "[\n"
-      "  {\"text\": \"TupleInfo: uri:a, cnt:1\"},\n"
-      "  {\"key\": \"1\", \"val\": \"2\"}\n"
-      "]\n",
-      Json({"TupleInfo: uri:a, cnt:1", "key(1)/val(2)"}));
+  EXPECT_EQ(Json({"TupleInfo: uri:a, cnt:1", "key(1)/val(2)"}),
+            "[\n"
+            "  {\"text\": \"TupleInfo: uri:a, cnt:1\"},\n"
+            "  {\"key\": \"1\", \"val\": \"2\"}\n"
+            "]\n");
 }
 
 TEST(JsonLines, HostileValues_StayStrings) {
-  EXPECT_EQ("[\n  {\"uri\": \"\\\"}, {\\\"x\\\": \\u001b\\\\\"}\n]\n",
-            Json({"uri(\"}, {\"x\": \x1b\\)"}));
+  EXPECT_EQ(Json({"uri(\"}, {\"x\": \x1b\\)"}),
+            "[\n  {\"uri\": \"\\\"}, {\\\"x\\\": \\u001b\\\\\"}\n]\n");
 }
 
 TEST(JsonLines, TwoCommands_GiveTwoArrays) {
@@ -55,7 +53,7 @@ TEST(JsonLines, TwoCommands_GiveTwoArrays) {
   json.End();
   json.Line("n(2)");
   json.End();
-  EXPECT_EQ("[\n  {\"n\": \"1\"}\n]\n[\n  {\"n\": \"2\"}\n]\n", out.Text());
+  EXPECT_EQ(out.Text(), "[\n  {\"n\": \"1\"}\n]\n[\n  {\"n\": \"2\"}\n]\n");
 }
 
-TEST(JsonText, IsQuoted) { EXPECT_EQ("\"a\\\"b\"", JsonText("a\"b")); }
+TEST(JsonText, IsQuoted) { EXPECT_EQ(JsonText("a\"b"), "\"a\\\"b\""); }

@@ -18,10 +18,10 @@ std::string Line(const std::vector<std::string> &words) {
 }  // namespace
 
 TEST(CommandLine, QuotesWhereNeeded) {
-  EXPECT_EQ("disp server uriVtbl", Line({"disp", "server", "uriVtbl"}));
-  EXPECT_EQ("disp server \"two words\" \"\"", Line({"disp", "server", "two words", ""}));
-  EXPECT_EQ("disp server uriVtbl", Line({"disp server uriVtbl"}));
-  EXPECT_EQ("disp \"two words\"", Line({"disp \"two words\""}));
+  EXPECT_EQ(Line({"disp", "server", "uriVtbl"}), "disp server uriVtbl");
+  EXPECT_EQ(Line({"disp", "server", "two words", ""}), "disp server \"two words\" \"\"");
+  EXPECT_EQ(Line({"disp server uriVtbl"}), "disp server uriVtbl");
+  EXPECT_EQ(Line({"disp \"two words\""}), "disp \"two words\"");
 }
 
 TEST(CommandLine, RefusesQuotesInsideAWord) {
@@ -30,7 +30,7 @@ TEST(CommandLine, RefusesQuotesInsideAWord) {
 }
 
 TEST(RowsOf, CountsWrappedLines) {
-  EXPECT_EQ(1u, RowsOf("", 80));
-  EXPECT_EQ(1u, RowsOf(std::string(80, 'x'), 80));
-  EXPECT_EQ(2u, RowsOf(std::string(81, 'x'), 80));
+  EXPECT_EQ(RowsOf("", 80), 1u);
+  EXPECT_EQ(RowsOf(std::string(80, 'x'), 80), 1u);
+  EXPECT_EQ(RowsOf(std::string(81, 'x'), 80), 2u);
 }

@@ -25,29 +25,29 @@ size_t Widest(const Texts &lines) {
 }  // namespace
 
 TEST(Table, Columns_AreAligned) {
-  EXPECT_EQ((Texts{"uri      observe", "a        0", "long/er  1"}),
-            Render({"uri(a)/observe(0)", "uri(long/er)/observe(1)"}, 0));
-  EXPECT_EQ((Texts{"uri    n", "Grüße  1", "x      2"}),
-            Render({"uri(Grüße)/n(1)", "uri(x)/n(2)"}, 0));
-  EXPECT_EQ(Texts{}, Render({}, 0));
+  EXPECT_EQ(Render({"uri(a)/observe(0)", "uri(long/er)/observe(1)"}, 0),
+            (Texts{"uri      observe", "a        0", "long/er  1"}));
+  EXPECT_EQ(Render({"uri(Grüße)/n(1)", "uri(x)/n(2)"}, 0),
+            (Texts{"uri    n", "Grüße  1", "x      2"}));
+  EXPECT_EQ(Render({}, 0), Texts{});
 }
 
 TEST(Table, RowsMayHaveOtherFields) {
-  EXPECT_EQ((Texts{"uri  a  b", "x    1", "y       2"}), Render({"uri(x)/a(1)", "uri(y)/b(2)"}, 0));
+  EXPECT_EQ(Render({"uri(x)/a(1)", "uri(y)/b(2)"}, 0), (Texts{"uri  a  b", "x    1", "y       2"}));
 }
 
 TEST(Table, LongValues_AreCutToTheWidth) {
   const std::string uri(64, 'u');
-  EXPECT_EQ((Texts{"uri                         n", "uuuuuuuuuuuuuuuuuuuuuuuuu~  1"}),
-            Render({"uri(" + uri + ")/n(1)"}, 29));
+  EXPECT_EQ(Render({"uri(" + uri + ")/n(1)"}, 29),
+            (Texts{"uri                         n", "uuuuuuuuuuuuuuuuuuuuuuuuu~  1"}));
 }
 
 TEST(Table, TooManyColumns_MakeSeveralTables) {
   const Texts lines = {"uri(x)/first(aaaaaaaaaa)/second(b)/third(cccccccccccc)",
                        "uri(y)/first(a)/second(bb)"};
-  EXPECT_EQ((Texts{"uri  first       second", "x    aaaaaaaaaa  b", "y    a           bb", "",
-                   "uri  third", "x    cccccccccccc"}),
-            Render(lines, 24));
+  EXPECT_EQ(Render(lines, 24),
+            (Texts{"uri  first       second", "x    aaaaaaaaaa  b", "y    a           bb", "",
+                   "uri  third", "x    cccccccccccc"}));
 }
 
 TEST(Table, NoLineIsWiderThanTheTerminal) {
@@ -65,7 +65,7 @@ TEST(Table, NoLineIsWiderThanTheTerminal) {
 }
 
 TEST(Table, ControlCharacters_AreShown) {
-  EXPECT_EQ((Texts{"uri       n", "\\x1b[31m  1"}), Render({"uri(\x1b[31m)/n(1)"}, 0));
+  EXPECT_EQ(Render({"uri(\x1b[31m)/n(1)"}, 0), (Texts{"uri       n", "\\x1b[31m  1"}));
 }
 
 TEST(TableLines, OtherLines_StandWhereTheyCame) {
@@ -76,11 +76,10 @@ TEST(TableLines, OtherLines_StandWhereTheyCame) {
   table.Line("key(200)/val(2)");
   table.Line(" ***total 2 tuple(s) ***");
   table.End();
-  EXPECT_EQ(
-      "TupleInfo: uri:a, cnt:2\n"
-      "key  val\n"
-      "1    10\n"
-      "200  2\n"
-      " ***total 2 tuple(s) ***\n",
-      out.Text());
+  EXPECT_EQ(out.Text(),
+            "TupleInfo: uri:a, cnt:2\n"
+            "key  val\n"
+            "1    10\n"
+            "200  2\n"
+            " ***total 2 tuple(s) ***\n");
 }

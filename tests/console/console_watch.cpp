@@ -36,12 +36,12 @@ TEST(ParseWatch, TakesSecondsAndACommand) {
   std::string reason;
   const auto whole = ParseWatch("watch 2 disp server uriVtbl", reason);
   ASSERT_TRUE(whole);
-  EXPECT_EQ(2000u, whole->periodMs);
-  EXPECT_EQ("disp server uriVtbl", whole->command);
+  EXPECT_EQ(whole->periodMs, 2000u);
+  EXPECT_EQ(whole->command, "disp server uriVtbl");
   const auto part = ParseWatch("  watch   0.5\tdisp", reason);
   ASSERT_TRUE(part);
-  EXPECT_EQ(500u, part->periodMs);
-  EXPECT_EQ("disp", part->command);
+  EXPECT_EQ(part->periodMs, 500u);
+  EXPECT_EQ(part->command, "disp");
 }
 
 TEST(ParseWatch, RefusesOtherThings) {
@@ -50,10 +50,10 @@ TEST(ParseWatch, RefusesOtherThings) {
   for (const char *line : {"watch", "watch x disp", "watch 0 disp", "watch 0.05 disp",
                            "watch 86401 disp", "watch -1 disp", "watch nan disp", "watch inf disp",
                            "watch 1e1 disp", "watch 2s disp", "watch disp 2"}) {
-    EXPECT_EQ(kSeconds, Refusal(line)) << line;
+    EXPECT_EQ(Refusal(line), kSeconds) << line;
   }
-  EXPECT_EQ("watch needs a command after the seconds", Refusal("watch 2"));
-  EXPECT_EQ("watch needs a command after the seconds", Refusal("watch 2   "));
+  EXPECT_EQ(Refusal("watch 2"), "watch needs a command after the seconds");
+  EXPECT_EQ(Refusal("watch 2   "), "watch needs a command after the seconds");
 }
 
 TEST(IsWatch, LooksAtTheFirstWord) {
@@ -63,35 +63,35 @@ TEST(IsWatch, LooksAtTheFirstWord) {
 }
 
 TEST(MarkChanges, SameLines_AreNotMarked) {
-  EXPECT_EQ((Texts{" n[0]: uri(a)/n(1)", " total 1"}),
-            Marked({"n[0]: uri(a)/n(1)", "total 1"}, {"n[0]: uri(a)/n(1)", "total 1"}));
-  EXPECT_EQ(Texts{}, Marked({}, {}));
+  EXPECT_EQ(Marked({"n[0]: uri(a)/n(1)", "total 1"}, {"n[0]: uri(a)/n(1)", "total 1"}),
+            (Texts{" n[0]: uri(a)/n(1)", " total 1"}));
+  EXPECT_EQ(Marked({}, {}), Texts{});
 }
 
 TEST(MarkChanges, ChangedValues_AreMarked) {
-  EXPECT_EQ((Texts{"*n[0]: uri(a)/n({12})/m(5)/k({})"}),
-            Marked({"n[0]: uri(a)/n(1)/m(5)/k(x)"}, {"n[0]: uri(a)/n(12)/m(5)/k()"}));
+  EXPECT_EQ(Marked({"n[0]: uri(a)/n(1)/m(5)/k(x)"}, {"n[0]: uri(a)/n(12)/m(5)/k()"}),
+            (Texts{"*n[0]: uri(a)/n({12})/m(5)/k({})"}));
 }
 
 TEST(MarkChanges, RowsAreKnownByTheirFirstField) {
-  EXPECT_EQ((Texts{"+{n[0]: uri(a)/n(1)}", " n[1]: uri(b)/n(2)"}),
-            Marked({"n[0]: uri(b)/n(2)"}, {"n[0]: uri(a)/n(1)", "n[1]: uri(b)/n(2)"}));
+  EXPECT_EQ(Marked({"n[0]: uri(b)/n(2)"}, {"n[0]: uri(a)/n(1)", "n[1]: uri(b)/n(2)"}),
+            (Texts{"+{n[0]: uri(a)/n(1)}", " n[1]: uri(b)/n(2)"}));
 }
 
 TEST(MarkChanges, GoneLines_ComeLast) {
-  EXPECT_EQ((Texts{" uri(b)/n(2)", "*{total 1}", "-uri(a)/n(1)"}),
-            Marked({"uri(a)/n(1)", "uri(b)/n(2)", "total 2"}, {"uri(b)/n(2)", "total 1"}));
+  EXPECT_EQ(Marked({"uri(a)/n(1)", "uri(b)/n(2)", "total 2"}, {"uri(b)/n(2)", "total 1"}),
+            (Texts{" uri(b)/n(2)", "*{total 1}", "-uri(a)/n(1)"}));
 }
 
 TEST(MarkChanges, EqualKeys_AreCounted) {
-  EXPECT_EQ((Texts{" uri(a)/t(CON)", "*uri(a)/t({BYTE})", "+{uri(a)/t(X)}"}),
-            Marked({"uri(a)/t(CON)", "uri(a)/t(NON)"},
-                   {"uri(a)/t(CON)", "uri(a)/t(BYTE)", "uri(a)/t(X)"}));
+  EXPECT_EQ(Marked({"uri(a)/t(CON)", "uri(a)/t(NON)"},
+                   {"uri(a)/t(CON)", "uri(a)/t(BYTE)", "uri(a)/t(X)"}),
+            (Texts{" uri(a)/t(CON)", "*uri(a)/t({BYTE})", "+{uri(a)/t(X)}"}));
 }
 
 TEST(MarkChanges, FieldThatComes_IsAChange) {
-  EXPECT_EQ((Texts{"*uri(a)/n(1)/m({2})"}), Marked({"uri(a)/n(1)"}, {"uri(a)/n(1)/m(2)"}));
-  EXPECT_EQ((Texts{"*uri(a)/n(1)"}), Marked({"uri(a)/n(1)/m(2)"}, {"uri(a)/n(1)"}));
+  EXPECT_EQ(Marked({"uri(a)/n(1)"}, {"uri(a)/n(1)/m(2)"}), (Texts{"*uri(a)/n(1)/m({2})"}));
+  EXPECT_EQ(Marked({"uri(a)/n(1)/m(2)"}, {"uri(a)/n(1)"}), (Texts{"*uri(a)/n(1)"}));
 }
 
 TEST(MarkChanges, TenThousandLines_AreQuick) {
@@ -101,6 +101,6 @@ TEST(MarkChanges, TenThousandLines_AreQuick) {
     now.push_back("uri(" + std::to_string(i) + ")/n(2)");
   }
   const auto lines = MarkChanges(before, now);
-  ASSERT_EQ(10000u, lines.size());
-  EXPECT_EQ('*', lines[9999].mark);
+  ASSERT_EQ(lines.size(), 10000u);
+  EXPECT_EQ(lines[9999].mark, '*');
 }

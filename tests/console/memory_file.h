@@ -10,24 +10,24 @@ namespace console_test {
 
 class MemoryFile {
  public:
-  MemoryFile() : m_file(open_memstream(&m_bytes, &m_size)) {}
+  MemoryFile() : file_(open_memstream(&bytes_, &size_)) {}
   ~MemoryFile() {
-    std::fclose(m_file);
-    std::free(m_bytes);
+    std::fclose(file_);
+    std::free(bytes_);
   }
   MemoryFile(const MemoryFile &) = delete;
   MemoryFile &operator=(const MemoryFile &) = delete;
 
-  FILE *Get() { return m_file; }
+  FILE *Get() { return file_; }
   std::string Text() {
-    std::fflush(m_file);
-    return std::string(m_bytes, m_size);
+    std::fflush(file_);
+    return std::string(bytes_, size_);
   }
 
  private:
-  char *m_bytes = nullptr;
-  size_t m_size = 0;
-  FILE *m_file;
+  char *bytes_ = nullptr;
+  size_t size_ = 0;
+  FILE *file_;
 };
 
 }  // namespace console_test

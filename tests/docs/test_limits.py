@@ -78,7 +78,7 @@ ROWS = {
     "changes-put-back": [("kMaxPutBackChgs", number)],
     "given-up-payloads": [("kMaxGivenUp", exact)],
     "followed-requests": [("COAP_RPC_MAX_FOLLOWED_REQUESTS", number)],
-    "resends": [("kResendVisitsPerTick", lambda value: str(value - 1))],
+    "resends": [("kResendBatchSize", lambda value: str(value - 1))],
 }
 
 

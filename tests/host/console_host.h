@@ -20,7 +20,7 @@ namespace host_test {
 class ConsoleHost : public testing::Test {
  protected:
   ConsoleHost() {
-    m_host.reset(MakeHost());
+    host_.reset(MakeHost());
     Register(OnHello, "demo hello");
     Register(OnPart, "demo part");
     RegisterWithCount(OnLines, "demo lines");
@@ -28,13 +28,13 @@ class ConsoleHost : public testing::Test {
   }
 
   Kestrel *MakeHost() {
-    const KestrelParam param = m_log.Param();
+    const KestrelParam param = log_.Param();
     Kestrel *host = KestrelNew(&param, nullptr, 0);
     KST_DispRegObj(KestrelDisp(host), "demo", this);
     return host;
   }
 
-  uint64_t Disp() const { return KestrelDisp(m_host.get()); }
+  uint64_t Disp() const { return KestrelDisp(host_.get()); }
 
   void Register(KST_DISP_FUNC handler, const char *command) {
     KST_DispRegFunc_(Disp(), "Handler", handler, command, 128, "demo", 0);
@@ -44,20 +44,20 @@ class ConsoleHost : public testing::Test {
   }
 
   uint32_t Listen(uint32_t maxConsoles = 0, uint64_t maxQueuedBytes = 0) {
-    const KestrelDispAccess access{m_path.c_str(), maxConsoles, maxQueuedBytes};
-    return KestrelDispListen(m_host.get(), &access);
+    const KestrelDispAccess access{path_.c_str(), maxConsoles, maxQueuedBytes};
+    return KestrelDispListen(host_.get(), &access);
   }
 
   // Until runs the loop until the peer has received something that ends so.
   bool Until(ConsolePeer &peer, std::string_view ending) {
-    return TurnUntil(m_host.get(), [&] {
+    return TurnUntil(host_.get(), [&] {
       peer.Receive();
       return peer.Ends(ending);
     });
   }
 
   bool UntilEnd(ConsolePeer &peer) {
-    return TurnUntil(m_host.get(), [&] {
+    return TurnUntil(host_.get(), [&] {
       peer.Receive();
       return peer.IsAtEnd();
     });
@@ -65,12 +65,12 @@ class ConsoleHost : public testing::Test {
 
   // Turns runs the loop a number of times.
   void Turns(int count) {
-    for (int i = 0; i < count; ++i) KestrelTurn(m_host.get());
+    for (int i = 0; i < count; ++i) KestrelTurn(host_.get());
   }
 
   // Ask connects, sends, and returns everything up to the end of the answer, without the greeting.
   std::string Ask(const std::string &request) {
-    ConsolePeer peer(m_path);
+    ConsolePeer peer(path_);
     peer.Send(request);
     peer.EndSending();
     EXPECT_TRUE(UntilEnd(peer));
@@ -81,11 +81,11 @@ class ConsoleHost : public testing::Test {
   static constexpr std::string_view kGreeting = "* kestrel-console 1\n";
   static constexpr std::string_view kSuccess = ". 0 success\n";
 
-  TempFolder m_folder;
-  std::string m_path = m_folder.Socket();
-  LogLines m_log;
-  HostPtr m_host;
-  uint32_t m_numPages = 0;  // of "demo lines", ever
+  TempFolder folder_;
+  std::string path_ = folder_.Socket();
+  LogLines log_;
+  HostPtr host_;
+  uint32_t numPages_ = 0;  // of "demo lines", ever
 
  private:
   static uint32_t OnHello(void *self, ...) {
@@ -114,7 +114,7 @@ class ConsoleHost : public testing::Test {
     auto *test = static_cast<ConsoleHost *>(self);
     uint32_t at = 0;
     KST_DispGetLastCtx_(test->Disp(), &at);
-    ++test->m_numPages;
+    ++test->numPages_;
     KST_DispPrintf_(test->Disp(), "line %u\n", at);
     if (++at < count) KST_DispSaveCtx_(test->Disp(), "k", 1, &at, sizeof at);
     return 0;

@@ -26,43 +26,43 @@ sockaddr_un AddressOf(const std::string &path) {
 
 TempFolder::TempFolder() {
   std::string name = (std::filesystem::temp_directory_path() / "consoleXXXXXX").string();
-  if (mkdtemp(name.data()) != nullptr) m_path = name;
+  if (mkdtemp(name.data())) path_ = name;
 }
 
 TempFolder::~TempFolder() {
   std::error_code ignored;
-  std::filesystem::remove_all(m_path, ignored);
+  std::filesystem::remove_all(path_, ignored);
 }
 
 ConsolePeer::ConsolePeer(const std::string &path)
-    : m_fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+    : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
   const sockaddr_un addr = AddressOf(path);
-  if (connect(m_fd, reinterpret_cast<const sockaddr *>(&addr), sizeof addr) != 0) Close();
+  if (connect(fd_, reinterpret_cast<const sockaddr *>(&addr), sizeof addr) != 0) Close();
 }
 
 ConsolePeer::ConsolePeer(ConsolePeer &&other) noexcept
-    : m_fd(std::exchange(other.m_fd, -1)),
-      m_received(std::move(other.m_received)),
-      m_isAtEnd(other.m_isAtEnd) {}
+    : fd_(std::exchange(other.fd_, -1)),
+      received_(std::move(other.received_)),
+      isAtEnd_(other.isAtEnd_) {}
 
 size_t ConsolePeer::Send(std::string_view bytes) {
-  const ssize_t len = send(m_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+  const ssize_t len = send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
   return len > 0 ? static_cast<size_t>(len) : 0;
 }
 
 void ConsolePeer::Receive() {
   char bytes[65536];
   ssize_t len = 0;
-  while ((len = recv(m_fd, bytes, sizeof bytes, 0)) > 0) {
-    m_received.append(bytes, static_cast<size_t>(len));
+  while ((len = recv(fd_, bytes, sizeof bytes, 0)) > 0) {
+    received_.append(bytes, static_cast<size_t>(len));
   }
-  if (len == 0 || errno != EAGAIN) m_isAtEnd = true;
+  if (len == 0 || errno != EAGAIN) isAtEnd_ = true;
 }
 
-void ConsolePeer::EndSending() { shutdown(m_fd, SHUT_WR); }
+void ConsolePeer::EndSending() { shutdown(fd_, SHUT_WR); }
 
 void ConsolePeer::Close() {
-  if (m_fd >= 0) close(std::exchange(m_fd, -1));
+  if (fd_ >= 0) close(std::exchange(fd_, -1));
 }
 
 int BindUnix(const std::string &path, bool listens) {

@@ -18,11 +18,11 @@ class TempFolder {
   TempFolder(const TempFolder &) = delete;
   TempFolder &operator=(const TempFolder &) = delete;
 
-  const std::string &Path() const { return m_path; }
-  std::string Socket() const { return m_path + "/socket"; }
+  const std::string &Path() const { return path_; }
+  std::string Socket() const { return path_ + "/socket"; }
 
  private:
-  std::string m_path;
+  std::string path_;
 };
 
 // ConsolePeer is a connection, which never waits.
@@ -34,7 +34,7 @@ class ConsolePeer {
   ConsolePeer(const ConsolePeer &) = delete;
   ConsolePeer &operator=(const ConsolePeer &) = delete;
 
-  bool IsConnected() const { return m_fd >= 0; }
+  bool IsConnected() const { return fd_ >= 0; }
 
   // Send gives as many bytes as the socket takes, and returns how many that were.
   size_t Send(std::string_view bytes);
@@ -43,18 +43,18 @@ class ConsolePeer {
   void Receive();
 
   // Received is all that has arrived up to now; IsAtEnd: and no more will.
-  const std::string &Received() const { return m_received; }
-  bool IsAtEnd() const { return m_isAtEnd; }
-  bool Ends(std::string_view text) const { return m_received.ends_with(text); }
+  const std::string &Received() const { return received_; }
+  bool IsAtEnd() const { return isAtEnd_; }
+  bool Ends(std::string_view text) const { return received_.ends_with(text); }
 
   void EndSending();
   void Close();
-  int Fd() const { return m_fd; }
+  int Fd() const { return fd_; }
 
  private:
-  int m_fd;
-  std::string m_received;
-  bool m_isAtEnd = false;
+  int fd_;
+  std::string received_;
+  bool isAtEnd_ = false;
 };
 
 // Bind makes a socket file; the socket that is returned listens only when `listens` is set.

@@ -31,84 +31,84 @@ int32_t CompareKeys(const void *a, const void *b) {
 constexpr OSAL_AVL3_DESC kDesc{CompareKeys, offsetof(Record, key), offsetof(Record, node)};
 
 Record *RecordOf(OSAL_AVL3_NODE *node) {
-  if (node == nullptr) return nullptr;
+  if (!node) return nullptr;
   return reinterpret_cast<Record *>(reinterpret_cast<char *>(node) - offsetof(Record, node));
 }
 
 bool IsFresh(const OSAL_AVL3_NODE &node) {
-  return node.parent == nullptr && node.left == nullptr && node.right == nullptr &&
-         node.leftHeight == -1 && node.rightHeight == -1;
+  return !node.parent && !node.left && !node.right && node.leftHeight == -1 &&
+         node.rightHeight == -1;
 }
 
 // CheckSubtree returns the height; it expects links back to `parent`, and sides that differ by at
 // most one, as the heights of the node say.
 int CheckSubtree(OSAL_AVL3_NODE *node, OSAL_AVL3_NODE *parent) {
-  if (node == nullptr) return 0;
-  EXPECT_EQ(parent, node->parent);
+  if (!node) return 0;
+  EXPECT_EQ(node->parent, parent);
   const int left = CheckSubtree(node->left, node);
   const int right = CheckSubtree(node->right, node);
   EXPECT_LE(std::abs(left - right), 1);
-  EXPECT_EQ(left - right, node->leftHeight - node->rightHeight);
+  EXPECT_EQ(node->leftHeight - node->rightHeight, left - right);
   return std::max(left, right) + 1;
 }
 
 class HostAvl3 : public testing::Test {
  protected:
   OSAL_AVL3_NODE *Insert(Record &record) {
-    return OSAL_AVL3_Insert_Or_Find(&m_tree, &kDesc, &record.node);
+    return OSAL_AVL3_Insert_Or_Find(&tree_, &kDesc, &record.node);
   }
-  Record *Find(uint32_t key) { return RecordOf(OSAL_AVL3_Find(&m_tree, &kDesc, &key)); }
-  void Delete(Record &record) { OSAL_AVL3_Delete(&m_tree, &record.node, &kDesc); }
+  Record *Find(uint32_t key) { return RecordOf(OSAL_AVL3_Find(&tree_, &kDesc, &key)); }
+  void Delete(Record &record) { OSAL_AVL3_Delete(&tree_, &record.node, &kDesc); }
 
   // CheckTree expects the tree to hold just `expected`, in order and balanced.
   void CheckTree(const std::map<uint32_t, Record *> &expected) {
-    CheckSubtree(m_tree.root, nullptr);
-    OSAL_AVL3_NODE *node = OSAL_AVL3_First(&m_tree, &kDesc);
+    CheckSubtree(tree_.root, nullptr);
+    OSAL_AVL3_NODE *node = OSAL_AVL3_First(&tree_, &kDesc);
     OSAL_AVL3_NODE *last = nullptr;
     for (const auto &entry : expected) {
-      ASSERT_EQ(entry.second, RecordOf(node));
+      ASSERT_EQ(RecordOf(node), entry.second);
       last = node;
-      node = OSAL_AVL3_Next(&m_tree, node, &kDesc);
+      node = OSAL_AVL3_Next(&tree_, node, &kDesc);
     }
-    EXPECT_EQ(nullptr, node);
-    EXPECT_EQ(last, m_tree.last);
+    EXPECT_EQ(node, nullptr);
+    EXPECT_EQ(tree_.last, last);
   }
 
-  OSAL_AVL3_TREE m_tree{};
+  OSAL_AVL3_TREE tree_{};
 };
 
 }  // namespace
 
 TEST_F(HostAvl3, EmptyTree_FindsNothing) {
   const uint32_t key = 1;
-  EXPECT_EQ(nullptr, OSAL_AVL3_Find(&m_tree, &kDesc, &key));
-  EXPECT_EQ(nullptr, OSAL_AVL3_First(&m_tree, &kDesc));
-  EXPECT_EQ(nullptr, AVL3_Find_Or_Find_Next(&m_tree, &kDesc, &key));
+  EXPECT_EQ(OSAL_AVL3_Find(&tree_, &kDesc, &key), nullptr);
+  EXPECT_EQ(OSAL_AVL3_First(&tree_, &kDesc), nullptr);
+  EXPECT_EQ(AVL3_Find_Or_Find_Next(&tree_, &kDesc, &key), nullptr);
 }
 
 TEST_F(HostAvl3, SingleNode_ComesAndGoes) {
   Record record;
   record.key = 5;
-  EXPECT_EQ(nullptr, Insert(record));
+  EXPECT_EQ(Insert(record), nullptr);
   EXPECT_FALSE(IsFresh(record.node));
-  EXPECT_EQ(&record.node, m_tree.root);
-  EXPECT_EQ(&record.node, m_tree.first);
-  EXPECT_EQ(&record.node, m_tree.last);
+  EXPECT_EQ(tree_.root, &record.node);
+  EXPECT_EQ(tree_.first, &record.node);
+  EXPECT_EQ(tree_.last, &record.node);
   Delete(record);
   EXPECT_TRUE(IsFresh(record.node));
-  EXPECT_EQ(nullptr, m_tree.root);
-  EXPECT_EQ(nullptr, m_tree.first);
-  EXPECT_EQ(nullptr, m_tree.last);
+  EXPECT_EQ(tree_.root, nullptr);
+  EXPECT_EQ(tree_.first, nullptr);
+  EXPECT_EQ(tree_.last, nullptr);
 }
 
 TEST_F(HostAvl3, EqualKey_LeavesTheNewNodeFresh) {
   Record first, second;
   first.key = second.key = 5;
   Insert(first);
-  EXPECT_EQ(&first.node, Insert(second));
+  EXPECT_EQ(Insert(second), &first.node);
   EXPECT_TRUE(IsFresh(second.node));
   Delete(second);
-  EXPECT_EQ(&first, Find(5));
+  EXPECT_EQ(Find(5), &first);
   Delete(first);
   Delete(first);
 }
@@ -119,11 +119,11 @@ TEST_F(HostAvl3, MovedRoot_StaysUsable) {
     records[i].key = i;
     Insert(records[i]);
   }
-  const OSAL_AVL3_TREE moved = m_tree;
-  m_tree = {};
-  m_tree = moved;
+  const OSAL_AVL3_TREE moved = tree_;
+  tree_ = {};
+  tree_ = moved;
   for (Record &record : records) Delete(record);
-  EXPECT_EQ(nullptr, m_tree.root);
+  EXPECT_EQ(tree_.root, nullptr);
 }
 
 TEST_F(HostAvl3, Find_ComparesOncePerLevel) {
@@ -132,7 +132,7 @@ TEST_F(HostAvl3, Find_ComparesOncePerLevel) {
     records[i].key = i;
     Insert(records[i]);
   }
-  const uint32_t height = static_cast<uint32_t>(CheckSubtree(m_tree.root, nullptr));
+  const uint32_t height = static_cast<uint32_t>(CheckSubtree(tree_.root, nullptr));
   EXPECT_LE(height, 14u);  // 1.44 * log2(1000)
   for (uint32_t key = 0; key < 1001; ++key) {
     g_compares = 0;
@@ -157,15 +157,15 @@ TEST_F(HostAvl3, RandomOperations_AgreeWithAMap) {
       expected.erase(record.key);
       ASSERT_TRUE(IsFresh(record.node));
     } else if (expected.count(record.key) == 0) {
-      ASSERT_EQ(nullptr, Insert(record));
+      ASSERT_EQ(Insert(record), nullptr);
       expected[record.key] = &record;
     }
     const uint32_t probe = static_cast<uint32_t>(random() % (kKeys + 1));
     const auto found = expected.find(probe);
-    ASSERT_EQ(found == expected.end() ? nullptr : found->second, Find(probe));
+    ASSERT_EQ(Find(probe), found == expected.end() ? nullptr : found->second);
     const auto next = expected.lower_bound(probe);
-    ASSERT_EQ(next == expected.end() ? nullptr : next->second,
-              RecordOf(AVL3_Find_Or_Find_Next(&m_tree, &kDesc, &probe)));
+    ASSERT_EQ(RecordOf(AVL3_Find_Or_Find_Next(&tree_, &kDesc, &probe)),
+              next == expected.end() ? nullptr : next->second);
     if (step % 500 == 0) {
       ASSERT_NO_FATAL_FAILURE(CheckTree(expected));
     }
@@ -177,5 +177,5 @@ TEST_F(HostAvl3, RandomOperations_AgreeWithAMap) {
       ASSERT_NO_FATAL_FAILURE(CheckTree(expected));
     }
   }
-  EXPECT_EQ(nullptr, m_tree.root);
+  EXPECT_EQ(tree_.root, nullptr);
 }

@@ -24,11 +24,11 @@ class HostConsoleFaults : public ConsoleHost {
 }  // namespace
 
 TEST_F(HostConsoleFaults, LineOfAMegabyte_IsAnErrorAndTheConsoleStays) {
-  ASSERT_EQ(0u, Listen());
-  ConsolePeer peer(m_path);
+  ASSERT_EQ(Listen(), 0u);
+  ConsolePeer peer(path_);
   const std::string mega = "run " + std::string(1 << 20, 'x') + "\nrun demo hello\n";
   size_t sent = 0;
-  ASSERT_TRUE(TurnUntil(m_host.get(), [&] {
+  ASSERT_TRUE(TurnUntil(host_.get(), [&] {
     sent += peer.Send(std::string_view(mega).substr(sent));
     return sent == mega.size();
   }));
@@ -38,50 +38,50 @@ TEST_F(HostConsoleFaults, LineOfAMegabyte_IsAnErrorAndTheConsoleStays) {
 }
 
 TEST_F(HostConsoleFaults, LongestRequest_IsTaken) {
-  ASSERT_EQ(0u, Listen());
+  ASSERT_EQ(Listen(), 0u);
   const std::string longest = "run " + std::string(4156, 'x') + "\n";
-  EXPECT_EQ("! the command line is longer than 4096 bytes\n. 8 malformed command line\n",
-            Ask(longest));
-  EXPECT_EQ("! the request is longer than 4160 bytes\n. 8 malformed command line\n",
-            Ask("x" + longest));
+  EXPECT_EQ(Ask(longest),
+            "! the command line is longer than 4096 bytes\n. 8 malformed command line\n");
+  EXPECT_EQ(Ask("x" + longest),
+            "! the request is longer than 4160 bytes\n. 8 malformed command line\n");
 }
 
 TEST_F(HostConsoleFaults, PeerThatNeverReads_HoldsItsCommandBack) {
-  ASSERT_EQ(0u, Listen());
-  ConsolePeer stalled(m_path);
+  ASSERT_EQ(Listen(), 0u);
+  ConsolePeer stalled(path_);
   stalled.Send("run demo lines 4294967295\n");
   uint32_t before = 0;
-  ASSERT_TRUE(TurnUntil(m_host.get(), [&] {
-    const bool hasStopped = m_numPages > 0 && m_numPages == before;
-    before = m_numPages;
+  ASSERT_TRUE(TurnUntil(host_.get(), [&] {
+    const bool hasStopped = numPages_ > 0 && numPages_ == before;
+    before = numPages_;
     return hasStopped;
   }));
   Turns(1000);
-  EXPECT_EQ(before, m_numPages);
-  EXPECT_NE(0, KestrelPollTimeoutMs(m_host.get()));
-  EXPECT_EQ("= hello\n. 0 success\n", Ask("run demo hello\n"));
+  EXPECT_EQ(numPages_, before);
+  EXPECT_NE(KestrelPollTimeoutMs(host_.get()), 0);
+  EXPECT_EQ(Ask("run demo hello\n"), "= hello\n. 0 success\n");
   // What was held back comes when the peer reads again.
-  EXPECT_TRUE(TurnUntil(m_host.get(), [&] {
+  EXPECT_TRUE(TurnUntil(host_.get(), [&] {
     stalled.Receive();
-    return m_numPages > 2 * before;
+    return numPages_ > 2 * before;
   }));
 }
 
 TEST_F(HostConsoleFaults, PeerThatDies_IsForgotten) {
-  ASSERT_EQ(0u, Listen(1));
+  ASSERT_EQ(Listen(1), 0u);
   {
-    ConsolePeer dying(m_path);
+    ConsolePeer dying(path_);
     dying.Send("run demo lines 4294967295\n");
-    ASSERT_TRUE(TurnUntil(m_host.get(), [&] { return m_numPages > 100; }));
+    ASSERT_TRUE(TurnUntil(host_.get(), [&] { return numPages_ > 100; }));
   }
-  const uint32_t atDeath = m_numPages;
+  const uint32_t atDeath = numPages_;
   Turns(10);
-  EXPECT_LT(m_numPages - atDeath, 1000u);
-  EXPECT_EQ("= hello\n. 0 success\n", Ask("run demo hello\n"));
+  EXPECT_LT(numPages_ - atDeath, 1000u);
+  EXPECT_EQ(Ask("run demo hello\n"), "= hello\n. 0 success\n");
 }
 
 TEST_F(HostConsoleFaults, PageBeyondTheQueue_IsCutWithAMessage) {
-  ASSERT_EQ(0u, Listen(0, 100000));
+  ASSERT_EQ(Listen(0, 100000), 0u);
   const std::string answer = Ask("run demo dump 100000\n");
   EXPECT_TRUE(answer.starts_with("= line 0\n= line 1\n"));
   EXPECT_TRUE(
@@ -90,19 +90,19 @@ TEST_F(HostConsoleFaults, PageBeyondTheQueue_IsCutWithAMessage) {
       << answer.substr(answer.size() - 200);
   EXPECT_GT(answer.size(), 99000u);
   EXPECT_LT(answer.size(), 101000u);
-  EXPECT_EQ("= hello\n. 0 success\n", Ask("run demo hello\n"));
+  EXPECT_EQ(Ask("run demo hello\n"), "= hello\n. 0 success\n");
 }
 
 TEST_F(HostConsoleFaults, LongPage_ArrivesWhole) {
-  ASSERT_EQ(0u, Listen());
+  ASSERT_EQ(Listen(), 0u);
   const std::string answer = Ask("run demo dump 100000\n");
-  EXPECT_EQ(100001, std::count(answer.begin(), answer.end(), '\n'));
+  EXPECT_EQ(std::count(answer.begin(), answer.end(), '\n'), 100001);
   EXPECT_TRUE(answer.ends_with("= line 99999\n. 0 success\n"));
 }
 
 TEST_F(HostConsoleFaults, LineOfAMegabyte_ComesInPieces) {
   Register(OnMega, "demo mega");
-  ASSERT_EQ(0u, Listen());
+  ASSERT_EQ(Listen(), 0u);
   std::string expected;
   size_t left = 1 << 20;
   for (; left > 32765; left -= 32765) expected += "- " + std::string(32765, 'x') + "\n";
@@ -111,28 +111,28 @@ TEST_F(HostConsoleFaults, LineOfAMegabyte_ComesInPieces) {
 }
 
 TEST_F(HostConsoleFaults, FloodOfConnections_IsTurnedAway) {
-  ASSERT_EQ(0u, Listen(2));
+  ASSERT_EQ(Listen(2), 0u);
   std::vector<ConsolePeer> peers;
-  for (int i = 0; i < 60; ++i) peers.emplace_back(m_path);
+  for (int i = 0; i < 60; ++i) peers.emplace_back(path_);
   ASSERT_TRUE(Until(peers[0], kGreeting));
   ASSERT_TRUE(Until(peers[1], kGreeting));
   for (size_t i = 2; i < peers.size(); ++i) {
     ASSERT_TRUE(UntilEnd(peers[i])) << i;
-    EXPECT_EQ("! too many consoles are connected\n", peers[i].Received());
+    EXPECT_EQ(peers[i].Received(), "! too many consoles are connected\n");
   }
   peers[0].Close();
   Turns(2);
-  EXPECT_EQ("= hello\n. 0 success\n", Ask("run demo hello\n"));
+  EXPECT_EQ(Ask("run demo hello\n"), "= hello\n. 0 success\n");
 }
 
 TEST_F(HostConsoleFaults, FloodOfRequests_IsAnsweredInOrder) {
-  ASSERT_EQ(0u, Listen());
-  ConsolePeer peer(m_path);
+  ASSERT_EQ(Listen(), 0u);
+  ConsolePeer peer(path_);
   std::string requests;
   for (int i = 0; i < 20000; ++i) requests += "run demo part\n";
   requests += "objects\n";
   size_t sent = 0;
-  ASSERT_TRUE(TurnUntil(m_host.get(), [&] {
+  ASSERT_TRUE(TurnUntil(host_.get(), [&] {
     sent += peer.Send(std::string_view(requests).substr(sent));
     peer.Receive();
     return sent == requests.size() && peer.Ends("o demo\n. 0 success\n");
@@ -143,10 +143,10 @@ TEST_F(HostConsoleFaults, FloodOfRequests_IsAnsweredInOrder) {
 }
 
 TEST_F(HostConsoleFaults, Garbage_IsAnswered) {
-  ASSERT_EQ(0u, Listen());
+  ASSERT_EQ(Listen(), 0u);
   std::string garbage;
   for (int i = 0; i < 4000; ++i) garbage += static_cast<char>(i * 7);
   garbage.erase(std::remove(garbage.begin(), garbage.end(), '\n'), garbage.end());
-  EXPECT_EQ("! unknown request\n. 8 malformed command line\n= hello\n. 0 success\n",
-            Ask(garbage + "\nrun demo hello\n"));
+  EXPECT_EQ(Ask(garbage + "\nrun demo hello\n"),
+            "! unknown request\n. 8 malformed command line\n= hello\n. 0 success\n");
 }

@@ -23,12 +23,12 @@ class HostConsoleSocket : public ConsoleHost {
  protected:
   uint32_t ListenAt(const char *path) {
     const KestrelDispAccess where{path, 0, 0};
-    return KestrelDispListen(m_host.get(), &where);
+    return KestrelDispListen(host_.get(), &where);
   }
 
   mode_t Mode() const {
     struct stat file {};
-    return stat(m_path.c_str(), &file) == 0 ? file.st_mode & 07777u : 0;
+    return stat(path_.c_str(), &file) == 0 ? file.st_mode & 07777u : 0;
   }
 };
 
@@ -61,26 +61,26 @@ std::string ReceiveAs(uid_t user, const std::string &path, Kestrel *host) {
 }  // namespace
 
 TEST_F(HostConsoleSocket, BadPaths_AreRefused) {
-  EXPECT_EQ(uint32_t{KESTREL_BAD_ARGUMENT}, KestrelDispListen(m_host.get(), nullptr));
-  EXPECT_EQ(uint32_t{KESTREL_BAD_ARGUMENT}, ListenAt(nullptr));
-  EXPECT_EQ(uint32_t{KESTREL_BAD_ARGUMENT}, ListenAt(""));
-  EXPECT_EQ(uint32_t{KESTREL_BAD_ARGUMENT}, ListenAt(std::string(108, 'x').c_str()));
-  EXPECT_EQ(uint32_t{KESTREL_SYSTEM}, ListenAt("/no/such/folder/socket"));
-  EXPECT_EQ(uint32_t{KESTREL_EXISTS}, ListenAt(m_folder.Path().c_str()));
+  EXPECT_EQ(KestrelDispListen(host_.get(), nullptr), uint32_t{KESTREL_BAD_ARGUMENT});
+  EXPECT_EQ(ListenAt(nullptr), uint32_t{KESTREL_BAD_ARGUMENT});
+  EXPECT_EQ(ListenAt(""), uint32_t{KESTREL_BAD_ARGUMENT});
+  EXPECT_EQ(ListenAt(std::string(108, 'x').c_str()), uint32_t{KESTREL_BAD_ARGUMENT});
+  EXPECT_EQ(ListenAt("/no/such/folder/socket"), uint32_t{KESTREL_SYSTEM});
+  EXPECT_EQ(ListenAt(folder_.Path().c_str()), uint32_t{KESTREL_EXISTS});
 }
 
 TEST_F(HostConsoleSocket, File_IsForItsOwnerOnly) {
   const mode_t before = umask(0);
-  EXPECT_EQ(0u, Listen());
+  EXPECT_EQ(Listen(), 0u);
   umask(before);
-  EXPECT_EQ(0600u, Mode());
+  EXPECT_EQ(Mode(), 0600u);
 }
 
 TEST_F(HostConsoleSocket, File_IsForItsOwnerWhateverTheUmask) {
   const mode_t before = umask(0777);
-  EXPECT_EQ(0u, Listen());
+  EXPECT_EQ(Listen(), 0u);
   umask(before);
-  EXPECT_EQ(0600u, Mode());
+  EXPECT_EQ(Mode(), 0600u);
 }
 
 // Another thread looks at the file all the time while it is made again and again.
@@ -92,71 +92,71 @@ TEST_F(HostConsoleSocket, File_IsNeverWider) {
     while (!isDone) seen |= Mode();
   });
   for (int i = 0; i < 300; ++i) {
-    ASSERT_EQ(0u, Listen());
-    ASSERT_EQ(0u, KestrelDispUnlisten(m_host.get()));
+    ASSERT_EQ(Listen(), 0u);
+    ASSERT_EQ(KestrelDispUnlisten(host_.get()), 0u);
   }
   isDone = true;
   watcher.join();
   umask(before);
-  EXPECT_EQ(0u, seen & 0177u);
+  EXPECT_EQ(seen & 0177u, 0u);
 }
 
 TEST_F(HostConsoleSocket, StaleFile_IsReplaced) {
-  close(BindUnix(m_path, true));
-  ASSERT_EQ(0, access(m_path.c_str(), F_OK));
-  EXPECT_EQ(0u, Listen());
-  EXPECT_EQ("= hello\n. 0 success\n", Ask("run demo hello\n"));
+  close(BindUnix(path_, true));
+  ASSERT_EQ(access(path_.c_str(), F_OK), 0);
+  EXPECT_EQ(Listen(), 0u);
+  EXPECT_EQ(Ask("run demo hello\n"), "= hello\n. 0 success\n");
 }
 
 TEST_F(HostConsoleSocket, LiveSocket_IsNotTakenOver) {
-  const int live = BindUnix(m_path, true);
-  EXPECT_EQ(uint32_t{KESTREL_EXISTS}, Listen());
-  EXPECT_TRUE(ConsolePeer(m_path).IsConnected());
+  const int live = BindUnix(path_, true);
+  EXPECT_EQ(Listen(), uint32_t{KESTREL_EXISTS});
+  EXPECT_TRUE(ConsolePeer(path_).IsConnected());
   close(live);
 }
 
 TEST_F(HostConsoleSocket, OtherFile_IsLeftAlone) {
-  std::ofstream(m_path) << "precious";
-  EXPECT_EQ(uint32_t{KESTREL_EXISTS}, Listen());
+  std::ofstream(path_) << "precious";
+  EXPECT_EQ(Listen(), uint32_t{KESTREL_EXISTS});
   std::string content;
-  std::ifstream(m_path) >> content;
-  EXPECT_EQ("precious", content);
+  std::ifstream(path_) >> content;
+  EXPECT_EQ(content, "precious");
 }
 
 TEST_F(HostConsoleSocket, SecondHost_GetsNothing) {
-  ASSERT_EQ(0u, Listen());
+  ASSERT_EQ(Listen(), 0u);
   const HostPtr second(MakeHost());
-  const KestrelDispAccess where{m_path.c_str(), 0, 0};
-  EXPECT_EQ(uint32_t{KESTREL_EXISTS}, KestrelDispListen(second.get(), &where));
-  EXPECT_EQ("= hello\n. 0 success\n", Ask("run demo hello\n"));
+  const KestrelDispAccess where{path_.c_str(), 0, 0};
+  EXPECT_EQ(KestrelDispListen(second.get(), &where), uint32_t{KESTREL_EXISTS});
+  EXPECT_EQ(Ask("run demo hello\n"), "= hello\n. 0 success\n");
 }
 
 TEST_F(HostConsoleSocket, FileOfAnother_IsNotRemoved) {
-  ASSERT_EQ(0u, Listen());
-  ASSERT_EQ(0, unlink(m_path.c_str()));
-  const int other = BindUnix(m_path, true);
-  EXPECT_EQ(0u, KestrelDispUnlisten(m_host.get()));
-  EXPECT_EQ(0, access(m_path.c_str(), F_OK));
+  ASSERT_EQ(Listen(), 0u);
+  ASSERT_EQ(unlink(path_.c_str()), 0);
+  const int other = BindUnix(path_, true);
+  EXPECT_EQ(KestrelDispUnlisten(host_.get()), 0u);
+  EXPECT_EQ(access(path_.c_str(), F_OK), 0);
   close(other);
 }
 
 TEST_F(HostConsoleSocket, OtherUser_IsTurnedAway) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can act as another user";
   constexpr uid_t kNobody = 65534;
-  ASSERT_EQ(0u, Listen());
-  EXPECT_EQ("", ReceiveAs(kNobody, m_path, m_host.get()));
+  ASSERT_EQ(Listen(), 0u);
+  EXPECT_EQ(ReceiveAs(kNobody, path_, host_.get()), "");
   // Even when somebody opens the file and the folder.
-  ASSERT_EQ(0, chmod(m_path.c_str(), 0666));
-  ASSERT_EQ(0, chmod(m_folder.Path().c_str(), 0755));
-  EXPECT_EQ("! only the host's own user and root may connect\n",
-            ReceiveAs(kNobody, m_path, m_host.get()));
-  EXPECT_EQ("refused a console of another user", m_log.Texts().back());
-  EXPECT_EQ(kGreeting, ReceiveAs(0, m_path, m_host.get()));
+  ASSERT_EQ(chmod(path_.c_str(), 0666), 0);
+  ASSERT_EQ(chmod(folder_.Path().c_str(), 0755), 0);
+  EXPECT_EQ(ReceiveAs(kNobody, path_, host_.get()),
+            "! only the host's own user and root may connect\n");
+  EXPECT_EQ(log_.Texts().back(), "refused a console of another user");
+  EXPECT_EQ(ReceiveAs(0, path_, host_.get()), kGreeting);
 }
 
 TEST_F(HostConsoleSocket, NoDescriptorsLeft_TurnsAwayAndRecovers) {
-  ASSERT_EQ(0u, Listen());
-  ConsolePeer peer(m_path);
+  ASSERT_EQ(Listen(), 0u);
+  ConsolePeer peer(path_);
   rlimit before{};
   getrlimit(RLIMIT_NOFILE, &before);
   const int highest = dup(0);
@@ -165,6 +165,6 @@ TEST_F(HostConsoleSocket, NoDescriptorsLeft_TurnsAwayAndRecovers) {
   setrlimit(RLIMIT_NOFILE, &none);
   EXPECT_TRUE(UntilEnd(peer));
   setrlimit(RLIMIT_NOFILE, &before);
-  EXPECT_EQ("! the host has no descriptors left\n", peer.Received());
-  EXPECT_EQ("= hello\n. 0 success\n", Ask("run demo hello\n"));
+  EXPECT_EQ(peer.Received(), "! the host has no descriptors left\n");
+  EXPECT_EQ(Ask("run demo hello\n"), "= hello\n. 0 success\n");
 }

@@ -80,7 +80,7 @@ uint32_t PrintRows(void *obj, ...) {
   auto *object = static_cast<Object *>(obj);
   uint32_t counter = 0;
   const void *key = KST_DispGetLastCtx_(object->Disp(), &counter);
-  EXPECT_TRUE(key == nullptr || std::memcmp(key, "key", 3) == 0);
+  EXPECT_TRUE(!key || std::memcmp(key, "key", 3) == 0);
   if (counter == object->rows) {
     KST_DispPrintf_(object->Disp(), "total %u\n", counter);
     return 0;
@@ -94,8 +94,8 @@ uint32_t UnregisterMyself(void *obj, ...) {
   auto *object = static_cast<Object *>(obj);
   KST_DispPrintf_(object->Disp(), "going");
   KST_DispSaveCtx_(object->Disp(), "k", 1, "c", 1);
-  EXPECT_EQ(0u, KST_DispUnregObj(object->Disp(), "one"));
-  EXPECT_EQ(0u, KST_DispRegObj(object->Disp(), "one", object));
+  EXPECT_EQ(KST_DispUnregObj(object->Disp(), "one"), 0u);
+  EXPECT_EQ(KST_DispRegObj(object->Disp(), "one", object), 0u);
   return 0;
 }
 
@@ -120,8 +120,8 @@ uint32_t SaveEmptyAndFull(void *obj, ...) {
   const uint64_t disp = static_cast<Object *>(obj)->Disp();
   char counter[17] = "untouched.......";
   const void *key = KST_DispGetLastCtx_(disp, counter);
-  KST_DispPrintf_(disp, "%s %.16s", key != nullptr ? "key" : "first", counter);
-  if (key == nullptr) KST_DispSaveCtx_(disp, nullptr, 0, "0123456789abcdef", 16);
+  KST_DispPrintf_(disp, "%s %.16s", key ? "key" : "first", counter);
+  if (!key) KST_DispSaveCtx_(disp, nullptr, 0, "0123456789abcdef", 16);
   return 0;
 }
 
@@ -130,12 +130,12 @@ class HostDisp : public testing::Test {
   HostDisp() {
     KestrelParam param{};
     param.logSinks = KESTREL_SINK_NONE;
-    m_host.reset(KestrelNew(&param, nullptr, 0));
-    m_one.host = m_two.host = m_host.get();
-    KST_DispRegObj(Disp(), "one", &m_one);
+    host_.reset(KestrelNew(&param, nullptr, 0));
+    one_.host = two_.host = host_.get();
+    KST_DispRegObj(Disp(), "one", &one_);
   }
 
-  uint64_t Disp() const { return KestrelDisp(m_host.get()); }
+  uint64_t Disp() const { return KestrelDisp(host_.get()); }
 
   uint32_t Register(KST_DISP_FUNC handler, const char *command, const char *object = "one") {
     return KST_DispRegFunc_(Disp(), "Handler", handler, command, 128, object, 0);
@@ -146,18 +146,18 @@ class HostDisp : public testing::Test {
     Output output;
     output.maxTexts = maxTexts;
     const KestrelDispRequest request{line, object, maxPages, Output::OnText, &output};
-    output.result = KestrelDispRun(m_host.get(), &request);
+    output.result = KestrelDispRun(host_.get(), &request);
     return output;
   }
 
   void ExpectError(const Output &output, KestrelResult result, const char *reason) {
-    EXPECT_EQ(static_cast<uint32_t>(result), output.result);
-    EXPECT_EQ(std::vector<std::string>{reason}, output.errors);
-    EXPECT_EQ(0u, output.texts.size());
+    EXPECT_EQ(output.result, static_cast<uint32_t>(result));
+    EXPECT_EQ(output.errors, std::vector<std::string>{reason});
+    EXPECT_EQ(output.texts.size(), 0u);
   }
 
-  HostPtr m_host;
-  Object m_one{}, m_two{};
+  HostPtr host_;
+  Object one_{}, two_{};
 };
 
 using Texts = std::vector<std::string>;
@@ -165,16 +165,17 @@ using Texts = std::vector<std::string>;
 }  // namespace
 
 TEST_F(HostDisp, Parameters_ArriveByTheirTypes) {
-  ASSERT_EQ(0u, KST_DispRegFunc_(Disp(), "PrintAll", PrintAll, "disp all", 128, "one", 4, "pcUri",
-                                 "uniFirst", "pcName", "uniSecond"));
-  EXPECT_EQ(Texts{"a/b,4294967295,x y,0"}, Run("disp all a/b 4294967295 \"x y\" 0").texts);
+  ASSERT_EQ(KST_DispRegFunc_(Disp(), "PrintAll", PrintAll, "disp all", 128, "one", 4, "pcUri",
+                             "uniFirst", "pcName", "uniSecond"),
+            0u);
+  EXPECT_EQ(Run("disp all a/b 4294967295 \"x y\" 0").texts, Texts{"a/b,4294967295,x y,0"});
 }
 
 TEST_F(HostDisp, LongestCommand_IsTaken) {
   KST_DispRegFunc_(Disp(), "PrintText", PrintText, "disp", 128, "one", 1, "pcWhat");
   Register(PrintHello, "disp hello");
-  EXPECT_EQ(Texts{"hello"}, Run("disp hello").texts);
-  EXPECT_EQ(Texts{"<other>"}, Run("disp other").texts);
+  EXPECT_EQ(Run("disp hello").texts, Texts{"hello"});
+  EXPECT_EQ(Run("disp other").texts, Texts{"<other>"});
 }
 
 TEST_F(HostDisp, Errors_AreClear) {
@@ -190,18 +191,18 @@ TEST_F(HostDisp, Errors_AreClear) {
               "parameter uniStart must be a decimal number up to 4294967295, not \"-1\"");
   ExpectError(Run("disp from 4294967296"), KESTREL_BAD_NUMBER,
               "parameter uniStart must be a decimal number up to 4294967295, not \"4294967296\"");
-  EXPECT_EQ(Texts{"<5>"}, Run("disp from 5").texts);
+  EXPECT_EQ(Run("disp from 5").texts, Texts{"<5>"});
 }
 
 TEST_F(HostDisp, SeveralObjects_MustBeNamed) {
-  KST_DispRegObj(Disp(), "two", &m_two);
+  KST_DispRegObj(Disp(), "two", &two_);
   Register(PrintHello, "disp hello", "one");
   Register(PrintHello, "disp hello", "two");
   Register(PrintRows, "disp rows", "two");
   ExpectError(Run("disp hello"), KESTREL_AMBIGUOUS,
               "several objects have this command, name one of: one, two");
-  EXPECT_EQ(Texts{"hello"}, Run("disp hello", "two").texts);
-  EXPECT_EQ(Texts{"total 0\n"}, Run("disp rows").texts);
+  EXPECT_EQ(Run("disp hello", "two").texts, Texts{"hello"});
+  EXPECT_EQ(Run("disp rows").texts, Texts{"total 0\n"});
   ExpectError(Run("disp rows", "one"), KESTREL_UNKNOWN_COMMAND, "unknown command \"disp rows\"");
 }
 
@@ -216,115 +217,116 @@ TEST_F(HostDisp, HostileLines_AreRefused) {
               ("unknown object " + object).c_str());
   std::string manyWords;
   while (manyWords.size() < 4096) manyWords += "a ";
-  EXPECT_EQ(KESTREL_UNKNOWN_COMMAND, static_cast<int>(Run(manyWords.c_str()).result));
-  EXPECT_EQ(KESTREL_BAD_ARGUMENT, static_cast<int>(Run(nullptr).result));
-  EXPECT_EQ(Texts{"hello"}, Run("disp hello\r\n").texts);
+  EXPECT_EQ(static_cast<int>(Run(manyWords.c_str()).result), KESTREL_UNKNOWN_COMMAND);
+  EXPECT_EQ(static_cast<int>(Run(nullptr).result), KESTREL_BAD_ARGUMENT);
+  EXPECT_EQ(Run("disp hello\r\n").texts, Texts{"hello"});
 }
 
 TEST_F(HostDisp, LongestLine_IsTaken) {
   KST_DispRegFunc_(Disp(), "PrintText", PrintText, "disp", 128, "one", 1, "pcUri");
   const std::string uri(4096 - 5, 'u');
-  EXPECT_EQ(Texts{"<" + uri + ">"}, Run(("disp " + uri + "\r\n").c_str()).texts);
-  EXPECT_EQ(KESTREL_BAD_LINE, static_cast<int>(Run(("disp u" + uri).c_str()).result));
-  EXPECT_EQ(KESTREL_BAD_LINE, static_cast<int>(Run(("disp " + uri + "\rx").c_str()).result));
-  EXPECT_EQ(KESTREL_BAD_LINE, static_cast<int>(Run(("disp " + uri + "\r\nx").c_str()).result));
+  EXPECT_EQ(Run(("disp " + uri + "\r\n").c_str()).texts, Texts{"<" + uri + ">"});
+  EXPECT_EQ(static_cast<int>(Run(("disp u" + uri).c_str()).result), KESTREL_BAD_LINE);
+  EXPECT_EQ(static_cast<int>(Run(("disp " + uri + "\rx").c_str()).result), KESTREL_BAD_LINE);
+  EXPECT_EQ(static_cast<int>(Run(("disp " + uri + "\r\nx").c_str()).result), KESTREL_BAD_LINE);
 }
 
 TEST_F(HostDisp, Pages_FollowUntilNoContextIsSaved) {
   Register(PrintRows, "disp rows");
-  m_one.rows = 3;
+  one_.rows = 3;
   const Output output = Run("disp rows");
-  EXPECT_EQ(KESTREL_OK, static_cast<int>(output.result));
-  EXPECT_EQ((Texts{"row 0\n", "row 1\n", "row 2\n", "total 3\n"}), output.texts);
-  EXPECT_EQ((Texts{"row 0\n", "row 1\n", "row 2\n", "total 3\n"}), Run("disp rows").texts);
+  EXPECT_EQ(static_cast<int>(output.result), KESTREL_OK);
+  EXPECT_EQ(output.texts, (Texts{"row 0\n", "row 1\n", "row 2\n", "total 3\n"}));
+  EXPECT_EQ(Run("disp rows").texts, (Texts{"row 0\n", "row 1\n", "row 2\n", "total 3\n"}));
 }
 
 TEST_F(HostDisp, Pages_AreLimited) {
   Register(PrintRows, "disp rows");
-  m_one.rows = 3;
+  one_.rows = 3;
   const Output output = Run("disp rows", nullptr, 2);
-  EXPECT_EQ(KESTREL_MORE_PAGES, static_cast<int>(output.result));
-  EXPECT_EQ((Texts{"row 0\n", "row 1\n"}), output.texts);
-  EXPECT_EQ(Texts{"stopped after 2 pages, there are more"}, output.errors);
-  EXPECT_EQ(KESTREL_OK, static_cast<int>(Run("disp rows", nullptr, 4).result));
+  EXPECT_EQ(static_cast<int>(output.result), KESTREL_MORE_PAGES);
+  EXPECT_EQ(output.texts, (Texts{"row 0\n", "row 1\n"}));
+  EXPECT_EQ(output.errors, Texts{"stopped after 2 pages, there are more"});
+  EXPECT_EQ(static_cast<int>(Run("disp rows", nullptr, 4).result), KESTREL_OK);
 }
 
 TEST_F(HostDisp, Sink_StopsTheCommand) {
   Register(PrintRows, "disp rows");
-  m_one.rows = 1000;
+  one_.rows = 1000;
   const Output output = Run("disp rows", nullptr, 0, 2);
-  EXPECT_EQ(KESTREL_STOPPED, static_cast<int>(output.result));
-  EXPECT_EQ((Texts{"row 0\n", "row 1\n"}), output.texts);
-  EXPECT_EQ(0u, output.errors.size());
+  EXPECT_EQ(static_cast<int>(output.result), KESTREL_STOPPED);
+  EXPECT_EQ(output.texts, (Texts{"row 0\n", "row 1\n"}));
+  EXPECT_EQ(output.errors.size(), 0u);
 }
 
 TEST_F(HostDisp, EndlessHandler_StopsAtTheDefaultLimit) {
   Register(PrintRows, "disp rows");
-  m_one.rows = UINT32_MAX;
+  one_.rows = UINT32_MAX;
   const KestrelDispRequest request{"disp rows", nullptr, 0, nullptr, nullptr};
-  EXPECT_EQ(KESTREL_MORE_PAGES, static_cast<int>(KestrelDispRun(m_host.get(), &request)));
+  EXPECT_EQ(static_cast<int>(KestrelDispRun(host_.get(), &request)), KESTREL_MORE_PAGES);
 }
 
 TEST_F(HostDisp, HandlerUnregistersItsObject) {
   Register(UnregisterMyself, "disp going");
   const Output output = Run("disp going");
-  EXPECT_EQ(KESTREL_OK, static_cast<int>(output.result));
-  EXPECT_EQ(Texts{"going"}, output.texts);
-  EXPECT_EQ(KESTREL_UNKNOWN_COMMAND, static_cast<int>(Run("disp going").result));
+  EXPECT_EQ(static_cast<int>(output.result), KESTREL_OK);
+  EXPECT_EQ(output.texts, Texts{"going"});
+  EXPECT_EQ(static_cast<int>(Run("disp going").result), KESTREL_UNKNOWN_COMMAND);
 }
 
 TEST_F(HostDisp, CommandInsideACommand_IsRefused) {
   Register(PrintHello, "disp hello");
   Register(RunInside, "disp inside");
-  EXPECT_EQ(Texts{"still here"}, Run("disp inside").texts);
-  EXPECT_EQ(KESTREL_BUSY, static_cast<int>(m_one.innerResult));
+  EXPECT_EQ(Run("disp inside").texts, Texts{"still here"});
+  EXPECT_EQ(static_cast<int>(one_.innerResult), KESTREL_BUSY);
 }
 
 TEST_F(HostDisp, Context_HasLimits) {
   Register(SaveTooMuch, "disp much");
   Register(SaveEmptyAndFull, "disp edge");
-  EXPECT_EQ(Texts{"once"}, Run("disp much").texts);
-  EXPECT_EQ((Texts{"first untouched.......", "key 0123456789abcdef"}), Run("disp edge").texts);
+  EXPECT_EQ(Run("disp much").texts, Texts{"once"});
+  EXPECT_EQ(Run("disp edge").texts, (Texts{"first untouched.......", "key 0123456789abcdef"}));
 }
 
 TEST_F(HostDisp, OutsideACommand_NothingHappens) {
   char counter[4] = "abc";
   KST_DispPrintf_(Disp(), "lost");
   KST_DispSaveCtx_(Disp(), "k", 1, "c", 1);
-  EXPECT_EQ(nullptr, KST_DispGetLastCtx_(Disp(), counter));
-  EXPECT_STREQ("abc", counter);
+  EXPECT_EQ(KST_DispGetLastCtx_(Disp(), counter), nullptr);
+  EXPECT_STREQ(counter, "abc");
   KST_DispPrintf_(0, "lost");
   KST_DispSaveCtx_(0, "k", 1, "c", 1);
-  EXPECT_EQ(nullptr, KST_DispGetLastCtx_(0, counter));
+  EXPECT_EQ(KST_DispGetLastCtx_(0, counter), nullptr);
 }
 
 TEST_F(HostDisp, LongText_ArrivesWhole) {
   Register(PrintMegabyte, "disp big");
   const Output output = Run("disp big");
-  ASSERT_EQ(1u, output.texts.size());
+  ASSERT_EQ(output.texts.size(), 1u);
   EXPECT_TRUE(output.texts[0] == std::string(1 << 20, 'x'));
 }
 
 TEST_F(HostDisp, Registration_RefusesWhatIsUnsound) {
-  EXPECT_NE(0u, KST_DispRegObj(Disp(), "one", &m_two));
-  EXPECT_NE(0u, KST_DispRegObj(0, "three", &m_two));
-  EXPECT_NE(0u, KST_DispUnregObj(Disp(), "nobody"));
-  EXPECT_NE(0u, Register(PrintHello, "disp hello", "nobody"));
-  EXPECT_NE(0u, Register(nullptr, "disp hello"));
+  EXPECT_NE(KST_DispRegObj(Disp(), "one", &two_), 0u);
+  EXPECT_NE(KST_DispRegObj(0, "three", &two_), 0u);
+  EXPECT_NE(KST_DispUnregObj(Disp(), "nobody"), 0u);
+  EXPECT_NE(Register(PrintHello, "disp hello", "nobody"), 0u);
+  EXPECT_NE(Register(nullptr, "disp hello"), 0u);
   for (const char *command : {"", " disp", "disp ", "disp  hello", "disp\nhello", "disp \"x\""}) {
-    EXPECT_NE(0u, Register(PrintHello, command)) << command;
+    EXPECT_NE(Register(PrintHello, command), 0u) << command;
   }
-  EXPECT_EQ(0u, Register(PrintHello, "disp hello"));
-  EXPECT_NE(0u, Register(PrintHello, "disp hello"));
-  EXPECT_NE(0u, KST_DispRegFunc_(Disp(), "H", PrintText, "a", 0, "one", 1, "uri"));
-  EXPECT_NE(0u, KST_DispRegFunc_(Disp(), "H", PrintText, "a", 0, "one", 1, ""));
-  EXPECT_NE(0u, KST_DispRegFunc_(Disp(), "H", PrintText, "a", 0, "one", 5, "pcA", "pcB", "pcC",
-                                 "pcD", "pcE"));
-  EXPECT_NE(0u, KST_DispRegFunc_(0, "H", PrintText, "a", 0, "one", 0));
+  EXPECT_EQ(Register(PrintHello, "disp hello"), 0u);
+  EXPECT_NE(Register(PrintHello, "disp hello"), 0u);
+  EXPECT_NE(KST_DispRegFunc_(Disp(), "H", PrintText, "a", 0, "one", 1, "uri"), 0u);
+  EXPECT_NE(KST_DispRegFunc_(Disp(), "H", PrintText, "a", 0, "one", 1, ""), 0u);
+  EXPECT_NE(
+      KST_DispRegFunc_(Disp(), "H", PrintText, "a", 0, "one", 5, "pcA", "pcB", "pcC", "pcD", "pcE"),
+      0u);
+  EXPECT_NE(KST_DispRegFunc_(0, "H", PrintText, "a", 0, "one", 0), 0u);
 }
 
 TEST_F(HostDisp, Listings_AreInOrder) {
-  KST_DispRegObj(Disp(), "abc", &m_two);
+  KST_DispRegObj(Disp(), "abc", &two_);
   Register(PrintRows, "disp rows");
   KST_DispRegFunc_(Disp(), "PrintText", PrintText, "disp uri", 128, "one", 2, "pcUri", "uniStart");
   Register(PrintHello, "disp hello", "abc");
@@ -334,8 +336,8 @@ TEST_F(HostDisp, Listings_AreInOrder) {
     static_cast<Texts *>(list)->push_back(object);
     return 0u;
   };
-  KestrelDispObjects(m_host.get(), addObject, &found);
-  EXPECT_EQ((Texts{"abc", "one"}), found);
+  KestrelDispObjects(host_.get(), addObject, &found);
+  EXPECT_EQ(found, (Texts{"abc", "one"}));
 
   const auto addCommand = [](void *list, const KestrelDispCommand *command) {
     std::string line = std::string(command->object) + ":" + command->command + ":" +
@@ -347,18 +349,17 @@ TEST_F(HostDisp, Listings_AreInOrder) {
     return 0u;
   };
   found.clear();
-  KestrelDispCommands(m_host.get(), nullptr, nullptr, addCommand, &found);
-  EXPECT_EQ((Texts{"abc:disp hello:Handler:128", "one:disp rows:Handler:128",
-                   "one:disp uri:PrintText:128:pcUri:uniStart"}),
-            found);
+  KestrelDispCommands(host_.get(), nullptr, nullptr, addCommand, &found);
+  EXPECT_EQ(found, (Texts{"abc:disp hello:Handler:128", "one:disp rows:Handler:128",
+                          "one:disp uri:PrintText:128:pcUri:uniStart"}));
   found.clear();
-  KestrelDispCommands(m_host.get(), "one", "disp r", addCommand, &found);
-  EXPECT_EQ(Texts{"one:disp rows:Handler:128"}, found);
+  KestrelDispCommands(host_.get(), "one", "disp r", addCommand, &found);
+  EXPECT_EQ(found, Texts{"one:disp rows:Handler:128"});
   found.clear();
   const auto stopAtFirst = [](void *list, const KestrelDispCommand *command) {
     static_cast<Texts *>(list)->push_back(command->command);
     return 1u;
   };
-  KestrelDispCommands(m_host.get(), nullptr, "", stopAtFirst, &found);
-  EXPECT_EQ(Texts{"disp hello"}, found);
+  KestrelDispCommands(host_.get(), nullptr, "", stopAtFirst, &found);
+  EXPECT_EQ(found, Texts{"disp hello"});
 }

@@ -26,41 +26,41 @@ std::string ReasonFor(std::string_view line) {
 }  // namespace
 
 TEST(HostDispLine, SplitsAtBlanksAndTabs) {
-  EXPECT_EQ((Words{"disp", "server", "listen"}), Split("  disp\tserver   listen "));
-  EXPECT_EQ(Words{}, Split(""));
-  EXPECT_EQ(Words{}, Split(" \t "));
+  EXPECT_EQ(Split("  disp\tserver   listen "), (Words{"disp", "server", "listen"}));
+  EXPECT_EQ(Split(""), Words{});
+  EXPECT_EQ(Split(" \t "), Words{});
 }
 
 TEST(HostDispLine, LineEnd_IsIgnored) {
-  EXPECT_EQ(Words{"a"}, Split("a\n"));
-  EXPECT_EQ(Words{"a"}, Split("a\r\n"));
-  EXPECT_EQ(Words{"a"}, Split("a\r"));
+  EXPECT_EQ(Split("a\n"), Words{"a"});
+  EXPECT_EQ(Split("a\r\n"), Words{"a"});
+  EXPECT_EQ(Split("a\r"), Words{"a"});
 }
 
 TEST(HostDispLine, Quotes_KeepBlanksTogether) {
-  EXPECT_EQ((Words{"a", "b c", ""}), Split("a \"b c\" \"\""));
-  EXPECT_EQ((Words{"a\"b"}), Split("a\"b"));
-  EXPECT_EQ("a double quote is not closed", ReasonFor("a \"b c"));
-  EXPECT_EQ("a double quote is not closed", ReasonFor("\""));
+  EXPECT_EQ(Split("a \"b c\" \"\""), (Words{"a", "b c", ""}));
+  EXPECT_EQ(Split("a\"b"), (Words{"a\"b"}));
+  EXPECT_EQ(ReasonFor("a \"b c"), "a double quote is not closed");
+  EXPECT_EQ(ReasonFor("\""), "a double quote is not closed");
 }
 
 TEST(HostDispLine, ControlCharacters_AreRefused) {
-  EXPECT_EQ("the command line has control characters", ReasonFor("a\nb"));
-  EXPECT_EQ("the command line has control characters", ReasonFor("a \x1b[2J"));
-  EXPECT_EQ("the command line has control characters", ReasonFor("a\x7f"));
-  EXPECT_EQ("the command line has control characters", ReasonFor(std::string_view("a\0b", 3)));
+  EXPECT_EQ(ReasonFor("a\nb"), "the command line has control characters");
+  EXPECT_EQ(ReasonFor("a \x1b[2J"), "the command line has control characters");
+  EXPECT_EQ(ReasonFor("a\x7f"), "the command line has control characters");
+  EXPECT_EQ(ReasonFor(std::string_view("a\0b", 3)), "the command line has control characters");
 }
 
 TEST(HostDispLine, Length_IsLimited) {
-  EXPECT_EQ(1u, Split(std::string(4096, 'x') + "\r\n").size());
-  EXPECT_EQ("the command line is longer than 4096 bytes", ReasonFor(std::string(4097, 'x')));
-  EXPECT_EQ("the command line is longer than 4096 bytes", ReasonFor(std::string(1 << 20, ' ')));
+  EXPECT_EQ(Split(std::string(4096, 'x') + "\r\n").size(), 1u);
+  EXPECT_EQ(ReasonFor(std::string(4097, 'x')), "the command line is longer than 4096 bytes");
+  EXPECT_EQ(ReasonFor(std::string(1 << 20, ' ')), "the command line is longer than 4096 bytes");
 }
 
 TEST(HostDispLine, Numbers) {
-  EXPECT_EQ(0u, kestrel::ParseDispNumber("0"));
-  EXPECT_EQ(4294967295u, kestrel::ParseDispNumber("4294967295"));
-  EXPECT_EQ(7u, kestrel::ParseDispNumber("007"));
+  EXPECT_EQ(kestrel::ParseDispNumber("0"), 0u);
+  EXPECT_EQ(kestrel::ParseDispNumber("4294967295"), 4294967295u);
+  EXPECT_EQ(kestrel::ParseDispNumber("007"), 7u);
   for (const char *bad :
        {"", "4294967296", "-1", "+1", " 1", "1 ", "0x10", "1a", "99999999999999"}) {
     EXPECT_FALSE(kestrel::ParseDispNumber(bad).has_value()) << bad;
@@ -68,7 +68,8 @@ TEST(HostDispLine, Numbers) {
 }
 
 TEST(HostDispLine, QuotedForReply_IsShortAndHarmless) {
-  EXPECT_EQ("\"a?b\"", kestrel::QuoteForReply("a\x1b"
-                                              "b"));
-  EXPECT_EQ("\"" + std::string(64, 'x') + "...\"", kestrel::QuoteForReply(std::string(65, 'x')));
+  EXPECT_EQ(kestrel::QuoteForReply("a\x1b"
+                                   "b"),
+            "\"a?b\"");
+  EXPECT_EQ(kestrel::QuoteForReply(std::string(65, 'x')), "\"" + std::string(64, 'x') + "...\"");
 }

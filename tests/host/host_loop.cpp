@@ -41,7 +41,7 @@ TEST(HostLoop, Timer_TicksAgainAndAgainNeverEarly) {
   uint32_t ticks = 0;
   const uint64_t startNs = uv_hrtime();
   const uint64_t id = KST_TmrStartLoop(KestrelTmr(host.get()), CountTick, 5, &ticks);
-  EXPECT_NE(0u, id);
+  EXPECT_NE(id, 0u);
   EXPECT_TRUE(TurnUntil(host.get(), [&] { return ticks >= 3; }));
   EXPECT_GE(uv_hrtime() - startNs, 15'000'000u);
 
@@ -50,15 +50,15 @@ TEST(HostLoop, Timer_TicksAgainAndAgainNeverEarly) {
   uint32_t others = 0;
   KST_TmrStartLoop(KestrelTmr(host.get()), CountTick, 5, &others);
   EXPECT_TRUE(TurnUntil(host.get(), [&] { return others >= 3; }));
-  EXPECT_EQ(ticksAtStop, ticks);
+  EXPECT_EQ(ticks, ticksAtStop);
 }
 
 TEST(HostLoop, Timer_WithoutTickPeriodOrServiceIsRefused) {
   const HostPtr host = QuietHost();
   uint32_t ticks = 0;
-  EXPECT_EQ(0u, KST_TmrStartLoop(KestrelTmr(host.get()), nullptr, 5, &ticks));
-  EXPECT_EQ(0u, KST_TmrStartLoop(KestrelTmr(host.get()), CountTick, 0, &ticks));
-  EXPECT_EQ(0u, KST_TmrStartLoop(0, CountTick, 5, &ticks));
+  EXPECT_EQ(KST_TmrStartLoop(KestrelTmr(host.get()), nullptr, 5, &ticks), 0u);
+  EXPECT_EQ(KST_TmrStartLoop(KestrelTmr(host.get()), CountTick, 0, &ticks), 0u);
+  EXPECT_EQ(KST_TmrStartLoop(0, CountTick, 5, &ticks), 0u);
   KST_TmrStop(0, 1);
 }
 
@@ -66,34 +66,34 @@ TEST(HostLoop, Turn_DoesNotWait) {
   const HostPtr host = QuietHost();
   uint32_t ticks = 0;
   KST_TmrStartLoop(KestrelTmr(host.get()), CountTick, 3600000, &ticks);
-  EXPECT_EQ(KESTREL_OK, KestrelTurn(host.get()));
-  EXPECT_EQ(0u, ticks);
+  EXPECT_EQ(KestrelTurn(host.get()), KESTREL_OK);
+  EXPECT_EQ(ticks, 0u);
   EXPECT_GT(KestrelPollTimeoutMs(host.get()), 3500000);
 }
 
 TEST(HostLoop, PollTimeout_WithoutTimersIsEndless) {
   const HostPtr host = QuietHost();
   KestrelTurn(host.get());
-  EXPECT_EQ(-1, KestrelPollTimeoutMs(host.get()));
+  EXPECT_EQ(KestrelPollTimeoutMs(host.get()), -1);
 }
 
 TEST(HostLoop, Run_EndsByStopInATick) {
   const HostPtr host = QuietHost();
   KST_TmrStartLoop(KestrelTmr(host.get()), StopHost, 1, host.get());
-  EXPECT_EQ(KESTREL_OK, KestrelRun(host.get()));
-  EXPECT_EQ(KESTREL_OK, KestrelRun(host.get()));
+  EXPECT_EQ(KestrelRun(host.get()), KESTREL_OK);
+  EXPECT_EQ(KestrelRun(host.get()), KESTREL_OK);
 }
 
 TEST(HostLoop, Run_EndsByStopBeforeIt) {
   const HostPtr host = QuietHost();
-  EXPECT_EQ(KESTREL_OK, KestrelStop(host.get()));
-  EXPECT_EQ(KESTREL_OK, KestrelRun(host.get()));
+  EXPECT_EQ(KestrelStop(host.get()), KESTREL_OK);
+  EXPECT_EQ(KestrelRun(host.get()), KESTREL_OK);
 }
 
 TEST(HostLoop, Run_EndsByStopFromAnotherThread) {
   const HostPtr host = QuietHost();
   std::thread stopper([&] { KestrelStop(host.get()); });
-  EXPECT_EQ(KESTREL_OK, KestrelRun(host.get()));
+  EXPECT_EQ(KestrelRun(host.get()), KESTREL_OK);
   stopper.join();
 }
 
@@ -104,7 +104,7 @@ TEST(HostLoop, Run_EndsByStopInASignalHandler) {
   KST_TmrStartLoop(
       KestrelTmr(host.get()), [](void *) { return static_cast<uint32_t>(raise(SIGUSR1)); }, 1,
       nullptr);
-  EXPECT_EQ(KESTREL_OK, KestrelRun(host.get()));
+  EXPECT_EQ(KestrelRun(host.get()), KESTREL_OK);
   std::signal(SIGUSR1, before);
   g_hostOfSignal = nullptr;
 }
@@ -124,9 +124,9 @@ TEST(HostLoop, RunAndTurn_InsideATickAreRefused) {
   const HostPtr host = QuietHost();
   Inner inner{host.get()};
   KST_TmrStartLoop(KestrelTmr(host.get()), Inner::OnTick, 1, &inner);
-  EXPECT_EQ(KESTREL_OK, KestrelRun(host.get()));
-  EXPECT_EQ(KESTREL_BUSY, static_cast<int>(inner.run));
-  EXPECT_EQ(KESTREL_BUSY, static_cast<int>(inner.turn));
+  EXPECT_EQ(KestrelRun(host.get()), KESTREL_OK);
+  EXPECT_EQ(static_cast<int>(inner.run), KESTREL_BUSY);
+  EXPECT_EQ(static_cast<int>(inner.turn), KESTREL_BUSY);
 }
 
 TEST(HostLoop, TwoHosts_HaveLoopsOfTheirOwn) {
@@ -136,34 +136,34 @@ TEST(HostLoop, TwoHosts_HaveLoopsOfTheirOwn) {
   KST_TmrStartLoop(KestrelTmr(a.get()), CountTick, 1, &ticksA);
   KST_TmrStartLoop(KestrelTmr(b.get()), CountTick, 1, &ticksB);
   EXPECT_TRUE(TurnUntil(a.get(), [&] { return ticksA >= 2; }));
-  EXPECT_EQ(0u, ticksB);
+  EXPECT_EQ(ticksB, 0u);
 }
 
 class HostForeignLoop : public testing::Test {
  protected:
   void SetUp() override {
-    ASSERT_EQ(0, uv_loop_init(&m_loop));
-    m_host = QuietHost(&m_loop);
-    ASSERT_NE(nullptr, m_host);
+    ASSERT_EQ(uv_loop_init(&loop_), 0);
+    host_ = QuietHost(&loop_);
+    ASSERT_NE(host_, nullptr);
   }
   void TearDown() override {
-    m_host.reset();
-    uv_run(&m_loop, UV_RUN_DEFAULT);
-    EXPECT_EQ(0, uv_loop_close(&m_loop));
+    host_.reset();
+    uv_run(&loop_, UV_RUN_DEFAULT);
+    EXPECT_EQ(uv_loop_close(&loop_), 0);
   }
 
-  uv_loop_t m_loop;
-  HostPtr m_host;
+  uv_loop_t loop_;
+  HostPtr host_;
 };
 
 TEST_F(HostForeignLoop, IsNeverRunByTheHost) {
-  EXPECT_EQ(KESTREL_FOREIGN_LOOP, static_cast<int>(KestrelRun(m_host.get())));
-  EXPECT_EQ(KESTREL_FOREIGN_LOOP, static_cast<int>(KestrelTurn(m_host.get())));
-  EXPECT_EQ(KESTREL_FOREIGN_LOOP, static_cast<int>(KestrelStop(m_host.get())));
+  EXPECT_EQ(static_cast<int>(KestrelRun(host_.get())), KESTREL_FOREIGN_LOOP);
+  EXPECT_EQ(static_cast<int>(KestrelTurn(host_.get())), KESTREL_FOREIGN_LOOP);
+  EXPECT_EQ(static_cast<int>(KestrelStop(host_.get())), KESTREL_FOREIGN_LOOP);
 }
 
 TEST_F(HostForeignLoop, IsNotKeptAliveByAnIdleHost) {
-  EXPECT_EQ(0, uv_run(&m_loop, UV_RUN_DEFAULT));
+  EXPECT_EQ(uv_run(&loop_, UV_RUN_DEFAULT), 0);
 }
 
 TEST_F(HostForeignLoop, RunsTheHostsTimers) {
@@ -177,36 +177,36 @@ TEST_F(HostForeignLoop, RunsTheHostsTimers) {
       return 0;
     }
   };
-  Self self{KestrelTmr(m_host.get())};
+  Self self{KestrelTmr(host_.get())};
   self.id = KST_TmrStartLoop(self.tmr, Self::OnTick, 2, &self);
-  uv_run(&m_loop, UV_RUN_DEFAULT);
-  EXPECT_EQ(3u, self.ticks);
+  uv_run(&loop_, UV_RUN_DEFAULT);
+  EXPECT_EQ(self.ticks, 3u);
 }
 
 TEST_F(HostForeignLoop, StaysUsableAfterTheHostIsDeleted) {
   uint32_t ticks = 0;
-  KST_TmrStartLoop(KestrelTmr(m_host.get()), CountTick, 1, &ticks);
-  m_host.reset();
+  KST_TmrStartLoop(KestrelTmr(host_.get()), CountTick, 1, &ticks);
+  host_.reset();
 
   bool fired = false;
   uv_timer_t timer;
-  uv_timer_init(&m_loop, &timer);
+  uv_timer_init(&loop_, &timer);
   timer.data = &fired;
   uv_timer_start(
       &timer, [](uv_timer_t *self) { *static_cast<bool *>(self->data) = true; }, 5, 0);
-  uv_run(&m_loop, UV_RUN_DEFAULT);
+  uv_run(&loop_, UV_RUN_DEFAULT);
   EXPECT_TRUE(fired);
-  EXPECT_EQ(0u, ticks);
+  EXPECT_EQ(ticks, 0u);
   uv_close(reinterpret_cast<uv_handle_t *>(&timer), nullptr);
-  uv_run(&m_loop, UV_RUN_DEFAULT);
+  uv_run(&loop_, UV_RUN_DEFAULT);
 }
 
 TEST_F(HostForeignLoop, HostDeletedInACallbackOfTheApplication) {
   uv_timer_t timer;
-  uv_timer_init(&m_loop, &timer);
-  timer.data = &m_host;
+  uv_timer_init(&loop_, &timer);
+  timer.data = &host_;
   uint32_t ticks = 0;
-  KST_TmrStartLoop(KestrelTmr(m_host.get()), CountTick, 1000, &ticks);
+  KST_TmrStartLoop(KestrelTmr(host_.get()), CountTick, 1000, &ticks);
   uv_timer_start(
       &timer,
       [](uv_timer_t *self) {
@@ -214,6 +214,6 @@ TEST_F(HostForeignLoop, HostDeletedInACallbackOfTheApplication) {
         uv_close(reinterpret_cast<uv_handle_t *>(self), nullptr);
       },
       1, 0);
-  EXPECT_EQ(0, uv_run(&m_loop, UV_RUN_DEFAULT));
-  EXPECT_EQ(0u, ticks);
+  EXPECT_EQ(uv_run(&loop_, UV_RUN_DEFAULT), 0);
+  EXPECT_EQ(ticks, 0u);
 }

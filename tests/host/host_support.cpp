@@ -18,13 +18,13 @@ KestrelParam LogLines::Param() {
 }
 
 void LogLines::OnRecord(void *self, const KestrelLogRecord *record) {
-  static_cast<LogLines *>(self)->m_lines.push_back(
+  static_cast<LogLines *>(self)->lines_.push_back(
       {record->channel, record->level, record->module, record->line, record->func, record->text});
 }
 
 std::vector<std::string> LogLines::Texts() const {
   std::vector<std::string> texts;
-  for (const LogLine &line : m_lines) texts.push_back(line.text);
+  for (const LogLine &line : lines_) texts.push_back(line.text);
   return texts;
 }
 

@@ -35,11 +35,11 @@ class LogLines {
 
   static void OnRecord(void *self, const KestrelLogRecord *record);
 
-  const std::vector<LogLine> &All() const { return m_lines; }
+  const std::vector<LogLine> &All() const { return lines_; }
   std::vector<std::string> Texts() const;
 
  private:
-  std::vector<LogLine> m_lines;
+  std::vector<LogLine> lines_;
 };
 
 // TurnUntil runs the host's loop, waiting in between, until `isDone`; it gives up

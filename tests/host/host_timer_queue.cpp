@@ -32,11 +32,11 @@ TEST(HostTimerQueue, FirstTickComesOnePeriodAfterStart) {
   Ticks ticks;
   queue.Start(1000, Ticks::OnTick, 100, &ticks);
   queue.RunDue(1099);
-  EXPECT_EQ(0u, ticks.count);
-  EXPECT_EQ(1100u, queue.NextDueMs());
+  EXPECT_EQ(ticks.count, 0u);
+  EXPECT_EQ(queue.NextDueMs(), 1100u);
   queue.RunDue(1100);
-  EXPECT_EQ(1u, ticks.count);
-  EXPECT_EQ(1200u, queue.NextDueMs());
+  EXPECT_EQ(ticks.count, 1u);
+  EXPECT_EQ(queue.NextDueMs(), 1200u);
 }
 
 TEST(HostTimerQueue, LateTick_DoesNotShiftTheNext) {
@@ -44,10 +44,10 @@ TEST(HostTimerQueue, LateTick_DoesNotShiftTheNext) {
   Ticks ticks;
   queue.Start(1000, Ticks::OnTick, 100, &ticks);
   queue.RunDue(1130);
-  EXPECT_EQ(1200u, queue.NextDueMs());
+  EXPECT_EQ(queue.NextDueMs(), 1200u);
   queue.RunDue(1299);
-  EXPECT_EQ(1300u, queue.NextDueMs());
-  EXPECT_EQ(2u, ticks.count);
+  EXPECT_EQ(queue.NextDueMs(), 1300u);
+  EXPECT_EQ(ticks.count, 2u);
 }
 
 TEST(HostTimerQueue, MissedTicks_AreNotMadeUpFor) {
@@ -56,17 +56,17 @@ TEST(HostTimerQueue, MissedTicks_AreNotMadeUpFor) {
   queue.Start(1000, Ticks::OnTick, 100, &ticks);
   queue.RunDue(1750);
   queue.RunDue(1750);
-  EXPECT_EQ(1u, ticks.count);
-  EXPECT_EQ(1800u, queue.NextDueMs());
+  EXPECT_EQ(ticks.count, 1u);
+  EXPECT_EQ(queue.NextDueMs(), 1800u);
 }
 
 TEST(HostTimerQueue, LongestPeriod_DoesNotOverflow) {
   TimerQueue queue;
   Ticks ticks;
   queue.Start(1000, Ticks::OnTick, 4294967295u, &ticks);
-  EXPECT_EQ(4294968295u, queue.NextDueMs());
+  EXPECT_EQ(queue.NextDueMs(), 4294968295u);
   queue.RunDue(4294968295u);
-  EXPECT_EQ(8589935590u, queue.NextDueMs());
+  EXPECT_EQ(queue.NextDueMs(), 8589935590u);
 }
 
 TEST(HostTimerQueue, Ticks_RunInDueOrderThenStartOrder) {
@@ -78,7 +78,7 @@ TEST(HostTimerQueue, Ticks_RunInDueOrderThenStartOrder) {
   queue.Start(0, Ticks::OnTick, 10, &c);
   queue.RunDue(10);
   queue.RunDue(20);
-  EXPECT_EQ("cabc", order);
+  EXPECT_EQ(order, "cabc");
 }
 
 TEST(HostTimerQueue, TickStopsItself) {
@@ -88,7 +88,7 @@ TEST(HostTimerQueue, TickStopsItself) {
   ticks.act = [&] { queue.Stop(id); };
   queue.RunDue(10);
   queue.RunDue(20);
-  EXPECT_EQ(1u, ticks.count);
+  EXPECT_EQ(ticks.count, 1u);
   EXPECT_FALSE(queue.NextDueMs().has_value());
 }
 
@@ -99,8 +99,8 @@ TEST(HostTimerQueue, TickStopsAnotherThatIsDueToo) {
   const uint64_t id = queue.Start(0, Ticks::OnTick, 10, &second);
   first.act = [&] { queue.Stop(id); };
   queue.RunDue(10);
-  EXPECT_EQ(1u, first.count);
-  EXPECT_EQ(0u, second.count);
+  EXPECT_EQ(first.count, 1u);
+  EXPECT_EQ(second.count, 0u);
 }
 
 TEST(HostTimerQueue, TickStartsAnother_WhichWaitsItsPeriod) {
@@ -109,10 +109,10 @@ TEST(HostTimerQueue, TickStartsAnother_WhichWaitsItsPeriod) {
   first.act = [&] { queue.Start(10, Ticks::OnTick, 1, &second); };
   const uint64_t id = queue.Start(0, Ticks::OnTick, 10, &first);
   queue.RunDue(10);
-  EXPECT_EQ(0u, second.count);
+  EXPECT_EQ(second.count, 0u);
   queue.Stop(id);
   queue.RunDue(11);
-  EXPECT_EQ(1u, second.count);
+  EXPECT_EQ(second.count, 1u);
 }
 
 TEST(HostTimerQueue, TickRestartsItself_UnderANewId) {
@@ -125,8 +125,8 @@ TEST(HostTimerQueue, TickRestartsItself_UnderANewId) {
     id = queue.Start(10, Ticks::OnTick, 10, &ticks);
   };
   queue.RunDue(10);
-  EXPECT_NE(firstId, id);
-  EXPECT_EQ(20u, queue.NextDueMs());
+  EXPECT_NE(id, firstId);
+  EXPECT_EQ(queue.NextDueMs(), 20u);
 }
 
 TEST(HostTimerQueue, IdsAreNeverZeroNorUsedAgain) {
@@ -135,7 +135,7 @@ TEST(HostTimerQueue, IdsAreNeverZeroNorUsedAgain) {
   std::set<uint64_t> ids;
   for (int i = 0; i < 1000; ++i) {
     const uint64_t id = queue.Start(0, Ticks::OnTick, 10, &ticks);
-    EXPECT_NE(0u, id);
+    EXPECT_NE(id, 0u);
     EXPECT_TRUE(ids.insert(id).second);
     queue.Stop(id);
     queue.Stop(id);

@@ -19,15 +19,15 @@ namespace {
 
 // Pipe is a pipe that is closed with the test.
 struct Pipe {
-  Pipe() { EXPECT_EQ(0, pipe2(ends, O_NONBLOCK | O_CLOEXEC)); }
+  Pipe() { EXPECT_EQ(pipe2(ends, O_NONBLOCK | O_CLOEXEC), 0); }
   ~Pipe() {
     close(ends[0]);
     close(ends[1]);
   }
-  void Write() const { EXPECT_EQ(1, write(ends[1], "x", 1)); }
+  void Write() const { EXPECT_EQ(write(ends[1], "x", 1), 1); }
   void Read() const {
     char byte;
-    EXPECT_EQ(1, read(ends[0], &byte, 1));
+    EXPECT_EQ(read(ends[0], &byte, 1), 1);
   }
   int ReadEnd() const { return ends[0]; }
 
@@ -51,15 +51,15 @@ class HostWatch : public testing::Test {
   HostWatch() {
     KestrelParam param{};
     param.logSinks = KESTREL_SINK_NONE;
-    m_host.reset(KestrelNew(&param, nullptr, 0));
+    host_.reset(KestrelNew(&param, nullptr, 0));
   }
   uint32_t Watch(int fd, Watcher &watcher) {
-    return KestrelWatch(m_host.get(), fd, Watcher::OnReady, &watcher);
+    return KestrelWatch(host_.get(), fd, Watcher::OnReady, &watcher);
   }
-  uint32_t Unwatch(int fd) { return KestrelUnwatch(m_host.get(), fd); }
-  void Turn() { EXPECT_EQ(KESTREL_OK, static_cast<int>(KestrelTurn(m_host.get()))); }
+  uint32_t Unwatch(int fd) { return KestrelUnwatch(host_.get(), fd); }
+  void Turn() { EXPECT_EQ(static_cast<int>(KestrelTurn(host_.get())), KESTREL_OK); }
 
-  HostPtr m_host;
+  HostPtr host_;
 };
 
 }  // namespace
@@ -67,38 +67,37 @@ class HostWatch : public testing::Test {
 TEST_F(HostWatch, Readable_CallsUntilItIsRead) {
   const Pipe pipe;
   Watcher watcher;
-  ASSERT_EQ(KESTREL_OK, static_cast<int>(Watch(pipe.ReadEnd(), watcher)));
+  ASSERT_EQ(static_cast<int>(Watch(pipe.ReadEnd(), watcher)), KESTREL_OK);
   Turn();
-  EXPECT_EQ(0u, watcher.calls);
+  EXPECT_EQ(watcher.calls, 0u);
   pipe.Write();
   Turn();
   Turn();
-  EXPECT_EQ(2u, watcher.calls);
+  EXPECT_EQ(watcher.calls, 2u);
   pipe.Read();
   Turn();
-  EXPECT_EQ(2u, watcher.calls);
+  EXPECT_EQ(watcher.calls, 2u);
 }
 
 TEST_F(HostWatch, SecondWatch_IsRefused) {
   const Pipe pipe;
   Watcher watcher;
-  EXPECT_EQ(KESTREL_OK, static_cast<int>(Watch(pipe.ReadEnd(), watcher)));
-  EXPECT_EQ(KESTREL_EXISTS, static_cast<int>(Watch(pipe.ReadEnd(), watcher)));
-  EXPECT_EQ(KESTREL_OK, static_cast<int>(Unwatch(pipe.ReadEnd())));
-  EXPECT_EQ(KESTREL_NOT_FOUND, static_cast<int>(Unwatch(pipe.ReadEnd())));
-  EXPECT_EQ(KESTREL_OK, static_cast<int>(Watch(pipe.ReadEnd(), watcher)));
+  EXPECT_EQ(static_cast<int>(Watch(pipe.ReadEnd(), watcher)), KESTREL_OK);
+  EXPECT_EQ(static_cast<int>(Watch(pipe.ReadEnd(), watcher)), KESTREL_EXISTS);
+  EXPECT_EQ(static_cast<int>(Unwatch(pipe.ReadEnd())), KESTREL_OK);
+  EXPECT_EQ(static_cast<int>(Unwatch(pipe.ReadEnd())), KESTREL_NOT_FOUND);
+  EXPECT_EQ(static_cast<int>(Watch(pipe.ReadEnd(), watcher)), KESTREL_OK);
 }
 
 TEST_F(HostWatch, WhatCannotBePolled_IsRefused) {
   Watcher watcher;
-  EXPECT_EQ(KESTREL_BAD_ARGUMENT, static_cast<int>(Watch(-1, watcher)));
-  EXPECT_EQ(KESTREL_BAD_ARGUMENT,
-            static_cast<int>(KestrelWatch(m_host.get(), 0, nullptr, nullptr)));
+  EXPECT_EQ(static_cast<int>(Watch(-1, watcher)), KESTREL_BAD_ARGUMENT);
+  EXPECT_EQ(static_cast<int>(KestrelWatch(host_.get(), 0, nullptr, nullptr)), KESTREL_BAD_ARGUMENT);
   const int file = open("/proc/self/exe", O_RDONLY | O_CLOEXEC);
   ASSERT_GE(file, 0);
-  EXPECT_EQ(KESTREL_SYSTEM, static_cast<int>(Watch(file, watcher)));
+  EXPECT_EQ(static_cast<int>(Watch(file, watcher)), KESTREL_SYSTEM);
   close(file);
-  EXPECT_EQ(KESTREL_SYSTEM, static_cast<int>(Watch(file, watcher)));
+  EXPECT_EQ(static_cast<int>(Watch(file, watcher)), KESTREL_SYSTEM);
 }
 
 TEST_F(HostWatch, CallbackUnwatchesItself) {
@@ -109,7 +108,7 @@ TEST_F(HostWatch, CallbackUnwatchesItself) {
   pipe.Write();
   Turn();
   Turn();
-  EXPECT_EQ(1u, watcher.calls);
+  EXPECT_EQ(watcher.calls, 1u);
 }
 
 TEST_F(HostWatch, CallbackUnwatchesAnotherThatIsReadyToo) {
@@ -122,7 +121,7 @@ TEST_F(HostWatch, CallbackUnwatchesAnotherThatIsReadyToo) {
   one.Write();
   two.Write();
   Turn();
-  EXPECT_EQ(1u, first.calls + second.calls);
+  EXPECT_EQ(first.calls + second.calls, 1u);
 }
 
 TEST_F(HostWatch, CallbackWatchesAgain) {
@@ -130,24 +129,24 @@ TEST_F(HostWatch, CallbackWatchesAgain) {
   Watcher first, second;
   first.act = [&](int fd) {
     Unwatch(fd);
-    EXPECT_EQ(KESTREL_OK, static_cast<int>(Watch(fd, second)));
+    EXPECT_EQ(static_cast<int>(Watch(fd, second)), KESTREL_OK);
   };
   Watch(pipe.ReadEnd(), first);
   pipe.Write();
   Turn();
   Turn();
-  EXPECT_EQ(1u, first.calls);
-  EXPECT_EQ(1u, second.calls);
+  EXPECT_EQ(first.calls, 1u);
+  EXPECT_EQ(second.calls, 1u);
 }
 
 TEST_F(HostWatch, EndOfFile_IsReadable) {
   int ends[2];
-  ASSERT_EQ(0, socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends));
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
   Watcher watcher;
   Watch(ends[0], watcher);
   close(ends[1]);
   Turn();
-  EXPECT_EQ(1u, watcher.calls);
+  EXPECT_EQ(watcher.calls, 1u);
   Unwatch(ends[0]);
   close(ends[0]);
 }
@@ -156,10 +155,10 @@ TEST_F(HostWatch, DeletedHost_LeavesTheDescriptorOpen) {
   const Pipe pipe;
   Watcher watcher;
   Watch(pipe.ReadEnd(), watcher);
-  m_host.reset();
+  host_.reset();
   pipe.Write();
   pipe.Read();
-  EXPECT_EQ(0u, watcher.calls);
+  EXPECT_EQ(watcher.calls, 0u);
 }
 
 // A refused datagram shows as an error on the connected socket; the watch must outlive it.
@@ -169,10 +168,10 @@ TEST_F(HostWatch, SocketError_DoesNotEndTheWatch) {
   closed.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t len = sizeof closed;
   const int peer = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  ASSERT_EQ(0, bind(peer, reinterpret_cast<sockaddr *>(&closed), len));
-  ASSERT_EQ(0, getsockname(peer, reinterpret_cast<sockaddr *>(&closed), &len));
+  ASSERT_EQ(bind(peer, reinterpret_cast<sockaddr *>(&closed), len), 0);
+  ASSERT_EQ(getsockname(peer, reinterpret_cast<sockaddr *>(&closed), &len), 0);
   const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  ASSERT_EQ(0, connect(fd, reinterpret_cast<sockaddr *>(&closed), len));
+  ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr *>(&closed), len), 0);
   close(peer);
 
   std::vector<int> errors;
@@ -183,10 +182,10 @@ TEST_F(HostWatch, SocketError_DoesNotEndTheWatch) {
   };
   Watch(fd, watcher);
   for (size_t sent = 1; sent <= 3; ++sent) {
-    ASSERT_EQ(1, send(fd, "x", 1, 0));
-    ASSERT_TRUE(TurnUntil(m_host.get(), [&] { return errors.size() >= sent; }));
+    ASSERT_EQ(send(fd, "x", 1, 0), 1);
+    ASSERT_TRUE(TurnUntil(host_.get(), [&] { return errors.size() >= sent; }));
   }
-  EXPECT_EQ((std::vector<int>{ECONNREFUSED, ECONNREFUSED, ECONNREFUSED}), errors);
+  EXPECT_EQ(errors, (std::vector<int>{ECONNREFUSED, ECONNREFUSED, ECONNREFUSED}));
   Unwatch(fd);
   close(fd);
 }
