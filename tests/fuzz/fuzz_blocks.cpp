@@ -4,7 +4,10 @@
 #include <iterator>
 
 #include "coap_svc/rpc/coap_rpc_ext.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
 #include "fresh_memory.h"
+#include "fuzz_tables.h"
+#include "test_process.h"
 
 namespace fuzz {
 namespace {
@@ -109,6 +112,27 @@ void CheckSent(const CoapMessage &message) {
   const Bytes &payload = message.payload;
   Check(std::find(payload.begin(), payload.end(), coap_rpc_test::kFreshByte) == payload.end(),
         "a message with memory that nobody wrote");
+}
+
+Scene::Scene() : param_(host_.Param()), ctx_(COAP_RpcInit(&param_)) {
+  Check(ctx_, "no instance");
+  LogLess(ctx_);
+}
+
+void Scene::Stop() {
+  Check(ctx_->ioDepth == 0, "the I/O is still running");
+  Check(coap_rpc_test::TestProcess::Get().Asserts().empty(), "an assertion was recorded");
+  COAP_RpcUninit(ctx_);
+}
+
+void Scene::Run(Input &input) {
+  constexpr uint8_t kAtOnce = 0x80;  // the next step's datagram is taken in the same turn
+  for (int i = 0; i < kMaxSteps && !input.IsEmpty(); ++i) {
+    const Step step = ReadStep(input);
+    Play(step);
+    if ((step.kind & kAtOnce) == 0) TakeTurn();
+  }
+  TakeTurn();
 }
 
 }  // namespace fuzz

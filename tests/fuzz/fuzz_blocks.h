@@ -10,6 +10,7 @@
 #include <set>
 #include <string>
 
+#include "fuzz_host.h"
 #include "fuzz_support.h"
 #include "fuzz_wire.h"
 
@@ -66,6 +67,30 @@ class Bodies {
 
   std::map<uint32_t, std::set<size_t>> ends_;  // by id
   std::set<std::string> parts_;
+};
+
+// Scene is the library on a host, and what peers do to it, step by step.
+class Scene {
+ public:
+  Scene(const Scene &) = delete;
+  Scene &operator=(const Scene &) = delete;
+
+  // Run plays the steps that the input holds.
+  void Run(Input &input);
+
+ protected:
+  Scene();
+  virtual ~Scene() = default;
+
+  // Stop ends the library; for the destructor of the scene, whose callbacks are still called.
+  void Stop();
+
+  virtual void Play(const Step &step) = 0;
+  virtual void TakeTurn() = 0;  // of the library, and of the peers after it
+
+  Host host_;
+  CoapRpcInitParam param_;
+  CoapRpcCtx *ctx_;
 };
 
 // CheckSent looks for memory that nobody wrote in a message of the library's.

@@ -8,9 +8,7 @@
 #include "coap_svc/rpc/client/coap_rpc_cli_data.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "fuzz_blocks.h"
-#include "fuzz_host.h"
 #include "fuzz_tables.h"
-#include "test_process.h"
 
 namespace fuzz {
 namespace {
@@ -18,7 +16,6 @@ namespace {
 using coap_rpc_test::Bytes;
 using coap_rpc_test::CoapType;
 using coap_rpc_test::Code;
-using coap_rpc_test::TestProcess;
 
 constexpr uint8_t kClient = 1;
 constexpr uint8_t kFirstPeer = 11;
@@ -70,32 +67,16 @@ struct Remote {
   uint16_t lastId = 0;
 };
 
-class Client {
+class Client : public Scene {
  public:
-  Client() : param_(host_.Param()), ctx_(COAP_RpcInit(&param_)) {
-    Check(ctx_ != nullptr, "no instance");
+  Client() {
     for (const Entry &called : kCalled) Register(called);
-    LogLess(ctx_);
   }
 
-  ~Client() {
-    Check(ctx_->ioDepth == 0, "the I/O is still running");
-    Check(TestProcess::Get().Asserts().empty(), "an assertion was recorded");
-    COAP_RpcUninit(ctx_);
-  }
-
-  void Run(Input &input) {
-    constexpr uint8_t kAtOnce = 0x80;  // the next step's datagram is taken in the same turn
-    for (int i = 0; i < kMaxSteps && !input.IsEmpty(); ++i) {
-      const Step step = ReadStep(input);
-      Play(step);
-      if ((step.kind & kAtOnce) == 0) TakeTurn();
-    }
-    TakeTurn();
-  }
+  ~Client() override { Stop(); }
 
  private:
-  void TakeTurn() {
+  void TakeTurn() override {
     RunIo(ctx_);
     for (Remote &remote : remotes_) {
       remote.peer.Receive();
@@ -121,7 +102,7 @@ class Client {
     return 0;
   }
 
-  void Play(const Step &step) {
+  void Play(const Step &step) override {
     Remote &remote = remotes_[step.who % std::size(remotes_)];
     switch (step.kind % 16) {
       case 0:
@@ -225,9 +206,6 @@ class Client {
     answer->payload = bodies_.PartOf(id, block, step.arg[5]);
   }
 
-  Host host_;
-  CoapRpcInitParam param_;
-  CoapRpcCtx *ctx_;
   Remote remotes_[2] = {Remote(kFirstPeer), Remote(kFirstPeer + 1)};
   Bodies bodies_;
   uint16_t mid_ = 0x7000;

@@ -10,16 +10,13 @@
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
 #include "fuzz_blocks.h"
-#include "fuzz_host.h"
 #include "fuzz_tables.h"
-#include "test_process.h"
 
 namespace fuzz {
 namespace {
 
 using coap_rpc_test::Bytes;
 using coap_rpc_test::CoapType;
-using coap_rpc_test::TestProcess;
 
 constexpr uint8_t kServer = 1;
 constexpr uint16_t kOptRequestTag = 292;
@@ -81,36 +78,20 @@ uint32_t GetFirst(uint64_t, void *, void *key, void *) {
 }
 uint32_t GetNext(uint64_t, void *, const void *, void *, void *) { return 1; }
 
-class Server {
+class Server : public Scene {
  public:
-  Server() : param_(host_.Param()), ctx_(COAP_RpcInit(&param_)) {
-    Check(ctx_ != nullptr, "no instance");
+  Server() {
     for (const Entry &entry : kEntries) Serve(entry);
     for (Peer &peer : peers_) peer.SetRemote(kServer, kCoapPort);
-    LogLess(ctx_);
     for (uint8_t i = 0; i < std::size(transfers_); ++i) {
       Begin(&transfers_[i], {0, i, {i, i, 0, 0, 0, i == 0}});
     }
   }
 
-  ~Server() {
-    Check(ctx_->ioDepth == 0, "the I/O is still running");
-    Check(TestProcess::Get().Asserts().empty(), "an assertion was recorded");
-    COAP_RpcUninit(ctx_);
-  }
-
-  void Run(Input &input) {
-    constexpr uint8_t kAtOnce = 0x80;  // the next step's datagram is taken in the same turn
-    for (int i = 0; i < kMaxSteps && !input.IsEmpty(); ++i) {
-      const Step step = ReadStep(input);
-      Play(step);
-      if ((step.kind & kAtOnce) == 0) TakeTurn();
-    }
-    TakeTurn();
-  }
+  ~Server() override { Stop(); }
 
  private:
-  void TakeTurn() {
+  void TakeTurn() override {
     RunIo(ctx_);
     for (Peer &peer : peers_) {
       peer.Receive();
@@ -158,7 +139,7 @@ class Server {
     return 0;
   }
 
-  void Play(const Step &step) {
+  void Play(const Step &step) override {
     Transfer &transfer = transfers_[step.who % std::size(transfers_)];
     switch (step.kind % 16) {
       case 8:
@@ -269,9 +250,6 @@ class Server {
     peer.Send(step.Has(0, 1) ? RstOf(peer.Last()) : AckOf(peer.Last()));
   }
 
-  Host host_;
-  CoapRpcInitParam param_;
-  CoapRpcCtx *ctx_;
   Peer peers_[2] = {{11, kCoapPort}, {12, kCoapPort}};
   Transfer transfers_[4];
   Bodies bodies_;
