@@ -1,7 +1,5 @@
 /* test_coap_rpc_lib_log_ask.cpp: a host that can be asked: lines that nobody takes are offered and
  * counted as ever, but neither formatted nor are their arguments evaluated. */
-#include <cstdarg>
-#include <cstdio>
 #include <string>
 #include <utility>
 #include <vector>
@@ -10,66 +8,11 @@
 
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_log.h"
-#include "csvc_dbg.h"
+#include "log_costs.h"
 #include "logging_functions.h"
 #include "test_host.h"
 
-// What costs, counted: linked with --wrap.
-extern "C" {
-int __real_vsnprintf(char *buf, size_t size, const char *fmt, va_list args);
-int __wrap_vsnprintf(char *buf, size_t size, const char *fmt, va_list args);
-int __wrap_snprintf(char *buf, size_t size, const char *fmt, ...);
-char **__real_backtrace_symbols(void *const *frames, int size);
-char **__wrap_backtrace_symbols(void *const *frames, int size);
-const char *__real_coap_session_str(const coap_session_t *session);
-const char *__wrap_coap_session_str(const coap_session_t *session);
-}
-
 using namespace coap_rpc_test;
-
-namespace {
-
-int g_numFormatted = 0;
-int g_numSessionTexts = 0;
-int g_numLookups = 0;
-bool g_isTaking = false;
-std::vector<std::pair<uint64_t, uint32_t>> g_asked;  // handle and level of each question
-
-void ResetCounts() {
-  g_numFormatted = g_numSessionTexts = g_numLookups = 0;
-  g_asked.clear();
-}
-
-}  // namespace
-
-int __wrap_vsnprintf(char *buf, size_t size, const char *fmt, va_list args) {
-  ++g_numFormatted;
-  return __real_vsnprintf(buf, size, fmt, args);
-}
-
-int __wrap_snprintf(char *buf, size_t size, const char *fmt, ...) {
-  va_list args;
-  va_start(args, fmt);
-  const int len = __wrap_vsnprintf(buf, size, fmt, args);
-  va_end(args);
-  return len;
-}
-
-char **__wrap_backtrace_symbols(void *const *frames, int size) {
-  ++g_numLookups;
-  return __real_backtrace_symbols(frames, size);
-}
-
-const char *__wrap_coap_session_str(const coap_session_t *session) {
-  ++g_numSessionTexts;
-  return __real_coap_session_str(session);
-}
-
-// The host's answer; the test host has none.
-uint32_t CSVC_DBG_Takes(uint64_t dbg, uint32_t level) {
-  g_asked.emplace_back(dbg, level);
-  return g_isTaking ? 1 : 0;
-}
 
 namespace {
 
@@ -79,7 +22,7 @@ constexpr uint32_t kNothing = KST_LOG_ERROR + 1;
 class Asked : public testing::Test {
  protected:
   Asked() {
-    g_isTaking = false;
+    g_isLogTaken = false;
     ctx_.log = host_.Log();
     ctx_.param.dbgHandle = host_.Dbg();
     host_.Logs().SuppressBelow(kNothing);
@@ -88,7 +31,7 @@ class Asked : public testing::Test {
     coap_set_log_level(COAP_LOG_OSCORE);
     coap_set_log_handler(CORP_RpcLibCoapLog);
     CoapRpcLibAskLog();
-    ResetCounts();
+    g_logCosts = {};
   }
   ~Asked() override {
     coap_cleanup();
@@ -111,37 +54,37 @@ TEST_F(Asked, TakenByNobody_IsOfferedAndNotEvaluated) {
   int numEvaluated = 0;
   coap_log_debug("%d", ++numEvaluated);
   EXPECT_EQ(numEvaluated, 0);
-  EXPECT_EQ(g_numFormatted, 0);
-  EXPECT_EQ(g_numLookups, 0);
+  EXPECT_EQ(g_logCosts.numFormatted, 0);
+  EXPECT_EQ(g_logCosts.numLookups, 0);
   ASSERT_EQ(Kinds(), std::vector<LogKind>{LogKind::kFirst});
   EXPECT_EQ(host_.Logs().Records()[0].line, 71u);
-  EXPECT_EQ(g_asked, (std::vector<std::pair<uint64_t, uint32_t>>{{host_.Dbg(), 1}}));
+  EXPECT_EQ(g_logCosts.questions, (std::vector<std::pair<uint64_t, uint32_t>>{{host_.Dbg(), 1}}));
 }
 
 TEST_F(Asked, WarningTakenByNobody_IsCounted) {
   coap_log_warn("text");
   EXPECT_EQ(Kinds(), (std::vector<LogKind>{LogKind::kCount, LogKind::kFirst}));
-  EXPECT_EQ(g_numFormatted, 0);
+  EXPECT_EQ(g_logCosts.numFormatted, 0);
 }
 
 TEST_F(Asked, LoggerItself_AsksToo) {
   LogFromNamedFunction(COAP_LOG_ERR, "text");
   EXPECT_EQ(Kinds(), (std::vector<LogKind>{LogKind::kCount, LogKind::kFirst}));
-  EXPECT_EQ(g_numFormatted, 0);
+  EXPECT_EQ(g_logCosts.numFormatted, 0);
 }
 
 TEST_F(Asked, HandlerItself_AsksToo) {
   CORP_RpcLibCoapLog(COAP_LOG_ERR, "text");
   EXPECT_EQ(Kinds(), (std::vector<LogKind>{LogKind::kCount, LogKind::kFirst}));
-  EXPECT_EQ(g_asked.size(), 1u);
-  EXPECT_EQ(g_numLookups, 0);
+  EXPECT_EQ(g_logCosts.questions.size(), 1u);
+  EXPECT_EQ(g_logCosts.numLookups, 0);
 }
 
 TEST_F(Asked, BelowTheLevel_NobodyIsAsked) {
   coap_set_log_level(COAP_LOG_WARN);
   coap_log_info("text");
   EXPECT_TRUE(Kinds().empty());
-  EXPECT_TRUE(g_asked.empty());
+  EXPECT_TRUE(g_logCosts.questions.empty());
 }
 
 TEST_F(Asked, TakenByTheLog_IsOfferedOnce) {
@@ -154,11 +97,11 @@ TEST_F(Asked, TakenByTheLog_IsOfferedOnce) {
   EXPECT_EQ(record.func, "CORP_RpcLibCoapLog");
   EXPECT_EQ(record.line, 77u);
   EXPECT_EQ(record.level, 2u);
-  EXPECT_EQ(g_asked.size(), 1u);
+  EXPECT_EQ(g_logCosts.questions.size(), 1u);
 }
 
 TEST_F(Asked, TakenByTheDebugChannel_LogHasOnlyRefused) {
-  g_isTaking = true;
+  g_isLogTaken = true;
   LogIfAsked(COAP_LOG_DEBUG, "hello");
   ASSERT_EQ(Kinds(), (std::vector<LogKind>{LogKind::kFirst, LogKind::kDebug}));
   EXPECT_EQ(host_.Logs().Records()[1].text, "[CoapRpc][LogIfAsked], level = 7, msg = hello");
@@ -170,26 +113,26 @@ TEST_F(Asked, NoHandles_TheChannelIsAskedAboutNull) {
   ctx_.log = 0;
   ctx_.param.dbgHandle = 0;
   LogIfAsked(COAP_LOG_ERR, "refused");
-  EXPECT_EQ(g_numFormatted, 0);
-  g_isTaking = true;
+  EXPECT_EQ(g_logCosts.numFormatted, 0);
+  g_isLogTaken = true;
   LogIfAsked(COAP_LOG_ERR, "taken");
-  EXPECT_EQ(g_asked, (std::vector<std::pair<uint64_t, uint32_t>>{{0, 1}, {0, 1}}));
+  EXPECT_EQ(g_logCosts.questions, (std::vector<std::pair<uint64_t, uint32_t>>{{0, 1}, {0, 1}}));
   EXPECT_EQ(TestHost::Process().NullDebugTexts(),
             std::vector<std::string>{"[CoapRpc][LogIfAsked], level = 3, msg = taken"});
 }
 
 TEST_F(Asked, NoInstance_NobodyIsAsked) {
   CoapRpcLibSetLogRoot(nullptr);
-  g_isTaking = true;
+  g_isLogTaken = true;
   LogIfAsked(COAP_LOG_ERR, "text");
-  EXPECT_TRUE(g_asked.empty());
-  EXPECT_EQ(g_numFormatted, 0);
+  EXPECT_TRUE(g_logCosts.questions.empty());
+  EXPECT_EQ(g_logCosts.numFormatted, 0);
 }
 
 TEST_F(Asked, SamePlace_IsLookedUpOnce) {
-  g_isTaking = true;
+  g_isLogTaken = true;
   for (int i = 0; i < 3; ++i) LogIfAsked(COAP_LOG_INFO, "text");
-  EXPECT_LE(g_numLookups, 1);  // 0 when an earlier test had it looked up
+  EXPECT_LE(g_logCosts.numLookups, 1);  // 0 when an earlier test had it looked up
 }
 
 TEST_F(Asked, AnotherHandler_GetsEveryLine) {
@@ -198,7 +141,7 @@ TEST_F(Asked, AnotherHandler_GetsEveryLine) {
   coap_set_log_handler([](coap_log_t, const char *) { ++numLines; });
   LogIfAsked(COAP_LOG_DEBUG, "text");
   EXPECT_EQ(numLines, 1);
-  EXPECT_TRUE(g_asked.empty());
+  EXPECT_TRUE(g_logCosts.questions.empty());
 }
 
 TEST_F(Asked, OwnDebugLine_TakenByNobody_IsOfferedAndNotEvaluated) {
@@ -207,14 +150,14 @@ TEST_F(Asked, OwnDebugLine_TakenByNobody_IsOfferedAndNotEvaluated) {
   EXPECT_EQ(numEvaluated, 0);
   COAP_RPC_LOG_MOD_DO(ctx_.log, ctx_.param.dbgHandle, "text");
   EXPECT_EQ(Kinds(), (std::vector<LogKind>{LogKind::kFirst, LogKind::kFirst}));
-  EXPECT_EQ(g_numFormatted, 0);
-  EXPECT_EQ(g_asked.size(), 2u);
+  EXPECT_EQ(g_logCosts.numFormatted, 0);
+  EXPECT_EQ(g_logCosts.questions.size(), 2u);
 }
 
 TEST_F(Asked, OwnDebugLine_TakenByEither_IsTheSame) {
-  g_isTaking = true;
+  g_isLogTaken = true;
   COAP_RPC_DEBUG(&ctx_, "text %d", 1);
-  g_isTaking = false;
+  g_isLogTaken = false;
   host_.Logs().ShowAll();
   COAP_RPC_DEBUG(&ctx_, "text %d", 2);
   ASSERT_EQ(Kinds(), (std::vector<LogKind>{LogKind::kFirst, LogKind::kDebug, LogKind::kFirst,
@@ -225,8 +168,8 @@ TEST_F(Asked, OwnDebugLine_TakenByEither_IsTheSame) {
 
 TEST_F(Asked, OwnDebugLine_NullHandle_IsNotAskedAbout) {
   ctx_.param.dbgHandle = 0;
-  g_isTaking = true;
+  g_isLogTaken = true;
   COAP_RPC_DEBUG(&ctx_, "text");
-  EXPECT_TRUE(g_asked.empty());
+  EXPECT_TRUE(g_logCosts.questions.empty());
   EXPECT_TRUE(TestHost::Process().NullDebugTexts().empty());
 }

@@ -1,54 +1,7 @@
 // A request's log lines, at the level that lets all of libcoap's through: what is offered does not
 // depend on who takes it, and what nobody takes costs nothing.
-#include <cstdarg>
-#include <cstdio>
-
-#include "csvc_dbg.h"
+#include "log_costs.h"
 #include "wire_server.h"
-
-// What costs, counted: linked with --wrap.
-extern "C" {
-int __real_vsnprintf(char *buf, size_t size, const char *fmt, va_list args);
-int __wrap_vsnprintf(char *buf, size_t size, const char *fmt, va_list args);
-int __wrap_snprintf(char *buf, size_t size, const char *fmt, ...);
-char **__real_backtrace_symbols(void *const *frames, int size);
-char **__wrap_backtrace_symbols(void *const *frames, int size);
-const char *__real_coap_session_str(const coap_session_t *session);
-const char *__wrap_coap_session_str(const coap_session_t *session);
-}
-
-namespace {
-
-int g_numTexts = 0;
-bool g_isTaking = false;
-
-}  // namespace
-
-int __wrap_vsnprintf(char *buf, size_t size, const char *fmt, va_list args) {
-  ++g_numTexts;
-  return __real_vsnprintf(buf, size, fmt, args);
-}
-
-int __wrap_snprintf(char *buf, size_t size, const char *fmt, ...) {
-  va_list args;
-  va_start(args, fmt);
-  const int len = __wrap_vsnprintf(buf, size, fmt, args);
-  va_end(args);
-  return len;
-}
-
-char **__wrap_backtrace_symbols(void *const *frames, int size) {
-  ++g_numTexts;
-  return __real_backtrace_symbols(frames, size);
-}
-
-const char *__wrap_coap_session_str(const coap_session_t *session) {
-  ++g_numTexts;
-  return __real_coap_session_str(session);
-}
-
-// The host's answer; the test host has none.
-uint32_t CSVC_DBG_Takes(uint64_t, uint32_t) { return g_isTaking ? 1 : 0; }
 
 namespace coap_rpc_test {
 namespace {
@@ -70,7 +23,7 @@ class LogOfRequest : public WireServer {
     app_.out = std::string(len, 1);
     app_.result = static_cast<int32_t>(len - 1);
     host_.ClearLogs();
-    g_numTexts = 0;
+    g_logCosts = {};
     const CoapMessage answer = Ask(Post(CoapType::kCon, "a/b", "q"));
     EXPECT_EQ(answer.code, Code(2, 1));
     std::vector<LogSite> sites;
@@ -92,10 +45,10 @@ class LogOfRequest : public WireServer {
 
 TEST_F(LogOfRequest, TakenByNobody_IsOfferedAndFormatsNothing) {
   const std::vector<LogSite> offered = Exchange(100);
-  EXPECT_GT(g_numTexts, 0);
+  EXPECT_GT(g_logCosts.NumTexts(), 0);
   host_.Logs().SuppressBelow(kNothing);
   EXPECT_EQ(Exchange(100), offered);
-  EXPECT_EQ(g_numTexts, 0);
+  EXPECT_EQ(g_logCosts.NumTexts(), 0);
   EXPECT_TRUE(Texts(LogKind::kSecond).empty());
   EXPECT_TRUE(Texts(LogKind::kDebug).empty());
 }
@@ -106,23 +59,23 @@ TEST_F(LogOfRequest, LargeAnswer_TakenByNobody_FormatsNothing) {
       Exchange(65471);  // as the one before: it ends that one's body
   host_.Logs().SuppressBelow(kNothing);
   EXPECT_EQ(Exchange(65471), offered);
-  EXPECT_EQ(g_numTexts, 0);
+  EXPECT_EQ(g_logCosts.NumTexts(), 0);
 }
 
 // The body of 65471 bytes is shown as a whole, but only what a line holds is formatted.
 TEST_F(LogOfRequest, LargeAnswer_Taken_FormatsNoMoreThanALineHolds) {
   Exchange(3000);
-  const int numTexts = g_numTexts;
+  const int numTexts = g_logCosts.NumTexts();
   Exchange(65471);
   Exchange(65471);
-  EXPECT_LT(g_numTexts, numTexts + 20);
+  EXPECT_LT(g_logCosts.NumTexts(), numTexts + 20);
 }
 
 TEST_F(LogOfRequest, DebugChannelTakesTheSameLines) {
   Exchange(100);
-  g_isTaking = true;
+  g_isLogTaken = true;
   Exchange(100);
-  g_isTaking = false;
+  g_isLogTaken = false;
   std::vector<std::string> logged;
   for (const LogRecord &record : host_.Logs().OfKind(LogKind::kSecond)) {
     const bool isForBoth =
