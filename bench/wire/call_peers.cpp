@@ -60,7 +60,7 @@ class Peers {
     const uint64_t fromNs = NowNs();
     const uint64_t fromCpu = CpuNs(pid_);
     RunUntil(fromNs + measuredNs);
-    Report(NowNs() - fromNs, CpuNs(pid_) - fromCpu);
+    PrintRepeating(latency_, NowNs() - fromNs, pid_, CpuNs(pid_) - fromCpu, numRepeated_);
   }
 
  private:
@@ -139,14 +139,6 @@ class Peers {
       }
       RepeatLost(NowNs());
     }
-  }
-
-  void Report(uint64_t wallNs, uint64_t cpuNs) {
-    const auto num = static_cast<double>(latency_.Num());
-    printf("per_second %.0f\n", num * 1e9 / static_cast<double>(wallNs));
-    if (pid_ != 0 && num > 0) printf("cpu_us %.3f\n", static_cast<double>(cpuNs) / 1000 / num);
-    printf("repeated %llu\n", static_cast<unsigned long long>(numRepeated_));
-    latency_.Print();
   }
 
   pid_t pid_;

@@ -2,6 +2,8 @@
 #ifndef BENCH_WIRE_LATENCY_H
 #define BENCH_WIRE_LATENCY_H
 
+#include <sys/types.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -32,6 +34,19 @@ class Latency {
 
   std::vector<uint32_t> times_;
 };
+
+// PrintRepeating writes the figures of a peer that asks again for what is lost: answers a second,
+// the server's processor time for each unless `server` is 0, and the times.
+inline void PrintRepeating(Latency &latency, uint64_t wallNs, pid_t server, uint64_t serverCpuNs,
+                           uint64_t numRepeated) {
+  const auto num = static_cast<double>(latency.Num());
+  printf("per_second %.0f\n", num * 1e9 / static_cast<double>(wallNs));
+  if (server != 0 && num > 0) {
+    printf("cpu_us %.3f\n", static_cast<double>(serverCpuNs) / 1000 / num);
+  }
+  printf("repeated %llu\n", static_cast<unsigned long long>(numRepeated));
+  latency.Print();
+}
 
 }  // namespace coap_rpc_bench
 

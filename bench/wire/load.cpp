@@ -77,7 +77,7 @@ class Load {
     const uint64_t fromNs = NowNs();
     const uint64_t fromCpu = CpuNs(pid_);
     RunUntil(fromNs + measuredNs);
-    Report(NowNs() - fromNs, CpuNs(pid_) - fromCpu);
+    PrintRepeating(latency_, NowNs() - fromNs, pid_, CpuNs(pid_) - fromCpu, numRepeated_);
   }
 
  private:
@@ -154,14 +154,6 @@ class Load {
       for (int i = 0; i < numReady; ++i) Read(*static_cast<Asker *>(events[i].data.ptr));
       RepeatLost(NowNs());
     }
-  }
-
-  void Report(uint64_t wallNs, uint64_t cpuNs) {
-    const auto num = static_cast<double>(latency_.Num());
-    printf("per_second %.0f\n", num * 1e9 / static_cast<double>(wallNs));
-    if (pid_ != 0 && num > 0) printf("cpu_us %.3f\n", static_cast<double>(cpuNs) / 1000 / num);
-    printf("repeated %llu\n", static_cast<unsigned long long>(numRepeated_));
-    latency_.Print();
   }
 
   static constexpr uint64_t kUriStride = 7919;  // goes through the URIs in an order of its own
