@@ -7,11 +7,11 @@
 #include <cstdlib>
 #include <sstream>
 
-#include "../interop/two_hosts.h"
 #include "kestrel.h"
 #include "kst_tmr.h"
 #include "load.h"
 #include "memory_sample.h"
+#include "two_hosts.h"
 
 namespace coap_rpc_test {
 namespace {

@@ -4,7 +4,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include "../unit/adapter_rig.h"
+#include "adapter_fixture.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_msg.h"
 #include "fail_plan.h"
 #include "libcoap_memory.h"
@@ -61,14 +61,14 @@ class FaultAdapter : public testing::Test {
 
   // LiveOnce starts, opens an endpoint, adds resources and stops, whatever fails on the way.
   void LiveOnce() {
-    AdapterRig rig(host_);
-    if (COAP_RpcCtxInit(rig.Ctx()) != 0) return;
-    CoapRpcSerListen listen = rig.Open(Ipv4Listen("127.0.0.1", 0));
-    rig.AddResource("a", 0, 1);
-    rig.AddResource("b/c");
-    rig.Tick();
-    COAP_RpcDeleteResource(rig.Ctx(), "a");
-    COAP_RpcDeleteEndPoint(rig.Ctx(), &listen);
+    AdapterFixture adapter(host_);
+    if (COAP_RpcCtxInit(adapter.Ctx()) != 0) return;
+    CoapRpcSerListen listen = adapter.Open(Ipv4Listen("127.0.0.1", 0));
+    adapter.AddResource("a", 0, 1);
+    adapter.AddResource("b/c");
+    adapter.Tick();
+    COAP_RpcDeleteResource(adapter.Ctx(), "a");
+    COAP_RpcDeleteEndPoint(adapter.Ctx(), &listen);
     g_libcoapMemory.Clear();
   }
 
@@ -102,69 +102,69 @@ TEST_F(FaultAdapter, EveryAllocationOfLibcoapFails_NothingIsLeft) {
 }
 
 TEST_F(FaultAdapter, FirstAllocationFails_Gives1900000434) {
-  AdapterRig rig(host_);
+  AdapterFixture adapter(host_);
   g_libcoapMemory.FailOnce(1);
-  EXPECT_EQ(COAP_RpcCtxInit(rig.Ctx()), 1900000434u);
-  EXPECT_EQ(COAP_RpcCtxInit(rig.Ctx()), 0u);
+  EXPECT_EQ(COAP_RpcCtxInit(adapter.Ctx()), 1900000434u);
+  EXPECT_EQ(COAP_RpcCtxInit(adapter.Ctx()), 0u);
 }
 
 TEST_F(FaultAdapter, ResourceWithoutMemory_Gives1900000071) {
-  AdapterRig rig(host_);
-  rig.Start();
+  AdapterFixture adapter(host_);
+  adapter.Start();
   g_libcoapMemory.FailOnce(1);
-  EXPECT_EQ(rig.AddResource("a"), 1900000071u);
-  EXPECT_EQ(rig.AddResource("a"), 0u);
+  EXPECT_EQ(adapter.AddResource("a"), 1900000071u);
+  EXPECT_EQ(adapter.AddResource("a"), 0u);
 }
 
 // The record, its path, and the table of resources, which libcoap makes with the first one.
 TEST_F(FaultAdapter, AnyPartOfTheFirstResourceWithoutMemory_Gives1900000071) {
   for (uint64_t n = 1; n <= 4; ++n) {
     SCOPED_TRACE(n);
-    AdapterRig rig(host_);
-    rig.Start();
+    AdapterFixture adapter(host_);
+    adapter.Start();
     g_libcoapMemory.FailOnce(n);
-    EXPECT_EQ(rig.AddResource("a"), 1900000071u);
-    EXPECT_EQ(rig.Resource("a"), nullptr);
-    EXPECT_EQ(rig.AddResource("a"), 0u);
-    EXPECT_NE(rig.Resource("a"), nullptr);
+    EXPECT_EQ(adapter.AddResource("a"), 1900000071u);
+    EXPECT_EQ(adapter.Resource("a"), nullptr);
+    EXPECT_EQ(adapter.AddResource("a"), 0u);
+    EXPECT_NE(adapter.Resource("a"), nullptr);
   }
 }
 
 TEST_F(FaultAdapter, EndPointWithoutMemory_IsTriedAgain) {
-  AdapterRig rig(host_);
-  rig.Start();
+  AdapterFixture adapter(host_);
+  adapter.Start();
   g_libcoapMemory.FailOnce(1);
-  EXPECT_NE(rig.Open(Ipv4Listen("127.0.0.1", FindFreeUdpPort())).endPoint, nullptr);
+  EXPECT_NE(adapter.Open(Ipv4Listen("127.0.0.1", FindFreeUdpPort())).endPoint, nullptr);
   EXPECT_EQ(g_sleeps, std::vector<unsigned int>{1});
 }
 
 TEST_F(FaultAdapter, LibcoapRefusesEndPoint_SocketIsClosed) {
-  AdapterRig rig(host_);
-  rig.Start();
+  AdapterFixture adapter(host_);
+  adapter.Start();
   const int numFds = NumOpenFds();
   const uint16_t port = FindFreeUdpPort();
   g_failEndPoint = true;
-  EXPECT_EQ(rig.Open(Ipv4Listen("127.0.0.1", port)).endPoint, nullptr);
+  EXPECT_EQ(adapter.Open(Ipv4Listen("127.0.0.1", port)).endPoint, nullptr);
   EXPECT_EQ(NumOpenFds(), numFds);
   g_failEndPoint = false;
-  EXPECT_NE(rig.Open(Ipv4Listen("127.0.0.1", port)).endPoint, nullptr);
+  EXPECT_NE(adapter.Open(Ipv4Listen("127.0.0.1", port)).endPoint, nullptr);
 }
 
 TEST_F(FaultAdapter, NoFileDescriptors_ContextGives1900000434) {
-  AdapterRig rig(host_);
+  AdapterFixture adapter(host_);
   {
     const NoMoreFds noMoreFds;
-    EXPECT_EQ(COAP_RpcCtxInit(rig.Ctx()), 1900000434u);
+    EXPECT_EQ(COAP_RpcCtxInit(adapter.Ctx()), 1900000434u);
   }
-  EXPECT_EQ(COAP_RpcCtxInit(rig.Ctx()), 0u);
+  EXPECT_EQ(COAP_RpcCtxInit(adapter.Ctx()), 0u);
 }
 
 TEST_F(FaultAdapter, NoFileDescriptors_EndPointIsNullAfterThreeAttempts) {
-  AdapterRig rig(host_);
-  rig.Start();
+  AdapterFixture adapter(host_);
+  adapter.Start();
   {
     const NoMoreFds noMoreFds;
-    EXPECT_EQ(rig.Open(Ipv4Listen("127.0.0.1", 0)).endPoint, nullptr);
+    EXPECT_EQ(adapter.Open(Ipv4Listen("127.0.0.1", 0)).endPoint, nullptr);
   }
   EXPECT_EQ(g_sleeps, (std::vector<unsigned int>{1, 1, 1}));
   const std::vector<LogRecord> records = host_.LogsOf("CORP_RpcLibCoapLog");
@@ -174,25 +174,25 @@ TEST_F(FaultAdapter, NoFileDescriptors_EndPointIsNullAfterThreeAttempts) {
                 ", level = 4, msg = cannot open endpoint 127.0.0.1:0: Too many open files "
                 "(errno 24)\n"),
             std::string::npos);
-  EXPECT_NE(rig.Open(Ipv4Listen("127.0.0.1", 0)).endPoint, nullptr);
+  EXPECT_NE(adapter.Open(Ipv4Listen("127.0.0.1", 0)).endPoint, nullptr);
 }
 
 TEST_F(FaultAdapter, OneFileDescriptor_IsGivenBack) {
-  AdapterRig rig(host_);
-  rig.Start();
+  AdapterFixture adapter(host_);
+  adapter.Start();
   const int numFds = NumOpenFds();
   {
     const int spare = dup(0);
     const NoMoreFds noMoreFds;
     close(spare);  // our socket gets it, libcoap's none
-    EXPECT_EQ(rig.Open(Ipv4Listen("127.0.0.1", 0)).endPoint, nullptr);
+    EXPECT_EQ(adapter.Open(Ipv4Listen("127.0.0.1", 0)).endPoint, nullptr);
   }
   EXPECT_EQ(NumOpenFds(), numFds);
 }
 
 TEST_F(FaultAdapter, PathWithoutMemory_Gives1900000093) {
-  AdapterRig rig(host_);
-  rig.Start();
+  AdapterFixture adapter(host_);
+  adapter.Start();
   coap_pdu_t *pdu = coap_pdu_init(COAP_MESSAGE_CON, COAP_REQUEST_CODE_GET, 1, 100);
   coap_add_option(pdu, COAP_OPTION_URI_PATH, 1, reinterpret_cast<const uint8_t *>("a"));
   coap_add_option(pdu, COAP_OPTION_URI_QUERY, 1, reinterpret_cast<const uint8_t *>("q"));

@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include "adapter_rig.h"
+#include "adapter_fixture.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
@@ -55,12 +55,12 @@ class LibCtx : public testing::Test {
 
   uint32_t Processed(uint32_t (*tick)(void *)) {
     g_numProcessed = 0;
-    EXPECT_EQ(tick(rig_.Ctx()), 0u);
+    EXPECT_EQ(tick(adapter_.Ctx()), 0u);
     return g_numProcessed;
   }
 
   TestHost host_;
-  AdapterRig rig_{host_};
+  AdapterFixture adapter_{host_};
 };
 
 // BindFlags say how another binder asks for an address.
@@ -173,149 +173,149 @@ TEST_F(LibCtx, VtblUninit_OfAnotherInstance_SilencesLibcoapToo) {
 }
 
 TEST_F(LibCtx, Startup_StartsLibcoapAndTheTimer) {
-  rig_.Start();
-  EXPECT_NE(rig_.Lib().coapCtx, nullptr);
+  adapter_.Start();
+  EXPECT_NE(adapter_.Lib().coapCtx, nullptr);
   EXPECT_EQ(coap_get_log_level(), COAP_LOG_OSCORE);
-  EXPECT_EQ(coap_context_get_max_idle_sessions(rig_.Lib().coapCtx), 1000u);
+  EXPECT_EQ(coap_context_get_max_idle_sessions(adapter_.Lib().coapCtx), 1000u);
   ASSERT_EQ(host_.Timers().Running().size(), 1u);
   const RunningTimer &timer = host_.Timers().Running()[0];
   EXPECT_EQ(timer.tick, COAP_RpcProcTask);
   EXPECT_EQ(timer.periodMs, 1000u);
-  EXPECT_EQ(timer.param, rig_.Ctx());
-  EXPECT_EQ(rig_.Lib().taskTmr, timer.id);
+  EXPECT_EQ(timer.param, adapter_.Ctx());
+  EXPECT_EQ(adapter_.Lib().taskTmr, timer.id);
 }
 
 TEST_F(LibCtx, Startup_NoContext_Gives1900000434) {
   g_failContext = true;
-  EXPECT_EQ(COAP_RpcCtxInit(rig_.Ctx()), 1900000434u);
+  EXPECT_EQ(COAP_RpcCtxInit(adapter_.Ctx()), 1900000434u);
   EXPECT_TRUE(host_.Timers().Running().empty());
-  rig_.Stop();
+  adapter_.Stop();
   EXPECT_EQ(g_numCleanups, 0u);
   g_failContext = false;
-  EXPECT_EQ(COAP_RpcCtxInit(rig_.Ctx()), 0u);
+  EXPECT_EQ(COAP_RpcCtxInit(adapter_.Ctx()), 0u);
 }
 
 TEST_F(LibCtx, Startup_TimerFailure_IsNotReported) {
   host_.Timers().Failures().FailOnce(1);
-  EXPECT_EQ(COAP_RpcCtxInit(rig_.Ctx()), 0u);
-  EXPECT_EQ(rig_.Lib().taskTmr, 0u);
+  EXPECT_EQ(COAP_RpcCtxInit(adapter_.Ctx()), 0u);
+  EXPECT_EQ(adapter_.Lib().taskTmr, 0u);
 }
 
 TEST_F(LibCtx, Cleanup_FreesContextThenTimerThenLibcoap) {
-  rig_.Start();
+  adapter_.Start();
   g_whileCleaningUp = [this] {
-    EXPECT_EQ(rig_.Lib().coapCtx, nullptr);
-    EXPECT_EQ(rig_.Lib().taskTmr, 0u);
+    EXPECT_EQ(adapter_.Lib().coapCtx, nullptr);
+    EXPECT_EQ(adapter_.Lib().taskTmr, 0u);
     EXPECT_TRUE(host_.Timers().Running().empty());
   };
-  EXPECT_EQ(COAP_RpcCtxUninit(rig_.Ctx()), 0u);
+  EXPECT_EQ(COAP_RpcCtxUninit(adapter_.Ctx()), 0u);
   EXPECT_EQ(g_numCleanups, 1u);
 }
 
 TEST_F(LibCtx, Cleanup_NoContext_LeavesTimerAndLibcoapAlone) {
-  EXPECT_EQ(COAP_RpcStartTaskTimer(rig_.Ctx()), 0u);
-  COAP_RpcLibCleanup_(rig_.Ctx(), &rig_.Lib());
+  EXPECT_EQ(COAP_RpcStartTaskTimer(adapter_.Ctx()), 0u);
+  COAP_RpcLibCleanup_(adapter_.Ctx(), &adapter_.Lib());
   EXPECT_EQ(host_.Timers().Running().size(), 1u);
   EXPECT_EQ(g_numCleanups, 0u);
-  COAP_RpcStopTaskTimer(rig_.Ctx());
+  COAP_RpcStopTaskTimer(adapter_.Ctx());
 }
 
 TEST_F(LibCtx, Uninit_CopesWithWhatNeverStarted) {
   CoapRpcCtx ctx = {};
   EXPECT_EQ(COAP_RpcCtxUninit(nullptr), 0u);
   EXPECT_EQ(COAP_RpcCtxUninit(&ctx), 0u);
-  rig_.Start();
-  EXPECT_EQ(COAP_RpcCtxUninit(rig_.Ctx()), 0u);
-  EXPECT_EQ(COAP_RpcCtxUninit(rig_.Ctx()), 0u);
+  adapter_.Start();
+  EXPECT_EQ(COAP_RpcCtxUninit(adapter_.Ctx()), 0u);
+  EXPECT_EQ(COAP_RpcCtxUninit(adapter_.Ctx()), 0u);
   EXPECT_EQ(g_numCleanups, 1u);
 }
 
 TEST_F(LibCtx, TwoInstances_OnlyTheLastCleansLibcoapUp) {
-  rig_.Start();
+  adapter_.Start();
   {
     TestHost otherHost;
-    AdapterRig other(otherHost);
+    AdapterFixture other(otherHost);
     other.Start();
     other.Stop();
     EXPECT_EQ(g_numCleanups, 0u);
     EXPECT_EQ(coap_get_log_level(), COAP_LOG_OSCORE);
   }
-  rig_.Stop();
+  adapter_.Stop();
   EXPECT_EQ(g_numCleanups, 1u);
 }
 
 TEST_F(LibCtx, StartTaskTimer_RunningOne_IsKept) {
-  rig_.Start();
-  const uint64_t id = rig_.Lib().taskTmr;
-  EXPECT_EQ(COAP_RpcStartTaskTimer(rig_.Ctx()), 0u);
-  EXPECT_EQ(rig_.Lib().taskTmr, id);
+  adapter_.Start();
+  const uint64_t id = adapter_.Lib().taskTmr;
+  EXPECT_EQ(COAP_RpcStartTaskTimer(adapter_.Ctx()), 0u);
+  EXPECT_EQ(adapter_.Lib().taskTmr, id);
   EXPECT_EQ(host_.Timers().Running().size(), 1u);
 }
 
 TEST_F(LibCtx, StartTaskTimer_Failure_Gives1900000156) {
   host_.Timers().Failures().FailOnce(1);
-  EXPECT_EQ(COAP_RpcStartTaskTimer(rig_.Ctx()), 1900000156u);
-  EXPECT_EQ(rig_.Lib().taskTmr, 0u);
+  EXPECT_EQ(COAP_RpcStartTaskTimer(adapter_.Ctx()), 1900000156u);
+  EXPECT_EQ(adapter_.Lib().taskTmr, 0u);
 }
 
 TEST_F(LibCtx, StopTaskTimer_ClearsIt) {
-  COAP_RpcStopTaskTimer(rig_.Ctx());
-  rig_.Start();
-  COAP_RpcStopTaskTimer(rig_.Ctx());
-  EXPECT_EQ(rig_.Lib().taskTmr, 0u);
+  COAP_RpcStopTaskTimer(adapter_.Ctx());
+  adapter_.Start();
+  COAP_RpcStopTaskTimer(adapter_.Ctx());
+  EXPECT_EQ(adapter_.Lib().taskTmr, 0u);
   EXPECT_TRUE(host_.Timers().Running().empty());
 }
 
 TEST_F(LibCtx, Refresh_Twice_StartsOneQuickTimer) {
-  rig_.Start();
-  EXPECT_EQ(COAP_RpcRefreshTaskTimer(rig_.Ctx()), 0u);
-  EXPECT_EQ(rig_.Lib().quickMode, 1u);
+  adapter_.Start();
+  EXPECT_EQ(COAP_RpcRefreshTaskTimer(adapter_.Ctx()), 0u);
+  EXPECT_EQ(adapter_.Lib().quickMode, 1u);
   ASSERT_EQ(host_.Timers().Running().size(), 1u);
   const RunningTimer first = host_.Timers().Running()[0];
   EXPECT_EQ(first.tick, COAP_RpcProcQuickTask);
   EXPECT_EQ(first.periodMs, 100u);
-  EXPECT_EQ(first.param, rig_.Ctx());
-  EXPECT_EQ(COAP_RpcRefreshTaskTimer(rig_.Ctx()), 0u);
+  EXPECT_EQ(first.param, adapter_.Ctx());
+  EXPECT_EQ(COAP_RpcRefreshTaskTimer(adapter_.Ctx()), 0u);
   ASSERT_EQ(host_.Timers().Running().size(), 1u);
   EXPECT_EQ(host_.Timers().Running()[0].id, first.id);
 }
 
 TEST_F(LibCtx, Refresh_Failure_Gives1900000171AndNextOneTriesAgain) {
-  rig_.Start();
+  adapter_.Start();
   host_.Timers().Failures().FailOnce(1);
-  EXPECT_EQ(COAP_RpcRefreshTaskTimer(rig_.Ctx()), 1900000171u);
-  EXPECT_EQ(rig_.Lib().quickMode, 0u);
-  EXPECT_EQ(rig_.Lib().taskTmr, 0u);
+  EXPECT_EQ(COAP_RpcRefreshTaskTimer(adapter_.Ctx()), 1900000171u);
+  EXPECT_EQ(adapter_.Lib().quickMode, 0u);
+  EXPECT_EQ(adapter_.Lib().taskTmr, 0u);
   EXPECT_TRUE(host_.Timers().Running().empty());
-  EXPECT_EQ(COAP_RpcRefreshTaskTimer(rig_.Ctx()), 0u);
-  EXPECT_EQ(rig_.Lib().quickMode, 1u);
+  EXPECT_EQ(COAP_RpcRefreshTaskTimer(adapter_.Ctx()), 0u);
+  EXPECT_EQ(adapter_.Lib().quickMode, 1u);
   EXPECT_EQ(host_.Timers().Running().size(), 1u);
 }
 
 TEST_F(LibCtx, ProcTask_CallsOnceWithoutWaiting) {
-  rig_.Start();
+  adapter_.Start();
   EXPECT_EQ(Processed(COAP_RpcProcTask), 1u);
   EXPECT_EQ(g_timeouts, std::vector<uint32_t>{0xFFFFFFFFu});
 }
 
 TEST_F(LibCtx, ProcTask_ServiceFlag_Calls256Times) {
-  rig_.Start();
-  COAP_RpcSetSvcFlag(rig_.Ctx());
-  COAP_RpcSetSvcFlag(rig_.Ctx());
-  EXPECT_EQ(rig_.Lib().svcFlag, 1u);
+  adapter_.Start();
+  COAP_RpcSetSvcFlag(adapter_.Ctx());
+  COAP_RpcSetSvcFlag(adapter_.Ctx());
+  EXPECT_EQ(adapter_.Lib().svcFlag, 1u);
   EXPECT_EQ(Processed(COAP_RpcProcTask), 256u);
-  EXPECT_EQ(rig_.Lib().svcFlag, 1u);
+  EXPECT_EQ(adapter_.Lib().svcFlag, 1u);
   EXPECT_EQ(Processed(COAP_RpcProcTask), 256u);
 }
 
 TEST_F(LibCtx, ProcTask_ServiceFlagSetMeanwhile_Counts) {
-  rig_.Start();
-  g_whileProcessing = [this] { COAP_RpcSetSvcFlag(rig_.Ctx()); };
+  adapter_.Start();
+  g_whileProcessing = [this] { COAP_RpcSetSvcFlag(adapter_.Ctx()); };
   EXPECT_EQ(Processed(COAP_RpcProcTask), 256u);
 }
 
 TEST_F(LibCtx, ProcQuickTask_Calls25Times) {
-  rig_.Start();
+  adapter_.Start();
   EXPECT_EQ(Processed(COAP_RpcProcQuickTask), 25u);
   EXPECT_EQ(g_timeouts, std::vector<uint32_t>(25, 0xFFFFFFFFu));
 }
@@ -323,53 +323,53 @@ TEST_F(LibCtx, ProcQuickTask_Calls25Times) {
 TEST_F(LibCtx, Ticks_NotStarted_CallNothing) {
   EXPECT_EQ(Processed(COAP_RpcProcTask), 0u);
   EXPECT_EQ(Processed(COAP_RpcProcQuickTask), 0u);
-  rig_.Ctx()->lib = nullptr;
+  adapter_.Ctx()->lib = nullptr;
   EXPECT_EQ(Processed(COAP_RpcProcTask), 0u);
   EXPECT_EQ(Processed(COAP_RpcProcQuickTask), 0u);
-  rig_.Ctx()->lib = &rig_.Lib();
+  adapter_.Ctx()->lib = &adapter_.Lib();
 }
 
 TEST_F(LibCtx, Ticks_ContextGoneMeanwhile_StopEarly) {
-  rig_.Start();
-  coap_context_t *coapCtx = rig_.Lib().coapCtx;
-  COAP_RpcSetSvcFlag(rig_.Ctx());
+  adapter_.Start();
+  coap_context_t *coapCtx = adapter_.Lib().coapCtx;
+  COAP_RpcSetSvcFlag(adapter_.Ctx());
   g_whileProcessing = [this] {
-    if (g_numProcessed == 3) rig_.Lib().coapCtx = nullptr;
+    if (g_numProcessed == 3) adapter_.Lib().coapCtx = nullptr;
   };
   EXPECT_EQ(Processed(COAP_RpcProcTask), 3u);
-  rig_.Lib().coapCtx = coapCtx;
+  adapter_.Lib().coapCtx = coapCtx;
   EXPECT_EQ(Processed(COAP_RpcProcQuickTask), 3u);
-  rig_.Lib().coapCtx = coapCtx;
+  adapter_.Lib().coapCtx = coapCtx;
 
   g_whileProcessing = [this] {
-    if (g_numProcessed == 2) rig_.Ctx()->lib = nullptr;
+    if (g_numProcessed == 2) adapter_.Ctx()->lib = nullptr;
   };
   EXPECT_EQ(Processed(COAP_RpcProcTask), 2u);
-  rig_.Ctx()->lib = &rig_.Lib();
+  adapter_.Ctx()->lib = &adapter_.Lib();
   EXPECT_EQ(Processed(COAP_RpcProcQuickTask), 2u);
-  rig_.Ctx()->lib = &rig_.Lib();
+  adapter_.Ctx()->lib = &adapter_.Lib();
 }
 
 TEST_F(LibCtx, Ticks_InsideARun_DoNothing) {
-  rig_.Start();
+  adapter_.Start();
   g_whileProcessing = [this] {
-    EXPECT_EQ(COAP_RpcProcTask(rig_.Ctx()), 0u);
-    EXPECT_EQ(COAP_RpcProcQuickTask(rig_.Ctx()), 0u);
-    EXPECT_EQ(COAP_RpcProcIo(rig_.Ctx()), 0u);
+    EXPECT_EQ(COAP_RpcProcTask(adapter_.Ctx()), 0u);
+    EXPECT_EQ(COAP_RpcProcQuickTask(adapter_.Ctx()), 0u);
+    EXPECT_EQ(COAP_RpcProcIo(adapter_.Ctx()), 0u);
   };
   EXPECT_EQ(Processed(COAP_RpcProcTask), 1u);
   EXPECT_EQ(Processed(COAP_RpcProcQuickTask), 25u);
 }
 
 TEST_F(LibCtx, CreateEndPoint_LogsAddressAndPort) {
-  rig_.Start();
+  adapter_.Start();
   const uint16_t port = FindFreeUdpPort();
-  CoapRpcSerListen listen = rig_.Open(Ipv4Listen("127.0.0.1", port));
+  CoapRpcSerListen listen = adapter_.Open(Ipv4Listen("127.0.0.1", port));
   ASSERT_NE(listen.endPoint, nullptr);
   EXPECT_EQ(g_sleeps, Sleeps{});
   EXPECT_TRUE(host_.HasLog(
       "[CoapRpc]add endPoint success, addr:0x7f000001, port:" + std::to_string(port) + ".\n"));
-  COAP_RpcDeleteEndPoint(rig_.Ctx(), &listen);
+  COAP_RpcDeleteEndPoint(adapter_.Ctx(), &listen);
   EXPECT_EQ(listen.endPoint, nullptr);
   EXPECT_TRUE(host_.HasLog(
       "[CoapRpc]del endPoint success, addr:0x7f000001, port:" + std::to_string(port) + ".\n"));
@@ -377,24 +377,24 @@ TEST_F(LibCtx, CreateEndPoint_LogsAddressAndPort) {
 }
 
 TEST_F(LibCtx, CreateEndPoint_PortZero_TakesAnyPort) {
-  rig_.Start();
-  EXPECT_NE(rig_.Open(Ipv4Listen("127.0.0.1", 0)).endPoint, nullptr);
+  adapter_.Start();
+  EXPECT_NE(adapter_.Open(Ipv4Listen("127.0.0.1", 0)).endPoint, nullptr);
 }
 
 TEST_F(LibCtx, CreateEndPoint_NotStarted_GivesNullAtOnce) {
-  EXPECT_EQ(rig_.Open(Ipv4Listen("127.0.0.1", 0)).endPoint, nullptr);
+  EXPECT_EQ(adapter_.Open(Ipv4Listen("127.0.0.1", 0)).endPoint, nullptr);
   EXPECT_EQ(g_sleeps, Sleeps{});
 }
 
 TEST_F(LibCtx, CreateEndPoint_HeldAddress_TriesThreeTimesAndSleepsAfterEach) {
-  rig_.Start();
+  adapter_.Start();
   for (const int flags : {int{kPlain}, int{kReuseAddr}, kReuseAddr | kReusePort}) {
     const UdpAddress address{"127.0.0.1", FindFreeUdpPort()};
     const int holder = BindElsewhere(address, flags);
     ASSERT_GE(holder, 0);
     g_sleeps.clear();
     host_.ClearLogs();
-    EXPECT_EQ(rig_.Open(Ipv4Listen("127.0.0.1", address.port)).endPoint, nullptr) << flags;
+    EXPECT_EQ(adapter_.Open(Ipv4Listen("127.0.0.1", address.port)).endPoint, nullptr) << flags;
     EXPECT_EQ(g_sleeps, (Sleeps{1, 1, 1}));
     EXPECT_EQ(host_.LogsOf("CORP_RpcLibCoapLog").size(), 3u);
     EXPECT_TRUE(host_.LogsOf("COAP_RPC_LOG_MOD_DO").empty());
@@ -403,37 +403,37 @@ TEST_F(LibCtx, CreateEndPoint_HeldAddress_TriesThreeTimesAndSleepsAfterEach) {
 }
 
 TEST_F(LibCtx, CreateEndPoint_HeldByWildcard_GivesNull) {
-  rig_.Start();
+  adapter_.Start();
   const uint16_t port = FindFreeUdpPort("0.0.0.0");
   const int holder = BindElsewhere({"0.0.0.0", port}, kReuseAddr);
   ASSERT_GE(holder, 0);
-  EXPECT_EQ(rig_.Open(Ipv4Listen("127.0.0.1", port)).endPoint, nullptr);
+  EXPECT_EQ(adapter_.Open(Ipv4Listen("127.0.0.1", port)).endPoint, nullptr);
   close(holder);
 }
 
 TEST_F(LibCtx, CreateEndPoint_FreedMeanwhile_SucceedsAtNextAttempt) {
-  rig_.Start();
+  adapter_.Start();
   const UdpAddress address{"127.0.0.1", FindFreeUdpPort()};
   const int holder = BindElsewhere(address, kPlain);
   g_whileAsleep = [holder] {
     if (g_sleeps.size() == 2) close(holder);
   };
-  EXPECT_NE(rig_.Open(Ipv4Listen("127.0.0.1", address.port)).endPoint, nullptr);
+  EXPECT_NE(adapter_.Open(Ipv4Listen("127.0.0.1", address.port)).endPoint, nullptr);
   EXPECT_EQ(g_sleeps, (Sleeps{1, 1}));
 }
 
 TEST_F(LibCtx, CreateEndPoint_OwnEndPointHolds_GivesNull) {
-  rig_.Start();
+  adapter_.Start();
   const uint16_t port = FindFreeUdpPort();
-  ASSERT_NE(rig_.Open(Ipv4Listen("127.0.0.1", port)).endPoint, nullptr);
-  EXPECT_EQ(rig_.Open(Ipv4Listen("127.0.0.1", port)).endPoint, nullptr);
-  EXPECT_NE(rig_.Open(Ipv4Listen("127.0.0.2", port)).endPoint, nullptr);
+  ASSERT_NE(adapter_.Open(Ipv4Listen("127.0.0.1", port)).endPoint, nullptr);
+  EXPECT_EQ(adapter_.Open(Ipv4Listen("127.0.0.1", port)).endPoint, nullptr);
+  EXPECT_NE(adapter_.Open(Ipv4Listen("127.0.0.2", port)).endPoint, nullptr);
 }
 
 TEST_F(LibCtx, EndPoint_NoLaterBinderGetsItsAddress) {
-  rig_.Start();
+  adapter_.Start();
   const uint16_t port = FindFreeUdpPort("0.0.0.0");
-  ASSERT_NE(rig_.Open(Ipv4Listen("127.0.0.1", port)).endPoint, nullptr);
+  ASSERT_NE(adapter_.Open(Ipv4Listen("127.0.0.1", port)).endPoint, nullptr);
   for (const int flags : {int{kPlain}, int{kReuseAddr}, int{kReusePort}, kReuseAddr | kReusePort}) {
     EXPECT_FALSE(CanBind({"127.0.0.1", port}, flags)) << flags;
     EXPECT_FALSE(CanBindInChild({"127.0.0.1", port}, flags)) << flags;
@@ -444,9 +444,9 @@ TEST_F(LibCtx, EndPoint_NoLaterBinderGetsItsAddress) {
 
 TEST_F(LibCtx, EndPoint_Ipv6_NoLaterBinderGetsItsAddress) {
   if (!HasIpv6Loopback()) GTEST_SKIP() << "no ::1";
-  rig_.Start();
+  adapter_.Start();
   const uint16_t port = FindFreeUdpPort("::1");
-  ASSERT_NE(rig_.Open(Ipv6Listen("::1", port)).endPoint, nullptr);
+  ASSERT_NE(adapter_.Open(Ipv6Listen("::1", port)).endPoint, nullptr);
   for (const int flags : {int{kPlain}, int{kReuseAddr}, kReuseAddr | kReusePort | kV6Only}) {
     EXPECT_FALSE(CanBind({"::1", port}, flags)) << flags;
     EXPECT_FALSE(CanBindInChild({"::1", port}, flags)) << flags;
@@ -456,37 +456,37 @@ TEST_F(LibCtx, EndPoint_Ipv6_NoLaterBinderGetsItsAddress) {
 
 TEST_F(LibCtx, EndPoint_Ipv6Wildcard_LeavesPortToIpv4) {
   if (!HasIpv6Loopback()) GTEST_SKIP() << "no ::1";
-  rig_.Start();
+  adapter_.Start();
   const uint16_t port = FindFreeUdpPort("0.0.0.0");
-  ASSERT_NE(rig_.Open(Ipv6Listen("::", port)).endPoint, nullptr);
-  EXPECT_NE(rig_.Open(Ipv4Listen("127.0.0.1", port)).endPoint, nullptr);
+  ASSERT_NE(adapter_.Open(Ipv6Listen("::", port)).endPoint, nullptr);
+  EXPECT_NE(adapter_.Open(Ipv4Listen("127.0.0.1", port)).endPoint, nullptr);
 }
 
 TEST_F(LibCtx, CreateEndPoint_ForeignAddressOrFamily_GivesNull) {
-  rig_.Start();
-  EXPECT_EQ(rig_.Open(Ipv4Listen("192.0.2.1", 5683)).endPoint, nullptr);
+  adapter_.Start();
+  EXPECT_EQ(adapter_.Open(Ipv4Listen("192.0.2.1", 5683)).endPoint, nullptr);
   for (const uint8_t family : std::vector<uint8_t>{0, 3, 255}) {
     g_sleeps.clear();
     CoapRpcSerListenAddr addr = Ipv4Listen("127.0.0.1", 0);
     addr.listenAddr.family = family;
-    EXPECT_EQ(rig_.Open(addr).endPoint, nullptr) << int{family};
+    EXPECT_EQ(adapter_.Open(addr).endPoint, nullptr) << int{family};
     EXPECT_EQ(g_sleeps, (Sleeps{1, 1, 1}));
   }
 }
 
 TEST_F(LibCtx, DeleteEndPoint_NullOrWithout_IsIgnored) {
   CoapRpcSerListen listen = {};
-  COAP_RpcDeleteEndPoint(rig_.Ctx(), nullptr);
-  COAP_RpcDeleteEndPoint(rig_.Ctx(), &listen);
+  COAP_RpcDeleteEndPoint(adapter_.Ctx(), nullptr);
+  COAP_RpcDeleteEndPoint(adapter_.Ctx(), &listen);
   EXPECT_TRUE(host_.Logs().Records().empty());
 }
 
 TEST_F(LibCtx, CreateOrUpdateResource_New_IsLoggedAndCarriesTheRoot) {
-  rig_.Start();
+  adapter_.Start();
   const CoapRpcUriKey key = KeyOf("a/b", 1, 0, 2);
-  EXPECT_EQ(COAP_RpcCreateOrUpdateResource(rig_.Ctx(), &key), 0u);
-  ASSERT_NE(rig_.Resource("a/b"), nullptr);
-  EXPECT_EQ(coap_resource_get_userdata(rig_.Resource("a/b")), rig_.Ctx());
+  EXPECT_EQ(COAP_RpcCreateOrUpdateResource(adapter_.Ctx(), &key), 0u);
+  ASSERT_NE(adapter_.Resource("a/b"), nullptr);
+  EXPECT_EQ(coap_resource_get_userdata(adapter_.Resource("a/b")), adapter_.Ctx());
   const std::vector<LogRecord> records = host_.LogsOf("COAP_RPC_LOG_MOD_DO");
   ASSERT_EQ(records.size(), 1u);
   EXPECT_EQ(records[0].text,
@@ -494,10 +494,10 @@ TEST_F(LibCtx, CreateOrUpdateResource_New_IsLoggedAndCarriesTheRoot) {
 }
 
 TEST_F(LibCtx, CreateOrUpdateResource_Observable_LogsTheMode) {
-  rig_.Start();
-  EXPECT_EQ(rig_.AddResource("con", 0, 1), 0u);
-  EXPECT_EQ(rig_.AddResource("non", 1, 1), 0u);
-  EXPECT_EQ(rig_.AddResource("other", 7, 2), 0u);
+  adapter_.Start();
+  EXPECT_EQ(adapter_.AddResource("con", 0, 1), 0u);
+  EXPECT_EQ(adapter_.AddResource("non", 1, 1), 0u);
+  EXPECT_EQ(adapter_.AddResource("other", 7, 2), 0u);
   const std::vector<LogRecord> records = host_.LogsOf("COAP_RPC_LOG_MOD_DO");
   ASSERT_EQ(records.size(), 6u);
   EXPECT_EQ(records[0].text, "set observe mode:2.");
@@ -510,64 +510,64 @@ TEST_F(LibCtx, CreateOrUpdateResource_Observable_LogsTheMode) {
 }
 
 TEST_F(LibCtx, CreateOrUpdateResource_Existing_IsSilent) {
-  rig_.Start();
-  EXPECT_EQ(rig_.AddResource("a"), 0u);
-  coap_resource_t *resource = rig_.Resource("a");
+  adapter_.Start();
+  EXPECT_EQ(adapter_.AddResource("a"), 0u);
+  coap_resource_t *resource = adapter_.Resource("a");
   host_.ClearLogs();
-  EXPECT_EQ(rig_.AddResource("a", 0, 1), 0u);
-  EXPECT_EQ(rig_.AddResource("a", 0, 0), 0u);
-  EXPECT_EQ(rig_.Resource("a"), resource);
+  EXPECT_EQ(adapter_.AddResource("a", 0, 1), 0u);
+  EXPECT_EQ(adapter_.AddResource("a", 0, 0), 0u);
+  EXPECT_EQ(adapter_.Resource("a"), resource);
   EXPECT_TRUE(host_.Logs().Records().empty());
 }
 
 TEST_F(LibCtx, CreateOrUpdateResource_Failure_Gives1900000071) {
-  rig_.Start();
+  adapter_.Start();
   g_failResource = true;
-  EXPECT_EQ(rig_.AddResource("a"), 1900000071u);
-  EXPECT_EQ(rig_.Resource("a"), nullptr);
+  EXPECT_EQ(adapter_.AddResource("a"), 1900000071u);
+  EXPECT_EQ(adapter_.Resource("a"), nullptr);
   EXPECT_TRUE(host_.LogsOf("COAP_RPC_LOG_MOD_DO").empty());
 }
 
 TEST_F(LibCtx, CreateOrUpdateResource_NotStarted_Gives1900000071) {
-  EXPECT_EQ(rig_.AddResource("a"), 1900000071u);
+  EXPECT_EQ(adapter_.AddResource("a"), 1900000071u);
 }
 
 TEST_F(LibCtx, CreateOrUpdateResource_UnterminatedUri_IsWhole) {
-  rig_.Start();
+  adapter_.Start();
   const std::string uri(64, 'u');
-  EXPECT_EQ(rig_.AddResource(uri.c_str()), 0u);
-  EXPECT_NE(rig_.Resource(uri.c_str()), nullptr);
+  EXPECT_EQ(adapter_.AddResource(uri.c_str()), 0u);
+  EXPECT_NE(adapter_.Resource(uri.c_str()), nullptr);
   EXPECT_TRUE(host_.HasLog("[CoapRpc]add resource success, uri:" + uri +
                            ", msgType:0, observe:0, pktType:0.\n"));
   const CoapRpcUriKey key = KeyOf(uri.c_str(), 1, 1, 1);
   host_.ClearLogs();
-  COAP_RpcDeleteResource(rig_.Ctx(), key.uri);
-  EXPECT_EQ(rig_.Resource(uri.c_str()), nullptr);
+  COAP_RpcDeleteResource(adapter_.Ctx(), key.uri);
+  EXPECT_EQ(adapter_.Resource(uri.c_str()), nullptr);
   EXPECT_TRUE(host_.HasLog("[CoapRpc]del resource success, uri:" + uri + ".\n"));
 }
 
 TEST_F(LibCtx, CreateOrUpdateResource_CallersTextMayGo) {
-  rig_.Start();
+  adapter_.Start();
   {
     const CoapRpcUriKey key = KeyOf("gone");
-    EXPECT_EQ(COAP_RpcCreateOrUpdateResource(rig_.Ctx(), &key), 0u);
+    EXPECT_EQ(COAP_RpcCreateOrUpdateResource(adapter_.Ctx(), &key), 0u);
   }
-  EXPECT_NE(rig_.Resource("gone"), nullptr);
+  EXPECT_NE(adapter_.Resource("gone"), nullptr);
 }
 
 TEST_F(LibCtx, DeleteResource_Known_IsLogged) {
-  rig_.Start();
-  rig_.AddResource("a");
+  adapter_.Start();
+  adapter_.AddResource("a");
   host_.ClearLogs();
-  COAP_RpcDeleteResource(rig_.Ctx(), "a");
-  EXPECT_EQ(rig_.Resource("a"), nullptr);
+  COAP_RpcDeleteResource(adapter_.Ctx(), "a");
+  EXPECT_EQ(adapter_.Resource("a"), nullptr);
   EXPECT_TRUE(host_.HasLog("[CoapRpc]del resource success, uri:a.\n"));
 }
 
 TEST_F(LibCtx, DeleteResource_Unknown_IsSilent) {
-  COAP_RpcDeleteResource(rig_.Ctx(), "a");
-  rig_.Start();
+  COAP_RpcDeleteResource(adapter_.Ctx(), "a");
+  adapter_.Start();
   host_.ClearLogs();
-  COAP_RpcDeleteResource(rig_.Ctx(), "a");
+  COAP_RpcDeleteResource(adapter_.Ctx(), "a");
   EXPECT_TRUE(host_.Logs().Records().empty());
 }

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "coap_svc/rpc/server/coap_rpc_ser_disp.h"
-#include "server_bench.h"
+#include "server_fixture.h"
 
 namespace coap_rpc_test {
 namespace {
@@ -20,7 +20,7 @@ std::string CommandText(const DispCommand &command) {
 }
 
 TEST(SerDisp, Init_RegistersFiveCommandsInOrder) {
-  ServerBench t;
+  ServerFixture t;
   Pages commands;
   for (const DispCommand &command : t.host.Display().Commands()) {
     commands.push_back(CommandText(command));
@@ -47,7 +47,7 @@ TEST(SerDisp, Instance_HasTheCommandsOfBothSidesUntilItEnds) {
 }
 
 TEST(SerDisp, Init_EveryRegistrationFails_Gives0) {
-  ServerBench t;
+  ServerFixture t;
   t.host.Display().FuncFailures().FailFrom(1);
   EXPECT_EQ(COAP_RpcSerDispInit(&t.ser), 0u);
   EXPECT_EQ(t.host.Display().FuncFailures().NumFailed(), 5u);
@@ -60,7 +60,7 @@ TEST(SerDisp, Uninit_GivesTheLowHalfOfItsArgument) {
 }
 
 TEST(SerDispTables, Empty_PrintOnlyTheTotal) {
-  ServerBench t;
+  ServerFixture t;
   EXPECT_EQ(t.host.RunCommand("disp server uriVtbl"),
             (Pages{" ***total 0 server uriVtbl(s) ***\n"}));
   EXPECT_EQ(t.host.RunCommand("disp server resource"),
@@ -69,7 +69,7 @@ TEST(SerDispTables, Empty_PrintOnlyTheTotal) {
 }
 
 TEST(SerDispTables, NoServerSide_PrintOnlyTheTotal) {
-  ServerBench t;
+  ServerFixture t;
   t.Add("a");
   t.ctx.ser = nullptr;
   EXPECT_EQ(t.host.RunCommand("disp server uriVtbl"),
@@ -80,7 +80,7 @@ TEST(SerDispTables, NoServerSide_PrintOnlyTheTotal) {
 }
 
 TEST(SerDispTables, ThreeUris_FourPages) {
-  ServerBench t;
+  ServerFixture t;
   t.Add("b", {.msgType = 1, .pktType = 2, .payloadFormat = 2});
   t.Add("c", {.observe = 7, .pktType = 3, .payloadFormat = 0});
   t.Add("a");
@@ -95,7 +95,7 @@ TEST(SerDispTables, ThreeUris_FourPages) {
 }
 
 TEST(SerDispTables, AttachedUri_ShowsItsListen) {
-  ServerBench t;
+  ServerFixture t;
   t.Attach(t.Add("a"), Ipv4Listen(0x0A000001, 5683));
   t.Attach(t.Add("b"), Ipv6Listen("\x20\x01\x0d\xb8\0\0\0\0\0\0\0\0\0\0\0\x01", 65535));
   EXPECT_EQ(t.host.RunCommand("disp server uriVtbl"),
@@ -108,7 +108,7 @@ TEST(SerDispTables, AttachedUri_ShowsItsListen) {
 
 // The address buffer has 32 bytes; a longer address shows as the marker.
 TEST(SerDispTables, LongIpv6Address_ShowsTheMarker) {
-  ServerBench t;
+  ServerFixture t;
   const char *longest = "\x2a\xaa\xbb\xbb\xcc\xcc\xdd\xdd\xee\xee\xff\xff\x1a\xaa\x2b\xbb";
   t.Attach(t.Add("a"), Ipv6Listen(longest, 1));
   EXPECT_EQ(t.host.RunCommand("disp server listen"),
@@ -118,7 +118,7 @@ TEST(SerDispTables, LongIpv6Address_ShowsTheMarker) {
 }
 
 TEST(SerDispTables, ObserveRecord_ShowsSetsTimerAndObservers) {
-  ServerBench t;
+  ServerFixture t;
   CoapRpcSerUriVtbl *entry = t.AddObservable("obs");
   EXPECT_EQ(t.host.InvokeOnce("disp server uriVtbl"),
             "server Vtbl[  0]: uri(obs)/msgType(CON)/observe(1)/pktType(DEFAULT)/"
@@ -137,7 +137,7 @@ TEST(SerDispTables, ObserveRecord_ShowsSetsTimerAndObservers) {
 }
 
 TEST(SerDispTables, Resource_ShowsWhetherAnythingIsBound) {
-  ServerBench t;
+  ServerFixture t;
   t.Attach(t.Add("b"), Ipv4Listen(0x0A000001, 5683));
   const char uri[COAP_RPC_URI_SIZE] = "a";
   COAP_RpcSerAddUriRes(&t.ser, uri);
@@ -148,7 +148,7 @@ TEST(SerDispTables, Resource_ShowsWhetherAnythingIsBound) {
 }
 
 TEST(SerDispTables, Listen_ShowsEndPointAndEntries) {
-  ServerBench t;
+  ServerFixture t;
   t.Attach(t.Add("a"), Ipv4Listen(0x0A000002, 80));
   const CoapRpcSerListenAddr bare = Ipv4Listen(0x09FFFFFF, 80);
   COAP_RpcSerConnAddListen(&t.ser, nullptr, &bare);
@@ -161,7 +161,7 @@ TEST(SerDispTables, Listen_ShowsEndPointAndEntries) {
 }
 
 TEST(SerDispTables, HostileUris_ArePrintedAsTheyAre) {
-  ServerBench t;
+  ServerFixture t;
   CoapRpcUriKey key = {};
   memset(key.uri, 'u', sizeof(key.uri));
   t.Add(key);
@@ -177,7 +177,7 @@ TEST(SerDispTables, HostileUris_ArePrintedAsTheyAre) {
 }
 
 TEST(SerDispTables, ResourceWithoutTerminator_IsPrintedAndPassed) {
-  ServerBench t;
+  ServerFixture t;
   char uri[COAP_RPC_URI_SIZE];
   memset(uri, 'u', sizeof(uri));
   COAP_RpcSerAddUriRes(&t.ser, uri);
@@ -188,7 +188,7 @@ TEST(SerDispTables, ResourceWithoutTerminator_IsPrintedAndPassed) {
 }
 
 TEST(SerDispTables, SameUri_IsPagedByItsWholeKey) {
-  ServerBench t;
+  ServerFixture t;
   for (uint32_t msgType : {0u, 1u}) {
     for (uint32_t pktType : {0u, 1u, 2u}) {
       t.Add("a", {.msgType = msgType, .pktType = pktType});
@@ -202,7 +202,7 @@ TEST(SerDispTables, SameUri_IsPagedByItsWholeKey) {
 }
 
 TEST(SerDispPaging, Position_IsTheWholeKeyAndAFourByteCounter) {
-  ServerBench t;
+  ServerFixture t;
   const TestDisp &disp = t.host.Display();
   CoapRpcSerUriVtbl *entry = t.Add("a");
   t.Attach(entry, Ipv4Listen(0x0A000002, 80));
@@ -226,7 +226,7 @@ TEST(SerDispPaging, Position_IsTheWholeKeyAndAFourByteCounter) {
 }
 
 TEST(SerDispPaging, RecordRemovedBetweenPages_DoesNotEndTheWalk) {
-  ServerBench t;
+  ServerFixture t;
   CoapRpcSerUriVtbl *a = t.Add("a");
   CoapRpcSerUriVtbl *b = t.Add("b");
   t.Add("c");
@@ -239,7 +239,7 @@ TEST(SerDispPaging, RecordRemovedBetweenPages_DoesNotEndTheWalk) {
 }
 
 TEST(SerDispPaging, RecordAddedBetweenPages_IsShownWhenItIsAhead) {
-  ServerBench t;
+  ServerFixture t;
   t.Add("b");
   EXPECT_EQ(t.host.InvokeOnce("disp server uriVtbl").substr(0, 24), "server Vtbl[  0]: uri(b)");
   t.Add("a");
@@ -249,7 +249,7 @@ TEST(SerDispPaging, RecordAddedBetweenPages_IsShownWhenItIsAhead) {
 }
 
 TEST(SerDispPaging, TableEmptiedBetweenPages_EndsWithTheCount) {
-  ServerBench t;
+  ServerFixture t;
   CoapRpcSerUriVtbl *a = t.Add("a");
   t.host.InvokeOnce("disp server uriVtbl");
   COAP_RpcSerDelUriVtbl(&t.ser, a);
@@ -257,7 +257,7 @@ TEST(SerDispPaging, TableEmptiedBetweenPages_EndsWithTheCount) {
 }
 
 TEST(SerDispPaging, TenThousandChangingRecords_AreWalkedToTheEnd) {
-  ServerBench t;
+  ServerFixture t;
   t.ctx.log = 0;
   std::vector<CoapRpcSerUriVtbl *> entries;
   for (uint32_t i = 0; i < kNumMany; ++i) entries.push_back(t.Add(std::to_string(100'000 + i)));
@@ -275,7 +275,7 @@ TEST(SerDispPaging, TenThousandChangingRecords_AreWalkedToTheEnd) {
 }
 
 TEST(SerDispTexts, AreCutAtTheBufferAndGiveIt) {
-  ServerBench t;
+  ServerFixture t;
   CoapRpcSerUriVtbl *plain = t.Add("plain");
   CoapRpcSerUriVtbl *obs = t.AddObservable("obs");
   t.Attach(plain, Ipv4Listen(0x0A000001, 5683));

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "server_bench.h"
+#include "server_fixture.h"
 
 namespace coap_rpc_test {
 namespace {
@@ -42,7 +42,7 @@ struct Shown {
 };
 
 Shown ShowOne(const CoapRpcSerObVtblReg &ob, const char *key, const char *val) {
-  ServerBench t;
+  ServerFixture t;
   t.ob = ob;
   t.ob.tupleKeyCmp = [](const void *, const void *) { return 0; };
   CoapRpcSerUriVtbl *entry = t.AddObservable("obs");
@@ -59,7 +59,7 @@ CoapRpcSerObVtblReg FourAndFour() {
 }
 
 TEST(SerDispTuples, Set_IsPrintedAtOnceInKeyOrder) {
-  ServerBench t;
+  ServerFixture t;
   CoapRpcSerUriVtbl *entry = t.AddObservable("obs");
   for (const char *key : {"eth1", "eth0", "lo.."}) {
     COAP_RpcSerUpdateTuple(&t.ctx, entry, key, "\x00\x01\x02\xff");
@@ -71,14 +71,14 @@ TEST(SerDispTuples, Set_IsPrintedAtOnceInKeyOrder) {
 }
 
 TEST(SerDispTuples, EmptySet_PrintsOnlyTheTitle) {
-  ServerBench t;
+  ServerFixture t;
   t.AddObservable("obs");
   EXPECT_EQ(t.host.RunCommand(kSet, "obs"), (Pages{"TupleInfo: uri:obs, cnt:0\n"}));
   EXPECT_EQ(t.host.RunCommand(kChgs, "obs"), (Pages{"ChgTupleInfo: uri:obs\n"}));
 }
 
 TEST(SerDispTuples, Changes_ArePrintedInListOrderWithoutTheirType) {
-  ServerBench t;
+  ServerFixture t;
   CoapRpcSerUriVtbl *entry = t.AddObservable("obs");
   entry->observerNum = 1;
   COAP_RpcSerProcTupleChg(&t.ctx, entry, &entry->key, "eth1", "1001", 1);
@@ -89,7 +89,7 @@ TEST(SerDispTuples, Changes_ArePrintedInListOrderWithoutTheirType) {
 }
 
 TEST(SerDispTuples, OtherKindsOfEntry_AreNotShown) {
-  ServerBench t;
+  ServerFixture t;
   t.Add("non", {.msgType = 1, .observe = 1}, &t.ob);
   t.Add("plain", {}, &t.ob);
   t.Add("two", {.observe = 2}, &t.ob);
@@ -103,7 +103,7 @@ TEST(SerDispTuples, OtherKindsOfEntry_AreNotShown) {
 }
 
 TEST(SerDispTuples, UriOf64Characters_EndsSilently) {
-  ServerBench t;
+  ServerFixture t;
   for (const size_t len : {64u, 65u, 5000u}) {
     EXPECT_EQ(t.host.RunCommand(kSet, std::string(len, 'u')), Pages{""});
     EXPECT_EQ(t.host.RunCommand(kChgs, std::string(len, 'u')), Pages{""});
@@ -111,7 +111,7 @@ TEST(SerDispTuples, UriOf64Characters_EndsSilently) {
 }
 
 TEST(SerDispTuples, UriOf63Characters_IsLookedUp) {
-  ServerBench t;
+  ServerFixture t;
   const std::string uri(63, 'u');
   EXPECT_EQ(t.host.RunCommand(kSet, uri),
             (Pages{"No oberver tupleSetTree for uri(" + uri + ").\n"}));
@@ -175,7 +175,7 @@ TEST(SerDispTuples, LongBytes_AreGroupedBy16AndCut) {
 }
 
 TEST(SerDispTuples, OneTupleAndOneChange_NullPrintsNothing) {
-  ServerBench t;
+  ServerFixture t;
   CoapRpcSerUriVtbl *entry = t.AddObservable("obs");
   COAP_RpcDispOneTuple_(&t.ctx, entry, nullptr);
   COAP_RpcDispOneChgTuple_(&t.ctx, entry, nullptr);
@@ -183,7 +183,7 @@ TEST(SerDispTuples, OneTupleAndOneChange_NullPrintsNothing) {
 }
 
 TEST(SerDispTuples, KeyAndValStr_RenderAlone) {
-  ServerBench t;
+  ServerFixture t;
   CoapRpcSerUriVtbl *entry = t.AddObservable("obs");
   char buf[8];
   EXPECT_EQ(COAP_RpcGetTupleKeyStr(entry, "eth0", buf, sizeof(buf)), buf);
@@ -195,7 +195,7 @@ TEST(SerDispTuples, KeyAndValStr_RenderAlone) {
 }
 
 TEST(SerDispTuples, TenThousandTuples_ComeInOneInvocation) {
-  ServerBench t;
+  ServerFixture t;
   t.ctx.log = 0;
   CoapRpcSerUriVtbl *entry = t.AddObservable("obs");
   entry->observerNum = 1;

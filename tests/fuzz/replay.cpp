@@ -1,4 +1,4 @@
-// fuzz_replay <file or folder>...: main program of a fuzz target in builds without libFuzzer. Gives
+// <target> <file or folder>...: main program of a fuzz target in builds without libFuzzer. Gives
 // the contents of each file to the target once, in the order of the names.
 #include <algorithm>
 #include <cstdint>

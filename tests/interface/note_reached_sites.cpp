@@ -1,4 +1,4 @@
-/* coap_rpc_reached.cpp: the file of reached sites, which only builds that measure coverage keep.
+/* note_reached_sites.cpp: the file of reached sites, which only builds that measure coverage keep.
  *
  * Many processes write it at the same time: a line is appended with one call. */
 #include <fcntl.h>

@@ -1,9 +1,9 @@
-/* adapter_rig.h: an instance that has an adapter and nothing else.
+/* adapter_fixture.h: an instance that has an adapter and nothing else.
  *
  * The callbacks into the rest of the library are replaced, so that tests see libcoap and the
  * adapter only.  Sleeping between attempts to open an endpoint is recorded instead of done. */
-#ifndef ADAPTER_RIG_H
-#define ADAPTER_RIG_H
+#ifndef ADAPTER_FIXTURE_H
+#define ADAPTER_FIXTURE_H
 
 #include <arpa/inet.h>
 
@@ -94,9 +94,9 @@ inline CoapRpcSerListenAddr Ipv6Listen(const char *host, uint16_t port) {
   return addr;
 }
 
-class AdapterRig {
+class AdapterFixture {
  public:
-  explicit AdapterRig(TestHost &host) : host_(host) {
+  explicit AdapterFixture(TestHost &host) : host_(host) {
     ctx_.param = ParamOf(host);
     ctx_.log = host.Log();
     ctx_.lib = &lib_;
@@ -113,12 +113,12 @@ class AdapterRig {
     lib_.eventHandler = nullptr;
     lib_.responseHandler = nullptr;
   }
-  ~AdapterRig() {
+  ~AdapterFixture() {
     Stop();
     CoapRpcLibSetSleep(oldSleep_);
   }
-  AdapterRig(const AdapterRig &) = delete;
-  AdapterRig &operator=(const AdapterRig &) = delete;
+  AdapterFixture(const AdapterFixture &) = delete;
+  AdapterFixture &operator=(const AdapterFixture &) = delete;
 
   void Start() { ASSERT_EQ(COAP_RpcCtxInit(&ctx_), 0u); }
 
@@ -162,4 +162,4 @@ class AdapterRig {
 
 }  // namespace coap_rpc_test
 
-#endif /* ADAPTER_RIG_H */
+#endif /* ADAPTER_FIXTURE_H */

@@ -1,4 +1,4 @@
-/* contract_host_bench.cpp: the host under test control, as the host-contract suite sees it. */
+/* contract_host_test.cpp: the host under test control, as the host-contract suite sees it. */
 #include <map>
 
 #include "contract_host.h"
@@ -8,10 +8,10 @@
 namespace coap_rpc_test {
 namespace {
 
-class BenchContractHost : public ContractHost {
+class TestContractHost : public ContractHost {
  public:
-  explicit BenchContractHost(const ContractHostParam &param);
-  ~BenchContractHost() override { host_.DiscardAll(); }
+  explicit TestContractHost(const ContractHostParam &param);
+  ~TestContractHost() override { host_.DiscardAll(); }
 
   uint64_t Mem() override { return host_.Mem(); }
   uint64_t Log() override { return host_.Log(); }
@@ -36,7 +36,7 @@ class BenchContractHost : public ContractHost {
   std::map<LogSite, uint32_t> asked_;  // how often each site wanted to print
 };
 
-BenchContractHost::BenchContractHost(const ContractHostParam &param)
+TestContractHost::TestContractHost(const ContractHostParam &param)
     : numAssertsBefore_(TestHost::Process().Asserts().size()),
       recordsPerSite_(param.logRecordsPerSite) {
   host_.Pool().SetByteLimit(param.memLimitBytes);
@@ -46,11 +46,11 @@ BenchContractHost::BenchContractHost(const ContractHostParam &param)
   });
 }
 
-bool BenchContractHost::IsOverRate(const std::string &module, uint32_t line) {
+bool TestContractHost::IsOverRate(const std::string &module, uint32_t line) {
   return recordsPerSite_ != 0 && ++asked_[{module, line}] > recordsPerSite_;
 }
 
-std::vector<ContractLogLine> BenchContractHost::LogLines() {
+std::vector<ContractLogLine> TestContractHost::LogLines() {
   std::vector<ContractLogLine> lines;
   for (const LogRecord &record : host_.Logs().OfKind(LogKind::kSecond)) {
     lines.push_back({record.module, record.line, record.level, record.func, Chomp(record.text)});
@@ -58,7 +58,7 @@ std::vector<ContractLogLine> BenchContractHost::LogLines() {
   return lines;
 }
 
-uint64_t BenchContractHost::LogCount(const std::string &module, uint32_t line) {
+uint64_t TestContractHost::LogCount(const std::string &module, uint32_t line) {
   uint64_t count = 0;
   for (const LogRecord &record : host_.Logs().OfKind(LogKind::kCount)) {
     if (record.module == module && record.line == line) ++count;
@@ -66,7 +66,7 @@ uint64_t BenchContractHost::LogCount(const std::string &module, uint32_t line) {
   return count;
 }
 
-std::vector<ContractAssert> BenchContractHost::Asserts() {
+std::vector<ContractAssert> TestContractHost::Asserts() {
   std::vector<ContractAssert> asserts;
   const std::vector<AssertRecord> &all = TestHost::Process().Asserts();
   for (size_t i = numAssertsBefore_; i < all.size(); ++i) {
@@ -75,9 +75,9 @@ std::vector<ContractAssert> BenchContractHost::Asserts() {
   return asserts;
 }
 
-ContractDispResult BenchContractHost::RunCommand(const std::string &objName,
-                                                 const std::string &command,
-                                                 const std::vector<std::string> &args) {
+ContractDispResult TestContractHost::RunCommand(const std::string &objName,
+                                                const std::string &command,
+                                                const std::vector<std::string> &args) {
   const DispCommand *found = host_.Display().Find(command, objName);
   if (!found || found->paramNames.size() != args.size()) return {};
   std::vector<DispArg> typed;
@@ -96,7 +96,7 @@ ContractDispResult BenchContractHost::RunCommand(const std::string &objName,
 }  // namespace
 
 std::unique_ptr<ContractHost> MakeContractHost(const ContractHostParam &param) {
-  return std::make_unique<BenchContractHost>(param);
+  return std::make_unique<TestContractHost>(param);
 }
 
 }  // namespace coap_rpc_test

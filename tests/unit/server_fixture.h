@@ -1,7 +1,7 @@
-/* server_bench.h: the tables of the server side on a TestHost, with its display commands and an
+/* server_fixture.h: the tables of the server side on a TestHost, with its display commands and an
  * adapter that succeeds without doing anything. */
-#ifndef SERVER_BENCH_H
-#define SERVER_BENCH_H
+#ifndef SERVER_FIXTURE_H
+#define SERVER_FIXTURE_H
 
 #include <cstring>
 #include <string>
@@ -40,9 +40,9 @@ struct EntryKind {
   uint8_t payloadFormat = COAP_RPC_JSON;
 };
 
-class ServerBench {
+class ServerFixture {
  public:
-  ServerBench() {
+  ServerFixture() {
     ctx.param.memHandle = host.Mem();
     ctx.param.tmrHandle = host.Tmr();
     ctx.param.dispHandle = host.Disp();
@@ -66,9 +66,9 @@ class ServerBench {
     ob.valLen = 4;
     ob.tupleKeyCmp = [](const void *a, const void *b) { return memcmp(a, b, 4); };
   }
-  ServerBench(const ServerBench &) = delete;
-  ServerBench &operator=(const ServerBench &) = delete;
-  ~ServerBench() {
+  ServerFixture(const ServerFixture &) = delete;
+  ServerFixture &operator=(const ServerFixture &) = delete;
+  ~ServerFixture() {
     COAP_RpcSerDispUninit(&ser);
     COAP_RpcSerUriUninit(&ser);
     COAP_RpcSerConnUninit(&ser);
@@ -108,4 +108,4 @@ class ServerBench {
 
 }  // namespace coap_rpc_test
 
-#endif /* SERVER_BENCH_H */
+#endif /* SERVER_FIXTURE_H */
