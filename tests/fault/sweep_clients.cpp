@@ -14,7 +14,7 @@ const CoapRpcUriKey kWatch = KeyOf("watch", COAP_RPC_CON, 1);
 
 void Prepare(Stage &stage) {
   for (const CoapRpcUriKey &key : {kCon, kNon, kWatch}) stage.RegisterClient(key);
-  stage.client_.payloadLen = 4;
+  stage.client.payloadLen = 4;
 }
 
 void ExpectKnown(uint32_t result) { ExpectOneOf(result, {0, 1900001101, 1900001102, 1900001103}); }
@@ -31,9 +31,9 @@ void WorksCalls(Stage &stage) {
     EXPECT_EQ(stage.Call(COAP_RpcCliConReq, key), 0u);
     stage.Listen(4);
   }
-  ASSERT_EQ(stage.client_.responses.size(), 2u);
-  EXPECT_EQ(stage.client_.responses[0].substr(0, 6), kAnswer);
-  EXPECT_EQ(stage.client_.responses[1].substr(0, 6), kAnswer);
+  ASSERT_EQ(stage.client.responses.size(), 2u);
+  EXPECT_EQ(stage.client.responses[0].substr(0, 6), kAnswer);
+  EXPECT_EQ(stage.client.responses[1].substr(0, 6), kAnswer);
 }
 
 // WorksWatching ends the relation, starts it again and expects a notification.
@@ -44,11 +44,11 @@ void WorksWatching(Stage &stage) {
   stage.Forget();
   EXPECT_EQ(stage.Call(COAP_RpcCliObserveReq, kWatch), 0u);
   stage.Listen(15);
-  EXPECT_EQ(stage.client_.responses, std::vector<std::string>{kAnswer});
+  EXPECT_EQ(stage.client.responses, std::vector<std::string>{kAnswer});
   stage.Notify("news");
   stage.Listen(4);
-  ASSERT_EQ(stage.client_.responses.size(), 2u);
-  EXPECT_EQ(stage.client_.responses[1], "news");
+  ASSERT_EQ(stage.client.responses.size(), 2u);
+  EXPECT_EQ(stage.client.responses[1], "news");
   EXPECT_EQ(stage.Call(COAP_RpcCliObserveUnReq, kWatch), 0u);
   WorksCalls(stage);
 }
@@ -64,7 +64,7 @@ void PlayAnswered(Stage &stage) {
 
 void PrepareLarge(Stage &stage) {
   Prepare(stage);
-  stage.client_.payloadLen = kLarge;
+  stage.client.payloadLen = kLarge;
 }
 void PrepareLargeAnswer(Stage &stage) {
   Prepare(stage);
@@ -80,7 +80,7 @@ void PlayWatch(Stage &stage) {
 void PrepareWatching(Stage &stage) {
   Prepare(stage);
   PlayWatch<COAP_RpcCliObserveReq>(stage);
-  EXPECT_EQ(stage.client_.responses, std::vector<std::string>{kAnswer});
+  EXPECT_EQ(stage.client.responses, std::vector<std::string>{kAnswer});
 }
 void PlayNotified(Stage &stage) {
   stage.Notify("news");

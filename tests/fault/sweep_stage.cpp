@@ -188,12 +188,12 @@ bool Stage::HasHeardBytes(size_t len) const { return numHeardBytes_ >= len; }
 void Stage::Forget() {
   heard_.clear();
   numHeardBytes_ = 0;
-  client_.responses.clear();
+  client.responses.clear();
 }
 
 void Stage::RegisterClient(const CoapRpcUriKey &key) {
   CoapRpcCliVtblReg reg = {};
-  reg.userData = reinterpret_cast<uint64_t>(&client_);
+  reg.userData = reinterpret_cast<uint64_t>(&client);
   reg.buildReq = BuildReq;
   reg.onResponse = OnResponse;
   reg.onDisconnect = OnDisconnect;

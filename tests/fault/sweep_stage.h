@@ -73,7 +73,7 @@ class Stage : public ObserveServer {
   // Tables is what the display commands show, without numbers that differ from run to run.
   std::string Tables();
 
-  ClientApp client_;
+  ClientApp client;
 
  private:
   void Hear(RawPeer &peer, const CoapMessage &message);

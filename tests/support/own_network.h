@@ -15,11 +15,13 @@
 namespace coap_rpc_test {
 
 // The system's record of this name is in a header that clashes with netinet/in.h.
+// NOLINTBEGIN(readability-identifier-naming)
 struct in6_ifreq {
   in6_addr ifr6_addr;
   uint32_t ifr6_prefixlen;
   int ifr6_ifindex;
 };
+// NOLINTEND(readability-identifier-naming)
 
 // SetInterfaceUp switches an interface of the present network on, or off.
 inline bool SetInterfaceUp(const char *name, bool isUp = true) {

@@ -69,6 +69,8 @@ class CliFixture : public testing::Test {
     std::vector<CoapRpcCliSession *> cancelledAt;
     size_t numDeleted = 0;  // libcoap sessions given up
   };
+
+ protected:
   Adapter adapter_;
 };
 

@@ -56,9 +56,9 @@ class Payload : public testing::Test, public ObservedEntry {
  protected:
   explicit Payload(bool isIdl = false, uint16_t valLen = 4) : ObservedEntry(4, valLen) {
     ctx.param.dbgHandle = host.Dbg();
-    ctx.lib = &lib;
+    ctx.lib = &lib_;
     ser.data.delTupleChgData = COAP_RpcSerDelTupleChgData;
-    entry.reg.userData = reinterpret_cast<uint64_t>(&builder);
+    entry.reg.userData = reinterpret_cast<uint64_t>(&builder_);
     ob.buildUpdate = isIdl ? BuildUpdate<true> : BuildUpdate<false>;
     ob.buildDelete = isIdl ? BuildDelete<true> : BuildDelete<false>;
     TestHost::Process().ClearAsserts();
@@ -69,27 +69,27 @@ class Payload : public testing::Test, public ObservedEntry {
     return ObservedEntry::Changes().back();
   }
 
-  Builder builder;
-  CoapRpcLibCtx lib = {};
+  Builder builder_;
+  CoapRpcLibCtx lib_ = {};
 };
 
 class OneData : public Payload {
  protected:
-  ~OneData() override { json_decref(array); }
-  uint32_t Run(CoapRpcTupleChg *chg) { return COAP_RpcSerHandleOneData(&ctx, &entry, chg, array); }
+  ~OneData() override { json_decref(array_); }
+  uint32_t Run(CoapRpcTupleChg *chg) { return COAP_RpcSerHandleOneData(&ctx, &entry, chg, array_); }
 
-  json_t *array = json_array();
+  json_t *array_ = json_array();
 };
 
 TEST_F(OneData, Update_GivesKeyAndValueAndAppendsTheObject) {
   CoapRpcTupleChg *chg = Queue("k001", "v001", 1);
   EXPECT_EQ(Run(chg), 0u);
-  ASSERT_EQ(builder.calls.size(), 1u);
-  EXPECT_EQ(builder.calls[0].kind, 'u');
-  EXPECT_EQ(builder.calls[0].key, "k001");
-  EXPECT_EQ(builder.calls[0].val, "v001");
-  ASSERT_EQ(json_array_size(array), 1u);
-  EXPECT_EQ(json_array_get(array, 0), builder.calls[0].out);
+  ASSERT_EQ(builder_.calls.size(), 1u);
+  EXPECT_EQ(builder_.calls[0].kind, 'u');
+  EXPECT_EQ(builder_.calls[0].key, "k001");
+  EXPECT_EQ(builder_.calls[0].val, "v001");
+  ASSERT_EQ(json_array_size(array_), 1u);
+  EXPECT_EQ(json_array_get(array_, 0), builder_.calls[0].out);
   EXPECT_TRUE(host.HasDebug("[CoapRpc]app build observe response update.\n"));
   EXPECT_EQ(ObservedEntry::Changes().size(), 1u);  // removing is the caller's
 }
@@ -99,7 +99,7 @@ TEST_F(OneData, AnyOtherKind_IsADelete) {
   for (const uint8_t kind : {uint8_t{2}, uint8_t{0}, uint8_t{3}}) {
     chg->chgType = kind;
     EXPECT_EQ(Run(chg), 0u);
-    EXPECT_EQ(builder.calls.back().kind, 'd');
+    EXPECT_EQ(builder_.calls.back().kind, 'd');
   }
   EXPECT_FALSE(host.HasDebug("[CoapRpc]app build observe response update.\n"));
 }
@@ -111,14 +111,14 @@ TEST_F(OneData, MissingBuilder_Gives1900000438) {
   ob.buildDelete = BuildDelete<false>;
   ob.buildUpdate = nullptr;
   EXPECT_EQ(Run(chg), 1900000438u);
-  EXPECT_EQ(json_array_size(array), 0u);
+  EXPECT_EQ(json_array_size(array_), 0u);
 }
 
 TEST_F(OneData, FailedBuilder_Gives1900000457AndDropsTheObject) {
   CoapRpcTupleChg *chg = Queue("k001", "v001", 1);
-  builder.result = 1;
+  builder_.result = 1;
   EXPECT_EQ(Run(chg), 1900000457u);
-  EXPECT_EQ(json_array_size(array), 0u);
+  EXPECT_EQ(json_array_size(array_), 0u);
 }
 
 void *NoMemory(size_t) { return nullptr; }
@@ -131,13 +131,13 @@ TEST_F(OneData, NoMemoryForTheObject_Gives1900000443AndAssertsLine442) {
   EXPECT_EQ(TestHost::Process().Asserts(),
             (std::vector<AssertRecord>{
                 {"coap_server/src/coap_svc/rpc/libadapter/coap_rpc_lib_handler", 442}}));
-  EXPECT_TRUE(builder.calls.empty());
+  EXPECT_TRUE(builder_.calls.empty());
 }
 
 TEST_F(OneData, NoMemoryToAppend_Gives1900001412AndDropsTheObject) {
   CoapRpcTupleChg *chg = Queue("k001", "v001", 1);
   uint32_t ret = 0;
-  while (ret == 0 && json_array_size(array) < 100) {  // until the array must grow
+  while (ret == 0 && json_array_size(array_) < 100) {  // until the array must grow
     static int numLeft;
     numLeft = 2;  // the object and its table
     json_set_alloc_funcs([](size_t size) { return numLeft-- > 0 ? malloc(size) : nullptr; }, free);
@@ -157,8 +157,8 @@ TEST_F(PayloadWithoutValue, UpdateBuilderGetsNoValue) {
   json_t *array = json_array();
   EXPECT_EQ(COAP_RpcSerHandleOneData(&ctx, &entry, chg, array), 0u);
   json_decref(array);
-  ASSERT_EQ(builder.calls.size(), 1u);
-  EXPECT_EQ(builder.calls[0].val, "-");
+  ASSERT_EQ(builder_.calls.size(), 1u);
+  EXPECT_EQ(builder_.calls[0].val, "-");
 }
 
 class IdlPayload : public Payload {
@@ -166,12 +166,12 @@ class IdlPayload : public Payload {
   IdlPayload() : Payload(true) {}
 
   uint32_t Get() {
-    payload.assign(65471, 0xEE);
-    return COAP_RpcSerHandleIdlGetPayload(&entry, payload.data(), &len);
+    payload_.assign(65471, 0xEE);
+    return COAP_RpcSerHandleIdlGetPayload(&entry, payload_.data(), &len_);
   }
 
-  std::vector<uint8_t> payload;
-  uint32_t len = 0;
+  std::vector<uint8_t> payload_;
+  uint32_t len_ = 0;
 };
 
 TEST_F(IdlPayload, OneIdlMsg_ReturnsTheBuildersResult) {
@@ -179,13 +179,13 @@ TEST_F(IdlPayload, OneIdlMsg_ReturnsTheBuildersResult) {
   uint8_t byte = 0;
   CoapRpcSerIdlMsgBuf msg{&byte, 0, 1};
   EXPECT_EQ(COAP_RpcSerHandleOneIdlMsg(&ctx, &entry, chg, &msg), 0u);
-  EXPECT_EQ(builder.calls.back().val, "v001");
-  EXPECT_EQ(builder.calls.back().out, &msg);
-  builder.result = 77;
+  EXPECT_EQ(builder_.calls.back().val, "v001");
+  EXPECT_EQ(builder_.calls.back().out, &msg);
+  builder_.result = 77;
   EXPECT_EQ(COAP_RpcSerHandleOneIdlMsg(&ctx, &entry, chg, &msg), 77u);
   chg->chgType = 2;
   EXPECT_EQ(COAP_RpcSerHandleOneIdlMsg(&ctx, &entry, chg, &msg), 77u);
-  EXPECT_EQ(builder.calls.back().kind, 'd');
+  EXPECT_EQ(builder_.calls.back().kind, 'd');
 }
 
 TEST_F(IdlPayload, OneIdlMsg_MissingBuilder_Gives1900000469) {
@@ -213,61 +213,61 @@ TEST_F(IdlPayload, OneIdlMsg_NoBuffer_Gives1900000474) {
 
 TEST_F(IdlPayload, NoChanges_FourZeroBytes) {
   EXPECT_EQ(Get(), 0u);
-  EXPECT_EQ(len, 4u);
-  EXPECT_EQ(std::vector<uint8_t>(payload.begin(), payload.begin() + 5),
+  EXPECT_EQ(len_, 4u);
+  EXPECT_EQ(std::vector<uint8_t>(payload_.begin(), payload_.begin() + 5),
             (std::vector<uint8_t>{0, 0, 0, 0, 0xEE}));
 }
 
 TEST_F(IdlPayload, MessagesOf0And3And300Bytes_AllCopiedAndTheirChangesRemoved) {
-  builder.lens = {0, 3, 300};
+  builder_.lens = {0, 3, 300};
   Queue("k001", "v001", 1);
   Queue("k002", "v002", 2);
   Queue("k003", "v003", 1);
   EXPECT_EQ(Get(), 0u);
-  EXPECT_EQ(len, 4u + 2 + 2 + 3 + 2 + 300);
-  EXPECT_EQ(std::vector<uint8_t>(payload.begin(), payload.begin() + 14),
+  EXPECT_EQ(len_, 4u + 2 + 2 + 3 + 2 + 300);
+  EXPECT_EQ(std::vector<uint8_t>(payload_.begin(), payload_.begin() + 14),
             (std::vector<uint8_t>{3, 0, 0, 0, 0, 0, 3, 0, 'B', 'B', 'B', 44, 1, 'C'}));
-  EXPECT_EQ(payload[len - 1], 'C');
-  EXPECT_EQ(payload[len], 0xEE);
+  EXPECT_EQ(payload_[len_ - 1], 'C');
+  EXPECT_EQ(payload_[len_], 0xEE);
   EXPECT_TRUE(ObservedEntry::Changes().empty());
 }
 
 TEST_F(IdlPayload, BufferAndLengthAreNotResetBetweenChanges) {
-  builder.lens = {5};  // the second builder leaves the length
+  builder_.lens = {5};  // the second builder leaves the length
   Queue("k001", "v001", 1);
   Queue("k002", "v002", 1);
   EXPECT_EQ(Get(), 0u);
-  EXPECT_EQ(builder.lensSeen, (std::vector<uint32_t>{0, 5}));
-  EXPECT_EQ(builder.firstBytes, (std::vector<uint8_t>{0, 'A'}));
-  EXPECT_EQ(len, 4u + 2 * (2 + 5));
+  EXPECT_EQ(builder_.lensSeen, (std::vector<uint32_t>{0, 5}));
+  EXPECT_EQ(builder_.firstBytes, (std::vector<uint8_t>{0, 'A'}));
+  EXPECT_EQ(len_, 4u + 2 * (2 + 5));
 }
 
 TEST_F(IdlPayload, MessageThatFillsTheBufferExactly_Fits) {
-  builder.lens = {65465};
+  builder_.lens = {65465};
   Queue("k001", "v001", 1);
   EXPECT_EQ(Get(), 0u);
-  EXPECT_EQ(len, 65471u);
-  EXPECT_EQ(payload[4], 65465 % 256);
-  EXPECT_EQ(payload[5], 65465 / 256);
-  EXPECT_EQ(payload[65470], 'A');
+  EXPECT_EQ(len_, 65471u);
+  EXPECT_EQ(payload_[4], 65465 % 256);
+  EXPECT_EQ(payload_[5], 65465 / 256);
+  EXPECT_EQ(payload_[65470], 'A');
 }
 
 TEST_F(IdlPayload, MessageThatDoesNotFit_EndsTheWalkAndLosesNothing) {
   for (const uint32_t tooLong :
        {65466u, 65469u, 65470u, 65471u, 65472u, 65535u, 65536u, UINT32_MAX}) {
     SCOPED_TRACE(tooLong);
-    builder = {};
-    builder.lens = {3, tooLong, 3};
+    builder_ = {};
+    builder_.lens = {3, tooLong, 3};
     Queue("k001", "v001", 1);
     CoapRpcTupleChg *second = Queue("k002", "v002", 1);
     CoapRpcTupleChg *third = Queue("k003", "v003", 2);
     EXPECT_EQ(Get(), 0u);
-    EXPECT_EQ(len, 9u);
-    EXPECT_EQ(std::vector<uint8_t>(payload.begin(), payload.begin() + 9),
+    EXPECT_EQ(len_, 9u);
+    EXPECT_EQ(std::vector<uint8_t>(payload_.begin(), payload_.begin() + 9),
               (std::vector<uint8_t>{1, 0, 0, 0, 3, 0, 'A', 'A', 'A'}));
     EXPECT_EQ(ObservedEntry::Changes(), (std::vector<CoapRpcTupleChg *>{second, third}));
     EXPECT_EQ(second->chgType, 1);
-    EXPECT_EQ(builder.calls.size(), 2u);
+    EXPECT_EQ(builder_.calls.size(), 2u);
     EXPECT_TRUE(host.HasDebug("[CoapRpc] get payload memcpy fail, msgNum: 1, offset: 9.\n"));
     COAP_RpcSerDelTupleChgData(&ctx, second);
     COAP_RpcSerDelTupleChgData(&ctx, third);
@@ -276,11 +276,11 @@ TEST_F(IdlPayload, MessageThatDoesNotFit_EndsTheWalkAndLosesNothing) {
 
 TEST_F(IdlPayload, MessageForNoPayload_IsLoggedOnce) {
   for (int round = 0; round < 3; ++round) {
-    builder = {};
-    builder.lens = {65466};
+    builder_ = {};
+    builder_.lens = {65466};
     if (round == 0) Queue("k001", "v001", 1);
     EXPECT_EQ(Get(), 0u);
-    EXPECT_EQ(len, 4u);
+    EXPECT_EQ(len_, 4u);
   }
   const std::vector<LogRecord> records = host.LogsOf("COAP_RpcSerHandleIdlGetPayload");
   ASSERT_EQ(records.size(), 1u);
@@ -292,7 +292,7 @@ TEST_F(IdlPayload, MessageForNoPayload_IsLoggedOnce) {
 }
 
 TEST_F(IdlPayload, MessageForTheNextPayload_IsNotLogged) {
-  builder.lens = {3, 65465};
+  builder_.lens = {3, 65465};
   Queue("k001", "v001", 1);
   Queue("k002", "v002", 1);
   EXPECT_EQ(Get(), 0u);
@@ -321,7 +321,7 @@ class BrokenList {
 };
 
 TEST_F(IdlPayload, ManyPending_NothingBehindTheLastTriedIsTouched) {
-  builder.lens = {30'000, 30'000, 30'000};
+  builder_.lens = {30'000, 30'000, 30'000};
   for (int i = 0; i < 1000; ++i) {
     ASSERT_EQ(Chg(std::to_string(1000 + i).c_str(), "v001", 1), 0u);
   }
@@ -330,19 +330,19 @@ TEST_F(IdlPayload, ManyPending_NothingBehindTheLastTriedIsTouched) {
     const BrokenList broken(changes, 3);
     EXPECT_EQ(Get(), 0u);
   }
-  EXPECT_EQ(payload[0], 2);
+  EXPECT_EQ(payload_[0], 2);
   EXPECT_EQ(ObservedEntry::Changes(),
             std::vector<CoapRpcTupleChg *>(changes.begin() + 2, changes.end()));
 }
 
 TEST_F(IdlPayload, NoRoomForALengthField_EndsTheWalk) {
   for (const uint32_t first : {65464u, 65465u}) {  // one byte left, none left
-    builder = {};
-    builder.lens = {first, 0};
+    builder_ = {};
+    builder_.lens = {first, 0};
     Queue("k001", "v001", 1);
     CoapRpcTupleChg *second = Queue("k002", "v002", 1);
     EXPECT_EQ(Get(), 0u);
-    EXPECT_EQ(payload[0], 1);
+    EXPECT_EQ(payload_[0], 1);
     EXPECT_EQ(ObservedEntry::Changes(), (std::vector<CoapRpcTupleChg *>{second}));
     COAP_RpcSerDelTupleChgData(&ctx, second);
   }
@@ -353,7 +353,7 @@ TEST_F(IdlPayload, NoScratchBuffer_Gives1900000608AndKeepsTheChanges) {
   host.Pool().Failures().FailOnce(1);
   EXPECT_EQ(Get(), 1900000608u);
   EXPECT_EQ(ObservedEntry::Changes().size(), 1u);
-  EXPECT_TRUE(builder.calls.empty());
+  EXPECT_TRUE(builder_.calls.empty());
   const std::vector<LogRecord> records = host.LogsOf("COAP_RpcSerHandleIdlGetPayload");
   ASSERT_EQ(records.size(), 1u);
   EXPECT_EQ(records[0].line, 607u);

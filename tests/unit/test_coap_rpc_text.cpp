@@ -10,7 +10,7 @@
 namespace coap_rpc_test {
 namespace {
 
-constexpr uint32_t k192_168_1_1 = 0xC0A80101;
+constexpr uint32_t kHomeIpv4 = 0xC0A80101;  // 192.168.1.1
 
 TEST(EnumTexts, MsgType) {
   EXPECT_STREQ(COAP_RpcGetMsgTypeStr(0), "CON");
@@ -45,7 +45,7 @@ TEST(EnumTexts, CodeType) {
 TEST(IpAddrGetStr, Ipv4_GivesTheBuffer) {
   CoapRpcIpAddr addr = {};
   addr.family = 1;
-  addr.addr.ipv4 = k192_168_1_1;
+  addr.addr.ipv4 = kHomeIpv4;
   char buf[32];
   EXPECT_EQ(COAP_RpcIpAddrGetStr(&addr, buf, sizeof(buf)), buf);
   EXPECT_STREQ(buf, "192.168.1.1");
@@ -54,7 +54,7 @@ TEST(IpAddrGetStr, Ipv4_GivesTheBuffer) {
 TEST(IpAddrGetStr, Ipv4_DoesNotFit_GivesTheMarker) {
   CoapRpcIpAddr addr = {};
   addr.family = 1;
-  addr.addr.ipv4 = k192_168_1_1;
+  addr.addr.ipv4 = kHomeIpv4;
   char buf[11];
   EXPECT_STREQ(COAP_RpcIpAddrGetStr(&addr, buf, sizeof(buf)), "-v4i-");
   EXPECT_STREQ(COAP_RpcIpAddrGetStr(&addr, nullptr, 0), "-v4i-");
@@ -90,28 +90,28 @@ TEST(IpAddrGetStr, BufferIsNotClearedFirst) {
 TEST(Ip4GetStr, ClearsTheBuffer) {
   char buf[32];
   memset(buf, 'x', sizeof(buf));
-  EXPECT_EQ(COAP_RpcIp4GetStr(k192_168_1_1, buf, sizeof(buf)), buf);
+  EXPECT_EQ(COAP_RpcIp4GetStr(kHomeIpv4, buf, sizeof(buf)), buf);
   EXPECT_STREQ(buf, "192.168.1.1");
   EXPECT_EQ(buf[31], '\0');
 }
 
 TEST(Ip4GetStr, DoesNotFit_ClearsTheBufferAndGivesTheMarker) {
   char buf[4] = {'x', 'x', 'x', 'x'};
-  EXPECT_STREQ(COAP_RpcIp4GetStr(k192_168_1_1, buf, sizeof(buf)), "-v4i-");
+  EXPECT_STREQ(COAP_RpcIp4GetStr(kHomeIpv4, buf, sizeof(buf)), "-v4i-");
   EXPECT_EQ(buf[3], '\0');
 }
 
 TEST(PrintIpPort, WritesAddressColonPort) {
   char buf[64];
-  EXPECT_EQ(COAP_PrintIpPort(k192_168_1_1, 5683, buf, sizeof(buf)), buf);
+  EXPECT_EQ(COAP_PrintIpPort(kHomeIpv4, 5683, buf, sizeof(buf)), buf);
   EXPECT_STREQ(buf, "192.168.1.1:5683");
 }
 
 TEST(PrintIpPort, IsCutAtTheBuffer) {
   char buf[14];
-  EXPECT_STREQ(COAP_PrintIpPort(k192_168_1_1, 5683, buf, sizeof(buf)), "192.168.1.1:5");
+  EXPECT_STREQ(COAP_PrintIpPort(kHomeIpv4, 5683, buf, sizeof(buf)), "192.168.1.1:5");
   char one[1] = {'x'};
-  EXPECT_STREQ(COAP_PrintIpPort(k192_168_1_1, 5683, one, sizeof(one)), "");
+  EXPECT_STREQ(COAP_PrintIpPort(kHomeIpv4, 5683, one, sizeof(one)), "");
 }
 
 TEST(PrintIpPort, PortIs32BitsWide) {

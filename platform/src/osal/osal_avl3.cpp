@@ -17,6 +17,7 @@ constexpr size_t kCacheLine = 64;
 
 enum class Lean { kLeft, kEven, kRight };
 
+// NOLINTBEGIN(readability-identifier-naming): the names that the algorithms ask for
 struct NodeTraits {
   using node = Node;
   using node_ptr = Node *;
@@ -42,6 +43,7 @@ struct NodeTraits {
   static balance zero() { return Lean::kEven; }
   static balance positive() { return Lean::kRight; }
 };
+// NOLINTEND(readability-identifier-naming)
 
 using Algorithms = boost::intrusive::avltree_algorithms<NodeTraits>;
 
