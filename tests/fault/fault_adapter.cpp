@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include "adapter_fixture.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_msg.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_msg.h"
 #include "fail_plan.h"
 #include "libcoap_memory.h"
 #include "raw_peer.h"

@@ -1,4 +1,5 @@
 #include "sweep_stage.h"
+#include "test_sleep.h"
 
 #include <algorithm>
 #include <cstring>
@@ -65,7 +66,7 @@ Stage::Stage()
     : asker_({OwnHost(Role::kPeer), 0}),
       home_({OwnHost(Role::kPeer), kCoapPort}),
       far_({OwnHost(Role::kOtherPeer), 0}) {
-  CoapRpcLibSetSleep(SleepNot);
+  SetTestSleep(SleepNot);
   asker_.SetRemote(Address());
 }
 

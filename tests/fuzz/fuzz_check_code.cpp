@@ -12,8 +12,8 @@
 #include "coap_svc/rpc/coap_rpc_ser.h"
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_sites.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_observe.h"
+#include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_response.h"
+#include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_observe.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
 #include "fuzz_host.h"
 

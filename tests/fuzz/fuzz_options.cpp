@@ -6,8 +6,8 @@
 
 #include "coap_svc/rpc/coap_rpc_cli.h"
 #include "coap_svc/rpc/coap_rpc_ser.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_lookup.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_msg.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_lookup.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_msg.h"
 #include "fuzz_host.h"
 
 namespace fuzz {

@@ -13,6 +13,7 @@
 #include "fresh_memory.h"
 #include "fuzz_support.h"
 #include "own_network.h"
+#include "test_sleep.h"
 
 namespace fuzz {
 namespace {
@@ -60,7 +61,7 @@ void PrepareWire() {
   CheckMarks();
   g_random = kFirstRandom;
   coap_set_prng(TakeRandom);
-  CoapRpcLibSetSleep(SleepNot);
+  SetTestSleep(SleepNot);
 }
 
 void RunIo(CoapRpcCtx *ctx) {

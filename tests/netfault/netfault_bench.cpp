@@ -12,9 +12,11 @@
 #include "coap_svc/rpc/client/coap_rpc_cli_uri.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_io.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_data.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
 #include "netfault_random.h"
+#include "test_sleep.h"
 
 namespace netfault {
 namespace {
@@ -137,7 +139,7 @@ Bench::Bench(const Scenario &scenario, Trace trace)
       link_(scenario.seed + 1),
       publisher_(scenario.isIdl) {
   SeedLibraryRandom(scenario.seed + 2);
-  CoapRpcLibSetSleep(NoSleep);
+  SetTestSleep(NoSleep);
   for (const Side side : {kPublisher, kMirror}) {
     nodes_[side].network = std::make_unique<Network>(scenario.isIpv6, kHosts[side]);
   }
@@ -148,7 +150,7 @@ Bench::~Bench() {
   Stop(kMirror);
   Stop(kPublisher);
   SetSocketPolicy(nullptr);
-  CoapRpcLibSetSleep(sleep);
+  SetTestSleep(nullptr);
 }
 
 void Bench::Say(const std::string &text) const {

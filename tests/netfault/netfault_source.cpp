@@ -8,6 +8,7 @@
 
 #include "coap_svc/rpc/coap_rpc_cli.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_io.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
 #include "netfault_net.h"
 #include "netfault_packet.h"

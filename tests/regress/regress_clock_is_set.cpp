@@ -10,6 +10,7 @@
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/coap_rpc_ser.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_io.h"
 #include "own_sockets.h"
 #include "raw_peer.h"
 #include "test_instance.h"

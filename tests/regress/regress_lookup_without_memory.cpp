@@ -1,6 +1,6 @@
 // An observer that came or went while libcoap had no memory was not counted: the lookup of its
 // entry asked for some.  It was never told anything, or stayed in the entry's count for ever.
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_lookup.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_lookup.h"
 #include "libcoap_memory.h"
 #include "wire_server.h"
 

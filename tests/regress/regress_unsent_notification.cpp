@@ -3,7 +3,7 @@
 // an empty 2.01.
 #include <cerrno>
 
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_observe.h"
+#include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_observe.h"
 #include "failing_sends.h"
 #include "flight_server.h"
 

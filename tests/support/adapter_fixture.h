@@ -16,6 +16,7 @@
 #include "coap_svc/rpc/server/coap_rpc_ser_conn.h"
 #include "test_host.h"
 #include "test_instance.h"
+#include "test_sleep.h"
 
 namespace coap_rpc_test {
 
@@ -103,7 +104,7 @@ class AdapterFixture {
     g_adapterCalls = {};
     g_sleeps.clear();
     g_whileAsleep = nullptr;
-    oldSleep_ = CoapRpcLibSetSleep(RecordSleep);
+    oldSleep_ = SetTestSleep(RecordSleep);
     COAP_RpcLibVtblInit(&ctx_);
     lib_.getHandler = AnswerHello;
     lib_.postHandler = AnswerHello;
@@ -115,7 +116,7 @@ class AdapterFixture {
   }
   ~AdapterFixture() {
     Stop();
-    CoapRpcLibSetSleep(oldSleep_);
+    SetTestSleep(oldSleep_);
   }
   AdapterFixture(const AdapterFixture &) = delete;
   AdapterFixture &operator=(const AdapterFixture &) = delete;
@@ -157,7 +158,7 @@ class AdapterFixture {
   TestHost &host_;
   CoapRpcCtx ctx_ = {};
   CoapRpcLibCtx lib_ = {};
-  CoapRpcLibSleep oldSleep_;
+  TestSleep oldSleep_;
 };
 
 }  // namespace coap_rpc_test

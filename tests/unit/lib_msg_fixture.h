@@ -12,7 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "coap_message.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_msg.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_msg.h"
 #include "raw_peer.h"
 #include "test_host.h"
 

@@ -1,5 +1,6 @@
 /* test_coap_rpc_lib_ctx.cpp: libcoap's life, endpoints, resources and the I/O timer. */
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_io.h"
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,10 +12,10 @@
 
 #include "adapter_fixture.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
+#include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_response.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_observe.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_log.h"
+#include "coap_svc/rpc/libadapter/log/coap_rpc_lib_log.h"
+#include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_observe.h"
 #include "raw_peer.h"
 
 // libcoap's functions, under the control of this file: linked with --wrap.

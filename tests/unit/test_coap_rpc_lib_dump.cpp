@@ -11,7 +11,7 @@
 
 #include <gtest/gtest.h>
 
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_log.h"
+#include "coap_svc/rpc/libadapter/log/coap_rpc_lib_log.h"
 #include "csvc_dbg.h"
 #include "test_host.h"
 

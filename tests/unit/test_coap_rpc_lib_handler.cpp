@@ -2,7 +2,9 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler.h"
 
 #include "coap_svc/rpc/coap_rpc_ext.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_ext_ops.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_ext.h"
+#include "coap_svc/rpc/libadapter/serve/coap_rpc_lib_async.h"
+#include "coap_svc/rpc/libadapter/serve/coap_rpc_lib_request.h"
 #include "handler_objects.h"
 
 namespace coap_rpc_test {

@@ -2,8 +2,8 @@
 #include <jansson.h>
 
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_block.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_payload.h"
+#include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_block.h"
+#include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_payload.h"
 #include "observed_entry.h"
 
 namespace coap_rpc_test {

@@ -1,5 +1,5 @@
 /* test_coap_rpc_lib_log.cpp: libcoap's messages on their way to both sinks, with caller names. */
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_log.h"
+#include "coap_svc/rpc/libadapter/log/coap_rpc_lib_log.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_caller.h"
+#include "coap_svc/rpc/libadapter/log/coap_rpc_lib_caller.h"
 #include "logging_functions.h"
 #include "test_host.h"
 

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_log.h"
+#include "coap_svc/rpc/libadapter/log/coap_rpc_lib_log.h"
 #include "log_costs.h"
 #include "logging_functions.h"
 #include "test_host.h"

@@ -1,5 +1,5 @@
 /* test_coap_rpc_lib_lookup.cpp: which registered handler table a message belongs to. */
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_lookup.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_lookup.h"
 
 #include <arpa/inet.h>
 

@@ -4,10 +4,11 @@
 #include <string>
 #include <vector>
 
+#include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_response.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_observe.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_log.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler.h"
+#include "coap_svc/rpc/libadapter/log/coap_rpc_lib_log.h"
+#include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_observe.h"
 #include "test_host.h"
 #include "test_instance.h"
 

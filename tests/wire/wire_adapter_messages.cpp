@@ -3,7 +3,8 @@
 
 #include "adapter_fixture.h"
 #include "coap_malformed.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_msg.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_io.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_msg.h"
 #include "fd_capture.h"
 #include "raw_peer.h"
 

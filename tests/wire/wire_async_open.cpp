@@ -215,7 +215,7 @@ TEST_F(OpenAsync, QueuedAnswers_EndWithTheirEntry) {
   COAP_RpcSerDelUriVtbl(Ctx()->ser, entry_);
   while (home_.ReceiveMessage(Pump(), kNothingComes)) {
   }
-  EXPECT_EQ(Ctx()->lib->numTargets, 0u);
+  EXPECT_EQ(Ctx()->lib->numAnswerSessions, 0u);
 }
 
 TEST_F(OpenAsync, AnsweredOutsideTheIo_OneRunOfItSends) {

@@ -75,8 +75,8 @@ class Targets : public Async {
     return [this] { COAP_RpcProcIo(Ctx()); };
   }
 
-  uint32_t NumTargets() const { return Ctx()->lib->numTargets; }
-  uint32_t NumSpare() const { return Ctx()->lib->numSpareTargets; }
+  uint32_t NumTargets() const { return Ctx()->lib->numAnswerSessions; }
+  uint32_t NumSpare() const { return Ctx()->lib->numSpareSessions; }
 
   bool isAnswering_ = true;
   std::map<int, std::unique_ptr<Peer>> peers_;

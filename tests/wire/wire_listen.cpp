@@ -11,6 +11,7 @@
 #include "raw_peer.h"
 #include "test_host.h"
 #include "test_instance.h"
+#include "test_sleep.h"
 
 namespace coap_rpc_test {
 namespace {
@@ -29,12 +30,12 @@ class WireListen : public testing::Test {
   // Nobody else takes a port that the test gives up for a moment.
   static void SetUpTestSuite() { EnterOwnNetwork(); }
 
-  WireListen() : oldSleep_(CoapRpcLibSetSleep(RecordSleep)) {
+  WireListen() : oldSleep_(SetTestSleep(RecordSleep)) {
     g_sleeps.clear();
     const CoapRpcSerVtblReg reg = {};
     EXPECT_EQ(COAP_RpcSerRegVtbl(instance_, &key_, &reg, nullptr), 0u);
   }
-  ~WireListen() override { CoapRpcLibSetSleep(oldSleep_); }
+  ~WireListen() override { SetTestSleep(oldSleep_); }
 
   static CoapRpcSerListenAddr ListenAddr(const UdpAddress &address) {
     CoapRpcSerListenAddr addr = {};
@@ -69,7 +70,7 @@ class WireListen : public testing::Test {
   TestHost host_;
   TestInstance instance_{host_};
   const CoapRpcUriKey key_ = KeyOf("a");
-  CoapRpcLibSleep oldSleep_;
+  TestSleep oldSleep_;
 };
 
 TEST_F(WireListen, HeldAddress_Gives1900000157AndTheListenStaysBare) {

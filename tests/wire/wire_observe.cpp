@@ -1,5 +1,5 @@
 // Registration, notification and cancellation, message by message.
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_observe.h"
+#include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_observe.h"
 #include "observe_server.h"
 
 namespace coap_rpc_test {

@@ -14,6 +14,7 @@
 
 #include "coap_svc/rpc/coap_rpc_ser.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_io.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_data.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
 #include "raw_peer.h"

@@ -6,6 +6,7 @@
 #include <random>
 
 #include "test_network.h"
+#include "test_sleep.h"
 #include "two_instances.h"
 
 namespace coap_rpc_test {
@@ -43,9 +44,9 @@ class TwoChaos : public testing::WithParamInterface<Seeds>,
     StartServer();
     StartAsker();
     numSleeps_ = 0;
-    CoapRpcLibSetSleep([](unsigned) { return ++numSleeps_ * 0; });
+    SetTestSleep([](unsigned) { return ++numSleeps_ * 0; });
   }
-  ~TwoChaos() override { CoapRpcLibSetSleep(sleep); }
+  ~TwoChaos() override { SetTestSleep(nullptr); }
 
   uint32_t Below(uint32_t limit) { return static_cast<uint32_t>(random_() % limit); }
 

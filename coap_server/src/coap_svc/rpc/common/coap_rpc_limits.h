@@ -97,10 +97,10 @@ inline constexpr uint32_t kMaxAnswerInOneMessage = 1024;
 // What senders with forged addresses can make the library hold.  Each target of asynchronous
 // answers takes a socket.
 inline constexpr uint32_t kMaxIdleSessions = 1000;
-inline constexpr uint32_t kMaxTargets = 500;
-inline constexpr uint32_t kTargetsPerTurn = 64;  // left free of spare ones for new peers
-inline constexpr uint32_t kMaxSpareTargets = 128;
-inline constexpr uint32_t kSpareTargetKeepMs = 60000;
+inline constexpr uint32_t kMaxAnswerSessions = 500;
+inline constexpr uint32_t kAnswerSessionsPerTurn = 64;  // left free of spare ones for new peers
+inline constexpr uint32_t kMaxSpareSessions = 128;
+inline constexpr uint32_t kSpareSessionKeepMs = 60000;
 inline constexpr uint32_t kMaxUploads = 64;
 inline constexpr size_t kMaxUploadBytes = size_t{1024} * 1024;
 

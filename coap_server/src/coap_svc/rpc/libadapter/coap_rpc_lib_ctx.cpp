@@ -2,25 +2,21 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstring>
-#include <ctime>
 
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
+#include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_response.h"
+#include "coap_svc/rpc/libadapter/call/coap_rpc_lib_relation.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_async.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_block.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_cli.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_observe.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_target.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_log.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_msg.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_relation.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_rounds.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_io.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_parts.h"
+#include "coap_svc/rpc/libadapter/log/coap_rpc_lib_log.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_msg.h"
+#include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_block.h"
+#include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_observe.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_conn.h"
-#include "kst_tmr.h"
 #include "libcoap/ext/coap_rpc_lib_internals.h"
 
 namespace {
@@ -29,8 +25,6 @@ using namespace coap_rpc;
 
 // libcoap's clean-up resets state that all instances of the process share: the last one does it.
 uint32_t g_numStarted = 0;
-
-CoapRpcLibSleep g_sleep = sleep;
 
 void StartLibCoap(const CoapRpcLibCtx *lib) {
   coap_startup();
@@ -98,63 +92,9 @@ void SetNotifyMode(CoapRpcCtx *ctx, coap_resource_t *resource, const CoapRpcUriK
   COAP_RPC_DEBUG(ctx, "set observe mode:%u.", mode);
 }
 
-// FreeRetired frees what was given up.  Observers are told that they are gone: what their callbacks
-// give up meanwhile is freed in the same run, and what they take back stays.
-void FreeRetired(CoapRpcCtx *ctx) {
-  if (ctx->lib->hasRetired != 0) {
-    ++ctx->ioDepth;
-    CoapRpcLibFreeRetired(ctx->lib->coapCtx);
-    --ctx->ioDepth;
-    CoapRpcLibWakeIn(ctx->lib->coapCtx, 0);  // for what callbacks have answered
-    ctx->lib->hasRetired = 0;
-  }
-  SettleTargets(ctx);
-}
-
-// Retired frees what was just released, unless inside libcoap's I/O.
-void Retired(CoapRpcCtx *ctx) {
-  ctx->lib->hasRetired = 1;
-  if (ctx->ioDepth == 0) FreeRetired(ctx);
-}
-
-// EndTurn bounds what the datagrams of a turn made libcoap set aside: the next turn may come at
-// once.
-void EndTurn(CoapRpcCtx *ctx) {
-  if (!Libcoap(ctx)) return;
-  CoapRpcLibLimitUploads(Libcoap(ctx), kMaxUploads, kMaxUploadBytes);
-  FreeRetired(ctx);
-}
-
 // Reclaim gives an endpoint back that a callback has just given up, if it has this address.
 coap_endpoint_t *Reclaim(const CoapRpcCtx *ctx, const coap_address_t *address) {
   return ctx->lib->hasRetired != 0 ? CoapRpcLibReclaim(ctx->lib->coapCtx, address) : nullptr;
-}
-
-// RunLibcoap runs `work` on the libcoap context.  False: there is none; a callback may have freed
-// it.  The depth tells callbacks that they are inside libcoap's I/O, which still uses the sessions
-// and observers that it is about to serve; for the same reason it is not run inside itself.
-template <typename Work>
-bool RunLibcoap(CoapRpcCtx *ctx, Work work) {
-  coap_context_t *coapCtx = Libcoap(ctx);
-  if (!coapCtx || ctx->ioDepth != 0) return false;
-  ++ctx->ioDepth;
-  work(coapCtx);
-  if (Libcoap(ctx)) CoapRpcAsyncServe(ctx);
-  if (--ctx->ioDepth == 0) EndTurn(ctx);
-  return true;
-}
-
-// ProcessOnce lets libcoap do what is due, without waiting.
-bool ProcessOnce(CoapRpcCtx *ctx) {
-  return RunLibcoap(ctx,
-                    [](coap_context_t *coapCtx) { coap_io_process(coapCtx, COAP_IO_NO_WAIT); });
-}
-
-// ServeRound is ProcessOnce for many datagrams at once.  True: there may be more.
-bool ServeRound(CoapRpcCtx *ctx, ReadRounds &rounds) {
-  bool isMore = false;
-  RunLibcoap(ctx, [&](coap_context_t *coapCtx) { isMore = rounds.Serve(coapCtx); });
-  return isMore;
 }
 
 // OpenOnce makes one attempt to open an endpoint; null when it fails.
@@ -170,44 +110,6 @@ coap_endpoint_t *OpenOnce(const CoapRpcCtx *ctx, const CoapRpcSerListenAddr &add
 void LogOpened(CoapRpcCtx *ctx, const CoapRpcSerListenAddr &addr) {
   COAP_RPC_DEBUG(ctx, "[CoapRpc]add endPoint success, addr:0x%x, port:%u.\n",
                  addr.listenAddr.addr.ipv4, addr.port);
-}
-
-uint64_t MonotonicMs() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
-}
-
-bool IsServicePending(const CoapRpcCtx *ctx) { return ctx->lib && ctx->lib->svcFlag != 0; }
-
-// WakeForTick does a tick's work when it is time, and says when the next is, for a host that serves
-// the descriptor and runs no I/O timer.
-void WakeForTick(CoapRpcCtx *ctx) {
-  constexpr coap_tick_t kPeriod = kQuickPeriodMs * COAP_TICKS_PER_SECOND / 1000;
-  CoapRpcLibCtx *lib = ctx->lib;
-  coap_tick_t now = 0;
-  coap_ticks(&now);
-  if (lib->nextTick <= now) {
-    CoapRpcHandlerTick(ctx);
-    lib->nextTick = now + kPeriod;
-  }
-  CoapRpcLibWakeIn(lib->coapCtx, lib->nextTick - now);
-}
-
-void TickWithIo(CoapRpcCtx *ctx) {
-  if (Libcoap(ctx) && ctx->ioDepth == 0 && CoapRpcHandlerIsRetaining(ctx)) WakeForTick(ctx);
-}
-
-uint32_t StartTimer(CoapRpcCtx *ctx, CoapRpcLibCtx *lib) {
-  if (lib->taskTmr != 0) return 0;
-  lib->taskTmr = KST_TmrStartLoop(ctx->param.tmrHandle, COAP_RpcProcTask, kTaskPeriodMs, ctx);
-  return lib->taskTmr != 0 ? 0 : Code(kSiteStartTaskTimerFailed);
-}
-
-void StopTimer(CoapRpcCtx *ctx, CoapRpcLibCtx *lib) {
-  if (lib->taskTmr == 0) return;
-  KST_TmrStop(ctx->param.tmrHandle, lib->taskTmr);
-  lib->taskTmr = 0;
 }
 
 }  // namespace
@@ -253,36 +155,25 @@ uint32_t COAP_RpcLibStartup_(CoapRpcCtx *ctx, CoapRpcLibCtx *lib) {
   if (!lib->coapCtx) return Code(kSiteLibStartupNoContext);
   ++g_numStarted;
   RegisterHandlers(ctx, lib);
-  StartTimer(ctx, lib);
+  CoapRpcLibStartTimer(ctx, lib);
   return 0;
 }
 
 void COAP_RpcLibCleanup_(CoapRpcCtx *ctx, CoapRpcLibCtx *lib) {
   if (!lib || !lib->coapCtx) return;
-  CoapRpcHandlerStop(ctx);
+  CoapRpcPartsStop(ctx);
   coap_free_context(lib->coapCtx);
   lib->coapCtx = nullptr;
-  CoapRpcHandlerFree(ctx);
-  StopTimer(ctx, lib);
+  CoapRpcPartsFree(ctx);
+  CoapRpcLibStopTimer(ctx, lib);
   if (--g_numStarted == 0) coap_cleanup();
-}
-
-CoapRpcCtx *CoapRpcLibRootOf(const coap_session_t *session) {
-  const coap_context_t *coapCtx = session ? coap_session_get_context(session) : nullptr;
-  return coapCtx ? static_cast<CoapRpcCtx *>(coap_context_get_app_data(coapCtx)) : nullptr;
-}
-
-CoapRpcLibSleep CoapRpcLibSetSleep(CoapRpcLibSleep sleepFunc) {
-  const CoapRpcLibSleep old = g_sleep;
-  g_sleep = sleepFunc;
-  return old;
 }
 
 coap_endpoint_t *COAP_RpcCreateEndPoint(CoapRpcCtx *ctx, const CoapRpcSerListenAddr *addr) {
   if (!Libcoap(ctx)) return nullptr;
   for (uint32_t i = 0; i < kEndPointAttempts; ++i) {
     if (coap_endpoint_t *endPoint = CoapRpcLibOpenEndPoint(ctx, addr)) return endPoint;
-    g_sleep(kEndPointRetrySeconds);
+    sleep(kEndPointRetrySeconds);
   }
   return nullptr;
 }
@@ -298,7 +189,7 @@ void COAP_RpcDeleteEndPoint(CoapRpcCtx *ctx, CoapRpcSerListen *listen) {
   coap_endpoint_t *endPoint = listen->endPoint;
   listen->endPoint = nullptr;
   CoapRpcLibRetire(endPoint);
-  Retired(ctx);
+  CoapRpcLibRetired(ctx);
   COAP_RPC_DEBUG(ctx, "[CoapRpc]del endPoint success, addr:0x%x, port:%u.\n",
                  listen->key.listenAddr.addr.ipv4, listen->key.port);
 }
@@ -332,57 +223,8 @@ void COAP_RpcDeleteResource(CoapRpcCtx *ctx, const char *uri) {
   if (!resource || !coap_resource_get_userdata(resource)) return;
   // What libcoap still calls for this resource finds no instance then.
   coap_resource_set_userdata(resource, nullptr);
-  Retired(ctx);
+  CoapRpcLibRetired(ctx);
   COAP_RPC_DEBUG(ctx, "[CoapRpc]del resource success, uri:%.*s.\n", COAP_RPC_URI_SIZE, uri);
-}
-
-uint32_t COAP_RpcStartTaskTimer(CoapRpcCtx *ctx) { return StartTimer(ctx, ctx->lib); }
-
-void COAP_RpcStopTaskTimer(CoapRpcCtx *ctx) { StopTimer(ctx, ctx->lib); }
-
-uint32_t COAP_RpcRefreshTaskTimer(CoapRpcCtx *ctx) {
-  CoapRpcLibCtx *lib = ctx->lib;
-  if (lib->quickMode != 0) return 0;
-  StopTimer(ctx, lib);
-  lib->taskTmr = KST_TmrStartLoop(ctx->param.tmrHandle, COAP_RpcProcQuickTask, kQuickPeriodMs, ctx);
-  lib->quickMode = lib->taskTmr != 0;
-  return lib->taskTmr != 0 ? 0 : Code(kSiteRefreshTaskTimerFailed);
-}
-
-void COAP_RpcSetSvcFlag(CoapRpcCtx *ctx) { ctx->lib->svcFlag = 1; }
-
-uint32_t COAP_RpcProcTask(void *root) {
-  auto *ctx = static_cast<CoapRpcCtx *>(root);
-  uint32_t numCalls = 0;
-  while (ProcessOnce(ctx) && ++numCalls < kCallsPerServiceTick && IsServicePending(ctx)) {
-  }
-  CoapRpcHandlerTick(ctx);
-  return 0;
-}
-
-uint32_t COAP_RpcProcQuickTask(void *root) {
-  auto *ctx = static_cast<CoapRpcCtx *>(root);
-  uint32_t numCalls = 0;
-  while (ProcessOnce(ctx) && ++numCalls < kCallsPerQuickTick) {
-  }
-  CoapRpcHandlerTick(ctx);
-  return 0;
-}
-
-int COAP_RpcGetIoFd(CoapRpcCtx *ctx) {
-  coap_context_t *coapCtx = ctx ? Libcoap(ctx) : nullptr;
-  return coapCtx ? coap_context_get_coap_fd(coapCtx) : -1;
-}
-
-uint32_t COAP_RpcProcIo(CoapRpcCtx *ctx) {
-  if (!ctx) return 0;
-  const uint64_t endMs = MonotonicMs() + kIoBudgetMs;
-  ReadRounds rounds(ctx->lib ? ctx->lib->numReads : 0);
-  bool isTimeLeft = true;
-  while (isTimeLeft && ServeRound(ctx, rounds)) isTimeLeft = MonotonicMs() < endMs;
-  if (ctx->lib) ctx->lib->numReads = static_cast<uint16_t>(rounds.First());
-  TickWithIo(ctx);
-  return isTimeLeft ? 0 : 1;
 }
 
 uint32_t COAP_RpcSetLibLogLevel(CoapRpcCtx *ctx, uint32_t level) {

@@ -30,7 +30,7 @@ struct CoapRpcSerUriVtbl {
   uint64_t etag;                /* ms clock of the last payload: the check code */
   uint32_t isSendingLargeBlock; /* 1 while a payload is being sent in blocks */
   coap_session_t *asyncSession; /* sends asynchronous answers; null until needed */
-  void *asyncTarget;            /* adapter: what asyncSession belongs to */
+  void *answerSession;          /* adapter: what asyncSession belongs to */
   CoapRpcLink blockCtxList;     /* adapter: release contexts that still name this entry */
   void *chgIndex;               /* observe code: index of tupleChgList; null when unused */
   uint32_t hasLoggedTooLong;    /* adapter: 1 once a message that fits into no payload was logged */

@@ -1,0 +1,345 @@
+/* coap_rpc_lib_relation.cpp: the order of a relation's notifications, and renewals that wait.
+ *
+ * Order.  Each notification has a number of 24 bits that grows (RFC 7641 section 3.4).  A relation
+ * remembers the number of its freshest message and when that came.  A notification passes when its
+ * number is newer or the freshest came more than 128 s ago.  An old one, and one with the same
+ * number, is a copy or was overtaken: libcoap acknowledges it and nothing else happens.  This is
+ * asked of each message with an Observe option, so of the first block of a payload: an old one
+ * begins no fetch.  Later blocks have no number; libcoap knows them by their requests.
+ *
+ * The response to a registration moves the order.  It is the answer that acknowledges the request,
+ * or, once the request has been acknowledged without an answer, a message whose number is not
+ * newer.
+ *   - Not older than the number that was known when the registration was sent, but older than the
+ *     freshest: notifications have overtaken it, and it is old.
+ *   - Older than both: the peer has restarted and counts again.  The order starts with its number,
+ *     or the relation would be deaf for up to 128 s.  For that long, numbers near to those of the
+ *     peer's former life are those of copies.  A CON notification of a restarted peer may come
+ *     before its answer; while that is possible, an unknown one that is not newer is not even
+ *     acknowledged, and counts when it is repeated.
+ *   - An answer that tells nothing (no payload, no ETag, not 2.04) makes no notification old: what
+ *     was on its way before it still counts.  It moves the order only when the peer has restarted.
+ * A server that is asked for notifications and for a registration at once gives both one number, so
+ * the number of an acknowledgement passes once more, as that of a notification.
+ *
+ * Payloads in blocks.  A first block that passes begins a payload, which replaces one that is
+ * coming in.  A newer payload in one message overtakes it: it is dropped when it is whole.
+ *
+ * Missing.  Notifications are changes, not states: when one is dropped that is no copy of one that
+ * came before, what it said is missing, although the check code of the newer one is up to date.
+ * The next verification asks for everything, and so does each one after it until a registration
+ * that asked is answered.
+ *
+ * Renewals.  libcoap drops what it has of a payload when its request is sent again, and the server
+ * ends the transfer.  A renewal that is due meanwhile stays on the resend list until that payload
+ * is in or no block has come for kIncomingIdleMs, and then leaves with the next tick, with the
+ * check code of that moment.  It does not wait for the payload after it.
+ *
+ * Everything is in the request record: it ends with it, and begins again when the record moves to
+ * another peer. */
+#include "coap_svc/rpc/libadapter/call/coap_rpc_lib_relation.h"
+
+#include <cstring>
+
+#include "coap_svc/rpc/client/coap_rpc_cli_req.h"
+#include "coap_svc/rpc/client/coap_rpc_cli_session.h"
+#include "coap_svc/rpc/common/coap_rpc_limits.h"
+#include "coap_svc/rpc/common/coap_rpc_list.h"
+#include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_end.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_msg.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
+
+namespace {
+
+using namespace coap_rpc;
+
+using Relation = CoapRpcCliRelation;
+
+constexpr uint32_t kNumberMask = 0xFFFFFF;
+constexpr uint32_t kHalfOfNumbers = 0x800000;
+constexpr coap_tick_t kOrderTicks =
+    coap_tick_t{kNotificationOrderMs} * COAP_TICKS_PER_SECOND / 1000;
+
+// Numbers of a restarted peer grow in steps; longer ones may be those of copies.
+constexpr uint32_t kLongestStep = 8;
+
+constexpr uint32_t kNumSeen = 64;  // bits of Relation::seen
+constexpr uint32_t kClassSuccess = 2;
+
+coap_tick_t Now() {
+  coap_tick_t now = 0;
+  coap_ticks(&now);
+  return now;
+}
+
+// StepsFrom counts the steps from one number to another that comes after it.
+uint32_t StepsFrom(uint32_t a, uint32_t b) { return (b - a) & kNumberMask; }
+
+// IsAfter says whether number `b` is newer than `a`.
+bool IsAfter(uint32_t a, uint32_t b) { return a != b && StepsFrom(a, b) < kHalfOfNumbers; }
+
+// Notification is what a message with an Observe option says.
+struct Notification {
+  const coap_pdu_t *pdu;
+  uint32_t number;
+  coap_tick_t at;
+  bool isAck;
+};
+
+bool ReadNotification(const coap_pdu_t *pdu, Notification *out) {
+  coap_opt_iterator_t it;
+  const coap_opt_t *opt = coap_check_option(pdu, COAP_OPTION_OBSERVE, &it);
+  if (!opt) return false;
+  const unsigned value = coap_decode_var_bytes(coap_opt_value(opt), coap_opt_length(opt));
+  *out = {pdu, value & kNumberMask, Now(), coap_pdu_get_type(pdu) == COAP_MESSAGE_ACK};
+  return true;
+}
+
+bool TellsNothing(const coap_pdu_t *pdu) {
+  coap_opt_iterator_t it;
+  size_t size = 0;
+  const uint8_t *data = nullptr;
+  const bool hasPayload = coap_get_data(pdu, &size, &data) != 0 && size != 0;
+  return !hasPayload && !coap_check_option(pdu, COAP_OPTION_ETAG, &it) &&
+         coap_pdu_get_code(pdu) != COAP_RESPONSE_CODE_CHANGED;
+}
+
+bool IsFirstBlock(const coap_pdu_t *pdu) {
+  coap_block_t block;
+  return coap_get_block(pdu, COAP_OPTION_BLOCK2, &block) != 0 && block.num == 0;
+}
+
+// AfterSource returns the first session after all those with the source address of `session`.
+CoapRpcCliSession *AfterSource(CoapRpcCliData *cli, const CoapRpcCliSession &session) {
+  CoapRpcCliSessionKey last = session.key;
+  memset(&last.dstIp, 0xFF, sizeof last.dstIp);
+  last.dstPort = UINT32_MAX;
+  return COAP_RpcCliFindNextSession(cli, &last);
+}
+
+// OwnerOf finds the session that has opened a libcoap session: one look for each source address, of
+// which there are few.
+CoapRpcCliSession *OwnerOf(CoapRpcCliData *cli, const coap_session_t *session) {
+  CoapRpcCliSessionKey key = {};
+  const coap_address_t *peer = COAP_RpcGetRemoteAddr(session, &key.dstIp);
+  if (!peer) return nullptr;
+  key.dstPort = coap_address_get_port(peer);
+  CoapRpcCliSession *any = COAP_RpcCliFindFirstSession(cli);
+  for (; any; any = AfterSource(cli, *any)) {
+    key.srcIp = any->key.srcIp;
+    CoapRpcCliSession *owner = COAP_RpcCliFindSession(cli, &key);
+    if (owner && owner->coapSession == session) return owner;
+  }
+  return nullptr;
+}
+
+// IsAtItsPeer says whether a request is a relation that its present peer has been told of.
+bool IsAtItsPeer(const CoapRpcCliReqData &req) {
+  return req.key.uri.observe != 0 && req.tokenLen != 0 && req.isTokenForeign == 0;
+}
+
+bool HasToken(const CoapRpcCliReqData &req, const coap_bin_const_t &token) {
+  return IsAtItsPeer(req) && req.tokenLen == token.length &&
+         memcmp(req.token, token.s, token.length) == 0;
+}
+
+// RelationOf finds the relation that a message belongs to; null for any other message.
+Relation *RelationOf(CoapRpcCliData *cli, const coap_session_t *session, const coap_pdu_t *pdu) {
+  const coap_bin_const_t token = coap_pdu_get_token(pdu);
+  CoapRpcCliSession *owner = token.length != 0 ? OwnerOf(cli, session) : nullptr;
+  if (!owner) return nullptr;
+  const COAP_RPC_LIST(CoapRpcCliReqData, sessionLink) reqs(owner->uriDataList);
+  CoapRpcCliReqData *req =
+      reqs.FindIf([&](const CoapRpcCliReqData &bound) { return HasToken(bound, token); });
+  return req ? &req->relation : nullptr;
+}
+
+// IsOfFormerLife says whether a number rather belongs to what a restarted peer sent before.
+bool IsOfFormerLife(const Relation &rel, const Notification &msg) {
+  if (msg.at >= rel.formerUntil || IsAfter(rel.formerNumber, msg.number)) return false;
+  const uint32_t step = StepsFrom(rel.number, msg.number);
+  return step > kLongestStep && StepsFrom(msg.number, rel.formerNumber) < step;
+}
+
+bool IsNewer(const Relation &rel, const Notification &msg) {
+  if (rel.freshest == COAP_RPC_FRESHEST_NONE || msg.at > rel.freshAt + kOrderTicks) return true;
+  if (msg.number == rel.number) return rel.freshest == COAP_RPC_FRESHEST_ANSWER && !msg.isAck;
+  return IsAfter(rel.number, msg.number) && !IsOfFormerLife(rel, msg);
+}
+
+// IsSince says whether a number is one that the peer can have given since the registration was
+// sent, if it has not restarted.
+bool IsSince(const Relation &rel, const Notification &msg) {
+  return rel.wasNumbered == 0 || !IsAfter(msg.number, rel.numberSent);
+}
+
+void NotePayload(Relation *rel, const coap_pdu_t *pdu) {
+  if (IsFirstBlock(pdu)) {
+    ++rel->numBodies;
+    rel->isBodyOld = 0;
+  } else {
+    rel->isBodyOld = 1;
+  }
+}
+
+// NoteSeen is called with the number that is going to be the freshest.
+void NoteSeen(Relation *rel, uint32_t number) {
+  const uint32_t step = StepsFrom(rel->number, number);
+  rel->seen = (step < kNumSeen ? rel->seen << step : 0) | 1;
+}
+
+// IsKnown says whether a number that is not newer has come before, so that this is a copy.
+bool IsKnown(const Relation &rel, uint32_t number) {
+  const uint32_t back = StepsFrom(number, rel.number);
+  return back < kNumSeen && (rel.seen >> back & 1) != 0;
+}
+
+void Take(Relation *rel, const Notification &msg) {
+  const bool isKnown = rel->freshest == COAP_RPC_FRESHEST_NOTIFICATION && rel->number == msg.number;
+  NoteSeen(rel, msg.number);
+  rel->freshest = msg.isAck && !isKnown ? COAP_RPC_FRESHEST_ANSWER : COAP_RPC_FRESHEST_NOTIFICATION;
+  rel->number = msg.number;
+  rel->freshAt = msg.at;
+}
+
+void StartAgain(Relation *rel, const Notification &msg) {
+  rel->formerNumber = rel->number;
+  rel->formerUntil = rel->freshAt + kOrderTicks;
+  rel->seen = 0;
+  Take(rel, msg);
+}
+
+int Drop(CoapRpcCliData *cli) {
+  ++cli->numOldNotified;
+  return kCoapRpcLibOld;
+}
+
+// DropOvertaken drops what nobody has had; what it said is missing.
+int DropOvertaken(CoapRpcCliData *cli, Relation *rel) {
+  rel->missing = COAP_RPC_MISSING_SOME;
+  return Drop(cli);
+}
+
+int DropOld(CoapRpcCliData *cli, Relation *rel, const Notification &msg) {
+  const bool isMissing =
+      !TellsNothing(msg.pdu) && !IsKnown(*rel, msg.number) && !IsOfFormerLife(*rel, msg);
+  return isMissing ? DropOvertaken(cli, rel) : Drop(cli);
+}
+
+void NoteAnswered(Relation *rel, const coap_pdu_t *answer) {
+  rel->isAwaited = 0;
+  const bool isAccepted = COAP_RESPONSE_CLASS(coap_pdu_get_code(answer)) == kClassSuccess;
+  if (isAccepted && rel->missing == COAP_RPC_MISSING_ASKED) rel->missing = COAP_RPC_MISSING_NOTHING;
+}
+
+int OrderAnswer(CoapRpcCliData *cli, Relation *rel, const Notification &msg) {
+  const bool isFirst = rel->freshest == COAP_RPC_FRESHEST_NONE;
+  const bool isOlder =
+      !isFirst && IsAfter(msg.number, rel->number) && msg.at <= rel->freshAt + kOrderTicks;
+  const bool isSilent = TellsNothing(msg.pdu);
+  NoteAnswered(rel, msg.pdu);
+  if (isOlder && IsSince(*rel, msg)) {
+    return isSilent ? int{kCoapRpcLibFresh} : DropOvertaken(cli, rel);
+  }
+  if (isOlder) {
+    StartAgain(rel, msg);
+  } else if (isFirst || !isSilent) {
+    Take(rel, msg);
+  }
+  if (!isSilent) NotePayload(rel, msg.pdu);
+  return kCoapRpcLibFresh;
+}
+
+int OrderNotification(CoapRpcCliData *cli, Relation *rel, const Notification &msg) {
+  if (!IsNewer(*rel, msg)) return DropOld(cli, rel, msg);
+  const bool isFirst = rel->freshest == COAP_RPC_FRESHEST_NONE;
+  if (TellsNothing(msg.pdu) && !isFirst) return kCoapRpcLibBeside;
+  Take(rel, msg);
+  NotePayload(rel, msg.pdu);
+  return isFirst ? kCoapRpcLibFresh : kCoapRpcLibBeside;
+}
+
+// PassUnnumbered passes a response of a peer that does not observe, or not any more.
+int PassUnnumbered(Relation *rel, const coap_pdu_t *pdu) {
+  NoteAnswered(rel, pdu);
+  if (IsFirstBlock(pdu)) NotePayload(rel, pdu);
+  return kCoapRpcLibFresh;
+}
+
+// OrderSeparate orders a message that may be the separate response to a registration: one that is
+// not newer is, and after one that is nothing is waited for.
+int OrderSeparate(CoapRpcCliData *cli, Relation *rel, const Notification &msg) {
+  if (!IsNewer(*rel, msg)) return OrderAnswer(cli, rel, msg);
+  NoteAnswered(rel, msg.pdu);
+  return OrderNotification(cli, rel, msg);
+}
+
+// IsTooEarly says whether a message may be that of a restarted peer whose answer to the
+// registration was lost, so that the order cannot be known before that is answered.
+bool IsTooEarly(const Relation &rel, const Notification &msg) {
+  return coap_pdu_get_type(msg.pdu) == COAP_MESSAGE_CON && !TellsNothing(msg.pdu) &&
+         !IsNewer(rel, msg) && !IsSince(rel, msg) && !IsKnown(rel, msg.number) &&
+         !IsOfFormerLife(rel, msg);
+}
+
+int OrderWhileAwaited(CoapRpcCliData *cli, Relation *rel, const Notification &msg,
+                      const coap_session_t *session) {
+  if (CoapRpcLibIsUnacknowledged(session, msg.pdu) == 0) return OrderSeparate(cli, rel, msg);
+  return IsTooEarly(*rel, msg) ? int{kCoapRpcLibEarly} : OrderNotification(cli, rel, msg);
+}
+
+CoapRpcCliData *ClientOf(const coap_session_t *session) {
+  const auto *ctx = static_cast<const CoapRpcCtx *>(coap_session_get_app_data(session));
+  return ctx ? ctx->cli : nullptr;
+}
+
+int Order(CoapRpcCliData *cli, Relation *rel, const Notification &msg, coap_session_t *session,
+          const coap_pdu_t *sent) {
+  if (sent) return OrderAnswer(cli, rel, msg);
+  if (rel->isAwaited != 0 && !msg.isAck) return OrderWhileAwaited(cli, rel, msg, session);
+  return OrderNotification(cli, rel, msg);
+}
+
+}  // namespace
+
+int CoapRpcRelationOrder(coap_session_t *session, const coap_pdu_t *sent,
+                         const coap_pdu_t *received) {
+  CoapRpcCliData *cli = ClientOf(session);
+  Relation *rel = cli ? RelationOf(cli, session, received) : nullptr;
+  if (!rel) return kCoapRpcLibFresh;
+  Notification msg;
+  if (!ReadNotification(received, &msg)) return PassUnnumbered(rel, received);
+  const bool wasAwaited = rel->isAwaited != 0;
+  const int order = Order(cli, rel, msg, session, sent);
+  // The response handler does not hear of it, but the registration has its answer.
+  const bool isDroppedAnswer = wasAwaited && rel->isAwaited == 0 && order == kCoapRpcLibOld;
+  if (isDroppedAnswer) TakeAnswered(cli->owner, session, sent, received);
+  return order;
+}
+
+uint32_t CoapRpcRelationIsOvertaken(coap_session_t *session, const coap_pdu_t *received) {
+  CoapRpcCliData *cli = ClientOf(session);
+  if (!cli || CoapRpcLibIsBody(received) == 0) return 0;
+  Relation *rel = RelationOf(cli, session, received);
+  if (!rel || rel->isBodyOld == 0) return 0;
+  DropOvertaken(cli, rel);
+  return 1;
+}
+
+void CoapRpcRelationSent(CoapRpcCliReqData *req) {
+  if (req->key.uri.observe == 0) return;
+  Relation &rel = req->relation;
+  rel.isAwaited = 1;
+  rel.wasNumbered = rel.freshest != COAP_RPC_FRESHEST_NONE ? 1 : 0;
+  rel.numberSent = rel.number;
+  rel.heldFor = 0;
+}
+
+uint32_t CoapRpcRelationMustWait(CoapRpcCliReqData *req) {
+  Relation &rel = req->relation;
+  if (!IsAtItsPeer(*req) || !req->session) return 0;
+  const coap_bin_const_t token{static_cast<size_t>(req->tokenLen), req->token};
+  if (!CoapRpcLibIsReceiving(req->session->coapSession, &token, kIncomingIdleMs)) return 0;
+  if (rel.heldFor == 0) rel.heldFor = rel.numBodies;
+  return rel.heldFor == rel.numBodies ? 1 : 0;
+}

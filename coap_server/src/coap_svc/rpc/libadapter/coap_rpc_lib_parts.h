@@ -1,0 +1,35 @@
+/* coap_rpc_lib_parts.h: what happens to the parts of the adapter in an instance's life.
+ *
+ * The rooms below (serve, publish, call) hold records of their own in the adapter's record.  Each
+ * has a row in the table of coap_rpc_lib_parts.cpp, which says what the part does at each of these
+ * moments; context and I/O know nothing else of them. */
+#ifndef COAP_RPC_LIB_PARTS_H
+#define COAP_RPC_LIB_PARTS_H
+
+#include "coap_svc/rpc/common/coap_rpc_ctx.h"
+
+COAP_RPC_C_BEGIN
+
+/* CoapRpcPartsServe lets them hand libcoap what callbacks have left for it; the last step of a turn
+ * of libcoap's I/O, inside it. */
+void CoapRpcPartsServe(CoapRpcCtx *ctx);
+
+/* CoapRpcPartsSettle lets them release what the turn left unused; after it, outside libcoap. */
+void CoapRpcPartsSettle(CoapRpcCtx *ctx);
+
+/* CoapRpcPartsTick lets them do what is due, outside libcoap; at least ten times a second while
+ * CoapRpcPartsNeedTick returns 1. */
+void CoapRpcPartsTick(CoapRpcCtx *ctx);
+int CoapRpcPartsNeedTick(const CoapRpcCtx *ctx);
+
+/* CoapRpcPartsStop lets them release what refers to libcoap, before libcoap's context is freed, and
+ * CoapRpcPartsFree what freeing it still needed, after. */
+void CoapRpcPartsStop(CoapRpcCtx *ctx);
+void CoapRpcPartsFree(CoapRpcCtx *ctx);
+
+/* CoapRpcPartsForgetEntry cuts every transfer, observer and pending answer loose from an entry that
+ * is about to be freed. */
+void CoapRpcPartsForgetEntry(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry);
+
+COAP_RPC_C_END
+#endif /* COAP_RPC_LIB_PARTS_H */

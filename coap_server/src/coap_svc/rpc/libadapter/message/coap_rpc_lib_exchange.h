@@ -1,0 +1,36 @@
+/* coap_rpc_lib_exchange.h: one request that libcoap runs a handler for. */
+#ifndef COAP_RPC_LIB_EXCHANGE_H
+#define COAP_RPC_LIB_EXCHANGE_H
+
+#include <coap3/coap.h>
+
+#include "coap_svc/rpc/common/coap_rpc_ctx.h"
+
+namespace coap_rpc {
+
+// Exchange is made once for a request or a notification and handed on.  All that it names is
+// borrowed for the time of the handler.
+struct Exchange {
+  CoapRpcCtx *ctx;           // null when the resource was given up
+  CoapRpcSerUriVtbl *entry;  // null until looked up, or when none matches
+  coap_resource_t *resource;
+  coap_session_t *session;
+  const coap_pdu_t *request;  // of a notification: the registration that libcoap keeps
+  const coap_string_t *query;
+  coap_pdu_t *response;
+};
+
+// RootOf returns the instance of a resource; null for a null resource, or when it was given up.
+inline CoapRpcCtx *RootOf(coap_resource_t *resource) {
+  return resource ? static_cast<CoapRpcCtx *>(coap_resource_get_userdata(resource)) : nullptr;
+}
+
+inline Exchange MakeExchange(coap_resource_t *resource, coap_session_t *session,
+                             const coap_pdu_t *request, const coap_string_t *query,
+                             coap_pdu_t *response) {
+  return {RootOf(resource), nullptr, resource, session, request, query, response};
+}
+
+}  // namespace coap_rpc
+
+#endif /* COAP_RPC_LIB_EXCHANGE_H */

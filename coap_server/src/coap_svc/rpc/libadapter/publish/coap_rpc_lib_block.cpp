@@ -1,0 +1,235 @@
+#include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_block.h"
+
+#include <cstring>
+
+#include "coap_svc/rpc/common/coap_rpc_limits.h"
+#include "coap_svc/rpc/common/coap_rpc_list.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
+#include "libcoap/ext/coap_rpc_lib_last_block.h"
+
+namespace coap_rpc {
+namespace {
+
+using EntryBlocks = COAP_RPC_LIST(BlockRecord, entryLink);
+using AdapterBlocks = COAP_RPC_LIST(BlockRecord, adapterLink);
+using LastBlocks = COAP_RPC_LIST(CoapRpcLastBlock, link);
+
+CoapRpcCtx *RootOf(const CoapRpcSerUriVtbl *entry) { return entry->owner->owner; }
+
+void ClearFlag(BlockRecord *block) {
+  if (block->head.entry && block->holdsFlag) block->head.entry->isSendingLargeBlock = 0;
+  block->holdsFlag = false;
+}
+
+// IsOver says whether `keepMs` have passed.
+bool IsOver(coap_tick_t since, coap_tick_t keepMs) {
+  coap_tick_t now = 0;
+  coap_ticks(&now);
+  return since + keepMs * COAP_TICKS_PER_SECOND / 1000 <= now;
+}
+
+Flight *FlightOf(const CoapRpcLastBlock &last) { return static_cast<Flight *>(last.flight); }
+
+// Forget takes a payload whose last block nobody has asked for again for delivered.
+void Forget(CoapRpcLastBlock *last) {
+  EndFlightOfLastBlock(FlightOf(*last), true);
+  LinkRemove(last->link);
+  CoapRpcLibFreeLastBlock(last);
+}
+
+// ForgetIf drops the last blocks that `match` says yes to.
+template <typename Match>
+void ForgetIf(CoapRpcCtx *ctx, Match match) {
+  if (!ctx->lib) return;
+  LastBlocks blocks(ctx->lib->lastBlockList);
+  CoapRpcLastBlock *next = nullptr;
+  for (CoapRpcLastBlock *last = blocks.First(); last; last = next) {
+    next = blocks.After(last);
+    if (match(*last)) Forget(last);
+  }
+}
+
+// ExpireLastBlocks also drops the oldest ones when there are too many.
+void ExpireLastBlocks(CoapRpcCtx *ctx) {
+  LastBlocks blocks(ctx->lib->lastBlockList);
+  uint32_t num = 0;
+  for (const CoapRpcLastBlock *last = blocks.First(); last; last = blocks.After(last)) ++num;
+  ForgetIf(ctx, [&](const CoapRpcLastBlock &last) {
+    const bool isDue = num > kMaxLastBlocks || IsOver(last.sentAt, kLastBlockKeepMs);
+    if (isDue) --num;
+    return isDue;
+  });
+}
+
+// NoteSent takes down when the last block was sent.  The first time counts: a peer that repeats its
+// requests does not prolong the silence.
+void NoteSent(BlockRecord *block) {
+  if (block->sentAt == 0) block->sentAt = CoapRpcLibBlocksSentAt(block->session, block);
+}
+
+// ExpireIdle gives up a payload that the peer has stopped fetching.  While its first block is
+// repeated the peer may not know of it.
+void ExpireIdle(BlockRecord *block) {
+  if (block->flight && IsFirstBlockQueued(*block->flight)) coap_ticks(&block->queuedAt);
+  const bool isIdle =
+      CoapRpcLibIsIdleFor(block->session, block, block->queuedAt, kIdleBlocksKeepMs) != 0;
+  if (!isIdle) return;
+  if (block->flight) NoteGivenUp(block->flight->chgs, block->session);
+  CoapRpcLibEndBlocks(block->session, block);
+}
+
+// EndSent releases a payload that was sent; the record is gone then.  Its last block is remembered
+// while the entry is there and if memory allows.
+void EndSent(CoapRpcCtx *ctx, BlockRecord *block) {
+  CoapRpcSerUriVtbl *entry = block->head.entry;
+  const coap_tick_t sentAt = block->sentAt;
+  if (!entry) return CoapRpcLibEndBlocks(block->session, block);
+  Flight *flight = block->flight;
+  if (flight) flight->block = nullptr;
+  block->flight = nullptr;
+  CoapRpcLastBlock *last = CoapRpcLibEndSent(block->session, block);
+  if (!last) return EndFlightOfLastBlock(flight, true);
+  if (flight) flight->last = last;
+  last->flight = flight;
+  last->entry = entry;
+  last->sentAt = sentAt;
+  LastBlocks(ctx->lib->lastBlockList).Append(last);
+}
+
+// IsSameUri says whether both entries are served by one resource.
+bool IsSameUri(const CoapRpcSerUriVtbl &a, const CoapRpcSerUriVtbl &b) {
+  return strncmp(a.key.uri, b.key.uri, COAP_RPC_URI_SIZE) == 0;
+}
+
+// Answer answers with the last block for which `match` says yes.  A peer that asks for it after a
+// newer payload has begun has not got the older one, and may not take it any more.
+template <typename Match>
+bool Answer(CoapRpcCtx *ctx, coap_pdu_t *response, Match match) {
+  if (!ctx || !ctx->lib) return false;
+  CoapRpcLastBlock *last = LastBlocks(ctx->lib->lastBlockList).FindIf(match);
+  if (!last) return false;
+  CoapRpcLibAnswerLastBlock(last, response);
+  if (last->isOvertaken) EndFlightOfLastBlock(FlightOf(*last), false);
+  return true;
+}
+
+// EndSpareBlocks lets go of the oldest payloads that are not their entry's current one, when there
+// are too many: observers that register and never fetch leave one each.
+void EndSpareBlocks(CoapRpcCtx *ctx) {
+  AdapterBlocks blocks(ctx->lib->blockList);
+  uint32_t numSpare = 0;
+  for (const BlockRecord *block = blocks.First(); block; block = blocks.After(block)) {
+    if (!block->holdsFlag) ++numSpare;
+  }
+  BlockRecord *next = nullptr;
+  for (BlockRecord *block = blocks.First(); block && numSpare > kMaxSpareBlocks; block = next) {
+    next = blocks.After(block);
+    if (block->holdsFlag) continue;
+    CoapRpcLibEndBlocks(block->session, block);
+    --numSpare;
+  }
+}
+
+}  // namespace
+
+PoolPtr<BlockRecord> NewBlock(CoapRpcSerUriVtbl *entry, coap_session_t *session) {
+  const uint64_t mem = RootOf(entry)->param.memHandle;
+  auto block = NewZeroed<BlockRecord>(mem);
+  if (!block) return block;
+  block->head.entry = entry;
+  block->session = session;
+  block->mem = mem;
+  return block;
+}
+
+CoapRpcSerLargeBlockCtx *StartBlock(PoolPtr<BlockRecord> block, void *buf) {
+  CoapRpcSerUriVtbl *entry = block->head.entry;
+  EntryBlocks blocks(entry->blockCtxList);
+  for (BlockRecord *old = blocks.First(); old; old = blocks.After(old)) old->holdsFlag = false;
+  entry->isSendingLargeBlock = 1;
+  block->holdsFlag = true;
+  block->head.buf = buf;
+  blocks.Append(block.get());
+  AdapterBlocks(RootOf(entry)->lib->blockList).Append(block.get());
+  return &block.release()->head;
+}
+
+void NoteTransfer(BlockRecord *block) {
+  block->blocks = CoapRpcLibFindBlocks(block->session, block);
+}
+
+bool IsFetched(const BlockRecord &block) { return CoapRpcLibIsBegun(block.blocks) != 0; }
+
+void LoseBlock(BlockRecord *block) {
+  ClearFlag(block);
+  block->isLost = true;
+}
+
+void EndBlock(BlockRecord *block) {
+  ClearFlag(block);
+  EndFlightOfBlocks(block->flight, block->sentAt != 0 || CoapRpcLibIsAllSent(block->blocks) != 0);
+  LinkRemove(block->entryLink);
+  LinkRemove(block->adapterLink);
+  PoolFree(block->mem, block);
+}
+
+void ExpireBlocks(CoapRpcCtx *ctx) {
+  EndSpareBlocks(ctx);
+  AdapterBlocks blocks(ctx->lib->blockList);
+  BlockRecord *next = nullptr;
+  for (BlockRecord *block = blocks.First(); block; block = next) {
+    next = blocks.After(block);
+    NoteSent(block);
+    if (block->sentAt != 0) {
+      if (IsOver(block->sentAt, kSentBlocksKeepMs)) EndSent(ctx, block);
+    } else if (block->isLost) {
+      CoapRpcLibEndBlocks(block->session, block);
+    } else {
+      ExpireIdle(block);
+    }
+  }
+  ExpireLastBlocks(ctx);
+}
+
+bool AnswerLastBlock(CoapRpcCtx *ctx, coap_resource_t *resource, coap_session_t *session,
+                     const coap_pdu_t *request, const coap_string_t *query, coap_pdu_t *response) {
+  return Answer(ctx, response, [&](const CoapRpcLastBlock &last) {
+    return !last.isReplaced && CoapRpcLibIsLastBlock(&last, session, resource, request, query) != 0;
+  });
+}
+
+int AnswerRepeated(coap_session_t *session, const coap_pdu_t *request, coap_pdu_t *response) {
+  return Answer(CoapRpcLibRootOf(session), response, [&](const CoapRpcLastBlock &last) {
+    return CoapRpcLibIsRepeated(&last, session, request) != 0;
+  });
+}
+
+void NoteOvertaken(const CoapRpcSerUriVtbl &entry, const coap_session_t *session, bool isInBlocks) {
+  LastBlocks blocks(RootOf(&entry)->lib->lastBlockList);
+  for (CoapRpcLastBlock *last = blocks.First(); last; last = blocks.After(last)) {
+    if (last->session != session || !IsSameUri(*last->entry, entry)) continue;
+    last->isOvertaken = 1;
+    if (isInBlocks) last->isReplaced = 1;
+  }
+}
+
+void ForgetEntryBlocks(CoapRpcSerUriVtbl *entry) {
+  ForgetIf(RootOf(entry), [&](const CoapRpcLastBlock &last) { return last.entry == entry; });
+  ForgetEntryFlights(entry);
+  EntryBlocks(entry->blockCtxList).Drain([](BlockRecord *block) {
+    block->head.entry = nullptr;
+    LinkRemove(block->entryLink);
+  });
+}
+
+void ForgetSessionBlocks(CoapRpcCtx *ctx, const coap_session_t *session) {
+  ForgetIf(ctx, [&](const CoapRpcLastBlock &last) { return last.session == session; });
+}
+
+void ForgetLastBlocks(CoapRpcCtx *ctx) {
+  ForgetIf(ctx, [](const CoapRpcLastBlock &) { return true; });
+}
+
+}  // namespace coap_rpc

@@ -1,0 +1,78 @@
+/* coap_rpc_lib_block.h: observe payloads owned by libcoap.
+ *
+ * libcoap keeps a payload for as long as the peer fetches its blocks, which may be longer than the
+ * URI entry lives.  Each payload travels with a record that stays on the entry's list and on the
+ * adapter's until it is released, within a second after its last block was first sent.  That block
+ * alone is remembered for longer, for a peer that missed it. */
+#ifndef COAP_RPC_LIB_BLOCK_H
+#define COAP_RPC_LIB_BLOCK_H
+
+#include "coap_svc/rpc/common/coap_rpc_own.h"
+#include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_flight.h"
+#include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_payload.h"
+
+namespace coap_rpc {
+
+// BlockRecord is one payload; `head` is its release context.
+struct BlockRecord {
+  CoapRpcSerLargeBlockCtx head;
+  CoapRpcLink entryLink;    // on the entry's blockCtxList, newest last
+  CoapRpcLink adapterLink;  // on the adapter's blockList
+  coap_session_t *session;  // lives longer than the record
+  uint64_t mem;
+  coap_lg_xmit_t *blocks;  // libcoap's record; null before there is one
+  Flight *flight;          // its changes; null when they are put back already
+  coap_tick_t sentAt;      // when its last block was first sent; 0 before
+  coap_tick_t queuedAt;    // when its first block was last seen to wait for its acknowledgement
+  bool holdsFlag;          // the entry's isSendingLargeBlock is this payload's
+  bool isLost;             // its first block did not arrive
+};
+static_assert(offsetof(BlockRecord, head) == 0, "a record is found by its release context");
+
+// NewBlock makes the record of a payload to come; empty without memory.
+PoolPtr<BlockRecord> NewBlock(CoapRpcSerUriVtbl *entry, coap_session_t *session);
+
+// StartBlock takes the record over and makes the entry's flag that of this payload.  It returns the
+// release context.
+CoapRpcSerLargeBlockCtx *StartBlock(PoolPtr<BlockRecord> block, void *buf);
+
+// NoteTransfer is called when libcoap has taken the payload and means to send it in blocks.
+void NoteTransfer(BlockRecord *block);
+
+// IsFetched says whether the peer has begun to fetch blocks.
+bool IsFetched(const BlockRecord &block);
+
+// LoseBlock gives up a payload whose first block did not arrive: the entry's flag is free at once,
+// and ExpireBlocks releases the payload.
+void LoseBlock(BlockRecord *block);
+
+// EndBlock frees the record, ends its flight, and clears the entry's flag when it was this
+// payload's.  The buffer is the caller's.
+void EndBlock(BlockRecord *block);
+
+// ExpireBlocks releases payloads that were sent a while ago, that were lost, that the peer has
+// acknowledged and stopped fetching, and old ones when there are too many; it drops last blocks
+// that are old or too many.
+void ExpireBlocks(CoapRpcCtx *ctx);
+
+// AnswerLastBlock answers a request for the last block of a payload that has been released.  False:
+// the request asks for something else; the response is as it was.
+bool AnswerLastBlock(CoapRpcCtx *ctx, coap_resource_t *resource, coap_session_t *session,
+                     const coap_pdu_t *request, const coap_string_t *query, coap_pdu_t *response);
+
+// AnswerRepeated does so for a request that is sent again, even when a newer payload in blocks has
+// begun.  Both put the payload back when a newer one has: the peer has not got it.
+int AnswerRepeated(coap_session_t *session, const coap_pdu_t *request, coap_pdu_t *response);
+
+// NoteOvertaken is called when a payload of the entry begins that goes to the session.
+void NoteOvertaken(const CoapRpcSerUriVtbl &entry, const coap_session_t *session, bool isInBlocks);
+
+// ForgetEntryBlocks cuts all payloads loose from an entry that is about to be freed.
+// ForgetSessionBlocks and ForgetLastBlocks drop the last blocks of a session, and all of them.
+void ForgetEntryBlocks(CoapRpcSerUriVtbl *entry);
+void ForgetSessionBlocks(CoapRpcCtx *ctx, const coap_session_t *session);
+void ForgetLastBlocks(CoapRpcCtx *ctx);
+
+}  // namespace coap_rpc
+
+#endif /* COAP_RPC_LIB_BLOCK_H */

@@ -1,0 +1,55 @@
+/* coap_rpc_lib_observe.h: observers coming and going, notification, resynchronisation. */
+#ifndef COAP_RPC_LIB_OBSERVE_H
+#define COAP_RPC_LIB_OBSERVE_H
+
+#include <coap3/coap.h>
+
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_msg.h"
+
+COAP_RPC_C_BEGIN
+
+/* COAP_RpcSerAddObserve, COAP_RpcSerDelObserve: libcoap's observe tracking functions; `root` is the
+ * CoapRpcCtx.  Add returns 1 when the subscription belongs to an observable entry, Del when it
+ * belongs to any; else 0. */
+COAP_RPC_API int COAP_RpcSerAddObserve(coap_session_t *session, coap_subscription_t *subscription,
+                                       coap_proto_t protocol, coap_address_t *listenAddr,
+                                       coap_addr_tuple_t *addrInfo, coap_bin_const_t *rawPacket,
+                                       coap_bin_const_t *oscoreInfo, void *root);
+COAP_RPC_API int COAP_RpcSerDelObserve(coap_session_t *session, coap_subscription_t *subscription,
+                                       void *root);
+
+/* COAP_RpcSerOnObserveReq_ tells the application the observer count.  Returns `word`. */
+COAP_RPC_API uintptr_t COAP_RpcSerOnObserveReq_(uintptr_t word, CoapRpcSerUriVtbl *entry);
+
+/* COAP_RpcSerProcTupleForNewObserve_ queues every tuple of the set as a change.  Returns the last
+ * queuing result, 0 for an empty set. */
+COAP_RPC_API uint32_t COAP_RpcSerProcTupleForNewObserve_(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry);
+
+/* COAP_RpcSerNotifyObservers asks libcoap to notify the observers of an entry's resource.
+ * Always 0. */
+COAP_RPC_API uint32_t COAP_RpcSerNotifyObservers(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry);
+
+/* COAP_RpcSerHandleObserveUpdate answers an observe GET: registration, cancel and notification. */
+COAP_RPC_API void COAP_RpcSerHandleObserveUpdate(coap_resource_t *resource, coap_session_t *session,
+                                                 const coap_pdu_t *request,
+                                                 const coap_string_t *query, coap_pdu_t *response);
+
+/* COAP_RpcSerHandleObserveBatchUpdate queues the application's whole data for an observer whose
+ * check code is out of date.
+ *
+ * Returns 0 or:  1900000707 no check-code query or no GET   1900000714 up to date */
+COAP_RPC_API uint32_t COAP_RpcSerHandleObserveBatchUpdate(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry,
+                                                          coap_pdu_t *response,
+                                                          const CoapRpcMsgInfo *info,
+                                                          const coap_string_t *query);
+
+/* CoapRpcObserveNoteQuery remembers the query of an observer's latest registration: the peer asks
+ * for the blocks of later notifications with it.  Ignores requests that register nobody. */
+void CoapRpcObserveNoteQuery(coap_resource_t *resource, coap_session_t *session,
+                             const coap_pdu_t *request, const coap_string_t *query);
+
+/* CoapRpcObserveForgetQueries frees all remembered queries. */
+void CoapRpcObserveForgetQueries(CoapRpcCtx *ctx);
+
+COAP_RPC_C_END
+#endif /* COAP_RPC_LIB_OBSERVE_H */
