@@ -3,7 +3,7 @@
 #include <optional>
 
 #include "coap_svc/rpc/coap_rpc_ext.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler_observe.h"
+#include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_observe.h"
 #include "flight_server.h"
 
 namespace coap_rpc_test {
