@@ -33,7 +33,9 @@ TEST_F(ClientEnd, WithoutMemoryToFollow_IsCounted) {
 TEST_F(ClientEnd, CallbackSendsAgain) {
   int numLeft = 3;
   onEnd_ = [&] {
-    if (numLeft-- > 0) EXPECT_EQ(Call(key_, 20), 0U);
+    if (numLeft-- > 0) {
+      EXPECT_EQ(Call(key_, 20), 0U);
+    }
   };
   Ask(20);
   Wait(6 * kGivenUpMs);
