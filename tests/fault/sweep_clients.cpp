@@ -138,7 +138,9 @@ void PlayEnds(Stage &stage) {
   const uint32_t sent = stage.Call(COAP_RpcCliConReq, kCon);
   ExpectKnown(sent);
   stage.Listen(kRetransmitted);
-  if (set == 0 && sent == 0) EXPECT_EQ(g_numEnded, 1u);
+  if (set == 0 && sent == 0) {
+    EXPECT_EQ(g_numEnded, 1u);
+  }
 }
 void WorksEnds(Stage &stage) {
   stage.Listen(kRetransmitted);
