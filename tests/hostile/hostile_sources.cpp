@@ -7,7 +7,7 @@ namespace {
 constexpr int kNumSources = 60'000 / kSlowdown;
 constexpr int kBatch = 200;  // sources that send twice before the next ones do
 
-// What 1000 idle sessions, 1000 observers and 500 targets of asynchronous answers amount to.
+// What 1000 idle sessions, 1000 observers and 500 sessions of asynchronous answers amount to.
 constexpr uint64_t kMaxHeap = 4 * 1024 * 1024;
 
 // What the pool under test control notes of each piece, outside itself, and what stays of that.
@@ -89,7 +89,7 @@ TEST_F(HostileSources, AsynchronousRequestsOfOneAddress) {
   ExpectAllForgotten();
 }
 
-// The application answers none of them.  Each of the 250 addresses has one target.
+// The application answers none of them.  Each of the 250 addresses has one session.
 TEST_F(HostileSources, AsynchronousRequestsThatAreNeverAnswered) {
   std::vector<void *> handles;
   async_.onAsync = [&](void *handle) { handles.push_back(handle); };

@@ -171,12 +171,12 @@ TEST_F(Handler, ResponseHeader_UriOf64Characters_IsNotReadBeyond) {
 
 TEST_F(Handler, TargetSession_IsThePeersPort5683) {
   CoapRpcSerUriVtbl *entry = Register(KeyOf("a/b"), {});
-  coap_session_t *target = COAP_RpcSvrGetTargetSession(Ctx(), entry, session_);
-  ASSERT_NE(target, nullptr);
-  EXPECT_EQ(coap_address_get_port(coap_session_get_addr_remote(target)), 5683);
+  coap_session_t *sender = COAP_RpcSvrGetTargetSession(Ctx(), entry, session_);
+  ASSERT_NE(sender, nullptr);
+  EXPECT_EQ(coap_address_get_port(coap_session_get_addr_remote(sender)), 5683);
   EXPECT_EQ(coap_address_get_port(coap_session_get_addr_remote(session_)), 9);
-  EXPECT_EQ(entry->asyncSession, target);
-  EXPECT_EQ(COAP_RpcSvrGetTargetSession(Ctx(), entry, session_), target);
+  EXPECT_EQ(entry->asyncSession, sender);
+  EXPECT_EQ(COAP_RpcSvrGetTargetSession(Ctx(), entry, session_), sender);
 }
 
 TEST_F(Handler, ReleaseAsyncRequest_FreesThePayload) {

@@ -87,50 +87,50 @@ Node *Leftmost(Node *node) {
   return node;
 }
 
-// Foresee lets the processor fetch what the next step of a search may look at: a large tree lies in
-// memory, and a step would wait there twice, for the node and for the end of its key.
-void Foresee(const Node *node, const Desc &desc) {
+// Prefetch lets the processor fetch what the next step of a search may look at: a large tree lies
+// in memory, and a step would wait there twice, for the node and for the end of its key.
+void Prefetch(const Node *node, const Desc &desc) {
   if (!node) return;
   __builtin_prefetch(node);
   __builtin_prefetch(static_cast<const char *>(KeyOf(node, desc)) + kCacheLine);
 }
 
-// Place is where a search for a key ended: at an equal node, or below `parent` on one side.
-struct Place {
+// SearchResult is where a search for a key ended: at an equal node, or below `parent` on one side.
+struct SearchResult {
   Node *equal = nullptr;
   Node *parent = nullptr;
   bool onLeft = true;
   Node *lastGreater = nullptr;
 };
 
-Place Search(const Tree &tree, const Desc &desc, const void *key) {
-  Place place;
-  for (Node *node = tree.root; node; node = place.onLeft ? node->left : node->right) {
-    Foresee(node->left, desc);
-    Foresee(node->right, desc);
+SearchResult Search(const Tree &tree, const Desc &desc, const void *key) {
+  SearchResult result;
+  for (Node *node = tree.root; node; node = result.onLeft ? node->left : node->right) {
+    Prefetch(node->left, desc);
+    Prefetch(node->right, desc);
     const int32_t order = desc.cmp(key, KeyOf(node, desc));
     if (order == 0) {
-      place.equal = node;
-      return place;
+      result.equal = node;
+      return result;
     }
-    place.parent = node;
-    place.onLeft = order < 0;
-    if (place.onLeft) place.lastGreater = node;
+    result.parent = node;
+    result.onLeft = order < 0;
+    if (result.onLeft) result.lastGreater = node;
   }
-  return place;
+  return result;
 }
 
 }  // namespace
 
 OSAL_AVL3_NODE *OSAL_AVL3_Insert_Or_Find(OSAL_AVL3_TREE *tree, const OSAL_AVL3_DESC *desc,
                                          OSAL_AVL3_NODE *node) {
-  const Place place = Search(*tree, *desc, KeyOf(node, *desc));
-  if (place.equal) return place.equal;
+  const SearchResult result = Search(*tree, *desc, KeyOf(node, *desc));
+  if (result.equal) return result.equal;
 
   Header header(*tree);
   Algorithms::insert_commit_data commit;
-  commit.node = place.parent ? place.parent : header.Get();
-  commit.link_left = place.onLeft;
+  commit.node = result.parent ? result.parent : header.Get();
+  commit.link_left = result.onLeft;
   Algorithms::insert_unique_commit(header.Get(), node, commit);
   return nullptr;
 }
@@ -167,6 +167,6 @@ void OSAL_AVL3_Delete(OSAL_AVL3_TREE *tree, OSAL_AVL3_NODE *node, const OSAL_AVL
 
 OSAL_AVL3_NODE *AVL3_Find_Or_Find_Next(const OSAL_AVL3_TREE *tree, const OSAL_AVL3_DESC *desc,
                                        const void *key) {
-  const Place place = Search(*tree, *desc, key);
-  return place.equal ? place.equal : place.lastGreater;
+  const SearchResult result = Search(*tree, *desc, key);
+  return result.equal ? result.equal : result.lastGreater;
 }

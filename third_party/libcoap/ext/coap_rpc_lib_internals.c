@@ -285,7 +285,7 @@ int CoapRpcLibClaimToken(coap_session_t *session, const coap_bin_const_t *token)
   return 1;
 }
 
-void CoapRpcLibMayCancel(const coap_session_t *session, const coap_binary_t *token) {
+void CoapRpcLibAllowCancel(const coap_session_t *session, const coap_binary_t *token) {
   coap_lg_crcv_t *relation;
   LL_FOREACH(session->lg_crcv, relation) {
     coap_opt_iterator_t it;
@@ -306,8 +306,8 @@ static int IsResponseTo(const coap_lg_xmit_t *blocks, const coap_resource_t *res
   return coap_binary_equal(&blocks->pdu.actual_token, &request->actual_token);
 }
 
-void CoapRpcLibEndBegun(coap_session_t *session, const coap_resource_t *resource,
-                        const coap_pdu_t *request) {
+void CoapRpcLibEndPartlyFetched(coap_session_t *session, const coap_resource_t *resource,
+                                const coap_pdu_t *request) {
   coap_lg_xmit_t *blocks;
   coap_lg_xmit_t *next;
   LL_FOREACH_SAFE(session->lg_xmit, blocks, next) {

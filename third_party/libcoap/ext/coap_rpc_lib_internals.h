@@ -1,7 +1,7 @@
 /* coap_rpc_lib_internals.h: the few things that only libcoap's internal headers offer.
  *
- * They are compiled into libcoap, with those of coap_rpc_lib_last_block.h; in C, as the internal headers
- * are not made for C++. */
+ * They are compiled into libcoap, with those of coap_rpc_lib_last_block.h; in C, as the internal
+ * headers are not made for C++. */
 #ifndef COAP_RPC_LIB_INTERNALS_H
 #define COAP_RPC_LIB_INTERNALS_H
 
@@ -80,14 +80,14 @@ int CoapRpcLibIsStillQueued(const coap_context_t *coapCtx, const coap_session_t 
  * come after it.  Returns 0, changing nothing, when a block transfer without Observe has it. */
 int CoapRpcLibClaimToken(coap_session_t *session, const coap_bin_const_t *token);
 
-/* CoapRpcLibMayCancel lets coap_cancel_observe cancel a relation whose answer is still to come: the
- * server may have it all the same. */
-void CoapRpcLibMayCancel(const coap_session_t *session, const coap_binary_t *token);
+/* CoapRpcLibAllowCancel lets coap_cancel_observe cancel a relation whose answer is still to come:
+ * the server may have it all the same. */
+void CoapRpcLibAllowCancel(const coap_session_t *session, const coap_binary_t *token);
 
-/* CoapRpcLibEndBegun ends what is being sent to a request's token when the peer has begun to fetch
- * it and not come to its end.  Release functions run then. */
-void CoapRpcLibEndBegun(coap_session_t *session, const coap_resource_t *resource,
-                        const coap_pdu_t *request);
+/* CoapRpcLibEndPartlyFetched ends what is being sent to a request's token when the peer has begun
+ * to fetch it and not come to its end.  Release functions run then. */
+void CoapRpcLibEndPartlyFetched(coap_session_t *session, const coap_resource_t *resource,
+                                const coap_pdu_t *request);
 
 /* CoapRpcLibRenameBlocks lets a peer ask with another query from now on for the blocks of what is
  * being sent to its request's token.  `query` may be null. */

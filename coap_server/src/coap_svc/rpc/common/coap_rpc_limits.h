@@ -80,7 +80,7 @@ inline constexpr uint32_t kMaxOpenAsync = COAP_RPC_MAX_OPEN_ASYNC;
 // all of a session's for each one that is added.
 inline constexpr uint32_t kMaxAnswersInLibcoap = 32;
 
-// Answers that a target sends in one turn of the I/O: the host's thread is not kept for longer.
+// Answers that one session sends in a turn of the I/O: the host's thread is not kept for longer.
 inline constexpr uint32_t kMaxAnswersPerTurn = 128;
 
 // Queued asynchronous answers to one peer: the more peers there are, the fewer, so that it is about
@@ -94,7 +94,7 @@ inline constexpr uint32_t kWaitingOfBlocks = 8;
 inline constexpr uint32_t kMaxAnswersInBlocks = 4;
 inline constexpr uint32_t kMaxAnswerInOneMessage = 1024;
 
-// What senders with forged addresses can make the library hold.  Each target of asynchronous
+// What senders with forged addresses can make the library hold.  Each session of asynchronous
 // answers takes a socket.
 inline constexpr uint32_t kMaxIdleSessions = 1000;
 inline constexpr uint32_t kMaxAnswerSessions = 500;

@@ -41,16 +41,16 @@ struct CoapRpcLibCtx {
   uint32_t numOpenAsync;             /* those that the application has not answered */
   uintptr_t lastAsyncId;             /* handles count from 1 and are never used again */
   uint32_t hasRetired;               /* non-zero: libcoap still holds what a callback has deleted */
-  OSAL_AVL3_TREE answerSessionTree;     /* sessions of asynchronous answers, by entry and peer, owned */
-  OSAL_AVL3_TREE peerTree;       /* their peers, owned */
-  CoapRpcLink answerSessionList;        /* all of them, with those that their table has lost */
-  CoapRpcLink leavingSessionList; /* those without requests that the turn's end decides on */
-  CoapRpcLink spareSessionList;   /* those kept for their peers' next requests, oldest first */
-  CoapRpcLink queuedSessionList;  /* those for which answers are queued */
+  OSAL_AVL3_TREE answerSessionTree; /* sessions of asynchronous answers, by entry and peer, owned */
+  OSAL_AVL3_TREE peerTree;          /* their peers, owned */
+  CoapRpcLink answerSessionList;    /* all of them, with those that their table has lost */
+  CoapRpcLink leavingSessionList;   /* those without requests that the turn's end decides on */
+  CoapRpcLink spareSessionList;     /* those kept for their peers' next requests, oldest first */
+  CoapRpcLink queuedSessionList;    /* those for which answers are queued */
   uint32_t numAnswerSessions;
   uint32_t numSpareSessions;
-  uint16_t nstart;   /* CON requests under way per new client session; 0: libcoap's 1 */
-  uint16_t numReads; /* datagrams to read first of each endpoint; 0 as 1 */
+  uint16_t nstart;      /* CON requests under way per new client session; 0: libcoap's 1 */
+  uint16_t numReads;    /* datagrams to read first of each endpoint; 0 as 1 */
   coap_tick_t nextTick; /* when I/O driven by the descriptor does a tick's work next */
 };
 

@@ -196,7 +196,7 @@ void COAP_RpcCliCancelRequest(CoapRpcCtx *ctx, CoapRpcCliSession *session, CoapR
   coap_binary_t *token = coap_new_binary(tokenLen);
   if (!token) return;
   if (tokenLen != 0) memcpy(token->s, req->token, tokenLen);
-  CoapRpcLibMayCancel(session->coapSession, token);
+  CoapRpcLibAllowCancel(session->coapSession, token);
   coap_cancel_observe(session->coapSession, token,
                       static_cast<coap_pdu_type_t>(req->key.uri.msgType));
   COAP_RPC_DEBUG(ctx, REQ_TEXT("cancel observe request") "\n", REQ_ARGS(*req));

@@ -217,7 +217,7 @@ void CoapRpcObserveNoteQuery(coap_resource_t *resource, coap_session_t *session,
   if (query) RememberQuery(ctx, stored, *query);
   // A client that has begun to fetch a payload drops what it has of it when it renews the relation;
   // the URI is not to wait for it, and what was in it is pending again.
-  CoapRpcLibEndBegun(session, resource, request);
+  CoapRpcLibEndPartlyFetched(session, resource, request);
   // What the peer has begun to fetch meanwhile, it fetches with this query as well.
   CoapRpcLibRenameBlocks(session, resource, request, query);
 }

@@ -25,9 +25,9 @@ struct Peer {
   }
 };
 
-class Targets : public Async {
+class AnswerSessions : public Async {
  protected:
-  Targets() {
+  AnswerSessions() {
     ServeAsync();
     app_.onAsync = [this](void *handle) {
       if (!isAnswering_) return;
@@ -75,34 +75,34 @@ class Targets : public Async {
     return [this] { COAP_RpcProcIo(Ctx()); };
   }
 
-  uint32_t NumTargets() const { return Ctx()->lib->numAnswerSessions; }
+  uint32_t NumSessions() const { return Ctx()->lib->numAnswerSessions; }
   uint32_t NumSpare() const { return Ctx()->lib->numSpareSessions; }
 
   bool isAnswering_ = true;
   std::map<int, std::unique_ptr<Peer>> peers_;
 };
 
-TEST_F(Targets, SixteenPeersInTurns_OpenSixteenSockets) {
+TEST_F(AnswerSessions, SixteenPeersInTurns_OpenSixteenSockets) {
   std::map<int, std::set<uint16_t>> ports;
   for (int i = 0; i < 16; ++i) ports[i].insert(Call(i));
   const uint32_t numFds = NumFds();
   for (int i = 0; i < 16 * 20; ++i) ports[i % 16].insert(Call(i % 16));
   EXPECT_EQ(NumFds(), numFds);
-  EXPECT_EQ(NumTargets(), 16u);
+  EXPECT_EQ(NumSessions(), 16u);
   for (const auto &[i, portsOfPeer] : ports) EXPECT_EQ(portsOfPeer.size(), 1u) << i;
 }
 
-TEST_F(Targets, OpenRequestsOfPeersInTurns_ShareTheirPeersSession) {
+TEST_F(AnswerSessions, OpenRequestsOfPeersInTurns_ShareTheirPeersSession) {
   isAnswering_ = false;
   for (int i = 0; i < 400; ++i) EXPECT_EQ(AskFrom(i % 4), Code(0, 0));
-  EXPECT_EQ(NumTargets(), 4u);
+  EXPECT_EQ(NumSessions(), 4u);
   EXPECT_EQ(NumSpare(), 0u);
   for (void *handle : app_.handles) EXPECT_EQ(Answer(handle, "{}"), 0u);
   for (int i = 0; i < 400; ++i) PortOfAnswer(i % 4);
   EXPECT_EQ(NumSpare(), 3u);
 }
 
-TEST_F(Targets, TheEntryShowsTheLastAskers) {
+TEST_F(AnswerSessions, TheEntryShowsTheLastAskers) {
   Call(0);
   const coap_session_t *first = entry_->asyncSession;
   Call(1);
@@ -111,7 +111,7 @@ TEST_F(Targets, TheEntryShowsTheLastAskers) {
   EXPECT_EQ(entry_->asyncSession, first);
 }
 
-TEST_F(Targets, SpareOnes_AreReleasedAfterAMinute) {
+TEST_F(AnswerSessions, SpareOnes_AreReleasedAfterAMinute) {
   const uint32_t numFds = NumFds();
   for (int i = 0; i < 5; ++i) Call(i);
   EXPECT_EQ(NumSpare(), 4u);
@@ -119,25 +119,25 @@ TEST_F(Targets, SpareOnes_AreReleasedAfterAMinute) {
   EXPECT_EQ(NumSpare(), 4u);
   host_.AdvanceMs(2'000);
   EXPECT_EQ(NumSpare(), 0u);
-  EXPECT_EQ(NumTargets(), 1u);
+  EXPECT_EQ(NumSessions(), 1u);
   EXPECT_EQ(NumFds(), numFds + 1 + 5 * 2);  // the peers' own
   Call(0);
 }
 
-TEST_F(Targets, SpareOnes_TheOldestOfTooManyIsReleased) {
+TEST_F(AnswerSessions, SpareOnes_TheOldestOfTooManyIsReleased) {
   std::map<int, uint16_t> ports;
   for (int i = 0; i < 1 + 128; ++i) ports[i] = Call(i);
   EXPECT_EQ(NumSpare(), 128u);
   for (int i = 129; i < 139; ++i) Call(i);
   EXPECT_EQ(NumSpare(), 128u);
-  EXPECT_EQ(NumTargets(), 129u);
+  EXPECT_EQ(NumSessions(), 129u);
   EXPECT_EQ(Call(10), ports[10]);
-  const uint32_t numBefore = NumTargets();
+  const uint32_t numBefore = NumSessions();
   EXPECT_NE(Call(5), ports[5]);  // the fifth oldest went
-  EXPECT_EQ(NumTargets(), numBefore);
+  EXPECT_EQ(NumSessions(), numBefore);
 }
 
-TEST_F(Targets, SpareOnes_MakeRoomForPeersWithOpenRequests) {
+TEST_F(AnswerSessions, SpareOnes_MakeRoomForPeersWithOpenRequests) {
   for (int i = 0; i < 129; ++i) Call(i);
   isAnswering_ = false;
   for (int i = 0; i < 500; ++i) {
@@ -147,13 +147,13 @@ TEST_F(Targets, SpareOnes_MakeRoomForPeersWithOpenRequests) {
     const std::optional<CoapMessage> answer = asker.ReceiveMessage(Io());
     ASSERT_TRUE(answer);
     EXPECT_EQ(answer->code, Code(0, 0)) << i;
-    EXPECT_LE(NumTargets(), 500u);
+    EXPECT_LE(NumSessions(), 500u);
   }
   EXPECT_EQ(NumSpare(), 0u);
   EXPECT_EQ(AskFrom(0), Code(5, 3));
 }
 
-TEST_F(Targets, Entries_ShareNone) {
+TEST_F(AnswerSessions, Entries_ShareNone) {
   Serve(KeyOf("second"), RegOf(&app_, kAsync));
   const uint16_t first = Call(0);
   const uint16_t second = Call(0, "second");
@@ -164,49 +164,49 @@ TEST_F(Targets, Entries_ShareNone) {
   EXPECT_EQ(Call(0, "second"), second);
 }
 
-TEST_F(Targets, DeletedEntry_TakesItsTargetsAlong) {
+TEST_F(AnswerSessions, DeletedEntry_TakesItsSessionsAlong) {
   const uint32_t numFds = NumFds();
   for (int i = 0; i < 5; ++i) Call(i);
   isAnswering_ = false;
   for (int i = 0; i < 5; ++i) EXPECT_EQ(AskFrom(i), Code(0, 0));
   COAP_RpcSerDelUriVtbl(Ctx()->ser, entry_);
-  EXPECT_EQ(NumTargets(), 0u);
+  EXPECT_EQ(NumSessions(), 0u);
   EXPECT_EQ(NumSpare(), 0u);
   EXPECT_EQ(NumFds(), numFds + 5 * 2);
 }
 
-TEST_F(Targets, EntryDeletedInsideItsCallback_TargetsLastUntilTheTurnEnds) {
+TEST_F(AnswerSessions, EntryDeletedInsideItsCallback_SessionsLastUntilTheTurnEnds) {
   for (int i = 0; i < 5; ++i) Call(i);
   app_.onAsync = [this](void *) { COAP_RpcSerDelUriVtbl(Ctx()->ser, entry_); };
   for (int i = 0; i < 5; ++i) PeerAt(i).home.Send(Bytes{0});  // all their sockets are ready
   PeerAt(3).asker.Send(GetWith({1}));
   Tick();
-  EXPECT_EQ(NumTargets(), 0u);
+  EXPECT_EQ(NumSessions(), 0u);
 }
 
-TEST_F(Targets, OfAPeerThatIsGone_AreNotKept) {
+TEST_F(AnswerSessions, OfAPeerThatIsGone_AreNotKept) {
   EXPECT_EQ(AskFrom(0), Code(0, 0));
   const uint16_t port = PortOfAnswer(0, false);
   Call(1);
   host_.AdvanceMs(98'000);
-  EXPECT_EQ(NumTargets(), 1u);
+  EXPECT_EQ(NumSessions(), 1u);
   while (PeerAt(0).home.ReceiveNow()) {
   }
   EXPECT_NE(Call(0), port);
 }
 
 // A peer is gone when its system says so, too.
-TEST_F(Targets, OfAPeerWithoutAPort_AreNotKept) {
+TEST_F(AnswerSessions, OfAPeerWithoutAPort_AreNotKept) {
   peers_[0] = std::make_unique<Peer>(0);
   PeerAt(0).asker.SetRemote(Address());
   RawPeer asker({Peer::HostOf(77), 0});
   asker.SetRemote(Address());
   asker.Send(GetWith({1}));
   ASSERT_TRUE(asker.ReceiveMessage(Io()));
-  EXPECT_EQ(NumTargets(), 1u);
+  EXPECT_EQ(NumSessions(), 1u);
   Call(1);
   host_.AdvanceMs(98'000);
-  EXPECT_EQ(NumTargets(), 1u);
+  EXPECT_EQ(NumSessions(), 1u);
 }
 
 // Clients is a client's table whose onDisconnect counts.
@@ -218,7 +218,7 @@ struct Clients {
   }
 };
 
-TEST_F(Targets, KeepAlive_ReportsNone) {
+TEST_F(AnswerSessions, KeepAlive_ReportsNone) {
   Clients clients;
   CoapRpcCliVtblReg reg = {};
   reg.userData = reinterpret_cast<uint64_t>(&clients);
@@ -227,7 +227,7 @@ TEST_F(Targets, KeepAlive_ReportsNone) {
   ASSERT_EQ(COAP_RpcCliRegVtbl(Ctx(), &key, &reg), 0u);
   for (int i = 0; i < 3; ++i) {
     Call(i);
-    // A request to the target's own port makes it look like a client's.
+    // A request to the session's own port makes it look like a client's.
     PeerAt(i).home.Send(Post(CoapType::kNon, "a/b", "x"));
   }
   ASSERT_EQ(COAP_RpcSetKeepAlive(Ctx(), 3), 0u);
@@ -235,7 +235,7 @@ TEST_F(Targets, KeepAlive_ReportsNone) {
   host_.AdvanceMs(50'000);
   EXPECT_EQ(NumSpare(), 0u);
   host_.AdvanceMs(150'000);
-  EXPECT_EQ(NumTargets(), 1u);
+  EXPECT_EQ(NumSessions(), 1u);
   EXPECT_EQ(clients.numGone, 0);
 }
 
