@@ -182,15 +182,19 @@ coap_tick_t CoapRpcLibBlocksSentAt(coap_session_t *session, const void *appPtr) 
   return blocks ? blocks->last_all_sent : 0;
 }
 
+static int HasPassed(coap_tick_t since, uint32_t ms) {
+  coap_tick_t now;
+  coap_ticks(&now);
+  return since + (coap_tick_t)ms * COAP_TICKS_PER_SECOND / 1000 <= now;
+}
+
 int CoapRpcLibIsIdleFor(coap_session_t *session, const void *appPtr, coap_tick_t notBefore,
                         uint32_t idleMs) {
   coap_lg_xmit_t *blocks = CoapRpcLibFindBlocks(session, appPtr);
   if (!blocks || blocks->last_all_sent) return 0;
   const coap_tick_t since = blocks->last_obs > notBefore ? blocks->last_obs : notBefore;
   blocks->last_sent = since; /* libcoap counts 93 s from the beginning, fetched or not */
-  coap_tick_t now;
-  coap_ticks(&now);
-  return now >= since + (uint64_t)idleMs * COAP_TICKS_PER_SECOND / 1000;
+  return HasPassed(since, idleMs);
 }
 
 int CoapRpcLibIsAllSent(const coap_lg_xmit_t *blocks) {
@@ -449,11 +453,8 @@ int CoapRpcLibIsUnacknowledged(const coap_session_t *session, const coap_pdu_t *
 int CoapRpcLibIsReceiving(const coap_session_t *session, const coap_bin_const_t *token,
                           uint32_t idleMs) {
   const coap_lg_crcv_t *body = session ? session->lg_crcv : NULL;
-  coap_tick_t now;
-  coap_ticks(&now);
   while (body && !coap_binary_equal(body->app_token, token)) body = body->next;
-  return body && !body->initial &&
-         now < body->last_used + (uint64_t)idleMs * COAP_TICKS_PER_SECOND / 1000;
+  return body && !body->initial && !HasPassed(body->last_used, idleMs);
 }
 
 void CoapRpcLibSetOneWay(coap_session_t *session) { session->is_one_way = 1; }

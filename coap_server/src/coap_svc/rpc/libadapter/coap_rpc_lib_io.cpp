@@ -20,6 +20,7 @@
 #include "coap_svc/rpc/common/coap_rpc_sites.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_parts.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_rounds.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_clock.h"
 #include "kst_tmr.h"
 #include "libcoap/ext/coap_rpc_lib_internals.h"
 
@@ -93,13 +94,11 @@ void Tick(CoapRpcCtx *ctx) {
 // WakeForTick does a tick's work when it is time, and says when the next is, for a host that serves
 // the descriptor and runs no I/O timer.
 void WakeForTick(CoapRpcCtx *ctx) {
-  constexpr coap_tick_t kPeriod = kQuickPeriodMs * COAP_TICKS_PER_SECOND / 1000;
   CoapRpcLibCtx *lib = ctx->lib;
-  coap_tick_t now = 0;
-  coap_ticks(&now);
+  const coap_tick_t now = NowTicks();
   if (lib->nextTick <= now) {
     Tick(ctx);
-    lib->nextTick = now + kPeriod;
+    lib->nextTick = now + TicksOfMs(kQuickPeriodMs);
   }
   CoapRpcLibWakeIn(lib->coapCtx, lib->nextTick - now);
 }

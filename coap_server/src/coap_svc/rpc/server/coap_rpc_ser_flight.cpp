@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <utility>
 
+#include "coap_svc/rpc/common/coap_rpc_clock.h"
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_chg_index.h"
-#include "osal.h"
 
 namespace coap_rpc {
 namespace {
@@ -47,11 +47,7 @@ uint32_t RoomOf(CoapRpcSerUriVtbl *entry) {
 
 // RenewEtag never repeats the check code of the payload that failed, however short ago it was.
 void RenewEtag(CoapRpcSerUriVtbl *entry) {
-  uint32_t high = 0;
-  uint32_t low = 0;
-  const bool isKnown = OSAL_MillSecNow(&high, &low) == 0;
-  const uint64_t now = isKnown ? uint64_t{high} << 32 | low : 0;
-  entry->etag = std::max(now, entry->etag + 1);
+  entry->etag = std::max(NowMs().value_or(0), entry->etag + 1);
 }
 
 }  // namespace

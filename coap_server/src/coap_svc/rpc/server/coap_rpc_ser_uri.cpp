@@ -1,5 +1,6 @@
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
 
+#include "coap_svc/rpc/common/coap_rpc_clock.h"
 #include "coap_svc/rpc/common/coap_rpc_key.h"
 #include "coap_svc/rpc/common/coap_rpc_list.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
@@ -8,7 +9,6 @@
 #include "coap_svc/rpc/server/coap_rpc_ser_conn.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_observe.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_res.h"
-#include "osal.h"
 
 using namespace coap_rpc;
 
@@ -17,14 +17,6 @@ namespace {
 using UriTable = COAP_RPC_TABLE(CoapRpcSerUriVtbl, key, CoapRpcUriKey, COAP_RpcUriKeyCmp);
 
 UriTable TableOf(CoapRpcSerData *ser) { return UriTable(ser->uriVtblTree); }
-
-// NowMs returns the millisecond clock; 0 when it cannot be read.
-uint64_t NowMs() {
-  uint32_t high = 0;
-  uint32_t low = 0;
-  if (OSAL_MillSecNow(&high, &low) != 0) return 0;
-  return uint64_t{high} << 32 | low;
-}
 
 void InitSets(CoapRpcSerUriVtbl &entry) {
   const OSAL_AVL3_CMP cmp = entry.obVtbl->tupleKeyCmp;
@@ -122,7 +114,7 @@ CoapRpcSerUriVtbl *COAP_RpcSerAddUriVtbl(CoapRpcSerData *ser, const CoapRpcUriKe
   entry->key = *key;
   entry->reg = *reg;
   entry->owner = ser;
-  entry->etag = NowMs();
+  entry->etag = NowMs().value_or(0);
   LinkInit(entry->listenLink);
   LinkInit(entry->resLink);
   LinkInit(entry->blockCtxList);

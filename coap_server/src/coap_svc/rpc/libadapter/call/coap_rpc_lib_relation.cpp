@@ -46,6 +46,7 @@
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_list.h"
 #include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_end.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_clock.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_msg.h"
 #include "libcoap/ext/coap_rpc_lib_internals.h"
 
@@ -57,20 +58,13 @@ using Relation = CoapRpcCliRelation;
 
 constexpr uint32_t kNumberMask = 0xFFFFFF;
 constexpr uint32_t kHalfOfNumbers = 0x800000;
-constexpr coap_tick_t kOrderTicks =
-    coap_tick_t{kNotificationOrderMs} * COAP_TICKS_PER_SECOND / 1000;
+constexpr coap_tick_t kOrderTicks = TicksOfMs(kNotificationOrderMs);
 
 // Numbers of a restarted peer grow in steps; longer ones may be those of copies.
 constexpr uint32_t kLongestStep = 8;
 
 constexpr uint32_t kNumSeen = 64;  // bits of Relation::seen
 constexpr uint32_t kClassSuccess = 2;
-
-coap_tick_t Now() {
-  coap_tick_t now = 0;
-  coap_ticks(&now);
-  return now;
-}
 
 // StepsFrom counts the steps from one number to another that comes after it.
 uint32_t StepsFrom(uint32_t a, uint32_t b) { return (b - a) & kNumberMask; }
@@ -91,7 +85,7 @@ bool ReadNotification(const coap_pdu_t *pdu, Notification *out) {
   const coap_opt_t *opt = coap_check_option(pdu, COAP_OPTION_OBSERVE, &it);
   if (!opt) return false;
   const unsigned value = coap_decode_var_bytes(coap_opt_value(opt), coap_opt_length(opt));
-  *out = {pdu, value & kNumberMask, Now(), coap_pdu_get_type(pdu) == COAP_MESSAGE_ACK};
+  *out = {pdu, value & kNumberMask, NowTicks(), coap_pdu_get_type(pdu) == COAP_MESSAGE_ACK};
   return true;
 }
 

@@ -5,6 +5,7 @@
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_list.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_clock.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
 #include "libcoap/ext/coap_rpc_lib_internals.h"
 #include "libcoap/ext/coap_rpc_lib_last_block.h"
@@ -21,13 +22,6 @@ CoapRpcCtx *RootOf(const CoapRpcSerUriVtbl *entry) { return entry->owner->owner;
 void ClearFlag(BlockRecord *block) {
   if (block->head.entry && block->holdsFlag) block->head.entry->isSendingLargeBlock = 0;
   block->holdsFlag = false;
-}
-
-// IsOver says whether `keepMs` have passed.
-bool IsOver(coap_tick_t since, coap_tick_t keepMs) {
-  coap_tick_t now = 0;
-  coap_ticks(&now);
-  return since + keepMs * COAP_TICKS_PER_SECOND / 1000 <= now;
 }
 
 Flight *FlightOf(const CoapRpcLastBlock &last) { return static_cast<Flight *>(last.flight); }
@@ -57,7 +51,7 @@ void ExpireLastBlocks(CoapRpcCtx *ctx) {
   uint32_t num = 0;
   for (const CoapRpcLastBlock *last = blocks.First(); last; last = blocks.After(last)) ++num;
   ForgetIf(ctx, [&](const CoapRpcLastBlock &last) {
-    const bool isDue = num > kMaxLastBlocks || IsOver(last.sentAt, kLastBlockKeepMs);
+    const bool isDue = num > kMaxLastBlocks || HasPassed(last.sentAt, kLastBlockKeepMs);
     if (isDue) --num;
     return isDue;
   });
@@ -72,7 +66,7 @@ void NoteSent(BlockRecord *block) {
 // ExpireIdle gives up a payload that the peer has stopped fetching.  While its first block is
 // repeated the peer may not know of it.
 void ExpireIdle(BlockRecord *block) {
-  if (block->flight && IsFirstBlockQueued(*block->flight)) coap_ticks(&block->queuedAt);
+  if (block->flight && IsFirstBlockQueued(*block->flight)) block->queuedAt = NowTicks();
   const bool isIdle =
       CoapRpcLibIsIdleFor(block->session, block, block->queuedAt, kIdleBlocksKeepMs) != 0;
   if (!isIdle) return;
@@ -183,7 +177,7 @@ void ExpireBlocks(CoapRpcCtx *ctx) {
     next = blocks.After(block);
     NoteSent(block);
     if (block->sentAt != 0) {
-      if (IsOver(block->sentAt, kSentBlocksKeepMs)) EndSent(ctx, block);
+      if (HasPassed(block->sentAt, kSentBlocksKeepMs)) EndSent(ctx, block);
     } else if (block->isLost) {
       CoapRpcLibEndBlocks(block->session, block);
     } else {

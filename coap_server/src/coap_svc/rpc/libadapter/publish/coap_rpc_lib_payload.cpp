@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "coap_svc/rpc/common/coap_rpc_clock.h"
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_list.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
@@ -73,12 +74,7 @@ bool MayBuild(CoapRpcSerUriVtbl *entry, const coap_pdu_t *response) {
          entry->isSendingLargeBlock == 0 && coap_pdu_get_type(response) != COAP_MESSAGE_ACK;
 }
 
-void RefreshEtag(CoapRpcSerUriVtbl *entry) {
-  uint32_t high = 0;
-  uint32_t low = 0;
-  entry->etag =
-      OSAL_MillSecNow(&high, &low) == 0 ? static_cast<uint64_t>(high) << 32 | low : entry->etag + 1;
-}
+void RefreshEtag(CoapRpcSerUriVtbl *entry) { entry->etag = NowMs().value_or(entry->etag + 1); }
 
 // Begin says whether a payload is to be built, and answers 2.01 when not.
 bool Begin(const Notification &to) {
