@@ -10,6 +10,7 @@
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/common/coap_rpc_safe.h"
 #include "coap_svc/rpc/common/coap_rpc_text.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_check_code.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_lookup.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_msg.h"
 #include "libcoap/ext/coap_rpc_lib_internals.h"
@@ -120,12 +121,6 @@ void COAP_RpcCliAddCheckCode(coap_pdu_t *pdu, const CoapRpcCliUriVtbl *uriVtbl,
   const bool isMissing = NoteAsking(&req->relation, asks);
   if (!asks) return;
   const bool isVerify = mode == COAP_RPC_MODE_VERIFY && !isMissing;
-  const uint64_t checkCode = isVerify ? uriVtbl->checkCode : 0;
   req->mode = COAP_RPC_MODE_PLAIN;
-  char query[kCheckCodeTextSize] = "";
-  const int len = snprintf_truncated_s(query, sizeof query, "_ual-checkcode=%lu",
-                                       static_cast<unsigned long>(checkCode));
-  if (len < 1) return;
-  coap_add_option(pdu, COAP_OPTION_URI_QUERY, static_cast<size_t>(len),
-                  reinterpret_cast<uint8_t *>(query));
+  AddCheckCodeQuery(pdu, isVerify ? uriVtbl->checkCode : 0);
 }

@@ -1,6 +1,5 @@
 #include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_response.h"
 
-#include <string_view>
 #include <utility>
 
 #include "coap_svc/rpc/client/coap_rpc_cli_data.h"
@@ -9,37 +8,18 @@
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_end.h"
 #include "coap_svc/rpc/libadapter/call/coap_rpc_lib_relation.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_check_code.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_lookup.h"
 
 namespace {
 
 using namespace coap_rpc;
 
-constexpr std::string_view kCheckCodeName = "_ual-checkcode";
-
 // Where pubFlag stands in the message information, and what sets it.
 constexpr size_t kPubFlagAt = 12;
 constexpr char kPubFlagSet = '2';
 
 constexpr uint32_t kPerClass = 100;
-
-// NextQuery takes the first query off `queries`, which are joined by "&".
-std::string_view NextQuery(std::string_view *queries) {
-  const size_t end = queries->find('&');
-  const std::string_view first = queries->substr(0, end);
-  *queries = end == std::string_view::npos ? std::string_view() : queries->substr(end + 1);
-  return first;
-}
-
-bool HasCheckCodeQuery(const CoapRpcMsgOptions &opt) {
-  if ((opt.optMask & COAP_RPC_OPT_QUERY) == 0) return false;
-  std::string_view queries = opt.query;
-  while (!queries.empty()) {
-    const std::string_view query = NextQuery(&queries);
-    if (query.substr(0, query.find('=')) == kCheckCodeName) return true;
-  }
-  return false;
-}
 
 // IsTokenless says whether libcoap has taken a message for the answer to whatever plain request of
 // its session was waiting for an acknowledgement.  Asynchronous answers are

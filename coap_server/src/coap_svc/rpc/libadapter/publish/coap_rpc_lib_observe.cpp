@@ -1,13 +1,12 @@
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_observe.h"
 
-#include <algorithm>
 #include <cstring>
 
-#include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/common/coap_rpc_table.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_check_code.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_lookup.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_flight.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_payload.h"
@@ -18,9 +17,6 @@
 namespace {
 
 using namespace coap_rpc;
-
-constexpr char kCheckCodeName[] = "_ual-checkcode=";
-constexpr size_t kCheckCodeNameLen = sizeof(kCheckCodeName) - 1;
 
 // ObserverQuery is the query of an observer's latest registration.  The peer asks for the later
 // blocks of a notification with it, while the request stored by libcoap has none.
@@ -78,22 +74,6 @@ void AnswerWithoutPayload(coap_pdu_t *response) {
   if (coap_pdu_get_code(response) == COAP_EMPTY_CODE) {
     coap_pdu_set_code(response, COAP_RESPONSE_CODE_CREATED);
   }
-}
-
-bool IsCheckCodeQuery(const coap_string_t *query) {
-  return query && query->length >= kCheckCodeNameLen &&
-         memcmp(query->s, kCheckCodeName, kCheckCodeNameLen) == 0;
-}
-
-// IsUpToDate says whether the observer's check code is that of the last payload.  An empty text
-// after the "=" counts as up to date; text that is not a number does not.
-bool IsUpToDate(const CoapRpcSerUriVtbl *entry, const coap_string_t &query) {
-  if (entry->etag == 0) return false;
-  char text[kCheckCodeTextSize] = {};
-  memcpy_s(text, sizeof(text) - 1, query.s, std::min(query.length, sizeof(text) - 1));
-  unsigned long checkCode = 0;
-  const int numParsed = sscanf_s(text, "_ual-checkcode=%lu", &checkCode);
-  return numParsed < 0 || checkCode == entry->etag;
 }
 
 // QueueAppTuples walks the application's data and queues each tuple as a change.
@@ -200,7 +180,7 @@ uint32_t COAP_RpcSerHandleObserveBatchUpdate(CoapRpcCtx *ctx, CoapRpcSerUriVtbl 
                                              coap_pdu_t *response, const CoapRpcMsgInfo *info,
                                              const coap_string_t *query) {
   if (info->code != COAP_RPC_GET || !IsCheckCodeQuery(query)) return Code(kSiteBatchUpdateNoQuery);
-  if (IsUpToDate(entry, *query)) return Code(kSiteBatchUpdateUpToDate);
+  if (IsUpToDate(*query, entry->etag)) return Code(kSiteBatchUpdateUpToDate);
   if (!HasPayload(response)) {
     coap_add_option(response, COAP_OPTION_URI_QUERY, query->length, query->s);
   }
