@@ -60,5 +60,11 @@ static inline CoapRpcCtx *CoapRpcLibRootOf(const coap_session_t *session) {
   return coapCtx ? (CoapRpcCtx *)coap_context_get_app_data(coapCtx) : NULL;
 }
 
+/* CoapRpcLibCallerOf returns the instance that sends requests through a session; null for a null
+ * session, one that it does not, and one that is closed. */
+static inline CoapRpcCtx *CoapRpcLibCallerOf(const coap_session_t *session) {
+  return session ? (CoapRpcCtx *)coap_session_get_app_data(session) : NULL;
+}
+
 COAP_RPC_C_END
 #endif /* COAP_RPC_LIB_DATA_H */

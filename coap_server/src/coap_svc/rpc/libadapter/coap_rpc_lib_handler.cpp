@@ -49,15 +49,16 @@ void COAP_RpcSerGetHandler(coap_resource_t *resource, coap_session_t *session,
                            coap_pdu_t *response) {
   if (!request || !response) return;
   Exchange exchange = MakeExchange(resource, session, request, query, response);
-  if (AnswerLastBlock(exchange.ctx, resource, session, request, query, response)) return;
+  if (AnswerLastBlock(exchange)) return;
   const uint32_t ret = HandleRequest(exchange);
   if (!resource || COAP_RpcCheckObserveOption(request) == 0) return;
 
-  CoapRpcObserveNoteQuery(resource, session, request, query);
+  exchange.ctx = RootOf(resource);  // a callback may have given the resource up
+  NoteObserverQuery(exchange);
   if (ret != 0) {
     COAP_RpcAddUriPath(resource, request, response, session);
   } else {
-    COAP_RpcSerHandleObserveUpdate(resource, session, request, query, response);
+    UpdateObserver(exchange);
   }
   // A notification without a code is malformed and costs the observer its registration.
   if (coap_pdu_get_code(response) == COAP_EMPTY_CODE && IsNotification(exchange)) {
@@ -69,7 +70,8 @@ void COAP_RpcSerPostHandler(coap_resource_t *resource, coap_session_t *session,
                             const coap_pdu_t *request, const coap_string_t *query,
                             coap_pdu_t *response) {
   if (!resource || !request) return;
-  if (COAP_RpcSerHandleRequest(resource, session, request, query, response) != 0) return;
+  Exchange exchange = MakeExchange(resource, session, request, query, response);
+  if (HandleRequest(exchange) != 0) return;
   if (response && IsConfirmable(request)) {
     coap_pdu_set_code(response, COAP_RESPONSE_CODE_CREATED);
   }

@@ -39,6 +39,11 @@ struct CoapRpcSerUriVtbl {
   const void *givenUpBy;        /* adapter: session that they were for; only compared */
 };
 
+/* CoapRpcSerRootOf returns the instance of an entry. */
+static inline CoapRpcCtx *CoapRpcSerRootOf(const CoapRpcSerUriVtbl *entry) {
+  return entry->owner->owner;
+}
+
 /* CoapRpcUriTuple is one tuple: node, then keyLen key bytes, then valLen value bytes. */
 struct CoapRpcUriTuple {
   OSAL_AVL3_NODE node;

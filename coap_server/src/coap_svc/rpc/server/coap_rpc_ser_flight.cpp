@@ -12,10 +12,8 @@ namespace {
 
 using FlightChgs = COAP_RPC_LIST(CoapRpcTupleChg, chgLink);
 
-CoapRpcCtx *RootOf(const CoapRpcSerUriVtbl *entry) { return entry->owner->owner; }
-
 void Free(CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg) {
-  entry->owner->delTupleChgData(RootOf(entry), chg);
+  entry->owner->delTupleChgData(CoapRpcSerRootOf(entry), chg);
 }
 
 bool IsOutdated(CoapRpcSerUriVtbl *entry, const CoapRpcTupleChg *chg) {
@@ -35,7 +33,7 @@ void PutBack(CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg, uint32_t *room) {
   if (*room == 0 || IsOutdated(entry, chg)) return Free(entry, chg);
   --*room;
   RemovePendingChg(chg);
-  PrependPendingChg(RootOf(entry)->param.memHandle, entry, chg);
+  PrependPendingChg(CoapRpcSerRootOf(entry)->param.memHandle, entry, chg);
 }
 
 uint32_t RoomOf(CoapRpcSerUriVtbl *entry) {
@@ -75,7 +73,7 @@ void PutBackChgs(ChgFlight &flight) {
   uint32_t room = RoomOf(entry);
   while (CoapRpcTupleChg *last = chgs.Last()) PutBack(entry, last, &room);
   RenewEtag(entry);
-  COAP_RpcSerStartUriUpdateTimer(RootOf(entry), &entry->key);
+  COAP_RpcSerStartUriUpdateTimer(CoapRpcSerRootOf(entry), &entry->key);
 }
 
 void NoteDelivered(ChgFlight &flight) {

@@ -111,7 +111,7 @@ uint32_t COAP_RpcSerStartUriUpdateTimer(CoapRpcCtx *ctx, const CoapRpcUriKey *ke
 
 void COAP_RpcSerStopUriUpdateTimer(CoapRpcSerUriVtbl *entry) {
   if (entry->updateTimer == 0) return;
-  KST_TmrStop(entry->owner->owner->param.tmrHandle, entry->updateTimer);
+  KST_TmrStop(CoapRpcSerRootOf(entry)->param.tmrHandle, entry->updateTimer);
   entry->updateTimer = 0;
 }
 
@@ -126,7 +126,7 @@ void CoapRpcSerOrphanChgs(CoapRpcSerUriVtbl *entry) {
   FreeChgsInFlight(entry);
   PendingChgs chgs(entry->tupleChgList);
   if (chgs.IsEmpty() && !entry->chgIndex) return;
-  CoapRpcCtx *ctx = entry->owner->owner;
+  CoapRpcCtx *ctx = CoapRpcSerRootOf(entry);
   DropChgIndex(ctx->param.memHandle, entry);
   OrphanChgs orphans(ctx->orphanChgList);
   chgs.Drain([&](CoapRpcTupleChg *chg) { orphans.Append(chg); });

@@ -4,6 +4,7 @@
 #include "coap_svc/rpc/client/coap_rpc_cli_uri.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_end.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_msg.h"
 #include "csvc_dbg.h"
 #include "libcoap/ext/coap_rpc_lib_source.h"
@@ -11,10 +12,6 @@
 namespace {
 
 using namespace coap_rpc;
-
-CoapRpcCtx *RootOf(const coap_session_t *session) {
-  return session ? static_cast<CoapRpcCtx *>(coap_session_get_app_data(session)) : nullptr;
-}
 
 void CallOnDisconnect(CoapRpcCtx *ctx, const CoapRpcCliUriVtbl *uriVtbl,
                       const CoapRpcIpAddr *peer) {
@@ -44,7 +41,7 @@ void GiveUp(CoapRpcCtx *ctx, coap_session_t *session, const coap_pdu_t *sent, in
 
 void CoapRpcCallGiveUp(coap_session_t *session, const coap_pdu_t *sent, coap_nack_reason_t reason,
                        coap_mid_t mid) {
-  CoapRpcCtx *ctx = RootOf(session);
+  CoapRpcCtx *ctx = CoapRpcLibCallerOf(session);
   if (!ctx) return;
   if (reason == COAP_NACK_TOO_MANY_RETRIES) GiveUp(ctx, session, sent, mid);
   EndByNack(ctx, session, sent, reason, mid);
@@ -65,7 +62,7 @@ void COAP_RpcLogNackInfo(CoapRpcCtx *ctx, const coap_pdu_t *sent, uint32_t reaso
 }
 
 void COAP_RpcDisConnectedEventHandler(coap_session_t *session) {
-  CoapRpcCtx *ctx = RootOf(session);
+  CoapRpcCtx *ctx = CoapRpcLibCallerOf(session);
   CoapRpcCliData *cli = ctx ? ctx->cli : nullptr;
   if (!cli || !cli->findFirstUriVtbl) return;
   CoapRpcIpAddr peer = {};

@@ -8,6 +8,7 @@
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_end.h"
 #include "coap_svc/rpc/libadapter/call/coap_rpc_lib_relation.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_check_code.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_lookup.h"
 
@@ -141,9 +142,8 @@ void COAP_RpcCliResponseCheckCode(CoapRpcCliUriVtbl *uriVtbl, const CoapRpcMsgIn
 
 coap_response_t COAP_RpcCliResponseHandler(coap_session_t *session, const coap_pdu_t *sent,
                                            const coap_pdu_t *received, const coap_mid_t) {
-  if (!session || !received) return COAP_RESPONSE_OK;
-  auto *ctx = static_cast<CoapRpcCtx *>(coap_session_get_app_data(session));
-  if (!ctx || !ctx->cli) return COAP_RESPONSE_OK;
+  CoapRpcCtx *ctx = CoapRpcLibCallerOf(session);
+  if (!ctx || !ctx->cli || !received) return COAP_RESPONSE_OK;
   if (IsTokenless(received)) ++ctx->cli->numTokenlessRsp;
   PoolPtr<OpenReq> open = TakeAnswered(ctx, session, sent, received);
   if (CoapRpcRelationIsOvertaken(session, received) != 0) return COAP_RESPONSE_OK;

@@ -46,6 +46,7 @@
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_list.h"
 #include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_end.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_clock.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_msg.h"
 #include "libcoap/ext/coap_rpc_lib_internals.h"
@@ -283,7 +284,7 @@ int OrderWhileAwaited(CoapRpcCliData *cli, Relation *rel, const Notification &ms
 }
 
 CoapRpcCliData *ClientOf(const coap_session_t *session) {
-  const auto *ctx = static_cast<const CoapRpcCtx *>(coap_session_get_app_data(session));
+  const CoapRpcCtx *ctx = CoapRpcLibCallerOf(session);
   return ctx ? ctx->cli : nullptr;
 }
 

@@ -17,8 +17,6 @@ using EntryBlocks = COAP_RPC_LIST(BlockRecord, entryLink);
 using AdapterBlocks = COAP_RPC_LIST(BlockRecord, adapterLink);
 using LastBlocks = COAP_RPC_LIST(CoapRpcLastBlock, link);
 
-CoapRpcCtx *RootOf(const CoapRpcSerUriVtbl *entry) { return entry->owner->owner; }
-
 void ClearFlag(BlockRecord *block) {
   if (block->head.entry && block->holdsFlag) block->head.entry->isSendingLargeBlock = 0;
   block->holdsFlag = false;
@@ -129,7 +127,7 @@ void EndSpareBlocks(CoapRpcCtx *ctx) {
 }  // namespace
 
 PoolPtr<BlockRecord> NewBlock(CoapRpcSerUriVtbl *entry, coap_session_t *session) {
-  const uint64_t mem = RootOf(entry)->param.memHandle;
+  const uint64_t mem = CoapRpcSerRootOf(entry)->param.memHandle;
   auto block = NewZeroed<BlockRecord>(mem);
   if (!block) return block;
   block->head.entry = entry;
@@ -146,7 +144,7 @@ CoapRpcSerLargeBlockCtx *StartBlock(PoolPtr<BlockRecord> block, void *buf) {
   block->holdsFlag = true;
   block->head.buf = buf;
   blocks.Append(block.get());
-  AdapterBlocks(RootOf(entry)->lib->blockList).Append(block.get());
+  AdapterBlocks(CoapRpcSerRootOf(entry)->lib->blockList).Append(block.get());
   return &block.release()->head;
 }
 
@@ -187,10 +185,10 @@ void ExpireBlocks(CoapRpcCtx *ctx) {
   ExpireLastBlocks(ctx);
 }
 
-bool AnswerLastBlock(CoapRpcCtx *ctx, coap_resource_t *resource, coap_session_t *session,
-                     const coap_pdu_t *request, const coap_string_t *query, coap_pdu_t *response) {
-  return Answer(ctx, response, [&](const CoapRpcLastBlock &last) {
-    return !last.isReplaced && CoapRpcLibIsLastBlock(&last, session, resource, request, query) != 0;
+bool AnswerLastBlock(const Exchange &exchange) {
+  return Answer(exchange.ctx, exchange.response, [&](const CoapRpcLastBlock &last) {
+    return !last.isReplaced && CoapRpcLibIsLastBlock(&last, exchange.session, exchange.resource,
+                                                     exchange.request, exchange.query) != 0;
   });
 }
 
@@ -201,7 +199,7 @@ int AnswerRepeated(coap_session_t *session, const coap_pdu_t *request, coap_pdu_
 }
 
 void NoteOvertaken(const CoapRpcSerUriVtbl &entry, const coap_session_t *session, bool isInBlocks) {
-  LastBlocks blocks(RootOf(&entry)->lib->lastBlockList);
+  LastBlocks blocks(CoapRpcSerRootOf(&entry)->lib->lastBlockList);
   for (CoapRpcLastBlock *last = blocks.First(); last; last = blocks.After(last)) {
     if (last->session != session || !IsSameUri(*last->entry, entry)) continue;
     last->isOvertaken = 1;
@@ -210,7 +208,8 @@ void NoteOvertaken(const CoapRpcSerUriVtbl &entry, const coap_session_t *session
 }
 
 void ForgetEntryBlocks(CoapRpcSerUriVtbl *entry) {
-  ForgetIf(RootOf(entry), [&](const CoapRpcLastBlock &last) { return last.entry == entry; });
+  ForgetIf(CoapRpcSerRootOf(entry),
+           [&](const CoapRpcLastBlock &last) { return last.entry == entry; });
   ForgetEntryFlights(entry);
   EntryBlocks(entry->blockCtxList).Drain([](BlockRecord *block) {
     block->head.entry = nullptr;

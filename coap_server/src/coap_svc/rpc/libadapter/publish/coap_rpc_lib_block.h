@@ -8,6 +8,7 @@
 #define COAP_RPC_LIB_BLOCK_H
 
 #include "coap_svc/rpc/common/coap_rpc_own.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_exchange.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_flight.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_payload.h"
 
@@ -57,8 +58,7 @@ void ExpireBlocks(CoapRpcCtx *ctx);
 
 // AnswerLastBlock answers a request for the last block of a payload that has been released.  False:
 // the request asks for something else; the response is as it was.
-bool AnswerLastBlock(CoapRpcCtx *ctx, coap_resource_t *resource, coap_session_t *session,
-                     const coap_pdu_t *request, const coap_string_t *query, coap_pdu_t *response);
+bool AnswerLastBlock(const Exchange &exchange);
 
 // AnswerRepeated does so for a request that is sent again, even when a newer payload in blocks has
 // begun.  Both put the payload back when a newer one has: the peer has not got it.

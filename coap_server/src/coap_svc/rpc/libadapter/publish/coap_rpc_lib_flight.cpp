@@ -10,8 +10,6 @@ namespace {
 
 using AdapterFlights = COAP_RPC_LIST(Flight, adapterLink);
 
-CoapRpcCtx *RootOf(const Flight &flight) { return flight.chgs.entry->owner->owner; }
-
 void Free(Flight *flight) {
   if (flight->block) flight->block->flight = nullptr;
   if (flight->last) flight->last->flight = nullptr;
@@ -64,7 +62,8 @@ Flight *Find(CoapRpcCtx *ctx, const coap_session_t *session, coap_mid_t mid) {
 }
 
 bool IsQueued(const Flight &flight) {
-  return CoapRpcLibIsStillQueued(RootOf(flight)->lib->coapCtx, flight.session, flight.mid) != 0;
+  return CoapRpcLibIsStillQueued(CoapRpcSerRootOf(flight.chgs.entry)->lib->coapCtx, flight.session,
+                                 flight.mid) != 0;
 }
 
 bool IsInOneMessage(const Flight &flight) { return !flight.block && !flight.last; }
@@ -101,7 +100,7 @@ void Fail(Flight *flight) {
 }  // namespace
 
 PoolPtr<Flight> NewFlight(CoapRpcSerUriVtbl *entry, const coap_session_t *session, coap_mid_t mid) {
-  const uint64_t mem = entry->owner->owner->param.memHandle;
+  const uint64_t mem = CoapRpcSerRootOf(entry)->param.memHandle;
   auto flight = NewZeroed<Flight>(mem);
   if (!flight) return flight;
   LinkInit(flight->chgs.chgList);
@@ -114,7 +113,7 @@ PoolPtr<Flight> NewFlight(CoapRpcSerUriVtbl *entry, const coap_session_t *sessio
 
 void StartFlight(PoolPtr<Flight> flight) {
   CoapRpcSerUriVtbl *entry = flight->chgs.entry;
-  CoapRpcCtx *ctx = RootOf(*flight);
+  CoapRpcCtx *ctx = CoapRpcSerRootOf(entry);
   ForEachOf(entry, Settle);
   NoteOvertaken(*entry, flight->session, flight->block != nullptr);
   const bool isOnly = EntryFlights(entry->flightList).IsEmpty();

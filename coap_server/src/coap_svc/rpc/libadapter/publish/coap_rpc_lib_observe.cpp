@@ -52,10 +52,10 @@ void RememberQuery(CoapRpcCtx *ctx, const coap_pdu_t *stored, const coap_string_
 }
 
 // QueryOfBlocks returns the query with which the peer will ask for blocks of the response.
-const coap_string_t *QueryOfBlocks(CoapRpcCtx *ctx, const coap_pdu_t *request,
-                                   const coap_string_t *query) {
-  const ObserverQuery *record = ObserverQueries(ctx->lib->obsQueryTree).Find(&request);
-  return record ? &record->text : query;
+const coap_string_t *QueryOfBlocks(const Exchange &exchange) {
+  const ObserverQueries queries(exchange.ctx->lib->obsQueryTree);
+  const ObserverQuery *record = queries.Find(&exchange.request);
+  return record ? &record->text : exchange.query;
 }
 
 CoapRpcSerUriVtbl *FindObserved(CoapRpcCtx *ctx, coap_subscription_t *subscription,
@@ -86,6 +86,13 @@ void QueueAppTuples(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
     if (ctx->ser->updateTuple(ctx, entry, it->keyBuf, it->valBuf) != 0) break;
   }
   COAP_RpcFreeIterator(it, ctx);
+}
+
+// Resynchronise queues the whole data for a newcomer whose check code is out of date.
+void Resynchronise(const Exchange &exchange) {
+  const CoapRpcMsgInfo info = COAP_RpcGetMsgInfo(exchange.request, exchange.session);
+  COAP_RpcSerHandleObserveBatchUpdate(exchange.ctx, exchange.entry, exchange.response, &info,
+                                      exchange.query);
 }
 
 }  // namespace
@@ -150,30 +157,29 @@ uint32_t COAP_RpcSerNotifyObservers(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
 void COAP_RpcSerHandleObserveUpdate(coap_resource_t *resource, coap_session_t *session,
                                     const coap_pdu_t *request, const coap_string_t *query,
                                     coap_pdu_t *response) {
-  auto *ctx = static_cast<CoapRpcCtx *>(coap_resource_get_userdata(resource));
+  UpdateObserver(MakeExchange(resource, session, request, query, response));
+}
+
+void coap_rpc::UpdateObserver(Exchange exchange) {
+  CoapRpcCtx *ctx = exchange.ctx;
   if (!ctx) return;
-  CoapRpcSerUriVtbl *entry = COAP_RpcSerGetVtbl(ctx, request, session);
-  if (!entry) {
+  exchange.entry = COAP_RpcSerGetVtbl(ctx, exchange.request, exchange.session);
+  if (!exchange.entry) {
     COAP_RPC_LOG(ctx->log, kLogObserveUpdateNoEntry, "[CoapRpc]server get vtbl failed.\n");
     return;
   }
-  const CoapRpcMsgInfo info = COAP_RpcGetMsgInfo(request, session);
   uint32_t isRegister = 0;
-  COAP_RpcGetObserveOption(request, &isRegister);
+  COAP_RpcGetObserveOption(exchange.request, &isRegister);
   // One who leaves neither resynchronises nor takes changes away from those who stay.
-  if (isRegister != 0) COAP_RpcSerHandleObserveBatchUpdate(ctx, entry, response, &info, query);
+  if (isRegister != 0) Resynchronise(exchange);
   // A synchronous answer stands as it is; the changes stay for the next notification.
-  if (HasPayload(response)) return;
-  COAP_RpcSetUriPath(ctx, response, UriText(entry->key.uri).c_str());
+  if (HasPayload(exchange.response)) return;
+  COAP_RpcSetUriPath(ctx, exchange.response, UriText(exchange.entry->key.uri).c_str());
   if (isRegister != 0) {
-    const coap_string_t *blockQuery = QueryOfBlocks(ctx, request, query);
-    if (entry->reg.payloadFormat == COAP_RPC_BYTE) {
-      COAP_RpcSerHandleIdl(entry, resource, session, request, blockQuery, response);
-    } else if (entry->reg.payloadFormat == COAP_RPC_JSON) {
-      COAP_RpcSerHandleJson(entry, resource, session, request, blockQuery, response);
-    }
+    exchange.query = QueryOfBlocks(exchange);
+    Publish(exchange);
   }
-  AnswerWithoutPayload(response);
+  AnswerWithoutPayload(exchange.response);
 }
 
 uint32_t COAP_RpcSerHandleObserveBatchUpdate(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry,
@@ -188,9 +194,8 @@ uint32_t COAP_RpcSerHandleObserveBatchUpdate(CoapRpcCtx *ctx, CoapRpcSerUriVtbl 
   return 0;
 }
 
-void CoapRpcObserveNoteQuery(coap_resource_t *resource, coap_session_t *session,
-                             const coap_pdu_t *request, const coap_string_t *query) {
-  auto *ctx = static_cast<CoapRpcCtx *>(coap_resource_get_userdata(resource));
+void coap_rpc::NoteObserverQuery(const Exchange &exchange) {
+  const auto &[ctx, entry, resource, session, request, query, response] = exchange;
   const coap_pdu_t *stored = CoapRpcLibStoredRequest(resource, session, request);
   if (!ctx || !ctx->lib || !stored || stored == request) return;
   ForgetQuery(ctx, stored);

@@ -4,6 +4,7 @@
 
 #include <coap3/coap.h>
 
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_exchange.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_msg.h"
 
 COAP_RPC_C_BEGIN
@@ -43,13 +44,20 @@ COAP_RPC_API uint32_t COAP_RpcSerHandleObserveBatchUpdate(CoapRpcCtx *ctx, CoapR
                                                           const CoapRpcMsgInfo *info,
                                                           const coap_string_t *query);
 
-/* CoapRpcObserveNoteQuery remembers the query of an observer's latest registration: the peer asks
- * for the blocks of later notifications with it.  Ignores requests that register nobody. */
-void CoapRpcObserveNoteQuery(coap_resource_t *resource, coap_session_t *session,
-                             const coap_pdu_t *request, const coap_string_t *query);
-
 /* CoapRpcObserveForgetQueries frees all remembered queries. */
 void CoapRpcObserveForgetQueries(CoapRpcCtx *ctx);
 
 COAP_RPC_C_END
+
+namespace coap_rpc {
+
+// UpdateObserver is COAP_RpcSerHandleObserveUpdate; it looks the exchange's entry up.
+void UpdateObserver(Exchange exchange);
+
+// NoteObserverQuery remembers the query of an observer's latest registration: the peer asks for the
+// blocks of later notifications with it.  Ignores requests that register nobody.
+void NoteObserverQuery(const Exchange &exchange);
+
+}  // namespace coap_rpc
+
 #endif /* COAP_RPC_LIB_OBSERVE_H */

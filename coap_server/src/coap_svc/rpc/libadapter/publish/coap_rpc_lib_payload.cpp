@@ -47,16 +47,6 @@ struct JsonTextDeleter {
 };
 using JsonText = std::unique_ptr<char, JsonTextDeleter>;
 
-// Notification is what the functions that libcoap calls are given.
-struct Notification {
-  CoapRpcSerUriVtbl *entry;
-  coap_resource_t *resource;
-  coap_session_t *session;
-  const coap_pdu_t *request;
-  const coap_string_t *query;
-  coap_pdu_t *response;
-};
-
 // Body is a finished payload: what to send, the buffer that holds it, and who frees that.
 struct Body {
   uint16_t mediaType;
@@ -64,8 +54,6 @@ struct Body {
   void *buf;
   coap_release_large_data_t release;
 };
-
-CoapRpcCtx *RootOf(const CoapRpcSerUriVtbl *entry) { return entry->owner->owner; }
 
 void AnswerEmpty(coap_pdu_t *response) { coap_pdu_set_code(response, COAP_RESPONSE_CODE_CREATED); }
 
@@ -77,7 +65,7 @@ bool MayBuild(CoapRpcSerUriVtbl *entry, const coap_pdu_t *response) {
 void RefreshEtag(CoapRpcSerUriVtbl *entry) { entry->etag = NowMs().value_or(entry->etag + 1); }
 
 // Begin says whether a payload is to be built, and answers 2.01 when not.
-bool Begin(const Notification &to) {
+bool Begin(const Exchange &to) {
   if (!MayBuild(to.entry, to.response)) {
     AnswerEmpty(to.response);
     return false;
@@ -122,7 +110,7 @@ struct Records {
 };
 
 // NewRecords makes the records, tied to each other until libcoap needs no blocks.
-Records NewRecords(const Notification &to) {
+Records NewRecords(const Exchange &to) {
   Records records = {NewBlock(to.entry, to.session),
                      NewFlight(to.entry, to.session, coap_pdu_get_mid(to.response))};
   if (!records.AreThere()) return {};
@@ -132,7 +120,7 @@ Records NewRecords(const Notification &to) {
 }
 
 // Send hands a body to libcoap.  The code is set first: libcoap takes it for the later blocks.
-bool Send(const Notification &to, const Body &body, PoolPtr<BlockRecord> block) {
+bool Send(const Exchange &to, const Body &body, PoolPtr<BlockRecord> block) {
   CoapRpcSerLargeBlockCtx *releaseCtx = StartBlock(std::move(block), body.buf);
   coap_pdu_set_code(to.response, COAP_RESPONSE_CODE_CONTENT);
   if (coap_add_data_large_response(to.resource, to.session, to.request, to.response, to.query,
@@ -147,7 +135,7 @@ bool Send(const Notification &to, const Body &body, PoolPtr<BlockRecord> block) 
 }
 
 // HandOver sends a body; the changes that are in it are in flight then, or stay where they are.
-void HandOver(const Notification &to, const Body &body, const CoapRpcTupleChg *lastTried,
+void HandOver(const Exchange &to, const Body &body, const CoapRpcTupleChg *lastTried,
               Records records) {
   if (!Send(to, body, std::move(records.block))) {
     return KeepBuilt(to.entry, lastTried);
@@ -190,7 +178,7 @@ const CoapRpcTupleChg *BuildEach(CoapRpcSerUriVtbl *entry, Build build) {
 }
 
 const CoapRpcTupleChg *BuildJsonArray(CoapRpcSerUriVtbl *entry, json_t *array) {
-  CoapRpcCtx *ctx = RootOf(entry);
+  CoapRpcCtx *ctx = CoapRpcSerRootOf(entry);
   return BuildEach(entry, [&](CoapRpcTupleChg *chg) {
     COAP_RPC_DEBUG(ctx, "[CoapRpc]app build observe response handle one data.\n");
     Mark(chg);
@@ -207,13 +195,12 @@ JsonText BuildJsonText(CoapRpcSerUriVtbl *entry, const CoapRpcTupleChg **lastTri
   return JsonText(json_dumps(root.get(), JSON_COMPACT));
 }
 
-void SendJson(const Notification &to, JsonText text, const CoapRpcTupleChg *lastTried,
+void SendJson(const Exchange &to, JsonText text, const CoapRpcTupleChg *lastTried,
               Records records) {
   const size_t len = strlen(text.get());
-  COAP_RPC_DEBUG(RootOf(to.entry),
-                 "[CoapRpc]app build observe response success, uri:%s, len:%u, payload:%s.\n",
-                 UriText(to.entry->key.uri).c_str(), static_cast<uint32_t>(len),
-                 LineText(text.get()).c_str());
+  COAP_RPC_DEBUG(
+      to.ctx, "[CoapRpc]app build observe response success, uri:%s, len:%u, payload:%s.\n",
+      UriText(to.entry->key.uri).c_str(), static_cast<uint32_t>(len), LineText(text.get()).c_str());
   const Body body{COAP_MEDIATYPE_APPLICATION_JSON, len, text.release(), COAP_OnLargeBlockSent};
   HandOver(to, body, lastTried, std::move(records));
 }
@@ -260,7 +247,7 @@ class IdlWriter {
 void LogTooLong(CoapRpcSerUriVtbl *entry, uint32_t len) {
   if (len <= kMaxIdlMsg || entry->hasLoggedTooLong != 0) return;
   entry->hasLoggedTooLong = 1;
-  COAP_RPC_LOG(RootOf(entry)->log, kLogIdlMsgTooLong,
+  COAP_RPC_LOG(CoapRpcSerRootOf(entry)->log, kLogIdlMsgTooLong,
                "[CoapRpc]idl msg too long, nothing is published until its tuple is built shorter, "
                "uri:%s, len:%u, max:%u.\n",
                UriText(entry->key.uri).c_str(), len, kMaxIdlMsg);
@@ -268,7 +255,7 @@ void LogTooLong(CoapRpcSerUriVtbl *entry, uint32_t len) {
 
 const CoapRpcTupleChg *BuildIdlMessages(CoapRpcSerUriVtbl *entry, uint8_t *scratch,
                                         IdlWriter &writer) {
-  CoapRpcCtx *ctx = RootOf(entry);
+  CoapRpcCtx *ctx = CoapRpcSerRootOf(entry);
   CoapRpcSerIdlMsgBuf msg{scratch, 0, kPayloadBufSize};
   return BuildEach(entry, [&](CoapRpcTupleChg *chg) {
     COAP_RPC_DEBUG(ctx, "[CoapRpc]hdl one idl msg, msgNum: %u, offset: %u.\n", writer.MsgNum(),
@@ -292,7 +279,7 @@ const CoapRpcTupleChg *BuildIdlMessages(CoapRpcSerUriVtbl *entry, uint8_t *scrat
 // BuildIdl fills `out`; the changes that are in it carry the mark.
 uint32_t BuildIdl(CoapRpcSerUriVtbl *entry, uint8_t *out, uint32_t *len,
                   const CoapRpcTupleChg **lastTried) {
-  CoapRpcCtx *ctx = RootOf(entry);
+  CoapRpcCtx *ctx = CoapRpcSerRootOf(entry);
   const uint64_t mem = ctx->param.memHandle;
   const PoolPtr<uint8_t> scratch(static_cast<uint8_t *>(PoolAlloc(mem, kPayloadBufSize)), {mem});
   if (!scratch) {
@@ -305,36 +292,56 @@ uint32_t BuildIdl(CoapRpcSerUriVtbl *entry, uint8_t *out, uint32_t *len,
   return 0;
 }
 
-void SendIdl(const Notification &to, uint32_t len, PoolPtr<uint8_t> out,
+void SendIdl(const Exchange &to, uint32_t len, PoolPtr<uint8_t> out,
              const CoapRpcTupleChg *lastTried, Records records) {
-  COAP_RPC_DEBUG(RootOf(to.entry), "[CoapRpc]app build observe response success, uri:%s, len:%u.\n",
+  COAP_RPC_DEBUG(to.ctx, "[CoapRpc]app build observe response success, uri:%s, len:%u.\n",
                  UriText(to.entry->key.uri).c_str(), len);
   const Body body{COAP_MEDIATYPE_TEXT_PLAIN, len, out.release(), COAP_OnLargeIdlMsgBlockSent};
   HandOver(to, body, lastTried, std::move(records));
 }
 
-// RootOfBlock returns the instance of a release context whose entry is still there, else null.
-CoapRpcCtx *RootOfBlock(const CoapRpcSerLargeBlockCtx &head) {
-  return head.entry && head.entry->owner ? head.entry->owner->owner : nullptr;
-}
-
-}  // namespace
-
-void COAP_RpcSerHandleJson(CoapRpcSerUriVtbl *entry, coap_resource_t *resource,
-                           coap_session_t *session, const coap_pdu_t *request,
-                           const coap_string_t *query, coap_pdu_t *response) {
-  const Notification to{entry, resource, session, request, query, response};
+void PublishJson(const Exchange &to) {
   if (!Begin(to)) return;
   // The records come first: nothing but the text can fail once the builders have run.
   Records records = NewRecords(to);
   const CoapRpcTupleChg *lastTried = nullptr;
-  JsonText text = records.AreThere() ? BuildJsonText(entry, &lastTried) : nullptr;
+  JsonText text = records.AreThere() ? BuildJsonText(to.entry, &lastTried) : nullptr;
   if (text) {
     SendJson(to, std::move(text), lastTried, std::move(records));
   } else {
-    KeepBuilt(entry, lastTried);
-    AnswerEmpty(response);
+    KeepBuilt(to.entry, lastTried);
+    AnswerEmpty(to.response);
   }
+}
+
+void PublishIdl(const Exchange &to) {
+  if (!Begin(to)) return;
+  const uint64_t mem = to.ctx->param.memHandle;
+  PoolPtr<uint8_t> out(static_cast<uint8_t *>(PoolAlloc(mem, kPayloadBufSize)), {mem});
+  Records records = NewRecords(to);
+  uint32_t len = 0;
+  const CoapRpcTupleChg *lastTried = nullptr;
+  if (out && records.AreThere() && BuildIdl(to.entry, out.get(), &len, &lastTried) == 0) {
+    SendIdl(to, len, std::move(out), lastTried, std::move(records));
+  } else {
+    AnswerEmpty(to.response);
+  }
+}
+
+}  // namespace
+
+void coap_rpc::Publish(const Exchange &exchange) {
+  if (exchange.entry->reg.payloadFormat == COAP_RPC_BYTE) {
+    PublishIdl(exchange);
+  } else if (exchange.entry->reg.payloadFormat == COAP_RPC_JSON) {
+    PublishJson(exchange);
+  }
+}
+
+void COAP_RpcSerHandleJson(CoapRpcSerUriVtbl *entry, coap_resource_t *resource,
+                           coap_session_t *session, const coap_pdu_t *request,
+                           const coap_string_t *query, coap_pdu_t *response) {
+  PublishJson({CoapRpcSerRootOf(entry), entry, resource, session, request, query, response});
 }
 
 uint32_t COAP_RpcSerHandleOneData(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg,
@@ -351,18 +358,7 @@ uint32_t COAP_RpcSerHandleOneData(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, Coa
 void COAP_RpcSerHandleIdl(CoapRpcSerUriVtbl *entry, coap_resource_t *resource,
                           coap_session_t *session, const coap_pdu_t *request,
                           const coap_string_t *query, coap_pdu_t *response) {
-  const Notification to{entry, resource, session, request, query, response};
-  if (!Begin(to)) return;
-  const uint64_t mem = RootOf(entry)->param.memHandle;
-  PoolPtr<uint8_t> out(static_cast<uint8_t *>(PoolAlloc(mem, kPayloadBufSize)), {mem});
-  Records records = NewRecords(to);
-  uint32_t len = 0;
-  const CoapRpcTupleChg *lastTried = nullptr;
-  if (out && records.AreThere() && BuildIdl(entry, out.get(), &len, &lastTried) == 0) {
-    SendIdl(to, len, std::move(out), lastTried, std::move(records));
-  } else {
-    AnswerEmpty(response);
-  }
+  PublishIdl({CoapRpcSerRootOf(entry), entry, resource, session, request, query, response});
 }
 
 uint32_t COAP_RpcSerHandleOneIdlMsg(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg,
@@ -387,8 +383,9 @@ uint32_t COAP_RpcSerHandleIdlGetPayload(CoapRpcSerUriVtbl *entry, uint8_t *out, 
   const CoapRpcTupleChg *lastTried = nullptr;
   const uint32_t ret = BuildIdl(entry, out, len, &lastTried);
   if (ret != 0) return ret;
-  EndBuilt(entry, lastTried,
-           [=](CoapRpcTupleChg *chg) { entry->owner->delTupleChgData(RootOf(entry), chg); });
+  EndBuilt(entry, lastTried, [=](CoapRpcTupleChg *chg) {
+    entry->owner->delTupleChgData(CoapRpcSerRootOf(entry), chg);
+  });
   return ret;
 }
 
@@ -402,7 +399,8 @@ void COAP_OnLargeBlockSent(coap_session_t *, void *blockCtx) {
 void COAP_OnLargeIdlMsgBlockSent(coap_session_t *, void *blockCtx) {
   auto *block = static_cast<BlockRecord *>(blockCtx);
   if (!block) return;
-  CoapRpcCtx *ctx = RootOfBlock(block->head);
+  const CoapRpcSerUriVtbl *entry = block->head.entry;
+  CoapRpcCtx *ctx = entry && entry->owner ? CoapRpcSerRootOf(entry) : nullptr;
   if (ctx && block->head.buf) COAP_RPC_DEBUG(ctx, "[CoapRpc]large block sent success.\n");
   PoolFree(block->mem, block->head.buf);
   EndBlock(block);

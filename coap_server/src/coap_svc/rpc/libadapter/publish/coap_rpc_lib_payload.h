@@ -9,6 +9,7 @@
 
 #include "coap_svc/rpc/coap_rpc_ser.h"
 #include "coap_svc/rpc/common/coap_rpc_ctx.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_exchange.h"
 
 struct json_t;
 
@@ -59,4 +60,13 @@ COAP_RPC_API void COAP_OnLargeBlockSent(coap_session_t *session, void *blockCtx)
 COAP_RPC_API void COAP_OnLargeIdlMsgBlockSent(coap_session_t *session, void *blockCtx);
 
 COAP_RPC_C_END
+
+namespace coap_rpc {
+
+// Publish builds the pending changes of the exchange's entry, in its format, and hands them to
+// libcoap; the response is as it was when the entry has no format.
+void Publish(const Exchange &exchange);
+
+}  // namespace coap_rpc
+
 #endif /* COAP_RPC_LIB_PAYLOAD_H */
