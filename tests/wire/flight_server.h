@@ -56,12 +56,12 @@ class FlightServer : public ObserveServer, public testing::WithParamInterface<Re
   // NumFlights counts the payloads in flight of the URI, NumInFlight their changes.
   uint32_t NumFlights() const {
     uint32_t num = 0;
-    ForEachLink(entry_->flightList, [&](CoapRpcLink *) { ++num; });
+    ForEachLink(entry_->flights.list, [&](CoapRpcLink *) { ++num; });
     return num;
   }
   uint32_t NumInFlight() const {
     uint32_t num = 0;
-    ForEachLink(entry_->flightList, [&](CoapRpcLink *flight) {
+    ForEachLink(entry_->flights.list, [&](CoapRpcLink *flight) {
       ForEachLink(flight[1], [&](CoapRpcLink *) { ++num; });  // the links of ChgFlight come first
     });
     return num;

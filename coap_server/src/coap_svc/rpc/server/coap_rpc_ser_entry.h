@@ -5,10 +5,19 @@
 #ifndef COAP_RPC_SER_ENTRY_H
 #define COAP_RPC_SER_ENTRY_H
 
+#include "coap_svc/rpc/common/coap_rpc_lib_entry.h"
 #include "coap_svc/rpc/common/coap_rpc_link.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_data.h"
 
 COAP_RPC_C_BEGIN
+
+/* CoapRpcSerFlights is the changes in payloads whose delivery is not known yet
+ * (coap_rpc_ser_flight.h). */
+typedef struct CoapRpcSerFlights {
+  CoapRpcLink list;      /* ChgFlight, oldest first */
+  uint32_t numGivenUp;   /* payloads in blocks given up since one was delivered */
+  const void *givenUpBy; /* session that they were for; only compared */
+} CoapRpcSerFlights;
 
 /* CoapRpcSerUriVtbl is one registered server URI. */
 struct CoapRpcSerUriVtbl {
@@ -30,13 +39,9 @@ struct CoapRpcSerUriVtbl {
   uint64_t etag;                /* ms clock of the last payload: the check code */
   uint32_t isSendingLargeBlock; /* 1 while a payload is being sent in blocks */
   coap_session_t *asyncSession; /* sends asynchronous answers; null until needed */
-  void *answerSession;          /* adapter: what asyncSession belongs to */
-  CoapRpcLink blockCtxList;     /* adapter: release contexts that still name this entry */
-  void *chgIndex;               /* observe code: index of tupleChgList; null when unused */
-  uint32_t hasLoggedTooLong;    /* adapter: 1 once a message that fits into no payload was logged */
-  CoapRpcLink flightList;       /* adapter: changes in payloads whose delivery is not known yet */
-  uint32_t numGivenUp;          /* payloads in blocks given up since one was delivered */
-  const void *givenUpBy;        /* adapter: session that they were for; only compared */
+  void *chgIndex;               /* index of tupleChgList; null when unused */
+  CoapRpcSerFlights flights;
+  CoapRpcLibEntry lib;
 };
 
 /* CoapRpcSerRootOf returns the instance of an entry. */

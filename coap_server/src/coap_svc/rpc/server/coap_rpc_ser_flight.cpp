@@ -51,7 +51,7 @@ void RenewEtag(CoapRpcSerUriVtbl *entry) {
 }  // namespace
 
 void DropOutdatedChgs(CoapRpcSerUriVtbl *entry) {
-  const EntryFlights flights(entry->flightList);
+  const EntryFlights flights(entry->flights.list);
   for (ChgFlight *flight = flights.First(); flight; flight = flights.After(flight)) {
     DropOutdatedOf(entry, *flight);
   }
@@ -77,16 +77,16 @@ void PutBackChgs(ChgFlight &flight) {
 }
 
 void NoteDelivered(ChgFlight &flight) {
-  if (!FlightChgs(flight.chgList).IsEmpty()) flight.entry->numGivenUp = 0;
+  if (!FlightChgs(flight.chgList).IsEmpty()) flight.entry->flights.numGivenUp = 0;
 }
 
 void NoteGivenUp(ChgFlight &flight, const void *session) {
-  CoapRpcSerUriVtbl *entry = flight.entry;
-  if (std::exchange(entry->givenUpBy, session) != session) entry->numGivenUp = 0;
-  if (++entry->numGivenUp < kMaxGivenUp) return;
-  entry->numGivenUp = 0;
+  CoapRpcSerFlights &flights = flight.entry->flights;
+  if (std::exchange(flights.givenUpBy, session) != session) flights.numGivenUp = 0;
+  if (++flights.numGivenUp < kMaxGivenUp) return;
+  flights.numGivenUp = 0;
   FreeChgs(flight);
-  RenewEtag(entry);
+  RenewEtag(flight.entry);
 }
 
 }  // namespace coap_rpc

@@ -15,7 +15,7 @@ namespace coap_rpc {
 
 // ChgFlight is the changes of one payload.
 struct ChgFlight {
-  CoapRpcLink entryLink;     // on the entry's flightList, oldest first
+  CoapRpcLink entryLink;     // on the entry's flights, oldest first
   CoapRpcLink chgList;       // CoapRpcTupleChg in the order in which they were pending, owned
   CoapRpcSerUriVtbl *entry;  // outlives the flight
 };

@@ -29,7 +29,7 @@ bool IsObserved(const CoapRpcSerUriVtbl *entry) { return entry->obVtbl && entry-
 
 // FreeChgsInFlight leaves the flights, which have nothing to lose then.
 void FreeChgsInFlight(CoapRpcSerUriVtbl *entry) {
-  const EntryFlights flights(entry->flightList);
+  const EntryFlights flights(entry->flights.list);
   for (ChgFlight *flight = flights.First(); flight; flight = flights.After(flight)) {
     FreeChgs(*flight);
   }

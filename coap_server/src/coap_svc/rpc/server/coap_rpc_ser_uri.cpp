@@ -117,8 +117,6 @@ CoapRpcSerUriVtbl *COAP_RpcSerAddUriVtbl(CoapRpcSerData *ser, const CoapRpcUriKe
   entry->etag = NowMs().value_or(0);
   LinkInit(entry->listenLink);
   LinkInit(entry->resLink);
-  LinkInit(entry->blockCtxList);
-  LinkInit(entry->flightList);
   if (COAP_RpcSerAddUriObVtbl(ser->owner, entry.get(), obReg) != 0) return nullptr;
   if (!TableOf(ser).Insert(entry.get())) {
     DropObserveRecord(ser->owner, entry.get());

@@ -138,7 +138,7 @@ PoolPtr<BlockRecord> NewBlock(CoapRpcSerUriVtbl *entry, coap_session_t *session)
 
 CoapRpcSerLargeBlockCtx *StartBlock(PoolPtr<BlockRecord> block, void *buf) {
   CoapRpcSerUriVtbl *entry = block->head.entry;
-  EntryBlocks blocks(entry->blockCtxList);
+  EntryBlocks blocks(entry->lib.blockList);
   for (BlockRecord *old = blocks.First(); old; old = blocks.After(old)) old->holdsFlag = false;
   entry->isSendingLargeBlock = 1;
   block->holdsFlag = true;
@@ -211,7 +211,7 @@ void ForgetEntryBlocks(CoapRpcSerUriVtbl *entry) {
   ForgetIf(CoapRpcSerRootOf(entry),
            [&](const CoapRpcLastBlock &last) { return last.entry == entry; });
   ForgetEntryFlights(entry);
-  EntryBlocks(entry->blockCtxList).Drain([](BlockRecord *block) {
+  EntryBlocks(entry->lib.blockList).Drain([](BlockRecord *block) {
     block->head.entry = nullptr;
     LinkRemove(block->entryLink);
   });

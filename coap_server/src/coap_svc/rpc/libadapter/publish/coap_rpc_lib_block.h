@@ -17,7 +17,7 @@ namespace coap_rpc {
 // BlockRecord is one payload; `head` is its release context.
 struct BlockRecord {
   CoapRpcSerLargeBlockCtx head;
-  CoapRpcLink entryLink;    // on the entry's blockCtxList, newest last
+  CoapRpcLink entryLink;    // on the entry's blockList, newest last
   CoapRpcLink adapterLink;  // on the adapter's blockList
   coap_session_t *session;  // lives longer than the record
   uint64_t mem;

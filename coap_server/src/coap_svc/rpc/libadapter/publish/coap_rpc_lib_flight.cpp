@@ -46,7 +46,7 @@ void ForEach(CoapRpcCtx *ctx, Visit visit) {
 
 template <typename Visit>
 void ForEachOf(CoapRpcSerUriVtbl *entry, Visit visit) {
-  const EntryFlights flights(entry->flightList);
+  const EntryFlights flights(entry->flights.list);
   ChgFlight *next = nullptr;
   for (ChgFlight *flight = flights.First(); flight; flight = next) {
     next = flights.After(flight);
@@ -74,7 +74,7 @@ void Settle(Flight *flight) {
 }
 
 bool IsSpare(const Flight &flight) {
-  const EntryFlights flights(flight.chgs.entry->flightList);
+  const EntryFlights flights(flight.chgs.entry->flights.list);
   return IsInOneMessage(flight) && flights.Last() != &flight.chgs;
 }
 
@@ -116,8 +116,8 @@ void StartFlight(PoolPtr<Flight> flight) {
   CoapRpcCtx *ctx = CoapRpcSerRootOf(entry);
   ForEachOf(entry, Settle);
   NoteOvertaken(*entry, flight->session, flight->block != nullptr);
-  const bool isOnly = EntryFlights(entry->flightList).IsEmpty();
-  EntryFlights(entry->flightList).Append(&flight->chgs);
+  const bool isOnly = EntryFlights(entry->flights.list).IsEmpty();
+  EntryFlights(entry->flights.list).Append(&flight->chgs);
   AdapterFlights(ctx->lib->flightList).Append(flight.get());
   if (flight->block) NoteTransfer(flight->block);
   (void)flight.release();

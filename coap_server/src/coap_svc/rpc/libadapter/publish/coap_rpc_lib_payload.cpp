@@ -245,8 +245,8 @@ class IdlWriter {
 // LogTooLong tells once of each entry that a message fits into no payload: its change stays, and
 // with it all that come after.
 void LogTooLong(CoapRpcSerUriVtbl *entry, uint32_t len) {
-  if (len <= kMaxIdlMsg || entry->hasLoggedTooLong != 0) return;
-  entry->hasLoggedTooLong = 1;
+  if (len <= kMaxIdlMsg || entry->lib.hasLoggedTooLong != 0) return;
+  entry->lib.hasLoggedTooLong = 1;
   COAP_RPC_LOG(CoapRpcSerRootOf(entry)->log, kLogIdlMsgTooLong,
                "[CoapRpc]idl msg too long, nothing is published until its tuple is built shorter, "
                "uri:%s, len:%u, max:%u.\n",

@@ -155,9 +155,9 @@ AnswerSessionKey KeyOf(CoapRpcSerUriVtbl *entry, const coap_address_t &peer, coa
 // ---- caching ----
 
 void Uncache(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
-  AnswerSession *sender = static_cast<AnswerSession *>(entry->answerSession);
+  AnswerSession *sender = static_cast<AnswerSession *>(entry->lib.answerSession);
   entry->asyncSession = nullptr;
-  entry->answerSession = nullptr;
+  entry->lib.answerSession = nullptr;
   if (!sender) return;
   sender->isCached = false;
   if (sender->isFailed) SessionTable(ctx->lib->answerSessionTree).Remove(sender);
@@ -168,7 +168,7 @@ void Cache(CoapRpcCtx *ctx, AnswerSession *sender) {
   Unlist(ctx, sender);
   sender->isCached = true;
   sender->key.entry->asyncSession = sender->session;
-  sender->key.entry->answerSession = sender;
+  sender->key.entry->lib.answerSession = sender;
 }
 
 }  // namespace

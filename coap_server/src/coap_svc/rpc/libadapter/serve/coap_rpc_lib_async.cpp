@@ -65,7 +65,7 @@ void RestoreToken(const RequestId &request, coap_pdu_t *response) {
 }
 
 AnswerSession *CachedAnswerSession(const CoapRpcSerUriVtbl *entry) {
-  return static_cast<AnswerSession *>(entry->answerSession);
+  return static_cast<AnswerSession *>(entry->lib.answerSession);
 }
 
 }  // namespace
