@@ -54,16 +54,13 @@ uint32_t ProcTupleChg(CoapRpcCtx *, CoapRpcSerUriVtbl *, const CoapRpcUriKey *, 
   return g_adapter->chgResult;
 }
 
-void ReleaseSession(CoapRpcCtx *, coap_session_t *) { g_adapter->events.push_back("release"); }
-
 void ForgetEntry(CoapRpcCtx *, CoapRpcSerUriVtbl *entry) {
   g_adapter->events.push_back("forget " + UriOf(entry->key.uri));
 }
 
 void RenewSource(coap_session_t *) { g_adapter->events.push_back("renew source"); }
 
-constexpr CoapRpcLibExtOps kExtOps = {ReleaseSession, ForgetEntry, RenewSource, CreateEndPoint,
-                                      nullptr, nullptr};
+constexpr CoapRpcLibExtOps kExtOps = {ForgetEntry, RenewSource, CreateEndPoint, nullptr, nullptr};
 
 int32_t CompareTupleKeys(const void *a, const void *b) { return memcmp(a, b, 4); }
 

@@ -184,7 +184,7 @@ TEST_F(Handler, ReleaseAsyncRequest_FreesThePayload) {
   COAP_RpcReleaseAsyncRequest(nullptr, nullptr);
 }
 
-TEST_F(Handler, ForgetEntry_EndsItsPendingRequests) {
+TEST_F(Handler, ForgetEntry_EndsItsPendingRequestsAndItsSession) {
   CoapRpcSerVtblReg reg = {};
   reg.mode = 1;
   static void *handle;
@@ -202,7 +202,9 @@ TEST_F(Handler, ForgetEntry_EndsItsPendingRequests) {
     if (isAnswered) {
       EXPECT_EQ(COAP_RpcSerSendAsyncResponse(Ctx(), handle, &byte, 1), 0u);
     }
+    EXPECT_NE(entry->asyncSession, nullptr);
     g_coapRpcLibExtOps.forgetEntry(Ctx(), entry);
+    EXPECT_EQ(entry->asyncSession, nullptr);
     EXPECT_EQ(COAP_RpcSerSendAsyncResponse(Ctx(), handle, &byte, 1), 1900001302u);
     EXPECT_EQ(COAP_RpcSerAbortAsyncResponse(Ctx(), handle), 1900001302u);
   }

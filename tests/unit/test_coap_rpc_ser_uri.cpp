@@ -310,16 +310,14 @@ TEST_F(SerUri, Del_Observed_FreesTuplesAndRecordAndStopsTimer) {
   EXPECT_EQ(Host().Pool().LiveCount(), numLive);
 }
 
-TEST_F(SerUri, Del_WithAdapter_IsForgottenAndSessionReleased) {
+TEST_F(SerUri, Del_WithAdapter_IsForgotten) {
   adapter_.InstallExt(ctx_);
   ASSERT_EQ(Register(KeyOf("a")), 0u);
   ASSERT_EQ(Register(KeyOf("b")), 0u);
-  int session = 0;
-  Find(KeyOf("a"))->asyncSession = reinterpret_cast<coap_session_t *>(&session);
   COAP_RpcSerDelUriVtbl(Ser(), Find(KeyOf("a")));
-  EXPECT_EQ(adapter_.events, (Texts{"forget a", "release"}));
+  EXPECT_EQ(adapter_.events, (Texts{"forget a"}));
   COAP_RpcSerDelUriVtbl(Ser(), Find(KeyOf("b")));
-  EXPECT_EQ(adapter_.events, (Texts{"forget a", "release", "forget b"}));
+  EXPECT_EQ(adapter_.events, (Texts{"forget a", "forget b"}));
 }
 
 }  // namespace

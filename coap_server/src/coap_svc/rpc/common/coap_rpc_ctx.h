@@ -18,10 +18,8 @@ typedef struct CoapRpcSerListenAddr CoapRpcSerListenAddr;
 
 /* CoapRpcLibExtOps are adapter operations beyond the six slots that each side has; constant. */
 typedef struct CoapRpcLibExtOps {
-  /* releaseSession gives up a client session that a server entry held for its answers. */
-  void (*releaseSession)(CoapRpcCtx *ctx, coap_session_t *session);
-  /* forgetEntry cuts every transfer, observer and pending answer loose from an entry that is
-   * about to be freed. */
+  /* forgetEntry cuts every transfer, observer, pending answer and answer session loose from an
+   * entry that is about to be freed. */
   void (*forgetEntry)(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry);
   /* renewSource lets a session that a server entry holds, and those kept for its other peers, send
    * from an address that this machine has now. */

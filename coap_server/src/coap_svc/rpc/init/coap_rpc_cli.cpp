@@ -7,6 +7,7 @@
 #include "coap_svc/rpc/client/coap_rpc_cli_req.h"
 #include "coap_svc/rpc/client/coap_rpc_cli_session.h"
 #include "coap_svc/rpc/client/coap_rpc_cli_uri.h"
+#include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/common/coap_rpc_key.h"
 #include "coap_svc/rpc/init/coap_rpc_main.h"
 #include "coap_svc/rpc/init/coap_rpc_side.h"
@@ -130,4 +131,12 @@ uint32_t COAP_RpcCliObserveUnReq(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
                                  const CoapRpcCliReqParam *param, const CoapRpcCliAddr *addr) {
   if (!Call{ctx, key, param, addr}.IsComplete()) return Assert(kSiteCliUnReqNullArg);
   return COAP_RpcCliUnReq(ctx, key, param, addr);
+}
+
+uint32_t COAP_RpcGetTokenlessRspNum(const CoapRpcCtx *ctx) {
+  return ctx && ctx->cli ? ctx->cli->numTokenlessRsp : 0;
+}
+
+uint64_t COAP_RpcGetOldNotificationNum(const CoapRpcCtx *ctx) {
+  return ctx && ctx->cli ? ctx->cli->numOldNotified : 0;
 }

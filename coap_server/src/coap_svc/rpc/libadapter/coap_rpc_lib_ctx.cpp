@@ -227,6 +227,19 @@ void COAP_RpcDeleteResource(CoapRpcCtx *ctx, const char *uri) {
   COAP_RPC_DEBUG(ctx, "[CoapRpc]del resource success, uri:%.*s.\n", COAP_RPC_URI_SIZE, uri);
 }
 
+uint32_t COAP_RpcSetKeepAlive(CoapRpcCtx *ctx, uint32_t seconds) {
+  if (!ctx || !ctx->lib || !ctx->lib->coapCtx) return Violated(kSiteSetKeepAliveNullArg);
+  coap_context_set_keepalive(ctx->lib->coapCtx, seconds);
+  CoapRpcLibWakeIn(ctx->lib->coapCtx, 0);  // the next turn sets the timer for the pings
+  return 0;
+}
+
+uint32_t COAP_RpcSetNstart(CoapRpcCtx *ctx, uint16_t nstart) {
+  if (!ctx || !ctx->lib) return Violated(kSiteSetNstartNullArg);
+  ctx->lib->nstart = nstart;
+  return 0;
+}
+
 uint32_t COAP_RpcSetLibLogLevel(CoapRpcCtx *ctx, uint32_t level) {
   if (!ctx || !ctx->lib) return Violated(kSiteSetLibLogLevelNullArg);
   ctx->lib->logLevel = level < kLibLogLevel ? level : kLibLogLevel;

@@ -1,4 +1,7 @@
-/* coap_rpc_lib_ext.h: the adapter's operations beyond the slots of the two sides. */
+/* coap_rpc_lib_ext.h: what server and client ask of the adapter beyond their slots.
+ *
+ * They know only the type (common/coap_rpc_ctx.h).  Each operation is a function of the part that
+ * does it. */
 #ifndef COAP_RPC_LIB_EXT_H
 #define COAP_RPC_LIB_EXT_H
 

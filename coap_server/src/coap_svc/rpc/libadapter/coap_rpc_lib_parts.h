@@ -27,8 +27,7 @@ int CoapRpcPartsNeedTick(const CoapRpcCtx *ctx);
 void CoapRpcPartsStop(CoapRpcCtx *ctx);
 void CoapRpcPartsFree(CoapRpcCtx *ctx);
 
-/* CoapRpcPartsForgetEntry cuts every transfer, observer and pending answer loose from an entry that
- * is about to be freed. */
+/* CoapRpcPartsForgetEntry lets them drop what refers to an entry that is about to be freed. */
 void CoapRpcPartsForgetEntry(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry);
 
 COAP_RPC_C_END

@@ -37,14 +37,6 @@ void DropObserveRecord(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
   entry->obVtbl = nullptr;
 }
 
-// LeaveAdapter makes sure that nothing in the adapter names the entry any more.
-void LeaveAdapter(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
-  if (!ctx->libExt) return;
-  ctx->libExt->forgetEntry(ctx, entry);
-  if (entry->asyncSession) ctx->libExt->releaseSession(ctx, entry->asyncSession);
-  entry->asyncSession = nullptr;
-}
-
 }  // namespace
 
 uint32_t COAP_RpcSerVtblInit(void *ser) {
@@ -140,7 +132,7 @@ uint32_t COAP_RpcSerAddUriObVtbl(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry,
 
 void COAP_RpcSerDelUriVtbl(CoapRpcSerData *ser, CoapRpcSerUriVtbl *entry) {
   CoapRpcCtx *ctx = ser->owner;
-  LeaveAdapter(ctx, entry);
+  if (ctx->libExt) ctx->libExt->forgetEntry(ctx, entry);
   DropObserveRecord(ctx, entry);
   COAP_RpcSerStopUriUpdateTimer(entry);
   COAP_RpcSerConnUnBindUriVtbl(nullptr, nullptr, entry);
