@@ -1,6 +1,24 @@
-/* coap_rpc_cli_resend.h: sending a request, and the timer that sends queued ones again.
+/* coap_rpc_cli_resend.h: sending a request, and the timer that sends queued ones.
  *
- * Requests that are to be sent again are on the resend list, in order of appending. */
+ * A request record is
+ *
+ *   new       made, or found again, by a call
+ *   queued    on the resend list, in order of queueing
+ *   sent      libcoap has the message and retransmits it by itself: a plain record is freed, that
+ * of a relation stays for the next call dropped   ended while a function uses it; freed when the
+ * last one returns
+ *
+ * A call sends a plain request at once, and queues it when that fails and it is CON.  It queues the
+ * registration of a CON relation, also each renewal, and never sends that of a NON one.
+ *
+ * Each tick of the timer sends queued records, the oldest first.  What is sent leaves the list;
+ * what fails keeps its place until the next tick, as often as it fails.  A renewal that would end a
+ * payload which is coming in is passed over.  When libcoap gives up retransmitting, the record only
+ * counts it: the application decides whether to call again.
+ *
+ * Bounds: a tick holds kResendBatchSize records and sends one fewer.  A record is on the list once,
+ * so the list is never longer than the table of requests, which only the application's calls fill.
+ */
 #ifndef COAP_RPC_CLI_RESEND_H
 #define COAP_RPC_CLI_RESEND_H
 

@@ -9,10 +9,9 @@
 
 namespace coap_rpc {
 
-// ReadRounds are the rounds in which what is ready is served.  A read that finds nothing costs as
-// much as one that does, and so does one more round.  A round whose last read found a datagram is
-// followed by one of twice as many reads, one that ran dry by one of half as many, even while more
-// keeps coming in.
+// ReadRounds are the rounds in which what is ready is served.  An empty read costs as much as a
+// full one: the number of reads doubles after a full round and is halved after one that ran dry,
+// even while more keeps coming in.
 class ReadRounds {
  public:
   // `first` is the First of an earlier run; 0 for none.

@@ -1,9 +1,30 @@
 /* coap_rpc_lib_block.h: observe payloads owned by libcoap.
  *
- * libcoap keeps a payload for as long as the peer fetches its blocks, which may be longer than the
- * URI entry lives.  Each payload travels with a record that stays on the entry's list and on the
- * adapter's until it is released, within a second after its last block was first sent.  That block
- * alone is remembered for longer, for a peer that missed it. */
+ * Each payload travels with a record, which is on the entry's list and on the adapter's until
+ * libcoap releases the payload.  That may be after the entry is freed.  A payload in one message is
+ * released at once; one in blocks goes through these states:
+ *
+ *   offered    libcoap has sent its first block and waits for the peer
+ *   fetched    the peer has asked for a further block
+ *   sent       its last block was sent; the peer may still ask for it again
+ *   lost       its first block did not arrive
+ *   released   the record is freed; of a payload that was sent, the last block is kept
+ *   forgotten  nobody has asked for the last block again: it is freed
+ *
+ * libcoap moves a payload from offered to fetched and sent, by the peer's requests.  The NACK
+ * handler makes an offered one lost.  The tick (ExpireBlocks) releases those that are lost, that
+ * were sent kSentBlocksKeepMs ago, and that the peer has not asked for in kIdleBlocksKeepMs; it
+ * forgets last blocks after kLastBlockKeepMs.  libcoap releases a payload in any state when the
+ * observer renews its registration halfway or its session ends.  When an entry is freed, its
+ * payloads no longer name it and its last blocks are forgotten.
+ *
+ * The newest payload of an entry holds the entry's isSendingLargeBlock: no other is built while it
+ * is set.  It is cleared when that payload is lost or released, and whenever an observer comes or
+ * the last one leaves; the payload before the newest is spare then.
+ *
+ * Bounds: kMaxSpareBlocks spare payloads and kMaxLastBlocks last blocks of all entries; the oldest
+ * go first.  A payload that a peer stops fetching kMaxGivenUp times in a row is not sent again
+ * (coap_rpc_ser_flight.h). */
 #ifndef COAP_RPC_LIB_BLOCK_H
 #define COAP_RPC_LIB_BLOCK_H
 

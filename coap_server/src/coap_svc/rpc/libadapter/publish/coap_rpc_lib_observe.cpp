@@ -170,7 +170,7 @@ void coap_rpc::UpdateObserver(Exchange exchange) {
   }
   uint32_t isRegister = 0;
   COAP_RpcGetObserveOption(exchange.request, &isRegister);
-  // One who leaves neither resynchronises nor takes changes away from those who stay.
+  // A cancel neither resynchronises nor consumes pending changes.
   if (isRegister != 0) Resynchronise(exchange);
   // A synchronous answer stands as it is; the changes stay for the next notification.
   if (HasPayload(exchange.response)) return;

@@ -1,4 +1,28 @@
-/* coap_rpc_lib_observe.h: observers coming and going, notification, resynchronisation. */
+/* coap_rpc_lib_observe.h: observers and their notifications.
+ *
+ * libcoap keeps an observer as a subscription: the request of its registration, without query.
+ *
+ *   registered   a GET with Observe 0: COAP_RpcSerAddObserve counts the observer and queues the
+ *                whole set as changes
+ *   renewed      the same GET again: its query replaces the one that is remembered, and a payload
+ *                that is partly fetched ends (NoteObserverQuery)
+ *   gone         it cancels, refuses a notification or does not acknowledge it, or its session or
+ *                resource ends: COAP_RpcSerDelObserve counts, and puts back what it has not got
+ *
+ * A registration with a check code that is out of date also queues the application's whole data.
+ *
+ * Changes become a notification in these steps:
+ *
+ *   pending      the entry's update timer finds changes once in 1000 ms and calls
+ *                COAP_RpcSerNotifyObservers
+ *   due          libcoap runs the GET handler for each observer, with the stored request
+ *   published    UpdateObserver builds all pending changes into the response of the first observer
+ *                (coap_rpc_lib_payload.h) and hands it to libcoap; the others get 2.01 without
+ *                payload, as does every answer that travels in an acknowledgement
+ *   in flight    until it is known whether it was delivered (coap_rpc_lib_flight.h)
+ *
+ * Bounds: libcoap refuses more than 1000 observers of a URI; each has one remembered query at most,
+ * which is freed when it leaves. */
 #ifndef COAP_RPC_LIB_OBSERVE_H
 #define COAP_RPC_LIB_OBSERVE_H
 

@@ -1,7 +1,7 @@
 /* coap_rpc_lib_payload.h: pending changes of an observable URI as one JSON or IDL payload.
  *
- * A change whose element was built leaves the list; one whose builder failed stays for the next
- * payload.  No payload is built while another is being sent in blocks. */
+ * A change whose element was built leaves the list when libcoap has the payload; one whose builder
+ * failed stays for the next payload.  No payload is built while another is being sent in blocks. */
 #ifndef COAP_RPC_LIB_PAYLOAD_H
 #define COAP_RPC_LIB_PAYLOAD_H
 
