@@ -115,6 +115,19 @@ TEST_F(ListTest, Remove_LeavesTheLinkAlone) {
   EXPECT_TRUE(list.IsEmpty());
 }
 
+TEST_F(ListTest, ForEach_MayTakeRecordsOff) {
+  ListA list(headA_);
+  list.ForEach([](Record *) { FAIL() << "an empty list"; });
+  for (Record *rec : {&one_, &two_, &three_}) list.Append(rec);
+  std::vector<int> keys;
+  list.ForEach([&](Record *rec) {
+    keys.push_back(rec->key);
+    if (rec->key != 2) LinkRemove(rec->linkA);
+  });
+  EXPECT_EQ(keys, (std::vector<int>{1, 2, 3}));
+  EXPECT_EQ(KeysOf(list), std::vector<int>{2});
+}
+
 TEST_F(ListTest, FindIf_GivesTheFirstMatch) {
   ListA list(headA_);
   list.Append(&one_);

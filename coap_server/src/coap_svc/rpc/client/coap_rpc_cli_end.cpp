@@ -121,11 +121,9 @@ bool IsSendingOf(const OpenReq &open, const CoapRpcCliReqData &req) {
 
 template <typename Match>
 void FreeIf(CoapRpcCliData *cli, CoapRpcLink &head, Match match) {
-  OpenList list(head);
-  for (OpenReq *open = list.First(), *next; open; open = next) {
-    next = list.After(open);
+  OpenList(head).ForEach([&](OpenReq *open) {
     if (match(*open)) Own(cli, open);
-  }
+  });
 }
 
 uint32_t Listen(CoapRpcCtx *ctx, CoapRpcOnRequestEnd onEnd, uint64_t userData) {
@@ -194,11 +192,9 @@ void FreeEnds(CoapRpcCliData *cli) {
 
 void CloseOpen(CoapRpcCliData *cli, const coap_session_t *session) {
   if (!cli->ends) return;
-  OpenList list(cli->ends->openList);
-  for (OpenReq *open = list.First(), *next; open; open = next) {
-    next = list.After(open);
+  OpenList(cli->ends->openList).ForEach([=](OpenReq *open) {
     if (open->session == session) MarkEnded(cli->ends, open, COAP_RPC_END_CLOSED);
-  }
+  });
 }
 
 void TickEnds(CoapRpcCtx *ctx) {

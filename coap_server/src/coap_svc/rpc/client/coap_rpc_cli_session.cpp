@@ -144,11 +144,7 @@ void COAP_RpcCliRemoveAgingList(CoapRpcCliData *, CoapRpcCliSession *session) {
 uint32_t COAP_RpcCliAgingSessionTimeOut(void *root) {
   CoapRpcCliData *cli = static_cast<CoapRpcCtx *>(root)->cli;
   if (!cli) return 0;
-  AgingList list(cli->agingList);
-  for (CoapRpcCliSession *session = list.First(), *next; session; session = next) {
-    next = list.After(session);
-    AgeSession(cli, session);
-  }
+  AgingList(cli->agingList).ForEach([=](CoapRpcCliSession *session) { AgeSession(cli, session); });
   TickEnds(cli->owner);
   return 0;
 }

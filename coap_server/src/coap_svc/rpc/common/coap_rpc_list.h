@@ -70,6 +70,16 @@ class List {
     return nullptr;
   }
 
+  // ForEach calls `visit` for each record; `visit` may take the one that it is given off the list.
+  template <typename Visit>
+  void ForEach(Visit visit) const {
+    Rec *next = nullptr;
+    for (Rec *rec = First(); rec; rec = next) {
+      next = After(rec);
+      visit(rec);
+    }
+  }
+
   // Drain hands out the first record until none is left; `drop` must take it off the list.
   template <typename Drop>
   void Drain(Drop drop) {

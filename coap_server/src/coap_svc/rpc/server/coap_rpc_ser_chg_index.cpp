@@ -43,7 +43,7 @@ void Insert(ChgIndex *index, const CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *ch
 uint32_t NumPending(CoapRpcSerUriVtbl *entry) {
   const PendingChgs chgs(entry->tupleChgList);
   uint32_t numChgs = 0;
-  for (const CoapRpcTupleChg *chg = chgs.First(); chg; chg = chgs.After(chg)) ++numChgs;
+  chgs.ForEach([&](const CoapRpcTupleChg *) { ++numChgs; });
   return numChgs;
 }
 
@@ -67,9 +67,7 @@ void Rebuild(uint64_t mem, CoapRpcSerUriVtbl *entry) {
   index->numBuckets = numBuckets;
   index->appendsLeft = numBuckets - numChgs;
   const PendingChgs chgs(entry->tupleChgList);
-  for (CoapRpcTupleChg *chg = chgs.First(); chg; chg = chgs.After(chg)) {
-    Insert(index.get(), entry, chg);
-  }
+  chgs.ForEach([&](CoapRpcTupleChg *chg) { Insert(index.get(), entry, chg); });
   PoolFree(mem, entry->chgIndex);
   entry->chgIndex = index.release();
 }
@@ -115,7 +113,7 @@ void RemovePendingChg(CoapRpcTupleChg *chg) {
 
 void DropChgIndex(uint64_t mem, CoapRpcSerUriVtbl *entry) {
   const PendingChgs chgs(entry->tupleChgList);
-  for (CoapRpcTupleChg *chg = chgs.First(); chg; chg = chgs.After(chg)) LinkInit(chg->idxLink);
+  chgs.ForEach([](CoapRpcTupleChg *chg) { LinkInit(chg->idxLink); });
   PoolFree(mem, entry->chgIndex);
   entry->chgIndex = nullptr;
 }

@@ -77,9 +77,7 @@ void DispTupleChgs(CoapRpcCtx *ctx, const char *pcUri) {
   if (!entry) return;
   KST_DispPrintf_(ctx->param.dispHandle, "ChgTupleInfo: uri:%s\n", UriText(entry->key.uri).c_str());
   const COAP_RPC_LIST(CoapRpcTupleChg, chgLink) chgs(entry->tupleChgList);
-  for (const CoapRpcTupleChg *chg = chgs.First(); chg; chg = chgs.After(chg)) {
-    COAP_RpcDispOneChgTuple_(ctx, entry, chg);
-  }
+  chgs.ForEach([=](const CoapRpcTupleChg *chg) { COAP_RpcDispOneChgTuple_(ctx, entry, chg); });
 }
 
 }  // namespace

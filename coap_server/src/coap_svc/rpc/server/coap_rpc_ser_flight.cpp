@@ -21,12 +21,9 @@ bool IsOutdated(CoapRpcSerUriVtbl *entry, const CoapRpcTupleChg *chg) {
 }
 
 void DropOutdatedOf(CoapRpcSerUriVtbl *entry, ChgFlight &flight) {
-  const FlightChgs chgs(flight.chgList);
-  CoapRpcTupleChg *next = nullptr;
-  for (CoapRpcTupleChg *chg = chgs.First(); chg; chg = next) {
-    next = chgs.After(chg);
+  FlightChgs(flight.chgList).ForEach([=](CoapRpcTupleChg *chg) {
     if (IsOutdated(entry, chg)) Free(entry, chg);
-  }
+  });
 }
 
 void PutBack(CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg, uint32_t *room) {
@@ -51,10 +48,9 @@ void RenewEtag(CoapRpcSerUriVtbl *entry) {
 }  // namespace
 
 void DropOutdatedChgs(CoapRpcSerUriVtbl *entry) {
-  const EntryFlights flights(entry->flights.list);
-  for (ChgFlight *flight = flights.First(); flight; flight = flights.After(flight)) {
+  EntryFlights(entry->flights.list).ForEach([=](ChgFlight *flight) {
     DropOutdatedOf(entry, *flight);
-  }
+  });
 }
 
 void TakeChg(ChgFlight &flight, CoapRpcTupleChg *chg) {

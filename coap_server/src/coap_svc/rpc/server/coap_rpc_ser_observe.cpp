@@ -29,10 +29,7 @@ bool IsObserved(const CoapRpcSerUriVtbl *entry) { return entry->obVtbl && entry-
 
 // FreeChgsInFlight leaves the flights, which have nothing to lose then.
 void FreeChgsInFlight(CoapRpcSerUriVtbl *entry) {
-  const EntryFlights flights(entry->flights.list);
-  for (ChgFlight *flight = flights.First(); flight; flight = flights.After(flight)) {
-    FreeChgs(*flight);
-  }
+  EntryFlights(entry->flights.list).ForEach([](ChgFlight *flight) { FreeChgs(*flight); });
 }
 
 // QueueChg merges a change into the pending one of its key, or appends it.

@@ -35,19 +35,15 @@ void Forget(CoapRpcLastBlock *last) {
 template <typename Match>
 void ForgetIf(CoapRpcCtx *ctx, Match match) {
   if (!ctx->lib) return;
-  LastBlocks blocks(ctx->lib->lastBlockList);
-  CoapRpcLastBlock *next = nullptr;
-  for (CoapRpcLastBlock *last = blocks.First(); last; last = next) {
-    next = blocks.After(last);
+  LastBlocks(ctx->lib->lastBlockList).ForEach([&](CoapRpcLastBlock *last) {
     if (match(*last)) Forget(last);
-  }
+  });
 }
 
 // ExpireLastBlocks also drops the oldest ones when there are too many.
 void ExpireLastBlocks(CoapRpcCtx *ctx) {
-  LastBlocks blocks(ctx->lib->lastBlockList);
   uint32_t num = 0;
-  for (const CoapRpcLastBlock *last = blocks.First(); last; last = blocks.After(last)) ++num;
+  LastBlocks(ctx->lib->lastBlockList).ForEach([&](const CoapRpcLastBlock *) { ++num; });
   ForgetIf(ctx, [&](const CoapRpcLastBlock &last) {
     const bool isDue = num > kMaxLastBlocks || HasPassed(last.sentAt, kLastBlockKeepMs);
     if (isDue) --num;
@@ -107,20 +103,25 @@ bool Answer(CoapRpcCtx *ctx, coap_pdu_t *response, Match match) {
   return true;
 }
 
-// EndSpareBlocks lets go of the oldest payloads that are not their entry's current one, when there
+void Release(BlockRecord *block) { CoapRpcLibEndBlocks(block->session, block); }
+
+// EndSpareBlocks releases the oldest payloads that are not their entry's current one, when there
 // are too many: observers that register and never fetch leave one each.
 void EndSpareBlocks(CoapRpcCtx *ctx) {
-  AdapterBlocks blocks(ctx->lib->blockList);
-  uint32_t numSpare = 0;
-  for (const BlockRecord *block = blocks.First(); block; block = blocks.After(block)) {
-    if (!block->holdsFlag) ++numSpare;
-  }
-  BlockRecord *next = nullptr;
-  for (BlockRecord *block = blocks.First(); block && numSpare > kMaxSpareBlocks; block = next) {
-    next = blocks.After(block);
-    if (block->holdsFlag) continue;
-    CoapRpcLibEndBlocks(block->session, block);
-    --numSpare;
+  EndOldest(
+      AdapterBlocks(ctx->lib->blockList), [](const BlockRecord &block) { return !block.holdsFlag; },
+      Release);
+}
+
+// Expire looks at one payload; its record may be gone then.
+void Expire(CoapRpcCtx *ctx, BlockRecord *block) {
+  NoteSent(block);
+  if (block->sentAt != 0) {
+    if (HasPassed(block->sentAt, kSentBlocksKeepMs)) EndSent(ctx, block);
+  } else if (block->isLost) {
+    Release(block);
+  } else {
+    ExpireIdle(block);
   }
 }
 
@@ -139,7 +140,7 @@ PoolPtr<BlockRecord> NewBlock(CoapRpcSerUriVtbl *entry, coap_session_t *session)
 CoapRpcSerLargeBlockCtx *StartBlock(PoolPtr<BlockRecord> block, void *buf) {
   CoapRpcSerUriVtbl *entry = block->head.entry;
   EntryBlocks blocks(entry->lib.blockList);
-  for (BlockRecord *old = blocks.First(); old; old = blocks.After(old)) old->holdsFlag = false;
+  blocks.ForEach([](BlockRecord *old) { old->holdsFlag = false; });
   entry->isSendingLargeBlock = 1;
   block->holdsFlag = true;
   block->head.buf = buf;
@@ -169,19 +170,7 @@ void EndBlock(BlockRecord *block) {
 
 void ExpireBlocks(CoapRpcCtx *ctx) {
   EndSpareBlocks(ctx);
-  AdapterBlocks blocks(ctx->lib->blockList);
-  BlockRecord *next = nullptr;
-  for (BlockRecord *block = blocks.First(); block; block = next) {
-    next = blocks.After(block);
-    NoteSent(block);
-    if (block->sentAt != 0) {
-      if (HasPassed(block->sentAt, kSentBlocksKeepMs)) EndSent(ctx, block);
-    } else if (block->isLost) {
-      CoapRpcLibEndBlocks(block->session, block);
-    } else {
-      ExpireIdle(block);
-    }
-  }
+  AdapterBlocks(ctx->lib->blockList).ForEach([=](BlockRecord *block) { Expire(ctx, block); });
   ExpireLastBlocks(ctx);
 }
 
@@ -200,11 +189,11 @@ int AnswerRepeated(coap_session_t *session, const coap_pdu_t *request, coap_pdu_
 
 void NoteOvertaken(const CoapRpcSerUriVtbl &entry, const coap_session_t *session, bool isInBlocks) {
   LastBlocks blocks(CoapRpcSerRootOf(&entry)->lib->lastBlockList);
-  for (CoapRpcLastBlock *last = blocks.First(); last; last = blocks.After(last)) {
-    if (last->session != session || !IsSameUri(*last->entry, entry)) continue;
+  blocks.ForEach([&](CoapRpcLastBlock *last) {
+    if (last->session != session || !IsSameUri(*last->entry, entry)) return;
     last->isOvertaken = 1;
     if (isInBlocks) last->isReplaced = 1;
-  }
+  });
 }
 
 void ForgetEntryBlocks(CoapRpcSerUriVtbl *entry) {

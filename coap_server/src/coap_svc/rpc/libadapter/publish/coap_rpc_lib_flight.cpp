@@ -1,6 +1,5 @@
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_flight.h"
 
-#include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_block.h"
 #include "libcoap/ext/coap_rpc_lib_internals.h"
@@ -36,22 +35,12 @@ Flight *FlightOf(ChgFlight *chgs) { return reinterpret_cast<Flight *>(chgs); }
 template <typename Visit>
 void ForEach(CoapRpcCtx *ctx, Visit visit) {
   if (!ctx->lib) return;
-  const AdapterFlights flights(ctx->lib->flightList);
-  Flight *next = nullptr;
-  for (Flight *flight = flights.First(); flight; flight = next) {
-    next = flights.After(flight);
-    visit(flight);
-  }
+  AdapterFlights(ctx->lib->flightList).ForEach(visit);
 }
 
 template <typename Visit>
 void ForEachOf(CoapRpcSerUriVtbl *entry, Visit visit) {
-  const EntryFlights flights(entry->flights.list);
-  ChgFlight *next = nullptr;
-  for (ChgFlight *flight = flights.First(); flight; flight = next) {
-    next = flights.After(flight);
-    visit(FlightOf(flight));
-  }
+  EntryFlights(entry->flights.list).ForEach([=](ChgFlight *flight) { visit(FlightOf(flight)); });
 }
 
 Flight *Find(CoapRpcCtx *ctx, const coap_session_t *session, coap_mid_t mid) {
@@ -81,13 +70,7 @@ bool IsSpare(const Flight &flight) {
 // EndSpareFlights puts the oldest spare payloads back when there are too many: their observers
 // acknowledge nothing.
 void EndSpareFlights(CoapRpcCtx *ctx) {
-  uint32_t numSpare = 0;
-  ForEach(ctx, [&](const Flight *flight) { numSpare += IsSpare(*flight) ? 1 : 0; });
-  ForEach(ctx, [&](Flight *flight) {
-    if (numSpare <= kMaxSpareBlocks || !IsSpare(*flight)) return;
-    EndFailed(flight);
-    --numSpare;
-  });
+  EndOldest(AdapterFlights(ctx->lib->flightList), IsSpare, EndFailed);
 }
 
 // Fail ends a flight that did not arrive, unless its peer is fetching it.

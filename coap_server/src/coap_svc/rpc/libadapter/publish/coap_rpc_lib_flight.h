@@ -31,6 +31,7 @@
 
 #include <coap3/coap.h>
 
+#include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_flight.h"
 #include "libcoap/ext/coap_rpc_lib_last_block.h"
@@ -50,6 +51,19 @@ struct Flight {
   uint64_t mem;
 };
 static_assert(offsetof(Flight, chgs) == 0, "a flight is found by its changes");
+
+// EndOldest calls `end`, which takes a record off its list, for the oldest of those that `isSpare`
+// says yes to, until kMaxSpareBlocks of them are left.
+template <typename AnyList, typename IsSpare, typename End>
+void EndOldest(const AnyList &list, IsSpare isSpare, End end) {
+  uint32_t numSpare = 0;
+  list.ForEach([&](const auto *rec) { numSpare += isSpare(*rec) ? 1 : 0; });
+  list.ForEach([&](auto *rec) {
+    if (numSpare <= kMaxSpareBlocks || !isSpare(*rec)) return;
+    end(rec);
+    --numSpare;
+  });
+}
 
 // NewFlight makes the record of a payload to come; empty without memory.
 PoolPtr<Flight> NewFlight(CoapRpcSerUriVtbl *entry, const coap_session_t *session, coap_mid_t mid);

@@ -28,7 +28,6 @@ int32_t CompareSessions(const void *a, const void *b) {
 
 using Peers = COAP_RPC_TABLE(Peer, key, PeerKey, ComparePeers);
 using SessionTable = COAP_RPC_TABLE(AnswerSession, key, AnswerSessionKey, CompareSessions);
-using AllSessions = COAP_RPC_LIST(AnswerSession, allLink);
 using IdleSessions = COAP_RPC_LIST(AnswerSession, idleLink);
 
 // libcoap finds the transfer that a response belongs to by the low 48 bits of its token, and counts
@@ -231,18 +230,15 @@ void RenewAnswerSessions(coap_session_t *session) {
   CoapRpcCtx *ctx = CoapRpcLibRootOf(session);
   const AnswerSession *cached = ctx && ctx->lib ? FindAnswerSession(ctx, session) : nullptr;
   if (!cached) return;
-  ForEachAnswerSession(ctx->lib->answerSessionList, [=](const AnswerSession *sender) {
+  AllSessions(ctx->lib->answerSessionList).ForEach([=](const AnswerSession *sender) {
     if (sender->key.entry == cached->key.entry) CoapRpcLibRenewSource(sender->session);
   });
 }
 
 void SettleAnswerSessions(CoapRpcCtx *ctx) {
-  IdleSessions leaving(ctx->lib->leavingSessionList);
-  AnswerSession *next = nullptr;
-  for (AnswerSession *sender = leaving.First(); sender; sender = next) {
-    next = leaving.After(sender);
+  IdleSessions(ctx->lib->leavingSessionList).ForEach([=](AnswerSession *sender) {
     Settle(ctx, sender);
-  }
+  });
   TrimSpare(ctx);
 }
 

@@ -98,16 +98,7 @@ uint32_t NumAnswerSessions(const CoapRpcCtx *ctx);
 // FreeAnswerSessions releases all; to be called before the libcoap context is freed.
 void FreeAnswerSessions(CoapRpcCtx *ctx);
 
-// ForEachAnswerSession calls `work` for each; `work` may close the one that it is given.
-template <typename Work>
-void ForEachAnswerSession(CoapRpcLink &list, Work work) {
-  COAP_RPC_LIST(AnswerSession, allLink) senders(list);
-  AnswerSession *next = nullptr;
-  for (AnswerSession *sender = senders.First(); sender; sender = next) {
-    next = senders.After(sender);
-    work(sender);
-  }
-}
+using AllSessions = COAP_RPC_LIST(AnswerSession, allLink);
 
 }  // namespace coap_rpc
 

@@ -152,7 +152,7 @@ int CoapRpcAsyncGiveUp(CoapRpcCtx *ctx, coap_session_t *session) {
 
 void CoapRpcAsyncForgetEntry(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
   if (!ctx->lib) return;
-  ForEachAnswerSession(ctx->lib->answerSessionList, [=](AnswerSession *sender) {
+  AllSessions(ctx->lib->answerSessionList).ForEach([=](AnswerSession *sender) {
     if (entry && sender->key.entry != entry) return;
     DropAllAsync(sender);
     CloseAnswerSession(ctx, sender);

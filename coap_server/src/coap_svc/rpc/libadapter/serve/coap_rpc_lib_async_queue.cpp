@@ -290,13 +290,10 @@ uint32_t MaxQueuedAnswers(const CoapRpcCtx *ctx) {
 
 void ServeAnswers(CoapRpcCtx *ctx) {
   Answered(ctx->lib->asyncAnsweredTree).Drain([](CoapRpcAsync *async) { MakeReady(async); });
-  QueuedSessions senders(ctx->lib->queuedSessionList);
   bool isMore = false;
-  AnswerSession *next = nullptr;
-  for (AnswerSession *sender = senders.First(); sender; sender = next) {
-    next = senders.After(sender);
+  QueuedSessions(ctx->lib->queuedSessionList).ForEach([&](AnswerSession *sender) {
     if (Feed(sender)) isMore = true;
-  }
+  });
   if (isMore) CoapRpcLibWakeIn(ctx->lib->coapCtx, 0);
 }
 
