@@ -1,4 +1,5 @@
-# Configures libcoap with one more patch, good or bad: a patch that does not apply is an error.
+# Configures libcoap from a folder and from a tarball, and with one more patch, good or bad: a patch that
+# does not apply is an error.
 cmake_minimum_required(VERSION 3.25)
 
 set(patches ${WORK}/tree/third_party/libcoap/patches)
@@ -74,6 +75,14 @@ expect_good("lines that have moved")
 file(READ ${WORK}/build/libcoap-src/probe.txt probe)
 if(NOT probe STREQUAL "one\ntwo\nnew\nfour\nfive\n")
   message(SEND_ERROR "the patch was not applied:\n${probe}")
+endif()
+if(IS_DIRECTORY ${LIBCOAP_SOURCE})
+  cmake_path(GET LIBCOAP_SOURCE PARENT_PATH parent)
+  cmake_path(GET LIBCOAP_SOURCE FILENAME name)
+  execute_process(COMMAND ${CMAKE_COMMAND} -E tar czf ${WORK}/libcoap.tar.gz ${name}
+    WORKING_DIRECTORY ${parent} COMMAND_ERROR_IS_FATAL ANY)
+  set(LIBCOAP_SOURCE ${WORK}/libcoap.tar.gz)
+  expect_good("a tarball")
 endif()
 try_patch(2 two other four)
 expect_bad("a line that is not there")

@@ -1,6 +1,42 @@
-# Each patch of libcoap has a row in the table of its README, each row a patch, and the regression tests
-# that it names are there.
+# Each patch of libcoap has a row in the table of its README, each row a patch, and the tests that it
+# names are there.
 cmake_minimum_required(VERSION 3.25)
+
+# coap_rpc_check_case(<patch> <case>): a test of the files `programs` is called so, or begins so with a *.
+function(coap_rpc_check_case patch case)
+  string(REGEX REPLACE "\\*$" "[A-Za-z0-9_]*" case "${case}")
+  foreach(program ${programs})
+    file(STRINGS ${program} found REGEX "^TEST.*, ${case}\\)")
+    if(found)
+      return()
+    endif()
+  endforeach()
+  message(SEND_ERROR "${patch}: there is no test ${case} in ${programs}")
+endfunction()
+
+# coap_rpc_check_tests(<patch> <row>): programs are in small letters, those that begin with an
+# underscore regression tests; a case follows the programs that have it.
+function(coap_rpc_check_tests patch row)
+  string(REGEX REPLACE ".*\\| ([^|]*) \\|$" "\\1" tests "${row}")
+  string(REGEX MATCHALL "`[^`]+`" tests "${tests}")
+  if(NOT tests)
+    message(SEND_ERROR "${patch}: no test is named")
+  endif()
+  set(programs)
+  foreach(test ${tests})
+    string(REGEX REPLACE "`(.*)`" "\\1" test ${test})
+    string(REGEX REPLACE "^_" "regress_" test ${test})
+    if(test MATCHES "[A-Z]")
+      coap_rpc_check_case(${patch} ${test})
+      continue()
+    endif()
+    file(GLOB program ${TOP}/tests/*/${test}.cpp)
+    if(NOT program)
+      message(SEND_ERROR "${patch}: there is no test ${test}")
+    endif()
+    list(APPEND programs ${program})
+  endforeach()
+endfunction()
 
 set(folder ${TOP}/third_party/libcoap)
 file(GLOB patches RELATIVE ${folder}/patches ${folder}/patches/*)
@@ -13,13 +49,7 @@ foreach(row ${rows})
   string(REGEX REPLACE "-.*" "" number ${patch})
   list(APPEND listed ${patch})
   list(APPEND numbers ${number})
-  string(REGEX MATCHALL "`(regress)?_[a-z0-9_]+`" tests "${row}")
-  foreach(test ${tests})
-    string(REGEX REPLACE "`(regress)?(.*)`" "regress\\2" test ${test})
-    if(NOT EXISTS ${TOP}/tests/regress/${test}.cpp)
-      message(SEND_ERROR "${patch}: there is no test ${test}")
-    endif()
-  endforeach()
+  coap_rpc_check_tests(${patch} "${row}")
 endforeach()
 
 if(NOT patches OR NOT patches STREQUAL listed)
