@@ -1,4 +1,4 @@
-"""Links between the documents lead to something, and so does each mention of a document."""
+"""Links between the documents lead to something, and so does each mention of a file."""
 
 import functools
 import os
@@ -15,6 +15,9 @@ LINK = re.compile(r"\]\(([^()\s]+)\)")
 HEADING = re.compile(r"^#+ +(.*?) *$", re.MULTILINE)
 ANCHOR = re.compile(r"<a id=\"([^\"]+)\"></a>")
 MENTION = re.compile(r"\bdocs/[a-z_/]+\.(?:md|svg|dot)\b")
+SOURCE = re.compile(r"\b(?:coap_rpc|test_coap_rpc)_[a-z0-9_]+\.(?:h|cpp|c)\b")
+PATH = re.compile(r"`((?:[\w.-]+/)+[\w.-]*)`")
+ROOTS = [TOP, TOP / "coap_server/src/coap_svc/rpc", TOP / "third_party/libcoap"]
 
 
 def files_below(folder):
@@ -51,6 +54,19 @@ def dead_links(document):
     return [link for link in links if "://" not in link and leads_nowhere(document, link)]
 
 
+def exists(root, path):
+    """A file may be named without its extension."""
+    return (root / path).exists() or any(root.glob(path + ".*"))
+
+
+def missing_paths(document):
+    """Paths in code marks whose first folder is one of ours, and that lead to nothing."""
+    paths = [path for path in PATH.findall(prose_of(document))
+             if path.split("/")[0] not in NOT_OURS]
+    ours = [path for path in paths if any((root / path.split("/")[0]).is_dir() for root in ROOTS)]
+    return [path for path in ours if not any(exists(root, path) for root in ROOTS)]
+
+
 def texts_below(folder):
     """Files that are text, with their contents."""
     for path in files_below(folder):
@@ -73,13 +89,31 @@ class Links(unittest.TestCase):
         self.assertEqual(stale, set())
 
 
+    def test_paths_in_documents(self):
+        # The headings of result codes are fixed texts.
+        documents = [path for path in files_below(TOP)
+                     if path.suffix == ".md" and path.name != "error_codes.md"]
+        missing = {str(path): missing_paths(path) for path in documents if missing_paths(path)}
+        self.assertEqual(missing, {})
+
+    def test_names_of_source_files(self):
+        names = {path.name for path in files_below(TOP)}
+        stale = {f"{path}: {name}" for path, text in texts_below(TOP) if path != Path(__file__)
+                 for name in SOURCE.findall(text) if name not in names}
+        self.assertEqual(stale, set())
+
+
 class Checker(unittest.TestCase):
-    def dead_of(self, text):
+    def dead_of(self, text, find=dead_links):
         with tempfile.TemporaryDirectory() as folder:
             document = Path(folder, "here.md")
             document.write_text(text, encoding="utf-8")
             Path(folder, "there.md").write_text("# A `b`, c-d\n<a id=\"e\"></a>\n", encoding="utf-8")
-            return dead_links(document)
+            return find(document)
+
+    def test_missing_path(self):
+        text = "`docs/road.md` `docs/road` `tests/gone.md` `libadapter/gone/` `build/x.h` `option/s`"
+        self.assertEqual(self.dead_of(text, missing_paths), ["tests/gone.md", "libadapter/gone/"])
 
     def test_missing_file(self):
         self.assertEqual(self.dead_of("[a](there.md) ![b](gone.svg)"), ["gone.svg"])

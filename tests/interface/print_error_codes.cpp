@@ -22,8 +22,9 @@ constexpr char kIntro[] =
     "Made from `coap_rpc_sites.h` by `scripts/make-docs`; do not edit.\n\n"
     "A result is 0 for success or 1900000000 plus the number of the place that failed. "
     "`COAP_RpcErrStr`\ngives the meaning at run time. A place with an assertion line reports a "
-    "broken contract to the\nhost's `TARN_Assert` first, under the source file of its section. "
-    "\"—\" in the first column: the place\nasserts but has no result of its own.\n";
+    "broken contract to the\nhost's `TARN_Assert` first, under the path of its section; paths are "
+    "fixed, and the source file may\nstand elsewhere now. \"—\" in the first column: the place "
+    "asserts but has no result of its own.\n";
 
 void PrintRow(const Row &row) {
   if (row.code != 0) {
