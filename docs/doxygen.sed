@@ -15,7 +15,7 @@ t
 # The first line of a header names the file.
 1s|^/\* ([a-z0-9_]+\.h): |/** @file \1 |
 
-# A comment of its own describes what follows, one behind code what it stands behind.
+# A comment on a line of its own describes what follows; one after code describes that code.
 s|^( *)/\* |\1/** |
 s|([^ ] +)/\* |\1/**< |
 

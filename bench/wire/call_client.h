@@ -127,7 +127,7 @@ class Calls {
     latency_.Print();
   }
 
-  // WarnOfLost tells of calls that wait far too long: refused, or lost.  They make the others faster.
+  // WarnOfLost prints calls that take far too long: refused, or lost.  They make the others faster.
   void WarnOfLost(uint64_t nowNs) const {
     const auto num = std::count_if(dueNs_.begin(), dueNs_.end(), [&](uint64_t dueNs) {
       return dueNs != 0 && nowNs - dueNs > measuredNs_ / 2;

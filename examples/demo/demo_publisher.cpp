@@ -83,7 +83,7 @@ void Publisher::OnObserverNum(uint64_t userData, uint32_t num) {
   self.numObservers_ = num;
 }
 
-// A change that was queued when the last observer went may be of a row that has gone since.
+// A change that was queued when the last observer left may be of a row that was removed since.
 uint32_t Publisher::BuildUpdate(uint64_t userData, uint8_t *key, uint8_t *val, void *out) {
   const Publisher &self = Of(userData);
   if (self.table_.count(KeyAt(key)) == 0) return BuildDelete(userData, key, out);

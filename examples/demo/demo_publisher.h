@@ -9,8 +9,8 @@
 
 // Publisher keeps one observable URI in step with a table.
 //
-// A full set, for an observer that comes or is not up to date, does not say what has gone
-// meanwhile. So the rows of each have a number of their own.
+// A full set, for an observer that comes or is not up to date, does not say what was removed
+// meanwhile.  So the rows of each set have a number of their own.
 class Publisher {
  public:
   // `payloadFormat` is COAP_RPC_JSON or COAP_RPC_BYTE.

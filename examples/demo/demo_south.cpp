@@ -230,7 +230,7 @@ class South {
         });
     rival.Leave();
     const bool isStale = !IsEqualToNorth(Set(kFilesJson));
-    screen_.Say(numChanged + " rows changed behind the mirror's back; it is " +
+    screen_.Say(numChanged + " rows changed without the mirror's knowledge; it is " +
                 (isStale ? "stale" : "NOT stale"));
     return isTaken && isStale;
   }

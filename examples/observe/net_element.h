@@ -1,13 +1,15 @@
-// net_element.h: one element of a notification: an interface that is there, or one that has gone.
+// net_element.h: one element of a notification: an interface that is there, or one that was
+// removed.
 //
 // JSON, an object:
 //   {"set":7,"name":"eth0","rxBytes":1,"rxPackets":2,"txBytes":3,"txPackets":4}
 //   {"set":7,"name":"eth0","gone":true}
 // IDL, a binary message:
-//   kind   1 byte      1: the interface is there, 0: it has gone
+//   kind   1 byte      1: the interface is there, 0: it was removed
 //   set    4 bytes     little-endian
 //   name   16 bytes    padded with zeros
-//   then, unless it has gone, rxBytes, rxPackets, txBytes, txPackets: 8 bytes each, little-endian
+//   then, unless it was removed, rxBytes, rxPackets, txBytes, txPackets: 8 bytes each,
+//   little-endian
 #ifndef NET_ELEMENT_H
 #define NET_ELEMENT_H
 

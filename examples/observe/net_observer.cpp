@@ -12,7 +12,7 @@ namespace {
 // keep-alive from ever being tried.
 constexpr uint32_t kKeepAliveSeconds = 1;
 
-// A question is repeated for up to 21 s.  Before that, another one would only queue behind it.
+// A question is repeated for up to 21 s.  Before that, another one would only be queued after it.
 constexpr uint32_t kLeastAskSeconds = 21;
 
 constexpr size_t kMaxIdlSize = 65'471;  // of a notification

@@ -105,8 +105,8 @@ uint32_t NetPublisher::Write(const NetElement &element, void *out) const {
   return 0;
 }
 
-// A change stays queued when the last observer goes, and deletions are not queued until one comes:
-// a tuple that is no longer in the table has gone, whatever the change says.
+// A change stays queued when the last observer leaves, and deletions are not queued until one
+// comes: a tuple that is no longer in the table was removed, whatever the change says.
 uint32_t NetPublisher::BuildUpdate(uint64_t userData, uint8_t *key, uint8_t *val, void *out) {
   const NetPublisher &self = Of(userData);
   if (self.table_.count(NameAt(key)) == 0) return BuildDelete(userData, key, out);

@@ -9,7 +9,7 @@
 // NetPublisher publishes a table under one URI: name of the interface as key, counters as value.
 //
 // An observer that comes, and one that asks whether it is up to date and is not, gets all tuples
-// again, in one notification or several.  What has gone meanwhile is not among them.  So every
+// again, in one notification or several.  What was removed meanwhile is not among them.  So every
 // element says to which full set it belongs, by a number that changes when a new one begins: an
 // element with another number tells a mirror to forget what it had before.  The number is written
 // when an element is built, and an element that is built again, because its notification did not

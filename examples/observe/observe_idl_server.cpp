@@ -4,7 +4,7 @@
 //   observe_idl_server [--seconds <n>]
 //   mirror_client --format idl                                    in another terminal
 //
-// A notification is a number of messages (4 bytes), then each message behind its length (2 bytes),
+// A notification is a number of messages (4 bytes), then each message after its length (2 bytes),
 // in the server's byte order; the builders of net_publisher.cpp write the messages (net_element.h).
 #include "example.h"
 #include "net_server.h"

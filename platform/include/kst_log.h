@@ -12,9 +12,9 @@ KST_C_BEGIN
 
 enum { KST_LOG_DEBUG = 0, KST_LOG_INFO = 1, KST_LOG_WARN = 2, KST_LOG_ERROR = 3 };
 
-/* KST_LogObj is the head of the object behind a log handle: the library reads the counter handle
- * from its fourth 64-bit word and nothing else.  The other words, and what follows them, are the
- * host's. */
+/* KST_LogObj is the head of the object that a log handle points to: the library reads the counter
+ * handle from its fourth 64-bit word and nothing else.  The other words, and what follows them, are
+ * the host's. */
 typedef struct KST_LogObj {
   uint64_t hostWords[3];
   uint64_t counter;

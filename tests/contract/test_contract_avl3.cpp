@@ -18,7 +18,7 @@ struct Rec {
   uint64_t before = 0x1111111111111111;
   int32_t key = 0;
   OSAL_AVL3_NODE node = OSAL_AVL3_NODE_FRESH;
-  uint64_t behind = 0x2222222222222222;
+  uint64_t after = 0x2222222222222222;
 };
 
 uint32_t g_numComparisons = 0;
@@ -95,7 +95,7 @@ void ContractAvl3::ExpectSound(const std::map<int32_t, Rec *> &expected) {
   for (const Rec &rec : recs_) {
     EXPECT_EQ(IsFresh(rec.node), expected.count(rec.key) == 0) << rec.key;
     EXPECT_EQ(rec.before, 0x1111111111111111u);
-    EXPECT_EQ(rec.behind, 0x2222222222222222u);
+    EXPECT_EQ(rec.after, 0x2222222222222222u);
   }
 }
 

@@ -226,7 +226,7 @@ class EnduranceDay : public testing::Test {
     const LoadCounts before = Counts();
     Run(10 * kMinuteMs);
     const LoadCounts now = Counts();
-    EXPECT_EQ(now.calls.anew, before.calls.anew);
+    EXPECT_EQ(now.calls.repeated, before.calls.repeated);
     EXPECT_EQ(now.postsAnew, before.postsAnew);
   }
 
@@ -241,9 +241,9 @@ class EnduranceDay : public testing::Test {
   }
 
   static std::string AnewText(const LoadCounts &before, const LoadCounts &now) {
-    return "; repeated: calls " + std::to_string(now.calls.anew - before.calls.anew) + ", posts " +
-           std::to_string(now.postsAnew - before.postsAnew) + ", mirrors " +
-           std::to_string(now.mirrors.anew - before.mirrors.anew);
+    return "; repeated: calls " + std::to_string(now.calls.repeated - before.calls.repeated) +
+           ", posts " + std::to_string(now.postsAnew - before.postsAnew) + ", mirrors " +
+           std::to_string(now.mirrors.rebuilt - before.mirrors.rebuilt);
   }
 
   LoadCounts Counts() {

@@ -35,13 +35,13 @@ std::string TextOf(const Tables &tables) {
 LoadCounts &LoadCounts::operator+=(const LoadCounts &other) {
   calls.asked += other.calls.asked;
   calls.answered += other.calls.answered;
-  calls.anew += other.calls.anew;
+  calls.repeated += other.calls.repeated;
   calls.served += other.calls.served;
   mirrors.payloads += other.mirrors.payloads;
   mirrors.bytes += other.mirrors.bytes;
   mirrors.renewals += other.mirrors.renewals;
   mirrors.cancels += other.mirrors.cancels;
-  mirrors.anew += other.mirrors.anew;
+  mirrors.rebuilt += other.mirrors.rebuilt;
   posted += other.posted;
   postsSeen += other.postsSeen;
   postsAnew += other.postsAnew;
@@ -52,11 +52,11 @@ LoadCounts &LoadCounts::operator+=(const LoadCounts &other) {
 std::string LoadCounts::Text() const {
   const auto num = [](uint64_t value) { return std::to_string(value); };
   return "calls " + num(calls.asked) + " answered " + num(calls.answered) + " repeated " +
-         num(calls.anew) + "; posts " + num(posted) + " seen " + num(postsSeen) + " repeated " +
+         num(calls.repeated) + "; posts " + num(posted) + " seen " + num(postsSeen) + " repeated " +
          num(postsAnew) + "; table changes " + num(changes) + "; payloads " +
          num(mirrors.payloads) + " with " + num(mirrors.bytes) + " bytes; renewals " +
          num(mirrors.renewals) + ", cancels " + num(mirrors.cancels) + ", mirrors rebuilt " +
-         num(mirrors.anew);
+         num(mirrors.rebuilt);
 }
 
 Load::Load(CoapRpcCtx *ctx, const LoadParam &param, uint64_t nowMs)

@@ -98,7 +98,7 @@ void Calls::Step() {
   }
   for (auto &[number, question] : pending_) {
     if (question.dueMs > node_.nowMs) continue;
-    ++counts_.anew;
+    ++counts_.repeated;
     // Each time later, so that a link with a backlog does not get ever more to do.
     question.patienceMs = std::min(2 * question.patienceMs, maxPatienceMs_);
     Send(&question);

@@ -12,8 +12,8 @@ namespace coap_rpc_test {
 struct CallCounts {
   uint64_t asked = 0;
   uint64_t answered = 0;
-  uint64_t anew = 0;    // questions that were repeated
-  uint64_t served = 0;  // questions of the peer
+  uint64_t repeated = 0;  // questions that were asked again
+  uint64_t served = 0;    // questions of the peer
 };
 
 class Calls {

@@ -8,7 +8,7 @@ constexpr uint32_t kObserveSource = 16;  // relations have a session apart from 
 
 std::string FourDigits(uint32_t number) { return std::to_string(10'000 + number).substr(1); }
 
-// A change that was queued when the last observer went may be of a tuple that has gone since.
+// A change that was queued when the last observer left may be of a tuple that was removed since.
 template <bool kIsJson>
 uint32_t BuildUpdate(uint64_t userData, uint8_t *tuple, uint8_t *val, void *element) {
   const bool isThere = ObserveApp::Of(userData).data.count(ObserveApp::Text(tuple)) != 0;
@@ -131,7 +131,7 @@ void MirroredTable::Verify() { RenewBy(COAP_RpcCliObserveReqVerify); }
 
 void MirroredTable::Step(bool isQuiet) {
   if (differsSinceMs_ != 0 && node_.nowMs >= differsSinceMs_ + patience_.doubtMs) {
-    ++counts_.anew;
+    ++counts_.rebuilt;
     BeginAnew();
   } else if (node_.nowMs >= nextRenewMs_) {
     isQuiet ? RenewBy(patience_.renewAtRest) : Renew();

@@ -54,7 +54,7 @@ struct MirrorCounts {
   uint64_t bytes = 0;
   uint64_t renewals = 0;  // with a check code or for everything
   uint64_t cancels = 0;
-  uint64_t anew = 0;  // rebuilt because the copy stayed different
+  uint64_t rebuilt = 0;  // because the copy stayed different
 };
 
 class MirroredTable {

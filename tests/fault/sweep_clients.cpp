@@ -127,7 +127,7 @@ void WorksKeepAlive(Stage &stage) {
   WorksCalls(stage);
 }
 
-// Each request that went out is told of, one by one or in a number, whatever failed.
+// The end of each request that was sent is told, one by one or as a count, whatever failed.
 uint32_t g_numEnded = 0;
 void CountEnd(uint64_t, const CoapRpcRequestEnd *end) { g_numEnded += end->num; }
 

@@ -171,7 +171,7 @@ TEST_F(HostileSources, UploadsOfMixedBlockSizes) {
   ExpectAllForgotten();
 }
 
-// The size that stands for none.
+// The size that means "none".
 TEST_F(HostileSources, ReservedBlockSize) {
   FromEverywhere(kNumSources, [&](int i) {
     const uint16_t option = i % 2 == 0 ? kOptBlock1 : kOptBlock2;

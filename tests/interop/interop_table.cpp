@@ -78,7 +78,7 @@ void InteropTable::OnObserverNum(uint64_t userData, uint32_t num) {
   std::printf("observers %s %u\n", Of(userData).uri_.c_str(), num);
 }
 
-// A change that was queued when the last observer went may be of a row that has gone since.
+// A change that was queued when the last observer left may be of a row that was removed since.
 uint32_t InteropTable::BuildUpdate(uint64_t userData, uint8_t *key, uint8_t *val, void *out) {
   const InteropTable &self = Of(userData);
   if (self.rows_.count(TextAt(key)) == 0) return BuildDelete(userData, key, out);

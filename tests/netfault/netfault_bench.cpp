@@ -449,8 +449,8 @@ uint64_t Bench::MirrorSum() {
   return mirrorSum_;
 }
 
-// While the table changes a mirror is behind again and again: it is right when it has what was
-// right a moment ago.
+// While the table changes a mirror is often out of date for a moment: it is right when it has what
+// was right a moment ago.
 bool Bench::IsEqual() {
   while (sums_.size() > 1 && sums_[1].first + kUsualLagMs < nowMs_) sums_.pop_front();
   const uint64_t sum = MirrorSum();

@@ -102,10 +102,10 @@ std::string AddEvent(const Words &words, Scenario &scenario) {
   const auto &forms = Forms();
   if (std::none_of(forms.begin(), forms.end(), [&](const Form &form) { return Fits(event, form); }))
     return "no such event";
-  const auto behind =
+  const auto next =
       std::upper_bound(scenario.events.begin(), scenario.events.end(), event,
                        [](const Event &a, const Event &b) { return a.atMs < b.atMs; });
-  scenario.events.insert(behind, event);
+  scenario.events.insert(next, event);
   return "";
 }
 

@@ -51,7 +51,7 @@ class SocketErrorStall : public WireClient {
   }
   bool IsReadable() { return EventsOf(COAP_RpcGetIoFd(Ctx())) != 0; }
 
-  // Serve does what a host does; false when the descriptor does not get quiet.
+  // Serve does what a host does; false when the descriptor stays readable.
   bool Serve() {
     for (int i = 0; i < kNumLooks && IsReadable(); ++i) COAP_RpcProcIo(Ctx());
     return !IsReadable();

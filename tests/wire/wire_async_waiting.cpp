@@ -10,7 +10,7 @@
 namespace coap_rpc_test {
 namespace {
 
-// BigAnswers are answers of several blocks each, a letter repeated, that wait to be fetched.
+// BigAnswers are queued answers of several blocks each, a letter repeated.
 class BigAnswers : public Async {
  protected:
   static constexpr size_t kLen = 3000;

@@ -171,7 +171,7 @@ TEST_F(ClientEnd, CancelledByAStrayResponse_IsATimeoutInTheEnd) {
   ExpectNothingMore();
 }
 
-// Those that wait for their turn are not given up before they were sent.
+// Queued ones are not given up before they were sent.
 TEST_F(ClientEnd, ManyToASilentPeer_AreToldOneByOne) {
   constexpr uint64_t kNum = 30;
   Keep();

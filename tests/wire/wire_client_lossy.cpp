@@ -1,4 +1,4 @@
-// A client behind a bad network: a fifth of all datagrams is lost, some come twice or out of order.
+// A client on a bad network: a fifth of all datagrams is lost, some come twice or out of order.
 #include <map>
 #include <random>
 #include <set>

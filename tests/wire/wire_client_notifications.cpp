@@ -168,7 +168,7 @@ TEST_F(ClientNotifications, OvertakenAnswer_IsDropped) {
 }
 
 // What was on its way before an answer that tells nothing is still news.
-TEST_F(ClientNotifications, NotificationBehindAnEmptyAnswer_Counts) {
+TEST_F(ClientNotifications, NotificationAfterAnEmptyAnswer_Counts) {
   Answer(1);
   Notify(7, "seven");
   Answer(Renew(), 9);
@@ -177,7 +177,7 @@ TEST_F(ClientNotifications, NotificationBehindAnEmptyAnswer_Counts) {
   EXPECT_EQ(Taken(), "seven eight nine ");
 }
 
-TEST_F(ClientNotifications, NotificationBehindAWholeSet_IsOld) {
+TEST_F(ClientNotifications, NotificationAfterAWholeSet_IsOld) {
   Answer(1);
   Notify(7, "seven");
   Answer(Renew(), 9, "set");

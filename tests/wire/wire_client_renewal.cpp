@@ -4,9 +4,9 @@
 namespace coap_rpc_test {
 namespace {
 
-// --- Renewals that wait ---
+// --- Delayed renewals ---
 
-// The answer of a restarted peer is lost, and the notification behind it comes first.
+// The answer of a restarted peer is lost, and the notification after it comes first.
 TEST_F(ClientNotifications, NotificationOfARestartedPeerBeforeItsAnswer_CountsWhenItIsRepeated) {
   Answer(1);
   Notify(4999, "older");

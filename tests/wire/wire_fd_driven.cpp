@@ -190,7 +190,7 @@ TEST_F(FdDriven, PendingRequest_CausesNoRuns) {
   fd_.Serve();
 }
 
-// A notification is put off while the blocks of another to the same peer are fetched, for two
+// A notification is deferred while the blocks of another to the same peer are fetched, for two
 // seconds after the latest.
 TEST_F(FdDriven, NotificationThatWaitsForBlocks_GoesOutAfterTwoSeconds) {
   const auto big = ServeWatched("big", COAP_RPC_NON);

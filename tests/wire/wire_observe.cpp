@@ -484,7 +484,7 @@ Bytes Idl(const std::vector<std::string> &messages) {
   return bytes;
 }
 
-TEST_F(ObserveWire, Idl_MessagesBehindTheirLengths) {
+TEST_F(ObserveWire, Idl_MessagesAfterTheirLengths) {
   ServeObs(COAP_RPC_CON, COAP_RPC_BYTE);
   Register(peer_, CoapType::kCon, {1});
   Update("k001", "v001");

@@ -1,4 +1,4 @@
-/* console_input.h: the requests that a console has sent and that wait to be answered. */
+/* console_input.h: the unanswered requests of a console. */
 #ifndef KESTREL_SRC_CONSOLE_CONSOLE_INPUT_H
 #define KESTREL_SRC_CONSOLE_CONSOLE_INPUT_H
 

@@ -1,4 +1,4 @@
-/* console_output.cpp: the replies that wait to be sent to a console. */
+/* console_output.cpp: replies queued for a console. */
 #include "console/console_output.h"
 
 #include <algorithm>

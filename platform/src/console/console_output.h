@@ -1,4 +1,4 @@
-/* console_output.h: the replies that wait to be sent to a console. */
+/* console_output.h: replies queued for a console. */
 #ifndef KESTREL_SRC_CONSOLE_CONSOLE_OUTPUT_H
 #define KESTREL_SRC_CONSOLE_CONSOLE_OUTPUT_H
 

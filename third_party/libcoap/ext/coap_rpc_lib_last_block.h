@@ -19,7 +19,7 @@ typedef struct CoapRpcLastBlock {
   CoapRpcSerUriVtbl *entry; /* whose payload it was */
   coap_session_t *session;  /* of the peer; lives longer than this record */
   coap_tick_t sentAt;       /* when it was first sent */
-  coap_lg_xmit_t *blocks;   /* libcoap's record; its data is the last block, behind this record */
+  coap_lg_xmit_t *blocks;   /* libcoap's record; its data is the last block, after this record */
   void *flight;             /* the payload's changes; null when they are put back already */
   int isOvertaken;          /* a newer payload has begun since */
   int isReplaced;           /* one in blocks has */

@@ -91,7 +91,7 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(StartTaskTimerFailed,    kPathLibCtx,      156,    0, "COAP_RpcStartTaskTimer: timer not started") \
   X(RefreshTaskTimerFailed,  kPathLibCtx,      171,    0, "COAP_RpcRefreshTaskTimer: quick timer not started") \
   X(LibStartupNoContext,     kPathLibCtx,      434,    0, "COAP_RpcLibStartup_: libcoap makes no context") \
-  X(GetUriStrNoPath,         kPathLibMsg,       93,    0, "COAP_RpcGetUriStr: the message's path cannot be had") \
+  X(GetUriStrNoPath,         kPathLibMsg,       93,    0, "COAP_RpcGetUriStr: the message's path is unavailable") \
   X(GetUriStrTooLong,        kPathLibMsg,       97,    0, "COAP_RpcGetUriStr: buffer is smaller than twice the path") \
   X(GetUriStrFormat,         kPathLibMsg,      103,    0, "COAP_RpcGetUriStr: formatting failed") \
   X(LookupNoRoot,            kPathLibLookup,   198,    0, "COAP_GetRpcAndSerUriVtbl: the resource carries no instance") \

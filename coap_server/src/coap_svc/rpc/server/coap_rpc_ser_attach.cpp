@@ -27,7 +27,7 @@ void RenewSource(CoapRpcSerData *ser, const CoapRpcSerUriVtbl *entry) {
   if (ops && entry->asyncSession) ops->renewSource(entry->asyncSession);
 }
 
-// CopyUri copies a key's uri into a zeroed field, so that bytes behind its terminator do not count.
+// CopyUri copies a key's uri into a zeroed field, so that bytes after its terminator do not count.
 // Returns 0 or strcpy_s's error when there is no terminator.
 uint32_t CopyUri(UriField &uri, const CoapRpcUriKey *key) {
   return static_cast<uint32_t>(strcpy_s(uri, sizeof(uri), key->uri));
