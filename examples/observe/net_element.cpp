@@ -31,15 +31,14 @@ uint8_t *PutNumber(uint64_t number, size_t size, uint8_t *out) {
   return out;
 }
 
-// TakeNumber takes a number off the front; the caller has checked the size.
+}  // namespace
+
 uint64_t TakeNumber(std::string_view &bytes, size_t size) {
   uint64_t number = 0;
   for (size_t i = size; i-- > 0;) number = number << 8 | static_cast<uint8_t>(bytes[i]);
   bytes.remove_prefix(size);
   return number;
 }
-
-}  // namespace
 
 void NetElement::WriteJson(void *out) const {
   auto *object = static_cast<json_t *>(out);

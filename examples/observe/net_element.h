@@ -18,6 +18,9 @@
 
 #include "net_dev.h"
 
+// TakeNumber takes a little-endian number off the front; the caller has checked the size.
+uint64_t TakeNumber(std::string_view &bytes, size_t size);
+
 struct NetElement {
   static constexpr size_t kGoneSize = 1 + sizeof(uint32_t) + sizeof(NetName);
   static constexpr size_t kUpdateSize = kGoneSize + sizeof(NetCounters);

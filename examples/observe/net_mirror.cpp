@@ -11,12 +11,10 @@ struct JsonDeleter {
 };
 using Json = std::unique_ptr<json_t, JsonDeleter>;
 
-// Number reads a little-endian number off the front of a document.
+// Number takes a number off the front of a document; false when it is shorter.
 bool Number(std::string_view &bytes, size_t size, size_t &number) {
   if (bytes.size() < size) return false;
-  number = 0;
-  for (size_t i = size; i-- > 0;) number = number << 8 | static_cast<uint8_t>(bytes[i]);
-  bytes.remove_prefix(size);
+  number = TakeNumber(bytes, size);
   return true;
 }
 

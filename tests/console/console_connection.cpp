@@ -128,7 +128,7 @@ TEST(Connection, NobodyListens_SystemsReason) {
   EXPECT_EQ(reason, "No such file or directory");
 }
 
-TEST(Connection, PathThatIsNone_IsRefused) {
+TEST(Connection, InvalidPath_IsRefused) {
   for (const std::string &path : {std::string(), std::string(108, 'x')}) {
     std::string reason;
     EXPECT_FALSE(Connection(kPatienceMs).Open(path, reason));

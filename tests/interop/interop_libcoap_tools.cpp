@@ -232,6 +232,14 @@ class InteropClient : public Interop {
     return RunUntil([this, num] { return NumResponses() >= num; });
   }
 
+  // ObserveTime observes the server's clock until `num` responses have come.
+  void ObserveTime(size_t num) {
+    side_.Register(time_, &responses_);
+    EXPECT_EQ(Call(time_, COAP_RPC_GET, "", COAP_RpcCliObserveReq), 0u);
+    ASSERT_TRUE(IsAnswered(num)) << server_->Output();
+  }
+
+  const CoapRpcUriKey time_ = KeyOf("time", COAP_RPC_CON, 1);
   std::unique_ptr<ToolProcess> server_;
   Responses responses_;
 };
@@ -275,11 +283,8 @@ TEST_F(InteropClient, SeparateAnswer_IsTaken) {
 }
 
 TEST_F(InteropClient, Observe_BringsANotificationEverySecondUntilItIsCancelled) {
-  const CoapRpcUriKey key = KeyOf("time", COAP_RPC_CON, 1);
-  side_.Register(key, &responses_);
-  EXPECT_EQ(Call(key, COAP_RPC_GET, "", COAP_RpcCliObserveReq), 0u);
-  ASSERT_TRUE(IsAnswered(3)) << server_->Output();
-  EXPECT_EQ(Call(key, COAP_RPC_GET, "", COAP_RpcCliObserveUnReq), 0u);
+  ObserveTime(3);
+  EXPECT_EQ(Call(time_, COAP_RPC_GET, "", COAP_RpcCliObserveUnReq), 0u);
   for (int i = 0; i < 300; ++i) Step();
   const size_t num = NumResponses();
   for (int i = 0; i < 2500; ++i) Step();
@@ -288,15 +293,12 @@ TEST_F(InteropClient, Observe_BringsANotificationEverySecondUntilItIsCancelled) 
 
 // The server counts from the beginning again.
 TEST_F(InteropClient, ObservedServerThatRestarts_IsHeardAfterTheRenewal) {
-  const CoapRpcUriKey key = KeyOf("time", COAP_RPC_CON, 1);
-  side_.Register(key, &responses_);
-  EXPECT_EQ(Call(key, COAP_RPC_GET, "", COAP_RpcCliObserveReq), 0u);
-  ASSERT_TRUE(IsAnswered(7)) << server_->Output();
-  EXPECT_EQ(Call(key, COAP_RPC_GET, "", COAP_RpcCliObserveReqVerify), 0u);
+  ObserveTime(7);
+  EXPECT_EQ(Call(time_, COAP_RPC_GET, "", COAP_RpcCliObserveReqVerify), 0u);
   ASSERT_TRUE(IsAnswered(10)) << server_->Output();
   StartServer();
   const size_t num = NumResponses();
-  EXPECT_EQ(Call(key, COAP_RPC_GET, "", COAP_RpcCliObserveReqVerify), 0u);
+  EXPECT_EQ(Call(time_, COAP_RPC_GET, "", COAP_RpcCliObserveReqVerify), 0u);
   ASSERT_TRUE(IsAnswered(num + 4)) << server_->Output();
   EXPECT_EQ(COAP_RpcGetOldNotificationNum(side_.Ctx()), 0u);
 }

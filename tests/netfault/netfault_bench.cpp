@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdio>
 #include <map>
 
@@ -16,11 +15,13 @@
 #include "coap_svc/rpc/server/coap_rpc_ser_data.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
 #include "netfault_random.h"
+#include "render.h"
 #include "test_sleep.h"
 
 namespace netfault {
 namespace {
 
+using coap_rpc_test::Format;
 using coap_rpc_test::TestHost;
 using coap_rpc_test::TestInstance;
 
@@ -60,16 +61,6 @@ uint64_t NextTimerMs(TestHost &host) {
     next = std::min(next, timer.dueMs - host.Timers().NowMs());
   }
   return next;
-}
-
-std::string Format(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
-std::string Format(const char *fmt, ...) {
-  char text[512];
-  va_list args;
-  va_start(args, fmt);
-  vsnprintf(text, sizeof(text), fmt, args);
-  va_end(args);
-  return text;
 }
 
 // SumPart is that of the tuple with the sum, which NetSum leaves out.

@@ -9,7 +9,6 @@
 #include "coap_svc/rpc/coap_rpc_cli.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_io.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
 #include "netfault_net.h"
 #include "netfault_packet.h"
 #include "raw_peer.h"
@@ -106,6 +105,12 @@ class ClientSource : public testing::TestWithParam<bool> {
     EXPECT_EQ(peer_->Remote(), (UdpAddress{Text(host), port_}));
     Answer(*message);
   }
+  // ExpectSent expects a call to send its request from a host.
+  template <typename Call>
+  void ExpectSent(Call call, const CoapRpcUriKey &key, uint32_t host) {
+    EXPECT_EQ(Do(call, key), 0u);
+    ExpectFrom(host);
+  }
   void Answer(const CoapMessage &message) {
     if (message.type == CoapType::kNon) return;
     peer_->Send(message.code == kCodeEmpty ? RstOf(message) : AckOf(message));
@@ -133,38 +138,30 @@ INSTANTIATE_TEST_SUITE_P(Families, ClientSource, testing::Values(false, true),
 
 TEST_P(ClientSource, AnotherAddress_RequestReachesThePeer) {
   const CoapRpcUriKey key = Key(COAP_RPC_CON, 0);
-  EXPECT_EQ(Do(COAP_RpcCliConReq, key), 0u);
-  ExpectFrom(kOwnHost);
+  ExpectSent(COAP_RpcCliConReq, key, kOwnHost);
   near_->SetAddress(kOtherHost);
-  EXPECT_EQ(Do(COAP_RpcCliConReq, key), 0u);
-  ExpectFrom(kOtherHost);
+  ExpectSent(COAP_RpcCliConReq, key, kOtherHost);
   near_->SetAddress(kOwnHost);
-  EXPECT_EQ(Do(COAP_RpcCliConReq, key), 0u);
-  ExpectFrom(kOwnHost);
+  ExpectSent(COAP_RpcCliConReq, key, kOwnHost);
 }
 
 TEST_P(ClientSource, AnotherAddress_VerifyReachesThePeer) {
   const CoapRpcUriKey key = Key(COAP_RPC_CON, 1);
-  EXPECT_EQ(Do(COAP_RpcCliObserveReq, key), 0u);
-  ExpectFrom(kOwnHost);
+  ExpectSent(COAP_RpcCliObserveReq, key, kOwnHost);
   near_->SetAddress(kOtherHost);
-  EXPECT_EQ(Do(COAP_RpcCliObserveReqVerify, key), 0u);
-  ExpectFrom(kOtherHost);
+  ExpectSent(COAP_RpcCliObserveReqVerify, key, kOtherHost);
 }
 
 // Under IPv4 the system refuses to send from an address that was removed.  Under IPv6 it takes a
 // CON request, whose retransmission finds out.
 TEST_P(ClientSource, AnotherAddress_NonRequestReachesThePeer) {
   const CoapRpcUriKey key = Key(COAP_RPC_NON, 0);
-  EXPECT_EQ(Do(COAP_RpcCliNonReq, key), 0u);
-  ExpectFrom(kOwnHost);
+  ExpectSent(COAP_RpcCliNonReq, key, kOwnHost);
   near_->SetAddress(kOtherHost);
   if (IsIpv6()) {
-    EXPECT_EQ(Do(COAP_RpcCliConReq, Key(COAP_RPC_CON, 0)), 0u);
-    ExpectFrom(kOtherHost);
+    ExpectSent(COAP_RpcCliConReq, Key(COAP_RPC_CON, 0), kOtherHost);
   }
-  EXPECT_EQ(Do(COAP_RpcCliNonReq, key), 0u);
-  ExpectFrom(kOtherHost);
+  ExpectSent(COAP_RpcCliNonReq, key, kOtherHost);
 }
 
 TEST_P(ClientSource, AddressChangesWhileARequestIsUnderWay_RetransmissionReachesThePeer) {
@@ -181,8 +178,7 @@ TEST_P(ClientSource, AddressChangesWhileARequestIsUnderWay_RetransmissionReaches
 
 TEST_P(ClientSource, InterfaceDownAndUp_SourceIsTheSame) {
   const CoapRpcUriKey key = Key(COAP_RPC_CON, 0);
-  EXPECT_EQ(Do(COAP_RpcCliConReq, key), 0u);
-  ExpectFrom(kOwnHost);
+  ExpectSent(COAP_RpcCliConReq, key, kOwnHost);
   near_->SetUp(false);
   EXPECT_EQ(Do(COAP_RpcCliConReq, key), 1900001103u);
   EXPECT_FALSE(Next(5000));
@@ -192,8 +188,7 @@ TEST_P(ClientSource, InterfaceDownAndUp_SourceIsTheSame) {
 
 TEST_P(ClientSource, ProhibitedForAWhile_SourceIsTheSame) {
   const CoapRpcUriKey key = Key(COAP_RPC_CON, 0);
-  EXPECT_EQ(Do(COAP_RpcCliConReq, key), 0u);
-  ExpectFrom(kOwnHost);
+  ExpectSent(COAP_RpcCliConReq, key, kOwnHost);
   for (const RouteKind kind :
        {RouteKind::kProhibit, RouteKind::kUnreachable, RouteKind::kBlackhole}) {
     near_->SetRoute(kind, kPeerHost);
@@ -207,32 +202,27 @@ TEST_P(ClientSource, ProhibitedForAWhile_SourceIsTheSame) {
 // Loss alone must not move a session: the server would not know its relations any more.
 TEST_P(ClientSource, SilentPeer_SourceIsTheSame) {
   const CoapRpcUriKey key = Key(COAP_RPC_CON, 0);
-  EXPECT_EQ(Do(COAP_RpcCliConReq, key), 0u);
-  ExpectFrom(kOwnHost);
+  ExpectSent(COAP_RpcCliConReq, key, kOwnHost);
   EXPECT_EQ(Do(COAP_RpcCliConReq, key), 0u);
   while (Next(25'000)) EXPECT_EQ(peer_->Remote(), (UdpAddress{Text(kOwnHost), port_}));
-  EXPECT_EQ(Do(COAP_RpcCliConReq, key), 0u);
-  ExpectFrom(kOwnHost);
+  ExpectSent(COAP_RpcCliConReq, key, kOwnHost);
 }
 
 // The former address is there, but the way leads through another one: a message that is given up
 // makes the session look.
 TEST_P(ClientSource, RouteHasAnotherSource_NextRequestUsesIt) {
   const CoapRpcUriKey key = Key(COAP_RPC_CON, 0);
-  EXPECT_EQ(Do(COAP_RpcCliConReq, key), 0u);
-  ExpectFrom(kOwnHost);
+  ExpectSent(COAP_RpcCliConReq, key, kOwnHost);
   near_->AddSource(kOtherHost, kPeerHost);
   EXPECT_EQ(Do(COAP_RpcCliConReq, key), 0u);
   while (Next(25'000)) EXPECT_EQ(peer_->Remote(), (UdpAddress{Text(kOwnHost), port_}));
-  EXPECT_EQ(Do(COAP_RpcCliConReq, key), 0u);
-  ExpectFrom(kOtherHost);
+  ExpectSent(COAP_RpcCliConReq, key, kOtherHost);
 }
 
 TEST_P(ClientSource, PingsThatCannotBeSent_CountAsUnanswered) {
   const CoapRpcUriKey key = Key(COAP_RPC_CON, 1);
   ASSERT_EQ(COAP_RpcSetKeepAlive(*instance_, 3), 0u);
-  EXPECT_EQ(Do(COAP_RpcCliObserveReq, key), 0u);
-  ExpectFrom(kOwnHost);
+  ExpectSent(COAP_RpcCliObserveReq, key, kOwnHost);
   near_->SetUp(false);
   Idle(5500);
   EXPECT_EQ(numLost_, 0u);
@@ -251,32 +241,27 @@ TEST_P(ClientSource, PingsThatCannotBeSent_CountAsUnanswered) {
 TEST_P(ClientSource, AnotherAddress_IsReportedOnceWithKeepAlive) {
   const CoapRpcUriKey key = Key(COAP_RPC_CON, 1);
   ASSERT_EQ(COAP_RpcSetKeepAlive(*instance_, 3), 0u);
-  EXPECT_EQ(Do(COAP_RpcCliObserveReq, key), 0u);
-  ExpectFrom(kOwnHost);
+  ExpectSent(COAP_RpcCliObserveReq, key, kOwnHost);
   Idle(10'000);
   EXPECT_EQ(numLost_, 0u);
   near_->SetAddress(kOtherHost);
   Idle(30'000);
   EXPECT_EQ(numLost_, 1u);
-  EXPECT_EQ(Do(COAP_RpcCliObserveReq, key), 0u);
-  ExpectFrom(kOtherHost);
+  ExpectSent(COAP_RpcCliObserveReq, key, kOtherHost);
 }
 
 TEST_P(ClientSource, AnotherAddressWithoutKeepAlive_IsNotReported) {
   const CoapRpcUriKey key = Key(COAP_RPC_CON, 1);
-  EXPECT_EQ(Do(COAP_RpcCliObserveReq, key), 0u);
-  ExpectFrom(kOwnHost);
+  ExpectSent(COAP_RpcCliObserveReq, key, kOwnHost);
   near_->SetAddress(kOtherHost);
-  EXPECT_EQ(Do(COAP_RpcCliObserveReqVerify, key), 0u);
-  ExpectFrom(kOtherHost);
+  ExpectSent(COAP_RpcCliObserveReqVerify, key, kOtherHost);
   EXPECT_EQ(numLost_, 0u);
 }
 
 // A session that is bound to its address has no other one; it works again when that is back.
 TEST_P(ClientSource, BoundSession_WorksAgainWithItsAddress) {
   const CoapRpcUriKey key = Key(COAP_RPC_CON, 0, COAP_RPC_BROADCAST);
-  EXPECT_EQ(Do(COAP_RpcCliConReq, key), 0u);
-  ExpectFrom(kOwnHost);
+  ExpectSent(COAP_RpcCliConReq, key, kOwnHost);
   near_->SetAddress(kOtherHost);
   Do(COAP_RpcCliConReq, key);
   while (Next(25'000)) EXPECT_EQ(peer_->Remote(), (UdpAddress{Text(kOwnHost), port_}));

@@ -16,6 +16,14 @@ std::string Render(const char *fmt, va_list args) {
   return text;
 }
 
+std::string Format(const char *fmt, ...) {
+  va_list args;
+  va_start(args, fmt);
+  std::string text = Render(fmt, args);
+  va_end(args);
+  return text;
+}
+
 std::string Chomp(std::string text) {
   if (!text.empty() && text.back() == '\n') text.pop_back();
   return text;

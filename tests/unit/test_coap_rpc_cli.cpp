@@ -80,7 +80,7 @@ TEST_P(CliEntryPoint, UnknownFamily_GivesTheAddressCode) {
   ExpectNothingMade();
 }
 
-TEST_P(CliEntryPoint, PortThatIsNone_GivesThePortCode) {
+TEST_P(CliEntryPoint, InvalidPort_GivesThePortCode) {
   for (const uint32_t port : {0U, 65536U, 71219U, 0xFFFFFFFFU}) {
     EXPECT_EQ(Call(AddrOf(0x0A000001, 0x0A000002, port)), GetParam().badPortCode) << port;
   }

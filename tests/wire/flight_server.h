@@ -25,6 +25,12 @@ class FlightServer : public ObserveServer, public testing::WithParamInterface<Re
     Register(peer_, CoapType::kCon, {1});
   }
 
+  // JoinNewer lets another peer observe the URI.
+  void JoinNewer(RawPeer &newer) {
+    newer.SetRemote(Address());
+    Register(newer, CoapType::kCon, {2});
+  }
+
   // ElementsOf shows what a payload says as "u:<key>=<val>" and "d:<key>".
   Texts ElementsOf(const Bytes &payload) const {
     return IsJson() ? JsonElements(payload) : IdlElements(payload);

@@ -134,7 +134,7 @@ TEST_F(ClientLarge, LargeObserve_KeepsItsToken) {
   EXPECT_EQ(ReqOf(key)->tokenLen, 5U);
 }
 
-TEST_F(ClientLarge, LengthsThatAreNone_FailTheAttempt) {
+TEST_F(ClientLarge, InvalidLengths_FailTheAttempt) {
   Register(key_, &app_);
   ASSERT_NE(COAP_RpcLogRegUri(Ctx(), "a"), nullptr);
   for (const int32_t len : {65471, 65472, 0x7FFFFFFF, -1, -2, INT32_MIN}) {

@@ -14,7 +14,29 @@ Options PlainOptions(std::initializer_list<const char *> path) {
   return options;
 }
 
-class ClientRequest : public WireClient {};
+class ClientRequest : public WireClient {
+ protected:
+  // AskTwice begins two relations of one entry, and gives the request of the first.
+  CoapMessage AskTwice() {
+    const CoapRpcUriKey key = KeyOf("a", COAP_RPC_CON, 1);
+    Register(key, &app_);
+    EXPECT_EQ(Observe(key, 1), 0U);
+    EXPECT_EQ(Observe(key, 2), 0U);
+    return Next();
+  }
+
+  // CallFrom makes a call whose session has a source address.
+  template <typename Call>
+  uint32_t CallFrom(uint32_t ipv4, Call call, const CoapRpcUriKey &key) {
+    Register(key, &app_);
+    const CoapRpcCliReqParam param = ParamOf(1);
+    CoapRpcCliAddr addr = PeerAddr();
+    addr.srcIp.addr.ipv4 = ipv4;
+    return call(Ctx(), &key, &param, &addr);
+  }
+
+  App app_;
+};
 
 TEST_F(ClientRequest, PlainCon_ByteByByte) {
   App app;
@@ -171,12 +193,7 @@ TEST_F(ClientRequest, ObserveAgain_KeepsTheToken) {
 }
 
 TEST_F(ClientRequest, TwoRelations_HaveTwoTokens) {
-  App app;
-  const CoapRpcUriKey key = KeyOf("a", COAP_RPC_CON, 1);
-  Register(key, &app);
-  EXPECT_EQ(Observe(key, 1), 0U);
-  EXPECT_EQ(Observe(key, 2), 0U);
-  const CoapMessage first = Next();
+  const CoapMessage first = AskTwice();
   peer_.Send(AckOf(first));
   const CoapMessage second = Next();
   EXPECT_NE(first.token, second.token);
@@ -203,12 +220,7 @@ TEST_F(ClientRequest, StartedAgain_HasOtherTokens) {
 // The next token after the largest number needs one byte more.
 TEST_F(ClientRequest, LargestRandomNumber_CountsOn) {
   const FixedRandom random(0xFF);
-  App app;
-  const CoapRpcUriKey key = KeyOf("a", COAP_RPC_CON, 1);
-  Register(key, &app);
-  EXPECT_EQ(Observe(key, 1), 0U);
-  EXPECT_EQ(Observe(key, 2), 0U);
-  const CoapMessage first = Next();
+  const CoapMessage first = AskTwice();
   EXPECT_EQ(first.token, Bytes(5, 0xFF));
   peer_.Send(AckOf(first));
   EXPECT_EQ(Next().token, Bytes({1, 0, 0, 0, 0, 1}));  // libcoap has drawn one as well
@@ -440,13 +452,8 @@ TEST_F(ClientRequest, DynamicMac_DrawsATokenForEverySend) {
 }
 
 TEST_F(ClientRequest, Unicast_LeavesFromWhereTheStackLikes) {
-  App app;
   const CoapRpcUriKey key = KeyOf("a", COAP_RPC_NON, 0, COAP_RPC_UNICAST);
-  Register(key, &app);
-  const CoapRpcCliReqParam param = ParamOf(1);
-  CoapRpcCliAddr addr = PeerAddr();
-  addr.srcIp.addr.ipv4 = 0x7F000003;
-  EXPECT_EQ(COAP_RpcCliNonReq(Ctx(), &key, &param, &addr), 0U);
+  EXPECT_EQ(CallFrom(0x7F000003, COAP_RpcCliNonReq, key), 0U);
   Next();
   EXPECT_EQ(peer_.Datagrams()[0].other.host, "127.0.0.1");
   EXPECT_TRUE(host_.HasLog("try create unicast session."));
@@ -455,26 +462,17 @@ TEST_F(ClientRequest, Unicast_LeavesFromWhereTheStackLikes) {
 }
 
 TEST_F(ClientRequest, Broadcast_LeavesFromTheSourceAddress) {
-  App app;
   const CoapRpcUriKey key = KeyOf("a", COAP_RPC_NON, 0, COAP_RPC_BROADCAST);
-  Register(key, &app);
-  const CoapRpcCliReqParam param = ParamOf(1);
-  CoapRpcCliAddr addr = PeerAddr();
-  addr.srcIp.addr.ipv4 = 0x7F000003;
-  EXPECT_EQ(COAP_RpcCliNonReq(Ctx(), &key, &param, &addr), 0U);
+  EXPECT_EQ(CallFrom(0x7F000003, COAP_RpcCliNonReq, key), 0U);
   Next();
   EXPECT_EQ(peer_.Datagrams()[0].other.host, "127.0.0.3");
   EXPECT_TRUE(host_.HasLog("try create broadcast session."));
 }
 
 TEST_F(ClientRequest, BroadcastFromAForeignAddress_IsRetriedAndReported) {
-  App app;
   const CoapRpcUriKey key = KeyOf("a", COAP_RPC_CON, 0, COAP_RPC_BROADCAST);
-  Register(key, &app);
-  const CoapRpcCliReqParam param = ParamOf(1);
-  CoapRpcCliAddr addr = PeerAddr();
-  addr.srcIp.addr.ipv4 = 0xC0000201;  // 192.0.2.1 is nobody's
-  EXPECT_EQ(COAP_RpcCliConReq(Ctx(), &key, &param, &addr), 1900001103U);
+  constexpr uint32_t kForeign = 0xC0000201;  // 192.0.2.1 is nobody's
+  EXPECT_EQ(CallFrom(kForeign, COAP_RpcCliConReq, key), 1900001103U);
   const std::vector<LogRecord> lines = host_.LogsOf("COAP_RpcCliSendRequest");
   ASSERT_EQ(lines.size(), 1U);
   EXPECT_EQ(lines[0].text,
@@ -507,7 +505,7 @@ TEST_F(ClientRequest, Ipv6Peer_GetsItsAddressWithoutBrackets) {
   EXPECT_EQ(app.responses[0].payload, "six");
 }
 
-TEST_F(ClientRequest, TypesAndCodesThatAreNone_AreNotSent) {
+TEST_F(ClientRequest, InvalidTypesAndCodes_AreNotSent) {
   App app;
   for (const uint32_t msgType : {4U, 7U, 0xFFFFFFFFU}) {
     const CoapRpcUriKey key = KeyOf("a", msgType);

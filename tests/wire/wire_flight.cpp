@@ -164,8 +164,7 @@ TEST_P(FlightWire, NewerValueThatOvertookIt_IsNotUndone) {
   const CoapMessage older = Unanswered(peer_);
   // Another observer gets the whole set meanwhile, and a deletion.
   RawPeer newer;
-  newer.SetRemote(Address());
-  Register(newer, CoapType::kCon, {2});
+  JoinNewer(newer);
   Update("k001", "new1");
   Delete("k002");
   EXPECT_EQ(NextChanges(newer), (Texts{"u:k001=new1", "d:k002"}));
@@ -182,8 +181,7 @@ TEST_P(ConFlight, SeveralUnderWay_EachPutsBackItsOwn) {
   Update("k002", "v002");
   const CoapMessage first = Unanswered(peer_);
   RawPeer newer;
-  newer.SetRemote(Address());
-  Register(newer, CoapType::kCon, {2});
+  JoinNewer(newer);
   Delete("k003");
   const CoapMessage second = Unanswered(newer);
   EXPECT_EQ(ElementsOf(second.payload), (Texts{"u:k001=v001", "u:k002=v002", "d:k003"}));

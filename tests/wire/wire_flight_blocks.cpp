@@ -315,8 +315,7 @@ TEST_P(FlightInBlocks, NewerPayloadToAnotherObserver_TheOlderOneUndoesNothing) {
   NextNotification(peer_);
   Ask(BlockRequest(1));
   RawPeer newer;
-  newer.SetRemote(Address());
-  Register(newer, CoapType::kCon, {2});
+  JoinNewer(newer);
   Update("k001", "new1");
   Delete("k002");
   EXPECT_EQ(NextLarge(newer), Padded({"u:k001=new1", "d:k002"}));
