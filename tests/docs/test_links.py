@@ -16,6 +16,7 @@ HEADING = re.compile(r"^#+ +(.*?) *$", re.MULTILINE)
 ANCHOR = re.compile(r"<a id=\"([^\"]+)\"></a>")
 MENTION = re.compile(r"\bdocs/[a-z_/]+\.(?:md|svg|dot)\b")
 SOURCE = re.compile(r"\b(?:coap_rpc|test_coap_rpc)_[a-z0-9_]+\.(?:h|cpp|c)\b")
+PROGRAM = re.compile(r"`((?:contract|fault|fuzz|hostile|netfault|regress|test|wire)_[a-z0-9_]+)`")
 PATH = re.compile(r"`((?:[\w.-]+/)+[\w.-]*)`")
 ROOTS = [TOP, TOP / "coap_server/src/coap_svc/rpc", TOP / "third_party/libcoap"]
 
@@ -95,6 +96,12 @@ class Links(unittest.TestCase):
                      if path.suffix == ".md" and path.name != "error_codes.md"]
         missing = {str(path): missing_paths(path) for path in documents if missing_paths(path)}
         self.assertEqual(missing, {})
+
+    def test_names_of_programs_in_documents(self):
+        stems = {path.stem for path in files_below(TOP)}
+        stale = {f"{path}: {name}" for path in files_below(TOP) if path.suffix == ".md"
+                 for name in PROGRAM.findall(prose_of(path)) if name not in stems}
+        self.assertEqual(stale, set())
 
     def test_names_of_source_files(self):
         names = {path.name for path in files_below(TOP)}
