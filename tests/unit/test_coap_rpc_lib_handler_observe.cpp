@@ -1,4 +1,5 @@
 // Observers coming and going, and resynchronisation, called by hand.
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_observe.h"
 
 #include "handler_objects.h"

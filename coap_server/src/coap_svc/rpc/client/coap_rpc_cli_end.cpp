@@ -120,10 +120,12 @@ bool IsSendingOf(const OpenReq &open, const CoapRpcCliReqData &req) {
 }
 
 template <typename Match>
-void FreeIf(CoapRpcCliData *cli, CoapRpcLink &head, Match match) {
-  OpenList(head).ForEach([&](OpenReq *open) {
-    if (match(*open)) Own(cli, open);
-  });
+void FreeIf(CoapRpcCliData *cli, Match match) {
+  for (CoapRpcLink *head : {&cli->ends->openList, &cli->ends->endedList}) {
+    OpenList(*head).ForEach([&](OpenReq *open) {
+      if (match(*open)) Own(cli, open);
+    });
+  }
 }
 
 uint32_t Listen(CoapRpcCtx *ctx, CoapRpcOnRequestEnd onEnd, uint64_t userData) {
@@ -177,16 +179,12 @@ void TellEnd(CoapRpcCtx *ctx, PoolPtr<OpenReq> req, uint32_t reason, uint32_t rs
 
 void ForgetOpen(CoapRpcCliData *cli, const CoapRpcCliReqData &req) {
   if (!cli->ends) return;
-  const auto isOfReq = [&](const OpenReq &open) { return IsSendingOf(open, req); };
-  FreeIf(cli, cli->ends->openList, isOfReq);
-  FreeIf(cli, cli->ends->endedList, isOfReq);
+  FreeIf(cli, [&](const OpenReq &open) { return IsSendingOf(open, req); });
 }
 
 void FreeEnds(CoapRpcCliData *cli) {
   if (!cli->ends) return;
-  const auto all = [](const OpenReq &) { return true; };
-  FreeIf(cli, cli->ends->openList, all);
-  FreeIf(cli, cli->ends->endedList, all);
+  FreeIf(cli, [](const OpenReq &) { return true; });
   PoolFree(cli->owner->param.memHandle, std::exchange(cli->ends, nullptr));
 }
 

@@ -7,6 +7,7 @@
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_block.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_flight.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_observe.h"
+#include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_payload.h"
 #include "coap_svc/rpc/libadapter/serve/coap_rpc_lib_async.h"
 #include "coap_svc/rpc/libadapter/serve/coap_rpc_lib_request.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
@@ -87,6 +88,49 @@ void COAP_RpcAddUriPath(coap_resource_t *resource, const coap_pdu_t *request, co
     return;
   }
   COAP_RpcSetUriPath(ctx, response, UriText(entry->key.uri).c_str());
+}
+
+uint32_t COAP_RpcSerHandleRequest(coap_resource_t *resource, coap_session_t *session,
+                                  const coap_pdu_t *request, const coap_string_t *query,
+                                  coap_pdu_t *response) {
+  Exchange exchange = MakeExchange(resource, session, request, query, response);
+  return HandleRequest(exchange);
+}
+
+uint32_t COAP_RpcSvrHandleReqSync(coap_resource_t *resource, coap_session_t *session,
+                                  const coap_pdu_t *request, const coap_string_t *query,
+                                  coap_pdu_t *response, CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry,
+                                  uint8_t *payload, uint32_t payloadLen,
+                                  const CoapRpcMsgInfo *info) {
+  return AnswerSync({ctx, entry, resource, session, request, query, response}, payload, payloadLen,
+                    *info);
+}
+
+uint32_t COAP_RpcSvrHandleReqAsync(coap_resource_t *resource, coap_session_t *session,
+                                   const coap_pdu_t *request, const coap_string_t *query,
+                                   coap_pdu_t *response, CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry,
+                                   uint8_t *payload, uint32_t payloadLen, const CoapRpcMsgInfo *) {
+  return AnswerAsync({ctx, entry, resource, session, request, query, response}, payload,
+                     payloadLen);
+}
+
+void COAP_RpcSerHandleObserveUpdate(coap_resource_t *resource, coap_session_t *session,
+                                    const coap_pdu_t *request, const coap_string_t *query,
+                                    coap_pdu_t *response) {
+  Exchange exchange = MakeExchange(resource, session, request, query, response);
+  UpdateObserver(exchange);
+}
+
+void COAP_RpcSerHandleJson(CoapRpcSerUriVtbl *entry, coap_resource_t *resource,
+                           coap_session_t *session, const coap_pdu_t *request,
+                           const coap_string_t *query, coap_pdu_t *response) {
+  PublishJson({CoapRpcSerRootOf(entry), entry, resource, session, request, query, response});
+}
+
+void COAP_RpcSerHandleIdl(CoapRpcSerUriVtbl *entry, coap_resource_t *resource,
+                          coap_session_t *session, const coap_pdu_t *request,
+                          const coap_string_t *query, coap_pdu_t *response) {
+  PublishIdl({CoapRpcSerRootOf(entry), entry, resource, session, request, query, response});
 }
 
 void COAP_RpcNackhandler(coap_session_t *session, const coap_pdu_t *sent,

@@ -14,12 +14,11 @@ constexpr char kPrefix[] = "_ual-checkcode=";
 constexpr size_t kPrefixLen = sizeof(kPrefix) - 1;
 constexpr std::string_view kName(kPrefix, kPrefixLen - 1);
 
-// NextQuery takes the first query off `queries`, which are joined by "&".
-std::string_view NextQuery(std::string_view *queries) {
-  const size_t end = queries->find('&');
-  const std::string_view first = queries->substr(0, end);
-  *queries = end == std::string_view::npos ? std::string_view() : queries->substr(end + 1);
-  return first;
+// HasName says whether the first of queries that are joined by "&" has the check code's name.
+bool HasName(std::string_view query) {
+  if (!query.starts_with(kName)) return false;
+  query.remove_prefix(kName.size());
+  return query.empty() || query.front() == '=' || query.front() == '&';
 }
 
 }  // namespace
@@ -48,12 +47,13 @@ bool IsUpToDate(const coap_string_t &query, uint64_t etag) {
 
 bool HasCheckCodeQuery(const CoapRpcMsgOptions &opt) {
   if ((opt.optMask & COAP_RPC_OPT_QUERY) == 0) return false;
-  std::string_view queries = opt.query;
-  while (!queries.empty()) {
-    const std::string_view query = NextQuery(&queries);
-    if (query.substr(0, query.find('=')) == kName) return true;
+  const char *query = opt.query;
+  while (!HasName(query)) {
+    query = strchr(query, '&');
+    if (!query) return false;
+    ++query;
   }
-  return false;
+  return true;
 }
 
 }  // namespace coap_rpc

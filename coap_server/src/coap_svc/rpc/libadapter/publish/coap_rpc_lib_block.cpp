@@ -192,7 +192,7 @@ void NoteOvertaken(const CoapRpcSerUriVtbl &entry, const coap_session_t *session
   blocks.ForEach([&](CoapRpcLastBlock *last) {
     if (last->session != session || !IsSameUri(*last->entry, entry)) return;
     last->isOvertaken = 1;
-    if (isInBlocks) last->isReplaced = 1;
+    last->isReplaced |= isInBlocks ? 1 : 0;
   });
 }
 

@@ -95,6 +95,16 @@ void Resynchronise(const Exchange &exchange) {
                                       exchange.query);
 }
 
+// Publish builds a payload in the entry's format; nothing for an entry without one.
+void Publish(Exchange &exchange) {
+  exchange.query = QueryOfBlocks(exchange);
+  if (exchange.entry->reg.payloadFormat == COAP_RPC_BYTE) {
+    PublishIdl(exchange);
+  } else if (exchange.entry->reg.payloadFormat == COAP_RPC_JSON) {
+    PublishJson(exchange);
+  }
+}
+
 }  // namespace
 
 int COAP_RpcSerAddObserve(coap_session_t *session, coap_subscription_t *subscription, coap_proto_t,
@@ -154,13 +164,7 @@ uint32_t COAP_RpcSerNotifyObservers(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
   return 0;
 }
 
-void COAP_RpcSerHandleObserveUpdate(coap_resource_t *resource, coap_session_t *session,
-                                    const coap_pdu_t *request, const coap_string_t *query,
-                                    coap_pdu_t *response) {
-  UpdateObserver(MakeExchange(resource, session, request, query, response));
-}
-
-void coap_rpc::UpdateObserver(Exchange exchange) {
+void coap_rpc::UpdateObserver(Exchange &exchange) {
   CoapRpcCtx *ctx = exchange.ctx;
   if (!ctx) return;
   exchange.entry = COAP_RpcSerGetVtbl(ctx, exchange.request, exchange.session);
@@ -175,10 +179,7 @@ void coap_rpc::UpdateObserver(Exchange exchange) {
   // A synchronous answer stands as it is; the changes stay for the next notification.
   if (HasPayload(exchange.response)) return;
   COAP_RpcSetUriPath(ctx, exchange.response, UriText(exchange.entry->key.uri).c_str());
-  if (isRegister != 0) {
-    exchange.query = QueryOfBlocks(exchange);
-    Publish(exchange);
-  }
+  if (isRegister != 0) Publish(exchange);
   AnswerWithoutPayload(exchange.response);
 }
 

@@ -54,11 +54,6 @@ COAP_RPC_API uint32_t COAP_RpcSerProcTupleForNewObserve_(CoapRpcCtx *ctx, CoapRp
  * Always 0. */
 COAP_RPC_API uint32_t COAP_RpcSerNotifyObservers(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry);
 
-/* COAP_RpcSerHandleObserveUpdate answers an observe GET: registration, cancel and notification. */
-COAP_RPC_API void COAP_RpcSerHandleObserveUpdate(coap_resource_t *resource, coap_session_t *session,
-                                                 const coap_pdu_t *request,
-                                                 const coap_string_t *query, coap_pdu_t *response);
-
 /* COAP_RpcSerHandleObserveBatchUpdate queues the application's whole data for an observer whose
  * check code is out of date.
  *
@@ -75,8 +70,9 @@ COAP_RPC_C_END
 
 namespace coap_rpc {
 
-// UpdateObserver is COAP_RpcSerHandleObserveUpdate; it looks the exchange's entry up.
-void UpdateObserver(Exchange exchange);
+// UpdateObserver answers an observe GET: registration, cancel and notification.  It looks the
+// exchange's entry up.
+void UpdateObserver(Exchange &exchange);
 
 // NoteObserverQuery remembers the query of an observer's latest registration: the peer asks for the
 // blocks of later notifications with it.  Ignores requests that register nobody.

@@ -300,7 +300,9 @@ void SendIdl(const Exchange &to, uint32_t len, PoolPtr<uint8_t> out,
   HandOver(to, body, lastTried, std::move(records));
 }
 
-void PublishJson(const Exchange &to) {
+}  // namespace
+
+void coap_rpc::PublishJson(const Exchange &to) {
   if (!Begin(to)) return;
   // The records come first: nothing but the text can fail once the builders have run.
   Records records = NewRecords(to);
@@ -314,7 +316,7 @@ void PublishJson(const Exchange &to) {
   }
 }
 
-void PublishIdl(const Exchange &to) {
+void coap_rpc::PublishIdl(const Exchange &to) {
   if (!Begin(to)) return;
   const uint64_t mem = to.ctx->param.memHandle;
   PoolPtr<uint8_t> out(static_cast<uint8_t *>(PoolAlloc(mem, kPayloadBufSize)), {mem});
@@ -328,22 +330,6 @@ void PublishIdl(const Exchange &to) {
   }
 }
 
-}  // namespace
-
-void coap_rpc::Publish(const Exchange &exchange) {
-  if (exchange.entry->reg.payloadFormat == COAP_RPC_BYTE) {
-    PublishIdl(exchange);
-  } else if (exchange.entry->reg.payloadFormat == COAP_RPC_JSON) {
-    PublishJson(exchange);
-  }
-}
-
-void COAP_RpcSerHandleJson(CoapRpcSerUriVtbl *entry, coap_resource_t *resource,
-                           coap_session_t *session, const coap_pdu_t *request,
-                           const coap_string_t *query, coap_pdu_t *response) {
-  PublishJson({CoapRpcSerRootOf(entry), entry, resource, session, request, query, response});
-}
-
 uint32_t COAP_RpcSerHandleOneData(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg,
                                   struct json_t *array) {
   if (!HasBuilders(entry)) return Code(kSiteOneDataNoBuilder);
@@ -353,12 +339,6 @@ uint32_t COAP_RpcSerHandleOneData(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, Coa
   if (CallBuilder(entry, chg, object.get()) != 0) return Code(kSiteOneDataBuilderFailed);
   // The array takes the object in any case.
   return json_array_append_new(array, object.release()) == 0 ? 0 : Code(kSiteOneDataNotAppended);
-}
-
-void COAP_RpcSerHandleIdl(CoapRpcSerUriVtbl *entry, coap_resource_t *resource,
-                          coap_session_t *session, const coap_pdu_t *request,
-                          const coap_string_t *query, coap_pdu_t *response) {
-  PublishIdl({CoapRpcSerRootOf(entry), entry, resource, session, request, query, response});
 }
 
 uint32_t COAP_RpcSerHandleOneIdlMsg(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg,

@@ -24,15 +24,6 @@ typedef struct CoapRpcSerLargeBlockCtx {
 } CoapRpcSerLargeBlockCtx;
 static_assert(sizeof(CoapRpcSerLargeBlockCtx) == 16, "release context size");
 
-/* COAP_RpcSerHandleJson, COAP_RpcSerHandleIdl build the payload and hand it to libcoap: code 69
- * with a payload, 65 without. */
-COAP_RPC_API void COAP_RpcSerHandleJson(CoapRpcSerUriVtbl *entry, coap_resource_t *resource,
-                                        coap_session_t *session, const coap_pdu_t *request,
-                                        const coap_string_t *query, coap_pdu_t *response);
-COAP_RPC_API void COAP_RpcSerHandleIdl(CoapRpcSerUriVtbl *entry, coap_resource_t *resource,
-                                       coap_session_t *session, const coap_pdu_t *request,
-                                       const coap_string_t *query, coap_pdu_t *response);
-
 /* COAP_RpcSerHandleOneData appends one change's object to a JSON array.
  *
  * Returns 0 or:  1900000438 builder missing   1900000443 no memory (asserted)
@@ -63,9 +54,10 @@ COAP_RPC_C_END
 
 namespace coap_rpc {
 
-// Publish builds the pending changes of the exchange's entry, in its format, and hands them to
-// libcoap; the response is as it was when the entry has no format.
-void Publish(const Exchange &exchange);
+// PublishJson and PublishIdl build the pending changes of the exchange's entry and hand them to
+// libcoap: code 69 with a payload, 65 without.
+void PublishJson(const Exchange &to);
+void PublishIdl(const Exchange &to);
 
 }  // namespace coap_rpc
 

@@ -87,20 +87,6 @@ uint32_t AttachAnswer(const Exchange &exchange, size_t len) {
   return 0;
 }
 
-uint32_t AnswerSync(const Exchange &exchange, uint8_t *payload, uint32_t len,
-                    const CoapRpcMsgInfo &info) {
-  if (!exchange.entry->reg.onRequest) return 0;
-  const int32_t result = COAP_GetRpcData(exchange.ctx, exchange.entry, payload, len, &info);
-  if (result > kMaxPayload) return Code(kSiteReqSyncTooLong);
-  if (result == 0) return 0;
-  if (result == kResultChanged) {
-    coap_pdu_set_code(exchange.response, COAP_RESPONSE_CODE_CHANGED);
-    return Code(kSiteReqSyncChanged);
-  }
-  if (result < 0) return Code(kSiteReqSyncFailed);
-  return AttachAnswer(exchange, static_cast<size_t>(result));
-}
-
 // RegisterAsync keeps a request that is here for the first time and tells the application.
 uint32_t RegisterAsync(const Exchange &exchange, uint8_t *payload, uint32_t len) {
   CoapRpcCtx *ctx = exchange.ctx;
@@ -115,24 +101,6 @@ uint32_t RegisterAsync(const Exchange &exchange, uint8_t *payload, uint32_t len)
   void *handle = CoapRpcAsyncRegister(ctx, entry, exchange.session, exchange.request);
   if (!handle) return Unavailable(response, kSiteReqAsyncNotRegistered);
   return entry->reg.onAsyncRequest(entry->reg.userData, payload, len, handle);
-}
-
-uint32_t AnswerAsync(const Exchange &exchange, uint8_t *payload, uint32_t len) {
-  if (coap_pdu_get_code(exchange.request) == COAP_REQUEST_CODE_POST) {
-    // Answers travel as POST requests: this one belongs to the client side.
-    coap_session_set_app_data(exchange.session, exchange.ctx);
-    exchange.ctx->lib->responseHandler(exchange.session, nullptr, exchange.request, 0);
-    return 0;
-  }
-  if (coap_async_is_supported() == 0 || !exchange.entry->reg.onAsyncRequest) {
-    return Unavailable(exchange.response, kSiteReqAsyncUnavailable);
-  }
-  // The application has a retransmitted request already, and an observer's as well.
-  if (CoapRpcAsyncIsKnown(exchange.ctx, exchange.entry, exchange.session, exchange.request) ||
-      IsNotification(exchange)) {
-    return 0;
-  }
-  return RegisterAsync(exchange, payload, len);
 }
 
 uint32_t RunMode(const Exchange &exchange, uint8_t *payload, uint32_t len) {
@@ -160,6 +128,38 @@ uint32_t HandlePayload(const Exchange &exchange, const uint8_t *data, size_t len
 
 }  // namespace
 
+uint32_t coap_rpc::AnswerSync(const Exchange &exchange, uint8_t *payload, uint32_t len,
+                              const CoapRpcMsgInfo &info) {
+  if (!exchange.entry->reg.onRequest) return 0;
+  const int32_t result = COAP_GetRpcData(exchange.ctx, exchange.entry, payload, len, &info);
+  if (result > kMaxPayload) return Code(kSiteReqSyncTooLong);
+  if (result == 0) return 0;
+  if (result == kResultChanged) {
+    coap_pdu_set_code(exchange.response, COAP_RESPONSE_CODE_CHANGED);
+    return Code(kSiteReqSyncChanged);
+  }
+  if (result < 0) return Code(kSiteReqSyncFailed);
+  return AttachAnswer(exchange, static_cast<size_t>(result));
+}
+
+uint32_t coap_rpc::AnswerAsync(const Exchange &exchange, uint8_t *payload, uint32_t len) {
+  if (coap_pdu_get_code(exchange.request) == COAP_REQUEST_CODE_POST) {
+    // Answers travel as POST requests: this one belongs to the client side.
+    coap_session_set_app_data(exchange.session, exchange.ctx);
+    exchange.ctx->lib->responseHandler(exchange.session, nullptr, exchange.request, 0);
+    return 0;
+  }
+  if (coap_async_is_supported() == 0 || !exchange.entry->reg.onAsyncRequest) {
+    return Unavailable(exchange.response, kSiteReqAsyncUnavailable);
+  }
+  // The application has a retransmitted request already, and an observer's as well.
+  if (CoapRpcAsyncIsKnown(exchange.ctx, exchange.entry, exchange.session, exchange.request) ||
+      IsNotification(exchange)) {
+    return 0;
+  }
+  return RegisterAsync(exchange, payload, len);
+}
+
 bool coap_rpc::IsNotification(const Exchange &exchange) {
   return CoapRpcLibStoredRequest(exchange.resource, exchange.session, exchange.request) ==
          exchange.request;
@@ -179,22 +179,6 @@ uint32_t coap_rpc::HandleRequest(Exchange &exchange) {
   return HandlePayload(exchange, data, len);
 }
 
-uint32_t COAP_RpcSerHandleRequest(coap_resource_t *resource, coap_session_t *session,
-                                  const coap_pdu_t *request, const coap_string_t *query,
-                                  coap_pdu_t *response) {
-  Exchange exchange = MakeExchange(resource, session, request, query, response);
-  return HandleRequest(exchange);
-}
-
-uint32_t COAP_RpcSvrHandleReqSync(coap_resource_t *resource, coap_session_t *session,
-                                  const coap_pdu_t *request, const coap_string_t *query,
-                                  coap_pdu_t *response, CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry,
-                                  uint8_t *payload, uint32_t payloadLen,
-                                  const CoapRpcMsgInfo *info) {
-  return AnswerSync({ctx, entry, resource, session, request, query, response}, payload, payloadLen,
-                    *info);
-}
-
 int32_t COAP_GetRpcData(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, uint8_t *payload,
                         uint32_t payloadLen, const CoapRpcMsgInfo *info) {
   uint8_t *out = AnswerBuffer(ctx->ser);
@@ -205,14 +189,6 @@ int32_t COAP_GetRpcData(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, uint8_t *payl
   COAP_RPC_LOG(ctx->log, kLogGetRpcDataOutLen, "[CoapRpc]parse req[outLen: %d], uri:%s.\n", result,
                UriText(entry->key.uri).c_str());
   return result;
-}
-
-uint32_t COAP_RpcSvrHandleReqAsync(coap_resource_t *resource, coap_session_t *session,
-                                   const coap_pdu_t *request, const coap_string_t *query,
-                                   coap_pdu_t *response, CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry,
-                                   uint8_t *payload, uint32_t payloadLen, const CoapRpcMsgInfo *) {
-  return AnswerAsync({ctx, entry, resource, session, request, query, response}, payload,
-                     payloadLen);
 }
 
 coap_session_t *COAP_RpcSvrGetTargetSession(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry,

@@ -23,40 +23,10 @@
 
 COAP_RPC_C_BEGIN
 
-/* COAP_RpcSerHandleRequest hands a request with a payload to its entry's callback.
- *
- * Returns 0 or the mode's code or:  1900000369 no entry   1900000382 no memory */
-COAP_RPC_API uint32_t COAP_RpcSerHandleRequest(coap_resource_t *resource, coap_session_t *session,
-                                               const coap_pdu_t *request,
-                                               const coap_string_t *query, coap_pdu_t *response);
-
-/* COAP_RpcSvrHandleReqSync answers at once.
- *
- * Returns 0 or:  1900000244 answer too long   1900000250 failed   1900000254 answered 2.04 */
-COAP_RPC_API uint32_t COAP_RpcSvrHandleReqSync(coap_resource_t *resource, coap_session_t *session,
-                                               const coap_pdu_t *request,
-                                               const coap_string_t *query, coap_pdu_t *response,
-                                               CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry,
-                                               uint8_t *payload, uint32_t payloadLen,
-                                               const CoapRpcMsgInfo *info);
-
 /* COAP_GetRpcData calls onRequest with the shared answer buffer.  Returns its result, or -2 when
  * the buffer cannot be allocated. */
 COAP_RPC_API int32_t COAP_GetRpcData(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, uint8_t *payload,
                                      uint32_t payloadLen, const CoapRpcMsgInfo *info);
-
-/* COAP_RpcSvrHandleReqAsync registers a request to be answered later, or sends the answer when
- * libcoap runs the handler again.
- *
- * Returns 0, onAsyncRequest's result, or a code with 5.03 set:
- *   1900000321 no support or no handler   1900000331 no session, or too many answers queued
- *   1900000337 not registered   1900001440 too many requests open   1900001441 of this peer */
-COAP_RPC_API uint32_t COAP_RpcSvrHandleReqAsync(coap_resource_t *resource, coap_session_t *session,
-                                                const coap_pdu_t *request,
-                                                const coap_string_t *query, coap_pdu_t *response,
-                                                CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry,
-                                                uint8_t *payload, uint32_t payloadLen,
-                                                const CoapRpcMsgInfo *info);
 
 /* COAP_RpcSvrGetTargetSession returns the client session to port 5683 of a request's peer, cached
  * in the entry for as long as the peer address stays the same, and kept for that peer for a while
@@ -68,8 +38,12 @@ COAP_RPC_C_END
 
 namespace coap_rpc {
 
-// HandleRequest is COAP_RpcSerHandleRequest; it looks the exchange's entry up.
+// HandleRequest is COAP_RpcSerHandleRequest (coap_rpc_lib_handler.h); it looks the exchange's entry
+// up.  AnswerSync and AnswerAsync are its two modes.
 uint32_t HandleRequest(Exchange &exchange);
+uint32_t AnswerSync(const Exchange &exchange, uint8_t *payload, uint32_t len,
+                    const CoapRpcMsgInfo &info);
+uint32_t AnswerAsync(const Exchange &exchange, uint8_t *payload, uint32_t len);
 
 // IsNotification says whether libcoap is running the handler for an observer and not for a message.
 bool IsNotification(const Exchange &exchange);
