@@ -5,8 +5,8 @@
  *   new       made, or found again, by a call
  *   queued    on the resend list, in order of queueing
  *   sent      libcoap has the message and retransmits it by itself: a plain record is freed, that
- * of a relation stays for the next call dropped   ended while a function uses it; freed when the
- * last one returns
+ *             of a relation stays for the next call
+ *   dropped   ended while a function uses it; freed when the last one returns
  *
  * A call sends a plain request at once, and queues it when that fails and it is CON.  It queues the
  * registration of a CON relation, also each renewal, and never sends that of a NON one.

@@ -1,8 +1,8 @@
 /* coap_rpc_lib_parts.h: what happens to the parts of the adapter in an instance's life.
  *
- * The rooms below (serve, publish, call) hold records of their own in the adapter's record.  Each
- * has a row in the table of coap_rpc_lib_parts.cpp, which says what the part does at each of these
- * moments; context and I/O know nothing else of them. */
+ * The rooms serve and publish hold records of their own in the adapter's record.  Each kind has a
+ * row in the table of coap_rpc_lib_parts.cpp, which says what its part does at each of these
+ * moments; I/O knows nothing else of them.  What call holds is the client's, and has no row. */
 #ifndef COAP_RPC_LIB_PARTS_H
 #define COAP_RPC_LIB_PARTS_H
 

@@ -42,8 +42,8 @@ enum class AsyncState : uint8_t { kOpen, kAnswered, kHeld, kReady, kRunning };
 
 }  // namespace coap_rpc
 
-// CoapRpcAsync is one asynchronous request, with the segments of its path behind it, each after a
-// byte with its length.
+// CoapRpcAsync is one asynchronous request, followed by the segments of its path, each after a byte
+// with its length.
 struct CoapRpcAsync {
   OSAL_AVL3_NODE node;          // in asyncTree while its handle is valid
   OSAL_AVL3_NODE reqNode;       // in asyncReqTree, until the request is too old to be repeated

@@ -6,8 +6,8 @@
  *   synchronous    onRequest is called with the shared answer buffer, and the response is made of
  *                  what it returns: nothing, 2.04, or 2.01 with cleared bytes
  *   asynchronous   onAsyncRequest is given a handle; the response is empty.  The answer is a POST
- * to port 5683 of the asker (coap_rpc_lib_async.h), and such a POST that comes in is an answer to a
- * call of ours
+ *                  to port 5683 of the asker (coap_rpc_lib_async.h), and such a POST that comes in
+ *                  is an answer to a call of ours
  *
  * For the second, libcoap runs the handler once more when the answer leaves: such a run is told by
  * its token before anything is looked up.  Codes that these functions return end in the handler:
