@@ -1,7 +1,8 @@
 # Direction of includes: libcoap and Jansson only from libadapter; libcoap's internal headers only from
 # what is compiled into libcoap, which knows nothing of the library but how its lists are linked; server
-# and client know neither each other nor init nor libadapter; common knows none of them; the host is called
-# only through its contract headers; nothing outside platform/ knows the reference host's sources.
+# and client know neither each other nor init nor libadapter; common knows none of them; the rooms of
+# libadapter know neither each other, but for message, nor what is on top of them; the host is called only
+# through its contract headers; nothing outside platform/ knows the reference host's sources.
 set(rpc ${SOURCE_DIR}/coap_server/src/coap_svc/rpc)
 set(ext ${SOURCE_DIR}/third_party/libcoap/ext)
 
@@ -33,6 +34,16 @@ coap_rpc_forbid("coap_svc/|jansson" ${ext} "what is compiled into libcoap knows 
 coap_rpc_forbid("coap_svc/rpc/(init|client|libadapter)/" ${rpc}/server "server includes only common")
 coap_rpc_forbid("coap_svc/rpc/(init|server|libadapter)/" ${rpc}/client "client includes only common")
 coap_rpc_forbid("coap_svc/rpc/init/" ${rpc}/libadapter "libadapter does not include init")
+foreach(room call log message publish serve)
+  set(others call log message publish serve)
+  list(REMOVE_ITEM others ${room})
+  if(room MATCHES "call|publish|serve")
+    list(REMOVE_ITEM others message)
+  endif()
+  list(JOIN others "|" others)
+  coap_rpc_forbid("libadapter/((${others})/|coap_rpc_lib_(ctx|ext|handler|io|parts)\\.h)"
+    ${rpc}/libadapter/${room} "rooms of libadapter include only its record and message")
+endforeach()
 coap_rpc_forbid("coap_svc/rpc/(init|server|client|libadapter)/" ${rpc}/common "common includes no side")
 coap_rpc_forbid("coap_svc/rpc/(common|init|server|client|libadapter)/"
   ${SOURCE_DIR}/coap_server/include "public headers include only public ones")
