@@ -22,7 +22,7 @@ void Mirror::Verify() { COAP_RpcCliObserveReqVerify(node_.Ctx(), &key_, &param_,
 
 void Mirror::Leave() { COAP_RpcCliObserveUnReq(node_.Ctx(), &key_, &param_, &peer_); }
 
-void Mirror::BeginAnew() {
+void Mirror::BeginAgain() {
   copy_.rows.clear();
   Leave();
   Observe();

@@ -15,8 +15,8 @@ class Mirror {
   void Verify();   // asks whether the copy is up to date, by the check code of the last document
   void Leave();    // ends the relation; the copy stays
 
-  // BeginAnew forgets the copy and observes again, for a server that has forgotten us.
-  void BeginAnew();
+  // BeginAgain forgets the copy and observes again, for a server that has forgotten us.
+  void BeginAgain();
 
   const Table &Copy() const { return copy_.rows; }
   const std::string &Uri() const { return uri_; }

@@ -282,7 +282,7 @@ class South {
     return Until(kPatience, [&] {
       if (files.NumDisconnects() != numSeen) {
         numSeen = files.NumDisconnects();
-        for (const auto &mirror : mirrors_) mirror->BeginAnew();
+        for (const auto &mirror : mirrors_) mirror->BeginAgain();
       }
       screen_.Bar("rows mirrored again", files.Copy().size(), kNumFiles);
       return files.Copy().size() == kNumFiles && !Set(kInterfaces).Copy().empty();

@@ -74,7 +74,7 @@ TEST(Complete, Parameters_AreNamedOrInserted) {
   EXPECT_EQ(console::Complete(catalog, "disp server tupleSetTree x").choices, Texts{"<pcUri>"});
 }
 
-TEST(Complete, Watch_CompletesTheCommandBehindTheSeconds) {
+TEST(Complete, Watch_CompletesTheCommandAfterTheSeconds) {
   EXPECT_EQ(Insert("watch 2 dis"), "p ");
   EXPECT_EQ(Choices("watch 2 disp "), (Texts{"client", "server"}));
   EXPECT_EQ(Choices("watch 2 hel"), Texts{});

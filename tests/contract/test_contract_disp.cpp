@@ -240,7 +240,7 @@ TEST_F(ContractDisp, Paged_SavedContext_ComesBackUntilNoneIsSaved) {
   EXPECT_EQ(shown_.keySeen, "key-wxyz");
 }
 
-TEST_F(ContractDisp, Paged_SecondRun_StartsAnew) {
+TEST_F(ContractDisp, Paged_SecondRun_StartsAgain) {
   ASSERT_EQ(Reg("show pages", ShowPages), 0u);
   shown_.numPages = 2;
   EXPECT_EQ(Output("show pages"), "page 0\npage 1\n");

@@ -227,7 +227,7 @@ class EnduranceDay : public testing::Test {
     Run(10 * kMinuteMs);
     const LoadCounts now = Counts();
     EXPECT_EQ(now.calls.repeated, before.calls.repeated);
-    EXPECT_EQ(now.postsAnew, before.postsAnew);
+    EXPECT_EQ(now.postsRepeated, before.postsRepeated);
   }
 
   // What happened in an hour happens in every hour: nothing has come to a stop.
@@ -240,9 +240,9 @@ class EnduranceDay : public testing::Test {
     EXPECT_GT(now.mirrors.renewals, before.mirrors.renewals + 200);
   }
 
-  static std::string AnewText(const LoadCounts &before, const LoadCounts &now) {
+  static std::string RepeatedText(const LoadCounts &before, const LoadCounts &now) {
     return "; repeated: calls " + std::to_string(now.calls.repeated - before.calls.repeated) +
-           ", posts " + std::to_string(now.postsAnew - before.postsAnew) + ", mirrors " +
+           ", posts " + std::to_string(now.postsRepeated - before.postsRepeated) + ", mirrors " +
            std::to_string(now.mirrors.rebuilt - before.mirrors.rebuilt);
   }
 
@@ -272,7 +272,7 @@ TEST_F(EnduranceDay, MixedLoad_NothingIsLostAndNothingGrows) {
     // The test itself allocates once at its first output.
     if (hour == 1) first.process.mallocBytes = rest.process.mallocBytes;
     printf("hour %llu: %s%s\n", static_cast<unsigned long long>(hour) + 1, rest.Text().c_str(),
-           AnewText(before, Counts()).c_str());
+           RepeatedText(before, Counts()).c_str());
     EXPECT_EQ(rest.poolCount, first.poolCount);
     EXPECT_EQ(rest.poolBytes, first.poolBytes);
     EXPECT_EQ(rest.numTimers, first.numTimers);

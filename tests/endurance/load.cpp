@@ -44,7 +44,7 @@ LoadCounts &LoadCounts::operator+=(const LoadCounts &other) {
   mirrors.rebuilt += other.mirrors.rebuilt;
   posted += other.posted;
   postsSeen += other.postsSeen;
-  postsAnew += other.postsAnew;
+  postsRepeated += other.postsRepeated;
   changes += other.changes;
   return *this;
 }
@@ -53,7 +53,7 @@ std::string LoadCounts::Text() const {
   const auto num = [](uint64_t value) { return std::to_string(value); };
   return "calls " + num(calls.asked) + " answered " + num(calls.answered) + " repeated " +
          num(calls.repeated) + "; posts " + num(posted) + " seen " + num(postsSeen) + " repeated " +
-         num(postsAnew) + "; table changes " + num(changes) + "; payloads " +
+         num(postsRepeated) + "; table changes " + num(changes) + "; payloads " +
          num(mirrors.payloads) + " with " + num(mirrors.bytes) + " bytes; renewals " +
          num(mirrors.renewals) + ", cancels " + num(mirrors.cancels) + ", mirrors rebuilt " +
          num(mirrors.rebuilt);
@@ -97,8 +97,8 @@ void Load::LeaveAll() {
   for (MirroredTable &mirror : mirrors_) mirror.Leave();
 }
 
-void Load::BeginAllAnew() {
-  for (MirroredTable &mirror : mirrors_) mirror.BeginAnew();
+void Load::BeginAllAgain() {
+  for (MirroredTable &mirror : mirrors_) mirror.BeginAgain();
 }
 
 void Load::MoveTo(uint32_t selfIp) {
@@ -106,13 +106,13 @@ void Load::MoveTo(uint32_t selfIp) {
   Detach();
   node_.self = Ipv4Address(selfIp);
   Attach();
-  BeginAllAnew();
+  BeginAllAgain();
 }
 
 void Load::SetPeer(uint32_t peerIp) {
   LeaveAll();
   node_.peer = Ipv4Address(peerIp);
-  BeginAllAnew();
+  BeginAllAgain();
 }
 
 void Load::StartPosts() {
@@ -191,7 +191,7 @@ void Load::LookAfterPosts() {
       continue;
     }
     if (post->second.dueMs <= node_.nowMs) {
-      ++counts_.postsAnew;
+      ++counts_.postsRepeated;
       SendPost(post->first, &post->second);
     }
     ++post;

@@ -31,7 +31,7 @@ struct LoadCounts {
   MirrorCounts mirrors;  // of all tables
   uint64_t posted = 0;
   uint64_t postsSeen = 0;
-  uint64_t postsAnew = 0;
+  uint64_t postsRepeated = 0;
   uint64_t changes = 0;
 
   LoadCounts &operator+=(const LoadCounts &other);
@@ -74,7 +74,7 @@ class Load {
   void Attach();  // all that it serves
   void Detach();
   void LeaveAll();
-  void BeginAllAnew();
+  void BeginAllAgain();
   void Begin();  // one of everything whose time has come
   void ChangeTables();
   void BeginPost();

@@ -94,7 +94,7 @@ void MirroredTable::Start() {
   reg.onResponse = OnPayload;
   const CoapRpcUriKey key = Key();
   EXPECT_EQ(COAP_RpcCliRegVtbl(node_.ctx, &key, &reg), 0u);
-  BeginAnew();
+  BeginAgain();
 }
 
 void MirroredTable::Observe(Side::Request *how) {
@@ -103,7 +103,7 @@ void MirroredTable::Observe(Side::Request *how) {
 
 void MirroredTable::Leave() { Observe(COAP_RpcCliObserveUnReq); }
 
-void MirroredTable::BeginAnew() {
+void MirroredTable::BeginAgain() {
   Leave();
   mirror_.tuples.clear();
   differsSinceMs_ = node_.nowMs + 1;
@@ -115,7 +115,7 @@ void MirroredTable::Renew() {
   const uint32_t which = node_.Below(10);
   if (which == 0) {
     ++counts_.cancels;
-    BeginAnew();
+    BeginAgain();
     return;
   }
   RenewBy(which < 3 ? COAP_RpcCliObserveReqBatch : COAP_RpcCliObserveReqVerify);
@@ -132,7 +132,7 @@ void MirroredTable::Verify() { RenewBy(COAP_RpcCliObserveReqVerify); }
 void MirroredTable::Step(bool isQuiet) {
   if (differsSinceMs_ != 0 && node_.nowMs >= differsSinceMs_ + patience_.doubtMs) {
     ++counts_.rebuilt;
-    BeginAnew();
+    BeginAgain();
   } else if (node_.nowMs >= nextRenewMs_) {
     isQuiet ? RenewBy(patience_.renewAtRest) : Renew();
   }

@@ -72,7 +72,7 @@ class MirroredTable {
 
   void Start();             // registers and observes
   void Leave();             // ends the relation
-  void BeginAnew();         // forgets everything and observes
+  void BeginAgain();        // forgets everything and observes
   void Step(bool isQuiet);  // renews, or rebuilds; at rest always the same way
   void Verify();            // renews the relation with the check code
   bool IsEqual() const { return differsSinceMs_ == 0; }

@@ -140,8 +140,9 @@ class Client : public Node {
     EXPECT_EQ(numCalls_, kNumCalls);
     EXPECT_TRUE(pending_.empty()) << pending_.size();
     EXPECT_EQ(TextOf(mirror_.tuples), expected_);
-    channel_.Send("done after " + std::to_string(NowMs()) + " ms, calls repeated: " +
-                  std::to_string(numAnew_) + ", mirrors rebuilt: " + std::to_string(numMirrors_));
+    channel_.Send("done after " + std::to_string(NowMs()) +
+                  " ms, calls repeated: " + std::to_string(numRepeated_) +
+                  ", mirrors rebuilt: " + std::to_string(numMirrors_));
   }
 
  private:
@@ -165,7 +166,7 @@ class Client : public Node {
     while (numCalls_ < kNumCalls && pending_.size() < kNumSessions) Call(numCalls_++, 1);
     for (const auto &[number, attempt] : std::map<int, Attempt>(pending_)) {
       if (attempt.dueMs > NowMs()) continue;
-      ++numAnew_;
+      ++numRepeated_;
       Call(number, attempt.number + 1);
     }
   }
@@ -194,7 +195,7 @@ class Client : public Node {
   std::map<int, Attempt> pending_;
   std::string expected_;
   int numCalls_ = 0;
-  int numAnew_ = 0;
+  int numRepeated_ = 0;
   int numMirrors_ = 0;
   uint64_t nextVerifyMs_ = kVerifyPeriodMs;
   uint64_t settledMs_ = 0;

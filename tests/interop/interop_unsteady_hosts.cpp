@@ -179,7 +179,7 @@ TEST_F(UnsteadyHosts, AddressThatChangesAndComesBack_IsFollowed) {
   ExpectSettled();
 }
 
-TEST_F(UnsteadyHosts, ProcessKilledAndStartedAnew_IsServedAndServesAgain) {
+TEST_F(UnsteadyHosts, ProcessKilledAndRestarted_IsServedAndServesAgain) {
   for (size_t which = 0; which < 2; ++which) {
     KillHost(which);
     Carry(20);

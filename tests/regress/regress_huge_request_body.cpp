@@ -34,7 +34,7 @@ TEST_F(HugeRequestBody, SizeAboveTheLimit_Gets413) {
   }
 }
 
-TEST_F(HugeRequestBody, BlockBehindTheLimit_Gets413) {
+TEST_F(HugeRequestBody, BlockPastTheLimit_Gets413) {
   for (const uint32_t num : {1024u, 0xFFFFEu, 0xFFFFFu}) {
     ExpectTooLarge(Part({num, true, 6}, 0));
     ExpectTooLarge(Part({num, false, 6}, 2048));

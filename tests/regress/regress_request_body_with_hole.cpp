@@ -91,7 +91,7 @@ TEST_F(RequestBodyWithHole, InAnyOrder_IsWhole) {
   }
 }
 
-TEST_F(RequestBodyWithHole, BlockBehindTheLastOne_Gets408) {
+TEST_F(RequestBodyWithHole, BlockAfterTheLastOne_Gets408) {
   EXPECT_EQ(Send({2, false, 6}, 'x', 10), kCodeEmpty);
   EXPECT_EQ(Send({3, true, 6}, 'x'), kIncomplete);
   ExpectEnded();

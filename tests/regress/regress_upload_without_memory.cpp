@@ -25,7 +25,7 @@ class UploadWithoutMemory : public WireServer {
   App app_;
 };
 
-TEST_F(UploadWithoutMemory, BegunAnew_ArrivesWhole) {
+TEST_F(UploadWithoutMemory, BegunAgain_ArrivesWhole) {
   EXPECT_EQ(Send(0, true, 'a'), Code(2, 31));
   {
     NoMemory noMemory([](const Need &need) { return need.tag == COAP_STRING && need.isGrowth; });

@@ -73,7 +73,7 @@ TEST(SupportDisp, InvokeOnce_TableMayChangeBetweenPages) {
   EXPECT_FALSE(table.host.Display().HasContext());
 }
 
-TEST(SupportDisp, ForgetContext_StartsAnew) {
+TEST(SupportDisp, ForgetContext_StartsAgain) {
   Table table;
   table.rows = {"first", "second"};
   ASSERT_EQ(table.Reg("show rows", ShowRows), 0u);

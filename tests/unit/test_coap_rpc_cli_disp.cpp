@@ -259,7 +259,7 @@ TEST_F(CliDisp, StartIndex_SkipsLinesButCountsAll) {
   EXPECT_EQ(pages[4], " ***total 4 client session(s) ***\n");
 }
 
-TEST_F(CliDisp, StartIndex_BehindTheEnd_PrintsOnlyTheTotal) {
+TEST_F(CliDisp, StartIndex_PastTheEnd_PrintsOnlyTheTotal) {
   AddReq("a");
   AddReq("b");
   for (const uint32_t startIndex : {2u, 0x80000000u, 0xFFFFFFFFu}) {

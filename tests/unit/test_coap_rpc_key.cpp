@@ -37,7 +37,7 @@ TEST(UriKeyCmp, EqualInAllFields_IsZero) {
   EXPECT_EQ(COAP_RpcUriKeyCmp(&a, &b), 0);
 }
 
-TEST(UriKeyCmp, StrayByteBehindTerminator_MakesAnotherKey) {
+TEST(UriKeyCmp, StrayByteAfterTerminator_MakesAnotherKey) {
   const CoapRpcUriKey clean = KeyOf("a");
   CoapRpcUriKey stray = clean;
   stray.uri[5] = 'x';
@@ -108,7 +108,7 @@ TEST(AddrCmp, Ipv6_IsBytewise) {
   EXPECT_EQ(COAP_RpcAddrCmp(&b, &a), 1);
 }
 
-TEST(AddrCmp, Ipv4_IgnoresTheBytesBehindTheAddress) {
+TEST(AddrCmp, Ipv4_IgnoresTheBytesAfterTheAddress) {
   const CoapRpcIpAddr a = Ipv4(10, 0, 0, 1);
   CoapRpcIpAddr b = a;
   b.addr.ipv6[15] = 9;

@@ -320,7 +320,7 @@ class BrokenList {
   size_t first_;
 };
 
-TEST_F(IdlPayload, ManyPending_NothingBehindTheLastTriedIsTouched) {
+TEST_F(IdlPayload, ManyPending_NothingAfterTheLastTriedIsTouched) {
   builder_.lens = {30'000, 30'000, 30'000};
   for (int i = 0; i < 1000; ++i) {
     ASSERT_EQ(Chg(std::to_string(1000 + i).c_str(), "v001", 1), 0u);

@@ -242,7 +242,7 @@ TEST_F(LibLog, LookUp_NoRoom_GivesMarker) {
   EXPECT_EQ(NameOf("bin/prog(Name+0x12)", -1), "__snprintf_str_ng__");
 }
 
-TEST_F(LibLog, LookUp_Path_TakesTextBehindParenthesis) {
+TEST_F(LibLog, LookUp_Path_TakesTextAfterParenthesis) {
   EXPECT_EQ(NameOf("/usr/lib(old)/prog(Name+0x12) [0x1234]"), "Name");
 }
 
@@ -250,7 +250,7 @@ TEST_F(LibLog, LookUp_NoSlash_SkipsFirstCharacterOfWholeText) {
   EXPECT_EQ(NameOf("prog(Name+0x12) [0x1234]"), "rog(Name");
 }
 
-TEST_F(LibLog, LookUp_NoParenthesisBehindSlash_SkipsFirstCharacterOfWholeText) {
+TEST_F(LibLog, LookUp_NoParenthesisAfterSlash_SkipsFirstCharacterOfWholeText) {
   EXPECT_EQ(NameOf("(x)/prog [0x1234]"), "x)/prog [0x1234]");
 }
 

@@ -77,7 +77,7 @@ TEST_F(Ser, SetUri_Port0And65535_ArePassedOn) {
   EXPECT_EQ(ListenTexts(), (Texts{"addr:127.0.0.1, port:0", "addr:127.0.0.1, port:65535"}));
 }
 
-TEST_F(Ser, SetUri_StrayBytesBehindTerminator_Gives1900000163) {
+TEST_F(Ser, SetUri_StrayBytesAfterTerminator_Gives1900000163) {
   ASSERT_EQ(Register(KeyOf("a")), 0u);
   CoapRpcUriKey stray = KeyOf("a");
   stray.uri[63] = 'x';

@@ -128,7 +128,7 @@ TEST_F(SerRes, Create_NoMemoryForRecord_DoesNothing) {
   EXPECT_TRUE(Host().Logs().Records().empty());
 }
 
-TEST_F(SerRes, Create_StrayBytesBehindTerminator_ShareRecord) {
+TEST_F(SerRes, Create_StrayBytesAfterTerminator_ShareRecord) {
   CoapRpcUriKey stray = KeyOf("a");
   stray.uri[9] = 'x';
   ASSERT_EQ(Register(KeyOf("a")), 0u);

@@ -139,7 +139,7 @@ TEST_F(SerUri, Register_KeysDifferInOneField_AreDifferentEntries) {
   EXPECT_NE(Find(keys[0]), Find(keys[1]));
 }
 
-TEST_F(SerUri, Register_StrayBytesBehindTerminator_AreAnotherKey) {
+TEST_F(SerUri, Register_StrayBytesAfterTerminator_AreAnotherKey) {
   CoapRpcUriKey stray = KeyOf("a");
   stray.uri[5] = 'x';
   EXPECT_EQ(Register(KeyOf("a")), 0u);

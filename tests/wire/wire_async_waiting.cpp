@@ -70,7 +70,7 @@ TEST_F(BigAnswers, ThatReplaceSmallOnes_TravelFourAtATimeAsWell) {
   for (const auto &[letter, text] : bodies_) EXPECT_EQ(text, std::string(kLen, letter));
 }
 
-TEST_F(BigAnswers, SmallOneBehindThem_DoesNotWaitForThem) {
+TEST_F(BigAnswers, SmallOneAfterThem_DoesNotWaitForThem) {
   AnswerAll(10);
   EXPECT_EQ(Answer(AskOnce(GetWith({})), "small"), 0u);
   while (bodies_.count('s') == 0) ASSERT_TRUE(TakeBlock());

@@ -49,7 +49,7 @@ TEST_F(Sync, SyncAnswer_ThreeBytes_GoOutAsFourZeroBytes) {
   EXPECT_TRUE(app_.isBufferClear);
 }
 
-TEST_F(Sync, SyncAnswer_ByteBehindTheAnswer_GoesOutAsTheHandlerLeftIt) {
+TEST_F(Sync, SyncAnswer_ByteAfterTheAnswer_GoesOutAsTheHandlerLeftIt) {
   ServeGet();
   app_.out = "xyz!";
   app_.result = 3;

@@ -185,7 +185,7 @@ TEST_P(TwoMirror, RelationEndedInsideOnResponseOfABigSet_IsSafe) {
   StartMirror();
 }
 
-TEST_P(TwoMirror, UriDetachedAndAttachedInMidTransfer_IsObservedAnew) {
+TEST_P(TwoMirror, UriDetachedAndAttachedInMidTransfer_IsObservedAgain) {
   app_.padding = 47;
   Fill(1000);
   EXPECT_EQ(asker_.Observe(key_, server_), 0u);
@@ -211,7 +211,7 @@ TEST_P(TwoMirror, CancelledInMidTransfer_TheUriIsFreeForTheNextObserver) {
   StartMirror();
 }
 
-TEST_P(TwoMirror, ServerStoppedInMidTransfer_IsObservedAnewAfterItsRestart) {
+TEST_P(TwoMirror, ServerStoppedInMidTransfer_IsObservedAgainAfterItsRestart) {
   app_.padding = 47;
   Fill(1000);
   EXPECT_EQ(asker_.Observe(key_, server_), 0u);

@@ -48,7 +48,7 @@ TEST_F(TwoPeers, ClientThatStoodStill_CatchesUp) {
   EXPECT_TRUE(IsMirrored());
 }
 
-TEST_F(TwoPeers, ServerThatRestarts_IsObservedAnew) {
+TEST_F(TwoPeers, ServerThatRestarts_IsObservedAgain) {
   StartMirror();
   server_.Stop();
   app_.data.clear();
@@ -85,7 +85,7 @@ TEST_F(TwoPeers, ClientThatRestarts_IsServedFromItsNewSession) {
   EXPECT_TRUE(IsMirrored());
 }
 
-TEST_F(TwoPeers, UriDetachedAndAttached_IsObservedAnew) {
+TEST_F(TwoPeers, UriDetachedAndAttached_IsObservedAgain) {
   StartMirror();
   server_.Detach(key_);
   Steps(50);
