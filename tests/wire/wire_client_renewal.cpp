@@ -1,4 +1,5 @@
-// Renewals that wait for a payload, and those that ask for everything after a change was dropped.
+// Renewals deferred until a payload is complete, and those that ask for everything after a change
+// was dropped.
 #include "client_notifications.h"
 
 namespace coap_rpc_test {

@@ -1,4 +1,4 @@
-/* coap_rpc_lib_relation.cpp: the order of a relation's notifications, and renewals that wait.
+/* coap_rpc_lib_relation.cpp: the order of a relation's notifications, and deferred renewals.
  *
  * Order.  Each notification has a number of 24 bits that grows (RFC 7641 section 3.4).  A relation
  * remembers the number of its freshest message and when that came.  A notification passes when its

@@ -1,4 +1,4 @@
-/* coap_rpc_lib_relation.h: the order of a relation's notifications, and renewals that wait.
+/* coap_rpc_lib_relation.h: the order of a relation's notifications, and deferred renewals.
  *
  * The story is told at the head of the source file. */
 #ifndef COAP_RPC_LIB_RELATION_H
