@@ -11,6 +11,7 @@ typedef struct CoapRpcLibEntry {
   void *answerSession;       /* what the entry's asyncSession belongs to; null for none */
   CoapRpcLink blockList;     /* payloads owned by libcoap that still name the entry */
   uint32_t hasLoggedTooLong; /* 1 once a message that fits into no payload was logged */
+  void *direct;              /* how a direct entry is served, owned; null for others */
 } CoapRpcLibEntry;
 
 COAP_RPC_C_END

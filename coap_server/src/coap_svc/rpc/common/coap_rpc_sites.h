@@ -26,6 +26,7 @@ inline constexpr char kPathLibMsg[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_msg"
 inline constexpr char kPathLibLookup[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_lookup";
 inline constexpr char kPathLibHandler[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_handler";
 inline constexpr char kPathLibExt[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_ext";
+inline constexpr char kPathLibDirect[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_direct";
 inline constexpr char kPathSerUri[] = COAP_RPC_SRC "server/coap_rpc_ser_uri";
 inline constexpr char kPathSerConn[] = COAP_RPC_SRC "server/coap_rpc_ser_conn";
 inline constexpr char kPathSerRes[] = COAP_RPC_SRC "server/coap_rpc_ser_res";
@@ -128,6 +129,22 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(SetKeepAliveNullArg,     kPathLibExt,     1404, 1403, "COAP_RpcSetKeepAlive: null argument") \
   X(SetLibLogLevelNullArg,   kPathLibExt,     1406, 1405, "COAP_RpcSetLibLogLevel: null argument") \
   X(SetNstartNullArg,        kPathLibExt,     1408, 1407, "COAP_RpcSetNstart: null argument") \
+  X(SetDirectNullArg,        kPathLibDirect,  1464, 1463, "COAP_RpcSerSetDirect: null argument") \
+  X(SetDirectNoEntry,        kPathLibDirect,  1465,    0, "COAP_RpcSerSetDirect: key is not registered") \
+  X(SetDirectBadMethods,     kPathLibDirect,  1466,    0, "COAP_RpcSerSetDirect: unknown bits in methods") \
+  X(SetDirectNoMemory,       kPathLibDirect,  1467,    0, "COAP_RpcSerSetDirect: no memory") \
+  X(SetAnswerNullArg,        kPathLibDirect,  1469, 1468, "COAP_RpcSerSetAnswer: null instance") \
+  X(SetAnswerNoRequest,      kPathLibDirect,  1470,    0, "COAP_RpcSerSetAnswer: no callback of a direct entry is running") \
+  X(BadAnswer,               kPathLibDirect,  1471,    0, "COAP_RpcSerSetAnswer, COAP_RpcSerSetAsyncAnswer: code or content format out of range") \
+  X(FailAsyncNullArg,        kPathLibDirect,  1472,    0, "COAP_RpcSerFailAsync: null argument") \
+  X(FailAsyncBadCode,        kPathLibDirect,  1473,    0, "COAP_RpcSerFailAsync: not the code of an error") \
+  X(FailAsyncNoMemory,       kPathLibDirect,  1474,    0, "COAP_RpcSerFailAsync: no memory for the text") \
+  X(SetAsyncAnswerNullArg,   kPathLibDirect,  1475,    0, "COAP_RpcSerSetAsyncAnswer: null argument") \
+  X(GetQueryTooLong,         kPathLibDirect,  1476,    0, "COAP_RpcSerGetQuery: the value does not fit") \
+  X(GetRequestNullArg,       kPathLibDirect,  1478, 1477, "COAP_RpcSerGetRequest: null argument") \
+  X(GetRequestNoRequest,     kPathLibDirect,  1479,    0, "COAP_RpcSerGetRequest, COAP_RpcSerGetQuery: no callback of a direct entry is running") \
+  X(GetQueryNullArg,         kPathLibDirect,  1481, 1480, "COAP_RpcSerGetQuery: null argument") \
+  X(GetQueryNotFound,        kPathLibDirect,  1482,    0, "COAP_RpcSerGetQuery: the request has no such query") \
   X(AddUriTupleKeyCopy,      kPathSerUri,        0,   48, "COAP_RpcSerAddUriTuple: key copy failed") \
   X(AddUriTupleValCopy,      kPathSerUri,        0,   54, "COAP_RpcSerAddUriTuple: value copy failed") \
   X(UpdateUriTupleValCopy,   kPathSerUri,        0,   76, "COAP_RpcSerUpdateUriTuple: value copy failed") \

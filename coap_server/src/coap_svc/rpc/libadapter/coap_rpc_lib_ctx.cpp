@@ -12,6 +12,7 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_io.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_parts.h"
+#include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct.h"
 #include "coap_svc/rpc/libadapter/log/coap_rpc_lib_log.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_msg.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_block.h"
@@ -188,6 +189,7 @@ void COAP_RpcDeleteEndPoint(CoapRpcCtx *ctx, CoapRpcSerListen *listen) {
   if (!listen || !listen->endPoint) return;
   coap_endpoint_t *endPoint = listen->endPoint;
   listen->endPoint = nullptr;
+  CoapRpcPartsForgetEndPoint(ctx, endPoint);
   CoapRpcLibRetire(endPoint);
   CoapRpcLibRetired(ctx);
   COAP_RPC_DEBUG(ctx, "[CoapRpc]del endPoint success, addr:0x%x, port:%u.\n",
@@ -199,6 +201,7 @@ uint32_t COAP_RpcCreateOrUpdateResource(CoapRpcCtx *ctx, const CoapRpcUriKey *ke
   // One without user data has been deleted by a callback and waits for the end of it.
   if (resource && coap_resource_get_userdata(resource)) {
     if (key->observe != 0) MakeObservable(resource, key);
+    OfferDirectMethods(ctx, resource);
     return 0;
   }
   if (!resource) {
@@ -212,6 +215,7 @@ uint32_t COAP_RpcCreateOrUpdateResource(CoapRpcCtx *ctx, const CoapRpcUriKey *ke
   MakeObservable(resource, key);
   SetNotifyMode(ctx, resource, key);
   coap_resource_set_userdata(resource, ctx->lib->resUserData);
+  OfferDirectMethods(ctx, resource);
   COAP_RPC_DEBUG(ctx,
                  "[CoapRpc]add resource success, uri:%s, msgType:%u, observe:%u, pktType:%u.\n",
                  COAP_RPC_KEY_ARGS(*key));

@@ -49,8 +49,9 @@ struct CoapRpcLibCtx {
   CoapRpcLink queuedSessionList;    /* those for which answers are queued */
   uint32_t numAnswerSessions;
   uint32_t numSpareSessions;
-  uint16_t nstart;      /* CON requests under way per new client session; 0: libcoap's 1 */
-  uint16_t numReads;    /* datagrams to read first of each endpoint; 0 as 1 */
+  uint16_t nstart;   /* CON requests under way per new client session; 0: libcoap's 1 */
+  uint16_t numReads; /* datagrams to read first of each endpoint; 0 as 1 */
+  struct CoapRpcDirect *direct; /* direct entries, owned; null until there is one */
   coap_tick_t nextTick; /* when I/O driven by the descriptor does a tick's work next */
 };
 

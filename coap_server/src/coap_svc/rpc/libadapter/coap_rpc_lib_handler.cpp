@@ -3,6 +3,8 @@
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_event.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
+#include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct.h"
+#include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct_async.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_lookup.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_block.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_flight.h"
@@ -51,6 +53,7 @@ void COAP_RpcSerGetHandler(coap_resource_t *resource, coap_session_t *session,
   if (!request || !response) return;
   Exchange exchange = MakeExchange(resource, session, request, query, response);
   if (AnswerLastBlock(exchange)) return;
+  if (ServeDirect(exchange)) return;
   const uint32_t ret = HandleRequest(exchange);
   if (!resource || COAP_RpcCheckObserveOption(request) == 0) return;
 
@@ -65,6 +68,7 @@ void COAP_RpcSerGetHandler(coap_resource_t *resource, coap_session_t *session,
   if (coap_pdu_get_code(response) == COAP_EMPTY_CODE && IsNotification(exchange)) {
     coap_pdu_set_code(response, COAP_RESPONSE_CODE_CREATED);
   }
+  AcceptObserver(exchange);
 }
 
 void COAP_RpcSerPostHandler(coap_resource_t *resource, coap_session_t *session,
@@ -72,7 +76,7 @@ void COAP_RpcSerPostHandler(coap_resource_t *resource, coap_session_t *session,
                             coap_pdu_t *response) {
   if (!resource || !request) return;
   Exchange exchange = MakeExchange(resource, session, request, query, response);
-  if (HandleRequest(exchange) != 0) return;
+  if (ServeDirect(exchange) || HandleRequest(exchange) != 0) return;
   if (response && IsConfirmable(request)) {
     coap_pdu_set_code(response, COAP_RESPONSE_CODE_CREATED);
   }
@@ -135,7 +139,8 @@ void COAP_RpcSerHandleIdl(CoapRpcSerUriVtbl *entry, coap_resource_t *resource,
 
 void COAP_RpcNackhandler(coap_session_t *session, const coap_pdu_t *sent,
                          const coap_nack_reason_t reason, const coap_mid_t mid) {
-  if (NoteNack(session, sent, reason, mid) || NoteFailure(session, reason)) return;
+  if (NoteNack(session, sent, reason, mid) || NoteDirectNack(session, sent, reason)) return;
+  if (NoteFailure(session, reason)) return;
   CoapRpcCallGiveUp(session, sent, reason, mid);
 }
 

@@ -2,6 +2,8 @@
 
 #include "coap_svc/rpc/common/coap_rpc_list.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
+#include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct.h"
+#include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct_async.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_block.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_flight.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_observe.h"
@@ -22,6 +24,7 @@ struct Part {
   void (*stop)(CoapRpcCtx *ctx) = nullptr;
   void (*free)(CoapRpcCtx *ctx) = nullptr;
   void (*forgetEntry)(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) = nullptr;
+  void (*forgetEndPoint)(CoapRpcCtx *ctx, const coap_endpoint_t *endPoint) = nullptr;
 };
 
 bool HasBlocks(const CoapRpcCtx *ctx) {
@@ -36,6 +39,13 @@ constexpr Part kParts[] = {
      .needsTick = HasQueuedAnswers,
      .stop = CoapRpcAsyncStop,
      .forgetEntry = CoapRpcAsyncForgetEntry},
+    {.serve = ServeDirectAnswers,
+     .tick = TickDirect,
+     .needsTick = HasDirectRequests,
+     .stop = StopDirect,
+     .free = FreeDirect,
+     .forgetEntry = ForgetDirectEntry,
+     .forgetEndPoint = DropEndPointRequests},
     {.settle = SettleAnswerSessions, .stop = FreeAnswerSessions},
     {.tick = ExpireBlocks,
      .needsTick = HasBlocks,
@@ -73,4 +83,8 @@ void CoapRpcPartsFree(CoapRpcCtx *ctx) { CallAll(&Part::free, ctx); }
 
 void CoapRpcPartsForgetEntry(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
   CallAll(&Part::forgetEntry, ctx, entry);
+}
+
+void CoapRpcPartsForgetEndPoint(CoapRpcCtx *ctx, const coap_endpoint_t *endPoint) {
+  CallAll(&Part::forgetEndPoint, ctx, endPoint);
 }

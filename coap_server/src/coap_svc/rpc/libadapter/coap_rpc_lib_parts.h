@@ -1,7 +1,7 @@
 /* coap_rpc_lib_parts.h: what happens to the parts of the adapter in an instance's life.
  *
- * The rooms serve and publish hold records of their own in the adapter's record.  Each kind has a
- * row in the table of coap_rpc_lib_parts.cpp, which says what its part does at each of these
+ * The rooms serve, direct and publish hold records of their own in the adapter's record.  Each kind
+ * has a row in the table of coap_rpc_lib_parts.cpp, which says what its part does at each of these
  * moments; I/O knows nothing else of them.  What call holds is the client's, and has no row. */
 #ifndef COAP_RPC_LIB_PARTS_H
 #define COAP_RPC_LIB_PARTS_H
@@ -29,6 +29,9 @@ void CoapRpcPartsFree(CoapRpcCtx *ctx);
 
 /* CoapRpcPartsForgetEntry lets them drop what refers to an entry that is about to be freed. */
 void CoapRpcPartsForgetEntry(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry);
+
+/* CoapRpcPartsForgetEndPoint lets them release the sessions of an endpoint that is given up. */
+void CoapRpcPartsForgetEndPoint(CoapRpcCtx *ctx, const coap_endpoint_t *endPoint);
 
 COAP_RPC_C_END
 #endif /* COAP_RPC_LIB_PARTS_H */

@@ -5,6 +5,9 @@
 #include <coap3/coap.h>
 
 #include "coap_svc/rpc/common/coap_rpc_ctx.h"
+#include "coap_svc/rpc/common/coap_rpc_limits.h"
+#include "coap_svc/rpc/common/coap_rpc_own.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_data.h"
 
 namespace coap_rpc {
 
@@ -29,6 +32,15 @@ inline Exchange MakeExchange(coap_resource_t *resource, coap_session_t *session,
                              const coap_pdu_t *request, const coap_string_t *query,
                              coap_pdu_t *response) {
   return {RootOf(resource), nullptr, resource, session, request, query, response};
+}
+
+// SharedAnswerBuffer returns the buffer in which synchronous answers are written, kPayloadBufSize
+// bytes of whatever the last ones have left there; null without memory.
+inline uint8_t *SharedAnswerBuffer(CoapRpcSerData *ser) {
+  if (!ser->reqBuf) {
+    ser->reqBuf = static_cast<uint8_t *>(PoolAlloc(ser->owner->param.memHandle, kPayloadBufSize));
+  }
+  return ser->reqBuf;
 }
 
 }  // namespace coap_rpc

@@ -7,6 +7,7 @@
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
+#include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct_async.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_clock.h"
 #include "coap_svc/rpc/libadapter/serve/coap_rpc_lib_async_queue.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
@@ -165,7 +166,7 @@ uint32_t COAP_RpcSerSendAsyncResponse(CoapRpcCtx *ctx, void *handle, const uint8
                                       uint32_t len) {
   if (!ctx || !handle || !data) return Code(kSiteSendAsyncNullArg);
   CoapRpcAsync *async = FindAsync(ctx, reinterpret_cast<uintptr_t>(handle));
-  if (!async) return Code(kSiteAsyncNotPending);
+  if (!async) return AnswerDirect(ctx, handle, data, len);
   CoapRpcPayload *answer = COAP_RpcNewPayload(ctx, data, len);
   if (!answer) return Code(kSiteSendAsyncNoMemory);
   COAP_RpcLogMemDump(data, static_cast<int32_t>(len), "COAP_RpcSerSendAsyncResponse", ctx->log);
@@ -176,7 +177,7 @@ uint32_t COAP_RpcSerSendAsyncResponse(CoapRpcCtx *ctx, void *handle, const uint8
 uint32_t COAP_RpcSerAbortAsyncResponse(CoapRpcCtx *ctx, void *handle) {
   if (!ctx || !handle) return Code(kSiteAbortAsyncNullArg);
   CoapRpcAsync *async = FindAsync(ctx, reinterpret_cast<uintptr_t>(handle));
-  if (!async) return Code(kSiteAsyncNotPending);
+  if (!async) return AbortDirect(ctx, handle);
   SetAsyncAnswer(async, nullptr);
   return 0;
 }

@@ -57,11 +57,9 @@ void ClearAnswer(uint8_t *buf) {
 }
 
 uint8_t *AnswerBuffer(CoapRpcSerData *ser) {
-  if (!ser->reqBuf) {
-    ser->reqBuf = static_cast<uint8_t *>(PoolAlloc(ser->owner->param.memHandle, kPayloadBufSize));
-  }
-  if (ser->reqBuf) ClearAnswer(ser->reqBuf);
-  return ser->reqBuf;
+  uint8_t *buf = SharedAnswerBuffer(ser);
+  if (buf) ClearAnswer(buf);
+  return buf;
 }
 
 CoapRpcSerReqInfo MakeReqInfo(const CoapRpcMsgInfo &info) {

@@ -1,0 +1,352 @@
+#include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "coap_svc/rpc/common/coap_rpc_key.h"
+#include "coap_svc/rpc/common/coap_rpc_limits.h"
+#include "coap_svc/rpc/common/coap_rpc_log_site.h"
+#include "coap_svc/rpc/common/coap_rpc_own.h"
+#include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct_async.h"
+#include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct_reply.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_lookup.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_conn.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_res.h"
+#include "libcoap/ext/coap_rpc_lib_answer.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
+
+namespace coap_rpc {
+namespace {
+
+constexpr uint32_t kModeMask = 0x03;
+constexpr uint32_t kModeSync = 0;
+constexpr uint32_t kModeAsync = 1;
+constexpr uint32_t kIsObserve = 2;
+
+// Requests that have fewer bytes are copied to the stack.
+constexpr size_t kSmallPayload = 2048;
+
+// The methods that base resources do not have.
+constexpr uint8_t kOfferedMethods[] = {COAP_REQUEST_CODE_PUT, COAP_REQUEST_CODE_DELETE,
+                                       COAP_REQUEST_CODE_FETCH, COAP_REQUEST_CODE_PATCH,
+                                       COAP_REQUEST_CODE_IPATCH};
+
+using Entries = COAP_RPC_LIST(DirectEntry, link);
+using ResEntries = COAP_RPC_LIST(CoapRpcSerUriVtbl, resLink);
+
+// ---- look-up ----
+
+CoapRpcSerUriRes *UriResOf(CoapRpcCtx *ctx, coap_resource_t *resource) {
+  const coap_str_const_t *path = coap_resource_get_uri_path(resource);
+  char uri[COAP_RPC_URI_SIZE] = {};
+  if (!ctx->ser || path->length >= sizeof(uri)) return nullptr;
+  if (path->length != 0) memcpy(uri, path->s, path->length);
+  return COAP_RpcSerFindUriRes(ctx->ser, uri);
+}
+
+// FirstDirect returns the first direct entry of a uri from `entry` on; null for none.
+CoapRpcSerUriVtbl *FirstDirect(const ResEntries &entries, CoapRpcSerUriVtbl *entry) {
+  while (entry && (!entry->lib.direct || !entry->listen)) entry = entries.After(entry);
+  return entry;
+}
+
+bool IsAt(const CoapRpcSerUriVtbl *entry, const CoapRpcIpAddr &local) {
+  return COAP_RpcAddrCmp(&entry->listen->key.listenAddr, &local) == 0;
+}
+
+// FindAt returns the direct entry of a listen among those from `first` on; else `first`.
+CoapRpcSerUriVtbl *FindAt(const ResEntries &entries, CoapRpcSerUriVtbl *first,
+                          const coap_session_t *session) {
+  CoapRpcIpAddr local = {};
+  COAP_RpcGetLocalAddr(session, &local);
+  CoapRpcSerUriVtbl *entry = first;
+  while (entry && !IsAt(entry, local)) entry = FirstDirect(entries, entries.After(entry));
+  return entry ? entry : first;
+}
+
+CoapRpcSerUriVtbl *FindDirect(const Exchange &exchange) {
+  CoapRpcSerUriRes *res = UriResOf(exchange.ctx, exchange.resource);
+  if (!res) return nullptr;
+  const ResEntries entries(res->uriDataList);
+  CoapRpcSerUriVtbl *first = FirstDirect(entries, entries.First());
+  const bool isOnly = !first || !FirstDirect(entries, entries.After(first));
+  return isOnly ? first : FindAt(entries, first, exchange.session);
+}
+
+// ---- observers ----
+
+// HasObserveRecord says whether a registration has an entry that publishes.
+bool HasObserveRecord(const Exchange &exchange) {
+  const CoapRpcSerUriVtbl *entry =
+      COAP_RpcSerGetVtbl(exchange.ctx, exchange.request, exchange.session);
+  return entry && entry->obVtbl;
+}
+
+// IsForObservers says whether publish answers the request.  Else nobody observes.
+bool IsForObservers(const Exchange &exchange) {
+  if (COAP_RpcCheckObserveOption(exchange.request) == 0) return false;
+  if (HasObserveRecord(exchange)) return true;
+  CoapRpcLibRefuseObserver(exchange.resource, exchange.session, exchange.request,
+                           exchange.response);
+  return false;
+}
+
+// ---- calling the application ----
+
+uint8_t MethodOf(const Exchange &exchange) {
+  return static_cast<uint8_t>(coap_pdu_get_code(exchange.request));
+}
+
+CoapRpcSerReqInfo ReqInfoOf(const Exchange &exchange) {
+  CoapRpcSerReqInfo info = {};
+  coap_opt_iterator_t it;
+  const bool isPost = MethodOf(exchange) == COAP_REQUEST_CODE_POST;
+  COAP_RpcGetRemoteAddr(exchange.session, &info.srcAddr);
+  info.isObserve = COAP_RpcCheckObserveOption(exchange.request) != 0 ? kIsObserve : 0;
+  info.hasETag = isPost && coap_check_option(exchange.request, COAP_OPTION_ETAG, &it) ? 1 : 0;
+  return info;
+}
+
+// Calling is a DirectCall that the application can reach.
+class Calling {
+ public:
+  Calling(CoapRpcDirect *direct, DirectCall *call) : direct_(direct) { direct_->calling = call; }
+  ~Calling() { direct_->calling = nullptr; }
+  Calling(const Calling &) = delete;
+  Calling &operator=(const Calling &) = delete;
+
+ private:
+  CoapRpcDirect *direct_;
+};
+
+int32_t CallOnRequest(const Exchange &exchange, DirectCall *call, uint8_t *payload, uint32_t len,
+                      uint8_t *out) {
+  const CoapRpcSerVtblReg &reg = exchange.entry->reg;
+  const CoapRpcSerReqInfo info = ReqInfoOf(exchange);
+  const Calling calling(exchange.ctx->lib->direct, call);
+  return reg.onRequest(reg.userData, &info, payload, len, out, kPayloadBufSize);
+}
+
+void AnswerSync(const Exchange &exchange, uint8_t *payload, uint32_t len) {
+  uint8_t *out = SharedAnswerBuffer(exchange.ctx->ser);
+  if (!out) {
+    ReplyCode(exchange, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
+    return;
+  }
+  DirectCall call = {exchange, DefaultHead(exchange.request), 0};
+  const int32_t result = CallOnRequest(exchange, &call, payload, len, out);
+  if (result < 0 || result > kMaxPayload) {
+    ReplyCode(exchange, COAP_RESPONSE_CODE_INTERNAL_ERROR);
+  } else {
+    Reply(exchange, call.head, out, static_cast<size_t>(result));
+  }
+  if (IsOnce(MethodOf(exchange))) RememberAnswer(exchange);
+}
+
+// CallOnAsync returns the request afterwards; null when the callback has closed its listen.
+DirectAsync *CallOnAsync(const Exchange &exchange, uintptr_t id, uint8_t *payload, uint32_t len) {
+  const CoapRpcSerVtblReg &reg = exchange.entry->reg;
+  DirectCall call = {exchange, {}, id};
+  const Calling calling(exchange.ctx->lib->direct, &call);
+  reg.onAsyncRequest(reg.userData, payload, len, reinterpret_cast<void *>(id));
+  return FindDirectAsync(exchange.ctx, id);
+}
+
+void AnswerAsync(const Exchange &exchange, uint8_t *payload, uint32_t len) {
+  DirectAsync *async = OpenAsync(exchange);
+  if (async) async = CallOnAsync(exchange, async->id, payload, len);
+  if (!async) {
+    ReplyCode(exchange, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
+  } else if (async->isAnswered) {
+    ReplyNow(async, exchange);
+  }
+}
+
+void RunMode(const Exchange &exchange, uint8_t *payload, uint32_t len) {
+  const CoapRpcSerVtblReg &reg = exchange.entry->reg;
+  const uint32_t mode = reg.mode & kModeMask;
+  COAP_RPC_DEBUG(exchange.ctx, "[CoapRpc]direct request, uri:%s, method:%u, mode:%u, len:%u.\n",
+                 UriText(exchange.entry->key.uri).c_str(), MethodOf(exchange), mode, len);
+  if (mode == kModeSync && reg.onRequest) {
+    AnswerSync(exchange, payload, len);
+  } else if (mode == kModeAsync && reg.onAsyncRequest) {
+    AnswerAsync(exchange, payload, len);
+  } else {
+    ReplyCode(exchange, COAP_RESPONSE_CODE_NOT_IMPLEMENTED);
+  }
+}
+
+// RunCopy gives the application a NUL-terminated copy of the payload in `room`.
+void RunCopy(const Exchange &exchange, const uint8_t *data, size_t len, uint8_t *room) {
+  if (len != 0) memcpy(room, data, len);
+  room[len] = '\0';
+  RunMode(exchange, room, static_cast<uint32_t>(len));
+}
+
+void Run(const Exchange &exchange) {
+  size_t len = 0;
+  const uint8_t *data = nullptr;
+  if (coap_get_data(exchange.request, &len, &data) == 0) len = 0;
+  uint8_t small[kSmallPayload];
+  if (len < sizeof(small)) {
+    RunCopy(exchange, data, len, small);
+    return;
+  }
+  const uint64_t mem = exchange.ctx->param.memHandle;
+  const PoolPtr<uint8_t> copy(static_cast<uint8_t *>(PoolAlloc(mem, len + 1)), {mem});
+  if (copy) {
+    RunCopy(exchange, data, len, copy.get());
+  } else {
+    ReplyCode(exchange, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
+  }
+}
+
+// ---- requests ----
+
+bool IsAllowed(const Exchange &exchange) {
+  const uint32_t methods = DirectEntryOf(exchange.entry)->param.methods;
+  return (methods >> MethodOf(exchange) & 1) != 0;
+}
+
+// IsLaterBlock says whether a request asks for a later block of an answer that libcoap has no more.
+bool IsLaterBlock(const coap_pdu_t *request) {
+  coap_opt_iterator_t it;
+  const coap_opt_t *block = coap_check_option(request, COAP_OPTION_BLOCK2, &it);
+  return block && coap_opt_block_num(block) != 0;
+}
+
+// Serve: a record of a read request is one of an open one.
+void Serve(const Exchange &exchange) {
+  const OnceRecord *known = FindOnce(exchange);
+  if (known) {
+    RepeatAnswer(known, exchange.response);
+  } else if (IsOnce(MethodOf(exchange)) && IsLaterBlock(exchange.request)) {
+    ReplyCode(exchange, COAP_RESPONSE_CODE_INCOMPLETE);
+  } else {
+    Run(exchange);
+  }
+}
+
+void HandleOffered(coap_resource_t *resource, coap_session_t *session, const coap_pdu_t *request,
+                   const coap_string_t *query, coap_pdu_t *response) {
+  Exchange exchange = MakeExchange(resource, session, request, query, response);
+  if (!ServeDirect(exchange)) ReplyCode(exchange, COAP_RESPONSE_CODE_NOT_ALLOWED);
+}
+
+// AllowedMethods are those of all direct entries of a resource.
+uint32_t AllowedMethods(CoapRpcCtx *ctx, coap_resource_t *resource) {
+  CoapRpcSerUriRes *res = UriResOf(ctx, resource);
+  uint32_t methods = 0;
+  if (!res) return methods;
+  const ResEntries entries(res->uriDataList);
+  CoapRpcSerUriVtbl *entry = FirstDirect(entries, entries.First());
+  for (; entry; entry = FirstDirect(entries, entries.After(entry))) {
+    methods |= DirectEntryOf(entry)->param.methods;
+  }
+  return methods;
+}
+
+// ---- entries ----
+
+bool HasRoom(CoapRpcCtx *ctx) {
+  if (!ctx->lib->direct) {
+    ctx->lib->direct = NewZeroed<CoapRpcDirect>(ctx->param.memHandle).release();
+  }
+  return ctx->lib->direct != nullptr;
+}
+
+DirectEntry *NewEntry(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
+  DirectEntry *direct = NewZeroed<DirectEntry>(ctx->param.memHandle).release();
+  if (!direct) return nullptr;
+  direct->entry = entry;
+  entry->lib.direct = direct;
+  Entries(ctx->lib->direct->entryList).Append(direct);
+  return direct;
+}
+
+DirectEntry *FindOrNewEntry(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
+  if (!HasRoom(ctx)) return nullptr;
+  return entry->lib.direct ? DirectEntryOf(entry) : NewEntry(ctx, entry);
+}
+
+CoapRpcSerDirectParam WithDefaults(const CoapRpcSerDirectParam *param) {
+  CoapRpcSerDirectParam out = param ? *param : CoapRpcSerDirectParam{};
+  if (out.methods == 0) out.methods = COAP_RPC_ALLOW_GET | COAP_RPC_ALLOW_POST;
+  if (out.timeoutMs == 0) out.timeoutMs = kDirectTimeoutMs;
+  return out;
+}
+
+void OfferMethodsOf(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry) {
+  const UriText uri(entry->key.uri);
+  coap_str_const_t path{strlen(uri.c_str()), reinterpret_cast<const uint8_t *>(uri.c_str())};
+  coap_resource_t *resource = coap_get_resource_from_uri_path(ctx->lib->coapCtx, &path);
+  if (resource) OfferDirectMethods(ctx, resource);
+}
+
+}  // namespace
+
+bool ServeDirect(Exchange &exchange) {
+  if (!exchange.ctx || !exchange.ctx->lib->direct) return false;
+  CoapRpcSerUriVtbl *entry = FindDirect(exchange);
+  if (!entry || IsForObservers(exchange)) return false;
+  exchange.entry = entry;
+  if (IsAllowed(exchange)) {
+    Serve(exchange);
+  } else {
+    ReplyCode(exchange, COAP_RESPONSE_CODE_NOT_ALLOWED);
+  }
+  return true;
+}
+
+void AcceptObserver(const Exchange &exchange) {
+  const bool isFirst = exchange.entry && exchange.entry->lib.direct &&
+                       coap_pdu_get_code(exchange.response) == COAP_RESPONSE_CODE_CREATED &&
+                       CoapRpcLibStoredRequest(exchange.resource, exchange.session,
+                                               exchange.request) != exchange.request;
+  if (isFirst) ReplyCode(exchange, COAP_RESPONSE_CODE_CONTENT);
+}
+
+void OfferDirectMethods(CoapRpcCtx *ctx, coap_resource_t *resource) {
+  if (!ctx->lib->direct) return;
+  const uint32_t allowed = AllowedMethods(ctx, resource);
+  for (const uint8_t method : kOfferedMethods) {
+    const bool isAllowed = (allowed >> method & 1) != 0;
+    coap_register_handler(resource, static_cast<coap_request_t>(method),
+                          isAllowed ? HandleOffered : nullptr);
+  }
+}
+
+void FreeDirect(CoapRpcCtx *ctx) {
+  CoapRpcDirect *direct = ctx->lib->direct;
+  if (!direct) return;
+  Entries(direct->entryList).Drain([](DirectEntry *entry) { LinkRemove(entry->link); });
+  PoolFree(ctx->param.memHandle, direct);
+  ctx->lib->direct = nullptr;
+}
+
+void ForgetDirectEntry(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
+  DirectEntry *direct = DirectEntryOf(entry);
+  if (!direct) return;
+  if (ctx->lib) DropDirectRequests(ctx, direct);
+  LinkRemove(direct->link);
+  PoolFree(ctx->param.memHandle, direct);
+  entry->lib.direct = nullptr;
+}
+
+}  // namespace coap_rpc
+
+using namespace coap_rpc;
+
+uint32_t COAP_RpcSerSetDirect(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
+                              const CoapRpcSerDirectParam *param) {
+  if (!ctx || !key) return Violated(kSiteSetDirectNullArg);
+  const bool hasBadMethods = param && (param->methods & ~uint32_t{COAP_RPC_ALLOW_ALL}) != 0;
+  if (hasBadMethods) return Code(kSiteSetDirectBadMethods);
+  CoapRpcSerUriVtbl *entry = ctx->ser ? ctx->ser->findUriVtbl(ctx->ser, key) : nullptr;
+  if (!entry || !ctx->lib) return Code(kSiteSetDirectNoEntry);
+  DirectEntry *direct = FindOrNewEntry(ctx, entry);
+  if (!direct) return Code(kSiteSetDirectNoMemory);
+  direct->param = WithDefaults(param);
+  OfferMethodsOf(ctx, entry);
+  return 0;
+}

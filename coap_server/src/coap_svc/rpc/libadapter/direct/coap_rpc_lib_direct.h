@@ -1,0 +1,40 @@
+/* coap_rpc_lib_direct.h: requests of direct entries, from libcoap to the application and back.
+ *
+ * A request comes in by the front door (GET, POST) or by the handler of the other methods, which its
+ * resource has while a direct entry is attached.  It is
+ *
+ *   refused      its method is not allowed, or its entry has no callback
+ *   known        at-most-once has seen it: the answer is given again, no callback
+ *   answered     the callback has run; its reply is the response, which at-most-once remembers
+ *   open         the callback has a handle and has not answered: the response is empty
+ *
+ * An open request becomes answered by the application or by its deadline and is sent by the turn that
+ * follows (coap_rpc_lib_direct_async.h).  A reply is a code, a format and a payload, whoever made it
+ * (coap_rpc_lib_direct_reply.h).  What bounds it all is in coap_rpc_limits.h: open requests, queued
+ * answers, sessions of peers, payloads that travel in blocks, requests remembered.
+ *
+ * The room has one record in the adapter's, made for the first direct entry, and one for each direct
+ * entry.  Instances without any pay one comparison for a request. */
+#ifndef COAP_RPC_LIB_DIRECT_H
+#define COAP_RPC_LIB_DIRECT_H
+
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_exchange.h"
+
+namespace coap_rpc {
+
+// ServeDirect serves a request whose URI has a direct entry.  False: it is for the other rooms.
+bool ServeDirect(Exchange &exchange);
+
+// AcceptObserver turns the answer to a registration with a direct entry into 2.05.
+void AcceptObserver(const Exchange &exchange);
+
+// OfferDirectMethods gives a resource the handlers that its direct entries need.
+void OfferDirectMethods(CoapRpcCtx *ctx, coap_resource_t *resource);
+
+// Steps of the part.
+void FreeDirect(CoapRpcCtx *ctx);
+void ForgetDirectEntry(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry);
+
+}  // namespace coap_rpc
+
+#endif /* COAP_RPC_LIB_DIRECT_H */

@@ -1,0 +1,426 @@
+#include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct_async.h"
+
+#include <cstring>
+
+#include "coap_svc/rpc/common/coap_rpc_limits.h"
+#include "coap_svc/rpc/common/coap_rpc_log_site.h"
+#include "coap_svc/rpc/common/coap_rpc_own.h"
+#include "coap_svc/rpc/common/coap_rpc_table.h"
+#include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct_reply.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_clock.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_own.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
+#include "libcoap/ext/coap_rpc_lib_answer.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
+
+namespace coap_rpc {
+namespace {
+
+int32_t CompareWords(const void *a, const void *b) {
+  const uintptr_t wordA = *static_cast<const uintptr_t *>(a);
+  const uintptr_t wordB = *static_cast<const uintptr_t *>(b);
+  return (wordA > wordB) - (wordA < wordB);
+}
+
+static_assert(sizeof(coap_session_t *) == sizeof(uintptr_t));
+
+using Handles = COAP_RPC_TABLE(DirectAsync, id, uintptr_t, CompareWords);
+using Peers = COAP_RPC_TABLE(DirectPeer, session, coap_session_t *, CompareWords);
+using OpenRequests = COAP_RPC_LIST(DirectAsync, openLink);
+using PeerRequests = COAP_RPC_LIST(DirectAsync, peerLink);
+using AnsweredRequests = COAP_RPC_LIST(DirectAsync, queueLink);
+using QueuedPeers = COAP_RPC_LIST(DirectPeer, queuedLink);
+using Entries = COAP_RPC_LIST(DirectEntry, link);
+
+CoapRpcDirect *DirectOf(const CoapRpcCtx *ctx) { return ctx->lib ? ctx->lib->direct : nullptr; }
+
+// ---- peers ----
+
+DirectPeer *NewPeer(CoapRpcCtx *ctx, coap_session_t *session) {
+  CoapRpcDirect *direct = DirectOf(ctx);
+  if (direct->numPeers >= kMaxDirectPeers) return nullptr;
+  DirectPeer *peer = NewZeroed<DirectPeer>(ctx->param.memHandle).release();
+  if (!peer) return nullptr;
+  peer->session = coap_session_reference(session);
+  (void)Peers(direct->peerTree).Insert(peer);
+  ++direct->numPeers;
+  return peer;
+}
+
+DirectPeer *FindOrNewPeer(CoapRpcCtx *ctx, coap_session_t *session) {
+  DirectPeer *peer = Peers(DirectOf(ctx)->peerTree).Find(&session);
+  return peer ? peer : NewPeer(ctx, session);
+}
+
+void FreePeerIfUnused(CoapRpcCtx *ctx, DirectPeer *peer) {
+  CoapRpcDirect *direct = DirectOf(ctx);
+  if (!LinkIsAlone(peer->requestList)) return;
+  Peers(direct->peerTree).Remove(peer);
+  LinkRemove(peer->queuedLink);
+  --direct->numPeers;
+  coap_session_release(peer->session);
+  PoolFree(ctx->param.memHandle, peer);
+}
+
+bool HasRoom(const CoapRpcCtx *ctx, const DirectPeer *peer) {
+  return peer->numOpen < kMaxOpenAsyncOfPeer && peer->numQueued < kMaxWaitingAnswers &&
+         ctx->lib->numOpenAsync < kMaxOpenAsync && DirectOf(ctx)->numQueued < kMaxWaitingInAll;
+}
+
+// ---- states ----
+
+void CountOpen(DirectAsync *async, uint32_t num) {
+  async->ctx->lib->numOpenAsync += num;
+  async->peer->numOpen += num;
+}
+
+void CountQueued(DirectAsync *async, uint32_t num) {
+  DirectOf(async->ctx)->numQueued += num;
+  async->peer->numQueued += num;
+}
+
+// Leave takes a request out of everything that names it but its own record.
+void Leave(DirectAsync *async) {
+  if (async->isAnswered) {
+    CountQueued(async, -1u);
+  } else {
+    CountOpen(async, -1u);
+  }
+  Handles(DirectOf(async->ctx)->asyncTree).Remove(async);
+  LinkRemove(async->openLink);
+  LinkRemove(async->queueLink);
+  LinkRemove(async->peerLink);
+}
+
+void Free(DirectAsync *async) {
+  COAP_RpcFreePayload(async->answer);
+  coap_delete_pdu(async->request);
+  PoolFree(async->ctx->param.memHandle, async);
+}
+
+// Drop frees a request in any state; its peer stays.
+void Drop(DirectAsync *async) {
+  ForgetOnce(async->ctx, async->once);
+  Leave(async);
+  Free(async);
+}
+
+void Enqueue(DirectAsync *async) {
+  CountOpen(async, -1u);
+  async->isAnswered = true;
+  CountQueued(async, 1);
+  LinkRemove(async->openLink);
+  AnsweredRequests(async->peer->answeredList).Append(async);
+  QueuedPeers(DirectOf(async->ctx)->queuedPeerList).Append(async->peer);
+}
+
+void SetReply(DirectAsync *async, const ReplyHead &head, CoapRpcPayload *answer) {
+  CoapRpcCtx *ctx = async->ctx;
+  COAP_RpcFreePayload(async->answer);
+  async->answer = answer;
+  async->answerHead = head;
+  if (!async->isAnswered) Enqueue(async);
+  // Inside libcoap's I/O, the turn serves it before it ends.
+  if (ctx->ioDepth == 0) CoapRpcLibWakeIn(ctx->lib->coapCtx, 0);
+}
+
+// ---- sending ----
+
+struct PduDeleter {
+  void operator()(coap_pdu_t *pdu) const { coap_delete_pdu(pdu); }
+};
+using PduRef = std::unique_ptr<coap_pdu_t, PduDeleter>;
+
+PduRef NewResponse(const DirectAsync *async) {
+  coap_session_t *session = async->peer->session;
+  PduRef response(coap_pdu_init(coap_pdu_get_type(async->request), COAP_EMPTY_CODE,
+                                coap_new_message_id(session), coap_session_max_pdu_size(session)));
+  const coap_bin_const_t token = coap_pdu_get_token(async->request);
+  if (response && coap_add_token(response.get(), token.length, token.s) == 0) response.reset();
+  return response;
+}
+
+// ResourceOf returns null when the entry is not attached.
+coap_resource_t *ResourceOf(const DirectAsync *async) {
+  const CoapRpcSerUriVtbl *entry = async->entry->entry;
+  const UriText uri(entry->key.uri);
+  coap_str_const_t path{strlen(uri.c_str()), reinterpret_cast<const uint8_t *>(uri.c_str())};
+  return entry->listen ? coap_get_resource_from_uri_path(async->ctx->lib->coapCtx, &path) : nullptr;
+}
+
+// FillReply fills a response; an entry that is no longer attached has no answer.
+void FillReply(const DirectAsync *async, const Exchange &exchange) {
+  if (!exchange.resource) {
+    ReplyCode(exchange, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
+  } else {
+    const CoapRpcPayload *answer = async->answer;
+    Reply(exchange, async->answerHead, answer ? answer->data : nullptr, answer ? answer->len : 0);
+  }
+}
+
+// Remember notes the answer of a request that is about to end.
+void Remember(DirectAsync *async, const coap_pdu_t *response) {
+  OnceRecord *record = async->once;
+  async->once = nullptr;
+  if (IsOnce(static_cast<uint8_t>(coap_pdu_get_code(async->request)))) {
+    RememberLate(async->ctx, record, response);
+  } else {
+    ForgetOnce(async->ctx, record);
+  }
+}
+
+// IsWanted says whether the peer wants to hear an answer of this class (RFC 7967).
+bool IsWanted(const coap_pdu_t *request, coap_pdu_code_t code) {
+  coap_opt_iterator_t it;
+  const coap_opt_t *option = coap_check_option(request, COAP_OPTION_NORESPONSE, &it);
+  if (!option) return true;
+  const uint32_t unwanted = coap_decode_var_bytes(coap_opt_value(option), coap_opt_length(option));
+  return (unwanted >> ((code >> 5) - 1) & 1) == 0;
+}
+
+// Send hands libcoap an answer and ends the request.  False: no memory, it is still answered.
+bool Send(DirectAsync *async) {
+  PduRef response = NewResponse(async);
+  if (!response) return false;
+  coap_session_t *session = async->peer->session;
+  const CoapString query(coap_get_query(async->request));
+  FillReply(async, {async->ctx, async->entry->entry, ResourceOf(async), session, async->request,
+                    query.get(), response.get()});
+  Remember(async, response.get());
+  const bool isWanted = IsWanted(async->request, coap_pdu_get_code(response.get()));
+  if (isWanted) coap_send(session, response.release());
+  Leave(async);
+  Free(async);
+  return true;
+}
+
+// SendAnswers gives libcoap a peer's share of a turn.  True: there are more that it could send.
+bool SendAnswers(DirectPeer *peer) {
+  AnsweredRequests answered(peer->answeredList);
+  for (uint32_t num = 0; num < kMaxAnswersPerTurn; ++num) {
+    DirectAsync *async = answered.First();
+    if (!async || CoapRpcLibNumDelayed(peer->session) >= kMaxAnswersInLibcoap) return false;
+    if (!Send(async)) return false;
+  }
+  return !answered.IsEmpty();
+}
+
+bool ServePeer(CoapRpcCtx *ctx, DirectPeer *peer) {
+  const bool isMore = SendAnswers(peer);
+  if (LinkIsAlone(peer->answeredList)) LinkRemove(peer->queuedLink);
+  FreePeerIfUnused(ctx, peer);
+  return isMore;
+}
+
+// ---- ends ----
+
+// Tell says that a handle has ended.
+void Tell(const DirectEntry *entry, uintptr_t id, uint32_t reason) {
+  if (!entry->param.onAsyncEnd) return;
+  entry->param.onAsyncEnd(entry->entry->reg.userData, reinterpret_cast<void *>(id), reason);
+}
+
+void TimeOut(DirectAsync *async) {
+  const DirectEntry *entry = async->entry;
+  const uintptr_t id = async->id;
+  SetReply(async, {CodeOf(504), COAP_RPC_DIRECT_NO_FORMAT}, nullptr);
+  Handles(DirectOf(async->ctx)->asyncTree).Remove(async);
+  Tell(entry, id, COAP_RPC_ASYNC_TIMEOUT);
+}
+
+void TimeOutEntry(DirectEntry *entry) {
+  OpenRequests open(entry->openList);
+  for (DirectAsync *async = open.First(); async; async = open.First()) {
+    if (!HasPassed(async->arrived, entry->param.timeoutMs)) return;
+    TimeOut(async);
+  }
+}
+
+void DropAnswered(DirectPeer *peer) {
+  AnsweredRequests(peer->answeredList).Drain([](DirectAsync *async) { Drop(async); });
+  LinkRemove(peer->queuedLink);
+}
+
+// DropPeer frees a peer and its requests, but the open ones, which it moves to `closed`.
+void DropPeer(CoapRpcCtx *ctx, DirectPeer *peer, CoapRpcLink &closed) {
+  DropAnswered(peer);
+  PeerRequests(peer->requestList).Drain([&](DirectAsync *async) {
+    ForgetOnce(ctx, async->once);
+    Leave(async);
+    OpenRequests(closed).Append(async);
+  });
+  FreePeerIfUnused(ctx, peer);
+}
+
+void TellClosed(DirectAsync *async) {
+  const DirectEntry *entry = async->entry;
+  const uintptr_t id = async->id;
+  LinkRemove(async->openLink);
+  Free(async);
+  Tell(entry, id, COAP_RPC_ASYNC_CLOSED);
+}
+
+// DropOfEntry drops a peer's requests of an entry, those of all for null.
+void DropOfEntry(CoapRpcCtx *ctx, DirectPeer *peer, const DirectEntry *entry) {
+  PeerRequests requests(peer->requestList);
+  DirectAsync *next = nullptr;
+  for (DirectAsync *async = requests.First(); async; async = next) {
+    next = requests.After(async);
+    if (!entry || async->entry == entry) Drop(async);
+  }
+  FreePeerIfUnused(ctx, peer);
+}
+
+// ForEachPeer calls `work` for each peer; `work` may free the one that it is given.
+template <typename Work>
+void ForEachPeer(CoapRpcDirect *direct, Work work) {
+  Peers peers(direct->peerTree);
+  DirectPeer *next = nullptr;
+  for (DirectPeer *peer = peers.First(); peer; peer = next) {
+    next = peers.Next(peer);
+    work(peer);
+  }
+}
+
+// ---- arrival ----
+
+bool Fill(DirectAsync *async, const Exchange &exchange) {
+  const coap_bin_const_t token = coap_pdu_get_token(exchange.request);
+  async->request =
+      coap_pdu_duplicate(exchange.request, exchange.session, token.length, token.s, nullptr);
+  async->id = ++exchange.ctx->lib->lastAsyncId;
+  async->arrived = NowTicks();
+  async->ctx = exchange.ctx;
+  async->entry = DirectEntryOf(exchange.entry);
+  async->head = DefaultHead(exchange.request);
+  return async->request != nullptr;
+}
+
+DirectAsync *Enlist(DirectAsync *async, DirectPeer *peer) {
+  async->peer = peer;
+  (void)Handles(DirectOf(async->ctx)->asyncTree).Insert(async);
+  OpenRequests(async->entry->openList).Append(async);
+  PeerRequests(peer->requestList).Append(async);
+  CountOpen(async, 1);
+  return async;
+}
+
+DirectAsync *OpenOfPeer(const Exchange &exchange, DirectPeer *peer) {
+  if (!HasRoom(exchange.ctx, peer)) return nullptr;
+  auto async = NewZeroed<DirectAsync>(exchange.ctx->param.memHandle);
+  return async && Fill(async.get(), exchange) ? Enlist(async.release(), peer) : nullptr;
+}
+
+}  // namespace
+
+DirectAsync *OpenAsync(const Exchange &exchange) {
+  DirectPeer *peer = FindOrNewPeer(exchange.ctx, exchange.session);
+  if (!peer) return nullptr;
+  DirectAsync *async = OpenOfPeer(exchange, peer);
+  if (async) {
+    async->once = RememberOpen(exchange, async);
+  } else {
+    FreePeerIfUnused(exchange.ctx, peer);
+  }
+  return async;
+}
+
+DirectAsync *FindDirectAsync(CoapRpcCtx *ctx, uintptr_t id) {
+  CoapRpcDirect *direct = DirectOf(ctx);
+  return direct ? Handles(direct->asyncTree).Find(&id) : nullptr;
+}
+
+void ReplyNow(DirectAsync *async, const Exchange &exchange) {
+  DirectPeer *peer = async->peer;
+  FillReply(async, exchange);
+  Remember(async, exchange.response);
+  Leave(async);
+  Free(async);
+  if (LinkIsAlone(peer->answeredList)) LinkRemove(peer->queuedLink);
+  FreePeerIfUnused(exchange.ctx, peer);
+}
+
+uint32_t AnswerDirect(CoapRpcCtx *ctx, const void *handle, const uint8_t *data, uint32_t len) {
+  DirectAsync *async = FindDirectAsync(ctx, reinterpret_cast<uintptr_t>(handle));
+  if (!async) return Code(kSiteAsyncNotPending);
+  CoapRpcPayload *answer = COAP_RpcNewPayload(ctx, data, len);
+  if (!answer) return Code(kSiteSendAsyncNoMemory);
+  SetReply(async, async->head, answer);
+  return 0;
+}
+
+uint32_t AbortDirect(CoapRpcCtx *ctx, const void *handle) {
+  DirectAsync *async = FindDirectAsync(ctx, reinterpret_cast<uintptr_t>(handle));
+  if (!async) return Code(kSiteAsyncNotPending);
+  SetReply(async, {CodeOf(503), COAP_RPC_DIRECT_NO_FORMAT}, nullptr);
+  return 0;
+}
+
+uint32_t FailDirect(DirectAsync *async, uint32_t code, const char *text) {
+  const auto len = static_cast<uint32_t>(text ? strnlen(text, kMaxAnswerInOneMessage) : 0);
+  CoapRpcPayload *answer = len != 0 ? COAP_RpcNewPayload(async->ctx, text, len) : nullptr;
+  if (len != 0 && !answer) return Code(kSiteFailAsyncNoMemory);
+  SetReply(async, {CodeOf(code), COAP_RPC_DIRECT_NO_FORMAT}, answer);
+  return 0;
+}
+
+bool NoteDirectNack(coap_session_t *session, const coap_pdu_t *sent, coap_nack_reason_t reason) {
+  CoapRpcCtx *ctx = CoapRpcLibRootOf(session);
+  CoapRpcDirect *direct = ctx ? DirectOf(ctx) : nullptr;
+  const bool isAnswer = direct && sent && coap_pdu_get_code(sent) >= COAP_RESPONSE_CODE_CREATED &&
+                        coap_session_get_type(session) != COAP_SESSION_TYPE_CLIENT;
+  if (!isAnswer) return false;
+  DirectPeer *peer = Peers(direct->peerTree).Find(&session);
+  if (!peer || reason != COAP_NACK_TOO_MANY_RETRIES) return true;
+  CoapRpcLibDropDelayed(session);
+  DropAnswered(peer);
+  FreePeerIfUnused(ctx, peer);
+  return true;
+}
+
+void DropDirectRequests(CoapRpcCtx *ctx, const DirectEntry *entry) {
+  if (!DirectOf(ctx)) return;
+  ForEachPeer(DirectOf(ctx), [=](DirectPeer *peer) { DropOfEntry(ctx, peer, entry); });
+}
+
+void ServeDirectAnswers(CoapRpcCtx *ctx) {
+  if (!DirectOf(ctx)) return;
+  QueuedPeers peers(DirectOf(ctx)->queuedPeerList);
+  bool isMore = false;
+  DirectPeer *next = nullptr;
+  for (DirectPeer *peer = peers.First(); peer; peer = next) {
+    next = peers.After(peer);
+    if (ServePeer(ctx, peer)) isMore = true;
+  }
+  if (isMore) CoapRpcLibWakeIn(ctx->lib->coapCtx, 0);
+}
+
+void TickDirect(CoapRpcCtx *ctx) {
+  if (!DirectOf(ctx)) return;
+  TrimOnce(ctx);
+  Entries entries(DirectOf(ctx)->entryList);
+  for (DirectEntry *entry = entries.First(); entry; entry = entries.After(entry)) {
+    TimeOutEntry(entry);
+  }
+}
+
+bool HasDirectRequests(const CoapRpcCtx *ctx) {
+  return DirectOf(ctx) && DirectOf(ctx)->numPeers != 0;
+}
+
+void StopDirect(CoapRpcCtx *ctx) {
+  if (!DirectOf(ctx)) return;
+  ForEachPeer(DirectOf(ctx), [=](DirectPeer *peer) { DropOfEntry(ctx, peer, nullptr); });
+  ForgetAllOnce(ctx);
+}
+
+void DropEndPointRequests(CoapRpcCtx *ctx, const coap_endpoint_t *endPoint) {
+  if (!DirectOf(ctx)) return;
+  CoapRpcLink closed = {};
+  ForEachPeer(DirectOf(ctx), [&](DirectPeer *peer) {
+    if (CoapRpcLibIsOfEndPoint(peer->session, endPoint) != 0) DropPeer(ctx, peer, closed);
+  });
+  OpenRequests(closed).Drain(TellClosed);
+}
+
+}  // namespace coap_rpc

@@ -1,0 +1,60 @@
+/* coap_rpc_lib_direct_data.h: the records of the room for direct entries. */
+#ifndef COAP_RPC_LIB_DIRECT_DATA_H
+#define COAP_RPC_LIB_DIRECT_DATA_H
+
+#include "coap_svc/rpc/coap_rpc_direct.h"
+#include "coap_svc/rpc/common/coap_rpc_list.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
+#include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct_once.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_exchange.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_entry.h"
+
+namespace coap_rpc {
+
+// ReplyHead is what an answer says before its payload.
+struct ReplyHead {
+  uint8_t code;     // as on the wire
+  uint16_t format;  // COAP_RPC_DIRECT_NO_FORMAT for none
+};
+
+// DirectEntry is what the room knows of an entry; the entry owns it.
+struct DirectEntry {
+  CoapRpcLink link;      // on Direct's entryList
+  CoapRpcLink openList;  // DirectAsync, the oldest first
+  CoapRpcSerUriVtbl *entry;
+  CoapRpcSerDirectParam param;  // without zeros that stand for defaults
+};
+
+// DirectCall is the request for which a callback is running.
+struct DirectCall {
+  const Exchange &exchange;
+  ReplyHead head;
+  uintptr_t async;  // handle; 0 for a synchronous request
+};
+
+}  // namespace coap_rpc
+
+// CoapRpcDirect is the room's record.
+struct CoapRpcDirect {
+  CoapRpcLink entryList;  // DirectEntry
+  coap_rpc::DirectCall *calling;
+  OSAL_AVL3_TREE asyncTree;    // DirectAsync by handle, owned
+  OSAL_AVL3_TREE peerTree;     // DirectPeer by session, owned
+  CoapRpcLink queuedPeerList;  // those with answers to send
+  uint32_t numPeers;
+  uint32_t numQueued;
+  CoapRpcLink bodyList;  // payloads owned by libcoap, the oldest first
+  uint32_t numBodies;
+  size_t numBodyBytes;
+  coap_rpc::OnceCache once;
+};
+
+namespace coap_rpc {
+
+inline DirectEntry *DirectEntryOf(const CoapRpcSerUriVtbl *entry) {
+  return static_cast<DirectEntry *>(entry->lib.direct);
+}
+
+}  // namespace coap_rpc
+
+#endif /* COAP_RPC_LIB_DIRECT_DATA_H */

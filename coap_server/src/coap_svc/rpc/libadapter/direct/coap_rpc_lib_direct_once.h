@@ -1,0 +1,56 @@
+/* coap_rpc_lib_direct_once.h: requests of direct entries that are known again when they arrive again.
+ *
+ * A record is
+ *
+ *   open       the application has been given the request and has not answered
+ *   answered   it has the answer, without what a repetition brings by itself: type, Message ID, token
+ *
+ * GET and FETCH have one while they are open.  Records are forgotten at their age, the oldest before
+ * when there are too many; an open one leaves its request without one. */
+#ifndef COAP_RPC_LIB_DIRECT_ONCE_H
+#define COAP_RPC_LIB_DIRECT_ONCE_H
+
+#include "coap_svc/rpc/common/coap_rpc_link.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_exchange.h"
+
+namespace coap_rpc {
+
+struct DirectAsync;
+struct OnceRecord;
+
+struct OnceCache {
+  OnceRecord **buckets;  // null until first used
+  CoapRpcLink list;      // the oldest first
+  uint32_t num;
+  size_t numBytes;
+  uint64_t numForgotten;  // before their time
+};
+
+// IsOnce says whether a request of this method must not be executed twice.
+bool IsOnce(uint8_t method);
+
+// FindOnce returns the record of a request that is here again; null for a new one.
+OnceRecord *FindOnce(const Exchange &exchange);
+
+// RepeatAnswer fills the response from a record; an open one leaves it empty.
+void RepeatAnswer(const OnceRecord *record, coap_pdu_t *response);
+
+// RememberAnswer notes the response to a request that was answered at once.
+void RememberAnswer(const Exchange &exchange);
+
+// RememberOpen notes a request that is open.  Returns null without memory.
+OnceRecord *RememberOpen(const Exchange &exchange, DirectAsync *async);
+
+// RememberLate notes the response to an open request; null is ignored.
+void RememberLate(CoapRpcCtx *ctx, OnceRecord *record, const coap_pdu_t *response);
+
+// ForgetOnce frees a record; null is ignored.  ForgetAllOnce frees all, and the table.
+void ForgetOnce(CoapRpcCtx *ctx, OnceRecord *record);
+void ForgetAllOnce(CoapRpcCtx *ctx);
+
+// TrimOnce forgets what is too old or too much.
+void TrimOnce(CoapRpcCtx *ctx);
+
+}  // namespace coap_rpc
+
+#endif /* COAP_RPC_LIB_DIRECT_ONCE_H */

@@ -1,0 +1,226 @@
+// Requests to direct entries that arrive again.
+#include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct_data.h"
+#include "direct_server.h"
+
+namespace coap_rpc_test {
+namespace {
+
+class Once : public Direct {
+ protected:
+  uint32_t NumRemembered() const { return Ctx()->lib->direct->once.num; }
+  size_t NumBytes() const { return Ctx()->lib->direct->once.numBytes; }
+};
+
+TEST_F(Once, EachUnsafeMethod_SameAnswerNoSecondCall) {
+  ServeDirect(kModeSync, ParamWith(COAP_RPC_ALLOW_ALL));
+  for (const uint8_t method : {kCodePost, kCodePut, kCodeDelete, kCodePatch, kCodeIpatch}) {
+    for (const CoapType type : {CoapType::kCon, CoapType::kNon}) {
+      app_.payloads.clear();
+      app_.out = "first";
+      app_.onCall = [&] { COAP_RpcSerSetAnswer(Ctx(), 201, 50); };
+      const CoapMessage request = Message(method, "q", type);
+      const CoapMessage answer = Ask(request);
+      app_.out = "second";
+      EXPECT_EQ(ToBytes(Ask(request)), ToBytes(answer));
+      EXPECT_EQ(ToBytes(Ask(request)), ToBytes(answer));
+      EXPECT_EQ(app_.payloads.size(), 1u) << int{method};
+    }
+  }
+}
+
+TEST_F(Once, GetAndFetch_AreAskedAgain) {
+  ServeDirect(kModeSync, ParamWith(COAP_RPC_ALLOW_ALL));
+  for (const uint8_t method : {kCodeGet, kCodeFetch}) {
+    app_.payloads.clear();
+    const CoapMessage request = Message(method, "q").AddUint(kOptContentFormat, 0);
+    Ask(request);
+    Ask(request);
+    EXPECT_EQ(app_.payloads.size(), 2u);
+  }
+  EXPECT_EQ(NumRemembered(), 0u);
+}
+
+TEST_F(Once, OtherNumberTokenPortOrMethod_IsAnotherRequest) {
+  ServeDirect(kModeSync, ParamWith(COAP_RPC_ALLOW_ALL));
+  RawPeer other;
+  other.SetRemote(Address());
+  CoapMessage post = Message(kCodePost, "q");
+  Ask(post);
+  Ask(other, post);
+  post.token = {0xAB};
+  Ask(post);
+  post.token = {0xAB, 0xCE};
+  Ask(post);
+  ++post.messageId;
+  Ask(post);
+  post.code = kCodePut;
+  Ask(post);
+  EXPECT_EQ(app_.payloads.size(), 6u);
+  EXPECT_EQ(NumRemembered(), 6u);
+}
+
+TEST_F(Once, ErrorsAreRememberedToo) {
+  ServeDirect(kModeSync);
+  app_.result = -5;
+  const CoapMessage post = Message(kCodePost);
+  EXPECT_EQ(Ask(post).code, Code(5, 0));
+  app_.result = 0;
+  EXPECT_EQ(Ask(post).code, Code(5, 0));
+  EXPECT_EQ(app_.payloads.size(), 1u);
+}
+
+TEST_F(Once, KnownForTheLifetimeOfTheType) {
+  ServeDirect(kModeSync);
+  const std::pair<CoapType, uint64_t> kCases[] = {{CoapType::kCon, kExchangeLifetimeMs},
+                                                  {CoapType::kNon, kNonLifetimeMs}};
+  for (const auto &[type, lifetimeMs] : kCases) {
+    app_.payloads.clear();
+    const CoapMessage post = Message(kCodePost, "q", type);
+    Ask(post);
+    const uint64_t sinceMs = TestHost::Process().ElapsedMs();
+    host_.AdvanceMs(lifetimeMs - 1000);
+    Ask(post);
+    EXPECT_EQ(app_.payloads.size(), 1u);
+    host_.AdvanceMs(lifetimeMs + 200 - (TestHost::Process().ElapsedMs() - sinceMs));
+    Ask(post);
+    EXPECT_EQ(app_.payloads.size(), 2u);
+  }
+  EXPECT_EQ(COAP_RpcGetForgottenNum(Ctx()), 0u);
+}
+
+TEST_F(Once, ExpiredRecordsAreFreedWithoutRequests) {
+  ServeDirect(kModeSync);
+  Ask(Message(kCodePost));
+  EXPECT_EQ(NumRemembered(), 1u);
+  host_.AdvanceMs(kExchangeLifetimeMs + 200);
+  EXPECT_EQ(NumRemembered(), 0u);
+  EXPECT_EQ(NumBytes(), 0u);
+}
+
+TEST_F(Once, LargeAnswer_FirstBlockAgainAndTheRest) {
+  ServeDirect(kModeSync);
+  app_.out = std::string(3000, 'x');
+  const CoapMessage post = Message(kCodePost, "q");
+  const CoapMessage first = Ask(post);
+  EXPECT_EQ(ToBytes(Ask(post)), ToBytes(first));
+  EXPECT_EQ(app_.payloads.size(), 1u);
+  const CoapMessage last = Ask(Message(kCodePost).AddBlock(kOptBlock2, {2, false, 6}));
+  EXPECT_EQ(last.payload.size(), 3000u - 2048u);
+}
+
+// ---- asynchronous ----
+
+TEST_F(Once, OpenRequest_EmptyAckAgain) {
+  ServeDirect(kModeAsync);
+  for (const uint8_t method : {kCodePost, kCodeGet}) {
+    const CoapMessage request = Message(method, "q");
+    void *handle = AskOpen(request);
+    ExpectEmptyAck(Ask(request), request);
+    ExpectEmptyAck(Ask(request), request);
+    Send(handle, "later");
+    EXPECT_EQ(NextAnswer().Text(), "later");
+  }
+  EXPECT_EQ(app_.payloads.size(), 2u);
+}
+
+TEST_F(Once, OpenNonRequest_Silence) {
+  ServeDirect(kModeAsync);
+  const CoapMessage request = Message(kCodePost, "q", CoapType::kNon);
+  AskOpen(request);
+  peer_.Send(request);
+  ExpectSilence(peer_);
+  EXPECT_EQ(app_.payloads.size(), 1u);
+}
+
+TEST_F(Once, AnsweredSeparately_TheAnswerAgain) {
+  ServeDirect(kModeAsync);
+  const CoapMessage post = Message(kCodePost, "q");
+  void *handle = AskOpen(post);
+  COAP_RpcSerSetAsyncAnswer(Ctx(), handle, 201, 50);
+  Send(handle, "{}");
+  NextAnswer();
+  EXPECT_EQ(Ask(post), AnswerTo(post, Code(2, 1), "{}").AddUint(kOptContentFormat, 50));
+  EXPECT_EQ(app_.payloads.size(), 1u);
+}
+
+TEST_F(Once, AnsweredInTheCallback_TheAnswerAgain) {
+  ServeDirect(kModeAsync);
+  app_.onCall = [&] { Send(app_.handles.back(), "now"); };
+  const CoapMessage post = Message(kCodePost, "q");
+  const CoapMessage answer = Ask(post);
+  EXPECT_EQ(Ask(post), answer);
+  EXPECT_EQ(app_.payloads.size(), 1u);
+}
+
+TEST_F(Once, TimedOut_504Again) {
+  ServeDirect(kModeAsync, ParamWith(0, 500));
+  const CoapMessage post = Message(kCodePost, "q");
+  AskOpen(post);
+  EXPECT_EQ(NextAnswer().code, Code(5, 4));
+  EXPECT_EQ(Ask(post).code, Code(5, 4));
+  EXPECT_EQ(app_.payloads.size(), 1u);
+}
+
+TEST_F(Once, AnsweredGet_IsForgotten) {
+  ServeDirect(kModeAsync);
+  const CoapMessage get = Message(kCodeGet, "q");
+  Send(AskOpen(get), "later");
+  NextAnswer();
+  EXPECT_EQ(NumRemembered(), 0u);
+  AskOpen(get);
+}
+
+TEST_F(Once, RefusedForLackOfRoom_IsNotRemembered) {
+  ServeDirect(kModeAsync);
+  Ctx()->lib->numOpenAsync = COAP_RPC_MAX_OPEN_ASYNC;
+  const CoapMessage post = Message(kCodePost, "q");
+  EXPECT_EQ(Ask(post).code, Code(5, 3));
+  Ctx()->lib->numOpenAsync = 0;
+  AskOpen(post);
+}
+
+// ---- bounds ----
+
+TEST_F(Once, MoreThanTheMaximum_OldestForgottenAndCounted) {
+  ServeDirect(kModeSync);
+  host_.Logs().SuppressBelow(KST_LOG_ERROR + 1);
+  COAP_RpcSetLibLogLevel(Ctx(), 0);
+  const auto requestOf = [](uint16_t mid) {
+    return Request(CoapType::kNon, kCodePost, mid, {1}).AddPath("a/b");
+  };
+  constexpr uint32_t kNum = COAP_RPC_MAX_REMEMBERED + 10;
+  for (uint32_t i = 0; i < kNum; ++i) Ask(requestOf(static_cast<uint16_t>(i)));
+  EXPECT_EQ(NumRemembered(), COAP_RPC_MAX_REMEMBERED);
+  EXPECT_EQ(COAP_RpcGetForgottenNum(Ctx()), 10u);
+  Ask(requestOf(10));
+  EXPECT_EQ(app_.payloads.size(), kNum) << "the oldest that is left";
+  Ask(requestOf(9));
+  EXPECT_EQ(app_.payloads.size(), kNum + 1);
+}
+
+TEST_F(Once, MoreThanTheMaximumOfBytes_OldestForgottenAndCounted) {
+  ServeDirect(kModeSync);
+  app_.out = std::string(1000, 'x');
+  for (int i = 0; i < 5000; ++i) Ask(Message(kCodePost, "", CoapType::kNon));
+  EXPECT_LE(NumBytes(), COAP_RPC_MAX_REMEMBERED_BYTES);
+  EXPECT_GT(NumBytes(), COAP_RPC_MAX_REMEMBERED_BYTES - 2000);
+  EXPECT_EQ(COAP_RpcGetForgottenNum(Ctx()) + NumRemembered(), 5000u);
+}
+
+TEST_F(Once, ForgottenWhileOpen_IsStillAnswered) {
+  ServeDirect(kModeAsync, ParamWith(0, 1000000));
+  const CoapMessage post = Message(kCodePost, "q");
+  void *handle = AskOpen(post);
+  ForgetAllOnce(Ctx());
+  AskOpen(post);
+  Send(handle, "later");
+  EXPECT_EQ(NextAnswer().Text(), "later");
+}
+
+TEST_F(Once, ForgottenNum_WithoutInstanceOrDirectEntry) {
+  EXPECT_EQ(COAP_RpcGetForgottenNum(nullptr), 0u);
+  EXPECT_EQ(COAP_RpcGetForgottenNum(Ctx()), 0u);
+}
+
+}  // namespace
+}  // namespace coap_rpc_test

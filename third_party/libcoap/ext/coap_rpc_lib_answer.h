@@ -1,0 +1,32 @@
+/* coap_rpc_lib_answer.h: what an answer needs of libcoap's internal headers. */
+#ifndef COAP_RPC_LIB_ANSWER_H
+#define COAP_RPC_LIB_ANSWER_H
+
+#include <coap3/coap.h>
+
+#include "coap_svc/rpc/coap_rpc_types.h"
+
+COAP_RPC_C_BEGIN
+
+/* CoapRpcLibContent is what a message has after its token: options, and payload with its marker. */
+typedef struct CoapRpcLibContent {
+  const uint8_t *bytes;
+  uint16_t len;
+  uint16_t payloadAt; /* 0: no payload */
+} CoapRpcLibContent;
+
+/* CoapRpcLibGetContent borrows a message's content.  CoapRpcLibSetContent gives it to a message that
+ * has a token and no more.  Returns 0 without memory or room. */
+CoapRpcLibContent CoapRpcLibGetContent(const coap_pdu_t *pdu);
+int CoapRpcLibSetContent(coap_pdu_t *pdu, const CoapRpcLibContent *content);
+
+/* CoapRpcLibRefuseObserver makes a registration an ordinary GET: the response has no Observe option
+ * and the session does not observe. */
+void CoapRpcLibRefuseObserver(coap_resource_t *resource, coap_session_t *session,
+                              const coap_pdu_t *request, coap_pdu_t *response);
+
+/* CoapRpcLibIsOfEndPoint says whether a session is a peer of an endpoint. */
+int CoapRpcLibIsOfEndPoint(const coap_session_t *session, const coap_endpoint_t *endPoint);
+
+COAP_RPC_C_END
+#endif /* COAP_RPC_LIB_ANSWER_H */
