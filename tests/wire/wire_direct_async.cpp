@@ -314,14 +314,14 @@ TEST_F(DirectAsyncTest, DetachedWhileTheListenStays_503) {
 
 TEST_F(DirectAsyncTest, Uninit_WithOpenAndAnsweredRequests) {
   ServeDirect(kModeAsync, ParamWith(0));
-  AskOpen(Message(kCodePost));
-  Send(AskOpen(Message(kCodePost)), std::string(5000, 'x'));
-  Send(AskOpen(Message(kCodeGet)), std::string(5000, 'x'));
+  for (int i = 0; i < 4; ++i) AskOpen(Message(i % 2 == 0 ? kCodePost : kCodeGet));
+  Send(app_.handles[0], std::string(5000, 'x'));
+  Send(app_.handles[1], std::string(5000, 'x'));
   Tick();
-  Send(AskOpen(Message(kCodePost)), "x");
+  Send(app_.handles[2], "x");
   instance_->Stop();
   EXPECT_TRUE(app_.ends.empty());
-  EXPECT_EQ(host_.Pool().NumLive(), 0u);
+  EXPECT_EQ(host_.Pool().LiveCount(), 0u);
 }
 
 TEST_F(DirectAsyncTest, PeerThatResets_LosesTheAnswerAlone) {
