@@ -17,9 +17,9 @@ inline constexpr uint64_t kExchangeLifetimeMs = 247000, kNonLifetimeMs = 145000;
 struct DirectApp {
   std::vector<std::string> payloads;
   std::vector<void *> handles;
-  std::string out;                      // written by onRequest
-  std::optional<int32_t> result;        // of onRequest; none: the length of `out`
-  std::function<void()> onCall;         // inside either callback
+  std::string out;                // written by onRequest
+  std::optional<int32_t> result;  // of onRequest; none: the length of `out`
+  std::function<void()> onCall;   // inside either callback
   std::vector<std::pair<void *, uint32_t>> ends;
   std::function<void()> onEnd;
   bool isTerminated = true;

@@ -170,7 +170,8 @@ TEST_F(DirectSync, SetAnswer_BadArguments) {
   ServeDirect(kModeSync);
   EXPECT_EQ(COAP_RpcSerSetAnswer(Ctx(), 205, 0), 1900001470u);
   app_.onCall = [&] {
-    for (const uint32_t code : {0u, 1u, 200u, 206u, 231u, 305u, 399u, 432u, 499u, 532u, 600u, ~0u}) {
+    for (const uint32_t code :
+         {0u, 1u, 200u, 206u, 231u, 305u, 399u, 432u, 499u, 532u, 600u, ~0u}) {
       EXPECT_EQ(COAP_RpcSerSetAnswer(Ctx(), code, 0), 1900001471u) << code;
     }
     EXPECT_EQ(COAP_RpcSerSetAnswer(Ctx(), 205, 65536), 1900001471u);
@@ -312,8 +313,8 @@ class DirectBlocks : public Direct {
     const size_t size = size_t{16} << szx;
     for (uint32_t num = 0;; ++num) {
       const bool more = (num + 1) * size < body.size();
-      last_ = Message(kCodePost, body.substr(num * size, size))
-                  .AddBlock(kOptBlock1, {num, more, szx});
+      last_ =
+          Message(kCodePost, body.substr(num * size, size)).AddBlock(kOptBlock1, {num, more, szx});
       const CoapMessage answer = Ask(last_);
       if (!more) return answer;
       EXPECT_EQ(answer.code, Code(2, 31));
@@ -432,6 +433,8 @@ TEST_F(DirectBlocks, TooManyBodies_OldestEnds) {
 
 // ---- observers ----
 
+int32_t CompareKeys(const void *a, const void *b) { return memcmp(a, b, 4); }
+
 TEST_F(DirectSync, Observe_WithoutRecord_IsAnOrdinaryGet) {
   key_.observe = 1;
   ServeDirect(kModeSync);
@@ -446,14 +449,37 @@ TEST_F(DirectSync, Observe_WithoutRecord_IsAnOrdinaryGet) {
   ExpectSilence(peer_);
 }
 
+TEST_F(DirectSync, Observe_ByFetchOrPost_IsAnOrdinaryRequest) {
+  CoapRpcSerObVtblReg record = {};
+  record.keyLen = 4;
+  record.tupleKeyCmp = CompareKeys;
+  key_.observe = 1;
+  Serve(key_, DirectReg(kModeSync), &record);
+  const CoapRpcSerDirectParam param = ParamWith(COAP_RPC_ALLOW_ALL);
+  EXPECT_EQ(COAP_RpcSerSetDirect(Ctx(), &key_, &param), 0u);
+  app_.out = "x";
+  for (const uint8_t method : {kCodeFetch, kCodePost}) {
+    const CoapMessage answer = Ask(Message(method).Add(kOptObserve).AddUint(kOptContentFormat, 0));
+    EXPECT_EQ(answer.Text(), "x");
+    EXPECT_FALSE(answer.Has(kOptObserve));
+  }
+}
+
+TEST_F(DirectSync, LoggedInDetailAsAnyRequest) {
+  ServeDirect(kModeSync);
+  COAP_RpcLogRegUri(Ctx(), "a/b");
+  Ask(Message(kCodePost, "hello"));
+  const std::vector<LogRecord> records = host_.Logs().OfKind(LogKind::kSysLog);
+  ASSERT_EQ(records.size(), 1u);
+  EXPECT_EQ(records[0].text, "[CoapRpc]get request success, uri:a/b, len:5, payload:hello.");
+}
+
 TEST_F(DirectSync, Observe_NotObservable_IsAnOrdinaryGet) {
   ServeDirect(kModeSync);
   app_.out = "x";
   const CoapMessage get = Message(kCodeGet).Add(kOptObserve);
   EXPECT_EQ(Ask(get), AnswerTo(get, Code(2, 5), "x"));
 }
-
-int32_t CompareKeys(const void *a, const void *b) { return memcmp(a, b, 4); }
 
 TEST_F(DirectSync, Observe_WithRecord_FirstAnswerIs205) {
   CoapRpcSerObVtblReg record = {};

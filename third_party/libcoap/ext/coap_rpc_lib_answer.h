@@ -15,8 +15,8 @@ typedef struct CoapRpcLibContent {
   uint16_t payloadAt; /* 0: no payload */
 } CoapRpcLibContent;
 
-/* CoapRpcLibGetContent borrows a message's content.  CoapRpcLibSetContent gives it to a message that
- * has a token and no more.  Returns 0 without memory or room. */
+/* CoapRpcLibGetContent borrows a message's content.  CoapRpcLibSetContent gives it to a message
+ * that has a token and no more.  Returns 0 without memory or room. */
 CoapRpcLibContent CoapRpcLibGetContent(const coap_pdu_t *pdu);
 int CoapRpcLibSetContent(coap_pdu_t *pdu, const CoapRpcLibContent *content);
 

@@ -9,19 +9,19 @@
  * type and packet type its key has; other entries of the URI get none of them, except registrations
  * of observers (see COAP_RpcSerSetDirect).  `payload` is never null.
  *
- * An answer has the code 2.05 for GET and FETCH and 2.04 for the other methods, no Content-Format and
- * no Uri-Path, unless COAP_RpcSerSetAnswer says otherwise.  One that is larger than a message goes
- * block-wise.  Also sent:
+ * An answer has the code 2.05 for GET and FETCH and 2.04 for the other methods, no Content-Format
+ * and no Uri-Path, unless COAP_RpcSerSetAnswer says otherwise.  One that is larger than a message
+ * goes block-wise.  Also sent:
  *
  *   4.05   the method is not allowed          5.00   onRequest failed, or its result is too long
  *   4.08   later block of an answer that is   5.01   the entry has no callback for its mode
  *          no longer there (GET, FETCH: the   5.03   too many requests open, or no memory
  *          callback is asked again)           5.04   no asynchronous answer in time
  *
- * A POST, PUT, DELETE, PATCH or iPATCH that arrives again, that is, with the same Message ID and token
- * from the same address and port, calls no callback: it gets the answer of the first one, or an empty
- * acknowledgement while that is open.  Requests are known for 247 s (CON) or 145 s (NON), see
- * COAP_RpcGetForgottenNum.  GET and FETCH are known only while they are open. */
+ * A POST, PUT, DELETE, PATCH or iPATCH that arrives again, that is, with the same Message ID and
+ * token from the same address and port, calls no callback: it gets the answer of the first one, or
+ * an empty acknowledgement while that is open.  Requests are known for 247 s (CON) or 145 s (NON),
+ * see COAP_RpcGetForgottenNum.  GET and FETCH are known only while they are open. */
 #ifndef COAP_RPC_DIRECT_H
 #define COAP_RPC_DIRECT_H
 
@@ -51,7 +51,8 @@ enum {
 };
 
 /* CoapRpcSerOnAsyncEnd hears of a request of a direct entry that the application has not answered
- * and can answer no more: `async` is not pending any longer.  Not called once COAP_RpcUninit has begun.
+ * and can answer no more: `async` is not pending any longer.  Not called once COAP_RpcUninit has
+ * begun.
  *
  * Called from the I/O task, or by COAP_RpcSerUnsetUri or COAP_RpcSerSetUri when it closes a listen.
  * May call any function of the library except COAP_RpcUninit.
@@ -67,22 +68,22 @@ typedef struct CoapRpcSerDirectParam {
   CoapRpcSerOnAsyncEnd onAsyncEnd; /* optional */
 } CoapRpcSerDirectParam;
 
-/* COAP_RpcSerSetDirect makes a registered entry direct, attached or not; it stays so.  Set again, the
- * new parameters replace the former ones, also for requests that are open.
+/* COAP_RpcSerSetDirect makes a registered entry direct, attached or not; it stays so.  Set again,
+ * the new parameters replace the former ones, also for requests that are open.
  *
  * The `out` buffer of onRequest is NOT zeroed for a direct entry: the handler writes all that it
  * returns.  A negative result, -1 included, is a failure; 0 is an answer without payload.
  *
  * Several direct entries of one URI: each serves its own listen, and the one attached first serves
- * the listens that have none.  While no direct entry of a URI is attached, its other entries are served
- * as ever.
+ * the listens that have none.  While no direct entry of a URI is attached, its other entries are
+ * served as ever.
  *
  * A GET with the Observe option goes to the entry with an observe record that its key finds, and is
  * served as ever, but for a direct entry with 2.05 in place of 2.01; so are the notifications.
  * Without such an entry the answer is an ordinary one: no Observe option, no observer.
  *
- * COAP_RpcSerUnsetUri: a request that is still open then gets 5.03 when it is answered, or ends with
- * COAP_RPC_ASYNC_CLOSED when its listen is closed.
+ * COAP_RpcSerUnsetUri: a request that is still open then gets 5.03 when it is answered, or ends
+ * with COAP_RPC_ASYNC_CLOSED when its listen is closed.
  *
  *   param   copied; null: the defaults
  *
@@ -91,9 +92,9 @@ typedef struct CoapRpcSerDirectParam {
 COAP_RPC_API uint32_t COAP_RpcSerSetDirect(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
                                            const CoapRpcSerDirectParam *param);
 
-/* COAP_RpcSerSetAnswer sets code and Content-Format of the answer to the request for which a callback
- * of a direct entry is running; the last call counts.  In onAsyncRequest it is for the answer that
- * COAP_RpcSerSendAsyncResponse sends, then or later.
+/* COAP_RpcSerSetAnswer sets code and Content-Format of the answer to the request for which a
+ * callback of a direct entry is running; the last call counts.  In onAsyncRequest it is for the
+ * answer that COAP_RpcSerSendAsyncResponse sends, then or later.
  *
  *   code            class x 100 + detail: 201 to 205, 400 to 431, 500 to 531
  *   contentFormat   of the payload, as IANA numbers them (0 text, 50 JSON), or
@@ -125,7 +126,7 @@ enum { COAP_RPC_DIRECT_ETAG_SIZE = 8 };
 
 /* CoapRpcSerRequest is what COAP_RpcSerGetRequest tells of a request. */
 typedef struct CoapRpcSerRequest {
-  uint32_t method;        /* as on the wire: 1 GET, 2 POST, 3 PUT, 4 DELETE, 5 FETCH, 6 PATCH, 7 iPATCH */
+  uint32_t method; /* as on the wire: 1 GET, 2 POST, 3 PUT, 4 DELETE, 5 FETCH, 6 PATCH, 7 iPATCH */
   uint32_t isConfirmable; /* 1 CON, 0 NON */
   uint32_t contentFormat; /* COAP_RPC_DIRECT_NO_FORMAT: none */
   uint32_t accept;        /* likewise */
@@ -140,8 +141,8 @@ typedef struct CoapRpcSerRequest {
  * Returns 0 or:  1900001478 null argument (asserted)     1900001479 no such callback is running */
 COAP_RPC_API uint32_t COAP_RpcSerGetRequest(CoapRpcCtx *ctx, CoapRpcSerRequest *out);
 
-/* COAP_RpcSerGetQuery gives the value of the request's first Uri-Query option `name=value`; "" for an
- * option that is the name alone.  Not percent-encoded: bytes as they were sent.
+/* COAP_RpcSerGetQuery gives the value of the request's first Uri-Query option `name=value`; "" for
+ * an option that is the name alone.  Not percent-encoded: bytes as they were sent.
  *
  *   out, size   for the value and a NUL
  *
@@ -150,13 +151,14 @@ COAP_RPC_API uint32_t COAP_RpcSerGetRequest(CoapRpcCtx *ctx, CoapRpcSerRequest *
 COAP_RPC_API uint32_t COAP_RpcSerGetQuery(CoapRpcCtx *ctx, const char *name, char *out,
                                           uint32_t size);
 
-/* COAP_RPC_MAX_REMEMBERED, COAP_RPC_MAX_REMEMBERED_BYTES: how many requests an instance knows again,
- * and the memory for them and their answers.  The oldest are forgotten first. */
+/* COAP_RPC_MAX_REMEMBERED, COAP_RPC_MAX_REMEMBERED_BYTES: how many requests an instance knows
+ * again, and the memory for them and their answers.  The oldest are forgotten first. */
 #define COAP_RPC_MAX_REMEMBERED 16384u
 #define COAP_RPC_MAX_REMEMBERED_BYTES 4194304u
 
-/* COAP_RpcGetForgottenNum counts the requests that were forgotten before their time, since there were
- * too many or no memory: arriving again, they would be executed again.  0 for a null instance. */
+/* COAP_RpcGetForgottenNum counts the requests that were forgotten before their time, since there
+ * were too many or no memory: arriving again, they would be executed again.  0 for a null instance.
+ */
 COAP_RPC_API uint64_t COAP_RpcGetForgottenNum(const CoapRpcCtx *ctx);
 
 COAP_RPC_C_END

@@ -113,7 +113,7 @@ inline constexpr uint32_t kMaxRemembered = COAP_RPC_MAX_REMEMBERED;
 inline constexpr size_t kMaxRememberedBytes = COAP_RPC_MAX_REMEMBERED_BYTES;
 inline constexpr uint32_t kMaxDirectPeers = 16384;  // with requests open or answers queued
 inline constexpr uint32_t kMaxBodies = 4096;
-inline constexpr size_t kMaxBodyBytes = size_t{32} * 1024 * 1024;
+inline constexpr size_t kMaxBodyBytes = size_t{32768} * 1024;
 
 // Texts, bytes with terminator.
 inline constexpr size_t kLogTextSize = 1024;

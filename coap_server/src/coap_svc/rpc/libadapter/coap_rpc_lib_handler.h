@@ -1,10 +1,10 @@
 /* coap_rpc_lib_handler.h: the front door, where libcoap hands the adapter requests and events.
  *
- * Behind it are four rooms.  A request whose URI has a direct entry goes to direct, any other one to
+ * Behind it are four rooms.  A request whose URI has a direct entry goes to direct, any other to
  * serve; of a GET with the Observe option publish has a part as well: first the request is served,
  * then the observer.  An event goes to the room that the message or session belongs to: publish for
- * notifications, direct and serve for asynchronous answers,
- * call for all else.  Responses go to call directly. */
+ * notifications, direct and serve for asynchronous answers, call for all else.  Responses go to
+ * call directly. */
 #ifndef COAP_RPC_LIB_HANDLER_H
 #define COAP_RPC_LIB_HANDLER_H
 

@@ -18,9 +18,6 @@
 namespace coap_rpc {
 namespace {
 
-constexpr uint32_t kModeMask = 0x03;
-constexpr uint32_t kModeSync = 0;
-constexpr uint32_t kModeAsync = 1;
 constexpr uint32_t kIsObserve = 2;
 
 // Requests that have fewer bytes are copied to the stack.
@@ -33,6 +30,10 @@ constexpr uint8_t kOfferedMethods[] = {COAP_REQUEST_CODE_PUT, COAP_REQUEST_CODE_
 
 using Entries = COAP_RPC_LIST(DirectEntry, link);
 using ResEntries = COAP_RPC_LIST(CoapRpcSerUriVtbl, resLink);
+
+uint8_t MethodOf(const Exchange &exchange) {
+  return static_cast<uint8_t>(coap_pdu_get_code(exchange.request));
+}
 
 // ---- look-up ----
 
@@ -85,17 +86,13 @@ bool HasObserveRecord(const Exchange &exchange) {
 // IsForObservers says whether publish answers the request.  Else nobody observes.
 bool IsForObservers(const Exchange &exchange) {
   if (COAP_RpcCheckObserveOption(exchange.request) == 0) return false;
-  if (HasObserveRecord(exchange)) return true;
+  if (MethodOf(exchange) == COAP_REQUEST_CODE_GET && HasObserveRecord(exchange)) return true;
   CoapRpcLibRefuseObserver(exchange.resource, exchange.session, exchange.request,
                            exchange.response);
   return false;
 }
 
 // ---- calling the application ----
-
-uint8_t MethodOf(const Exchange &exchange) {
-  return static_cast<uint8_t>(coap_pdu_get_code(exchange.request));
-}
 
 CoapRpcSerReqInfo ReqInfoOf(const Exchange &exchange) {
   CoapRpcSerReqInfo info = {};
@@ -164,9 +161,8 @@ void AnswerAsync(const Exchange &exchange, uint8_t *payload, uint32_t len) {
 
 void RunMode(const Exchange &exchange, uint8_t *payload, uint32_t len) {
   const CoapRpcSerVtblReg &reg = exchange.entry->reg;
-  const uint32_t mode = reg.mode & kModeMask;
-  COAP_RPC_DEBUG(exchange.ctx, "[CoapRpc]direct request, uri:%s, method:%u, mode:%u, len:%u.\n",
-                 UriText(exchange.entry->key.uri).c_str(), MethodOf(exchange), mode, len);
+  const uint32_t mode = ModeOf(exchange.entry);
+  LogRequest(exchange, payload, len);
   if (mode == kModeSync && reg.onRequest) {
     AnswerSync(exchange, payload, len);
   } else if (mode == kModeAsync && reg.onAsyncRequest) {

@@ -1,20 +1,20 @@
 /* coap_rpc_lib_direct.h: requests of direct entries, from libcoap to the application and back.
  *
- * A request comes in by the front door (GET, POST) or by the handler of the other methods, which its
- * resource has while a direct entry is attached.  It is
+ * A request comes in by the front door (GET, POST) or by the handler of the other methods, which
+ * its resource has while a direct entry is attached.  It is
  *
  *   refused      its method is not allowed, or its entry has no callback
  *   known        at-most-once has seen it: the answer is given again, no callback
  *   answered     the callback has run; its reply is the response, which at-most-once remembers
  *   open         the callback has a handle and has not answered: the response is empty
  *
- * An open request becomes answered by the application or by its deadline and is sent by the turn that
- * follows (coap_rpc_lib_direct_async.h).  A reply is a code, a format and a payload, whoever made it
- * (coap_rpc_lib_direct_reply.h).  What bounds it all is in coap_rpc_limits.h: open requests, queued
- * answers, sessions of peers, payloads that travel in blocks, requests remembered.
+ * An open request becomes answered by the application or by its deadline and is sent by the turn
+ * that follows (coap_rpc_lib_direct_async.h).  A reply is a code, a format and a payload, whoever
+ * made it (coap_rpc_lib_direct_reply.h).  What bounds it all is in coap_rpc_limits.h: open
+ * requests, queued answers, sessions of peers, payloads that travel in blocks, requests remembered.
  *
- * The room has one record in the adapter's, made for the first direct entry, and one for each direct
- * entry.  Instances without any pay one comparison for a request. */
+ * The room has one record in the adapter's, made for the first direct entry, and one for each
+ * direct entry.  Instances without any pay one comparison for a request. */
 #ifndef COAP_RPC_LIB_DIRECT_H
 #define COAP_RPC_LIB_DIRECT_H
 

@@ -6,12 +6,12 @@
  *   answered   it has a reply, which another one may replace
  *
  * Answered inside the callback, the reply is the response to the request.  Otherwise the turn's end
- * sends it as a message of its own, on the session and with the token that asked, and the handle ends.
- * libcoap gets kMaxAnswersInLibcoap of a session at a time; the others stay answered.
+ * sends it as a message of its own, on the session and with the token that asked, and the handle
+ * ends. libcoap gets kMaxAnswersInLibcoap of a session at a time; the others stay answered.
  *
- * A peer is a session with requests: it is kept as long as it has any, and dropped with them when its
- * listen is closed.  A peer that acknowledges nothing loses its queued answers.  Handles are numbers,
- * counted together with those of base entries. */
+ * A peer is a session with requests: it is kept as long as it has any, and dropped with them when
+ * its listen is closed.  A peer that acknowledges nothing loses its queued answers.  Handles are
+ * numbers, counted together with those of base entries. */
 #ifndef COAP_RPC_LIB_DIRECT_ASYNC_H
 #define COAP_RPC_LIB_DIRECT_ASYNC_H
 
@@ -41,11 +41,11 @@ struct DirectAsync {
   CoapRpcCtx *ctx;
   DirectEntry *entry;
   DirectPeer *peer;
-  coap_pdu_t *request;  // owned, without payload
-  OnceRecord *once;     // null when forgotten
+  coap_pdu_t *request;     // owned, without payload
+  OnceRecord *once;        // null when forgotten
   CoapRpcPayload *answer;  // owned; null for none
-  ReplyHead head;       // of the answer that the application will give
-  ReplyHead answerHead;  // of the one that it has given
+  ReplyHead head;          // of the answer that the application will give
+  ReplyHead answerHead;    // of the one that it has given
   bool isAnswered;
 };
 
@@ -57,8 +57,8 @@ DirectAsync *FindDirectAsync(CoapRpcCtx *ctx, uintptr_t id);
 // ReplyNow ends an answered request, whose own response is the answer.
 void ReplyNow(DirectAsync *async, const Exchange &exchange);
 
-// AnswerDirect and AbortDirect are COAP_RpcSerSendAsyncResponse and COAP_RpcSerAbortAsyncResponse for
-// the handle of a direct entry.
+// AnswerDirect and AbortDirect are COAP_RpcSerSendAsyncResponse and COAP_RpcSerAbortAsyncResponse
+// for the handle of a direct entry.
 uint32_t AnswerDirect(CoapRpcCtx *ctx, const void *handle, const uint8_t *data, uint32_t len);
 uint32_t AbortDirect(CoapRpcCtx *ctx, const void *handle);
 

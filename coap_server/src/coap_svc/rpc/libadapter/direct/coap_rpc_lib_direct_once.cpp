@@ -218,8 +218,8 @@ OnceRecord *RememberOpen(const Exchange &exchange, DirectAsync *async) {
 void RememberLate(CoapRpcCtx *ctx, OnceRecord *record, const coap_pdu_t *response) {
   if (!record) return;
   OnceCache &cache = CacheOf(ctx);
-  auto *answer = static_cast<uint8_t *>(
-      PoolAlloc(ctx->param.memHandle, CoapRpcLibGetContent(response).len));
+  auto *answer =
+      static_cast<uint8_t *>(PoolAlloc(ctx->param.memHandle, CoapRpcLibGetContent(response).len));
   if (!answer) {
     ++cache.numForgotten;
     ForgetOnce(ctx, record);

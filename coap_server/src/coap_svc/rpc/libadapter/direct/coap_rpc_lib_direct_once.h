@@ -1,12 +1,14 @@
-/* coap_rpc_lib_direct_once.h: requests of direct entries that are known again when they arrive again.
+/* coap_rpc_lib_direct_once.h: requests of direct entries that are known again when they arrive
+ * again.
  *
  * A record is
  *
  *   open       the application has been given the request and has not answered
- *   answered   it has the answer, without what a repetition brings by itself: type, Message ID, token
+ *   answered   it has the answer, without what a repetition brings by itself: type, Message ID,
+ * token
  *
- * GET and FETCH have one while they are open.  Records are forgotten at their age, the oldest before
- * when there are too many; an open one leaves its request without one. */
+ * GET and FETCH have one while they are open.  Records are forgotten at their age, the oldest
+ * before when there are too many; an open one leaves its request without one. */
 #ifndef COAP_RPC_LIB_DIRECT_ONCE_H
 #define COAP_RPC_LIB_DIRECT_ONCE_H
 

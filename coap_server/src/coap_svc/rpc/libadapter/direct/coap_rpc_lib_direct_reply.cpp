@@ -26,8 +26,7 @@ using Bodies = COAP_RPC_LIST(ReplyBody, link);
 
 bool IsInBlocks(const Exchange &exchange, size_t len) {
   coap_opt_iterator_t it;
-  return len > kMaxAnswerInOneMessage ||
-         CoapRpcLibFits(exchange.response, len + kSpareRoom) == 0 ||
+  return len > kMaxAnswerInOneMessage || CoapRpcLibFits(exchange.response, len + kSpareRoom) == 0 ||
          coap_check_option(exchange.request, COAP_OPTION_BLOCK2, &it);
 }
 
@@ -78,7 +77,8 @@ ReplyBody *NewBody(const Exchange &exchange, const uint8_t *data, size_t len) {
   return body;
 }
 
-// AddBody: libcoap sets a code of its own when the request's Block2 option does not fit the payload.
+// AddBody: libcoap sets a code of its own when the request's Block2 option does not fit the
+// payload.
 void AddBody(const Exchange &exchange, uint16_t format, const uint8_t *data, size_t len) {
   ReplyBody *body = NewBody(exchange, data, len);
   if (!body) {

@@ -1,8 +1,9 @@
 /* coap_rpc_lib_direct_reply.h: answers of direct entries as messages.
  *
- * A payload that fits into its message is copied there.  A larger one is a body: a copy that libcoap
- * owns until the peer has fetched it or is silent for too long.  All bodies together are bounded: the
- * oldest ends when there are too many, and its peer gets 4.08 or a new answer for the next block. */
+ * A payload that fits into its message is copied there.  A larger one is a body: a copy that
+ * libcoap owns until the peer has fetched it or is silent for too long.  All bodies together are
+ * bounded: the oldest ends when there are too many, and its peer gets 4.08 or a new answer for the
+ * next block. */
 #ifndef COAP_RPC_LIB_DIRECT_REPLY_H
 #define COAP_RPC_LIB_DIRECT_REPLY_H
 

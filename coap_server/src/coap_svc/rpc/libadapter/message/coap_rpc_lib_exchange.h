@@ -7,7 +7,7 @@
 #include "coap_svc/rpc/common/coap_rpc_ctx.h"
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
-#include "coap_svc/rpc/server/coap_rpc_ser_data.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_entry.h"
 
 namespace coap_rpc {
 
@@ -33,6 +33,15 @@ inline Exchange MakeExchange(coap_resource_t *resource, coap_session_t *session,
                              coap_pdu_t *response) {
   return {RootOf(resource), nullptr, resource, session, request, query, response};
 }
+
+// Modes of an entry.
+inline constexpr uint32_t kModeSync = 0;
+inline constexpr uint32_t kModeAsync = 1;
+inline uint32_t ModeOf(const CoapRpcSerUriVtbl *entry) { return entry->reg.mode & 0x03u; }
+
+// LogRequest writes the lines of a request that is given to its entry's callback; the payload is
+// NUL-terminated.
+void LogRequest(const Exchange &exchange, const uint8_t *payload, uint32_t len);
 
 // SharedAnswerBuffer returns the buffer in which synchronous answers are written, kPayloadBufSize
 // bytes of whatever the last ones have left there; null without memory.

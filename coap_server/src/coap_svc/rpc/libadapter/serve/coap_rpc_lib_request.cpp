@@ -11,35 +11,16 @@
 #include "coap_svc/rpc/libadapter/serve/coap_rpc_lib_answer_session.h"
 #include "coap_svc/rpc/libadapter/serve/coap_rpc_lib_async.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
-#include "csvc_dbg.h"
 #include "libcoap/ext/coap_rpc_lib_internals.h"
 
 namespace {
 
 using namespace coap_rpc;
 
-constexpr uint32_t kModeMask = 0x03;
-constexpr uint32_t kModeSync = 0;
-constexpr uint32_t kModeAsync = 1;
-
 constexpr int32_t kResultChanged = -1;
 constexpr int32_t kResultFailed = -2;
 
 constexpr uint32_t kIsObserve = 2;
-
-uint32_t ModeOf(const CoapRpcSerUriVtbl *entry) { return entry->reg.mode & kModeMask; }
-
-void LogRequest(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry, const uint8_t *payload,
-                uint32_t len) {
-  const UriText uri(entry->key.uri);
-  const auto *text = reinterpret_cast<const char *>(payload);
-  COAP_RPC_DEBUG(ctx, "[CoapRpc]get req success, uri:%s, mode:%u, len:%u, payload:%s.\n",
-                 uri.c_str(), ModeOf(entry), len, LineText(text).c_str());
-  if (COAP_RpcNeedRecordDiag(ctx, uri.c_str()) == 0) return;
-  CSVC_DBG_SysLog(ctx->param.dbgHandle, kDebugChannelLevel,
-                  "[CoapRpc]get request success, uri:%s, len:%u, payload:%s.", uri.c_str(), len,
-                  text);
-}
 
 uint32_t Unavailable(coap_pdu_t *response, const Site &site) {
   coap_pdu_set_code(response, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
@@ -120,7 +101,7 @@ uint32_t HandlePayload(const Exchange &exchange, const uint8_t *data, size_t len
     return Code(kSiteHandleRequestNoMemory);
   }
   memcpy_s(copy.get(), len + 1, data, len);
-  LogRequest(ctx, exchange.entry, copy.get(), static_cast<uint32_t>(len));
+  LogRequest(exchange, copy.get(), static_cast<uint32_t>(len));
   return RunMode(exchange, copy.get(), static_cast<uint32_t>(len));
 }
 
