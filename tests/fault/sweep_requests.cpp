@@ -1,4 +1,5 @@
 /* sweep_requests.cpp: requests that the server answers, at once and later. */
+#include "coap_svc/rpc/coap_rpc_direct.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "sweep.h"
 
@@ -142,6 +143,88 @@ void WorksAbort(Stage &stage) {
   EXPECT_TRUE(stage.HasHeard(Code(2, 5), ""));
 }
 
+// ---- direct entries ----
+
+void MakeDirect(Stage &stage) {
+  const CoapRpcUriKey key = KeyOf("plain");
+  ExpectOneOf(COAP_RpcSerSetDirect(stage.Ctx(), &key, nullptr), {0, 1900001467});
+}
+
+void PrepareDirect(Stage &stage) {
+  stage.ServePlain(kSync);
+  stage.app_.out = "xyz";
+  stage.app_.result = 3;
+}
+// Made direct while memory fails; until it is, the entry is a base one.
+void PlayDirect(Stage &stage) {
+  MakeDirect(stage);
+  const CoapMessage post = stage.Post(CoapType::kCon, "plain", "q");
+  stage.Say(post);
+  stage.Say(post);
+}
+void WorksDirect(Stage &stage) {
+  MakeDirect(stage);
+  stage.Forget();
+  stage.app_.requests.clear();
+  PlayDirect(stage);
+  EXPECT_TRUE(stage.HasHeard(Code(2, 4), "xyz"));
+  EXPECT_EQ(stage.app_.requests.size(), 1u);
+}
+
+void PrepareDirectLarge(Stage &stage) {
+  PrepareDirect(stage);
+  MakeDirect(stage);
+  stage.app_.out = std::string(kLarge, 'l');
+  stage.app_.result = kLarge;
+}
+void PlayDirectLarge(Stage &stage) { stage.Say(stage.Get(CoapType::kCon, "plain", "q"), 20); }
+void WorksDirectLarge(Stage &stage) {
+  stage.Forget();
+  PlayDirectLarge(stage);
+  EXPECT_TRUE(stage.HasHeardBytes(1024));
+}
+
+void PrepareDirectAsync(Stage &stage) {
+  stage.ServePlain(kAsync);
+  MakeDirect(stage);
+}
+void PlayDirectAsync(Stage &stage) {
+  const CoapMessage post = stage.Post(CoapType::kCon, "plain", "q");
+  stage.Say(post);
+  AnswerAll(stage, "later");
+  stage.Listen(4);
+  stage.Say(post);
+}
+void WorksDirectAsync(Stage &stage) {
+  AnswerAll(stage, "later");
+  stage.Listen(60);
+  stage.app_.handles.clear();
+  stage.Forget();
+  PlayDirectAsync(stage);
+  EXPECT_EQ(stage.app_.handles.size(), 1u);
+  EXPECT_TRUE(stage.HasHeard(Code(2, 4), "later"));
+  EXPECT_EQ(COAP_RpcGetOpenAsyncNum(stage.Ctx()), 0u);
+}
+
+void FailAll(Stage &stage) {
+  for (void *handle : stage.app_.handles) {
+    ExpectOneOf(COAP_RpcSerFailAsync(stage.Ctx(), handle, 404, "no"), {0, 1900001474, 1900001302});
+  }
+}
+void PlayDirectFail(Stage &stage) {
+  stage.Say(stage.Get(CoapType::kNon, "plain", "q"));
+  FailAll(stage);
+  stage.Listen(4);
+}
+void WorksDirectFail(Stage &stage) {
+  FailAll(stage);
+  stage.Listen(60);
+  stage.app_.handles.clear();
+  stage.Forget();
+  PlayDirectFail(stage);
+  EXPECT_TRUE(stage.HasHeard(Code(4, 4), "no"));
+}
+
 }  // namespace
 
 const std::vector<Scenario> &RequestScenarios() {
@@ -156,6 +239,13 @@ const std::vector<Scenario> &RequestScenarios() {
       {"AsyncSeveralAnswers", kPool | kLibcoap, PrepareAsync, PlayAsyncSeveral, WorksAsyncSeveral,
        true},
       {"AsyncAbort", kPool | kLibcoap, PrepareAsync, PlayAbort, WorksAbort, true},
+      {"DirectPost", kPool | kLibcoap, PrepareDirect, PlayDirect, WorksDirect, true},
+      {"DirectLargeAnswer", kPool | kLibcoap, PrepareDirectLarge, PlayDirectLarge, WorksDirectLarge,
+       true},
+      {"DirectAsync", kPool | kLibcoap, PrepareDirectAsync, PlayDirectAsync, WorksDirectAsync,
+       true},
+      {"DirectAsyncFail", kPool | kLibcoap, PrepareDirectAsync, PlayDirectFail, WorksDirectFail,
+       true},
   };
   return scenarios;
 }
