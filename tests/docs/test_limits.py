@@ -6,7 +6,8 @@ from pathlib import Path
 
 TOP = Path(__file__).resolve().parents[2]
 HEADER = TOP / "coap_server/src/coap_svc/rpc/common/coap_rpc_limits.h"
-EXTENSION = TOP / "coap_server/include/coap_svc/rpc/coap_rpc_ext.h"
+EXTENSIONS = [TOP / "coap_server/include/coap_svc/rpc" / name
+              for name in ("coap_rpc_ext.h", "coap_rpc_direct.h")]
 DOCUMENT = TOP / "docs/limits.md"
 
 
@@ -53,6 +54,12 @@ ROWS = {
     "last-block": [("kLastBlockKeepMs", seconds)],
     "resend-period": [("kResendPeriodMs", milliseconds)],
     "session-aging": [("kAgingTicks", lambda value: f"{value} s")],
+    "direct-timeout": [("kDirectTimeoutMs", seconds)],
+    "remembered-time": [("kExchangeLifetimeMs", seconds), ("kNonLifetimeMs", seconds)],
+    "remembered-requests": [("COAP_RPC_MAX_REMEMBERED", number),
+                            ("COAP_RPC_MAX_REMEMBERED_BYTES", mebibytes)],
+    "direct-peers": [("kMaxDirectPeers", number)],
+    "direct-bodies": [("kMaxBodies", number), ("kMaxBodyBytes", mebibytes)],
     "asker-session": [("kSpareSessionKeepMs", seconds)],
     "repeated-answer-time": [("kExchangeLifetimeMs", seconds)],
     "silent-peer": [("kClientMaxRetransmit", lambda value: f"{value} retransmissions")],
@@ -88,7 +95,7 @@ def constants():
              re.findall(r"constexpr \w+ (k\w+) = (\d+);", text)}
     for name, factor, value in re.findall(r"constexpr \w+ (k\w+) = size_t\{(\d+)\} \* (\d+);", text):
         found[name] = int(factor) * int(value)
-    extension = EXTENSION.read_text(encoding="utf-8")
+    extension = "".join(path.read_text(encoding="utf-8") for path in EXTENSIONS)
     found.update((name, int(value)) for name, value in
                  re.findall(r"#define (COAP_RPC_MAX_\w+) (\d+)u", extension))
     return found

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <thread>
 
+#include "coap_svc/rpc/coap_rpc_direct.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "tool_process.h"
 #include "two_instances.h"
@@ -122,6 +123,114 @@ TEST_F(InteropServer, PostOf60000Bytes_ReachesTheHandlerWhole) {
   RunClient({"-m", "post", "-f", body.Path()}, "post");
   ASSERT_EQ(sync_.requests.size(), 1u);
   EXPECT_EQ(sync_.requests[0].payload, text);
+}
+
+// Direct entries: "upper" answers in capital letters, "slow" the same a little later.
+class InteropDirect : public InteropServer {
+ protected:
+  static std::string Upper(const uint8_t *payload, uint32_t len) {
+    std::string text(payload, payload + len);
+    std::transform(text.begin(), text.end(), text.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    return text;
+  }
+
+  static int32_t OnUpper(uint64_t, const CoapRpcSerReqInfo *, uint8_t *payload, uint32_t len,
+                         uint8_t *out, uint32_t) {
+    const std::string text = Upper(payload, len);
+    std::copy(text.begin(), text.end(), out);
+    return static_cast<int32_t>(len);
+  }
+
+  static uint32_t OnSlow(uint64_t userData, uint8_t *payload, uint32_t len, void *async) {
+    auto *self = reinterpret_cast<InteropDirect *>(userData);
+    self->later_.emplace_back(async, Upper(payload, len));
+    ++self->numSlow_;
+    return 0;
+  }
+
+  void ServeUpper() {
+    Register(KeyOf("upper"), 0);
+    Register(KeyOf("slow"), 1);
+  }
+
+  void Register(const CoapRpcUriKey &key, uint8_t mode) {
+    CoapRpcSerVtblReg reg = {};
+    reg.mode = mode;
+    reg.userData = reinterpret_cast<uint64_t>(this);
+    reg.onRequest = OnUpper;
+    reg.onAsyncRequest = OnSlow;
+    const CoapRpcSerDirectParam param = {COAP_RPC_ALLOW_ALL, 0, nullptr};
+    EXPECT_EQ(COAP_RpcSerRegVtbl(side_.Ctx(), &key, &reg, nullptr), 0u);
+    EXPECT_EQ(COAP_RpcSerSetDirect(side_.Ctx(), &key, &param), 0u);
+    side_.Attach(key, port_);
+  }
+
+  // RunSlow answers what has come while the client runs.
+  std::string RunSlow(std::vector<std::string> args) {
+    args.insert(args.begin(), ClientTool());
+    args.push_back(UriOf("slow"));
+    ToolProcess client(args);
+    EXPECT_TRUE(RunUntil([&] {
+      AnswerLater();
+      return client.HasEnded();
+    })) << client.Output();
+    return client.Output();
+  }
+
+  void AnswerLater() {
+    for (const auto &[async, text] : std::exchange(later_, {})) {
+      COAP_RpcSerSendAsyncResponse(side_.Ctx(), async,
+                                   reinterpret_cast<const uint8_t *>(text.data()),
+                                   static_cast<uint32_t>(text.size()));
+    }
+  }
+
+  std::vector<std::pair<void *, std::string>> later_;
+  int numSlow_ = 0;
+};
+
+TEST_F(InteropDirect, EachMethod_ReturnsData) {
+  ServeUpper();
+  for (const char *method : {"get", "post", "put", "delete", "fetch", "patch", "ipatch"}) {
+    const std::string output = RunClient({"-m", method, "-t", "0", "-e", "hi"}, "upper");
+    EXPECT_NE(output.find("HI"), std::string::npos) << method << ": " << output;
+  }
+}
+
+TEST_F(InteropDirect, NonPost_ReturnsData) {
+  ServeUpper();
+  EXPECT_NE(RunClient({"-N", "-m", "post", "-e", "hi"}, "upper").find("HI"), std::string::npos);
+}
+
+TEST_F(InteropDirect, Post20000BytesBothWays_ArrivesWhole) {
+  ServeUpper();
+  const TempFile body(std::string(20'000, 'p'));
+  const TempFile answer;
+  RunClient({"-m", "post", "-f", body.Path(), "-o", answer.Path()}, "upper");
+  EXPECT_EQ(answer.Content(), std::string(20'000, 'P'));
+}
+
+TEST_F(InteropDirect, AnsweredLater_ReturnsData) {
+  ServeUpper();
+  EXPECT_NE(RunSlow({"-m", "post", "-e", "hi"}).find("HI"), std::string::npos);
+  EXPECT_NE(RunSlow({"-N", "-m", "get", "-e", "non"}).find("NON"), std::string::npos);
+  EXPECT_EQ(numSlow_, 2);
+}
+
+TEST_F(InteropDirect, AnsweredLaterInBlocks_ArrivesWhole) {
+  ServeUpper();
+  const TempFile body(std::string(20'000, 'p'));
+  const TempFile answer;
+  RunSlow({"-m", "post", "-f", body.Path(), "-o", answer.Path()});
+  EXPECT_EQ(answer.Content(), std::string(20'000, 'P'));
+  EXPECT_EQ(numSlow_, 1);
+}
+
+// The client gives up observing at once: nothing says that it is observed.
+TEST_F(InteropDirect, ObserveWithoutRecord_IsAnOrdinaryGet) {
+  ServeUpper();
+  EXPECT_NE(RunClient({"-s", "2", "-m", "get", "-e", "hi"}, "upper").find("HI"), std::string::npos);
 }
 
 TEST_F(InteropServer, UnknownPathAndMethods_AreRefused) {
