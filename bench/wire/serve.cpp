@@ -1,6 +1,7 @@
 /* serve.cpp: a server that answers POSTs at once, as load asks it.
  *
  *   --kind rpc       the library
+ *   --kind direct    the same by a direct entry, which has written its answer
  *   --kind libcoap   libcoap alone, same build, same answer: what the library can reach at most
  *   --kind udp       no CoAP: a header that fits, and 32 bytes
  *   --clear yes      libcoap alone clears a buffer of 65,471 bytes before each answer, as the
@@ -15,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "coap_svc/rpc/coap_rpc_ser.h"
+#include "coap_svc/rpc/coap_rpc_direct.h"
 #include "options.h"
 #include "wire_host.h"
 
@@ -41,10 +42,16 @@ int32_t AnswerRpc(uint64_t, const CoapRpcSerReqInfo *, uint8_t *, uint32_t, uint
   return static_cast<int32_t>(g_answerLen - 1);  // one byte more goes out
 }
 
-void ServeRpc(CoapRpcCtx *ctx, const std::vector<std::string> &uris, uint16_t port) {
+int32_t AnswerDirect(uint64_t, const CoapRpcSerReqInfo *, uint8_t *, uint32_t, uint8_t *out,
+                     uint32_t) {
+  memset(out, 0, g_answerLen);
+  return static_cast<int32_t>(g_answerLen);
+}
+
+void ServeRpc(CoapRpcCtx *ctx, const std::vector<std::string> &uris, uint16_t port, bool isDirect) {
   CoapRpcSerVtblReg reg = {};
   reg.payloadFormat = COAP_RPC_JSON;
-  reg.onRequest = AnswerRpc;
+  reg.onRequest = isDirect ? AnswerDirect : AnswerRpc;
   CoapRpcSerListenAddr addr = {};
   addr.listenAddr.family = COAP_RPC_IPV4;
   addr.listenAddr.addr.ipv4 = kServerIpv4;
@@ -54,6 +61,7 @@ void ServeRpc(CoapRpcCtx *ctx, const std::vector<std::string> &uris, uint16_t po
     uri.copy(key.uri, sizeof(key.uri) - 1);
     key.pktType = COAP_RPC_UNICAST;  // POST requests reach entries of an address only
     if (COAP_RpcSerRegVtbl(ctx, &key, &reg, nullptr) != 0) abort();
+    if (isDirect && COAP_RpcSerSetDirect(ctx, &key, nullptr) != 0) abort();
     if (COAP_RpcSerSetUri(ctx, &key, &addr) != 0) abort();
   }
 }
@@ -132,7 +140,7 @@ int main(int argc, char **argv) {
   } else if (options.Is("--kind", "udp")) {
     KestrelWatch(host.Get(), OpenUdp(port), AnswerUdp, nullptr);
   } else {
-    ServeRpc(host.NewInstance(), UrisOf(options), port);
+    ServeRpc(host.NewInstance(), UrisOf(options), port, options.Is("--kind", "direct"));
   }
   host.Run();
   return 0;
