@@ -124,7 +124,7 @@ int32_t CallOnRequest(const Exchange &exchange, DirectCall *call, uint8_t *paylo
   return reg.onRequest(reg.userData, &info, payload, len, out, kPayloadBufSize);
 }
 
-void AnswerSync(const Exchange &exchange, uint8_t *payload, uint32_t len) {
+void AnswerSync(const Exchange &exchange, const OnceId &id, uint8_t *payload, uint32_t len) {
   uint8_t *out = SharedAnswerBuffer(exchange.ctx->ser);
   if (!out) {
     ReplyCode(exchange, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
@@ -137,7 +137,7 @@ void AnswerSync(const Exchange &exchange, uint8_t *payload, uint32_t len) {
   } else {
     Reply(exchange, call.head, out, static_cast<size_t>(result));
   }
-  if (IsOnce(MethodOf(exchange))) RememberAnswer(exchange);
+  if (IsOnce(MethodOf(exchange))) RememberAnswer(exchange, id);
 }
 
 // CallOnAsync returns the request afterwards; null when the callback has closed its listen.
@@ -149,8 +149,8 @@ DirectAsync *CallOnAsync(const Exchange &exchange, uintptr_t id, uint8_t *payloa
   return FindDirectAsync(exchange.ctx, id);
 }
 
-void AnswerAsync(const Exchange &exchange, uint8_t *payload, uint32_t len) {
-  DirectAsync *async = OpenAsync(exchange);
+void AnswerAsync(const Exchange &exchange, const OnceId &id, uint8_t *payload, uint32_t len) {
+  DirectAsync *async = OpenAsync(exchange, id);
   if (async) async = CallOnAsync(exchange, async->id, payload, len);
   if (!async) {
     ReplyCode(exchange, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
@@ -159,39 +159,40 @@ void AnswerAsync(const Exchange &exchange, uint8_t *payload, uint32_t len) {
   }
 }
 
-void RunMode(const Exchange &exchange, uint8_t *payload, uint32_t len) {
+void RunMode(const Exchange &exchange, const OnceId &id, uint8_t *payload, uint32_t len) {
   const CoapRpcSerVtblReg &reg = exchange.entry->reg;
   const uint32_t mode = ModeOf(exchange.entry);
   LogRequest(exchange, payload, len);
   if (mode == kModeSync && reg.onRequest) {
-    AnswerSync(exchange, payload, len);
+    AnswerSync(exchange, id, payload, len);
   } else if (mode == kModeAsync && reg.onAsyncRequest) {
-    AnswerAsync(exchange, payload, len);
+    AnswerAsync(exchange, id, payload, len);
   } else {
     ReplyCode(exchange, COAP_RESPONSE_CODE_NOT_IMPLEMENTED);
   }
 }
 
 // RunCopy gives the application a NUL-terminated copy of the payload in `room`.
-void RunCopy(const Exchange &exchange, const uint8_t *data, size_t len, uint8_t *room) {
+void RunCopy(const Exchange &exchange, const OnceId &id, const uint8_t *data, size_t len,
+             uint8_t *room) {
   if (len != 0) memcpy(room, data, len);
   room[len] = '\0';
-  RunMode(exchange, room, static_cast<uint32_t>(len));
+  RunMode(exchange, id, room, static_cast<uint32_t>(len));
 }
 
-void Run(const Exchange &exchange) {
+void Run(const Exchange &exchange, const OnceId &id) {
   size_t len = 0;
   const uint8_t *data = nullptr;
   if (coap_get_data(exchange.request, &len, &data) == 0) len = 0;
   uint8_t small[kSmallPayload];
   if (len < sizeof(small)) {
-    RunCopy(exchange, data, len, small);
+    RunCopy(exchange, id, data, len, small);
     return;
   }
   const uint64_t mem = exchange.ctx->param.memHandle;
   const PoolPtr<uint8_t> copy(static_cast<uint8_t *>(PoolAlloc(mem, len + 1)), {mem});
   if (copy) {
-    RunCopy(exchange, data, len, copy.get());
+    RunCopy(exchange, id, data, len, copy.get());
   } else {
     ReplyCode(exchange, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
   }
@@ -213,13 +214,14 @@ bool IsLaterBlock(const coap_pdu_t *request) {
 
 // Serve: a record of a read request is one of an open one.
 void Serve(const Exchange &exchange) {
-  const OnceRecord *known = FindOnce(exchange);
+  const OnceId id = IdOf(exchange);
+  const OnceRecord *known = FindOnce(exchange, id);
   if (known) {
     RepeatAnswer(known, exchange.response);
   } else if (IsOnce(MethodOf(exchange)) && IsLaterBlock(exchange.request)) {
     ReplyCode(exchange, COAP_RESPONSE_CODE_INCOMPLETE);
   } else {
-    Run(exchange);
+    Run(exchange, id);
   }
 }
 

@@ -282,6 +282,13 @@ void ForEachPeer(CoapRpcDirect *direct, Work work) {
   }
 }
 
+// IsAnswer says whether a message is a response of ours that is no notification.
+bool IsAnswer(coap_session_t *session, const coap_pdu_t *sent) {
+  return sent && coap_pdu_get_code(sent) >= COAP_RESPONSE_CODE_CREATED &&
+         coap_session_get_type(session) != COAP_SESSION_TYPE_CLIENT &&
+         COAP_RpcCheckObserveOption(sent) == 0;
+}
+
 // ---- arrival ----
 
 bool Fill(DirectAsync *async, const Exchange &exchange) {
@@ -313,12 +320,12 @@ DirectAsync *OpenOfPeer(const Exchange &exchange, DirectPeer *peer) {
 
 }  // namespace
 
-DirectAsync *OpenAsync(const Exchange &exchange) {
+DirectAsync *OpenAsync(const Exchange &exchange, const OnceId &id) {
   DirectPeer *peer = FindOrNewPeer(exchange.ctx, exchange.session);
   if (!peer) return nullptr;
   DirectAsync *async = OpenOfPeer(exchange, peer);
   if (async) {
-    async->once = RememberOpen(exchange, async);
+    async->once = RememberOpen(exchange, id, async);
   } else {
     FreePeerIfUnused(exchange.ctx, peer);
   }
@@ -367,9 +374,7 @@ uint32_t FailDirect(DirectAsync *async, uint32_t code, const char *text) {
 bool NoteDirectNack(coap_session_t *session, const coap_pdu_t *sent, coap_nack_reason_t reason) {
   CoapRpcCtx *ctx = CoapRpcLibRootOf(session);
   CoapRpcDirect *direct = ctx ? DirectOf(ctx) : nullptr;
-  const bool isAnswer = direct && sent && coap_pdu_get_code(sent) >= COAP_RESPONSE_CODE_CREATED &&
-                        coap_session_get_type(session) != COAP_SESSION_TYPE_CLIENT;
-  if (!isAnswer) return false;
+  if (!direct || !IsAnswer(session, sent)) return false;
   DirectPeer *peer = Peers(direct->peerTree).Find(&session);
   if (!peer || reason != COAP_NACK_TOO_MANY_RETRIES) return true;
   CoapRpcLibDropDelayed(session);

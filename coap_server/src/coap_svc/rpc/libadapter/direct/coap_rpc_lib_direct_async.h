@@ -50,7 +50,7 @@ struct DirectAsync {
 };
 
 // OpenAsync keeps a request.  Null when it cannot be kept: no memory, or too many.
-DirectAsync *OpenAsync(const Exchange &exchange);
+DirectAsync *OpenAsync(const Exchange &exchange, const OnceId &id);
 
 DirectAsync *FindDirectAsync(CoapRpcCtx *ctx, uintptr_t id);
 

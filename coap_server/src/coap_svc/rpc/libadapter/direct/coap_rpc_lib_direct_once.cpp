@@ -16,20 +16,7 @@
 namespace coap_rpc {
 namespace {
 
-constexpr size_t kTokenBytes = 8;
-constexpr size_t kNumBuckets = 8192;
-
-// OnceKey tells one request from another: both ends, Message ID and token.
-struct OnceKey {
-  uint8_t remote[16];
-  uint8_t local[16];
-  uint8_t token[kTokenBytes];
-  uint16_t remotePort;
-  uint16_t localPort;
-  uint16_t mid;
-  uint8_t tokenLen;
-  uint8_t method;
-};
+constexpr size_t kNumBuckets = 32768;
 
 // Compared as bytes, and hashed as words.
 static_assert(std::has_unique_object_representations_v<OnceKey>);
@@ -37,20 +24,21 @@ static_assert(sizeof(OnceKey) % sizeof(uint64_t) == 0);
 
 }  // namespace
 
+// What a search and an end read comes first.
 struct OnceRecord {
   OnceRecord *chained;  // next of its bucket
   CoapRpcLink link;     // on the cache's list
-  OnceKey key;
   union {
     uint8_t *answer;     // behind the record, or owned by itself
     DirectAsync *async;  // while open
   };
-  uint32_t expiresMs;  // low bits of libcoap's clock
   uint32_t hash;
-  uint16_t len;  // of the answer
+  uint32_t expiresMs;  // low bits of libcoap's clock
+  uint16_t len;        // of the answer
   uint16_t payloadAt;
   uint8_t code;
   bool isOpen;
+  OnceKey key;
 };
 static_assert(sizeof(OnceRecord) <= 96);
 
@@ -76,7 +64,7 @@ OnceKey KeyOf(const coap_session_t *session, const coap_pdu_t *request) {
   CopyAddress(*coap_session_get_addr_remote(session), key.remote, key.remotePort);
   CopyAddress(*coap_session_get_addr_local(session), key.local, key.localPort);
   const coap_bin_const_t token = coap_pdu_get_token(request);
-  if (token.length != 0) memcpy(key.token, token.s, std::min(token.length, kTokenBytes));
+  if (token.length != 0) memcpy(key.token, token.s, std::min(token.length, sizeof(key.token)));
   key.tokenLen = static_cast<uint8_t>(token.length);
   key.mid = static_cast<uint16_t>(coap_pdu_get_mid(request));
   key.method = static_cast<uint8_t>(coap_pdu_get_code(request));
@@ -92,6 +80,10 @@ uint32_t HashOf(const OnceKey &key) {
     hash ^= hash >> 32;
   }
   return static_cast<uint32_t>(hash);
+}
+
+bool IsOf(const OnceRecord *record, const OnceId &id) {
+  return record->hash == id.hash && memcmp(&record->key, &id.key, sizeof(id.key)) == 0;
 }
 
 OnceRecord *&BucketOf(OnceCache &cache, uint32_t hash) { return cache.buckets[hash % kNumBuckets]; }
@@ -120,19 +112,42 @@ bool HasTable(CoapRpcCtx *ctx) {
   return cache.buckets != nullptr;
 }
 
-// NewRecord makes a record with room for `len` bytes; null, counted as forgotten, without memory.
-OnceRecord *NewRecord(const Exchange &exchange, size_t len) {
-  CoapRpcCtx *ctx = exchange.ctx;
+// Prefetch reads ahead what the end of the oldest record will need: the memory of all records is
+// much larger than the processor's caches, and that end is the next request's.
+void Prefetch(OnceCache &cache) {
+  const OnceRecord *oldest = Records(cache.list).First();
+  if (!oldest) return;
+  __builtin_prefetch(&BucketOf(cache, oldest->hash));
+  __builtin_prefetch(oldest->link.next);
+}
+
+// MakeRoom forgets what is too old, and the oldest until there is room for so much more.
+void MakeRoom(CoapRpcCtx *ctx, uint32_t nowMs, uint32_t num, size_t numBytes) {
   OnceCache &cache = CacheOf(ctx);
+  while (OnceRecord *oldest = Records(cache.list).First()) {
+    const bool isExpired = IsExpired(oldest, nowMs);
+    const bool hasRoom =
+        cache.num + num <= kMaxRemembered && cache.numBytes + numBytes <= kMaxRememberedBytes;
+    if (!isExpired && hasRoom) return;
+    if (!isExpired) ++cache.numForgotten;
+    ForgetOnce(ctx, oldest);
+  }
+}
+
+// NewRecord makes a record with room for `len` bytes; null, counted as forgotten, without memory.
+OnceRecord *NewRecord(const Exchange &exchange, const OnceId &id, size_t len) {
+  CoapRpcCtx *ctx = exchange.ctx;
+  const uint32_t nowMs = NowMs();
+  MakeRoom(ctx, nowMs, 1, sizeof(OnceRecord) + len);
   OnceRecord *record =
       HasTable(ctx) ? NewZeroed<OnceRecord>(ctx->param.memHandle, len).release() : nullptr;
   if (!record) {
-    ++cache.numForgotten;
+    ++CacheOf(ctx).numForgotten;
     return nullptr;
   }
-  record->key = KeyOf(exchange.session, exchange.request);
-  record->hash = HashOf(record->key);
-  record->expiresMs = NowMs() + LifetimeOf(exchange.request);
+  record->key = id.key;
+  record->hash = id.hash;
+  record->expiresMs = nowMs + LifetimeOf(exchange.request);
   record->len = static_cast<uint16_t>(len);
   return record;
 }
@@ -143,6 +158,7 @@ void Enlist(OnceCache &cache, OnceRecord *record) {
   Records(cache.list).Append(record);
   ++cache.num;
   cache.numBytes += sizeof(*record) + record->len;
+  Prefetch(cache);
 }
 
 void Unchain(OnceCache &cache, const OnceRecord *record) {
@@ -165,25 +181,23 @@ void SetAnswer(OnceRecord *record, uint8_t *answer, const coap_pdu_t *response) 
   record->isOpen = false;
 }
 
-bool IsTooMuch(const OnceCache &cache) {
-  return cache.num > kMaxRemembered || cache.numBytes > kMaxRememberedBytes;
-}
-
 }  // namespace
 
 bool IsOnce(uint8_t method) {
   return method != COAP_REQUEST_CODE_GET && method != COAP_REQUEST_CODE_FETCH;
 }
 
-OnceRecord *FindOnce(const Exchange &exchange) {
+OnceId IdOf(const Exchange &exchange) {
+  OnceId id = {KeyOf(exchange.session, exchange.request), 0};
+  id.hash = HashOf(id.key);
+  return id;
+}
+
+OnceRecord *FindOnce(const Exchange &exchange, const OnceId &id) {
   OnceCache &cache = CacheOf(exchange.ctx);
   if (cache.num == 0) return nullptr;
-  const OnceKey key = KeyOf(exchange.session, exchange.request);
-  const uint32_t hash = HashOf(key);
-  OnceRecord *record = BucketOf(cache, hash);
-  while (record && (record->hash != hash || memcmp(&record->key, &key, sizeof(key)) != 0)) {
-    record = record->chained;
-  }
+  OnceRecord *record = BucketOf(cache, id.hash);
+  while (record && !IsOf(record, id)) record = record->chained;
   if (!record || !IsExpired(record, NowMs())) return record;
   ForgetOnce(exchange.ctx, record);
   return nullptr;
@@ -197,21 +211,19 @@ void RepeatAnswer(const OnceRecord *record, coap_pdu_t *response) {
                                     : COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
 }
 
-void RememberAnswer(const Exchange &exchange) {
-  OnceRecord *record = NewRecord(exchange, CoapRpcLibGetContent(exchange.response).len);
+void RememberAnswer(const Exchange &exchange, const OnceId &id) {
+  OnceRecord *record = NewRecord(exchange, id, CoapRpcLibGetContent(exchange.response).len);
   if (!record) return;
   SetAnswer(record, reinterpret_cast<uint8_t *>(record + 1), exchange.response);
   Enlist(CacheOf(exchange.ctx), record);
-  TrimOnce(exchange.ctx);
 }
 
-OnceRecord *RememberOpen(const Exchange &exchange, DirectAsync *async) {
-  OnceRecord *record = NewRecord(exchange, 0);
+OnceRecord *RememberOpen(const Exchange &exchange, const OnceId &id, DirectAsync *async) {
+  OnceRecord *record = NewRecord(exchange, id, 0);
   if (!record) return nullptr;
   record->async = async;
   record->isOpen = true;
   Enlist(CacheOf(exchange.ctx), record);
-  TrimOnce(exchange.ctx);
   return record;
 }
 
@@ -249,16 +261,7 @@ void ForgetAllOnce(CoapRpcCtx *ctx) {
   cache.buckets = nullptr;
 }
 
-void TrimOnce(CoapRpcCtx *ctx) {
-  OnceCache &cache = CacheOf(ctx);
-  const uint32_t nowMs = NowMs();
-  while (OnceRecord *oldest = Records(cache.list).First()) {
-    const bool isExpired = IsExpired(oldest, nowMs);
-    if (!isExpired && !IsTooMuch(cache)) return;
-    if (!isExpired) ++cache.numForgotten;
-    ForgetOnce(ctx, oldest);
-  }
-}
+void TrimOnce(CoapRpcCtx *ctx) { MakeRoom(ctx, NowMs(), 0, 0); }
 
 }  // namespace coap_rpc
 

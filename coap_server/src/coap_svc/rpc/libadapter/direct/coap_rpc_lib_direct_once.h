@@ -20,6 +20,23 @@ namespace coap_rpc {
 struct DirectAsync;
 struct OnceRecord;
 
+// OnceKey tells one request from another: both ends, Message ID and token.
+struct OnceKey {
+  uint8_t remote[16];
+  uint8_t local[16];
+  uint8_t token[8];
+  uint16_t remotePort;
+  uint16_t localPort;
+  uint16_t mid;
+  uint8_t tokenLen;
+  uint8_t method;
+};
+
+struct OnceId {
+  OnceKey key;
+  uint32_t hash;
+};
+
 struct OnceCache {
   OnceRecord **buckets;  // null until first used
   CoapRpcLink list;      // the oldest first
@@ -31,17 +48,19 @@ struct OnceCache {
 // IsOnce says whether a request of this method must not be executed twice.
 bool IsOnce(uint8_t method);
 
+OnceId IdOf(const Exchange &exchange);
+
 // FindOnce returns the record of a request that is here again; null for a new one.
-OnceRecord *FindOnce(const Exchange &exchange);
+OnceRecord *FindOnce(const Exchange &exchange, const OnceId &id);
 
 // RepeatAnswer fills the response from a record; an open one leaves it empty.
 void RepeatAnswer(const OnceRecord *record, coap_pdu_t *response);
 
 // RememberAnswer notes the response to a request that was answered at once.
-void RememberAnswer(const Exchange &exchange);
+void RememberAnswer(const Exchange &exchange, const OnceId &id);
 
 // RememberOpen notes a request that is open.  Returns null without memory.
-OnceRecord *RememberOpen(const Exchange &exchange, DirectAsync *async);
+OnceRecord *RememberOpen(const Exchange &exchange, const OnceId &id, DirectAsync *async);
 
 // RememberLate notes the response to an open request; null is ignored.
 void RememberLate(CoapRpcCtx *ctx, OnceRecord *record, const coap_pdu_t *response);
