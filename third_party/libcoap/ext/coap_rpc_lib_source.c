@@ -33,8 +33,7 @@ static int IsStale(const coap_session_t *session) {
          !IsSameHost(&source, &session->addr_info.local);
 }
 
-/* IsLost says whether an address was removed: nothing can be bound to it then. */
-static int IsLost(const coap_address_t *addr) {
+int CoapRpcLibIsLost(const coap_address_t *addr) {
   coap_address_t any = *addr;
   coap_address_set_port(&any, 0);
   const int fd = OpenProbe(&any);
@@ -105,11 +104,16 @@ void CoapRpcLibFollowSource(coap_session_t *session) {
 }
 
 int CoapRpcLibLeaveLost(coap_session_t *session) {
-  if (!FollowsSource(session) || !IsLost(&session->addr_info.local)) return 0;
+  if (!FollowsSource(session) || !CoapRpcLibIsLost(&session->addr_info.local)) return 0;
   CoapRpcLibRenewSource(session);
   return HasKeepAlive(session);
 }
 
 int CoapRpcLibLeaveStale(coap_session_t *session) {
   return FollowsSource(session) && LeaveStale(session) && HasKeepAlive(session);
+}
+
+int CoapRpcLibIsCutOff(coap_session_t *session) {
+  return !FollowsSource(session) &&
+         CoapRpcLibIsLost(&session->addr_info.local);
 }

@@ -26,7 +26,7 @@ struct CoapRpcCliSession {
   CoapRpcLink uriDataList;                       /* CoapRpcCliReqData by sessionLink */
   uint32_t msgStatistic[COAP_RPC_NUM_MSG_TYPES]; /* successful sends: CON, NON, ACK, RST */
   uint32_t agingTick;                            /* remaining ticks; 90 whenever armed */
-  uint32_t holds;                                /* sends under way; a held session is not freed */
+  uint32_t holds; /* sends under way, and 1 for calls; a held session is not freed */
 };
 
 /* Module rows; the record is the CoapRpcCliData.  Init starts the aging timer, 1900001401 when that

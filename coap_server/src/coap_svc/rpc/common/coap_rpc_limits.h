@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "coap_svc/rpc/coap_rpc_call.h"
 #include "coap_svc/rpc/coap_rpc_direct.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
 
@@ -47,6 +48,11 @@ inline constexpr uint32_t kIncomingIdleMs = 22000;
 
 // CON requests whose ends an application wants to be told of.
 inline constexpr uint32_t kMaxOpenRequests = COAP_RPC_MAX_FOLLOWED_REQUESTS;
+
+// Calls.  How long after its Max-Age an observation is sent again (RFC 7641 section 3.3.1).
+inline constexpr uint32_t kMaxCalls = COAP_RPC_MAX_CALLS;
+inline constexpr uint32_t kMinRenewalDelayMs = 5000;
+inline constexpr uint32_t kMaxRenewalDelayMs = 15000;
 
 // Observe.
 inline constexpr uint32_t kUpdatePeriodMs = 1000;

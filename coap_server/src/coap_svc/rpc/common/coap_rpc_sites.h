@@ -27,6 +27,7 @@ inline constexpr char kPathLibLookup[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_l
 inline constexpr char kPathLibHandler[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_handler";
 inline constexpr char kPathLibExt[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_ext";
 inline constexpr char kPathLibDirect[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_direct";
+inline constexpr char kPathLibCall[] = COAP_RPC_SRC "libadapter/rpc_call/coap_rpc_lib_rpc_call";
 inline constexpr char kPathSerUri[] = COAP_RPC_SRC "server/coap_rpc_ser_uri";
 inline constexpr char kPathSerConn[] = COAP_RPC_SRC "server/coap_rpc_ser_conn";
 inline constexpr char kPathSerRes[] = COAP_RPC_SRC "server/coap_rpc_ser_res";
@@ -145,6 +146,24 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(GetRequestNoRequest,     kPathLibDirect,  1479,    0, "COAP_RpcSerGetRequest, COAP_RpcSerGetQuery: no callback of a direct entry is running") \
   X(GetQueryNullArg,         kPathLibDirect,  1481, 1480, "COAP_RpcSerGetQuery: null argument") \
   X(GetQueryNotFound,        kPathLibDirect,  1482,    0, "COAP_RpcSerGetQuery: the request has no such query") \
+  X(CallNullArg,             kPathLibCall,    1484, 1483, "COAP_RpcCall, COAP_RpcCallObserve: null argument, or no onRsp") \
+  X(CallBadAddr,             kPathLibCall,    1485,    0, "COAP_RpcCall: families differ or are unknown, or the server's address is not unicast") \
+  X(CallBadPort,             kPathLibCall,    1486,    0, "COAP_RpcCall: dstPort is not a port") \
+  X(CallBadMethod,           kPathLibCall,    1487,    0, "COAP_RpcCall: unknown method; COAP_RpcCallObserve: not GET") \
+  X(CallBadPath,             kPathLibCall,    1488,    0, "COAP_RpcCall: a path segment is over 255 bytes") \
+  X(CallBadQuery,            kPathLibCall,    1489,    0, "COAP_RpcCall: a query argument is over 255 bytes") \
+  X(CallBadOption,           kPathLibCall,    1490,    0, "COAP_RpcCall: an ETag, If-Match, format or Accept is out of range") \
+  X(CallBadPayload,          kPathLibCall,    1491,    0, "COAP_RpcCall: the payload is null or too long; COAP_RpcCallObserve: there is one") \
+  X(CallTooLong,             kPathLibCall,    1492,    0, "COAP_RpcCall: the options do not fit a message") \
+  X(CallTooMany,             kPathLibCall,    1493,    0, "COAP_RpcCall: 65,536 calls are under way") \
+  X(CallNoMemory,            kPathLibCall,    1494,    0, "COAP_RpcCall: no memory") \
+  X(CallNoSource,            kPathLibCall,    1495,    0, "COAP_RpcCall: srcIp is not an address of this machine") \
+  X(CallOtherSource,         kPathLibCall,    1496,    0, "COAP_RpcCall: base requests of these addresses send from another one than srcIp") \
+  X(CallNoSession,           kPathLibCall,    1497,    0, "COAP_RpcCall: session cannot be made, or the instance is stopping") \
+  X(CallNoTimer,             kPathLibCall,    1498,    0, "COAP_RpcCall: timer not started") \
+  X(CallNotSent,             kPathLibCall,    1499,    0, "COAP_RpcCall: libcoap did not send") \
+  X(CallCancelNullArg,       kPathLibCall,    1501, 1500, "COAP_RpcCallCancel: null instance") \
+  X(CallCancelUnknown,       kPathLibCall,    1502,    0, "COAP_RpcCallCancel: no such call is under way") \
   X(AddUriTupleKeyCopy,      kPathSerUri,        0,   48, "COAP_RpcSerAddUriTuple: key copy failed") \
   X(AddUriTupleValCopy,      kPathSerUri,        0,   54, "COAP_RpcSerAddUriTuple: value copy failed") \
   X(UpdateUriTupleValCopy,   kPathSerUri,        0,   76, "COAP_RpcSerUpdateUriTuple: value copy failed") \

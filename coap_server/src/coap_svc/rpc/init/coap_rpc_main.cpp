@@ -10,6 +10,7 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ext.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_io.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_parts.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_observe.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_data.h"
 #include "kst_disp.h"
@@ -78,7 +79,9 @@ CoapRpcCtx *COAP_RpcInit(const CoapRpcInitParam *param) {
 }
 
 void COAP_RpcUninit(CoapRpcCtx *ctx) {
-  if (ctx) TakeDown(ctx);
+  if (!ctx) return;
+  CoapRpcPartsLeave(ctx);
+  TakeDown(ctx);
 }
 
 CoapRpcCtx *COAP_RpcDataNew_(const CoapRpcInitParam *param) {

@@ -53,6 +53,7 @@ struct CoapRpcLibCtx {
   uint16_t numReads; /* datagrams to read first of each endpoint; 0 as 1 */
   struct CoapRpcDirect *direct; /* direct entries, owned; null until there is one */
   coap_tick_t nextTick; /* when I/O driven by the descriptor does a tick's work next */
+  struct CoapRpcCalls *calls; /* owned; null until the first call */
 };
 
 /* CoapRpcLibRootOf returns the instance that a session belongs to; null for a null session. */

@@ -10,6 +10,7 @@
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_flight.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_observe.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_payload.h"
+#include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_answer.h"
 #include "coap_svc/rpc/libadapter/serve/coap_rpc_lib_async.h"
 #include "coap_svc/rpc/libadapter/serve/coap_rpc_lib_request.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
@@ -149,6 +150,7 @@ int COAP_RpcEventHandler(coap_session_t *session, const coap_event_t event) {
     COAP_RpcDisConnectedEventHandler(session);
   }
   if (event == COAP_EVENT_MSG_RETRANSMITTED) CoapRpcCallRetransmitted(session);
+  if (event == COAP_EVENT_BAD_PACKET) CountBadPacket(session);
   if (event == COAP_EVENT_SERVER_SESSION_DEL) ForgetSession(session);
   return 0;
 }

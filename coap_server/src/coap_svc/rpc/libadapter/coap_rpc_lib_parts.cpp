@@ -7,6 +7,7 @@
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_block.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_flight.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_observe.h"
+#include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call.h"
 #include "coap_svc/rpc/libadapter/serve/coap_rpc_lib_answer_session.h"
 #include "coap_svc/rpc/libadapter/serve/coap_rpc_lib_async.h"
 #include "coap_svc/rpc/libadapter/serve/coap_rpc_lib_async_queue.h"
@@ -21,6 +22,7 @@ struct Part {
   void (*settle)(CoapRpcCtx *ctx) = nullptr;
   void (*tick)(CoapRpcCtx *ctx) = nullptr;
   bool (*needsTick)(const CoapRpcCtx *ctx) = nullptr;
+  void (*leave)(CoapRpcCtx *ctx) = nullptr;
   void (*stop)(CoapRpcCtx *ctx) = nullptr;
   void (*free)(CoapRpcCtx *ctx) = nullptr;
   void (*forgetEntry)(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) = nullptr;
@@ -53,6 +55,8 @@ constexpr Part kParts[] = {
      .forgetEntry = [](CoapRpcCtx *, CoapRpcSerUriVtbl *entry) { ForgetEntryBlocks(entry); }},
     {.tick = SettleFlights, .needsTick = HasFlights, .free = ForgetFlights},
     {.free = CoapRpcObserveForgetQueries},
+    {.serve = RpcCallsServe, .settle = RpcCallsSettle, .leave = StopRpcCalls,
+     .free = FreeRpcCalls},
 };
 
 template <typename... Params, typename... Args>
@@ -76,6 +80,8 @@ int CoapRpcPartsNeedTick(const CoapRpcCtx *ctx) {
   }
   return 0;
 }
+
+void CoapRpcPartsLeave(CoapRpcCtx *ctx) { CallAll(&Part::leave, ctx); }
 
 void CoapRpcPartsStop(CoapRpcCtx *ctx) { CallAll(&Part::stop, ctx); }
 

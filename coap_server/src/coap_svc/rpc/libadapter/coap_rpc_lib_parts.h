@@ -1,8 +1,9 @@
 /* coap_rpc_lib_parts.h: what happens to the parts of the adapter in an instance's life.
  *
- * The rooms serve, direct and publish hold records of their own in the adapter's record.  Each kind
- * has a row in the table of coap_rpc_lib_parts.cpp, which says what its part does at each of these
- * moments; I/O knows nothing else of them.  What call holds is the client's, and has no row. */
+ * The rooms serve, direct, publish and rpc_call hold records of their own in the adapter's record.
+ * Each kind has a row in the table of coap_rpc_lib_parts.cpp, which says what its part does at each
+ * of these moments; I/O knows nothing else of them.  What call holds is the client's, and has no
+ * row. */
 #ifndef COAP_RPC_LIB_PARTS_H
 #define COAP_RPC_LIB_PARTS_H
 
@@ -21,6 +22,10 @@ void CoapRpcPartsSettle(CoapRpcCtx *ctx);
  * CoapRpcPartsNeedTick returns 1. */
 void CoapRpcPartsTick(CoapRpcCtx *ctx);
 int CoapRpcPartsNeedTick(const CoapRpcCtx *ctx);
+
+/* CoapRpcPartsLeave lets them tell the application what the instance's end means, while everything is
+ * there. */
+void CoapRpcPartsLeave(CoapRpcCtx *ctx);
 
 /* CoapRpcPartsStop lets them release what refers to libcoap, before libcoap's context is freed, and
  * CoapRpcPartsFree what freeing it still needed, after. */

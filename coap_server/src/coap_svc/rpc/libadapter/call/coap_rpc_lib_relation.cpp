@@ -49,6 +49,7 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_clock.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_msg.h"
+#include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_answer.h"
 #include "libcoap/ext/coap_rpc_lib_internals.h"
 
 namespace {
@@ -138,8 +139,11 @@ bool HasToken(const CoapRpcCliReqData &req, const coap_bin_const_t &token) {
          memcmp(req.token, token.s, token.length) == 0;
 }
 
-// RelationOf finds the relation that a message belongs to; null for any other message.
+// RelationOf finds the relation of a base request, or the observation, that a message belongs to; null
+// for any other message.
 Relation *RelationOf(CoapRpcCliData *cli, const coap_session_t *session, const coap_pdu_t *pdu) {
+  RpcCall *call = nullptr;
+  if (IsForCalls(cli->owner, session, pdu, &call)) return OrderOfCall(call);
   const coap_bin_const_t token = coap_pdu_get_token(pdu);
   CoapRpcCliSession *owner = token.length != 0 ? OwnerOf(cli, session) : nullptr;
   if (!owner) return nullptr;
@@ -300,6 +304,7 @@ int Order(CoapRpcCliData *cli, Relation *rel, const Notification &msg, coap_sess
 int CoapRpcRelationOrder(coap_session_t *session, const coap_pdu_t *sent,
                          const coap_pdu_t *received) {
   CoapRpcCliData *cli = ClientOf(session);
+  if (cli && EndTooLong(cli->owner, session, received)) return kCoapRpcLibOld;
   Relation *rel = cli ? RelationOf(cli, session, received) : nullptr;
   if (!rel) return kCoapRpcLibFresh;
   Notification msg;
@@ -307,8 +312,9 @@ int CoapRpcRelationOrder(coap_session_t *session, const coap_pdu_t *sent,
   const bool wasAwaited = rel->isAwaited != 0;
   const int order = Order(cli, rel, msg, session, sent);
   // The response handler does not hear of it, but the registration has its answer.
+  RpcCall *call = nullptr;
   const bool isDroppedAnswer = wasAwaited && rel->isAwaited == 0 && order == kCoapRpcLibOld;
-  if (isDroppedAnswer) TakeAnswered(cli->owner, session, sent, received);
+  if (isDroppedAnswer && !IsForCalls(cli->owner, session, received, &call)) TakeAnswered(cli->owner, session, sent, received);
   return order;
 }
 
@@ -322,12 +328,14 @@ uint32_t CoapRpcRelationIsOvertaken(coap_session_t *session, const coap_pdu_t *r
 }
 
 void CoapRpcRelationSent(CoapRpcCliReqData *req) {
-  if (req->key.uri.observe == 0) return;
-  Relation &rel = req->relation;
-  rel.isAwaited = 1;
-  rel.wasNumbered = rel.freshest != COAP_RPC_FRESHEST_NONE ? 1 : 0;
-  rel.numberSent = rel.number;
-  rel.heldFor = 0;
+  if (req->key.uri.observe != 0) CoapRpcRelationAwait(&req->relation);
+}
+
+void CoapRpcRelationAwait(CoapRpcCliRelation *relation) {
+  relation->isAwaited = 1;
+  relation->wasNumbered = relation->freshest != COAP_RPC_FRESHEST_NONE ? 1 : 0;
+  relation->numberSent = relation->number;
+  relation->heldFor = 0;
 }
 
 uint32_t CoapRpcRelationMustWait(CoapRpcCliReqData *req) {

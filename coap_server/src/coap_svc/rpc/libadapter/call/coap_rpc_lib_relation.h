@@ -10,6 +10,7 @@
 
 COAP_RPC_C_BEGIN
 
+typedef struct CoapRpcCliRelation CoapRpcCliRelation;
 typedef struct CoapRpcCliReqData CoapRpcCliReqData;
 
 /* CoapRpcRelationOrder says what to do with a response, before libcoap does anything because of it:
@@ -24,6 +25,9 @@ uint32_t CoapRpcRelationIsOvertaken(coap_session_t *session, const coap_pdu_t *r
 /* CoapRpcRelationSent notes that the relation's registration was sent; nothing for a plain request.
  */
 void CoapRpcRelationSent(CoapRpcCliReqData *req);
+
+/* CoapRpcRelationAwait is the part of it that concerns the order. */
+void CoapRpcRelationAwait(CoapRpcCliRelation *relation);
 
 /* CoapRpcRelationMustWait returns 1 while sending the relation's registration again would end a
  * payload that is coming in, and the payload is the one that it began to wait for; else 0. */

@@ -1,0 +1,134 @@
+/* coap_rpc_lib_rpc_call_answer.cpp: what libcoap tells of calls.
+ *
+ * The tokens of calls have eight bytes, those that a session counts for base requests fewer.  So once
+ * an instance has made a call, a response with a token of eight bytes is for calls, of whatever call it
+ * may be: one that has ended is not known any more, and its answer must not become a base request's
+ * because of its path.  Such a response is refused, which ends notifications of a server that goes on
+ * (RFC 7641 section 3.6). */
+#include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_answer.h"
+
+#include "coap_svc/rpc/libadapter/call/coap_rpc_lib_relation.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
+#include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call.h"
+#include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_peer.h"
+#include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_watch.h"
+#include "libcoap/ext/coap_rpc_lib_end_request.h"
+#include "libcoap/ext/coap_rpc_lib_source.h"
+
+namespace coap_rpc {
+namespace {
+
+CoapRpcCalls *CallsOf(const CoapRpcCtx *ctx) { return ctx && ctx->lib ? ctx->lib->calls : nullptr; }
+
+// FindOn finds the call of a token that libcoap has on a session.
+RpcCall *FindOn(const CoapRpcCalls *calls, const coap_session_t *session,
+                const coap_bin_const_t &token) {
+  RpcCall *call = FindRpcCall(calls, IdOf(token));
+  const bool isOn = call && SessionOf(*call) == session && call->state != CallState::kQueued;
+  return isOn ? call : nullptr;
+}
+
+// FindNon finds the NON call that a message of its peer's names.
+RpcCall *FindNon(CoapRpcCtx *ctx, coap_session_t *session, coap_mid_t mid) {
+  RpcCallPeer *peer = FindCallPeer(ctx, session);
+  if (!peer) return nullptr;
+  return CallsOfPeer(peer->sentList).FindIf([mid](const RpcCall &call) {
+    return call.isNon != 0 && call.mid == mid && call.state == CallState::kSent;
+  });
+}
+
+RpcCall *FindSent(CoapRpcCtx *ctx, coap_session_t *session, const coap_pdu_t *sent,
+                  coap_nack_reason_t reason, coap_mid_t mid) {
+  if (sent) return FindOn(CallsOf(ctx), session, CoapRpcLibRequestToken(session, sent));
+  return reason == COAP_NACK_RST ? FindNon(ctx, session, mid) : nullptr;
+}
+
+uint32_t StatusOf(coap_nack_reason_t reason) {
+  if (reason == COAP_NACK_RST) return COAP_RPC_CALL_RESET;
+  return reason == COAP_NACK_TOO_MANY_RETRIES ? COAP_RPC_CALL_TIMEOUT : COAP_RPC_CALL_UNREACHABLE;
+}
+
+void Take(CoapRpcCtx *ctx, coap_session_t *session, RpcCall *call, const coap_pdu_t *received) {
+  if (!call->watch) {
+    AnswerCall(ctx, call, received);
+  } else if (CoapRpcRelationIsOvertaken(session, received) == 0) {
+    TakeNotification(ctx, call, received);
+  }
+}
+
+// TakeFarewell takes what comes for an observation that the application has left.
+void TakeFarewell(CoapRpcCtx *ctx, RpcCall *call, const coap_pdu_t *received) {
+  const bool isOver = COAP_RpcCheckObserveOption(received) == 0 && LinkIsAlone(call->endLink);
+  if (isOver) AnswerCall(ctx, call, received);
+}
+
+}  // namespace
+
+bool IsForCalls(const CoapRpcCtx *ctx, const coap_session_t *session, const coap_pdu_t *received,
+                RpcCall **call) {
+  const CoapRpcCalls *calls = CallsOf(ctx);
+  if (!calls) return false;
+  const coap_bin_const_t token = coap_pdu_get_token(received);
+  *call = FindOn(calls, session, token);
+  return token.length == sizeof(uint64_t);
+}
+
+bool TakeCallAnswer(CoapRpcCtx *ctx, coap_session_t *session, const coap_pdu_t *received,
+                    coap_response_t *result) {
+  RpcCall *call = nullptr;
+  if (!IsForCalls(ctx, session, received, &call)) return false;
+  *result = call ? COAP_RESPONSE_OK : COAP_RESPONSE_FAIL;
+  if (!call) {
+    ++ctx->lib->calls->numDropped;
+  } else if (call->state == CallState::kLeaving) {
+    TakeFarewell(ctx, call, received);
+  } else {
+    Take(ctx, session, call, received);
+  }
+  return true;
+}
+
+CoapRpcCliRelation *OrderOfCall(const RpcCall *call) {
+  const bool isWatching = call && call->watch && call->state != CallState::kLeaving;
+  return isWatching ? &call->watch->relation : nullptr;
+}
+
+bool EndTooLong(CoapRpcCtx *ctx, const coap_session_t *session, const coap_pdu_t *received) {
+  const CoapRpcCalls *calls = CallsOf(ctx);
+  coap_block_t block;
+  if (!calls || coap_get_block(received, COAP_OPTION_BLOCK2, &block) == 0) return false;
+  RpcCall *call = FindOn(calls, session, CoapRpcLibRequestToken(session, received));
+  if (!call) return false;
+  if ((uint64_t{block.num} << (block.szx + 4)) < COAP_RPC_MAX_CALL_PAYLOAD) return false;
+  FailCall(ctx, call);
+  return true;
+}
+
+bool TakeCallNack(CoapRpcCtx *ctx, coap_session_t *session, const coap_pdu_t *sent,
+                  coap_nack_reason_t reason, coap_mid_t mid) {
+  RpcCall *call = CallsOf(ctx) ? FindSent(ctx, session, sent, reason, mid) : nullptr;
+  if (!call) return false;
+  if (reason == COAP_NACK_BAD_RESPONSE) {
+    ++ctx->lib->calls->numDropped;
+  } else if (LinkIsAlone(call->endLink)) {
+    EndCall(ctx, call, StatusOf(reason));
+  }
+  return true;
+}
+
+void CheckCallSource(CoapRpcCtx *ctx, coap_session_t *session) {
+  if (!CallsOf(ctx) || !FindCallPeer(ctx, session) || CoapRpcLibIsCutOff(session) == 0) return;
+  // A callback may start another call there: it finds out at its start.
+  while (RpcCallPeer *peer = FindCallPeer(ctx, session)) {
+    RpcCall *call = FirstOf(peer);
+    if (!call) return;
+    EndCall(ctx, call, COAP_RPC_CALL_UNREACHABLE);
+  }
+}
+
+void CountBadPacket(coap_session_t *session) {
+  CoapRpcCtx *ctx = CoapRpcLibRootOf(session);
+  if (CallsOf(ctx) && FindCallPeer(ctx, session)) ++ctx->lib->calls->numDropped;
+}
+
+}  // namespace coap_rpc

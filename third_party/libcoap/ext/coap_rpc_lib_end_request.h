@@ -1,0 +1,30 @@
+/* coap_rpc_lib_end_request.h: requests that are known by their tokens, in a client session.
+ *
+ * libcoap gives the messages of a transfer in blocks tokens of its own, and keeps the request's in
+ * the transfer's record: whoever looks for the messages of a request has to know both. */
+#ifndef COAP_RPC_LIB_END_REQUEST_H
+#define COAP_RPC_LIB_END_REQUEST_H
+
+#include <coap3/coap.h>
+
+#include "coap_svc/rpc/coap_rpc_types.h"
+
+COAP_RPC_C_BEGIN
+
+/* CoapRpcLibEndRequest ends what libcoap does for a request: its messages are not sent any more,
+ * those of its blocks included, and its transfers are dropped.  What the session keeps back may go
+ * out then.  Not for callbacks of libcoap's, which may be using the transfers. */
+void CoapRpcLibEndRequest(coap_session_t *session, const coap_bin_const_t *token);
+
+/* CoapRpcLibStopSending is the part of it that concerns messages: the transfers stay. */
+void CoapRpcLibStopSending(coap_session_t *session, const coap_bin_const_t *token);
+
+/* CoapRpcLibRequestToken returns the token of the request that a message belongs to: its own, unless
+ * it is part of a transfer in blocks. */
+coap_bin_const_t CoapRpcLibRequestToken(const coap_session_t *session, const coap_pdu_t *pdu);
+
+/* CoapRpcLibHasTurn says whether a CON message of the session would go out at once. */
+int CoapRpcLibHasTurn(const coap_session_t *session);
+
+COAP_RPC_C_END
+#endif /* COAP_RPC_LIB_END_REQUEST_H */
