@@ -5,14 +5,13 @@
 namespace coap_rpc_test {
 namespace {
 
-constexpr uint64_t kGivenUpMs = 25'000;  // no transmission has been acknowledged by then
-
 TEST_F(ClientCalls, Unacknowledged_IsATimeout) {
   Make(Get("a"));
-  Wait(10'000);
+  Wait(61'000);
   EXPECT_EQ(told_.size(), 0U);
-  Wait(kGivenUpMs);
+  Wait(33'000);
   EXPECT_EQ(Statuses(), Ends{COAP_RPC_CALL_TIMEOUT});
+  EXPECT_EQ(peer_.Datagrams().size(), 5U);
   EXPECT_EQ(told_[0].rsp.id, id_);
   EXPECT_EQ(told_[0].rsp.isLast, 1U);
   EXPECT_EQ(told_[0].rsp.code, 0U);
@@ -84,7 +83,7 @@ TEST_F(ClientCalls, Cancel_EndsTheTransmissions) {
   ASSERT_EQ(Statuses(), Ends{COAP_RPC_CALL_CANCELLED});
   EXPECT_EQ(told_[0].rsp.id, id);
   EXPECT_EQ(COAP_RpcCallCancel(Ctx(), id), 1900001502U);
-  Wait(60'000);
+  Wait(100'000);
   EXPECT_EQ(peer_.Datagrams().size(), 1U);
   EXPECT_EQ(told_.size(), 1U);
 }

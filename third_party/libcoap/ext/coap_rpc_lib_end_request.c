@@ -102,6 +102,8 @@ void CoapRpcLibEndRequest(coap_session_t *session, const coap_bin_const_t *token
   DropAnswers(session, token);
 }
 
+void CoapRpcLibSetRetransmit(coap_pdu_t *pdu, uint8_t num) { pdu->max_retransmit = num; }
+
 int CoapRpcLibHasTurn(const coap_session_t *session) {
   return !session->delayqueue && session->con_active < COAP_NSTART(session);
 }

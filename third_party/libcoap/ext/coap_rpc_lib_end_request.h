@@ -23,6 +23,10 @@ void CoapRpcLibStopSending(coap_session_t *session, const coap_bin_const_t *toke
  * it is part of a transfer in blocks. */
 coap_bin_const_t CoapRpcLibRequestToken(const coap_session_t *session, const coap_pdu_t *pdu);
 
+/* CoapRpcLibSetRetransmit says how often a message is sent again, whatever its session says, and so for
+ * how long transfers that belong to it are kept without news. */
+void CoapRpcLibSetRetransmit(coap_pdu_t *pdu, uint8_t num);
+
 /* CoapRpcLibHasTurn says whether a CON message of the session would go out at once. */
 int CoapRpcLibHasTurn(const coap_session_t *session);
 

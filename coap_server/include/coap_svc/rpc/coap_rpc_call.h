@@ -74,7 +74,7 @@ typedef struct CoapRpcCall {
 enum {
   COAP_RPC_CALL_ANSWERED = 1, /* by the server: `code` says what it thinks of it.  4.04 is an answer */
   COAP_RPC_CALL_TIMEOUT,      /* no answer by the deadline, or no acknowledgement of any transmission
-                                 (after 14 to 21 s) */
+                                 (after 62 to 93 s) */
   COAP_RPC_CALL_CANCELLED,    /* by COAP_RpcCallCancel */
   COAP_RPC_CALL_RESET,        /* the peer refused the message */
   COAP_RPC_CALL_UNREACHABLE,  /* the network says so (ICMP), the message could not be sent when its

@@ -4,8 +4,10 @@
 #include <cstring>
 #include <string_view>
 
+#include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/common/coap_rpc_sites.h"
+#include "libcoap/ext/coap_rpc_lib_end_request.h"
 #include "libcoap/ext/coap_rpc_lib_internals.h"
 
 namespace coap_rpc {
@@ -199,6 +201,7 @@ uint32_t BuildCall(coap_session_t *session, const CoapRpcCall &call, const coap_
   coap_pdu_t *pdu = coap_pdu_init(type, static_cast<coap_pdu_code_t>(call.method), 0,
                                   coap_session_max_pdu_size(session));
   if (!pdu) return Code(kSiteCallNoMemory);
+  CoapRpcLibSetRetransmit(pdu, kCallMaxRetransmit);
   const uint32_t ret = Fill(pdu, call, token, isObserve);
   if (ret != 0) {
     coap_delete_pdu(pdu);
