@@ -34,6 +34,7 @@ SWEEP(Table);
 SWEEP(Request);
 SWEEP(Observe);
 SWEEP(Client);
+SWEEP(Call);
 
 }  // namespace
 }  // namespace coap_rpc_test

@@ -215,6 +215,14 @@ uint32_t Stage::Call(Request *call, const CoapRpcUriKey &key, const std::string 
   return call(Ctx(), &key, &param, &addr);
 }
 
+CoapRpcCallAddr Stage::FarAddr() const {
+  CoapRpcCallAddr addr = {};
+  addr.dstIp.family = COAP_RPC_IPV4;
+  addr.dstIp.addr.ipv4 = OwnIpv4(Role::kOtherPeer);
+  addr.dstPort = far_.Local().port;
+  return addr;
+}
+
 void Stage::Notify(const std::string &text) {
   CoapMessage message =
       coap_rpc_test::Request(CoapType::kCon, Code(2, 5), ++mid_, observeRequest_.token);

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "coap_svc/rpc/coap_rpc_call.h"
 #include "coap_svc/rpc/coap_rpc_cli.h"
 #include "observe_server.h"
 #include "sweep_allocators.h"
@@ -66,6 +67,7 @@ class Stage : public ObserveServer {
   // Client: calls go to a peer that answers unless it is silent.
   void RegisterClient(const CoapRpcUriKey &key);
   uint32_t Call(Request *call, const CoapRpcUriKey &key, const std::string &payload = "");
+  CoapRpcCallAddr FarAddr() const;
   void SetSilent(bool isSilent) { isSilent_ = isSilent; }
   void SetAnswerLen(size_t len) { answerLen_ = len; }
   void Notify(const std::string &text);  // to the relation that the client has asked for

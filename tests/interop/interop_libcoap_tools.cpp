@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <thread>
 
+#include "coap_svc/rpc/coap_rpc_call.h"
 #include "coap_svc/rpc/coap_rpc_direct.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "tool_process.h"
@@ -410,6 +411,108 @@ TEST_F(InteropClient, ObservedServerThatRestarts_IsHeardAfterTheRenewal) {
   EXPECT_EQ(Call(time_, COAP_RPC_GET, "", COAP_RpcCliObserveReqVerify), 0u);
   ASSERT_TRUE(IsAnswered(num + 4)) << server_->Output();
   EXPECT_EQ(COAP_RpcGetOldNotificationNum(side_.Ctx()), 0u);
+}
+
+// Calls need no path in the answers.
+class InteropCalls : public InteropClient {
+ protected:
+  struct Told {
+    CoapRpcCallRsp rsp;
+    std::string payload;
+  };
+
+  static void OnRsp(uint64_t userData, const CoapRpcCallRsp *rsp) {
+    auto &told = *reinterpret_cast<std::vector<Told> *>(userData);
+    told.push_back({*rsp, std::string(rsp->payload, rsp->payload + rsp->payloadLen)});
+  }
+
+  CoapRpcCallAddr ServerAddr() {
+    CoapRpcCallAddr addr = {};
+    addr.dstIp = side_.AddrOf(side_).dstIp;
+    addr.dstPort = port_;
+    return addr;
+  }
+  CoapRpcCall CallOf(uint32_t method, const char *path, const std::string &payload = "") {
+    CoapRpcCall call = {};
+    call.method = method;
+    call.path = path;
+    call.payload = reinterpret_cast<const uint8_t *>(payload.data());
+    call.payloadLen = static_cast<uint32_t>(payload.size());
+    call.userData = reinterpret_cast<uint64_t>(&told_);
+    call.onRsp = OnRsp;
+    return call;
+  }
+  // Ask makes a call and returns what it came to.
+  Told Ask(const CoapRpcCall &call) {
+    const CoapRpcCallAddr addr = ServerAddr();
+    const size_t num = told_.size();
+    uint64_t id = 0;
+    EXPECT_EQ(COAP_RpcCall(side_.Ctx(), &addr, &call, &id), 0u);
+    EXPECT_TRUE(RunUntil([&] { return told_.size() > num; })) << server_->Output();
+    return told_.size() > num ? told_.back() : Told();
+  }
+
+  std::vector<Told> told_;
+};
+
+TEST_F(InteropCalls, GetPutDelete) {
+  const Told index = Ask(CallOf(COAP_RPC_GET, "/"));
+  EXPECT_EQ(index.rsp.code, 205u);
+  EXPECT_NE(index.payload.find("test server"), std::string::npos);
+  EXPECT_EQ(Ask(CallOf(COAP_RPC_GET, "stored")).rsp.code, 404u);
+  EXPECT_EQ(Ask(CallOf(COAP_RPC_PUT, "stored", "short")).rsp.code, 201u);
+  EXPECT_EQ(Ask(CallOf(COAP_RPC_GET, "stored")).payload, "short");
+  EXPECT_EQ(Ask(CallOf(COAP_RPC_PUT, "stored", "other")).rsp.code, 204u);
+  EXPECT_EQ(Ask(CallOf(COAP_RPC_DELETE, "stored")).rsp.code, 202u);
+  EXPECT_EQ(Ask(CallOf(COAP_RPC_GET, "stored")).rsp.code, 404u);
+}
+
+TEST_F(InteropCalls, BodiesOf100000Bytes_ThereAndBack) {
+  std::string text(100'000, 's');
+  for (size_t i = 0; i < text.size(); i += 50) text[i] = static_cast<char>('a' + i / 50 % 26);
+  EXPECT_EQ(Ask(CallOf(COAP_RPC_PUT, "stored", text)).rsp.code, 201u);
+  const Told told = Ask(CallOf(COAP_RPC_GET, "stored"));
+  EXPECT_EQ(told.rsp.code, 205u);
+  EXPECT_EQ(told.payload, text);
+}
+
+TEST_F(InteropCalls, QueryAndAccept) {
+  CoapRpcCall call = CallOf(COAP_RPC_GET, "time");
+  call.query = "ticks";
+  EXPECT_EQ(Ask(call).rsp.code, 205u);
+  call.isNon = 1;
+  EXPECT_EQ(Ask(call).rsp.code, 205u);
+}
+
+TEST_F(InteropCalls, SeparateAnswer) {
+  EXPECT_EQ(Ask(CallOf(COAP_RPC_GET, "async")).payload, "done");
+}
+
+TEST_F(InteropCalls, WellKnownCore_InBlocks) {
+  const Told told = Ask(CallOf(COAP_RPC_GET, ".well-known/core"));
+  EXPECT_EQ(told.rsp.contentFormat, 40u);
+  EXPECT_NE(told.payload.find("</time>"), std::string::npos);
+}
+
+TEST_F(InteropCalls, Observe_UntilItIsCancelled) {
+  const CoapRpcCallAddr addr = ServerAddr();
+  const CoapRpcCall call = CallOf(COAP_RPC_GET, "time");
+  uint64_t id = 0;
+  EXPECT_EQ(COAP_RpcCallObserve(side_.Ctx(), &addr, &call, &id), 0u);
+  ASSERT_TRUE(RunUntil([&] { return told_.size() >= 3; })) << server_->Output();
+  EXPECT_NE(told_[0].payload, told_[2].payload);
+  EXPECT_EQ(COAP_RpcCallCancel(side_.Ctx(), id), 0u);
+  EXPECT_EQ(told_.back().rsp.status, COAP_RPC_CALL_CANCELLED);
+  EXPECT_TRUE(RunUntil([&] { return COAP_RpcGetCallNum(side_.Ctx()) == 0; }));
+  const size_t num = told_.size();
+  for (int i = 0; i < 2500; ++i) Step();
+  EXPECT_EQ(told_.size(), num);
+  EXPECT_EQ(COAP_RpcGetDroppedAnswerNum(side_.Ctx()), 0u);
+}
+
+TEST_F(InteropCalls, ServerThatIsGone_IsUnreachable) {
+  server_.reset();
+  EXPECT_EQ(Ask(CallOf(COAP_RPC_GET, "time")).rsp.status, COAP_RPC_CALL_UNREACHABLE);
 }
 
 }  // namespace
