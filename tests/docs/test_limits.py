@@ -7,7 +7,7 @@ from pathlib import Path
 TOP = Path(__file__).resolve().parents[2]
 HEADER = TOP / "coap_server/src/coap_svc/rpc/common/coap_rpc_limits.h"
 EXTENSIONS = [TOP / "coap_server/include/coap_svc/rpc" / name
-              for name in ("coap_rpc_ext.h", "coap_rpc_direct.h")]
+              for name in ("coap_rpc_ext.h", "coap_rpc_direct.h", "coap_rpc_call.h")]
 DOCUMENT = TOP / "docs/limits.md"
 
 
@@ -85,6 +85,11 @@ ROWS = {
     "changes-put-back": [("kMaxPutBackChgs", number)],
     "given-up-payloads": [("kMaxGivenUp", exact)],
     "followed-requests": [("COAP_RPC_MAX_FOLLOWED_REQUESTS", number)],
+    "call-payload": [("COAP_RPC_MAX_CALL_PAYLOAD", number)],
+    "call-deadline": [("COAP_RPC_CALL_DEADLINE_MS", seconds)],
+    "silent-call": [("kCallMaxRetransmit", lambda value: f"{value} retransmissions")],
+    "call-renewal": [("kMinRenewalDelayMs", seconds), ("kMaxRenewalDelayMs", seconds)],
+    "calls": [("COAP_RPC_MAX_CALLS", number)],
     "resends": [("kResendBatchSize", lambda value: str(value - 1))],
 }
 
@@ -95,9 +100,9 @@ def constants():
              re.findall(r"constexpr \w+ (k\w+) = (\d+);", text)}
     for name, factor, value in re.findall(r"constexpr \w+ (k\w+) = size_t\{(\d+)\} \* (\d+);", text):
         found[name] = int(factor) * int(value)
-    extension = "".join(path.read_text(encoding="utf-8") for path in EXTENSIONS)
-    found.update((name, int(value)) for name, value in
-                 re.findall(r"#define (COAP_RPC_MAX_\w+) (\d+)u", extension))
+    for extension in EXTENSIONS:
+        found.update((name, int(value)) for name, value in
+                     re.findall(r"#define (COAP_RPC_\w+) (\d+)u", extension.read_text(encoding="utf-8")))
     return found
 
 

@@ -1,5 +1,5 @@
-/* sweep_calls.cpp: ordinary calls and observations.  Each that was accepted is told of, once, whatever
- * fails; each that was not leaves nothing. */
+/* sweep_calls.cpp: ordinary calls and observations.  Each that was accepted is told of, once,
+ * whatever fails; each that was not leaves nothing. */
 #include "coap_svc/rpc/coap_rpc_call.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "sweep.h"
@@ -107,7 +107,8 @@ void Works(Stage &stage) {
   COAP_RpcCallCancel(stage.Ctx(), g_calls.id);  // an observation that goes on
   stage.Listen(kAllEnded);
   EXPECT_EQ(g_calls.numOpen, 0u);
-  if (COAP_RpcGetCallNum(stage.Ctx()) != 0) stage.Listen(1000);  // an unanswered farewell is given up
+  if (COAP_RpcGetCallNum(stage.Ctx()) != 0)
+    stage.Listen(1000);  // an unanswered farewell is given up
   EXPECT_EQ(COAP_RpcGetCallNum(stage.Ctx()), 0u);
   g_calls = {};
   stage.SetAnswerLen(0);

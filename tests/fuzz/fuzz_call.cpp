@@ -1,5 +1,5 @@
-// Calls and observations: whatever an application asks for, and whatever peers answer.  Each that was
-// accepted is told of once, and nothing is told of any other.
+// Calls and observations: whatever an application asks for, and whatever peers answer.  Each that
+// was accepted is told of once, and nothing is told of any other.
 #include <cstring>
 #include <map>
 

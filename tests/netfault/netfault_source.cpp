@@ -6,6 +6,7 @@
 #include <optional>
 #include <vector>
 
+#include "coap_svc/rpc/coap_rpc_call.h"
 #include "coap_svc/rpc/coap_rpc_cli.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_io.h"
@@ -268,6 +269,79 @@ TEST_P(ClientSource, BoundSession_WorksAgainWithItsAddress) {
   near_->SetAddress(kOwnHost);
   if (IsIpv6()) Do(COAP_RpcCliConReq, key);  // the former one went out and was given up
   ExpectFrom(kOwnHost);
+}
+
+// Calls: those that name their source end with it, the others follow.
+class CallSource : public ClientSource {
+ protected:
+  ~CallSource() override { instance_.reset(); }  // which tells of the calls that are left
+
+  static void OnRsp(uint64_t userData, const CoapRpcCallRsp *rsp) {
+    reinterpret_cast<std::vector<uint32_t> *>(userData)->push_back(rsp->status);
+  }
+  uint32_t Call(bool isBound) {
+    near_->Enter();
+    CoapRpcCallAddr addr = {};
+    if (isBound) addr.srcIp = near_->AddressOf(kOwnHost);
+    addr.dstIp = near_->AddressOf(kPeerHost);
+    addr.dstPort = kPort;
+    CoapRpcCall call = {};
+    call.method = COAP_RPC_GET;
+    call.path = "a";
+    call.userData = reinterpret_cast<uint64_t>(&statuses_);
+    call.onRsp = OnRsp;
+    uint64_t id = 0;
+    return COAP_RpcCall(*instance_, &addr, &call, &id);
+  }
+
+  std::vector<uint32_t> statuses_;
+};
+
+INSTANTIATE_TEST_SUITE_P(Families, CallSource, testing::Values(false, true),
+                         [](const auto &one) { return one.param ? "Ipv6" : "Ipv4"; });
+
+TEST_P(CallSource, NamedAddressIsGone_NextCallSaysSo) {
+  EXPECT_EQ(Call(true), 0u);
+  const std::optional<CoapMessage> request = Next(1000);
+  ASSERT_TRUE(request);
+  Answer(*request);
+  near_->SetAddress(kOtherHost);
+  EXPECT_EQ(Call(true), 1900001495u);
+  near_->SetAddress(kOwnHost);
+  EXPECT_EQ(Call(true), 0u);
+}
+
+TEST_P(CallSource, NamedAddressGoesAway_CallEndsWithItsRetransmission) {
+  EXPECT_EQ(Call(true), 0u);
+  ASSERT_TRUE(Next(1000));
+  near_->SetAddress(kOtherHost);
+  Next(3500);
+  EXPECT_EQ(statuses_, std::vector<uint32_t>{COAP_RPC_CALL_UNREACHABLE});
+}
+
+TEST_P(CallSource, AnyAddress_FollowsAndIsAnswered) {
+  EXPECT_EQ(Call(false), 0u);
+  ASSERT_TRUE(Next(1000));
+  near_->SetAddress(kOtherHost);
+  const std::optional<CoapMessage> again = Next(5000);
+  ASSERT_TRUE(again);
+  EXPECT_EQ(peer_->Remote().host, Text(kOtherHost));
+  peer_->Send(Request(CoapType::kAck, coap_rpc_test::Code(2, 5), again->messageId, again->token));
+  Tick();
+  Tick();
+  EXPECT_EQ(statuses_, std::vector<uint32_t>{COAP_RPC_CALL_ANSWERED});
+}
+
+TEST_P(CallSource, NoWayToThePeer_IsNotSent) {
+  EXPECT_EQ(Call(false), 0u);
+  const std::optional<CoapMessage> request = Next(1000);
+  ASSERT_TRUE(request);
+  Answer(*request);
+  near_->SetUp(false);
+  EXPECT_EQ(Call(false), 1900001499u);
+  near_->SetUp(true);
+  EXPECT_EQ(Call(false), 0u);
+  EXPECT_TRUE(Next(1000));
 }
 
 }  // namespace

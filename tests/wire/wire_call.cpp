@@ -2,6 +2,7 @@
 #include <set>
 
 #include "client_calls.h"
+#include "fixed_random.h"
 
 namespace coap_rpc_test {
 namespace {
@@ -49,7 +50,6 @@ TEST_F(ClientCalls, ErrorIsAnAnswer) {
   EXPECT_FALSE(told_[0].hasLocation);
   EXPECT_EQ(told_[0].rsp.payload, nullptr);
 }
-
 
 TEST_F(ClientCalls, EveryOption_InOrderOfNumbers) {
   const CoapRpcCallEtag etags[] = {{2, {0xAA, 0xBB}}, {8, {1, 2, 3, 4, 5, 6, 7, 8}}};
@@ -127,6 +127,16 @@ TEST_F(ClientCalls, TokensDiffer) {
   EXPECT_EQ(tokens.size(), 100U);
 }
 
+TEST_F(ClientCalls, TokensDiffer_WhateverTheRandomNumbers) {
+  const FixedRandom random(0);
+  COAP_RpcSetNstart(Ctx(), 10);
+  std::set<Bytes> tokens;
+  for (int i = 0; i < 10; ++i) Make(Get("a"));
+  for (int i = 0; i < 10; ++i) tokens.insert(Next().token);
+  EXPECT_EQ(tokens.size(), 10U);
+  EXPECT_EQ(tokens.count(Bytes(8)), 0U);
+}
+
 TEST_F(ClientCalls, LargePayload_GoesInBlocks) {
   std::string payload(5000, 'x');
   for (size_t i = 0; i < payload.size(); ++i) payload[i] = static_cast<char>('a' + i % 26);
@@ -159,7 +169,8 @@ TEST_F(ClientCalls, LargeAnswer_IsToldWhole) {
     EXPECT_EQ(request.Path(), "p");
     const CoapBlock block{num, (num + 1) * 64 < body.size(), 2};
     EXPECT_EQ(told_.size(), 0U);
-    peer_.Send(Piggyback(request).AddBlock(kOptBlock2, block).PayloadText(body.substr(num * 64, 64)));
+    peer_.Send(
+        Piggyback(request).AddBlock(kOptBlock2, block).PayloadText(body.substr(num * 64, 64)));
   }
   Ticks(3);
   ASSERT_EQ(Statuses(), Ends{COAP_RPC_CALL_ANSWERED});
@@ -173,7 +184,9 @@ TEST_F(ClientCalls, AnswerWithoutEnd_Is408) {
   peer_.Send(Piggyback(request).AddBlock(kOptBlock2, {0, true, 6}).PayloadText(block));
   const CoapMessage next = Next();
   // The peer says that it sends a block beyond the limit.
-  Say(Piggyback(next).AddBlock(kOptBlock2, {COAP_RPC_MAX_CALL_PAYLOAD / 1024, true, 6}).PayloadText(block));
+  Say(Piggyback(next)
+          .AddBlock(kOptBlock2, {COAP_RPC_MAX_CALL_PAYLOAD / 1024, true, 6})
+          .PayloadText(block));
   ASSERT_EQ(Statuses(), Ends{COAP_RPC_CALL_ANSWERED});
   EXPECT_EQ(told_[0].rsp.code, 408U);
   EXPECT_EQ(NumCalls(), 0U);
@@ -278,7 +291,8 @@ TEST_F(BadCalls, Path) {
 TEST_F(BadCalls, Query) {
   CoapRpcCall call = Get("a");
   const std::string argument(255, 'q');
-  const std::string whole = argument + "&" + argument + "&" + argument + "&" + argument + "&0123456789";
+  const std::string whole =
+      argument + "&" + argument + "&" + argument + "&" + argument + "&0123456789";
   const std::string one(1034, 'q');
   for (const std::string &query : {one, argument + "q", "a&" + argument + "q"}) {
     call.query = query.c_str();
@@ -304,7 +318,8 @@ TEST_F(BadCalls, EtagsAndFormats) {
   const CoapRpcCallEtag tooLong = {9, {}};
   CoapRpcCall call = Get("a");
   call.numEtags = 1;
-  for (const CoapRpcCallEtag *tag : {static_cast<const CoapRpcCallEtag *>(nullptr), &empty, &tooLong}) {
+  for (const CoapRpcCallEtag *tag :
+       {static_cast<const CoapRpcCallEtag *>(nullptr), &empty, &tooLong}) {
     call.etags = tag;
     Expect(call, 1900001490);
   }

@@ -218,6 +218,35 @@ TEST_F(CallsBesideBase, EndOfACall_IsNotTheBaseRequests) {
   EXPECT_EQ(told_.size(), 1U);
 }
 
+// The answer to a renewal may be overtaken by a notification, and is dropped: it is no base
+// request's.
+TEST_F(CallsBesideBase, DroppedAnswerOfAnObservation_IsNotTheBaseRequests) {
+  std::vector<CoapRpcRequestEnd> ends;
+  COAP_RpcSetOnRequestEnd(
+      Ctx(),
+      [](uint64_t userData, const CoapRpcRequestEnd *end) {
+        reinterpret_cast<std::vector<CoapRpcRequestEnd> *>(userData)->push_back(*end);
+      },
+      reinterpret_cast<uint64_t>(&ends));
+  Watch(Get("w"));
+  const CoapMessage first = Next();
+  const auto notification = [&](uint16_t number) {
+    CoapMessage message = Apart(CoapType::kNon, number, first).AddUint(kOptObserve, number);
+    return message.AddUint(kOptMaxAge, 1).PayloadText("x");
+  };
+  Say(Piggyback(first).AddUint(kOptObserve, 12).AddUint(kOptMaxAge, 1));
+  Say(AckOf(Ask()));
+  CoapMessage renewal;
+  do renewal = Next();
+  while (renewal.token != first.token);
+  Say(notification(14));
+  Say(AckOf(renewal));
+  Say(notification(13));
+  EXPECT_EQ(COAP_RpcGetOldNotificationNum(Ctx()), 1U);
+  Wait(250'000);
+  EXPECT_EQ(ends.size(), 1U);  // nobody has answered the base request
+}
+
 TEST_F(CallsBesideBase, BaseRequestThatIsUndone_LeavesTheCall) {
   const CoapRpcUriKey watchKey = KeyOf("w", COAP_RPC_CON, 1);
   Register(watchKey, &app_);

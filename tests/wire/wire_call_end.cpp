@@ -187,7 +187,8 @@ TEST_F(ClientCalls, Turns_PassWithACancelAndADeadline) {
   EXPECT_EQ(COAP_RpcCallCancel(Ctx(), queued), 0U);
   host_.AdvanceMs(1'500);
   EXPECT_EQ(Next().Path(), "d");
-  EXPECT_EQ(Statuses(), (Ends{COAP_RPC_CALL_CANCELLED, COAP_RPC_CALL_CANCELLED, COAP_RPC_CALL_TIMEOUT}));
+  EXPECT_EQ(Statuses(),
+            (Ends{COAP_RPC_CALL_CANCELLED, COAP_RPC_CALL_CANCELLED, COAP_RPC_CALL_TIMEOUT}));
 }
 
 TEST_F(ClientCalls, Turn_CountsAgainstTheDeadline) {

@@ -82,13 +82,19 @@ TEST_F(CallObserve, NumbersWrap_AndAge) {
   Accept(0xFFFFFF, "a", 1000);
   Say(Notification(0, "b"));
   EXPECT_EQ(Texts(), "a b ");
-  Say(Apart(CoapType::kNon, 7, request_).AddUint(kOptObserve, 0xFFFFFE).AddUint(kOptMaxAge, 1000)
+  Say(Apart(CoapType::kNon, 7, request_)
+          .AddUint(kOptObserve, 0xFFFFFE)
+          .AddUint(kOptMaxAge, 1000)
           .PayloadText("old"));
   EXPECT_EQ(Texts(), "a b ");
-  Say(Apart(CoapType::kNon, 8, request_).AddUint(kOptObserve, 1).AddUint(kOptMaxAge, 1000)
+  Say(Apart(CoapType::kNon, 8, request_)
+          .AddUint(kOptObserve, 1)
+          .AddUint(kOptMaxAge, 1000)
           .PayloadText("c"));
   Wait(129'000);
-  Say(Apart(CoapType::kNon, 9, request_).AddUint(kOptObserve, 0xFFFFFE).AddUint(kOptMaxAge, 1000)
+  Say(Apart(CoapType::kNon, 9, request_)
+          .AddUint(kOptObserve, 0xFFFFFE)
+          .AddUint(kOptMaxAge, 1000)
           .PayloadText("d"));
   EXPECT_EQ(Texts(), "a b c d ");
 }
@@ -206,7 +212,8 @@ TEST_F(CallObserve, Cancel_BeforeTheAnswer) {
   for (const PeerDatagram &datagram : peer_.Datagrams()) {
     CoapMessage message;
     EXPECT_EQ(Parse(datagram.bytes, &message), "");
-    if (&datagram != &peer_.Datagrams()[0]) EXPECT_EQ(message.Values(kOptObserve), std::vector<Bytes>{{1}});
+    if (&datagram != &peer_.Datagrams()[0])
+      EXPECT_EQ(message.Values(kOptObserve), std::vector<Bytes>{{1}});
   }
   EXPECT_EQ(Statuses(), Ends{COAP_RPC_CALL_CANCELLED});
 }
@@ -243,7 +250,8 @@ TEST_F(CallObserve, NotificationInBlocks_IsToldWhole) {
     const CoapMessage request = Next();
     EXPECT_FALSE(request.Has(kOptObserve));
     const CoapBlock block{num, num < 3, 2};
-    peer_.Send(Piggyback(request).AddBlock(kOptBlock2, block).PayloadText(body.substr(num * 64, 64)));
+    peer_.Send(
+        Piggyback(request).AddBlock(kOptBlock2, block).PayloadText(body.substr(num * 64, 64)));
   }
   Ticks(3);
   ASSERT_EQ(told_.size(), 2U);

@@ -19,12 +19,12 @@ void CoapRpcLibEndRequest(coap_session_t *session, const coap_bin_const_t *token
 /* CoapRpcLibStopSending is the part of it that concerns messages: the transfers stay. */
 void CoapRpcLibStopSending(coap_session_t *session, const coap_bin_const_t *token);
 
-/* CoapRpcLibRequestToken returns the token of the request that a message belongs to: its own, unless
- * it is part of a transfer in blocks. */
+/* CoapRpcLibRequestToken returns the token of the request that a message belongs to: its own,
+ * unless it is part of a transfer in blocks. */
 coap_bin_const_t CoapRpcLibRequestToken(const coap_session_t *session, const coap_pdu_t *pdu);
 
-/* CoapRpcLibSetRetransmit says how often a message is sent again, whatever its session says, and so for
- * how long transfers that belong to it are kept without news. */
+/* CoapRpcLibSetRetransmit says how often a message is sent again, whatever its session says, and so
+ * for how long transfers that belong to it are kept without news. */
 void CoapRpcLibSetRetransmit(coap_pdu_t *pdu, uint8_t num);
 
 /* CoapRpcLibHasTurn says whether a CON message of the session would go out at once. */

@@ -114,6 +114,5 @@ int CoapRpcLibLeaveStale(coap_session_t *session) {
 }
 
 int CoapRpcLibIsCutOff(coap_session_t *session) {
-  return !FollowsSource(session) &&
-         CoapRpcLibIsLost(&session->addr_info.local);
+  return !FollowsSource(session) && CoapRpcLibIsLost(&session->addr_info.local);
 }

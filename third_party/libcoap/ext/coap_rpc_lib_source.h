@@ -36,8 +36,8 @@ int CoapRpcLibLeaveStale(coap_session_t *session);
  * it has now. */
 void CoapRpcLibRenewSource(coap_session_t *session);
 
-/* CoapRpcLibIsLost says whether an address is not one of this machine's: nothing can be bound to it.
- * CoapRpcLibIsCutOff says so of the address of a session that does not follow its source. */
+/* CoapRpcLibIsLost says whether an address is not one of this machine's: nothing can be bound to
+ * it. CoapRpcLibIsCutOff says so of the address of a session that does not follow its source. */
 int CoapRpcLibIsLost(const coap_address_t *addr);
 int CoapRpcLibIsCutOff(coap_session_t *session);
 

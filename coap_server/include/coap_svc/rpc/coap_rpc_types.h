@@ -38,7 +38,7 @@ enum { COAP_RPC_CON = 0, COAP_RPC_NON = 1 };                                 /* 
 enum { COAP_RPC_DEFAULT = 0, COAP_RPC_BROADCAST = 1, COAP_RPC_UNICAST = 2 }; /* pktType */
 enum { COAP_RPC_JSON = 1, COAP_RPC_BYTE = 2 };                               /* payloadFormat */
 enum { COAP_RPC_GET = 1, COAP_RPC_POST = 2, COAP_RPC_PUT = 3, COAP_RPC_DELETE = 4 }; /* codeType */
-enum { COAP_RPC_FETCH = 5, COAP_RPC_PATCH = 6, COAP_RPC_IPATCH = 7 }; /* RFC 8132 */
+enum { COAP_RPC_FETCH = 5, COAP_RPC_PATCH = 6, COAP_RPC_IPATCH = 7 };                /* RFC 8132 */
 enum { COAP_RPC_IPV4 = 1, COAP_RPC_IPV6 = 2 }; /* CoapRpcIpAddr.family */
 
 /* CoapRpcUriKey names a registered handler table on either side.

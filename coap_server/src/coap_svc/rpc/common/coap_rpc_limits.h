@@ -49,8 +49,8 @@ inline constexpr uint32_t kIncomingIdleMs = 22000;
 // CON requests whose ends an application wants to be told of.
 inline constexpr uint32_t kMaxOpenRequests = COAP_RPC_MAX_FOLLOWED_REQUESTS;
 
-// Calls.  How often a message is sent again (RFC 7252 section 4.8), and how long after its Max-Age an
-// observation is (RFC 7641 section 3.3.1).
+// Calls.  How often a message is sent again (RFC 7252 section 4.8), and how long after its Max-Age
+// an observation is (RFC 7641 section 3.3.1).
 inline constexpr uint8_t kCallMaxRetransmit = 4;
 inline constexpr uint32_t kMaxCalls = COAP_RPC_MAX_CALLS;
 inline constexpr uint32_t kMinRenewalDelayMs = 5000;

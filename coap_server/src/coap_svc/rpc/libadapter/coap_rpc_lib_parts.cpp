@@ -55,8 +55,7 @@ constexpr Part kParts[] = {
      .forgetEntry = [](CoapRpcCtx *, CoapRpcSerUriVtbl *entry) { ForgetEntryBlocks(entry); }},
     {.tick = SettleFlights, .needsTick = HasFlights, .free = ForgetFlights},
     {.free = CoapRpcObserveForgetQueries},
-    {.serve = RpcCallsServe, .settle = RpcCallsSettle, .leave = StopRpcCalls,
-     .free = FreeRpcCalls},
+    {.serve = RpcCallsServe, .settle = RpcCallsSettle, .leave = StopRpcCalls, .free = FreeRpcCalls},
 };
 
 template <typename... Params, typename... Args>

@@ -23,8 +23,8 @@ void CoapRpcPartsSettle(CoapRpcCtx *ctx);
 void CoapRpcPartsTick(CoapRpcCtx *ctx);
 int CoapRpcPartsNeedTick(const CoapRpcCtx *ctx);
 
-/* CoapRpcPartsLeave lets them tell the application what the instance's end means, while everything is
- * there. */
+/* CoapRpcPartsLeave lets them tell the application what the instance's end means, while everything
+ * is there. */
 void CoapRpcPartsLeave(CoapRpcCtx *ctx);
 
 /* CoapRpcPartsStop lets them release what refers to libcoap, before libcoap's context is freed, and

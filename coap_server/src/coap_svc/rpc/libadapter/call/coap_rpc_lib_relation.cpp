@@ -139,8 +139,8 @@ bool HasToken(const CoapRpcCliReqData &req, const coap_bin_const_t &token) {
          memcmp(req.token, token.s, token.length) == 0;
 }
 
-// RelationOf finds the relation of a base request, or the observation, that a message belongs to; null
-// for any other message.
+// RelationOf finds the relation of a base request, or the observation, that a message belongs to;
+// null for any other message.
 Relation *RelationOf(CoapRpcCliData *cli, const coap_session_t *session, const coap_pdu_t *pdu) {
   RpcCall *call = nullptr;
   if (IsForCalls(cli->owner, session, pdu, &call)) return OrderOfCall(call);
@@ -314,7 +314,8 @@ int CoapRpcRelationOrder(coap_session_t *session, const coap_pdu_t *sent,
   // The response handler does not hear of it, but the registration has its answer.
   RpcCall *call = nullptr;
   const bool isDroppedAnswer = wasAwaited && rel->isAwaited == 0 && order == kCoapRpcLibOld;
-  if (isDroppedAnswer && !IsForCalls(cli->owner, session, received, &call)) TakeAnswered(cli->owner, session, sent, received);
+  if (isDroppedAnswer && !IsForCalls(cli->owner, session, received, &call))
+    TakeAnswered(cli->owner, session, sent, received);
   return order;
 }
 

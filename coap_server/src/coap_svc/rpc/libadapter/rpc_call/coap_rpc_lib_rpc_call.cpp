@@ -2,15 +2,14 @@
  *
  * A call goes through these states:
  *
- *   queued    its message is built, but its session has as many CON messages unacknowledged as it may
- *             (NSTART).  The end of each turn of the I/O sends the first of each such session
- *   sent      libcoap has the message: it repeats it, sends the payload in blocks and puts the answer
- *             together.  An empty acknowledgement changes nothing here
- *   watched   observations only: the server has accepted the registration, and its latest
- *             notification is fresh (coap_rpc_lib_rpc_call_watch.cpp)
- *   leaving   a cancelled observation, whose server is told.  Nobody waits for the outcome
- *   ended     the application has been told.  libcoap may still be using the transfers of the call, so
- *             they are dropped after the turn; then the record is freed
+ *   queued    its message is built, but its session has as many CON messages unacknowledged as it
+ * may (NSTART).  The end of each turn of the I/O sends the first of each such session sent libcoap
+ * has the message: it repeats it, sends the payload in blocks and puts the answer together.  An
+ * empty acknowledgement changes nothing here watched   observations only: the server has accepted
+ * the registration, and its latest notification is fresh (coap_rpc_lib_rpc_call_watch.cpp) leaving
+ * a cancelled observation, whose server is told.  Nobody waits for the outcome ended     the
+ * application has been told.  libcoap may still be using the transfers of the call, so they are
+ * dropped after the turn; then the record is freed
  *
  * Who ends a call:
  *
@@ -21,8 +20,8 @@
  *   the application           COAP_RpcCallCancel, and COAP_RpcUninit for all
  *   its source is gone        a transmission that is repeated finds out
  *
- * All deadlines hang on one timer of the host, set to the earliest.  When that call ends early the timer
- * stays as it is and finds nothing due.  An observation's time is when to register again.
+ * All deadlines hang on one timer of the host, set to the earliest.  When that call ends early the
+ * timer stays as it is and finds nothing due.  An observation's time is when to register again.
  *
  * At most kMaxCalls are under way.  A call costs about 300 bytes, its message and its payload. */
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call.h"
@@ -152,8 +151,8 @@ CoapRpcCallRsp RspOf(const RpcCall &call, uint32_t status) {
   return rsp;
 }
 
-// Retire ends in libcoap what has ended, after the turn if there is one: libcoap may be using it.  Then
-// the application is told, if it has not been.
+// Retire ends in libcoap what has ended, after the turn if there is one: libcoap may be using it.
+// Then the application is told, if it has not been.
 void Retire(CoapRpcCtx *ctx, RpcCall *call, const CoapRpcCallRsp &rsp) {
   const CoapRpcOnCallRsp onRsp = std::exchange(call->onRsp, nullptr);
   const uint64_t userData = call->userData;
@@ -169,8 +168,8 @@ void SettleCall(CoapRpcCtx *ctx, CoapRpcCalls *calls, RpcCall *call) {
   Drop(ctx, calls, call);
 }
 
-// SendFirst sends the first call that a peer has queued.  False: there is none, or it has no turn, or it
-// has ended, and with it maybe the peer.
+// SendFirst sends the first call that a peer has queued.  False: there is none, or it has no turn,
+// or it has ended, and with it maybe the peer.
 bool SendFirst(CoapRpcCtx *ctx, CoapRpcCalls *calls, RpcCallPeer *peer) {
   RpcCall *call = CallsOfPeer(peer->queuedList).First();
   if (!call || CoapRpcLibHasTurn(peer->coapSession) == 0) return false;

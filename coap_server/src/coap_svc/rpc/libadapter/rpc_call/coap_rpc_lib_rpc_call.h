@@ -23,14 +23,15 @@ void AnswerCall(CoapRpcCtx *ctx, RpcCall *call, const coap_pdu_t *answer);
 // FailCall answers a call with 4.08 in the server's stead.
 void FailCall(CoapRpcCtx *ctx, RpcCall *call);
 
-// CancelCall tells the application that a call is cancelled, and the server when it is an observation.
+// CancelCall tells the application that a call is cancelled, and the server when it is an
+// observation.
 void CancelCall(CoapRpcCtx *ctx, RpcCall *call);
 
 // TellCall calls a call's onRsp.
 void TellCall(CoapRpcCtx *ctx, const RpcCall &call, const coap_pdu_t *answer, uint32_t isLast);
 
-// RpcCallsServe sends what has its turn, RpcCallsSettle ends in libcoap what has ended: steps of a turn
-// of the I/O (coap_rpc_lib_parts.h).
+// RpcCallsServe sends what has its turn, RpcCallsSettle ends in libcoap what has ended: steps of a
+// turn of the I/O (coap_rpc_lib_parts.h).
 void RpcCallsServe(CoapRpcCtx *ctx);
 void RpcCallsSettle(CoapRpcCtx *ctx);
 

@@ -1,10 +1,10 @@
 /* coap_rpc_lib_rpc_call_answer.cpp: what libcoap tells of calls.
  *
- * The tokens of calls have eight bytes, those that a session counts for base requests fewer.  So once
- * an instance has made a call, a response with a token of eight bytes is for calls, of whatever call it
- * may be: one that has ended is not known any more, and its answer must not become a base request's
- * because of its path.  Such a response is refused, which ends notifications of a server that goes on
- * (RFC 7641 section 3.6). */
+ * The tokens of calls have eight bytes, those that a session counts for base requests fewer.  So
+ * once an instance has made a call, a response with a token of eight bytes is for calls, of
+ * whatever call it may be: one that has ended is not known any more, and its answer must not become
+ * a base request's because of its path.  Such a response is refused, which ends notifications of a
+ * server that goes on (RFC 7641 section 3.6). */
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_answer.h"
 
 #include "coap_svc/rpc/libadapter/call/coap_rpc_lib_relation.h"

@@ -13,11 +13,13 @@ namespace coap_rpc {
 bool IsForCalls(const CoapRpcCtx *ctx, const coap_session_t *session, const coap_pdu_t *received,
                 RpcCall **call);
 
-// TakeCallAnswer takes a response that is for calls; nothing for any other.  Returns whether it was.
+// TakeCallAnswer takes a response that is for calls; nothing for any other.  Returns whether it
+// was.
 bool TakeCallAnswer(CoapRpcCtx *ctx, coap_session_t *session, const coap_pdu_t *received,
                     coap_response_t *result);
 
-// OrderOfCall returns the order of a call's notifications; null for one that has none, and for null.
+// OrderOfCall returns the order of a call's notifications; null for one that has none, and for
+// null.
 CoapRpcCliRelation *OrderOfCall(const RpcCall *call);
 
 // EndTooLong ends a call whose answer in blocks is longer than it may be, and says whether it did.

@@ -17,7 +17,7 @@ using Text = std::string_view;
 
 constexpr size_t kMaxPart = 255;  // of a path segment or a query argument, RFC 7252 section 5.10
 constexpr uint32_t kMaxFormat = 65535;
-constexpr uint32_t kMaxTags = 128;     // as many as fit a message
+constexpr uint32_t kMaxTags = 128;  // as many as fit a message
 constexpr size_t kMaxOptionHead = 5;
 constexpr uint32_t kPerClass = 100;
 
@@ -34,8 +34,8 @@ Text PathOf(const CoapRpcCall &call) {
   return path.empty() || path[0] != '/' ? path : path.substr(1);
 }
 
-// EachPart calls `visit` with the parts between separators until it returns false.  An empty text has
-// none.
+// EachPart calls `visit` with the parts between separators until it returns false.  An empty text
+// has none.
 template <typename Visit>
 bool EachPart(Text text, char separator, Visit visit) {
   if (text.empty()) return true;
@@ -97,8 +97,7 @@ class Builder {
   }
 
   void AddParts(coap_option_num_t number, Text text, char separator) {
-    EachPart(text, separator,
-             [&](Text part) { return Add(number, part.size(), part.data()); });
+    EachPart(text, separator, [&](Text part) { return Add(number, part.size(), part.data()); });
   }
 
  private:

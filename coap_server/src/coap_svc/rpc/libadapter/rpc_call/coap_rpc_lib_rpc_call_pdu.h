@@ -20,8 +20,8 @@ bool AddCallPayload(coap_session_t *session, coap_pdu_t *pdu, CoapRpcPayload *pa
 // ReadAnswer fills what a message says; the payload is borrowed.
 void ReadAnswer(const coap_pdu_t *pdu, CoapRpcCallRsp *rsp);
 
-// LocationOf returns the Location-Path as a text, for its taker to free to the pool; null without one
-// or without memory.
+// LocationOf returns the Location-Path as a text, for its taker to free to the pool; null without
+// one or without memory.
 char *LocationOf(CoapRpcCtx *ctx, const coap_pdu_t *pdu);
 
 }  // namespace coap_rpc

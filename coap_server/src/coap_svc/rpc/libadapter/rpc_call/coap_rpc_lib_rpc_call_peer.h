@@ -9,8 +9,8 @@ namespace coap_rpc {
 // CheckCallAddr returns 0 or the code of what is wrong with an address.
 uint32_t CheckCallAddr(const CoapRpcCallAddr &addr);
 
-// OpenCallPeer finds or opens the session of an address.  Returns 0 or a code.  ReleaseCallPeer gives
-// a peer without calls back: the session ages from then on.
+// OpenCallPeer finds or opens the session of an address.  Returns 0 or a code.  ReleaseCallPeer
+// gives a peer without calls back: the session ages from then on.
 uint32_t OpenCallPeer(CoapRpcCtx *ctx, CoapRpcCalls *calls, const CoapRpcCallAddr &addr,
                       RpcCallPeer **out);
 void ReleaseCallPeer(CoapRpcCtx *ctx, CoapRpcCalls *calls, RpcCallPeer *peer);
@@ -18,8 +18,8 @@ void ReleaseCallPeer(CoapRpcCtx *ctx, CoapRpcCalls *calls, RpcCallPeer *peer);
 // FindCallPeer returns the calls of a libcoap session, or null.
 RpcCallPeer *FindCallPeer(CoapRpcCtx *ctx, coap_session_t *session);
 
-// A call joins a peer, is queued or among the sent ones, or neither once it has ended, and leaves.  The
-// last one that leaves releases the peer.
+// A call joins a peer, is queued or among the sent ones, or neither once it has ended, and leaves.
+// The last one that leaves releases the peer.
 void JoinPeer(RpcCall *call, RpcCallPeer *peer);
 void QueueCall(CoapRpcCalls *calls, RpcCall *call);
 void MoveToSent(CoapRpcCalls *calls, RpcCall *call);

@@ -54,11 +54,11 @@ bool Grow(CoapRpcCtx *ctx, CoapRpcCalls *calls) {
   return true;
 }
 
+// A source of random numbers that repeats itself must not hold us up.
 uint64_t DrawId(const CoapRpcCalls *calls) {
   uint64_t id = 0;
-  do {
-    coap_prng(&id, sizeof(id));
-  } while (id == 0 || FindRpcCall(calls, id));
+  coap_prng(&id, sizeof(id));
+  while (id == 0 || FindRpcCall(calls, id)) ++id;
   return id;
 }
 

@@ -22,10 +22,10 @@ struct RpcCallPeer {
   OSAL_AVL3_NODE node;
   coap_session_t *coapSession;
   CoapRpcCliSession *session;  // its owner
-  CoapRpcLink queuedList;   // calls whose turn has not come, in order
-  CoapRpcLink sentList;     // all the others
-  CoapRpcLink backlogLink;  // alone while queuedList is empty
-  uint32_t num;             // calls in the lists, and ended ones that libcoap may be using
+  CoapRpcLink queuedList;      // calls whose turn has not come, in order
+  CoapRpcLink sentList;        // all the others
+  CoapRpcLink backlogLink;     // alone while queuedList is empty
+  uint32_t num;                // calls in the lists, and ended ones that libcoap may be using
 };
 
 // CallWatch is what an observation has beyond a call.

@@ -6,7 +6,8 @@
 
 namespace coap_rpc {
 
-// SetCallTimer lets the timer fire no later than the first call is due.  False: it cannot be started.
+// SetCallTimer lets the timer fire no later than the first call is due.  False: it cannot be
+// started.
 bool SetCallTimer(CoapRpcCtx *ctx);
 void StopCallTimer(CoapRpcCtx *ctx);
 

@@ -1,19 +1,19 @@
 /* coap_rpc_lib_rpc_call_watch.cpp: observations (RFC 7641).
  *
- * An observation is a call with an Observe option, whose record stays when it is answered.  Its token
- * stays the same, so whatever has it belongs to the observation; the order of notifications is that of
- * base relations (coap_rpc_lib_relation.h), asked before anything is done with a message.
+ * An observation is a call with an Observe option, whose record stays when it is answered.  Its
+ * token stays the same, so whatever has it belongs to the observation; the order of notifications
+ * is that of base relations (coap_rpc_lib_relation.h), asked before anything is done with a
+ * message.
  *
  *   sent      a registration is unanswered; the call's deadline counts.  Notifications may come
  *             meanwhile, and count as the answer
- *   watched   the latest message was accepted and has Observe.  It is fresh for its Max-Age; 5 to 15 s
- *             later the observation is sent again (RFC 7641 section 3.3.1), unless a payload is coming
- *             in in blocks, which that would end
- *   leaving   the application has cancelled: what is still being sent is stopped, and a GET with
- *             Observe 1 tells the server.  Its answer frees the record, or time does
+ *   watched   the latest message was accepted and has Observe.  It is fresh for its Max-Age; 5 to
+ * 15 s later the observation is sent again (RFC 7641 section 3.3.1), unless a payload is coming in
+ * in blocks, which that would end leaving   the application has cancelled: what is still being sent
+ * is stopped, and a GET with Observe 1 tells the server.  Its answer frees the record, or time does
  *
- * A message without Observe, or with an error code, ends the observation, and so does whatever ends a
- * call. */
+ * A message without Observe, or with an error code, ends the observation, and so does whatever ends
+ * a call. */
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_watch.h"
 
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
