@@ -282,6 +282,14 @@ TEST_F(ClientCalls, FailedCall_LeavesItsSessionToAge) {
   EXPECT_EQ(SessionOf(BaseAddr()), nullptr);
 }
 
+TEST_F(ClientCalls, CallWithoutASource_LeavesNoSession) {
+  CoapRpcCallAddr addr = To(peer_);
+  addr.srcIp.family = COAP_RPC_IPV4;
+  addr.srcIp.addr.ipv4 = 0xC0000201;  // 192.0.2.1, of documents
+  EXPECT_EQ(Try(Get("a"), addr), 1900001495U);
+  EXPECT_EQ(COAP_RpcCliFindFirstSession(Ctx()->cli), nullptr);
+}
+
 TEST_F(ClientCalls, BoundSource_IsWhereItComesFrom) {
   CoapRpcCallAddr addr = To(peer_);
   addr.srcIp.family = COAP_RPC_IPV4;

@@ -261,6 +261,21 @@ TEST_F(CallObserve, NotificationInBlocks_IsToldWhole) {
   EXPECT_EQ(told_.size(), 3U);
 }
 
+TEST_F(CallObserve, BrokenBlocks_AreAskedForAgain) {
+  (void)Register();
+  Accept(10, "a");
+  const std::string block(64, 'x');
+  CoapMessage first = Apart(CoapType::kNon, 9, request_).AddUint(kOptObserve, 11);
+  peer_.Send(first.AddBlock(kOptBlock2, {0, true, 2}).PayloadText(block));
+  const CoapMessage request = Next();
+  Say(Piggyback(request).AddBlock(kOptBlock2, {3, false, 2}).PayloadText("the last of four"));
+  EXPECT_EQ(Texts(), "a ");
+  ASSERT_NE(NextWithin(7'000, &request_), UINT64_MAX);
+  EXPECT_EQ(request_.Uint(kOptObserve), 0U);
+  Accept(12, "b");
+  EXPECT_EQ(Texts(), "a b ");
+}
+
 TEST_F(CallObserve, NewerNotification_OvertakesBlocks) {
   (void)Register();
   Accept(10, "a");

@@ -3,13 +3,14 @@
  * A call goes through these states:
  *
  *   queued    its message is built, but its session has as many CON messages unacknowledged as it
- * may (NSTART).  The end of each turn of the I/O sends the first of each such session sent libcoap
- * has the message: it repeats it, sends the payload in blocks and puts the answer together.  An
- * empty acknowledgement changes nothing here watched   observations only: the server has accepted
- * the registration, and its latest notification is fresh (coap_rpc_lib_rpc_call_watch.cpp) leaving
- * a cancelled observation, whose server is told.  Nobody waits for the outcome ended     the
- * application has been told.  libcoap may still be using the transfers of the call, so they are
- * dropped after the turn; then the record is freed
+ *             may (NSTART).  The end of each turn of the I/O sends the first of such a session
+ *   sent      libcoap has the message: it repeats it, sends the payload in blocks and puts the
+ *             answer together.  An empty acknowledgement changes nothing here
+ *   watched   observations only: the server has accepted the registration, and its latest
+ *             notification is fresh (coap_rpc_lib_rpc_call_watch.cpp)
+ *   leaving   a cancelled observation, whose server is told.  Nobody waits for the outcome
+ *   ended     the application has been told.  libcoap may still be using the transfers of the call,
+ *             so they are dropped after the turn; then the record is freed
  *
  * Who ends a call:
  *

@@ -88,6 +88,15 @@ uint32_t Connect(CoapRpcCtx *ctx, CoapRpcCliSession *session, bool isBound) {
   return session->coapSession ? 0 : Code(kSiteCallNoSession);
 }
 
+// LeaveUnused lets a session age that nobody uses, or go when it never came to be.
+void LeaveUnused(CoapRpcCliData *cli, CoapRpcCliSession *session) {
+  if (!session->coapSession) {
+    COAP_RpcCliTryDelSession(cli, session);
+  } else if (session->holds == 0) {
+    COAP_RpcCliInsetAgingList(cli, session);
+  }
+}
+
 bool SendsFrom(const CoapRpcCliSession &session, const CoapRpcIpAddr &ip) {
   CoapRpcIpAddr local = {};
   COAP_RpcGetLocalAddr(session.coapSession, &local);
@@ -143,7 +152,7 @@ uint32_t OpenCallPeer(CoapRpcCtx *ctx, CoapRpcCalls *calls, const CoapRpcCallAdd
   if (!session) return Code(kSiteCallNoMemory);
   const uint32_t ret = Ready(ctx, session, !IsZero(sessionAddr.srcIp));
   if (ret == 0 && PeerOf(ctx, calls, session, out) == 0) return 0;
-  if (session->holds == 0) COAP_RpcCliInsetAgingList(ctx->cli, session);
+  LeaveUnused(ctx->cli, session);
   return ret != 0 ? ret : Code(kSiteCallNoMemory);
 }
 

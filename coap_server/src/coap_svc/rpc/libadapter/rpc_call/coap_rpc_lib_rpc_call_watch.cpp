@@ -8,12 +8,16 @@
  *   sent      a registration is unanswered; the call's deadline counts.  Notifications may come
  *             meanwhile, and count as the answer
  *   watched   the latest message was accepted and has Observe.  It is fresh for its Max-Age; 5 to
- * 15 s later the observation is sent again (RFC 7641 section 3.3.1), unless a payload is coming in
- * in blocks, which that would end leaving   the application has cancelled: what is still being sent
- * is stopped, and a GET with Observe 1 tells the server.  Its answer frees the record, or time does
+ *             15 s later the observation is sent again (RFC 7641 section 3.3.1), unless a payload
+ *             is coming in in blocks, which that would end
+ *   leaving   the application has cancelled: what is still being sent is stopped, and a GET with
+ *             Observe 1 tells the server.  Its answer frees the record, or time does
  *
- * A message without Observe, or with an error code, ends the observation, and so does whatever ends
- * a call. */
+ * A payload whose blocks do not fit together is not told: the state is asked for again, soon.
+ * libcoap says so with 4.08, and leaves the Observe option, which no error of a server has.
+ *
+ * Any other message without Observe, or with an error code, ends the observation, and so does
+ * whatever ends a call. */
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_watch.h"
 
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
@@ -34,6 +38,12 @@ constexpr uint32_t kClassSuccess = 2;
 
 bool IsAccepted(const coap_pdu_t *message) {
   return COAP_RESPONSE_CLASS(coap_pdu_get_code(message)) == kClassSuccess &&
+         COAP_RpcCheckObserveOption(message) != 0;
+}
+
+// IsBroken says whether libcoap could not put a notification together.
+bool IsBroken(const coap_pdu_t *message) {
+  return coap_pdu_get_code(message) == COAP_RESPONSE_CODE_INCOMPLETE &&
          COAP_RpcCheckObserveOption(message) != 0;
 }
 
@@ -78,6 +88,11 @@ bool BeginWatch(CoapRpcCtx *ctx, RpcCall *call) {
 }
 
 void TakeNotification(CoapRpcCtx *ctx, RpcCall *call, const coap_pdu_t *message) {
+  if (IsBroken(message)) {
+    call->state = CallState::kWatched;
+    WaitFor(ctx, call, kMinRenewalDelayMs);
+    return;
+  }
   if (!IsAccepted(message)) {
     AnswerCall(ctx, call, message);
     return;
