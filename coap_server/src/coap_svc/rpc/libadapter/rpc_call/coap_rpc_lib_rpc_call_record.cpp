@@ -54,10 +54,17 @@ bool Grow(CoapRpcCtx *ctx, CoapRpcCalls *calls) {
   return true;
 }
 
+uint64_t Random(CoapRpcCalls *calls) {
+  if (calls->numSpareIds == 0) {
+    coap_prng(calls->spareIds, sizeof(calls->spareIds));
+    calls->numSpareIds = kNumSpareIds;
+  }
+  return calls->spareIds[--calls->numSpareIds];
+}
+
 // A source of random numbers that repeats itself must not hold us up.
-uint64_t DrawId(const CoapRpcCalls *calls) {
-  uint64_t id = 0;
-  coap_prng(&id, sizeof(id));
+uint64_t DrawId(CoapRpcCalls *calls) {
+  uint64_t id = Random(calls);
   while (id == 0 || FindRpcCall(calls, id)) ++id;
   return id;
 }

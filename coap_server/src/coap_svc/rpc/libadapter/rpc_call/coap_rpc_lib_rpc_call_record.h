@@ -14,6 +14,8 @@
 
 namespace coap_rpc {
 
+inline constexpr uint32_t kNumSpareIds = 32;
+
 // CallState is told at the head of coap_rpc_lib_rpc_call.cpp.
 enum class CallState : uint32_t { kQueued, kSent, kWatched, kLeaving, kEnded };
 
@@ -85,6 +87,8 @@ struct CoapRpcCalls {
   uint64_t timer;         // 0 none
   coap_tick_t timerAt;    // when it fires next
   uint64_t numDropped;
+  uint64_t spareIds[coap_rpc::kNumSpareIds];  // random: drawn many at a time, which costs less
+  uint32_t numSpareIds;
   uint32_t isStopping;
 };
 
