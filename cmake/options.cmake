@@ -7,6 +7,7 @@
 option(COAP_RPC_WERROR "treat warnings as errors" ON)
 option(COAP_RPC_COVERAGE "count executed lines" OFF)
 option(COAP_RPC_FUZZ "build for libFuzzer (clang only)" OFF)
+option(COAP_RPC_LTO "optimise across files when linking (gcc)" OFF)
 set(COAP_RPC_SANITIZE "" CACHE STRING "sanitizers, for example address,undefined")
 
 set(CMAKE_CXX_STANDARD 20)
@@ -38,6 +39,26 @@ target_compile_options(coap_rpc_cxx INTERFACE
   $<$<COMPILE_LANGUAGE:CXX>:-fno-exceptions> $<$<COMPILE_LANGUAGE:CXX>:-fno-rtti>
   -fvisibility=hidden -fno-omit-frame-pointer)
 set_target_properties(coap_rpc_cxx PROPERTIES INTERFACE_POSITION_INDEPENDENT_CODE ON)
+
+# Object files hold machine code as well, because tests link them without this optimisation: it would
+# take ten seconds of each of the many programs.
+if(COAP_RPC_LTO)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    message(FATAL_ERROR "COAP_RPC_LTO needs gcc")
+  endif()
+  foreach(language C CXX)
+    set(CMAKE_${language}_COMPILE_OPTIONS_IPO -flto=auto -ffat-lto-objects)
+  endforeach()
+  set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
+endif()
+
+# coap_rpc_skip_lto(): the calling folder is compiled and linked without it.
+macro(coap_rpc_skip_lto)
+  if(COAP_RPC_LTO)
+    set(CMAKE_INTERPROCEDURAL_OPTIMIZATION OFF)
+    add_link_options(-fno-lto)
+  endif()
+endmacro()
 
 if(COAP_RPC_FUZZ)
   if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
