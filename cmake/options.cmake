@@ -8,6 +8,9 @@ option(COAP_RPC_WERROR "treat warnings as errors" ON)
 option(COAP_RPC_COVERAGE "count executed lines" OFF)
 option(COAP_RPC_FUZZ "build for libFuzzer (clang only)" OFF)
 option(COAP_RPC_LTO "optimise across files when linking (gcc)" OFF)
+set(COAP_RPC_PROFILE "" CACHE STRING
+  "train: count in COAP_RPC_PROFILE_DIR what runs; use: optimise by these counts (gcc)")
+set(COAP_RPC_PROFILE_DIR ${PROJECT_SOURCE_DIR}/build/profile CACHE PATH "counts of COAP_RPC_PROFILE")
 set(COAP_RPC_SANITIZE "" CACHE STRING "sanitizers, for example address,undefined")
 
 set(CMAKE_CXX_STANDARD 20)
@@ -59,6 +62,20 @@ macro(coap_rpc_skip_lto)
     add_link_options(-fno-lto)
   endif()
 endmacro()
+
+# The counts of an object file are found by its path in the build folder.  Code that the training did
+# not run is optimised as without counts.
+if(COAP_RPC_PROFILE STREQUAL "train")
+  add_compile_options(-fprofile-generate=${COAP_RPC_PROFILE_DIR}
+    -fprofile-prefix-path=${PROJECT_BINARY_DIR})
+  add_link_options(-fprofile-generate)
+elseif(COAP_RPC_PROFILE STREQUAL "use" AND EXISTS ${COAP_RPC_PROFILE_DIR})
+  add_compile_options(-fprofile-use=${COAP_RPC_PROFILE_DIR}
+    -fprofile-prefix-path=${PROJECT_BINARY_DIR} -fprofile-partial-training
+    -Wno-missing-profile -Wno-coverage-mismatch)
+elseif(COAP_RPC_PROFILE STREQUAL "use")
+  message(STATUS "no counts in ${COAP_RPC_PROFILE_DIR}: scripts/bench --train makes them")
+endif()
 
 if(COAP_RPC_FUZZ)
   if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
