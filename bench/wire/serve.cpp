@@ -4,6 +4,7 @@
  *   --kind direct    the same by a direct entry, which has written its answer
  *   --kind libcoap   libcoap alone, same build, same answer: what the library can reach at most
  *   --kind udp       no CoAP: a header that fits, and 32 bytes
+ *   --loop plain     libcoap alone in a loop of coap_io_process, as its own programs run
  *   --clear yes      libcoap alone clears a buffer of 65,471 bytes before each answer, as the
  *                    interface of the library asks for
  *   --port <n>       on 127.0.0.1 (5683)
@@ -142,6 +143,6 @@ int main(int argc, char **argv) {
   } else {
     ServeRpc(host.NewInstance(), UrisOf(options), port, options.Is("--kind", "direct"));
   }
-  host.Run();
+  options.Is("--loop", "plain") ? host.RunPlain() : host.Run();
   return 0;
 }

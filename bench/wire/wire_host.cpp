@@ -17,10 +17,21 @@ namespace {
 
 constexpr uint64_t kNsPerMs = 1000000;
 constexpr uint32_t kQuietLevel = COAP_LOG_WARN;
+constexpr uint32_t kPlainWaitMs = 1000;
 
-Kestrel *g_host;  // for the signal handler
+// For the signal handler.
+Kestrel *g_host;
+volatile sig_atomic_t g_isStopped;
 
-void StopOnSignal(int) { KestrelStop(g_host); }
+void StopOnSignal(int) {
+  g_isStopped = 1;
+  KestrelStop(g_host);
+}
+
+void SayReady() {
+  printf("ready\n");
+  fflush(stdout);
+}
 
 void ServeInstance(void *instance, int) { COAP_RpcProcIo(static_cast<CoapRpcCtx *>(instance)); }
 
@@ -98,9 +109,14 @@ coap_context_t *WireHost::NewContext() {
 }
 
 void WireHost::Run() {
-  printf("ready\n");
-  fflush(stdout);
+  SayReady();
   KestrelRun(host_);
+}
+
+void WireHost::RunPlain() {
+  SayReady();
+  while (!g_isStopped && coap_io_process(context_, kPlainWaitMs) >= 0) {
+  }
 }
 
 void WireHost::Stop() { KestrelStop(host_); }

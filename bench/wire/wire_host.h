@@ -41,6 +41,10 @@ class WireHost {
   void Run();
   void Stop();
 
+  // RunPlain runs the context of NewContext in a loop of coap_io_process, as libcoap's own programs
+  // do: each call reads a datagram of each socket that has one.
+  void RunPlain();
+
  private:
   Logging logging_;
   Kestrel *host_;
