@@ -28,8 +28,8 @@ judge_fetch() {
   return "$UNAVAILABLE"
 }
 
-# install_aiocoap, install_node_coap: 0 if the peer is installed; UNAVAILABLE, with a line that says why;
-# any other status with an error message.
+# install_<peer>: 0 if the peer is installed; UNAVAILABLE, with a line that says why; any other status
+# with an error message.
 
 # A venv needs the module that makes one; the distribution has it in a package of its own.
 install_aiocoap() {
@@ -60,5 +60,95 @@ install_node_coap() {
     mv -T "$cache/node-coap.new" "$cache/node-coap"
   else
     judge_fetch "npm's registry" npm view "${NPM_PATIENCE[@]}" coap version
+  fi
+}
+
+# The peers that are compiled: the cache has their manifests, our programs for them, and what was made
+# of these, as long as they stay the same.
+
+# sum_of <file or folder>...
+sum_of() { find "$@" -type f -print0 | sort -z | xargs -0 sha256sum | sha256sum; }
+
+# is_built <peer> <file or folder>...
+is_built() {
+  local peer=$1
+  shift
+  [[ -e $cache/$peer/sum && $(<"$cache/$peer/sum") == $(sum_of "$@") ]]
+}
+
+# begin_build <peer>: makes an empty folder for it.
+begin_build() {
+  rm -rf "$cache/$1" "$cache/$1.new"
+  mkdir -p "$cache/$1.new"
+}
+
+# finish_build <peer> <file or folder>...
+finish_build() {
+  local peer=$1
+  shift
+  sum_of "$@" >"$cache/$peer.new/sum"
+  mv -T "$cache/$peer.new" "$cache/$peer"
+}
+
+# is_version <least> <version>
+is_version() { printf '%s\n' "$@" | sort -CV; }
+
+# too_old <program> <its version> <least>
+too_old() {
+  printf '%s %s is too old, %s is needed\n' "$1" "$2" "$3"
+  return "$UNAVAILABLE"
+}
+
+install_gocoap() {
+  local sources=("$PEERS/gocoap" bench/peers/serve_gocoap.go) least version
+  is_built gocoap "${sources[@]}" && return
+  want go golang-go || return
+  least=$(sed -n 's/^go //p' "$PEERS/gocoap/go.mod")
+  version=$(go env GOVERSION)
+  is_version "$least" "${version#go}" || too_old go "${version#go}" "$least" || return
+  begin_build gocoap
+  cp -r "$PEERS/gocoap/." "$cache/gocoap.new"
+  mkdir "$cache/gocoap.new/serve_gocoap"
+  cp bench/peers/serve_gocoap.go "$cache/gocoap.new/serve_gocoap"
+  if (cd "$cache/gocoap.new" && quietly go build -trimpath -buildvcs=false -o bin/ ./...); then
+    finish_build gocoap "${sources[@]}"
+  else
+    judge_fetch "Go's module proxy" go list -m -versions github.com/plgd-dev/go-coap/v3
+  fi
+}
+
+readonly MAVEN_COPY=org.apache.maven.plugins:maven-dependency-plugin:3.6.1:copy-dependencies
+maven() { mvn --quiet --batch-mode --file "$cache/californium.new/pom.xml" "$MAVEN_COPY" "$@"; }
+
+install_californium() {
+  local sources=("$PEERS/californium" bench/peers/ServeCalifornium.java) build=$cache/californium.new
+  is_built californium "${sources[@]}" && return
+  want javac openjdk-17-jdk-headless || return
+  want mvn maven || return
+  begin_build californium
+  cp "$PEERS/californium/pom.xml" "$build"
+  if quietly maven -DoutputDirectory="$build/lib"; then
+    quietly javac -cp "$build/lib/*" -d "$build/classes" "$PEERS"/californium/*.java \
+      bench/peers/ServeCalifornium.java && finish_build californium "${sources[@]}"
+  else
+    judge_fetch "Maven's repository" maven -Dmaven.repo.local="$build/probe" \
+      -DoutputDirectory="$build/lib"
+  fi
+}
+
+install_rust_coap() {
+  local sources=(bench/peers/rust) least version
+  is_built rust_coap "${sources[@]}" && return
+  want cargo cargo || return
+  least=$(sed -n 's/^rust-version = "\(.*\)"/\1/p' bench/peers/rust/Cargo.toml)
+  version=$(cargo --version | cut -d' ' -f2)
+  is_version "$least" "$version" || too_old cargo "$version" "$least" || return
+  begin_build rust_coap
+  cp bench/peers/rust/* "$cache/rust_coap.new"
+  if (cd "$cache/rust_coap.new" && quietly cargo build --quiet --release); then
+    finish_build rust_coap "${sources[@]}"
+  else
+    judge_fetch "cargo's registry" cargo generate-lockfile \
+      --manifest-path "$cache/rust_coap.new/Cargo.toml"
   fi
 }
