@@ -53,10 +53,10 @@ class Blocks : public ObserveServer, public testing::WithParamInterface<uint8_t>
     }
   }
 
-  CoapMessage BlockRequest(uint32_t num, const std::string &query = "") {
+  CoapMessage BlockRequest(uint32_t num, const std::string &query = "", uint8_t szx = 6) {
     CoapMessage next = Request(CoapType::kCon, kCodeGet, ++mid_, {0xB0}).AddPath("obs");
     if (!query.empty()) next.AddText(kOptUriQuery, query);
-    return next.AddBlock(kOptBlock2, {num, false, 6});
+    return next.AddBlock(kOptBlock2, {num, false, szx});
   }
 
   Bytes Fetch(RawPeer &peer, const CoapMessage &first, const std::string &query = "") {

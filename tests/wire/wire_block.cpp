@@ -64,6 +64,32 @@ TEST_P(Blocks, NonRegistrationWithCheckCode_GetsTheWholeSetInBlocksAtOnce) {
   EXPECT_EQ(Fetch(peer_, first, kQuery), BodyOf("v001"));
 }
 
+TEST_P(Blocks, PeerThatAsksForSmallerBlocksFromTheSecondOn_FetchesTheWholeNotification) {
+  constexpr uint8_t kSzx512 = 5;
+  ServeBig(COAP_RPC_CON);
+  Register(peer_, CoapType::kCon, {1});
+  UpdateAll("v001");
+  Bytes body = BigNotification(peer_).payload;
+  ASSERT_EQ(body.size(), 1024u);
+  const CoapMessage next = Ask(BlockRequest(2, "", kSzx512));
+  EXPECT_EQ(next.code, Code(2, 5));
+  EXPECT_EQ(next.payload.size(), 512u);
+  const Bytes rest = Fetch(peer_, next);
+  body.insert(body.end(), rest.begin(), rest.end());
+  EXPECT_EQ(body, BodyOf("v001"));
+  EXPECT_TRUE(Pending().empty());
+}
+
+TEST_P(Blocks, PeerThatAsksForLargerBlocks_IsRefused) {
+  constexpr uint8_t kSzx256 = 4, kSzx512 = 5;
+  ServeBig(COAP_RPC_NON);
+  UpdateAll("v001");
+  CoapMessage registration = Observe(CoapType::kNon, {1}, "", 0);
+  registration.AddBlock(kOptBlock2, {0, false, kSzx256});
+  EXPECT_EQ(Ask(registration).payload.size(), 256u);
+  EXPECT_EQ(Ask(BlockRequest(1, "", kSzx512)).code, Code(4, 0));
+}
+
 TEST_P(Blocks, PeerThatStopsFetching_SilencesTheUriForAtMost20Seconds) {
   ServeBig(COAP_RPC_CON);
   Register(peer_, CoapType::kCon, {1});
