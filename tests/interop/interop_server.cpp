@@ -21,7 +21,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <sstream>
 #include <utility>
 #include <vector>
 
@@ -34,7 +33,6 @@ namespace {
 constexpr uint8_t kSync = 0, kAsync = 1;
 constexpr int32_t kChanged = -1;
 constexpr uint32_t kAnswerDelayMs = 200;
-constexpr int kNumLarge = 300;
 
 Example g_example;
 
@@ -91,40 +89,11 @@ uint32_t AnswerAll(void *) {
 
 // ---- tables ----
 
-std::vector<InteropTable> g_tables;
+InteropTables g_tables;
 
 int32_t OnControl(uint64_t, const CoapRpcSerReqInfo *, uint8_t *payload, uint32_t len, uint8_t *,
                   uint32_t) {
-  std::istringstream words(TextOf(payload, len));
-  std::string verb, uri, key, val;
-  words >> verb >> uri >> key >> val;
-  const auto table = std::find_if(g_tables.begin(), g_tables.end(),
-                                  [&](const InteropTable &each) { return each.Uri() == uri; });
-  if (table == g_tables.end()) return 0;
-  if (verb == "set") {
-    table->Set(key, val);
-  } else if (verb == "del") {
-    table->Remove(key);
-  } else {
-    table->TakeAway();
-  }
-  return kChanged;
-}
-
-// The tables are registered by address and stay where they are.
-bool ServeTables() {
-  const std::vector<std::pair<const char *, InteropFormat>> kinds = {
-      {"obs", InteropFormat::kJson},          {"obs-large", InteropFormat::kJson},
-      {"obs-idl", InteropFormat::kIdl},       {"obs-away", InteropFormat::kJson},
-      {"gone/libcoap", InteropFormat::kJson}, {"gone/aiocoap", InteropFormat::kJson},
-      {"gone/node", InteropFormat::kJson}};
-  for (const auto &[uri, format] : kinds) g_tables.emplace_back(g_example.ctx, uri, format);
-  for (InteropTable &table : g_tables) {
-    if (!table.Serve()) return false;
-    const int num = table.Uri() == "obs-large" ? kNumLarge : 2;
-    for (int i = 0; i < num; ++i) table.Set(std::to_string(1000 + i), "val0");
-  }
-  return true;
+  return g_tables.Obey(TextOf(payload, len)) ? kChanged : 0;
 }
 
 // ---- what is served ----
@@ -172,7 +141,8 @@ int main(int argc, char **argv) {
   std::setvbuf(stdout, nullptr, _IOLBF, 0);
   if (ExampleStart(&g_example, "interop_server") != 0) return 1;
   KST_TmrStartLoop(KestrelTmr(g_example.host), AnswerAll, kAnswerDelayMs, nullptr);
-  const bool isServing = ServeRows() && ServeTables();
+  const bool isServing =
+      ServeRows() && g_tables.Serve(g_example.ctx, {"libcoap", "aiocoap", "node"});
   if (isServing) {
     std::printf("serving %s\n", EXAMPLE_SERVER);
     ExampleRun(&g_example, ExampleNumber(argc, argv, "--seconds", 0));

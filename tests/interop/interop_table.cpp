@@ -1,14 +1,18 @@
 #include "interop_table.h"
 
+#include <coap_svc/rpc/coap_rpc_direct.h>
 #include <jansson.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <sstream>
 
 namespace {
 
 constexpr size_t kLen = 4;  // of keys and of values
+constexpr int kNumLarge = 300;
+constexpr uint32_t kJsonFormat = 50;
 
 std::string Fitted(std::string text) {
   text.resize(kLen, ' ');
@@ -49,6 +53,7 @@ bool InteropTable::Serve() {
   const bool isJson = format_ == InteropFormat::kJson;
   CoapRpcSerVtblReg reg = {};
   reg.payloadFormat = isJson ? COAP_RPC_JSON : COAP_RPC_BYTE;
+  reg.onRequest = OnRequest;
   reg.userData = reinterpret_cast<uint64_t>(this);
   CoapRpcSerObVtblReg ob = {};
   ob.keyLen = ob.valLen = kLen;
@@ -73,6 +78,23 @@ void InteropTable::Remove(const std::string &key) {
 }
 
 void InteropTable::TakeAway() { COAP_RpcSerUnsetUri(ctx_, &key_); }
+
+// A GET without Observe reaches a table only when it is a direct entry.
+int32_t InteropTable::OnRequest(uint64_t userData, const CoapRpcSerReqInfo *, uint8_t *, uint32_t,
+                                uint8_t *out, uint32_t size) {
+  json_t *data = json_array();
+  for (const auto &[key, val] : Of(userData).rows_) {
+    json_t *row = json_object();
+    WriteJson(row, key, &val);
+    json_array_append_new(data, row);
+  }
+  json_t *root = json_object();
+  json_object_set_new(root, "data", data);
+  COAP_RpcSerSetAnswer(Of(userData).ctx_, 205, kJsonFormat);
+  const size_t len = json_dumpb(root, reinterpret_cast<char *>(out), size, JSON_COMPACT);
+  json_decref(root);
+  return len <= size ? static_cast<int32_t>(len) : -1;
+}
 
 void InteropTable::OnObserverNum(uint64_t userData, uint32_t num) {
   std::printf("observers %s %u\n", Of(userData).uri_.c_str(), num);
@@ -112,4 +134,42 @@ uint32_t InteropTable::First(uint64_t userData, void *, void *key, void *val) {
 uint32_t InteropTable::Next(uint64_t userData, void *, const void *lastKey, void *key, void *val) {
   const InteropTable &self = Of(userData);
   return self.Copy(self.rows_.upper_bound(TextAt(lastKey)), key, val);
+}
+
+// The tables are registered by address and stay where they are.
+bool InteropTables::Serve(CoapRpcCtx *ctx, const std::vector<std::string> &peers) {
+  for (const char *uri : {"obs", "obs-large", "obs-away"}) {
+    tables_.emplace_back(ctx, uri, InteropFormat::kJson);
+  }
+  tables_.emplace_back(ctx, "obs-idl", InteropFormat::kIdl);
+  for (const std::string &peer : peers) {
+    tables_.emplace_back(ctx, ("gone/" + peer).c_str(), InteropFormat::kJson);
+  }
+  return Fill();
+}
+
+bool InteropTables::Fill() {
+  for (InteropTable &table : tables_) {
+    if (!table.Serve()) return false;
+    const int num = table.Uri() == "obs-large" ? kNumLarge : 2;
+    for (int i = 0; i < num; ++i) table.Set(std::to_string(1000 + i), "val0");
+  }
+  return true;
+}
+
+bool InteropTables::Obey(const std::string &order) {
+  std::istringstream words(order);
+  std::string verb, uri, key, val;
+  words >> verb >> uri >> key >> val;
+  const auto table = std::find_if(tables_.begin(), tables_.end(),
+                                  [&](const InteropTable &each) { return each.Uri() == uri; });
+  if (table == tables_.end()) return false;
+  if (verb == "set") {
+    table->Set(key, val);
+  } else if (verb == "del") {
+    table->Remove(key);
+  } else {
+    table->TakeAway();
+  }
+  return true;
 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "example.h"
 
@@ -18,6 +19,7 @@ class InteropTable {
 
   bool Serve();
   const std::string &Uri() const { return uri_; }
+  const CoapRpcUriKey &Key() const { return key_; }
 
   /* Keys and values of another length are cut or filled with blanks. */
   void Set(const std::string &key, const std::string &val);
@@ -28,6 +30,8 @@ class InteropTable {
 
  private:
   static InteropTable &Of(uint64_t userData);
+  static int32_t OnRequest(uint64_t userData, const CoapRpcSerReqInfo *info, uint8_t *payload,
+                           uint32_t len, uint8_t *out, uint32_t size);
   static void OnObserverNum(uint64_t userData, uint32_t num);
   static uint32_t BuildUpdate(uint64_t userData, uint8_t *key, uint8_t *val, void *out);
   static uint32_t BuildDelete(uint64_t userData, uint8_t *key, void *out);
@@ -41,6 +45,23 @@ class InteropTable {
   InteropFormat format_;
   CoapRpcUriKey key_;
   std::map<std::string, std::string> rows_;
+};
+
+/* InteropTables are the tables that foreign clients observe: obs, obs-large (300 rows), obs-away,
+ * obs-idl (messages), and gone/<peer> for each of these peers, to vanish from. */
+class InteropTables {
+ public:
+  bool Serve(CoapRpcCtx *ctx, const std::vector<std::string> &peers);
+  const std::vector<InteropTable> &All() const { return tables_; }
+
+  /* Obey does "set <uri> <key> <value>", "del <uri> <key>" or "away <uri>".  Returns whether there
+   * is such a table. */
+  bool Obey(const std::string &order);
+
+ private:
+  bool Fill();
+
+  std::vector<InteropTable> tables_;
 };
 
 #endif /* INTEROP_TABLE_H */

@@ -9,7 +9,11 @@ sys.path.insert(1, os.path.join(os.path.dirname(__file__), "../../../tests/inter
 import judge    # noqa: E402  pylint: disable=wrong-import-position
 import outcome  # noqa: E402  pylint: disable=wrong-import-position
 
-NAMES = {"libcoap": "libcoap", "aiocoap": "aiocoap", "node": "node-coap"}
+NAMES = {"libcoap": "libcoap", "aiocoap": "aiocoap", "node": "node-coap", "gocoap": "go-coap",
+         "californium": "Californium"}
+# The lists of cases, each with the peers that run it.
+TALKS = {"server": ["libcoap", "aiocoap", "node"], "client": ["aiocoap", "node"],
+         "direct": list(NAMES), "calls": list(NAMES)}
 
 
 def _cell(case, peer, seen, notes):
@@ -27,12 +31,12 @@ def _cell(case, peer, seen, notes):
     return text
 
 
-def _talks(folder, side, peers):
-    data = outcome.read_cases()
+def _talks(folder, name):
+    data, peers = outcome.read_cases(), TALKS[name]
     notes = list(data["notes"])
-    seen = {peer: judge.read(folder, f"{peer}.{side}") for peer in peers}
+    seen = {peer: judge.read(folder, f"{peer}.{name}") for peer in peers}
     rows = [["Case", "What is run", "Expected outcome", *(NAMES[peer] for peer in peers)]]
-    for case in data[side]:
+    for case in data[name]:
         wanted = case["expect"].replace("PEER", "…").replace(" | ", "`<br>`")
         cells = [_cell(case, peer, seen[peer], notes) for peer in peers]
         row = [case["id"], case["does"], f"`{wanted}`", *cells]
@@ -63,8 +67,7 @@ def _versions(folder):
 def publish(folder, document):
     page.put(document, {
         "versions": _versions(folder),
-        "server": _talks(folder, "server", list(NAMES)),
-        "client": _talks(folder, "client", ["aiocoap", "node"]),
+        **{name: _talks(folder, name) for name in TALKS},
         "notes": notes(),
         "captures": _captures(folder),
     })

@@ -3,7 +3,7 @@
 
   judge.py <results folder> <peer>      prints what differs; status 1 when anything does
 
-A results folder has for each peer <peer>.server and <peer>.client, with a line
+A results folder has for each peer <peer>.<list> for the lists of cases that it ran, with a line
 "<case> TAB <outcome>" for each case, and <peer>.capture.
 """
 
@@ -12,7 +12,7 @@ import sys
 
 import outcome
 
-SIDES = ("server", "client")
+LISTS = ("server", "client", "direct", "calls")
 
 
 def read(folder, name):
@@ -30,14 +30,14 @@ def expected(case, peer):
 
 
 def faults(folder, peer, quick):
-    for side in SIDES:
-        seen = read(folder, f"{peer}.{side}")
-        for case in outcome.read_cases()[side] if seen is not None else []:
+    for name in LISTS:
+        seen = read(folder, f"{peer}.{name}")
+        for case in outcome.read_cases()[name] if seen is not None else []:
             if case.get("slow") and quick:
                 continue
             wanted, got = expected(case, peer), seen.get(case["id"], "not run")
             if wanted != got:
-                yield f"{peer}: {side}: {case['id']}\n  expected {wanted}\n  seen     {got}"
+                yield f"{peer}: {name}: {case['id']}\n  expected {wanted}\n  seen     {got}"
 
 
 def check(folder, peer):

@@ -127,7 +127,8 @@ def notifications(client):
     bodies = [line.encode() for line in lines if line.startswith('{"data"')]
     bodies += [bytes.fromhex(line[2:-2]) for line in lines if re.fullmatch("<<[0-9a-f]+>>", line)]
     for match in first_token(messages(lines, r"[2-5]\.\d\d")):
-        payload = bodies.pop(0) if match[2] == "2.05" and bodies else b""
+        text = (match[5] or "").strip("'").encode()
+        payload = bodies.pop(0) if text and bodies else text
         yield outcome.message_text(match[1], match[2], options_of(match[4]), payload)
 
 

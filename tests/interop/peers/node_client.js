@@ -222,8 +222,10 @@ function run(request) {
 }
 
 async function main() {
-  const text = fs.readFileSync(path.join(__dirname, 'cases.json'), 'utf8');
-  const cases = JSON.parse(text.replaceAll('PEER', 'node')).server
+  const list = process.env.INTEROP_LIST;
+  const file = list === 'server' ? 'cases.json' : 'direct.json';
+  const text = fs.readFileSync(path.join(__dirname, file), 'utf8');
+  const cases = JSON.parse(text.replaceAll('PEER', 'node'))[list]
     .filter(({ slow }) => !(slow && process.env.INTEROP_QUICK));
   for (const { id, request, cannot } of cases) {
     const reason = cannot && cannot.node;

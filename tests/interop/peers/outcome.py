@@ -115,13 +115,19 @@ def start_of(request):
 
 
 def read_cases():
-    with open(os.path.join(os.path.dirname(__file__), "cases.json"), encoding="utf-8") as file:
-        return json.load(file)
+    """The lists server and client are of the base interface, direct and calls of ordinary CoAP."""
+    found = {"notes": {}}
+    for name in ("cases.json", "direct.json"):
+        with open(os.path.join(os.path.dirname(__file__), name), encoding="utf-8") as file:
+            content = json.load(file)
+        found = {**found, **content, "notes": {**found["notes"], **content["notes"]}}
+    return found
 
 
 def cases(peer):
-    """The cases that this peer can run; the others are told with their reason."""
-    for case in read_cases()["server"]:
+    """The cases of the list INTEROP_LIST that this peer can run; the others are told with their
+    reason."""
+    for case in read_cases()[os.environ["INTEROP_LIST"]]:
         reason = case.get("cannot", {}).get(peer)
         request = case["request"]
         if case.get("slow") and os.environ.get("INTEROP_QUICK"):

@@ -2,7 +2,6 @@
 import com.google.gson.Gson;
 import com.google.gson.JsonPrimitive;
 import java.io.IOException;
-import java.net.InetSocketAddress;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -20,7 +19,6 @@ import org.eclipse.californium.core.coap.Token;
 import org.eclipse.californium.core.config.CoapConfig;
 import org.eclipse.californium.core.network.CoapEndpoint;
 import org.eclipse.californium.core.network.Endpoint;
-import org.eclipse.californium.elements.AddressEndpointContext;
 import org.eclipse.californium.elements.config.Configuration;
 import org.eclipse.californium.elements.exception.ConnectorException;
 import org.eclipse.californium.elements.util.StringUtil;
@@ -95,9 +93,7 @@ class Client {
   private static Request newRequest(Call call) {
     Request request = new Request(CoAP.Code.valueOf(call.method));
     String host = call.lossy ? Words.RELAY : Words.SERVER;
-    request.setDestinationContext(
-        new AddressEndpointContext(new InetSocketAddress(host, CoAP.DEFAULT_COAP_PORT)));
-    request.getOptions().setUriPath(call.path);
+    request.setURI("coap://" + host + "/" + call.path);
     call.query.forEach(request.getOptions()::addUriQuery);
     call.options.forEach((name, value) -> setOption(request, name, value));
     request.setConfirmable(!call.non);

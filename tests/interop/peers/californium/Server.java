@@ -155,6 +155,8 @@ class Server {
       getAttributes().setObservable();
     }
 
+    byte[] made(CoapExchange exchange) { return exchange.getRequestPayload(); }
+
     @Override
     public void handleGET(CoapExchange exchange) {
       exchange.respond(ResponseCode.CONTENT, payload, MediaTypeRegistry.TEXT_PLAIN);
@@ -162,7 +164,7 @@ class Server {
 
     @Override
     public void handlePUT(CoapExchange exchange) {
-      payload = exchange.getRequestPayload();
+      payload = made(exchange);
       exchange.respond(ResponseCode.CHANGED);
       changed();
     }
@@ -171,6 +173,15 @@ class Server {
     public void handleDELETE(CoapExchange exchange) {
       exchange.respond(ResponseCode.DELETED);
       clearAndNotifyObserveRelations(ResponseCode.NOT_FOUND);
+    }
+  }
+
+  private static class ObservedPattern extends Observed {
+    ObservedPattern() { super("obs-large", Words.pattern(3000)); }
+
+    @Override
+    byte[] made(CoapExchange exchange) {
+      return Words.pattern(Integer.parseInt(exchange.getRequestText()));
     }
   }
 
@@ -188,7 +199,7 @@ class Server {
     server.add(new Test(), outer, new Query(), new Separate(), new Location(), new Accept(),
         new Validate(), new Large(), new Echo(), new Observed("obs", "val0".getBytes()),
         new Observed("obs-away", "val0".getBytes()),
-        new Observed("obs-large", Words.pattern(3000)));
+        new ObservedPattern());
     server.start();
     System.out.println("serving");
   }

@@ -5,6 +5,7 @@ import (
 	"bytes"
 	"fmt"
 	"log"
+	"strconv"
 	"strings"
 	"sync"
 	"time"
@@ -154,12 +155,23 @@ type observer struct {
 type observed struct {
 	lock      sync.Mutex
 	text      []byte
+	made      func(payload []byte) []byte // the contents that a PUT asks for
 	sequence  uint32
 	observers map[string]observer
 }
 
-func newObserved(text []byte) *observed {
-	return &observed{text: text, sequence: 1, observers: map[string]observer{}}
+func newObserved(text []byte, made func([]byte) []byte) *observed {
+	return &observed{text: text, made: made, sequence: 1, observers: map[string]observer{}}
+}
+
+func same(payload []byte) []byte { return payload }
+
+func patternOf(payload []byte) []byte {
+	size, err := strconv.Atoi(string(payload))
+	if err != nil {
+		log.Print(err)
+	}
+	return words.Pattern(size)
 }
 
 func (o *observed) get(w mux.ResponseWriter, r *mux.Message) {
@@ -203,7 +215,7 @@ func notify(to observer, code codes.Code, body []byte, sequence uint32) {
 func (o *observed) put(w mux.ResponseWriter, r *mux.Message) {
 	o.lock.Lock()
 	defer o.lock.Unlock()
-	o.text = bodyOf(r)
+	o.text = o.made(bodyOf(r))
 	answer(w, codes.Changed, nil)
 	o.tell(codes.Content, o.text)
 }
@@ -239,9 +251,9 @@ func main() {
 		"/large": {codes.GET: fixed(codes.Content, words.Pattern(20000)), codes.PUT: takePattern,
 			codes.POST: takePattern},
 		"/large-echo": {codes.POST: echo},
-		"/obs":        newObserved([]byte("val0")).handle(),
-		"/obs-away":   newObserved([]byte("val0")).handle(),
-		"/obs-large":  newObserved(words.Pattern(3000)).handle(),
+		"/obs":        newObserved([]byte("val0"), same).handle(),
+		"/obs-away":   newObserved([]byte("val0"), same).handle(),
+		"/obs-large":  newObserved(words.Pattern(3000), patternOf).handle(),
 	}
 	router := mux.NewRouter()
 	var links []string
