@@ -1,5 +1,8 @@
 /* client_minimal_c.c: call a server: tell it something, ask it something.
  *
+ * This is the base interface, for servers that use it too.  A call (docs/calls.md) is shorter, asks
+ * any CoAP server, and tells how each request ended.
+ *
  * Needs a running server_minimal.  Ends with the answer, or with status 1 after --seconds <n>
  * (default 10) without one. */
 #include <stdio.h>

@@ -1,5 +1,5 @@
 // client_minimal_cpp.cpp: the calls of client_minimal_c, with objects that own host and instance
-// and a closure for each answer.
+// and a closure for each answer.  Calls (docs/calls.md) have a callback for each request.
 //
 // Needs a running server_minimal.  Ends with the last answer, or with status 1 after --seconds <n>
 // (default 10).
