@@ -2,6 +2,8 @@
 #ifndef DEMO_NODE_H
 #define DEMO_NODE_H
 
+#include <coap_svc/rpc/coap_rpc_call.h>
+
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -27,9 +29,16 @@ class Node {
   CoapRpcCtx *Ctx() const { return ctx_; }
   const std::string &Self() const { return self_; }
 
-  // Peer describes a call to the other process.
+  // Peer describes a base request to the other process, Server a call: the system chooses from
+  // where.
   CoapRpcCliAddr Peer(uint16_t port, uint32_t codeType) const {
     return ExamplePeer(self_.c_str(), other_.c_str(), port, codeType);
+  }
+  CoapRpcCallAddr Server(uint16_t port) const {
+    CoapRpcCallAddr addr = {};
+    addr.dstIp = ExampleIpv4(other_.c_str());
+    addr.dstPort = port;
+    return addr;
   }
 
  private:

@@ -22,7 +22,7 @@ class North {
  public:
   North(Kestrel *host, const char *self, const char *other)
       : node_(host, "north", self, other),
-        rpc_(node_, [this](const std::string &question, const Rpc::Answer &answer) {
+        rpc_(node_, [this](const std::string &question, const Answer &answer) {
           OnQuestion(question, answer);
         }) {
     for (const DemoSet &set : kDemoSets) {
@@ -67,7 +67,7 @@ class North {
   }
 
   // Asks back, and answers when all is answered.
-  void AskBack(uint32_t num, const Rpc::Answer &answer) {
+  void AskBack(uint32_t num, const Answer &answer) {
     const auto numAnswered = std::make_shared<uint32_t>(0);
     rpc_.AskMany("load", num, [numAnswered, num, answer](const std::string &) {
       if (++*numAnswered == num) answer(std::to_string(num));
@@ -75,12 +75,12 @@ class North {
   }
 
   // Not at once: an unacknowledged question would be repeated and kill the next process as well.
-  void Die(const Rpc::Answer &answer) {
+  void Die(const Answer &answer) {
     answer("farewell");
     Every(node_.Host(), kFarewellMs, [] { raise(SIGKILL); });
   }
 
-  void OnQuestion(const std::string &question, const Rpc::Answer &answer) {
+  void OnQuestion(const std::string &question, const Answer &answer) {
     std::istringstream words(question);
     std::string verb, rest;
     words >> verb >> std::ws;

@@ -1,4 +1,4 @@
-// demo_rpc.h: questions and answers between the two processes.
+// demo_rpc.h: questions and answers between the two processes: calls to direct entries.
 #ifndef DEMO_RPC_H
 #define DEMO_RPC_H
 
@@ -9,23 +9,45 @@
 
 #include "demo_node.h"
 
-// Rpc asks the other process by asynchronous calls of the URI "ask", and answers its questions.
-//
-// The answer to an asynchronous call carries nothing that says which call it belongs to, so each
-// question begins with a number and its answer repeats it.  Requests leave from the node's own
-// address (packet type BROADCAST): that is where the answer goes.
+// Answer gets the payload of an answer.
+using Answer = std::function<void(std::string text)>;
+
+// Caller posts texts to the other process.
+class Caller {
+ public:
+  explicit Caller(Node &node) : node_(node) {}
+  ~Caller() { Forget(); }
+  Caller(const Caller &) = delete;
+  Caller &operator=(const Caller &) = delete;
+
+  // Post returns the call's id.  `answer` is not called when there is no answer with data: then
+  // the call only ends.
+  uint64_t Post(uint16_t port, const char *path, const std::string &text, Answer answer);
+
+  bool IsOpen(uint64_t id) const { return pending_.contains(id); }
+
+  // Forget cancels the calls that are not answered yet.
+  void Forget();
+
+ private:
+  static void OnRsp(uint64_t userData, const CoapRpcCallRsp *rsp);
+
+  Node &node_;
+  std::map<uint64_t, Answer> pending_;  // by id
+};
+
+// Rpc asks the other process at the asynchronous entry "ask", and answers its questions.
 class Rpc {
  public:
-  using Answer = std::function<void(std::string text)>;
   // Handler gets a question and answers it, now or later.
   using Handler = std::function<void(const std::string &question, Answer answer)>;
 
   Rpc(Node &node, Handler handler);
 
-  // Start serves and registers everything.  Returns false after it said what is wrong.
+  // Start serves the entry.  Returns false after it said what is wrong.
   bool Start();
 
-  void Ask(const std::string &question, Answer answer);
+  uint64_t Ask(const std::string &question, Answer answer);
 
   // AskAndWait returns the answer, or nothing when there was none within a few seconds.
   std::string AskAndWait(const std::string &question);
@@ -34,7 +56,7 @@ class Rpc {
   void AskMany(const std::string &question, uint32_t num, Answer answer);
 
   // Forget drops the questions that are not answered yet.
-  void Forget() { pending_.clear(); }
+  void Forget() { caller_.Forget(); }
 
   uint32_t NumServed() const { return numServed_; }
 
@@ -45,32 +67,19 @@ class Rpc {
     Answer answer;
   };
 
-  static Rpc &Of(uint64_t userData) { return *reinterpret_cast<Rpc *>(userData); }
   static uint32_t OnAsk(uint64_t userData, uint8_t *payload, uint32_t len, void *async);
-  static uint32_t OnAnswer(uint64_t userData, uint64_t, uint8_t *payload, uint32_t len,
-                           const CoapRpcCliRspInfo *);
   void AskNext(const std::shared_ptr<Series> &series);
 
   Node &node_;
+  Caller caller_{node_};
   const Handler handler_;
-  std::map<uint64_t, Answer> pending_;
-  uint64_t lastNumber_ = 0;
   uint32_t numServed_ = 0;
 };
 
-// Poster sends notes to the synchronous URI "note" of the other process; PostBox takes them.
-// CoAP acknowledges them, with nothing for the application to see.
+// PostBox takes notes at the synchronous entry "note" of its own port, and answers each with
+// "<number> <note>".
 constexpr uint16_t kNotePort = 5684;
-
-class Poster {
- public:
-  explicit Poster(Node &node) : node_(node) {}
-  bool Start();
-  bool Post(std::string text);
-
- private:
-  Node &node_;
-};
+constexpr char kNotePath[] = "note";
 
 class PostBox {
  public:

@@ -44,7 +44,7 @@ class South {
         other_(other),
         node_(host, "south", self, other),
         rpc_(node_, [](const std::string &,
-                       const Rpc::Answer &answer) { answer("south, load " + LoadText()); }),
+                       const Answer &answer) { answer("south, load " + LoadText()); }),
         console_(std::move(console)) {
     for (const DemoSet &set : kDemoSets) {
       mirrors_.push_back(std::make_unique<Mirror>(node_, set.uri, set.payloadFormat));
@@ -52,7 +52,7 @@ class South {
   }
 
   bool Start() {
-    bool isGood = node_.IsUp() && rpc_.Start() && poster_.Start();
+    bool isGood = node_.IsUp() && rpc_.Start();
     for (const auto &mirror : mirrors_) isGood = isGood && mirror->Start();
     return isGood && COAP_RpcSetKeepAlive(node_.Ctx(), kKeepAliveSeconds) == 0;
   }
@@ -60,7 +60,7 @@ class South {
   bool Run() {
     const auto start = DemoClock::now();
     Step("asynchronous calls, both ways", &South::CallBothWays);
-    Step("posts to a synchronous entry", &South::PostNotes);
+    Step("posts, each answered with data", &South::PostNotes);
     Step("observe: full set, then live changes", &South::ObserveLive);
     Step("10,000 rows, block-wise", &South::MirrorFiles);
     Step("resynchronised by check code", &South::Resynchronise);
@@ -124,16 +124,28 @@ class South {
     });
   }
 
+  // Each answer has to be that of its own note: notes are taken in the order of their numbers.
   Verdict PostNotes() {
-    for (uint32_t i = 0; i < kNumNotes; ++i) poster_.Post("note " + std::to_string(i));
-    uint64_t numArrived = 0;
-    const bool isGood = Until(kPatience, [&] {
-      numArrived = std::strtoull(rpc_.AskAndWait("notes").c_str(), nullptr, 10);
-      screen_.Bar("notes arrived at north", numArrived, kNumNotes);
-      return numArrived >= kNumNotes;
+    uint32_t numRight = 0;
+    std::string last;
+    for (uint32_t i = 1; i <= kNumNotes; ++i) {
+      const std::string number = std::to_string(i), note = "note " + number;
+      poster_.Post(kNotePort, kNotePath, note,
+                   [&, expected = number + " " + note](std::string text) {
+                     numRight += text == expected ? 1 : 0;
+                     last = std::move(text);
+                   });
+    }
+    const bool isAnswered = Until(kPatience, [&] {
+      screen_.Bar("notes answered by north", numRight, kNumNotes);
+      return numRight == kNumNotes;
     });
-    return {isGood && numArrived == kNumNotes,
-            std::to_string(kNumNotes) + " notes sent, " + numArrived + " arrived"};
+    poster_.Forget();  // what is open refers to this call
+    screen_.Say("north says: " + last);
+    const std::string numTaken = rpc_.AskAndWait("notes");
+    return {isAnswered && numTaken == std::to_string(kNumNotes),
+            std::to_string(kNumNotes) + " notes sent, " + numRight + " answered, " + numTaken +
+                " taken"};
   }
 
   Verdict ObserveLive() {
@@ -330,7 +342,7 @@ class South {
   Screen screen_;
   Node node_;
   Rpc rpc_;
-  Poster poster_{node_};
+  Caller poster_{node_};
   const std::string console_;                     // command up to the name of the socket
   std::vector<std::unique_ptr<Mirror>> mirrors_;  // by DemoSetId
   DemoClock::time_point askedAt_;                 // when the files were verified ahead

@@ -3,8 +3,8 @@
  *   note   port 5684   synchronous: a POST is printed and acknowledged with 2.01
  *   time   port 5683   asynchronous: a GET is answered by a message of its own
  *
- * This is the base interface.  A new server whose answers carry data is shorter with direct entries,
- * which any CoAP client can call: docs/direct.md.
+ * This is the base interface.  A new server whose answers carry data is shorter with direct
+ * entries, which any CoAP client can call: docs/direct.md.
  *
  * Try it:  server_minimal &  client_minimal_c
  * It runs until it is interrupted, or for --seconds <n>. */
