@@ -34,21 +34,19 @@ coap_rpc_forbid("coap_svc/|jansson" ${ext} "what is compiled into libcoap knows 
 coap_rpc_forbid("coap_svc/rpc/(init|client|libadapter)/" ${rpc}/server "server includes only common")
 coap_rpc_forbid("coap_svc/rpc/(init|server|libadapter)/" ${rpc}/client "client includes only common")
 coap_rpc_forbid("coap_svc/rpc/init/" ${rpc}/libadapter "libadapter does not include init")
-# Besides message: calls use the sessions of call, which asks whether a message is one of calls, and make
-# I/O look more often; serve hands direct what the application answers to its handles.
-set(message_of_call message rpc_call)
+# Besides message: calls use the sessions of call; serve hands direct what the application answers to
+# its handles.
+set(message_of_call message)
 set(message_of_direct message)
 set(message_of_publish message)
 set(message_of_rpc_call message call)
 set(message_of_serve message direct)
-set(top_of_rpc_call "coap_rpc_lib_io\\.h")
 foreach(room call direct log message publish rpc_call serve)
   set(others call direct log message publish rpc_call serve)
   list(REMOVE_ITEM others ${room} ${message_of_${room}})
   list(JOIN others "|" others)
   coap_rpc_forbid("libadapter/((${others})/|coap_rpc_lib_(ctx|ext|handler|io|parts)\\.h)"
-    ${rpc}/libadapter/${room} "rooms of libadapter include only its record and message"
-    ${top_of_${room}})
+    ${rpc}/libadapter/${room} "rooms of libadapter include only its record and message")
 endforeach()
 coap_rpc_forbid("coap_svc/rpc/(init|server|client|libadapter)/" ${rpc}/common "common includes no side")
 coap_rpc_forbid("coap_svc/rpc/(common|init|server|client|libadapter)/"

@@ -1,7 +1,7 @@
 /* coap_rpc_cli_relation.h: what a request record remembers of its observe relation.
  *
  * All zero for a relation that is new to its peer.  The adapter keeps it and has the rules
- * (libadapter/call/coap_rpc_lib_relation.h). */
+ * (libadapter/message/coap_rpc_lib_order.h). */
 #ifndef COAP_RPC_CLI_RELATION_H
 #define COAP_RPC_CLI_RELATION_H
 

@@ -8,7 +8,6 @@
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_response.h"
-#include "coap_svc/rpc/libadapter/call/coap_rpc_lib_relation.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_io.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_parts.h"
@@ -42,9 +41,9 @@ void RegisterHandlers(CoapRpcCtx *ctx, const CoapRpcLibCtx *lib) {
   coap_context_set_app_data(lib->coapCtx, ctx);
   coap_register_event_handler(lib->coapCtx, lib->eventHandler);
   coap_register_nack_handler(lib->coapCtx, lib->nackHandler);
-  coap_register_response_handler(lib->coapCtx, lib->responseHandler);
+  coap_register_response_handler(lib->coapCtx, coap_rpc::HandleResponse);
   CoapRpcLibSetRepeat(lib->coapCtx, coap_rpc::AnswerRepeated);
-  CoapRpcLibSetOrder(lib->coapCtx, CoapRpcRelationOrder);
+  CoapRpcLibSetOrder(lib->coapCtx, coap_rpc::HandleOrder);
   coap_persist_track_funcs(lib->coapCtx, lib->observeAdded, lib->observeDeleted, nullptr, nullptr,
                            nullptr, 0, ctx);
 }

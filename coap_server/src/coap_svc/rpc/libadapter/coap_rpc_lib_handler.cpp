@@ -2,6 +2,7 @@
 
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_event.h"
+#include "coap_svc/rpc/libadapter/call/coap_rpc_lib_relation.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
 #include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct.h"
 #include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct_async.h"
@@ -46,7 +47,38 @@ bool IsAnswerSession(coap_session_t *session) {
   return ctx && ctx->lib && CoapRpcAsyncFail(ctx, session) != 0;
 }
 
+// EndCallByNack ends the call that a message was of.  False: it was of none.
+bool EndCallByNack(coap_session_t *session, const coap_pdu_t *sent, coap_nack_reason_t reason,
+                   coap_mid_t mid) {
+  CoapRpcCtx *ctx = CoapRpcLibCallerOf(session);
+  if (!ctx || !TakeCallNack(ctx, session, sent, reason, mid)) return false;
+  if (reason == COAP_NACK_TOO_MANY_RETRIES) CoapRpcCallLeaveStale(session);
+  return true;
+}
+
+void Retransmitted(coap_session_t *session) {
+  if (CoapRpcCtx *ctx = CoapRpcLibCallerOf(session)) CheckCallSource(ctx, session);
+  CoapRpcCallRetransmitted(session);
+}
+
 }  // namespace
+
+int coap_rpc::HandleOrder(coap_session_t *session, const coap_pdu_t *sent,
+                          const coap_pdu_t *received) {
+  CoapRpcCtx *ctx = CoapRpcLibCallerOf(session);
+  int order = 0;
+  if (ctx && OrderCallResponse(ctx, session, sent, received, &order)) return order;
+  return CoapRpcRelationOrder(session, sent, received);
+}
+
+coap_response_t coap_rpc::HandleResponse(coap_session_t *session, const coap_pdu_t *sent,
+                                         const coap_pdu_t *received, const coap_mid_t mid) {
+  CoapRpcCtx *ctx = CoapRpcLibCallerOf(session);
+  if (!ctx || !ctx->lib) return COAP_RESPONSE_OK;
+  coap_response_t result = COAP_RESPONSE_OK;
+  if (received && TakeCallAnswer(ctx, session, received, &result)) return result;
+  return ctx->lib->responseHandler(session, sent, received, mid);
+}
 
 void COAP_RpcSerGetHandler(coap_resource_t *resource, coap_session_t *session,
                            const coap_pdu_t *request, const coap_string_t *query,
@@ -141,7 +173,7 @@ void COAP_RpcSerHandleIdl(CoapRpcSerUriVtbl *entry, coap_resource_t *resource,
 void COAP_RpcNackhandler(coap_session_t *session, const coap_pdu_t *sent,
                          const coap_nack_reason_t reason, const coap_mid_t mid) {
   if (NoteNack(session, sent, reason, mid) || NoteDirectNack(session, sent, reason)) return;
-  if (NoteFailure(session, reason)) return;
+  if (NoteFailure(session, reason) || EndCallByNack(session, sent, reason, mid)) return;
   CoapRpcCallGiveUp(session, sent, reason, mid);
 }
 
@@ -149,7 +181,7 @@ int COAP_RpcEventHandler(coap_session_t *session, const coap_event_t event) {
   if (event == COAP_EVENT_KEEPALIVE_FAILURE && !IsAnswerSession(session)) {
     COAP_RpcDisConnectedEventHandler(session);
   }
-  if (event == COAP_EVENT_MSG_RETRANSMITTED) CoapRpcCallRetransmitted(session);
+  if (event == COAP_EVENT_MSG_RETRANSMITTED) Retransmitted(session);
   if (event == COAP_EVENT_BAD_PACKET) CountBadPacket(session);
   if (event == COAP_EVENT_SERVER_SESSION_DEL) ForgetSession(session);
   return 0;

@@ -3,8 +3,8 @@
  * Behind it are four rooms.  A request whose URI has a direct entry goes to direct, any other to
  * serve; of a GET with the Observe option publish has a part as well: first the request is served,
  * then the observer.  An event goes to the room that the message or session belongs to: publish for
- * notifications, direct and serve for asynchronous answers, call for all else.  Responses go to
- * call directly. */
+ * notifications, direct and serve for asynchronous answers, rpc_call for calls, call for all else.
+ * A response goes to rpc_call if its token is of a call's kind, else to call. */
 #ifndef COAP_RPC_LIB_HANDLER_H
 #define COAP_RPC_LIB_HANDLER_H
 
@@ -28,6 +28,18 @@ COAP_RPC_API void COAP_RpcSerPostHandler(coap_resource_t *resource, coap_session
 COAP_RPC_API void COAP_RpcNackhandler(coap_session_t *session, const coap_pdu_t *sent,
                                       const coap_nack_reason_t reason, const coap_mid_t mid);
 COAP_RPC_API int COAP_RpcEventHandler(coap_session_t *session, const coap_event_t event);
+
+#ifdef __cplusplus
+namespace coap_rpc {
+
+// HandleOrder is what libcoap asks before it does anything because of a response
+// (CoapRpcLibSetOrder), HandleResponse what it hands the response to.
+int HandleOrder(coap_session_t *session, const coap_pdu_t *sent, const coap_pdu_t *received);
+coap_response_t HandleResponse(coap_session_t *session, const coap_pdu_t *sent,
+                               const coap_pdu_t *received, const coap_mid_t mid);
+
+}  // namespace coap_rpc
+#endif
 
 /* COAP_RpcAddUriPath adds the path of a request's entry to the response. */
 COAP_RPC_API void COAP_RpcAddUriPath(coap_resource_t *resource, const coap_pdu_t *request,

@@ -6,7 +6,6 @@
 #include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_end.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_msg.h"
-#include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_answer.h"
 #include "csvc_dbg.h"
 #include "libcoap/ext/coap_rpc_lib_source.h"
 
@@ -32,32 +31,27 @@ void LogNackOfSent(CoapRpcCtx *ctx, const coap_pdu_t *sent, uint32_t reason, int
                   msgType, codeType);
 }
 
-void LeaveStale(coap_session_t *session) {
-  if (CoapRpcLibLeaveStale(session) != 0) COAP_RpcDisConnectedEventHandler(session);
-}
-
 void GiveUp(CoapRpcCtx *ctx, coap_session_t *session, const coap_pdu_t *sent, int32_t mid) {
   COAP_RpcLogNackInfo(ctx, sent, COAP_NACK_TOO_MANY_RETRIES, mid);
   if (ctx->cli && ctx->cli->resendRequest) ctx->cli->resendRequest(ctx, mid);
-  LeaveStale(session);
+  CoapRpcCallLeaveStale(session);
 }
 
 }  // namespace
+
+void CoapRpcCallLeaveStale(coap_session_t *session) {
+  if (CoapRpcLibLeaveStale(session) != 0) COAP_RpcDisConnectedEventHandler(session);
+}
 
 void CoapRpcCallGiveUp(coap_session_t *session, const coap_pdu_t *sent, coap_nack_reason_t reason,
                        coap_mid_t mid) {
   CoapRpcCtx *ctx = CoapRpcLibCallerOf(session);
   if (!ctx) return;
-  if (TakeCallNack(ctx, session, sent, reason, mid)) {
-    if (reason == COAP_NACK_TOO_MANY_RETRIES) LeaveStale(session);
-    return;
-  }
   if (reason == COAP_NACK_TOO_MANY_RETRIES) GiveUp(ctx, session, sent, mid);
   EndByNack(ctx, session, sent, reason, mid);
 }
 
 void CoapRpcCallRetransmitted(coap_session_t *session) {
-  if (CoapRpcCtx *ctx = CoapRpcLibCallerOf(session)) CheckCallSource(ctx, session);
   if (CoapRpcLibLeaveLost(session) != 0) COAP_RpcDisConnectedEventHandler(session);
 }
 

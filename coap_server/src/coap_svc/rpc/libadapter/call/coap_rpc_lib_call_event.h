@@ -8,11 +8,14 @@
 
 COAP_RPC_C_BEGIN
 
-
 /* CoapRpcCallGiveUp handles a message of a client session that libcoap has given up or that was
  * refused; `sent` may be null. */
 void CoapRpcCallGiveUp(coap_session_t *session, const coap_pdu_t *sent, coap_nack_reason_t reason,
                        coap_mid_t mid);
+
+/* CoapRpcCallLeaveStale lets a session that has given a message up send from the address that the
+ * machine has now, and tells of the disconnection when it has to. */
+void CoapRpcCallLeaveStale(coap_session_t *session);
 
 /* CoapRpcCallRetransmitted handles a message of a client session that was sent again. */
 void CoapRpcCallRetransmitted(coap_session_t *session);

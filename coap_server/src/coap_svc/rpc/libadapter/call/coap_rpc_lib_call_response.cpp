@@ -11,7 +11,6 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_check_code.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_lookup.h"
-#include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_answer.h"
 
 namespace {
 
@@ -145,8 +144,6 @@ coap_response_t COAP_RpcCliResponseHandler(coap_session_t *session, const coap_p
                                            const coap_pdu_t *received, const coap_mid_t) {
   CoapRpcCtx *ctx = CoapRpcLibCallerOf(session);
   if (!ctx || !ctx->cli || !received) return COAP_RESPONSE_OK;
-  coap_response_t result = COAP_RESPONSE_OK;
-  if (TakeCallAnswer(ctx, session, received, &result)) return result;
   if (IsTokenless(received)) ++ctx->cli->numTokenlessRsp;
   PoolPtr<OpenReq> open = TakeAnswered(ctx, session, sent, received);
   if (CoapRpcRelationIsOvertaken(session, received) != 0) return COAP_RESPONSE_OK;

@@ -1,4 +1,5 @@
-/* coap_rpc_lib_relation.h: the order of a relation's notifications, and deferred renewals.
+/* coap_rpc_lib_relation.h: relations of base requests: order of their notifications, and deferred
+ * renewals.
  *
  * The story is told at the head of the source file. */
 #ifndef COAP_RPC_LIB_RELATION_H
@@ -10,7 +11,6 @@
 
 COAP_RPC_C_BEGIN
 
-typedef struct CoapRpcCliRelation CoapRpcCliRelation;
 typedef struct CoapRpcCliReqData CoapRpcCliReqData;
 
 /* CoapRpcRelationOrder says what to do with a response, before libcoap does anything because of it:
@@ -25,9 +25,6 @@ uint32_t CoapRpcRelationIsOvertaken(coap_session_t *session, const coap_pdu_t *r
 /* CoapRpcRelationSent notes that the relation's registration was sent; nothing for a plain request.
  */
 void CoapRpcRelationSent(CoapRpcCliReqData *req);
-
-/* CoapRpcRelationAwait is the part of it that concerns the order. */
-void CoapRpcRelationAwait(CoapRpcCliRelation *relation);
 
 /* CoapRpcRelationMustWait returns 1 while sending the relation's registration again would end a
  * payload that is coming in, and the payload is the one that it began to wait for; else 0. */

@@ -35,7 +35,6 @@
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/common/coap_rpc_sites.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
-#include "coap_svc/rpc/libadapter/coap_rpc_lib_io.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_clock.h"
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_pdu.h"
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_peer.h"
@@ -195,7 +194,7 @@ uint32_t StartCall(CoapRpcCtx *ctx, const CoapRpcCallAddr &addr, const CoapRpcCa
   uint32_t ret = Open(ctx, &calls);
   if (ret == 0) ret = OpenCallPeer(ctx, calls, addr, &peer);
   if (ret != 0) return ret;
-  COAP_RpcRefreshTaskTimer(ctx);  // answers are read at least ten times a second from now on
+  ctx->cli->refreshTaskTimer(ctx);  // answers are read at least ten times a second from now on
   RpcCall *record = NewCall(ctx, call).release();
   if (!record) {
     ReleaseCallPeer(ctx, calls, peer);

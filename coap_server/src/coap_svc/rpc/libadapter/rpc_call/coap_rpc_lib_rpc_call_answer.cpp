@@ -7,12 +7,13 @@
  * server that goes on (RFC 7641 section 3.6). */
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_answer.h"
 
-#include "coap_svc/rpc/libadapter/call/coap_rpc_lib_relation.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_order.h"
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call.h"
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_peer.h"
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_watch.h"
 #include "libcoap/ext/coap_rpc_lib_end_request.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
 #include "libcoap/ext/coap_rpc_lib_source.h"
 
 namespace coap_rpc {
@@ -48,10 +49,10 @@ uint32_t StatusOf(coap_nack_reason_t reason) {
   return reason == COAP_NACK_TOO_MANY_RETRIES ? COAP_RPC_CALL_TIMEOUT : COAP_RPC_CALL_UNREACHABLE;
 }
 
-void Take(CoapRpcCtx *ctx, coap_session_t *session, RpcCall *call, const coap_pdu_t *received) {
+void Take(CoapRpcCtx *ctx, RpcCall *call, const coap_pdu_t *received) {
   if (!call->watch) {
     AnswerCall(ctx, call, received);
-  } else if (CoapRpcRelationIsOvertaken(session, received) == 0) {
+  } else if (!IsOvertaken(ctx->cli, &call->watch->relation, received)) {
     TakeNotification(ctx, call, received);
   }
 }
@@ -62,8 +63,8 @@ void TakeFarewell(CoapRpcCtx *ctx, RpcCall *call, const coap_pdu_t *received) {
   if (isOver) AnswerCall(ctx, call, received);
 }
 
-}  // namespace
-
+// IsForCalls says whether a response is for calls, by its token; `call` is null when the call has
+// ended or never was.
 bool IsForCalls(const CoapRpcCtx *ctx, const coap_session_t *session, const coap_pdu_t *received,
                 RpcCall **call) {
   const CoapRpcCalls *calls = CallsOf(ctx);
@@ -72,6 +73,26 @@ bool IsForCalls(const CoapRpcCtx *ctx, const coap_session_t *session, const coap
   *call = FindOn(calls, session, token);
   return token.length == sizeof(uint64_t);
 }
+
+// RelationOf returns the relation of an observation; null for a call that is none, and for null.
+CoapRpcCliRelation *RelationOf(const RpcCall *call) {
+  const bool isWatching = call && call->watch && call->state != CallState::kLeaving;
+  return isWatching ? &call->watch->relation : nullptr;
+}
+
+// EndTooLong ends a call whose answer in blocks is longer than it may be, and says whether it did.
+bool EndTooLong(CoapRpcCtx *ctx, const coap_session_t *session, const coap_pdu_t *received) {
+  const CoapRpcCalls *calls = CallsOf(ctx);
+  coap_block_t block;
+  if (!calls || coap_get_block(received, COAP_OPTION_BLOCK2, &block) == 0) return false;
+  RpcCall *call = FindOn(calls, session, CoapRpcLibRequestToken(session, received));
+  if (!call) return false;
+  if ((uint64_t{block.num} << (block.szx + 4)) < COAP_RPC_MAX_CALL_PAYLOAD) return false;
+  FailCall(ctx, call);
+  return true;
+}
+
+}  // namespace
 
 bool TakeCallAnswer(CoapRpcCtx *ctx, coap_session_t *session, const coap_pdu_t *received,
                     coap_response_t *result) {
@@ -83,24 +104,19 @@ bool TakeCallAnswer(CoapRpcCtx *ctx, coap_session_t *session, const coap_pdu_t *
   } else if (call->state == CallState::kLeaving) {
     TakeFarewell(ctx, call, received);
   } else {
-    Take(ctx, session, call, received);
+    Take(ctx, call, received);
   }
   return true;
 }
 
-CoapRpcCliRelation *OrderOfCall(const RpcCall *call) {
-  const bool isWatching = call && call->watch && call->state != CallState::kLeaving;
-  return isWatching ? &call->watch->relation : nullptr;
-}
-
-bool EndTooLong(CoapRpcCtx *ctx, const coap_session_t *session, const coap_pdu_t *received) {
-  const CoapRpcCalls *calls = CallsOf(ctx);
-  coap_block_t block;
-  if (!calls || coap_get_block(received, COAP_OPTION_BLOCK2, &block) == 0) return false;
-  RpcCall *call = FindOn(calls, session, CoapRpcLibRequestToken(session, received));
-  if (!call) return false;
-  if ((uint64_t{block.num} << (block.szx + 4)) < COAP_RPC_MAX_CALL_PAYLOAD) return false;
-  FailCall(ctx, call);
+bool OrderCallResponse(CoapRpcCtx *ctx, coap_session_t *session, const coap_pdu_t *sent,
+                       const coap_pdu_t *received, int *order) {
+  *order = kCoapRpcLibOld;
+  if (EndTooLong(ctx, session, received)) return true;
+  RpcCall *call = nullptr;
+  if (!IsForCalls(ctx, session, received, &call)) return false;
+  CoapRpcCliRelation *rel = RelationOf(call);
+  *order = rel ? OrderResponse(ctx->cli, rel, session, sent, received) : int{kCoapRpcLibFresh};
   return true;
 }
 

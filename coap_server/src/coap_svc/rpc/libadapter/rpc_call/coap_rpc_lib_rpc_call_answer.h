@@ -1,6 +1,6 @@
 /* coap_rpc_lib_rpc_call_answer.h: what libcoap tells of calls.
  *
- * The room of base requests asks here first; what is not a call's is its own. */
+ * The front door asks here first; what is not for calls is for base requests. */
 #ifndef COAP_RPC_LIB_RPC_CALL_ANSWER_H
 #define COAP_RPC_LIB_RPC_CALL_ANSWER_H
 
@@ -8,22 +8,15 @@
 
 namespace coap_rpc {
 
-// IsForCalls says whether a response is for calls, by its token; `call` is null when the call has
-// ended or never was.
-bool IsForCalls(const CoapRpcCtx *ctx, const coap_session_t *session, const coap_pdu_t *received,
-                RpcCall **call);
-
 // TakeCallAnswer takes a response that is for calls; nothing for any other.  Returns whether it
 // was.
 bool TakeCallAnswer(CoapRpcCtx *ctx, coap_session_t *session, const coap_pdu_t *received,
                     coap_response_t *result);
 
-// OrderOfCall returns the order of a call's notifications; null for one that has none, and for
-// null.
-CoapRpcCliRelation *OrderOfCall(const RpcCall *call);
-
-// EndTooLong ends a call whose answer in blocks is longer than it may be, and says whether it did.
-bool EndTooLong(CoapRpcCtx *ctx, const coap_session_t *session, const coap_pdu_t *received);
+// OrderCallResponse says what to do with a response that is for calls (coap_rpc_lib_order.h).
+// Returns whether it was.
+bool OrderCallResponse(CoapRpcCtx *ctx, coap_session_t *session, const coap_pdu_t *sent,
+                       const coap_pdu_t *received, int *order);
 
 // TakeCallNack ends the call whose message was refused or given up; false for any other message.
 bool TakeCallNack(CoapRpcCtx *ctx, coap_session_t *session, const coap_pdu_t *sent,

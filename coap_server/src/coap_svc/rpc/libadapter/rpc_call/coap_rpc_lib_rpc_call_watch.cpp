@@ -2,7 +2,7 @@
  *
  * An observation is a call with an Observe option, whose record stays when it is answered.  Its
  * token stays the same, so whatever has it belongs to the observation; the order of notifications
- * is that of base relations (coap_rpc_lib_relation.h), asked before anything is done with a
+ * is that of base relations (coap_rpc_lib_order.h), asked before anything is done with a
  * message.
  *
  *   sent      a registration is unanswered; the call's deadline counts.  Notifications may come
@@ -22,7 +22,7 @@
 
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
-#include "coap_svc/rpc/libadapter/call/coap_rpc_lib_relation.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_order.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_clock.h"
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call.h"
@@ -73,7 +73,7 @@ coap_pdu_t *Renewal(const RpcCall &call) {
 bool Register(RpcCall *call) {
   coap_pdu_t *pdu = Renewal(*call);
   if (!pdu || !SendAgain(call, pdu)) return false;
-  CoapRpcRelationAwait(&call->watch->relation);
+  AwaitAnswer(&call->watch->relation);
   return true;
 }
 
@@ -83,7 +83,7 @@ bool BeginWatch(CoapRpcCtx *ctx, RpcCall *call) {
   call->watch = NewZeroed<CallWatch>(ctx->param.memHandle).release();
   if (!call->watch) return false;
   call->watch->request = coap_pdu_duplicate(call->pdu, SessionOf(*call), 0, nullptr, nullptr);
-  CoapRpcRelationAwait(&call->watch->relation);
+  AwaitAnswer(&call->watch->relation);
   return call->watch->request != nullptr;
 }
 
