@@ -168,6 +168,38 @@ TEST_F(Once, TimedOut_504Again) {
   EXPECT_EQ(app_.payloads.size(), 1u);
 }
 
+// The first answer is never acknowledged; those that libcoap does not have yet are dropped with it.
+TEST_F(Once, AnswerThatIsDropped_504AndNoSecondCall) {
+  ServeDirect(kModeAsync, ParamWith(0, 1000000));
+  std::vector<CoapMessage> posts;
+  for (int i = 0; i < 100; ++i) {
+    posts.push_back(Message(kCodePost, "q"));
+    AskOpen(posts.back());
+  }
+  for (void *handle : app_.handles) Send(handle, "later");
+  host_.AdvanceMs(100000);
+  while (peer_.ReceiveNow()) {
+  }
+  EXPECT_EQ(Ask(posts.front()).Text(), "later");
+  EXPECT_EQ(Ask(posts.back()).code, Code(5, 4));
+  EXPECT_EQ(app_.payloads.size(), 100u);
+}
+
+TEST_F(Once, OpenWhenItsListenCloses_504AndNoSecondCall) {
+  ServeDirect(kModeAsync, ParamWith(0, 1000000));
+  const CoapMessage post = Message(kCodePost, "q");
+  AskOpen(post);
+  EXPECT_EQ(COAP_RpcSerUnsetUri(Ctx(), &key_), 0u);
+  EXPECT_EQ(app_.ends.size(), 1u);
+  CoapRpcSerListenAddr addr = {};
+  addr.listenAddr.family = COAP_RPC_IPV4;
+  addr.listenAddr.addr.ipv4 = OwnIpv4(Role::kServer);
+  addr.port = kCoapPort;
+  EXPECT_EQ(COAP_RpcSerSetUri(Ctx(), &key_, &addr), 0u);
+  EXPECT_EQ(Ask(post).code, Code(5, 4));
+  EXPECT_EQ(app_.payloads.size(), 1u);
+}
+
 TEST_F(Once, AnsweredGet_IsForgotten) {
   ServeDirect(kModeAsync);
   const CoapMessage get = Message(kCodeGet, "q");

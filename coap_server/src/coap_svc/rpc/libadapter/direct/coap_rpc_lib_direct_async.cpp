@@ -1,6 +1,7 @@
 #include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct_async.h"
 
 #include <cstring>
+#include <utility>
 
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
@@ -98,9 +99,23 @@ void Free(DirectAsync *async) {
   PoolFree(async->ctx->param.memHandle, async);
 }
 
+bool IsOnceRequest(const DirectAsync *async) {
+  return IsOnce(static_cast<uint8_t>(coap_pdu_get_code(async->request)));
+}
+
+// LoseAnswer notes that a request, which was executed, gets no answer.
+void LoseAnswer(DirectAsync *async) {
+  OnceRecord *record = std::exchange(async->once, nullptr);
+  if (IsOnceRequest(async)) {
+    RememberLost(record);
+  } else {
+    ForgetOnce(async->ctx, record);
+  }
+}
+
 // Drop frees a request in any state; its peer stays.
 void Drop(DirectAsync *async) {
-  ForgetOnce(async->ctx, async->once);
+  LoseAnswer(async);
   Leave(async);
   Free(async);
 }
@@ -160,9 +175,8 @@ void FillReply(const DirectAsync *async, const Exchange &exchange) {
 
 // Remember notes the answer of a request that is about to end.
 void Remember(DirectAsync *async, const coap_pdu_t *response) {
-  OnceRecord *record = async->once;
-  async->once = nullptr;
-  if (IsOnce(static_cast<uint8_t>(coap_pdu_get_code(async->request)))) {
+  OnceRecord *record = std::exchange(async->once, nullptr);
+  if (IsOnceRequest(async)) {
     RememberLate(async->ctx, record, response);
   } else {
     ForgetOnce(async->ctx, record);
@@ -245,7 +259,7 @@ void DropAnswered(DirectPeer *peer) {
 void DropPeer(CoapRpcCtx *ctx, DirectPeer *peer, CoapRpcLink &closed) {
   DropAnswered(peer);
   PeerRequests(peer->requestList).Drain([&](DirectAsync *async) {
-    ForgetOnce(ctx, async->once);
+    LoseAnswer(async);
     Leave(async);
     OpenRequests(closed).Append(async);
   });

@@ -242,6 +242,13 @@ void RememberLate(CoapRpcCtx *ctx, OnceRecord *record, const coap_pdu_t *respons
   TrimOnce(ctx);
 }
 
+void RememberLost(OnceRecord *record) {
+  if (!record) return;
+  record->answer = reinterpret_cast<uint8_t *>(record + 1);
+  record->code = COAP_RESPONSE_CODE_GATEWAY_TIMEOUT;
+  record->isOpen = false;
+}
+
 void ForgetOnce(CoapRpcCtx *ctx, OnceRecord *record) {
   if (!record) return;
   OnceCache &cache = CacheOf(ctx);

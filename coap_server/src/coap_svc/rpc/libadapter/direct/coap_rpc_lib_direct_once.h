@@ -65,6 +65,10 @@ OnceRecord *RememberOpen(const Exchange &exchange, const OnceId &id, DirectAsync
 // RememberLate notes the response to an open request; null is ignored.
 void RememberLate(CoapRpcCtx *ctx, OnceRecord *record, const coap_pdu_t *response);
 
+// RememberLost notes that the answer to an open request is lost: the request gets 5.04 when it
+// arrives again.  Null is ignored.
+void RememberLost(OnceRecord *record);
+
 // ForgetOnce frees a record; null is ignored.  ForgetAllOnce frees all, and the table.
 void ForgetOnce(CoapRpcCtx *ctx, OnceRecord *record);
 void ForgetAllOnce(CoapRpcCtx *ctx);
