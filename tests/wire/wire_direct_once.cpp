@@ -6,6 +6,8 @@
 namespace coap_rpc_test {
 namespace {
 
+constexpr uint16_t kRequestTag = 292;  // RFC 9175
+
 class Once : public Direct {
  protected:
   uint32_t NumRemembered() const { return Ctx()->lib->direct->once.num; }
@@ -113,6 +115,94 @@ TEST_F(Once, LargeAnswer_FirstBlockAgainAndTheRest) {
   EXPECT_EQ(app_.payloads.size(), 1u);
   const CoapMessage last = Ask(Message(kCodePost).AddBlock(kOptBlock2, {2, false, 6}));
   EXPECT_EQ(last.payload.size(), 3000u - 2048u);
+}
+
+// ---- in blocks ----
+
+class OnceBlocks : public Once {
+ protected:
+  static constexpr size_t kBlockSize = 1024;
+
+  // BlockOf is block 0 or the last one of a body of two blocks, which a Request-Tag names.
+  CoapMessage BlockOf(uint32_t num, uint32_t body) {
+    CoapMessage block = Message(kCodePost).AddBlock(kOptBlock1, {num, num == 0, 6});
+    block.token.push_back(static_cast<uint8_t>(num));
+    block.AddUint(kRequestTag, body);
+    return block.PayloadText(
+        std::string(num == 0 ? kBlockSize : 100, static_cast<char>('a' + num)));
+  }
+};
+
+TEST_F(OnceBlocks, BothBlocksAgainAfterAnotherBody_SameAnswersNoSecondCall) {
+  ServeDirect(kModeSync);
+  app_.out = "done";
+  const CoapMessage first = BlockOf(0, 1);
+  const CoapMessage last = BlockOf(1, 1);
+  const CoapMessage toFirst = Ask(first);
+  const CoapMessage toLast = Ask(last);
+  EXPECT_EQ(toFirst.code, Code(2, 31));
+  EXPECT_EQ(toLast.Text(), "done");
+  Ask(BlockOf(0, 2));
+  Ask(BlockOf(1, 2));
+  EXPECT_EQ(app_.payloads.size(), 2u);
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(ToBytes(Ask(first)), ToBytes(toFirst));
+    EXPECT_EQ(ToBytes(Ask(last)), ToBytes(toLast));
+  }
+  EXPECT_EQ(app_.payloads.size(), 2u);
+}
+
+// The block that completes the body is another one each time.
+TEST_F(OnceBlocks, BothBlocksAgainInTheOtherOrder_NoSecondCall) {
+  ServeDirect(kModeSync);
+  const CoapMessage blocks[] = {BlockOf(0, 1), BlockOf(1, 1), BlockOf(0, 2), BlockOf(1, 2)};
+  for (const int i : {0, 1, 3, 2, 1, 0, 2, 3, 0, 1, 3, 2}) {
+    peer_.Send(blocks[i]);
+    host_.AdvanceMs(100);
+  }
+  EXPECT_EQ(app_.payloads.size(), 2u);
+}
+
+TEST_F(OnceBlocks, OpenBody_BothAgain_NoSecondCall) {
+  ServeDirect(kModeAsync);
+  const CoapMessage first = BlockOf(0, 1);
+  const CoapMessage last = BlockOf(1, 1);
+  Ask(first);
+  ExpectEmptyAck(Ask(last), last);
+  EXPECT_EQ(Ask(first).code, Code(2, 31));
+  ExpectEmptyAck(Ask(last), last);
+  EXPECT_EQ(app_.payloads.size(), 1u);
+}
+
+TEST_F(OnceBlocks, FirstBlockThatWasRefused_IsAskedAgain) {
+  ServeDirect(kModeSync);
+  CoapMessage first = BlockOf(0, 1);
+  first.payload.pop_back();
+  EXPECT_EQ(Ask(first).code, Code(4, 0));
+  EXPECT_EQ(NumRemembered(), 0u);
+}
+
+TEST_F(OnceBlocks, LastBlockOfTheAnswer_AgainForTheWholeLifetime) {
+  ServeDirect(kModeSync);
+  app_.out = std::string(3000, 'x');
+  Ask(Message(kCodePost, "q"));
+  const CoapMessage request = Message(kCodePost).AddBlock(kOptBlock2, {2, false, 6});
+  const CoapMessage last = Ask(request);
+  EXPECT_EQ(last.code, Code(2, 4));
+  EXPECT_EQ(last.payload.size(), 3000u - 2048u);
+  host_.AdvanceMs(kExchangeLifetimeMs - 2000);
+  EXPECT_EQ(ToBytes(Ask(request)), ToBytes(last));
+  EXPECT_EQ(app_.payloads.size(), 1u);
+}
+
+TEST_F(OnceBlocks, OfAnEntryThatIsNotDirect_AreNotRemembered) {
+  ServeDirect(kModeSync);
+  const CoapRpcUriKey other = KeyOf("other");
+  Serve(other, DirectReg(kModeSync));
+  CoapMessage first = Request(CoapType::kCon, kCodePost, ++mid_, {1}).AddPath("other");
+  first.AddBlock(kOptBlock1, {0, true, 6}).PayloadText(std::string(kBlockSize, 'a'));
+  EXPECT_EQ(Ask(first).code, Code(2, 31));
+  EXPECT_EQ(NumRemembered(), 0u);
 }
 
 // ---- asynchronous ----

@@ -259,6 +259,10 @@ void CoapRpcLibSetRepeat(coap_context_t *coapCtx, CoapRpcLibRepeat repeat) {
   coapCtx->repeat_handler = repeat;
 }
 
+void CoapRpcLibSetBlock(coap_context_t *coapCtx, CoapRpcLibBlock block) {
+  coapCtx->block_handler = block;
+}
+
 void CoapRpcLibEndBlocks(coap_session_t *session, const void *appPtr) {
   coap_lg_xmit_t *blocks = CoapRpcLibFindBlocks(session, appPtr);
   if (!blocks) return;

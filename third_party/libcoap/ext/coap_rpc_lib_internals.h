@@ -65,6 +65,14 @@ typedef int (*CoapRpcLibRepeat)(coap_session_t *session, const coap_pdu_t *reque
                                 coap_pdu_t *response);
 void CoapRpcLibSetRepeat(coap_context_t *coapCtx, CoapRpcLibRepeat repeat);
 
+/* CoapRpcLibSetBlock sets what is asked first about a block of an upload in several blocks, and
+ * about a request for a block but the first: it answers one that it knows, and returns 0 for any
+ * other.  With `isAnswered` 1 it is told what the first block of an upload has got, and the request
+ * for the last block of an answer. */
+typedef int (*CoapRpcLibBlock)(coap_session_t *session, coap_resource_t *resource,
+                               const coap_pdu_t *request, coap_pdu_t *response, int isAnswered);
+void CoapRpcLibSetBlock(coap_context_t *coapCtx, CoapRpcLibBlock block);
+
 /* CoapRpcLibIsBegun says whether the peer has begun to fetch a transfer, CoapRpcLibIsAllSent
  * whether the last block was sent and none was asked for again since.  Neither for null. */
 int CoapRpcLibIsBegun(const coap_lg_xmit_t *blocks);

@@ -43,6 +43,7 @@ void RegisterHandlers(CoapRpcCtx *ctx, const CoapRpcLibCtx *lib) {
   coap_register_nack_handler(lib->coapCtx, lib->nackHandler);
   coap_register_response_handler(lib->coapCtx, coap_rpc::HandleResponse);
   CoapRpcLibSetRepeat(lib->coapCtx, coap_rpc::AnswerRepeated);
+  CoapRpcLibSetBlock(lib->coapCtx, coap_rpc::ServeDirectBlock);
   CoapRpcLibSetOrder(lib->coapCtx, coap_rpc::HandleOrder);
   coap_persist_track_funcs(lib->coapCtx, lib->observeAdded, lib->observeDeleted, nullptr, nullptr,
                            nullptr, 0, ctx);

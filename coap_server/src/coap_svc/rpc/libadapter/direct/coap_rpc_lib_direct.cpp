@@ -74,6 +74,10 @@ CoapRpcSerUriVtbl *FindDirect(const Exchange &exchange) {
   return isOnly ? first : FindAt(entries, first, exchange.session);
 }
 
+bool HasDirectEntry(const Exchange &exchange) {
+  return exchange.ctx && exchange.ctx->lib->direct && FindDirect(exchange);
+}
+
 // ---- observers ----
 
 // HasObserveRecord says whether a registration has an entry that publishes.
@@ -294,6 +298,20 @@ bool ServeDirect(Exchange &exchange) {
     ReplyCode(exchange, COAP_RESPONSE_CODE_NOT_ALLOWED);
   }
   return true;
+}
+
+int ServeDirectBlock(coap_session_t *session, coap_resource_t *resource, const coap_pdu_t *request,
+                     coap_pdu_t *response, int isAnswered) {
+  const Exchange exchange = MakeExchange(resource, session, request, nullptr, response);
+  if (!IsOnce(MethodOf(exchange)) || !HasDirectEntry(exchange)) return 0;
+  const OnceId id = IdOf(exchange);
+  const OnceRecord *known = FindOnce(exchange, id);
+  if (known) {
+    RepeatAnswer(known, response);
+  } else if (isAnswered != 0) {
+    RememberAnswer(exchange, id);
+  }
+  return known ? 1 : 0;
 }
 
 void AcceptObserver(const Exchange &exchange) {

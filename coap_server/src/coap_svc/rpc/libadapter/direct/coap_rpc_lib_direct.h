@@ -4,7 +4,9 @@
  * its resource has while a direct entry is attached.  It is
  *
  *   refused      its method is not allowed, or its entry has no callback
- *   known        at-most-once has seen it: the answer is given again, no callback
+ *   known        at-most-once has seen it: the answer is given again, no callback.  Of a transfer
+ *                in blocks it knows the first block of the body, without which there is no other
+ *                body, the one that completed it, and the request for the answer's last block
  *   answered     the callback has run; its reply is the response, which at-most-once remembers
  *   open         the callback has a handle and has not answered: the response is empty
  *
@@ -24,6 +26,11 @@ namespace coap_rpc {
 
 // ServeDirect serves a request whose URI has a direct entry.  False: it is for the other rooms.
 bool ServeDirect(Exchange &exchange);
+
+// ServeDirectBlock answers a request with or for a block that at-most-once knows, of a direct
+// entry; 0 for any other.  With `isAnswered` it remembers the answer.
+int ServeDirectBlock(coap_session_t *session, coap_resource_t *resource, const coap_pdu_t *request,
+                     coap_pdu_t *response, int isAnswered);
 
 // AcceptObserver turns the answer to a registration with a direct entry into 2.05.
 void AcceptObserver(const Exchange &exchange);
