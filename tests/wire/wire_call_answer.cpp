@@ -269,5 +269,81 @@ TEST_F(CallsBesideBase, WithoutCalls_AnswersAreHeardAsEver) {
   EXPECT_EQ(app_.responses.size(), 1U);
 }
 
+// A call with a payload in blocks: what answers a block but the latest one is late.
+class CallBlocks : public ClientCalls {
+ protected:
+  static constexpr uint8_t kContinue = Code(2, 31), kIncomplete = Code(4, 8);
+
+  CoapMessage ToBlock(const CoapMessage &request, uint8_t code = kContinue) {
+    CoapMessage answer = Apart(CoapType::kNon, ++mid_, request, code);
+    if (code == kContinue) answer.AddBlock(kOptBlock1, *request.Block(kOptBlock1));
+    return answer;
+  }
+  // Upload makes a call of three blocks and returns the requests of all, the last one unanswered.
+  std::vector<CoapMessage> Upload() {
+    Make(Post("p", std::string(3000, 'x')));
+    std::vector<CoapMessage> requests = {Next()};
+    while (requests.size() < 3) {
+      const CoapMessage &latest = requests.back();
+      peer_.Send(Piggyback(latest, kContinue).AddBlock(kOptBlock1, *latest.Block(kOptBlock1)));
+      requests.push_back(Next());
+    }
+    return requests;
+  }
+  // Whatever is sent meanwhile is the request under way, again.
+  void ExpectNothingOf(const std::vector<CoapMessage> &requests, const CoapMessage &underWay) {
+    for (const CoapMessage &request : requests) {
+      for (const uint8_t code : {kContinue, kIncomplete}) {
+        Say(ToBlock(request, code));
+        EXPECT_EQ(told_.size(), 0U);
+        while (const auto sent = peer_.ReceiveNow()) EXPECT_EQ(*sent, underWay);
+      }
+    }
+  }
+
+  uint16_t mid_ = 100;
+};
+
+TEST_F(CallBlocks, LateAnswersToEarlierBlocks_DisturbNothing) {
+  std::vector<CoapMessage> requests = Upload();
+  const CoapMessage last = requests.back();
+  requests.pop_back();
+  ExpectNothingOf(requests, last);
+  Say(Piggyback(last, Code(2, 4)).PayloadText("done"));
+  ASSERT_EQ(told_.size(), 1U);
+  EXPECT_EQ(told_[0].payload, "done");
+}
+
+TEST_F(CallBlocks, LateAnswersWhileTheAnswerComesInBlocks_DisturbNothing) {
+  const std::vector<CoapMessage> requests = Upload();
+  const std::string half(1024, 'y');
+  const CoapMessage first =
+      Piggyback(requests.back(), Code(2, 4)).AddBlock(kOptBlock2, {0, true, 6}).PayloadText(half);
+  peer_.Send(first);
+  const CoapMessage next = Next();
+  ExpectNothingOf(requests, next);
+  Say(Piggyback(next, Code(2, 4)).AddBlock(kOptBlock2, {1, false, 6}).PayloadText(half));
+  ASSERT_EQ(told_.size(), 1U);
+  EXPECT_EQ(told_[0].payload, half + half);
+}
+
+TEST_F(CallBlocks, BlocksOfTwoAnswers_EndAPostWhichIsNotMadeAgain) {
+  Make(Post("p", "x"));
+  const std::string half(1024, 'y');
+  const CoapMessage request = Next();
+  peer_.Send(Piggyback(request, Code(2, 4))
+                 .Add(kOptEtag, {1})
+                 .AddBlock(kOptBlock2, {0, true, 6})
+                 .PayloadText(half));
+  const CoapMessage next = Next();
+  Say(Piggyback(next, Code(2, 4))
+          .Add(kOptEtag, {2})
+          .AddBlock(kOptBlock2, {1, false, 6})
+          .PayloadText(half));
+  EXPECT_TRUE(IsSilent());
+  ASSERT_EQ(told_.size(), 1U);
+  EXPECT_EQ(told_[0].rsp.code, 408U);
+}
+
 }  // namespace
 }  // namespace coap_rpc_test
