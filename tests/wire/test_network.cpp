@@ -141,17 +141,27 @@ ssize_t TestNetwork::Send(Socket &socket, Endpoint to, std::string bytes) {
   if (TakeError(socket)) return -1;
   const auto len = static_cast<ssize_t>(bytes.size());
   Datagram datagram = {socket.local, to, std::move(bytes)};
+  ++numSent_;
+  if (carrier_) {
+    carrier_(datagram);
+  } else {
+    Deliver(std::move(datagram));
+  }
+  return len;
+}
+
+void TestNetwork::Deliver(Datagram datagram) {
   Socket *receiver = ReceiverOf(datagram);
   const Fate fate = FateWith(receiver);
-  ++numSent_;
   numLost_ += fate == kLost;
   numRefused_ += fate == kRefused;
-  Note(uint64_t{datagram.from.ip} << 32 | uint64_t{datagram.from.port} << 16 | to.port);
-  Note(uint64_t{to.ip} << 32 | fate);
+  Note(uint64_t{datagram.from.ip} << 32 | uint64_t{datagram.from.port} << 16 | datagram.to.port);
+  Note(uint64_t{datagram.to.ip} << 32 | fate);
   for (char byte : datagram.bytes) digest_ = (digest_ ^ static_cast<uint8_t>(byte)) * kDigestPrime;
-  if (fate == kRefused && socket.peer) socket.error = ECONNREFUSED;
+  if (fate == kRefused) {
+    if (Socket *sender = SenderOf(datagram)) sender->error = ECONNREFUSED;
+  }
   if (fate == kArrived) receiver->waiting.push_back(std::move(datagram));
-  return len;
 }
 
 ssize_t TestNetwork::Receive(Socket &socket, Datagram *datagram) {
@@ -221,6 +231,14 @@ TestNetwork::Socket *TestNetwork::ReceiverOf(const Datagram &datagram) {
     if (!socket.peer) receiver = &socket;
   }
   return receiver;
+}
+
+// An ICMP message reaches a connected socket, if that still exists.
+TestNetwork::Socket *TestNetwork::SenderOf(const Datagram &datagram) {
+  for (auto &[fd, socket] : sockets_) {
+    if (socket.local == datagram.from && socket.peer && *socket.peer == datagram.to) return &socket;
+  }
+  return nullptr;
 }
 
 }  // namespace coap_rpc_test

@@ -16,6 +16,7 @@
 #include <compare>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <optional>
 #include <random>
@@ -56,6 +57,12 @@ class TestNetwork {
   // Current is the network that lives, or null.
   static TestNetwork *Current();
 
+  // SetCarrier hands every datagram that is sent to a function in place of its receiver; Deliver
+  // lets one arrive, whenever and as often as the carrier likes.  Null: at once, as without.
+  using Carrier = std::function<void(const Datagram &)>;
+  void SetCarrier(Carrier carrier) { carrier_ = std::move(carrier); }
+  void Deliver(Datagram datagram);
+
   // Digest is a number of all datagrams so far, their addresses and their fate.  Note adds to it.
   uint64_t Digest() const { return digest_; }
   void Note(uint64_t value);
@@ -85,9 +92,11 @@ class TestNetwork {
   bool IsHeld(Endpoint local) const;
   uint16_t FreePort(uint32_t ip);
   Socket *ReceiverOf(const Datagram &datagram);
+  Socket *SenderOf(const Datagram &datagram);
 
   std::map<int, Socket> sockets_;
   std::map<int, std::vector<Watched>> watched_;
+  Carrier carrier_;
   std::mt19937 random_;
   uint16_t lastPort_;
   uint64_t digest_;
