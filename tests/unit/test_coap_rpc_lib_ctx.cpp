@@ -12,7 +12,6 @@
 
 #include "adapter_fixture.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
-#include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_response.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler.h"
 #include "coap_svc/rpc/libadapter/log/coap_rpc_lib_log.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_observe.h"

@@ -19,7 +19,7 @@
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_event.h"
 #include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_pdu.h"
-#include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_response.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_handler.h"
 #include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_send.h"
 #include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_session.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"

@@ -7,7 +7,6 @@
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
-#include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_response.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_handler.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_io.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_parts.h"
@@ -41,7 +40,7 @@ void RegisterHandlers(CoapRpcCtx *ctx, const CoapRpcLibCtx *lib) {
   coap_context_set_app_data(lib->coapCtx, ctx);
   coap_register_event_handler(lib->coapCtx, lib->eventHandler);
   coap_register_nack_handler(lib->coapCtx, lib->nackHandler);
-  coap_register_response_handler(lib->coapCtx, coap_rpc::HandleResponse);
+  coap_register_response_handler(lib->coapCtx, lib->responseHandler);
   CoapRpcLibSetRepeat(lib->coapCtx, coap_rpc::AnswerRepeated);
   CoapRpcLibSetBlock(lib->coapCtx, coap_rpc::ServeDirectBlock);
   CoapRpcLibSetOrder(lib->coapCtx, coap_rpc::HandleOrder);

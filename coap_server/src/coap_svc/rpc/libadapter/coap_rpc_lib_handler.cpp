@@ -2,6 +2,7 @@
 
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_event.h"
+#include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_response.h"
 #include "coap_svc/rpc/libadapter/call/coap_rpc_lib_relation.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
 #include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct.h"
@@ -23,6 +24,9 @@ using namespace coap_rpc;
 bool IsConfirmable(const coap_pdu_t *request) {
   return coap_pdu_get_type(request) == COAP_MESSAGE_CON;
 }
+
+// IsResponse is false for the POST request that answers an asynchronous request.
+bool IsResponse(const coap_pdu_t *pdu) { return coap_pdu_get_code(pdu) >= COAP_RESPONSE_CODE(200); }
 
 // ForgetSession drops what refers to a session that libcoap is about to free.
 void ForgetSession(const coap_session_t *session) {
@@ -69,15 +73,6 @@ int coap_rpc::HandleOrder(coap_session_t *session, const coap_pdu_t *sent,
   int order = 0;
   if (ctx && OrderCallResponse(ctx, session, sent, received, &order)) return order;
   return CoapRpcRelationOrder(session, sent, received);
-}
-
-coap_response_t coap_rpc::HandleResponse(coap_session_t *session, const coap_pdu_t *sent,
-                                         const coap_pdu_t *received, const coap_mid_t mid) {
-  CoapRpcCtx *ctx = CoapRpcLibCallerOf(session);
-  if (!ctx || !ctx->lib) return COAP_RESPONSE_OK;
-  coap_response_t result = COAP_RESPONSE_OK;
-  if (received && TakeCallAnswer(ctx, session, received, &result)) return result;
-  return ctx->lib->responseHandler(session, sent, received, mid);
 }
 
 void COAP_RpcSerGetHandler(coap_resource_t *resource, coap_session_t *session,
@@ -175,6 +170,15 @@ void COAP_RpcNackhandler(coap_session_t *session, const coap_pdu_t *sent,
   if (NoteNack(session, sent, reason, mid) || NoteDirectNack(session, sent, reason)) return;
   if (NoteFailure(session, reason) || EndCallByNack(session, sent, reason, mid)) return;
   CoapRpcCallGiveUp(session, sent, reason, mid);
+}
+
+coap_response_t COAP_RpcCliResponseHandler(coap_session_t *session, const coap_pdu_t *sent,
+                                           const coap_pdu_t *received, const coap_mid_t) {
+  CoapRpcCtx *ctx = CoapRpcLibCallerOf(session);
+  if (!ctx || !ctx->cli || !received) return COAP_RESPONSE_OK;
+  coap_response_t result = COAP_RESPONSE_OK;
+  if (IsResponse(received) && TakeCallAnswer(ctx, session, received, &result)) return result;
+  return CoapRpcCallTakeResponse(session, sent, received);
 }
 
 int COAP_RpcEventHandler(coap_session_t *session, const coap_event_t event) {

@@ -23,6 +23,12 @@ COAP_RPC_API void COAP_RpcSerPostHandler(coap_resource_t *resource, coap_session
                                          const coap_pdu_t *request, const coap_string_t *query,
                                          coap_pdu_t *response);
 
+/* COAP_RpcCliResponseHandler is libcoap's callback for responses and notifications. */
+COAP_RPC_API coap_response_t COAP_RpcCliResponseHandler(coap_session_t *session,
+                                                        const coap_pdu_t *sent,
+                                                        const coap_pdu_t *received,
+                                                        const coap_mid_t mid);
+
 /* COAP_RpcNackhandler, COAP_RpcEventHandler: what became of a message or a session, to the room
  * that it belongs to. */
 COAP_RPC_API void COAP_RpcNackhandler(coap_session_t *session, const coap_pdu_t *sent,
@@ -33,10 +39,8 @@ COAP_RPC_API int COAP_RpcEventHandler(coap_session_t *session, const coap_event_
 namespace coap_rpc {
 
 // HandleOrder is what libcoap asks before it does anything because of a response
-// (CoapRpcLibSetOrder), HandleResponse what it hands the response to.
+// (CoapRpcLibSetOrder).
 int HandleOrder(coap_session_t *session, const coap_pdu_t *sent, const coap_pdu_t *received);
-coap_response_t HandleResponse(coap_session_t *session, const coap_pdu_t *sent,
-                               const coap_pdu_t *received, const coap_mid_t mid);
 
 }  // namespace coap_rpc
 #endif

@@ -140,8 +140,8 @@ void COAP_RpcCliResponseCheckCode(CoapRpcCliUriVtbl *uriVtbl, const CoapRpcMsgIn
   rspInfo->checkCodeOk = isContent && (optMask & COAP_RPC_OPT_OBSERVE) != 0 ? 1 : 0;
 }
 
-coap_response_t COAP_RpcCliResponseHandler(coap_session_t *session, const coap_pdu_t *sent,
-                                           const coap_pdu_t *received, const coap_mid_t) {
+coap_response_t CoapRpcCallTakeResponse(coap_session_t *session, const coap_pdu_t *sent,
+                                        const coap_pdu_t *received) {
   CoapRpcCtx *ctx = CoapRpcLibCallerOf(session);
   if (!ctx || !ctx->cli || !received) return COAP_RESPONSE_OK;
   if (IsTokenless(received)) ++ctx->cli->numTokenlessRsp;

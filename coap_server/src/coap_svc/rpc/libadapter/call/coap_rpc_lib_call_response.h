@@ -20,11 +20,10 @@ COAP_RPC_API void COAP_RpcCliResponseCheckCode(CoapRpcCliUriVtbl *uriVtbl,
                                                const CoapRpcMsgInfo *info,
                                                CoapRpcCliRspInfo *rspInfo);
 
-/* COAP_RpcCliResponseHandler is libcoap's callback for responses and notifications. */
-COAP_RPC_API coap_response_t COAP_RpcCliResponseHandler(coap_session_t *session,
-                                                        const coap_pdu_t *sent,
-                                                        const coap_pdu_t *received,
-                                                        const coap_mid_t mid);
+/* CoapRpcCallTakeResponse takes a response or notification, or the POST request that answers an
+ * asynchronous request. */
+coap_response_t CoapRpcCallTakeResponse(coap_session_t *session, const coap_pdu_t *sent,
+                                        const coap_pdu_t *received);
 
 /* COAP_RpcCliResNoDataProc delivers a response without payload.  Returns 1 accepted, 0 rejected. */
 COAP_RPC_API uint32_t COAP_RpcCliResNoDataProc(CoapRpcCtx *ctx, CoapRpcCliUriVtbl *uriVtbl,
