@@ -1,4 +1,5 @@
 // What the client makes of responses: delivered, refused, repeated, or sent by a hostile peer.
+#include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_response.h"
 #include "wire_client.h"
 
 namespace coap_rpc_test {
