@@ -387,5 +387,27 @@ TEST_F(DirectAsyncTest, TooManyPeers_503) {
   AskOpen(Message(kCodePost));
 }
 
+// Each silent peer has an answer under way and 32 behind it.
+TEST_F(DirectAsyncTest, ManyUnacknowledged_NonAnswers) {
+  ServeDirect(kModeAsync, ParamWith(0, 1000000));
+  std::vector<std::unique_ptr<RawPeer>> silent(2048 / 33 + 1);
+  for (auto &peer : silent) {
+    peer = std::make_unique<RawPeer>();
+    peer->SetRemote(Address());
+    for (int i = 0; i < 33; ++i) peer->Send(Message(kCodePost));
+    COAP_RpcProcIo(Ctx());
+  }
+  ASSERT_EQ(app_.handles.size(), silent.size() * 33);
+  const CoapMessage first = Message(kCodePost);
+  Send(AskOpen(first), "before");
+  EXPECT_EQ(NextAnswer().type, CoapType::kCon);
+  for (size_t i = 0; i < silent.size() * 33; ++i) Send(app_.handles[i], "unheard");
+  COAP_RpcProcIo(Ctx());
+  const CoapMessage post = Message(kCodePost);
+  Send(AskOpen(post), "later");
+  EXPECT_EQ(NextAnswer().type, CoapType::kNon);
+  EXPECT_EQ(Ask(post), AnswerTo(post, Code(2, 4), "later"));
+}
+
 }  // namespace
 }  // namespace coap_rpc_test

@@ -1,6 +1,7 @@
 #include "libcoap/ext/coap_rpc_lib_answer.h"
 
 #include "coap3/coap_internal.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
 
 CoapRpcLibContent CoapRpcLibGetContent(const coap_pdu_t *pdu) {
   const uint8_t *bytes = pdu->token + pdu->e_token_length;
@@ -31,6 +32,16 @@ void CoapRpcLibRefuseObserver(coap_resource_t *resource, coap_session_t *session
                               const coap_pdu_t *request, coap_pdu_t *response) {
   coap_remove_option(response, COAP_OPTION_OBSERVE);
   coap_delete_observer(resource, session, &request->actual_token);
+}
+
+int CoapRpcLibAwaitsMany(const coap_session_t *session, unsigned max) {
+  unsigned num = 0;
+  const coap_queue_t *message = session->context->sendqueue;
+  for (; message && num < max; message = message->next) {
+    if (message->session->type == COAP_SESSION_TYPE_CLIENT) continue;
+    num += 1 + CoapRpcLibNumDelayed(message->session);
+  }
+  return num >= max;
 }
 
 int CoapRpcLibIsOfEndPoint(const coap_session_t *session, const coap_endpoint_t *endPoint) {

@@ -25,6 +25,10 @@ int CoapRpcLibSetContent(coap_pdu_t *pdu, const CoapRpcLibContent *content);
 void CoapRpcLibRefuseObserver(coap_resource_t *resource, coap_session_t *session,
                               const coap_pdu_t *request, coap_pdu_t *response);
 
+/* CoapRpcLibAwaitsMany says whether `max` answers and notifications, to whatever peers, are
+ * unacknowledged or wait behind such. */
+int CoapRpcLibAwaitsMany(const coap_session_t *session, unsigned max);
+
 /* CoapRpcLibIsOfEndPoint says whether a session is a peer of an endpoint. */
 int CoapRpcLibIsOfEndPoint(const coap_session_t *session, const coap_endpoint_t *endPoint);
 

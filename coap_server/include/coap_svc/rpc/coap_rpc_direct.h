@@ -3,7 +3,8 @@
  * A registered entry is made direct with COAP_RpcSerSetDirect.  Any CoAP client can then call it:
  *
  *   onRequest        (mode 0) what it writes and returns is the answer
- *   onAsyncRequest   (mode 1) the answer goes to the session and token that asked
+ *   onAsyncRequest   (mode 1) the answer goes to the session and token that asked; given after the
+ *                    callback, CON to a CON request, but NON while 2048 are unacknowledged
  *
  * All requests of the entry's URI reach it, CON and NON, with and without payload, whatever message
  * type and packet type its key has; other entries of the URI get none of them, except registrations

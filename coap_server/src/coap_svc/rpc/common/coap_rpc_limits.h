@@ -114,12 +114,14 @@ inline constexpr uint32_t kMaxUploads = 64;
 inline constexpr size_t kMaxUploadBytes = size_t{1024} * 1024;
 
 // Direct entries.  Requests are known again for EXCHANGE_LIFETIME or NON_LIFETIME (RFC 7252 section
-// 4.8.2).  A body is an answer that travels in blocks.
+// 4.8.2).  A body is an answer that travels in blocks.  Answers are CON messages while fewer than
+// kMaxUnacknowledged are unacknowledged, notifications included.
 inline constexpr uint32_t kDirectTimeoutMs = 60000;
 inline constexpr uint32_t kNonLifetimeMs = 145000;
 inline constexpr uint32_t kMaxRemembered = COAP_RPC_MAX_REMEMBERED;
 inline constexpr size_t kMaxRememberedBytes = COAP_RPC_MAX_REMEMBERED_BYTES;
 inline constexpr uint32_t kMaxDirectPeers = 16384;  // with requests open or answers queued
+inline constexpr uint32_t kMaxUnacknowledged = 2048;
 inline constexpr uint32_t kMaxBodies = 4096;
 inline constexpr size_t kMaxBodyBytes = size_t{32768} * 1024;
 

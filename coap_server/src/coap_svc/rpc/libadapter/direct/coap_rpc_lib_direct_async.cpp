@@ -146,10 +146,16 @@ struct PduDeleter {
 };
 using PduRef = std::unique_ptr<coap_pdu_t, PduDeleter>;
 
+// TypeOf is the type of the request, if libcoap can keep one more until it is acknowledged.
+coap_pdu_type_t TypeOf(const DirectAsync *async) {
+  const bool isMany = CoapRpcLibAwaitsMany(async->peer->session, kMaxUnacknowledged) != 0;
+  return isMany ? COAP_MESSAGE_NON : coap_pdu_get_type(async->request);
+}
+
 PduRef NewResponse(const DirectAsync *async) {
   coap_session_t *session = async->peer->session;
-  PduRef response(coap_pdu_init(coap_pdu_get_type(async->request), COAP_EMPTY_CODE,
-                                coap_new_message_id(session), coap_session_max_pdu_size(session)));
+  PduRef response(coap_pdu_init(TypeOf(async), COAP_EMPTY_CODE, coap_new_message_id(session),
+                                coap_session_max_pdu_size(session)));
   const coap_bin_const_t token = coap_pdu_get_token(async->request);
   if (response && coap_add_token(response.get(), token.length, token.s) == 0) response.reset();
   return response;

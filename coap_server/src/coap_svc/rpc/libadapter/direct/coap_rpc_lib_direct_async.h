@@ -9,6 +9,9 @@
  * sends it as a message of its own, on the session and with the token that asked, and the handle
  * ends. libcoap gets kMaxAnswersInLibcoap of a session at a time; the others stay answered.
  *
+ * libcoap keeps a CON message until it is acknowledged, for up to 93 s, and whoever forges addresses
+ * could make it keep any number.  While it has kMaxUnacknowledged, answers are NON messages.
+ *
  * A peer is a session with requests: it is kept as long as it has any, and dropped with them when
  * its listen is closed.  A peer that acknowledges nothing loses its queued answers.  Handles are
  * numbers, counted together with those of base entries. */
