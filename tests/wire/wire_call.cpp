@@ -177,6 +177,26 @@ TEST_F(ClientCalls, LargeAnswer_IsToldWhole) {
   EXPECT_EQ(told_[0].payload, body);
 }
 
+TEST_F(ClientCalls, LargeAnswer_OfEveryNonMethod) {
+  const std::string block(64, 'x');
+  for (uint32_t method = COAP_RPC_GET; method <= COAP_RPC_IPATCH; ++method) {
+    CoapRpcCall call = Get("p");
+    call.method = method;
+    call.isNon = 1;
+    Make(call);
+    const CoapMessage first = Next();
+    const CoapMessage answer = Apart(CoapType::kNon, 7, first).AddBlock(kOptBlock2, {0, true, 2});
+    peer_.Send(CoapMessage(answer).PayloadText(block));
+    const CoapMessage second = Next();
+    EXPECT_EQ(second.code, method);
+    ASSERT_TRUE(second.Has(kOptBlock2)) << second;
+    Say(Apart(CoapType::kNon, 8, second).AddBlock(kOptBlock2, {1, false, 2}).PayloadText("end"));
+    ASSERT_EQ(told_.size(), method);
+    EXPECT_EQ(told_.back().payload, block + "end");
+  }
+  EXPECT_EQ(NumCalls(), 0U);
+}
+
 TEST_F(ClientCalls, AnswerWithoutEnd_Is408) {
   Make(Get("p"));
   const CoapMessage request = Next();

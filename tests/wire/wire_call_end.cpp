@@ -134,6 +134,22 @@ TEST_F(ClientCalls, NobodyAtThePort_IsUnreachable) {
   EXPECT_EQ(told_.size(), 1U);
 }
 
+TEST_F(ClientCalls, NobodyAtThePort_IsUnreachableForNon) {
+  CoapRpcCallAddr addr = {};
+  {
+    const RawPeer gone{UdpAddress{"127.0.0.2", 0}};
+    addr = To(gone);
+  }
+  for (uint32_t method = COAP_RPC_GET; method <= COAP_RPC_IPATCH; ++method) {
+    CoapRpcCall call = Get("a");
+    call.method = method;
+    call.isNon = 1;
+    EXPECT_EQ(Try(call, addr), 0U);
+    Ticks(2);
+    EXPECT_EQ(Statuses(), Ends(method, COAP_RPC_CALL_UNREACHABLE));
+  }
+}
+
 TEST_F(ClientCalls, Stop_TellsEachOnce) {
   COAP_RpcSetNstart(Ctx(), 2);
   Make(Get("a"));

@@ -102,6 +102,14 @@ void CoapRpcLibEndRequest(coap_session_t *session, const coap_bin_const_t *token
   DropAnswers(session, token);
 }
 
+int CoapRpcLibExpectAnswer(coap_session_t *session, coap_pdu_t *pdu) {
+  if (pdu->type != COAP_MESSAGE_NON || pdu->code != COAP_REQUEST_CODE_DELETE) return 1;
+  coap_lg_crcv_t *answer = coap_block_new_lg_crcv(session, pdu, NULL);
+  if (!answer) return 0;
+  LL_PREPEND(session->lg_crcv, answer);
+  return 1;
+}
+
 void CoapRpcLibSetRetransmit(coap_pdu_t *pdu, uint8_t num) { pdu->max_retransmit = num; }
 
 int CoapRpcLibHasTurn(const coap_session_t *session) {

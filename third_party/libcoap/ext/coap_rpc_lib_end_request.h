@@ -23,6 +23,11 @@ void CoapRpcLibStopSending(coap_session_t *session, const coap_bin_const_t *toke
  * unless it is part of a transfer in blocks. */
 coap_bin_const_t CoapRpcLibRequestToken(const coap_session_t *session, const coap_pdu_t *pdu);
 
+/* CoapRpcLibExpectAnswer lets libcoap know a request that is about to be sent when blocks of its
+ * answer or an ICMP error come.  libcoap does so itself, except for a NON DELETE.  Returns 0
+ * without memory. */
+int CoapRpcLibExpectAnswer(coap_session_t *session, coap_pdu_t *pdu);
+
 /* CoapRpcLibSetRetransmit says how often a message is sent again, whatever its session says, and so
  * for how long transfers that belong to it are kept without news. */
 void CoapRpcLibSetRetransmit(coap_pdu_t *pdu, uint8_t num);

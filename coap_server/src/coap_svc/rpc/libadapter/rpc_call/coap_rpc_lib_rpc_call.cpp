@@ -86,9 +86,8 @@ bool Hand(RpcCall *call) {
   call->state = CallState::kSent;
   call->sentUs = NowUs();
   coap_pdu_set_mid(pdu, coap_new_message_id(session));
-  if (AddCallPayload(session, pdu, std::exchange(call->payload, nullptr))) {
-    return SendAgain(call, pdu);
-  }
+  const bool isWhole = AddCallPayload(session, pdu, std::exchange(call->payload, nullptr));
+  if (isWhole && CoapRpcLibExpectAnswer(session, pdu) != 0) return SendAgain(call, pdu);
   coap_delete_pdu(pdu);
   return false;
 }
