@@ -140,6 +140,18 @@ TEST_F(DirectAsyncTest, Fail_WithoutOrWithLongText) {
   EXPECT_EQ(answer.payload.size(), 1024u);
 }
 
+TEST_F(DirectAsyncTest, Fail_LongTextEndsWithAWholeCharacter) {
+  ServeDirect(kModeAsync);
+  for (const std::string character : {"\u00e4", "\u20ac", "\U0001F600"}) {
+    for (size_t before = 1018; before <= 1024; ++before) {
+      const std::string text = std::string(before, 'x') + character + character;
+      COAP_RpcSerFailAsync(Ctx(), AskOpen(Message(kCodePost)), 500, text.c_str());
+      const size_t num = std::min<size_t>((1024 - before) / character.size(), 2);
+      EXPECT_EQ(NextAnswer().Text(), text.substr(0, before + num * character.size()));
+    }
+  }
+}
+
 TEST_F(DirectAsyncTest, Fail_BadArguments) {
   ServeDirect(kModeAsync);
   void *handle = AskOpen(Message(kCodePost));

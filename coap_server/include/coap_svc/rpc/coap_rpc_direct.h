@@ -116,7 +116,7 @@ COAP_RPC_API uint32_t COAP_RpcSerSetAsyncAnswer(CoapRpcCtx *ctx, void *async, ui
  * COAP_RpcSerAbortAsyncResponse does so with 5.03 and no text.
  *
  *   code   class x 100 + detail: 400 to 431 or 500 to 531
- *   text   diagnostic payload, UTF-8, copied and cut at 1024 bytes; null: none
+ *   text   diagnostic payload, UTF-8, copied, at most 1024 bytes of whole characters; null: none
  *
  * Returns 0 or:  1900001472 null argument                1900001302 not pending, or not direct
  *                1900001473 not an error's code          1900001474 no memory */

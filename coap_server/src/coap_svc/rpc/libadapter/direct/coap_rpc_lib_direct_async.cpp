@@ -338,6 +338,16 @@ DirectAsync *OpenOfPeer(const Exchange &exchange, DirectPeer *peer) {
   return async && Fill(async.get(), exchange) ? Enlist(async.release(), peer) : nullptr;
 }
 
+// DiagnosticLen returns how much of a text fits a message, in whole UTF-8 characters.
+uint32_t DiagnosticLen(const char *text) {
+  constexpr uint8_t kMark = 0xC0, kContinued = 0x80;
+  size_t len = strnlen(text, kMaxAnswerInOneMessage + 1);
+  if (len <= kMaxAnswerInOneMessage) return static_cast<uint32_t>(len);
+  do --len;
+  while (len != 0 && (static_cast<uint8_t>(text[len]) & kMark) == kContinued);
+  return static_cast<uint32_t>(len);
+}
+
 }  // namespace
 
 DirectAsync *OpenAsync(const Exchange &exchange, const OnceId &id) {
@@ -384,7 +394,7 @@ uint32_t AbortDirect(CoapRpcCtx *ctx, const void *handle) {
 }
 
 uint32_t FailDirect(DirectAsync *async, uint32_t code, const char *text) {
-  const auto len = static_cast<uint32_t>(text ? strnlen(text, kMaxAnswerInOneMessage) : 0);
+  const uint32_t len = text ? DiagnosticLen(text) : 0;
   CoapRpcPayload *answer = len != 0 ? COAP_RpcNewPayload(async->ctx, text, len) : nullptr;
   if (len != 0 && !answer) return Code(kSiteFailAsyncNoMemory);
   SetReply(async, {CodeOf(code), COAP_RPC_DIRECT_NO_FORMAT}, answer);
