@@ -60,6 +60,8 @@ ROWS = {
                             ("COAP_RPC_MAX_REMEMBERED_BYTES", mebibytes)],
     "direct-peers": [("kMaxDirectPeers", number)],
     "direct-bodies": [("kMaxBodies", number), ("kMaxBodyBytes", mebibytes)],
+    "answer-options": [("kMaxAnswerOptions", number), ("kMaxAnswerOptionBytes", "{} bytes".format)],
+    "link-attributes": [("kMaxLinkValue", "{} bytes".format)],
     "asker-session": [("kSpareSessionKeepMs", seconds)],
     "repeated-answer-time": [("kExchangeLifetimeMs", seconds)],
     "silent-peer": [("kClientMaxRetransmit", lambda value: f"{value} retransmissions")],

@@ -44,6 +44,49 @@ int CoapRpcLibAwaitsMany(const coap_session_t *session, unsigned max) {
   return num >= max;
 }
 
+void CoapRpcLibRemoveOptions(coap_pdu_t *pdu, coap_option_num_t number) {
+  while (coap_remove_option(pdu, number)) {
+  }
+}
+
+static void DeleteAttr(coap_resource_t *resource, coap_attr_t *attr) {
+  LL_DELETE(resource->link_attr, attr);
+  coap_delete_attr(attr);
+}
+
+/* AddAttr takes the value, also when it fails. */
+static int AddAttr(coap_resource_t *resource, coap_str_const_t *name, coap_str_const_t *value) {
+  coap_attr_t *attr = coap_add_attr(resource, name, value, COAP_ATTR_FLAGS_RELEASE_VALUE);
+  if (attr && attr->name) return 1;
+  if (attr) {
+    DeleteAttr(resource, attr);
+  } else {
+    coap_delete_str_const(value);
+  }
+  return 0;
+}
+
+static void ReplaceValue(coap_attr_t *attr, coap_str_const_t *value) {
+  coap_delete_str_const(attr->value);
+  attr->value = value;
+}
+
+static int RemoveAttr(coap_resource_t *resource, coap_attr_t *attr) {
+  if (attr) DeleteAttr(resource, attr);
+  return 1;
+}
+
+int CoapRpcLibSetLinkAttribute(coap_resource_t *resource, const char *name, const char *value) {
+  coap_str_const_t key = {strlen(name), (const uint8_t *)name};
+  coap_attr_t *attr = coap_find_attr(resource, &key);
+  if (!value) return RemoveAttr(resource, attr);
+  coap_str_const_t *copy = coap_new_str_const((const uint8_t *)value, strlen(value));
+  if (!copy) return 0;
+  if (!attr) return AddAttr(resource, &key, copy);
+  ReplaceValue(attr, copy);
+  return 1;
+}
+
 int CoapRpcLibIsOfEndPoint(const coap_session_t *session, const coap_endpoint_t *endPoint) {
   return session->endpoint == endPoint;
 }

@@ -29,6 +29,14 @@ void CoapRpcLibRefuseObserver(coap_resource_t *resource, coap_session_t *session
  * unacknowledged or wait behind such. */
 int CoapRpcLibAwaitsMany(const coap_session_t *session, unsigned max);
 
+/* CoapRpcLibRemoveOptions removes all options of a number. */
+void CoapRpcLibRemoveOptions(coap_pdu_t *pdu, coap_option_num_t number);
+
+/* CoapRpcLibSetLinkAttribute gives a resource's link an attribute, in place of one of that name.
+ * The value is a copy, as it will be printed; null for none.  Returns 0, changing nothing, without
+ * memory. */
+int CoapRpcLibSetLinkAttribute(coap_resource_t *resource, const char *name, const char *value);
+
 /* CoapRpcLibIsOfEndPoint says whether a session is a peer of an endpoint. */
 int CoapRpcLibIsOfEndPoint(const coap_session_t *session, const coap_endpoint_t *endPoint);
 

@@ -11,8 +11,8 @@
  * of observers (see COAP_RpcSerSetDirect).  `payload` is never null.
  *
  * An answer has the code 2.05 for GET and FETCH and 2.04 for the other methods, no Content-Format
- * and no Uri-Path, unless COAP_RpcSerSetAnswer says otherwise.  One that is larger than a message
- * goes block-wise.  Also sent:
+ * and no Uri-Path, unless COAP_RpcSerSetAnswer says otherwise, and the options that
+ * COAP_RpcSerAddAnswerOption adds.  One that is larger than a message goes block-wise.  Also sent:
  *
  *   4.05   the method is not allowed          5.00   onRequest failed, or its result is too long
  *   4.08   later block of an answer that is   5.01   the entry has no callback for its mode
@@ -123,6 +123,44 @@ COAP_RPC_API uint32_t COAP_RpcSerSetAsyncAnswer(CoapRpcCtx *ctx, void *async, ui
 COAP_RPC_API uint32_t COAP_RpcSerFailAsync(CoapRpcCtx *ctx, void *async, uint32_t code,
                                            const char *text);
 
+/* Options of requests and answers that have a function or a rule here.  Others are as IANA numbers
+ * them. */
+enum {
+  COAP_RPC_OPTION_IF_MATCH = 1,
+  COAP_RPC_OPTION_ETAG = 4,
+  COAP_RPC_OPTION_LOCATION_PATH = 8,
+  COAP_RPC_OPTION_MAX_AGE = 14,
+  COAP_RPC_OPTION_URI_QUERY = 15,
+  COAP_RPC_OPTION_LOCATION_QUERY = 20
+};
+
+/* COAP_RpcSerAddAnswerOption adds an option to the answer to the request for which a callback of a
+ * direct entry is running.  Options are sent with whatever the application answers, errors too, but
+ * not with an error that the library answers in its place.  In onAsyncRequest they are for the
+ * answer that is given then or later.
+ *
+ *   number       ETag (1 to 8 bytes) or Max-Age (0 to 4 bytes, seconds, the most significant byte
+ *                first), once each; Location-Path or Location-Query (0 to 255 bytes), one for each
+ *                segment or argument, in their order
+ *   value, len   copied; `value` may be null when `len` is 0
+ *
+ * An answer has at most 8 such options, of together 256 bytes.
+ *
+ * Returns 0 or:  1900001508 null argument (asserted)     1900001470 no such callback is running
+ *                1900001509 another option, a length     1900001550 too many, or too long together
+ *                           out of range, "." or ".." as 1900001551 no memory
+ *                           a path, or a second ETag or
+ *                           Max-Age */
+COAP_RPC_API uint32_t COAP_RpcSerAddAnswerOption(CoapRpcCtx *ctx, uint32_t number,
+                                                 const void *value, uint32_t len);
+
+/* COAP_RpcSerAddAsyncAnswerOption does so for an open request, whenever that is.
+ *
+ * Returns 0 or:  1900001552 null argument                1900001302 not pending, or not direct
+ *                1900001509, 1900001550, 1900001551 as above */
+COAP_RPC_API uint32_t COAP_RpcSerAddAsyncAnswerOption(CoapRpcCtx *ctx, void *async, uint32_t number,
+                                                      const void *value, uint32_t len);
+
 enum { COAP_RPC_DIRECT_ETAG_SIZE = 8 };
 
 /* CoapRpcSerRequest is what COAP_RpcSerGetRequest tells of a request. */
@@ -151,6 +189,35 @@ COAP_RPC_API uint32_t COAP_RpcSerGetRequest(CoapRpcCtx *ctx, CoapRpcSerRequest *
  *                1900001482 no such query                1900001476 the value does not fit */
 COAP_RPC_API uint32_t COAP_RpcSerGetQuery(CoapRpcCtx *ctx, const char *name, char *out,
                                           uint32_t size);
+
+/* COAP_RpcSerGetOption gives any option of the request for which a callback of a direct entry is
+ * running, bytes as they were sent: all If-Match, each Uri-Query, options of the application's own.
+ * A request with If-None-Match reaches no callback: its path exists, so it gets 4.12.
+ *
+ *   number      as on the wire
+ *   index       0 for the first option of this number
+ *   out, size   for the value, without NUL; `out` may be null when `size` is 0
+ *   len         bytes of the value, also when it does not fit
+ *
+ * Returns 0 or:  1900001504 null argument (asserted)     1900001479 no such callback is running
+ *                1900001505 no such option               1900001506 the value does not fit */
+COAP_RPC_API uint32_t COAP_RpcSerGetOption(CoapRpcCtx *ctx, uint32_t number, uint32_t index,
+                                           void *out, uint32_t size, uint32_t *len);
+
+/* COAP_RpcSerSetLinkAttribute describes a direct entry in /.well-known/core (RFC 6690), where
+ * clients also ask for paths by attribute.  A path shows the attributes of its entries, the first
+ * attached one's if several have the same, from when they are attached until none of the path's
+ * entries is.
+ *
+ *   name    "rt", "if", "ct" or "title"
+ *   value   1 to 255 bytes without quotes, backslashes and control characters; for ct numbers of
+ *           formats, and for rt, if and ct several words with a space between them.  Null: none
+ *
+ * Returns 0 or:  1900001554 null argument (asserted)     1900001555 no direct entry has the key
+ *                1900001556 other name, or bad value     1900001557 no memory; nothing has changed
+ */
+COAP_RPC_API uint32_t COAP_RpcSerSetLinkAttribute(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
+                                                  const char *name, const char *value);
 
 /* COAP_RPC_MAX_REMEMBERED, COAP_RPC_MAX_REMEMBERED_BYTES: how many requests an instance knows
  * again, and the memory for them and their answers.  The oldest are forgotten first. */

@@ -124,6 +124,9 @@ inline constexpr uint32_t kMaxDirectPeers = 16384;  // with requests open or ans
 inline constexpr uint32_t kMaxUnacknowledged = 2048;
 inline constexpr uint32_t kMaxBodies = 4096;
 inline constexpr size_t kMaxBodyBytes = size_t{32768} * 1024;
+inline constexpr uint32_t kMaxAnswerOptions = 8;  // that the application adds
+inline constexpr uint32_t kMaxAnswerOptionBytes = 256;
+inline constexpr size_t kMaxLinkValue = 255;
 
 // Texts, bytes with terminator.
 inline constexpr size_t kLogTextSize = 1024;

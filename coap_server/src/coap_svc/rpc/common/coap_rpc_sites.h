@@ -135,7 +135,7 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(SetDirectBadMethods,     kPathLibDirect,  1466,    0, "COAP_RpcSerSetDirect: unknown bits in methods") \
   X(SetDirectNoMemory,       kPathLibDirect,  1467,    0, "COAP_RpcSerSetDirect: no memory") \
   X(SetAnswerNullArg,        kPathLibDirect,  1469, 1468, "COAP_RpcSerSetAnswer: null instance") \
-  X(SetAnswerNoRequest,      kPathLibDirect,  1470,    0, "COAP_RpcSerSetAnswer: no callback of a direct entry is running") \
+  X(SetAnswerNoRequest,      kPathLibDirect,  1470,    0, "COAP_RpcSerSetAnswer, COAP_RpcSerAddAnswerOption: no callback of a direct entry is running") \
   X(BadAnswer,               kPathLibDirect,  1471,    0, "COAP_RpcSerSetAnswer, COAP_RpcSerSetAsyncAnswer: code or content format out of range") \
   X(FailAsyncNullArg,        kPathLibDirect,  1472,    0, "COAP_RpcSerFailAsync: null argument") \
   X(FailAsyncBadCode,        kPathLibDirect,  1473,    0, "COAP_RpcSerFailAsync: not the code of an error") \
@@ -143,9 +143,21 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(SetAsyncAnswerNullArg,   kPathLibDirect,  1475,    0, "COAP_RpcSerSetAsyncAnswer: null argument") \
   X(GetQueryTooLong,         kPathLibDirect,  1476,    0, "COAP_RpcSerGetQuery: the value does not fit") \
   X(GetRequestNullArg,       kPathLibDirect,  1478, 1477, "COAP_RpcSerGetRequest: null argument") \
-  X(GetRequestNoRequest,     kPathLibDirect,  1479,    0, "COAP_RpcSerGetRequest, COAP_RpcSerGetQuery: no callback of a direct entry is running") \
+  X(GetRequestNoRequest,     kPathLibDirect,  1479,    0, "COAP_RpcSerGetRequest, COAP_RpcSerGetQuery, COAP_RpcSerGetOption: no callback of a direct entry is running") \
   X(GetQueryNullArg,         kPathLibDirect,  1481, 1480, "COAP_RpcSerGetQuery: null argument") \
   X(GetQueryNotFound,        kPathLibDirect,  1482,    0, "COAP_RpcSerGetQuery: the request has no such query") \
+  X(GetOptionNullArg,        kPathLibDirect,  1504, 1503, "COAP_RpcSerGetOption: null argument") \
+  X(GetOptionNotFound,       kPathLibDirect,  1505,    0, "COAP_RpcSerGetOption: the request has no such option") \
+  X(GetOptionTooLong,        kPathLibDirect,  1506,    0, "COAP_RpcSerGetOption: the value does not fit") \
+  X(AddOptionNullArg,        kPathLibDirect,  1508, 1507, "COAP_RpcSerAddAnswerOption: null argument") \
+  X(AddOptionBad,            kPathLibDirect,  1509,    0, "COAP_RpcSerAddAnswerOption, COAP_RpcSerAddAsyncAnswerOption: not an option of answers, a bad value, or there already") \
+  X(AddOptionTooMany,        kPathLibDirect,  1550,    0, "COAP_RpcSerAddAnswerOption, COAP_RpcSerAddAsyncAnswerOption: too many options, or too long together") \
+  X(AddOptionNoMemory,       kPathLibDirect,  1551,    0, "COAP_RpcSerAddAnswerOption, COAP_RpcSerAddAsyncAnswerOption: no memory") \
+  X(AddAsyncOptionNullArg,   kPathLibDirect,  1552,    0, "COAP_RpcSerAddAsyncAnswerOption: null argument") \
+  X(SetLinkNullArg,          kPathLibDirect,  1554, 1553, "COAP_RpcSerSetLinkAttribute: null argument") \
+  X(SetLinkNoEntry,          kPathLibDirect,  1555,    0, "COAP_RpcSerSetLinkAttribute: no direct entry has the key") \
+  X(SetLinkBadValue,         kPathLibDirect,  1556,    0, "COAP_RpcSerSetLinkAttribute: unknown attribute, or a bad value") \
+  X(SetLinkNoMemory,         kPathLibDirect,  1557,    0, "COAP_RpcSerSetLinkAttribute: no memory; nothing has changed") \
   X(CallNullArg,             kPathLibCall,    1484, 1483, "COAP_RpcCall, COAP_RpcCallObserve: null argument, or no onRsp") \
   X(CallBadAddr,             kPathLibCall,    1485,    0, "COAP_RpcCall: families differ or are unknown, or the server's address is not unicast") \
   X(CallBadPort,             kPathLibCall,    1486,    0, "COAP_RpcCall: dstPort is not a port") \

@@ -200,7 +200,7 @@ uint32_t COAP_RpcCreateOrUpdateResource(CoapRpcCtx *ctx, const CoapRpcUriKey *ke
   // One without user data has been deleted by a callback and waits for the end of it.
   if (resource && coap_resource_get_userdata(resource)) {
     if (key->observe != 0) MakeObservable(resource, key);
-    OfferDirectMethods(ctx, resource);
+    OfferDirect(ctx, resource);
     return 0;
   }
   if (!resource) {
@@ -214,7 +214,7 @@ uint32_t COAP_RpcCreateOrUpdateResource(CoapRpcCtx *ctx, const CoapRpcUriKey *ke
   MakeObservable(resource, key);
   SetNotifyMode(ctx, resource, key);
   coap_resource_set_userdata(resource, ctx->lib->resUserData);
-  OfferDirectMethods(ctx, resource);
+  OfferDirect(ctx, resource);
   COAP_RPC_DEBUG(ctx,
                  "[CoapRpc]add resource success, uri:%s, msgType:%u, observe:%u, pktType:%u.\n",
                  COAP_RPC_KEY_ARGS(*key));

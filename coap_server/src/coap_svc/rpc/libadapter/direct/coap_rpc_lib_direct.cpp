@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "coap_svc/rpc/common/coap_rpc_key.h"
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
@@ -128,26 +129,32 @@ int32_t CallOnRequest(const Exchange &exchange, DirectCall *call, uint8_t *paylo
   return reg.onRequest(reg.userData, &info, payload, len, out, kPayloadBufSize);
 }
 
+void ReplySync(const Exchange &exchange, const DirectCall &call, const uint8_t *out,
+               int32_t result) {
+  if (result < 0 || result > kMaxPayload) {
+    ReplyCode(exchange, COAP_RESPONSE_CODE_INTERNAL_ERROR);
+  } else {
+    Reply(exchange, call.head, call.options, out, static_cast<size_t>(result));
+  }
+}
+
 void AnswerSync(const Exchange &exchange, const OnceId &id, uint8_t *payload, uint32_t len) {
   uint8_t *out = SharedAnswerBuffer(exchange.ctx->ser);
   if (!out) {
     ReplyCode(exchange, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
     return;
   }
-  DirectCall call = {exchange, DefaultHead(exchange.request), 0};
+  DirectCall call = {exchange, DefaultHead(exchange.request), 0, nullptr};
   const int32_t result = CallOnRequest(exchange, &call, payload, len, out);
-  if (result < 0 || result > kMaxPayload) {
-    ReplyCode(exchange, COAP_RESPONSE_CODE_INTERNAL_ERROR);
-  } else {
-    Reply(exchange, call.head, out, static_cast<size_t>(result));
-  }
+  ReplySync(exchange, call, out, result);
+  FreeReplyOptions(exchange.ctx, call.options);
   if (IsOnce(MethodOf(exchange))) RememberAnswer(exchange, id);
 }
 
 // CallOnAsync returns the request afterwards; null when the callback has closed its listen.
 DirectAsync *CallOnAsync(const Exchange &exchange, uintptr_t id, uint8_t *payload, uint32_t len) {
   const CoapRpcSerVtblReg &reg = exchange.entry->reg;
-  DirectCall call = {exchange, {}, id};
+  DirectCall call = {exchange, {}, id, nullptr};
   const Calling calling(exchange.ctx->lib->direct, &call);
   reg.onAsyncRequest(reg.userData, payload, len, reinterpret_cast<void *>(id));
   return FindDirectAsync(exchange.ctx, id);
@@ -248,6 +255,25 @@ uint32_t AllowedMethods(CoapRpcCtx *ctx, coap_resource_t *resource) {
   return methods;
 }
 
+// ---- links ----
+
+// LinkTextOf returns the first text that a direct entry of a uri has of a kind; null for none.
+const char *LinkTextOf(const ResEntries &entries, uint32_t kind) {
+  CoapRpcSerUriVtbl *entry = FirstDirect(entries, entries.First());
+  while (entry && !DirectEntryOf(entry)->links[kind]) {
+    entry = FirstDirect(entries, entries.After(entry));
+  }
+  return entry ? DirectEntryOf(entry)->links[kind] : nullptr;
+}
+
+// ShowLink returns false without memory; the resource shows what it did.
+bool ShowLink(CoapRpcCtx *ctx, coap_resource_t *resource, uint32_t kind) {
+  CoapRpcSerUriRes *res = UriResOf(ctx, resource);
+  if (!res) return true;
+  const char *text = LinkTextOf(ResEntries(res->uriDataList), kind);
+  return CoapRpcLibSetLinkAttribute(resource, kLinkNames[kind], text) != 0;
+}
+
 // ---- entries ----
 
 bool HasRoom(CoapRpcCtx *ctx) {
@@ -278,11 +304,38 @@ CoapRpcSerDirectParam WithDefaults(const CoapRpcSerDirectParam *param) {
   return out;
 }
 
-void OfferMethodsOf(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry) {
+// ResourceOf returns null while no entry of the uri is attached.
+coap_resource_t *ResourceOf(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry) {
   const UriText uri(entry->key.uri);
   coap_str_const_t path{strlen(uri.c_str()), reinterpret_cast<const uint8_t *>(uri.c_str())};
-  coap_resource_t *resource = coap_get_resource_from_uri_path(ctx->lib->coapCtx, &path);
-  if (resource) OfferDirectMethods(ctx, resource);
+  return coap_get_resource_from_uri_path(ctx->lib->coapCtx, &path);
+}
+
+void OfferMethods(CoapRpcCtx *ctx, coap_resource_t *resource) {
+  const uint32_t allowed = AllowedMethods(ctx, resource);
+  for (const uint8_t method : kOfferedMethods) {
+    const bool isAllowed = (allowed >> method & 1) != 0;
+    coap_register_handler(resource, static_cast<coap_request_t>(method),
+                          isAllowed ? HandleOffered : nullptr);
+  }
+}
+
+CoapRpcSerUriVtbl *FindEntry(CoapRpcCtx *ctx, const CoapRpcUriKey *key) {
+  return ctx->ser && ctx->lib ? ctx->ser->findUriVtbl(ctx->ser, key) : nullptr;
+}
+
+// SetLink gives an entry a text, or null; false, changing nothing, without memory to show it.
+bool SetLink(CoapRpcCtx *ctx, DirectEntry *direct, uint32_t kind, PoolPtr<char> text) {
+  coap_resource_t *resource = ResourceOf(ctx, direct->entry);
+  char *former = direct->links[kind];
+  direct->links[kind] = text.get();
+  if (resource && !ShowLink(ctx, resource, kind)) {
+    direct->links[kind] = former;
+    return false;
+  }
+  (void)text.release();
+  PoolFree(ctx->param.memHandle, former);
+  return true;
 }
 
 }  // namespace
@@ -322,14 +375,11 @@ void AcceptObserver(const Exchange &exchange) {
   if (isFirst) ReplyCode(exchange, COAP_RESPONSE_CODE_CONTENT);
 }
 
-void OfferDirectMethods(CoapRpcCtx *ctx, coap_resource_t *resource) {
+void OfferDirect(CoapRpcCtx *ctx, coap_resource_t *resource) {
   if (!ctx->lib->direct) return;
-  const uint32_t allowed = AllowedMethods(ctx, resource);
-  for (const uint8_t method : kOfferedMethods) {
-    const bool isAllowed = (allowed >> method & 1) != 0;
-    coap_register_handler(resource, static_cast<coap_request_t>(method),
-                          isAllowed ? HandleOffered : nullptr);
-  }
+  OfferMethods(ctx, resource);
+  // Without memory the resource is served all the same.
+  for (uint32_t kind = 0; kind < kNumLinks; ++kind) (void)ShowLink(ctx, resource, kind);
 }
 
 void FreeDirect(CoapRpcCtx *ctx) {
@@ -345,6 +395,7 @@ void ForgetDirectEntry(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
   if (!direct) return;
   if (ctx->lib) DropDirectRequests(ctx, direct);
   LinkRemove(direct->link);
+  for (char *text : direct->links) PoolFree(ctx->param.memHandle, text);
   PoolFree(ctx->param.memHandle, direct);
   entry->lib.direct = nullptr;
 }
@@ -358,11 +409,24 @@ uint32_t COAP_RpcSerSetDirect(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
   if (!ctx || !key) return Violated(kSiteSetDirectNullArg);
   const bool hasBadMethods = param && (param->methods & ~uint32_t{COAP_RPC_ALLOW_ALL}) != 0;
   if (hasBadMethods) return Code(kSiteSetDirectBadMethods);
-  CoapRpcSerUriVtbl *entry = ctx->ser ? ctx->ser->findUriVtbl(ctx->ser, key) : nullptr;
-  if (!entry || !ctx->lib) return Code(kSiteSetDirectNoEntry);
+  CoapRpcSerUriVtbl *entry = FindEntry(ctx, key);
+  if (!entry) return Code(kSiteSetDirectNoEntry);
   DirectEntry *direct = FindOrNewEntry(ctx, entry);
   if (!direct) return Code(kSiteSetDirectNoMemory);
   direct->param = WithDefaults(param);
-  OfferMethodsOf(ctx, entry);
+  if (coap_resource_t *resource = ResourceOf(ctx, entry)) OfferDirect(ctx, resource);
   return 0;
+}
+
+uint32_t COAP_RpcSerSetLinkAttribute(CoapRpcCtx *ctx, const CoapRpcUriKey *key, const char *name,
+                                     const char *value) {
+  if (!ctx || !key || !name) return Violated(kSiteSetLinkNullArg);
+  const uint32_t kind = FindLink(name);
+  if (kind == kNumLinks || (value && !IsLinkValue(kind, value))) return Code(kSiteSetLinkBadValue);
+  CoapRpcSerUriVtbl *entry = FindEntry(ctx, key);
+  if (!entry || !entry->lib.direct) return Code(kSiteSetLinkNoEntry);
+  PoolPtr<char> text = NewLinkText(ctx, kind, value);
+  const bool hasText = text || !value;
+  const bool isSet = hasText && SetLink(ctx, DirectEntryOf(entry), kind, std::move(text));
+  return isSet ? 0 : Code(kSiteSetLinkNoMemory);
 }

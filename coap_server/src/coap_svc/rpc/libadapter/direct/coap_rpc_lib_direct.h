@@ -11,9 +11,10 @@
  *   open         the callback has a handle and has not answered: the response is empty
  *
  * An open request becomes answered by the application or by its deadline and is sent by the turn
- * that follows (coap_rpc_lib_direct_async.h).  A reply is a code, a format and a payload, whoever
- * made it (coap_rpc_lib_direct_reply.h).  What bounds it all is in coap_rpc_limits.h: open
- * requests, queued answers, sessions of peers, payloads that travel in blocks, requests remembered.
+ * that follows (coap_rpc_lib_direct_async.h).  A reply is a code, a format, options and a payload,
+ * whoever made it (coap_rpc_lib_direct_reply.h, coap_rpc_lib_direct_options.h).  What bounds it all
+ * is in coap_rpc_limits.h: open requests, queued answers, sessions of peers, payloads that travel
+ * in blocks, requests remembered, options.
  *
  * The room has one record in the adapter's, made for the first direct entry, and one for each
  * direct entry.  Instances without any pay one comparison for a request. */
@@ -35,8 +36,8 @@ int ServeDirectBlock(coap_session_t *session, coap_resource_t *resource, const c
 // AcceptObserver turns the answer to a registration with a direct entry into 2.05.
 void AcceptObserver(const Exchange &exchange);
 
-// OfferDirectMethods gives a resource the handlers that its direct entries need.
-void OfferDirectMethods(CoapRpcCtx *ctx, coap_resource_t *resource);
+// OfferDirect gives a resource the handlers and link attributes of its direct entries.
+void OfferDirect(CoapRpcCtx *ctx, coap_resource_t *resource);
 
 // Steps of the part.
 void FreeDirect(CoapRpcCtx *ctx);

@@ -95,6 +95,7 @@ void Leave(DirectAsync *async) {
 
 void Free(DirectAsync *async) {
   COAP_RpcFreePayload(async->answer);
+  FreeReplyOptions(async->ctx, async->options);
   coap_delete_pdu(async->request);
   PoolFree(async->ctx->param.memHandle, async);
 }
@@ -175,7 +176,8 @@ void FillReply(const DirectAsync *async, const Exchange &exchange) {
     ReplyCode(exchange, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
   } else {
     const CoapRpcPayload *answer = async->answer;
-    Reply(exchange, async->answerHead, answer ? answer->data : nullptr, answer ? answer->len : 0);
+    Reply(exchange, async->answerHead, async->options, answer ? answer->data : nullptr,
+          answer ? answer->len : 0);
   }
 }
 
@@ -243,6 +245,7 @@ void Tell(const DirectEntry *entry, uintptr_t id, uint32_t reason) {
 void TimeOut(DirectAsync *async) {
   const DirectEntry *entry = async->entry;
   const uintptr_t id = async->id;
+  FreeReplyOptions(async->ctx, async->options);
   SetReply(async, {CodeOf(504), COAP_RPC_DIRECT_NO_FORMAT}, nullptr);
   Handles(DirectOf(async->ctx)->asyncTree).Remove(async);
   Tell(entry, id, COAP_RPC_ASYNC_TIMEOUT);

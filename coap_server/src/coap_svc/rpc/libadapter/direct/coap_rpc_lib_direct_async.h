@@ -49,6 +49,7 @@ struct DirectAsync {
   CoapRpcPayload *answer;  // owned; null for none
   ReplyHead head;          // of the answer that the application will give
   ReplyHead answerHead;    // of the one that it has given
+  ReplyOptions *options;   // owned; of either, null for none
   bool isAnswered;
 };
 

@@ -40,6 +40,15 @@ ReplyHead *HeadOfCall(CoapRpcCtx *ctx) {
   return async ? &async->head : nullptr;
 }
 
+// OptionsOfCall does so for its options.
+ReplyOptions **OptionsOfCall(CoapRpcCtx *ctx) {
+  DirectCall *call = CallOf(ctx);
+  if (!call) return nullptr;
+  if (call->async == 0) return &call->options;
+  DirectAsync *async = FindDirectAsync(ctx, call->async);
+  return async ? &async->options : nullptr;
+}
+
 const coap_opt_t *FindOption(const coap_pdu_t *pdu, coap_option_num_t number) {
   coap_opt_iterator_t it;
   return coap_check_option(pdu, number, &it);
@@ -56,6 +65,16 @@ void FillETag(const coap_pdu_t *pdu, CoapRpcSerRequest *out) {
   if (!option) return;
   out->etagLen = std::min<uint32_t>(coap_opt_length(option), sizeof(out->etag));
   memcpy(out->etag, coap_opt_value(option), out->etagLen);
+}
+
+// FindOccurrence returns the option of a number that `index` others of it precede; null for none.
+const coap_opt_t *FindOccurrence(const coap_pdu_t *pdu, uint32_t number, uint32_t index) {
+  coap_opt_iterator_t it;
+  coap_option_iterator_init(pdu, &it, COAP_OPT_ALL);
+  while (const coap_opt_t *option = coap_option_next(&it)) {
+    if (it.number == number && index-- == 0) return option;
+  }
+  return nullptr;
 }
 
 // Value is the part of a query after its name.
@@ -106,6 +125,22 @@ uint32_t COAP_RpcSerSetAsyncAnswer(CoapRpcCtx *ctx, void *handle, uint32_t code,
   return 0;
 }
 
+uint32_t COAP_RpcSerAddAnswerOption(CoapRpcCtx *ctx, uint32_t number, const void *value,
+                                    uint32_t len) {
+  if (!ctx || (!value && len != 0)) return Violated(kSiteAddOptionNullArg);
+  ReplyOptions **options = OptionsOfCall(ctx);
+  if (!options) return Code(kSiteSetAnswerNoRequest);
+  return AddReplyOption(ctx, *options, {number, static_cast<const uint8_t *>(value), len});
+}
+
+uint32_t COAP_RpcSerAddAsyncAnswerOption(CoapRpcCtx *ctx, void *handle, uint32_t number,
+                                         const void *value, uint32_t len) {
+  if (!ctx || !handle || (!value && len != 0)) return Code(kSiteAddAsyncOptionNullArg);
+  DirectAsync *async = FindDirectAsync(ctx, reinterpret_cast<uintptr_t>(handle));
+  if (!async) return Code(kSiteAsyncNotPending);
+  return AddReplyOption(ctx, async->options, {number, static_cast<const uint8_t *>(value), len});
+}
+
 uint32_t COAP_RpcSerFailAsync(CoapRpcCtx *ctx, void *handle, uint32_t code, const char *text) {
   if (!ctx || !handle) return Code(kSiteFailAsyncNullArg);
   DirectAsync *async = FindDirectAsync(ctx, reinterpret_cast<uintptr_t>(handle));
@@ -138,5 +173,18 @@ uint32_t COAP_RpcSerGetQuery(CoapRpcCtx *ctx, const char *name, char *out, uint3
   if (value.len >= size) return Code(kSiteGetQueryTooLong);
   if (value.len != 0) memcpy(out, value.bytes, value.len);
   out[value.len] = '\0';
+  return 0;
+}
+
+uint32_t COAP_RpcSerGetOption(CoapRpcCtx *ctx, uint32_t number, uint32_t index, void *out,
+                              uint32_t size, uint32_t *len) {
+  if (!ctx || (!out && size != 0) || !len) return Violated(kSiteGetOptionNullArg);
+  const DirectCall *call = CallOf(ctx);
+  if (!call) return Code(kSiteGetRequestNoRequest);
+  const coap_opt_t *option = FindOccurrence(call->exchange.request, number, index);
+  if (!option) return Code(kSiteGetOptionNotFound);
+  *len = coap_opt_length(option);
+  if (*len > size) return Code(kSiteGetOptionTooLong);
+  if (*len != 0) memcpy(out, coap_opt_value(option), *len);
   return 0;
 }

@@ -5,7 +5,9 @@
 #include "coap_svc/rpc/coap_rpc_direct.h"
 #include "coap_svc/rpc/common/coap_rpc_list.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
+#include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct_link.h"
 #include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct_once.h"
+#include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct_options.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_exchange.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_entry.h"
 
@@ -23,13 +25,15 @@ struct DirectEntry {
   CoapRpcLink openList;  // DirectAsync, the oldest first
   CoapRpcSerUriVtbl *entry;
   CoapRpcSerDirectParam param;  // without zeros that stand for defaults
+  LinkTexts links;
 };
 
 // DirectCall is the request for which a callback is running.
 struct DirectCall {
   const Exchange &exchange;
   ReplyHead head;
-  uintptr_t async;  // handle; 0 for a synchronous request
+  uintptr_t async;        // handle; 0 for a synchronous request
+  ReplyOptions *options;  // of a synchronous one, owned; null for none
 };
 
 }  // namespace coap_rpc

@@ -79,15 +79,30 @@ ReplyBody *NewBody(const Exchange &exchange, const uint8_t *data, size_t len) {
 
 // AddBody: libcoap sets a code of its own when the request's Block2 option does not fit the
 // payload.
-void AddBody(const Exchange &exchange, uint16_t format, const uint8_t *data, size_t len) {
+bool AddBody(const Exchange &exchange, uint16_t format, const uint8_t *data, size_t len) {
   ReplyBody *body = NewBody(exchange, data, len);
   if (!body) {
     ReplyCode(exchange, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
-    return;
+    return false;
   }
-  coap_add_data_large_response(exchange.resource, exchange.session, exchange.request,
-                               exchange.response, exchange.query, format, -1, 0, len, body->Data(),
-                               ReleaseBody, body);
+  return coap_add_data_large_response(exchange.resource, exchange.session, exchange.request,
+                                      exchange.response, exchange.query, format, -1, 0, len,
+                                      body->Data(), ReleaseBody, body) != 0;
+}
+
+// AddPayload returns false when the response has become an error.
+bool AddPayload(const Exchange &exchange, uint16_t format, const uint8_t *data, size_t len) {
+  if (len == 0) return true;
+  if (IsInBlocks(exchange, len)) return AddBody(exchange, format, data, len);
+  if (AddWhole(exchange.response, format, data, len)) return true;
+  ReplyCode(exchange, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
+  return false;
+}
+
+bool AddOptions(const Exchange &exchange, const ReplyOptions *options) {
+  if (WriteReplyOptions(options, exchange.response)) return true;
+  ReplyCode(exchange, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
+  return false;
 }
 
 }  // namespace
@@ -98,14 +113,12 @@ ReplyHead DefaultHead(const coap_pdu_t *request) {
   return {CodeOf(isRead ? 205 : 204), COAP_RPC_DIRECT_NO_FORMAT};
 }
 
-void Reply(const Exchange &exchange, const ReplyHead &head, const uint8_t *data, size_t len) {
+void Reply(const Exchange &exchange, const ReplyHead &head, const ReplyOptions *options,
+           const uint8_t *data, size_t len) {
   ReplyCode(exchange, static_cast<coap_pdu_code_t>(head.code));
-  if (len == 0) return;
-  if (IsInBlocks(exchange, len)) {
-    AddBody(exchange, head.format, data, len);
-  } else if (!AddWhole(exchange.response, head.format, data, len)) {
-    ReplyCode(exchange, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
-  }
+  const bool isFilled =
+      AddOptions(exchange, options) && AddPayload(exchange, head.format, data, len);
+  if (!isFilled) EraseReplyOptions(options, exchange.response);
 }
 
 void ReplyCode(const Exchange &exchange, coap_pdu_code_t code) {

@@ -19,8 +19,9 @@ constexpr uint8_t CodeOf(uint32_t code) {
 // DefaultHead is the head of an answer to a request that nobody has said more of.
 ReplyHead DefaultHead(const coap_pdu_t *request);
 
-// Reply fills an exchange's response.
-void Reply(const Exchange &exchange, const ReplyHead &head, const uint8_t *data, size_t len);
+// Reply fills an exchange's response; `options` may be null.
+void Reply(const Exchange &exchange, const ReplyHead &head, const ReplyOptions *options,
+           const uint8_t *data, size_t len);
 
 // ReplyCode fills it with a code alone.
 void ReplyCode(const Exchange &exchange, coap_pdu_code_t code);
