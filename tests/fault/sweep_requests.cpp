@@ -225,6 +225,66 @@ void WorksDirectFail(Stage &stage) {
   EXPECT_TRUE(stage.HasHeard(Code(4, 4), "no"));
 }
 
+constexpr std::initializer_list<uint32_t> kAddResults = {0, 1900001302, 1900001509, 1900001551};
+
+void AddOptions(Stage &stage) {
+  for (void *handle : stage.app_.handles) {
+    for (const uint32_t number : {COAP_RPC_OPTION_ETAG, COAP_RPC_OPTION_LOCATION_QUERY}) {
+      ExpectOneOf(COAP_RpcSerAddAsyncAnswerOption(stage.Ctx(), handle, number, "12345678", 8),
+                  kAddResults);
+    }
+  }
+}
+// A small and a large answer with options, one of them added in the callback.
+void PrepareDirectOptions(Stage &stage) {
+  PrepareDirectAsync(stage);
+  stage.app_.onAsync = [&stage](void *) {
+    const std::string path(120, 'p');
+    ExpectOneOf(
+        COAP_RpcSerAddAnswerOption(stage.Ctx(), COAP_RPC_OPTION_LOCATION_PATH, path.data(), 120),
+        kAddResults);
+  };
+}
+void PlayDirectOptions(Stage &stage) {
+  for (const std::string &text : {std::string("small"), std::string(kLarge, 'l')}) {
+    stage.Say(stage.Post(CoapType::kCon, "plain", "q"));
+    AddOptions(stage);
+    AnswerAll(stage, text);
+    stage.Listen(20);
+  }
+}
+void WorksDirectOptions(Stage &stage) {
+  AnswerAll(stage, "later");
+  stage.Listen(60);
+  stage.app_.handles.clear();
+  stage.Forget();
+  PlayDirectOptions(stage);
+  EXPECT_TRUE(stage.HasHeard(Code(2, 4), "small"));
+  EXPECT_TRUE(stage.HasHeardBytes(512));
+}
+
+// Each attribute is given and changed, and the entry attached again.
+void PlayDirectLinks(Stage &stage) {
+  const CoapRpcUriKey key = KeyOf("plain");
+  for (const char *value : {"1", "2 3"}) {
+    for (const char *name : {"rt", "if", "ct", "title"}) {
+      ExpectOneOf(COAP_RpcSerSetLinkAttribute(stage.Ctx(), &key, name, value), {0, 1900001557});
+    }
+    stage.Say(stage.Get(CoapType::kCon, ".well-known/core"));
+    COAP_RpcSerUnsetUri(stage.Ctx(), &key);
+    stage.Listen(2);
+    stage.Attach(key);
+  }
+  ExpectOneOf(COAP_RpcSerSetLinkAttribute(stage.Ctx(), &key, "rt", nullptr), {0, 1900001557});
+}
+void WorksDirectLinks(Stage &stage) {
+  stage.Attach(KeyOf("plain"));
+  PlayDirectLinks(stage);
+  stage.Forget();
+  stage.Say(stage.Get(CoapType::kCon, ".well-known/core"));
+  EXPECT_TRUE(stage.HasHeard(Code(2, 5), "</plain>;title=\"2 3\";ct=\"2 3\";if=\"2 3\""));
+}
+
 }  // namespace
 
 const std::vector<Scenario> &RequestScenarios() {
@@ -246,6 +306,10 @@ const std::vector<Scenario> &RequestScenarios() {
        true},
       {"DirectAsyncFail", kPool | kLibcoap, PrepareDirectAsync, PlayDirectFail, WorksDirectFail,
        true},
+      {"DirectOptions", kPool | kLibcoap, PrepareDirectOptions, PlayDirectOptions,
+       WorksDirectOptions, true},
+      {"DirectLinks", kPool | kLibcoap, PrepareDirectLarge, PlayDirectLinks, WorksDirectLinks,
+       false},
   };
   return scenarios;
 }

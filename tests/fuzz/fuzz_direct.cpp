@@ -23,6 +23,7 @@ using coap_rpc_test::TestProcess;
 
 constexpr int kMaxSteps = 64;
 constexpr uint8_t kServer = 1;
+constexpr uint32_t kNoSuchOption = 1900001505;
 constexpr uint32_t kStepsMs[] = {100, 1000, 2500, 8000, 30000, 61000, 150000, 250000};
 
 constexpr Entry kEntries[] = {
@@ -85,6 +86,53 @@ class Server {
     Check(request.etagLen <= sizeof(request.etag), "too long an ETag");
     COAP_RpcSerGetQuery(ctx_, "a", value, sizeof(value));
     COAP_RpcSerSetAnswer(ctx_, 200u + byte, byte % 3 == 0 ? COAP_RPC_DIRECT_NO_FORMAT : byte);
+    AskOptions();
+    for (uint8_t i = 0; i < byte % 11; ++i) AddOption(nullptr, static_cast<uint8_t>(byte + i));
+  }
+
+  // AskOptions reads all options of the request, into too little room as well.
+  void AskOptions() {
+    for (uint32_t number = 0; number < 300; ++number) {
+      uint32_t len = 0;
+      uint32_t index = 0;
+      char value[16];
+      while (COAP_RpcSerGetOption(ctx_, number, index, value, sizeof(value), &len) !=
+             kNoSuchOption) {
+        std::string whole(len, '\0');
+        Check(COAP_RpcSerGetOption(ctx_, number, index++, whole.data(), len, &len) == 0, "changed");
+      }
+    }
+  }
+
+  // AddOption adds an option of some number and length to the answer of a handle, or for null to
+  // that of the current call.
+  void AddOption(void *async, uint8_t byte) {
+    constexpr uint32_t kNumbers[] = {COAP_RPC_OPTION_ETAG,           COAP_RPC_OPTION_MAX_AGE,
+                                     COAP_RPC_OPTION_LOCATION_PATH,  12,
+                                     COAP_RPC_OPTION_LOCATION_QUERY, 8};
+    const uint32_t number = kNumbers[byte % std::size(kNumbers)];
+    const std::string value(byte < 0xE0 ? byte % 10 : byte + 30u, static_cast<char>(byte));
+    const auto len = static_cast<uint32_t>(value.size());
+    const uint32_t ret =
+        async ? COAP_RpcSerAddAsyncAnswerOption(ctx_, async, number, value.data(), len)
+              : COAP_RpcSerAddAnswerOption(ctx_, number, value.data(), len);
+    Check(ret != 0 || len <= 255, "too long an option");
+  }
+
+  // SetLink gives an entry an attribute of words, or takes one away.
+  void SetLink(const Entry &entry, uint8_t byte) {
+    constexpr const char *kNames[] = {"rt", "if", "ct", "title"};
+    constexpr const char *kValues[] = {"1", "1 22", "a bb ccc", "\"", nullptr, "ab"};
+    const CoapRpcUriKey key = KeyOf(entry);
+    COAP_RpcSerSetLinkAttribute(ctx_, &key, kNames[byte % 4], kValues[byte / 4 % 6]);
+  }
+
+  // AskLinks asks for the links, by a filter too.
+  void AskLinks(Peer &peer, Input &input) {
+    last_ = coap_rpc_test::Request(CoapType::kCon, 1, ++mid_, {1}).AddPath(".well-known/core");
+    const std::vector<uint8_t> filter = input.Framed();
+    if (!filter.empty() && filter.size() < 256) last_.Add(coap_rpc_test::kOptUriQuery, filter);
+    peer.Send(last_);
   }
 
   static int32_t OnRequest(uint64_t userData, const CoapRpcSerReqInfo *, uint8_t *payload,
@@ -117,7 +165,7 @@ class Server {
   }
 
   void Step(Input &input) {
-    const uint8_t kind = input.Byte() % 12;
+    const uint8_t kind = input.Byte() % 14;
     const uint8_t arg = input.Byte();
     Peer &peer = peers_[arg % std::size(peers_)];
     const Entry &entry = kEntries[arg % std::size(kEntries)];
@@ -145,8 +193,12 @@ class Server {
       case 10:
         AttachAt(ctx_, entry, kServer, kCoapPort);
         return;
-      default:
+      case 11:
         return MakeDirect(kEntries[arg % kNumDirect], input.Byte(), input.Byte() * 100u);
+      case 12:
+        return SetLink(entry, input.Byte());
+      default:
+        return AskLinks(peer, input);
     }
   }
 
@@ -161,6 +213,8 @@ class Server {
     if ((options & 2) != 0) last_.AddUint(coap_rpc_test::kOptContentFormat, options);
     if ((options & 4) != 0) last_.AddBlock(coap_rpc_test::kOptBlock2, {0, false, 1});
     if ((options & 8) != 0) last_.AddUint(258, options >> 4);  // No-Response
+    if ((options & 32) != 0) last_.Add(coap_rpc_test::kOptIfMatch, {options});
+    if ((options & 64) != 0) last_.Add(coap_rpc_test::kOptEtag, {bits});
     const uint8_t block = input.Byte();
     if ((options & 16) != 0) {
       last_.AddBlock(coap_rpc_test::kOptBlock1, {uint32_t{block} >> 4, (block & 8) != 0, 0});
@@ -187,6 +241,7 @@ class Server {
       return;
     }
     COAP_RpcSerSetAsyncAnswer(ctx_, async, 201, arg);
+    AddOption(async, arg);
     const std::vector<uint8_t> data(size_t{1} << (arg % 13), 'r');
     COAP_RpcSerSendAsyncResponse(ctx_, async, data.data(), static_cast<uint32_t>(data.size()));
   }
