@@ -10,14 +10,17 @@
 //   separate              GET: "later", 200 ms later
 //   large-separate        GET: 5000 bytes of the pattern, 200 ms later
 //   fail                  GET: 5.03 with a text, 200 ms later
-//   location              POST: 2.01
+//   location              POST: 2.01 at location/1?first=1
 //   accept                GET: a text, for Accept 50 in JSON; for other formats 4.06
-//   validate              GET: "hello", or 2.03 for the ETag 0102
+//   validate              GET: "hello" with the ETag 0102, or 2.03 for that; PUT: 2.04, or 4.12 for
+//                         another If-Match
 //   large                 GET: 20,000 bytes of the pattern; PUT, POST: 2.04 when the payload is the
 //                         pattern, else 4.00
 //   large-echo            POST: the payload
 //   obs, obs-large, obs-away, gone/<client>, ctl
 //                         as those of interop_server, but direct
+//
+// The resource types are Type1 (query), Type2 (separate) and both (accept), whose interface is If1.
 #include <coap_svc/rpc/coap_rpc_direct.h>
 #include <kst_tmr.h>
 
@@ -86,7 +89,17 @@ Answer Hello(const Request &) { return kHello; }
 
 Answer Query(const Request &) { return {205, QueryOf("first") + " " + QueryOf("second")}; }
 
-Answer Location(const Request &) { return {201, ""}; }
+void AddOption(uint32_t number, const std::string &value) {
+  COAP_RpcSerAddAnswerOption(g_example.ctx, number, value.data(),
+                             static_cast<uint32_t>(value.size()));
+}
+
+Answer Location(const Request &) {
+  AddOption(COAP_RPC_OPTION_LOCATION_PATH, "location");
+  AddOption(COAP_RPC_OPTION_LOCATION_PATH, "1");
+  AddOption(COAP_RPC_OPTION_LOCATION_QUERY, "first=1");
+  return {201, ""};
+}
 
 Answer Accept(const Request &request) {
   const uint32_t accept = request.info.accept;
@@ -95,10 +108,32 @@ Answer Accept(const Request &request) {
   return {406, ""};
 }
 
+const std::string kETag = "\x01\x02";
+
+std::vector<std::string> OptionsOf(uint32_t number) {
+  std::vector<std::string> found;
+  char value[8];
+  uint32_t len = 0;
+  while (COAP_RpcSerGetOption(g_example.ctx, number, static_cast<uint32_t>(found.size()), value,
+                              sizeof(value), &len) == 0) {
+    found.emplace_back(value, len);
+  }
+  return found;
+}
+
+bool Names(const std::vector<std::string> &etags) {
+  return std::find(etags.begin(), etags.end(), kETag) != etags.end();
+}
+
+Answer Replace() {
+  const std::vector<std::string> etags = OptionsOf(COAP_RPC_OPTION_IF_MATCH);
+  return {etags.empty() || Names(etags) ? 204u : 412u, ""};
+}
+
 Answer Validate(const Request &request) {
-  const std::string etag(request.info.etag, request.info.etag + request.info.etagLen);
-  if (etag == std::string("\x01\x02")) return {203, ""};
-  return kHello;
+  if (request.info.method == COAP_RPC_PUT) return Replace();
+  AddOption(COAP_RPC_OPTION_ETAG, kETag);
+  return Names(OptionsOf(COAP_RPC_OPTION_ETAG)) ? Answer{203, ""} : kHello;
 }
 
 Answer Large(const Request &request) {
@@ -183,7 +218,7 @@ constexpr Row kRows[] = {
     {"query", COAP_RPC_ALLOW_GET, Query, nullptr},
     {"location", COAP_RPC_ALLOW_POST, Location, nullptr},
     {"accept", COAP_RPC_ALLOW_GET, Accept, nullptr},
-    {"validate", COAP_RPC_ALLOW_GET, Validate, nullptr},
+    {"validate", COAP_RPC_ALLOW_GET | COAP_RPC_ALLOW_PUT, Validate, nullptr},
     {"large", kPut, Large, nullptr},
     {"large-echo", COAP_RPC_ALLOW_POST, Echo, nullptr},
     {"ctl", COAP_RPC_ALLOW_POST, Control, nullptr},
@@ -191,6 +226,24 @@ constexpr Row kRows[] = {
     {"large-separate", COAP_RPC_ALLOW_GET, nullptr, OnLargeSeparate},
     {"fail", COAP_RPC_ALLOW_GET, nullptr, OnFail},
 };
+
+struct Link {
+  const char *uri;
+  const char *name;
+  const char *value;
+};
+
+constexpr Link kLinks[] = {
+    {"query", "rt", "Type1"},
+    {"separate", "rt", "Type2"},
+    {"accept", "rt", "Type1 Type2"},
+    {"accept", "if", "If1"},
+};
+
+bool SetLink(const Link &link) {
+  const CoapRpcUriKey key = ExampleKey(link.uri, 0, COAP_RPC_DEFAULT);
+  return COAP_RpcSerSetLinkAttribute(g_example.ctx, &key, link.name, link.value) == 0;
+}
 
 bool MakeDirect(const CoapRpcUriKey &key, uint32_t methods) {
   CoapRpcSerDirectParam param = {};
@@ -217,7 +270,8 @@ bool ServeTables() {
 }
 
 bool ServeAll() {
-  return std::all_of(std::begin(kRows), std::end(kRows), ServeRow) && ServeTables();
+  return std::all_of(std::begin(kRows), std::end(kRows), ServeRow) &&
+         std::all_of(std::begin(kLinks), std::end(kLinks), SetLink) && ServeTables();
 }
 
 }  // namespace

@@ -75,6 +75,9 @@ final class Words {
     if (options.getLocationPathCount() != 0) {
       texts.add("Location-Path " + options.getLocationPathString());
     }
+    if (options.getLocationQueryCount() != 0) {
+      texts.add("Location-Query " + options.getLocationQueryString());
+    }
     return String.join(", ", texts);
   }
 

@@ -122,6 +122,9 @@ func optionsText(m *pool.Message) string {
 	if m.HasOption(message.LocationPath) {
 		texts = append(texts, "Location-Path "+joined(m, message.LocationPath, "/"))
 	}
+	if m.HasOption(message.LocationQuery) {
+		texts = append(texts, "Location-Query "+joined(m, message.LocationQuery, "&"))
+	}
 	return strings.Join(texts, ", ")
 }
 
