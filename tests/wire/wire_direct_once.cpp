@@ -68,6 +68,44 @@ TEST_F(Once, OtherNumberTokenPortOrMethod_IsAnotherRequest) {
   EXPECT_EQ(NumRemembered(), 6u);
 }
 
+TEST_F(Once, OtherPeerWithTheSamePort_IsAnotherRequest) {
+  ServeDirect(kModeSync);
+  const uint16_t port = FindFreeUdpPort(OwnHost(Role::kPeer));
+  RawPeer one({OwnHost(Role::kPeer), port});
+  RawPeer other({OwnHost(Role::kOtherPeer), port});
+  const CoapMessage post = Message(kCodePost);
+  for (RawPeer *peer : {&one, &other, &one, &other}) {
+    peer->SetRemote(Address());
+    Ask(*peer, post);
+  }
+  EXPECT_EQ(app_.payloads.size(), 2u);
+}
+
+TEST_F(Once, PeersOfIpv6_AreToldApartAndKnownAgain) {
+  if (!HasIpv6Loopback()) GTEST_SKIP() << "no ::1 on this machine";
+  CoapRpcSerListenAddr addr = {};
+  addr.listenAddr.family = COAP_RPC_IPV6;
+  addr.listenAddr.addr.ipv6[15] = 1;
+  addr.port = FindFreeUdpPort("::1");
+  const CoapRpcSerVtblReg reg = DirectReg(kModeSync);
+  EXPECT_EQ(COAP_RpcSerRegVtbl(Ctx(), &key_, &reg, nullptr), 0u);
+  EXPECT_EQ(COAP_RpcSerSetDirect(Ctx(), &key_, nullptr), 0u);
+  EXPECT_EQ(COAP_RpcSerSetUri(Ctx(), &key_, &addr), 0u);
+  RawPeer one({"::1", 0});
+  RawPeer other({"::1", 0});
+  CoapMessage post = Message(kCodePost);
+  for (const Bytes &token :
+       {Bytes{}, Bytes{1, 2, 3, 4, 5, 6, 7, 8}, Bytes{1, 2, 3, 4, 5, 6, 7, 9}}) {
+    app_.payloads.clear();
+    post.token = token;
+    for (RawPeer *peer : {&one, &other, &one, &other}) {
+      peer->SetRemote({"::1", addr.port});
+      Ask(*peer, post);
+    }
+    EXPECT_EQ(app_.payloads.size(), 2u);
+  }
+}
+
 TEST_F(Once, ErrorsAreRememberedToo) {
   ServeDirect(kModeSync);
   app_.result = -5;
@@ -336,14 +374,39 @@ TEST_F(Once, MoreThanTheMaximumOfBytes_OldestForgottenAndCounted) {
   EXPECT_EQ(COAP_RpcGetForgottenNum(Ctx()) + NumRemembered(), 5000u);
 }
 
-TEST_F(Once, ForgottenWhileOpen_IsStillAnswered) {
+TEST_F(Once, OpenRequest_IsKnownHoweverManyComeAfterIt) {
   ServeDirect(kModeAsync, ParamWith(0, 1000000));
-  const CoapMessage post = Message(kCodePost, "q");
+  host_.Logs().SuppressBelow(KST_LOG_ERROR + 1);
+  COAP_RpcSetLibLogLevel(Ctx(), 0);
+  const CoapMessage post = Message(kCodePost);
   void *handle = AskOpen(post);
-  coap_rpc::ForgetAllOnce(Ctx());
-  AskOpen(post);
+  app_.onCall = [&] { Send(app_.handles.back(), "now"); };
+  for (uint32_t i = 0; i < COAP_RPC_MAX_REMEMBERED + 10; ++i) AskNow(Message(kCodePost));
+  EXPECT_EQ(COAP_RpcGetForgottenNum(Ctx()), 10u);
+  app_.payloads.clear();
+  ExpectEmptyAck(Ask(post), post);
+  EXPECT_TRUE(app_.payloads.empty());
   Send(handle, "later");
   EXPECT_EQ(NextAnswer().Text(), "later");
+  EXPECT_EQ(Ask(post).Text(), "later");
+}
+
+TEST_F(Once, RecordTakes96BytesAtMostBesideItsAnswer) {
+  ServeDirect(kModeSync);
+  app_.out = std::string(500, 'x');
+  for (int i = 0; i < 100; ++i) AskNow(Message(kCodePost));
+  EXPECT_LE(NumBytes(), 100u * (96 + 500 + 1));
+}
+
+TEST_F(Once, MemoryComesBackWithTheLastRecord) {
+  ServeDirect(kModeSync);
+  Ask(Message(kCodePost));
+  app_.out = std::string(1000, 'x');
+  const uint64_t numBefore = host_.Pool().LiveCount();
+  for (int i = 0; i < 200; ++i) AskNow(Message(kCodePost));
+  EXPECT_GT(host_.Pool().LiveCount(), numBefore);
+  host_.AdvanceMs(kExchangeLifetimeMs + 200);
+  EXPECT_LT(host_.Pool().LiveCount(), numBefore);
 }
 
 TEST_F(Once, ForgottenNum_WithoutInstanceOrDirectEntry) {

@@ -90,3 +90,5 @@ int CoapRpcLibSetLinkAttribute(coap_resource_t *resource, const char *name, cons
 int CoapRpcLibIsOfEndPoint(const coap_session_t *session, const coap_endpoint_t *endPoint) {
   return session->endpoint == endPoint;
 }
+
+coap_tick_t CoapRpcLibHeardAt(const coap_session_t *session) { return session->last_rx_tx; }

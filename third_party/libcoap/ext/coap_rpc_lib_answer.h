@@ -40,5 +40,9 @@ int CoapRpcLibSetLinkAttribute(coap_resource_t *resource, const char *name, cons
 /* CoapRpcLibIsOfEndPoint says whether a session is a peer of an endpoint. */
 int CoapRpcLibIsOfEndPoint(const coap_session_t *session, const coap_endpoint_t *endPoint);
 
+/* CoapRpcLibHeardAt says when a session last received or sent something; in a handler, that is when
+ * the request came, by libcoap's clock and without a look at it. */
+coap_tick_t CoapRpcLibHeardAt(const coap_session_t *session);
+
 COAP_RPC_C_END
 #endif /* COAP_RPC_LIB_ANSWER_H */

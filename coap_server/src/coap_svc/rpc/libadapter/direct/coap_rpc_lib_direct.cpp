@@ -89,8 +89,8 @@ bool HasObserveRecord(const Exchange &exchange) {
 }
 
 // IsForObservers says whether publish answers the request.  Else nobody observes.
-bool IsForObservers(const Exchange &exchange) {
-  if (COAP_RpcCheckObserveOption(exchange.request) == 0) return false;
+bool IsForObservers(const Exchange &exchange, const DirectOptions &options) {
+  if (!options.isObserve) return false;
   if (MethodOf(exchange) == COAP_REQUEST_CODE_GET && HasObserveRecord(exchange)) return true;
   CoapRpcLibRefuseObserver(exchange.resource, exchange.session, exchange.request,
                            exchange.response);
@@ -99,13 +99,12 @@ bool IsForObservers(const Exchange &exchange) {
 
 // ---- calling the application ----
 
-CoapRpcSerReqInfo ReqInfoOf(const Exchange &exchange) {
+CoapRpcSerReqInfo ReqInfoOf(const DirectRequest &request) {
   CoapRpcSerReqInfo info = {};
-  coap_opt_iterator_t it;
-  const bool isPost = MethodOf(exchange) == COAP_REQUEST_CODE_POST;
-  COAP_RpcGetRemoteAddr(exchange.session, &info.srcAddr);
-  info.isObserve = COAP_RpcCheckObserveOption(exchange.request) != 0 ? kIsObserve : 0;
-  info.hasETag = isPost && coap_check_option(exchange.request, COAP_OPTION_ETAG, &it) ? 1 : 0;
+  const bool isPost = MethodOf(request.exchange) == COAP_REQUEST_CODE_POST;
+  COAP_RpcGetRemoteAddr(request.exchange.session, &info.srcAddr);
+  info.isObserve = request.options.isObserve ? kIsObserve : 0;
+  info.hasETag = isPost && request.options.hasETag ? 1 : 0;
   return info;
 }
 
@@ -121,11 +120,11 @@ class Calling {
   CoapRpcDirect *direct_;
 };
 
-int32_t CallOnRequest(const Exchange &exchange, DirectCall *call, uint8_t *payload, uint32_t len,
-                      uint8_t *out) {
-  const CoapRpcSerVtblReg &reg = exchange.entry->reg;
-  const CoapRpcSerReqInfo info = ReqInfoOf(exchange);
-  const Calling calling(exchange.ctx->lib->direct, call);
+int32_t CallOnRequest(const DirectRequest &request, DirectCall *call, uint8_t *payload,
+                      uint32_t len, uint8_t *out) {
+  const CoapRpcSerVtblReg &reg = request.exchange.entry->reg;
+  const CoapRpcSerReqInfo info = ReqInfoOf(request);
+  const Calling calling(request.exchange.ctx->lib->direct, call);
   return reg.onRequest(reg.userData, &info, payload, len, out, kPayloadBufSize);
 }
 
@@ -138,17 +137,18 @@ void ReplySync(const Exchange &exchange, const DirectCall &call, const uint8_t *
   }
 }
 
-void AnswerSync(const Exchange &exchange, const OnceId &id, uint8_t *payload, uint32_t len) {
+void AnswerSync(const DirectRequest &request, uint8_t *payload, uint32_t len) {
+  const Exchange &exchange = request.exchange;
   uint8_t *out = SharedAnswerBuffer(exchange.ctx->ser);
   if (!out) {
     ReplyCode(exchange, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
     return;
   }
   DirectCall call = {exchange, DefaultHead(exchange.request), 0, nullptr};
-  const int32_t result = CallOnRequest(exchange, &call, payload, len, out);
+  const int32_t result = CallOnRequest(request, &call, payload, len, out);
   ReplySync(exchange, call, out, result);
   FreeReplyOptions(exchange.ctx, call.options);
-  if (IsOnce(MethodOf(exchange))) RememberAnswer(exchange, id);
+  if (IsOnce(MethodOf(exchange))) RememberAnswer(exchange.ctx, request.id, exchange.response);
 }
 
 // CallOnAsync returns the request afterwards; null when the callback has closed its listen.
@@ -160,8 +160,9 @@ DirectAsync *CallOnAsync(const Exchange &exchange, uintptr_t id, uint8_t *payloa
   return FindDirectAsync(exchange.ctx, id);
 }
 
-void AnswerAsync(const Exchange &exchange, const OnceId &id, uint8_t *payload, uint32_t len) {
-  DirectAsync *async = OpenAsync(exchange, id);
+void AnswerAsync(const DirectRequest &request, uint8_t *payload, uint32_t len) {
+  const Exchange &exchange = request.exchange;
+  DirectAsync *async = OpenAsync(request);
   if (async) async = CallOnAsync(exchange, async->id, payload, len);
   if (!async) {
     ReplyCode(exchange, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
@@ -170,40 +171,41 @@ void AnswerAsync(const Exchange &exchange, const OnceId &id, uint8_t *payload, u
   }
 }
 
-void RunMode(const Exchange &exchange, const OnceId &id, uint8_t *payload, uint32_t len) {
+void RunMode(const DirectRequest &request, uint8_t *payload, uint32_t len) {
+  const Exchange &exchange = request.exchange;
   const CoapRpcSerVtblReg &reg = exchange.entry->reg;
   const uint32_t mode = ModeOf(exchange.entry);
   LogRequest(exchange, payload, len);
   if (mode == kModeSync && reg.onRequest) {
-    AnswerSync(exchange, id, payload, len);
+    AnswerSync(request, payload, len);
   } else if (mode == kModeAsync && reg.onAsyncRequest) {
-    AnswerAsync(exchange, id, payload, len);
+    AnswerAsync(request, payload, len);
   } else {
     ReplyCode(exchange, COAP_RESPONSE_CODE_NOT_IMPLEMENTED);
   }
 }
 
 // RunCopy gives the application a NUL-terminated copy of the payload in `room`.
-void RunCopy(const Exchange &exchange, const OnceId &id, const uint8_t *data, size_t len,
-             uint8_t *room) {
+void RunCopy(const DirectRequest &request, const uint8_t *data, size_t len, uint8_t *room) {
   if (len != 0) memcpy(room, data, len);
   room[len] = '\0';
-  RunMode(exchange, id, room, static_cast<uint32_t>(len));
+  RunMode(request, room, static_cast<uint32_t>(len));
 }
 
-void Run(const Exchange &exchange, const OnceId &id) {
+void Run(const DirectRequest &request) {
+  const Exchange &exchange = request.exchange;
   size_t len = 0;
   const uint8_t *data = nullptr;
   if (coap_get_data(exchange.request, &len, &data) == 0) len = 0;
   uint8_t small[kSmallPayload];
   if (len < sizeof(small)) {
-    RunCopy(exchange, id, data, len, small);
+    RunCopy(request, data, len, small);
     return;
   }
   const uint64_t mem = exchange.ctx->param.memHandle;
   const PoolPtr<uint8_t> copy(static_cast<uint8_t *>(PoolAlloc(mem, len + 1)), {mem});
   if (copy) {
-    RunCopy(exchange, id, data, len, copy.get());
+    RunCopy(request, data, len, copy.get());
   } else {
     ReplyCode(exchange, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
   }
@@ -216,23 +218,29 @@ bool IsAllowed(const Exchange &exchange) {
   return (methods >> MethodOf(exchange) & 1) != 0;
 }
 
-// IsLaterBlock says whether a request asks for a later block of an answer that libcoap has no more.
-bool IsLaterBlock(const coap_pdu_t *request) {
+DirectOptions OptionsOf(const coap_pdu_t *request) {
+  DirectOptions options = {};
   coap_opt_iterator_t it;
-  const coap_opt_t *block = coap_check_option(request, COAP_OPTION_BLOCK2, &it);
-  return block && coap_opt_block_num(block) != 0;
+  coap_option_iterator_init(request, &it, COAP_OPT_ALL);
+  while (const coap_opt_t *option = coap_option_next(&it)) {
+    if (it.number == COAP_OPTION_ETAG) options.hasETag = true;
+    if (it.number == COAP_OPTION_OBSERVE) options.isObserve = true;
+    if (it.number == COAP_OPTION_BLOCK2) options.isLaterBlock = coap_opt_block_num(option) != 0;
+  }
+  return options;
 }
 
-// Serve: a record of a read request is one of an open one.
-void Serve(const Exchange &exchange) {
-  const OnceId id = IdOf(exchange);
-  const OnceRecord *known = FindOnce(exchange, id);
+// Serve: a record of a read request is one of an open one, and libcoap itself answers for the later
+// blocks that it still has.
+void Serve(const DirectRequest &request) {
+  const Exchange &exchange = request.exchange;
+  const OnceRecord *known = FindOnce(exchange.ctx, request.id);
   if (known) {
     RepeatAnswer(known, exchange.response);
-  } else if (IsOnce(MethodOf(exchange)) && IsLaterBlock(exchange.request)) {
+  } else if (IsOnce(MethodOf(exchange)) && request.options.isLaterBlock) {
     ReplyCode(exchange, COAP_RESPONSE_CODE_INCOMPLETE);
   } else {
-    Run(exchange, id);
+    Run(request);
   }
 }
 
@@ -277,10 +285,11 @@ bool ShowLink(CoapRpcCtx *ctx, coap_resource_t *resource, uint32_t kind) {
 // ---- entries ----
 
 bool HasRoom(CoapRpcCtx *ctx) {
-  if (!ctx->lib->direct) {
-    ctx->lib->direct = NewZeroed<CoapRpcDirect>(ctx->param.memHandle).release();
-  }
-  return ctx->lib->direct != nullptr;
+  if (ctx->lib->direct) return true;
+  ctx->lib->direct = NewZeroed<CoapRpcDirect>(ctx->param.memHandle).release();
+  if (!ctx->lib->direct) return false;
+  InitOnce(ctx->lib->direct->once);
+  return true;
 }
 
 DirectEntry *NewEntry(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
@@ -343,10 +352,12 @@ bool SetLink(CoapRpcCtx *ctx, DirectEntry *direct, uint32_t kind, PoolPtr<char> 
 bool ServeDirect(Exchange &exchange) {
   if (!exchange.ctx || !exchange.ctx->lib->direct) return false;
   CoapRpcSerUriVtbl *entry = FindDirect(exchange);
-  if (!entry || IsForObservers(exchange)) return false;
+  if (!entry) return false;
+  const DirectRequest request = {exchange, IdOf(exchange), OptionsOf(exchange.request)};
+  if (IsForObservers(exchange, request.options)) return false;
   exchange.entry = entry;
   if (IsAllowed(exchange)) {
-    Serve(exchange);
+    Serve(request);
   } else {
     ReplyCode(exchange, COAP_RESPONSE_CODE_NOT_ALLOWED);
   }
@@ -358,11 +369,11 @@ int ServeDirectBlock(coap_session_t *session, coap_resource_t *resource, const c
   const Exchange exchange = MakeExchange(resource, session, request, nullptr, response);
   if (!IsOnce(MethodOf(exchange)) || !HasDirectEntry(exchange)) return 0;
   const OnceId id = IdOf(exchange);
-  const OnceRecord *known = FindOnce(exchange, id);
+  const OnceRecord *known = FindOnce(exchange.ctx, id);
   if (known) {
     RepeatAnswer(known, response);
   } else if (isAnswered != 0) {
-    RememberAnswer(exchange, id);
+    RememberAnswer(exchange.ctx, id, exchange.response);
   }
   return known ? 1 : 0;
 }

@@ -100,18 +100,10 @@ void Free(DirectAsync *async) {
   PoolFree(async->ctx->param.memHandle, async);
 }
 
-bool IsOnceRequest(const DirectAsync *async) {
-  return IsOnce(static_cast<uint8_t>(coap_pdu_get_code(async->request)));
-}
-
 // LoseAnswer notes that a request, which was executed, gets no answer.
 void LoseAnswer(DirectAsync *async) {
-  OnceRecord *record = std::exchange(async->once, nullptr);
-  if (IsOnceRequest(async)) {
-    RememberLost(record);
-  } else {
-    ForgetOnce(async->ctx, record);
-  }
+  ForgetOpen(async->ctx, async->once);
+  if (IsOnce(async->once.record.method)) RememberLost(async->ctx, async->once);
 }
 
 // Drop frees a request in any state; its peer stays.
@@ -183,12 +175,8 @@ void FillReply(const DirectAsync *async, const Exchange &exchange) {
 
 // Remember notes the answer of a request that is about to end.
 void Remember(DirectAsync *async, const coap_pdu_t *response) {
-  OnceRecord *record = std::exchange(async->once, nullptr);
-  if (IsOnceRequest(async)) {
-    RememberLate(async->ctx, record, response);
-  } else {
-    ForgetOnce(async->ctx, record);
-  }
+  ForgetOpen(async->ctx, async->once);
+  if (IsOnce(async->once.record.method)) RememberAnswer(async->ctx, async->once, response);
 }
 
 // IsWanted says whether the peer wants to hear an answer of this class (RFC 7967).
@@ -353,12 +341,14 @@ uint32_t DiagnosticLen(const char *text) {
 
 }  // namespace
 
-DirectAsync *OpenAsync(const Exchange &exchange, const OnceId &id) {
+DirectAsync *OpenAsync(const DirectRequest &request) {
+  const Exchange &exchange = request.exchange;
   DirectPeer *peer = FindOrNewPeer(exchange.ctx, exchange.session);
   if (!peer) return nullptr;
   DirectAsync *async = OpenOfPeer(exchange, peer);
   if (async) {
-    async->once = RememberOpen(exchange, id, async);
+    async->once = request.id;
+    RememberOpen(exchange.ctx, async->once);
   } else {
     FreePeerIfUnused(exchange.ctx, peer);
   }

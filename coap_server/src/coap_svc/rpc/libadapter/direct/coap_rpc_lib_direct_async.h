@@ -45,7 +45,7 @@ struct DirectAsync {
   DirectEntry *entry;
   DirectPeer *peer;
   coap_pdu_t *request;     // owned, without payload
-  OnceRecord *once;        // null when forgotten
+  OnceId once;             // open
   CoapRpcPayload *answer;  // owned; null for none
   ReplyHead head;          // of the answer that the application will give
   ReplyHead answerHead;    // of the one that it has given
@@ -54,7 +54,7 @@ struct DirectAsync {
 };
 
 // OpenAsync keeps a request.  Null when it cannot be kept: no memory, or too many.
-DirectAsync *OpenAsync(const Exchange &exchange, const OnceId &id);
+DirectAsync *OpenAsync(const DirectRequest &request);
 
 DirectAsync *FindDirectAsync(CoapRpcCtx *ctx, uintptr_t id);
 

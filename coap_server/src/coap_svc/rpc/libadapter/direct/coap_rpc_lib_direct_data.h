@@ -19,6 +19,20 @@ struct ReplyHead {
   uint16_t format;  // COAP_RPC_DIRECT_NO_FORMAT for none
 };
 
+// DirectOptions are the options of a request that the room looks for, found in one walk.
+struct DirectOptions {
+  bool isObserve;
+  bool hasETag;
+  bool isLaterBlock;  // Block2 asks for another block than the first
+};
+
+// DirectRequest is a request on its way to its answer.
+struct DirectRequest {
+  const Exchange &exchange;
+  OnceId id;
+  DirectOptions options;
+};
+
 // DirectEntry is what the room knows of an entry; the entry owns it.
 struct DirectEntry {
   CoapRpcLink link;      // on Direct's entryList

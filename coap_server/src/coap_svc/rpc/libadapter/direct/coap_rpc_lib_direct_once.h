@@ -3,44 +3,48 @@
  *
  * A record is
  *
- *   open       the application has been given the request and has not answered
- *   answered   it has the answer, without what a repetition brings by itself: type, Message ID,
- * token
+ *   open       the application has been given the request and has not answered; it is part of the
+ *              request's own record
+ *   answered   it is in the cache's queue with the answer behind it, without what a repetition
+ *              brings by itself: type, Message ID, token
  *
- * GET and FETCH have one while they are open.  Records are forgotten at their age, the oldest
- * before when there are too many; an open one leaves its request without one. */
+ * GET and FETCH have one while they are open.  An answered one is found until its age, and kept
+ * until it is the oldest and too old or too much. */
 #ifndef COAP_RPC_LIB_DIRECT_ONCE_H
 #define COAP_RPC_LIB_DIRECT_ONCE_H
 
-#include "coap_svc/rpc/common/coap_rpc_link.h"
+#include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_byte_queue.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_exchange.h"
 
 namespace coap_rpc {
 
-struct DirectAsync;
-struct OnceRecord;
-
-// OnceKey tells one request from another: both ends, Message ID and token.
-struct OnceKey {
-  uint8_t remote[16];
-  uint8_t local[16];
-  uint8_t token[8];
-  uint16_t remotePort;
-  uint16_t localPort;
-  uint16_t mid;
-  uint8_t tokenLen;
-  uint8_t method;
+// OnceRecord is the head of a record.  Its key is behind it, and in the queue its answer behind
+// that.
+struct OnceRecord {
+  OnceRecord *chained;  // next of its bucket
+  uint32_t hash;        // of the key
+  uint32_t expiresMs;   // low bits of libcoap's clock
+  uint16_t len;         // of the answer
+  uint16_t payloadAt;
+  uint8_t code;
+  uint8_t method;  // of the request
+  uint8_t numWords;
+  bool isAnswered;
 };
 
+// OnceId is a record outside of the queue.  The key tells its request from others: both ends,
+// Message ID, method and token.
 struct OnceId {
-  OnceKey key;
-  uint32_t hash;
+  OnceRecord record;
+  uint64_t key[6];
 };
 
 struct OnceCache {
   OnceRecord **buckets;  // null until first used
-  CoapRpcLink list;      // the oldest first
-  uint32_t num;
+  uint64_t seed;         // of hashes: peers do not choose buckets
+  uint32_t nowMs;        // of the latest request
+  ByteQueue queue;       // OnceRecord, answered, each with its answer
+  uint32_t num;          // in the queue
   size_t numBytes;
   uint64_t numForgotten;  // before their time
 };
@@ -48,32 +52,34 @@ struct OnceCache {
 // IsOnce says whether a request of this method must not be executed twice.
 bool IsOnce(uint8_t method);
 
+// InitOnce makes a zeroed cache ready.
+void InitOnce(OnceCache &cache);
+
+// IdOf makes the id of a request that has just come.  What FindOnce will look at is read ahead.
 OnceId IdOf(const Exchange &exchange);
 
 // FindOnce returns the record of a request that is here again; null for a new one.
-OnceRecord *FindOnce(const Exchange &exchange, const OnceId &id);
+const OnceRecord *FindOnce(CoapRpcCtx *ctx, const OnceId &id);
 
 // RepeatAnswer fills the response from a record; an open one leaves it empty.
 void RepeatAnswer(const OnceRecord *record, coap_pdu_t *response);
 
-// RememberAnswer notes the response to a request that was answered at once.
-void RememberAnswer(const Exchange &exchange, const OnceId &id);
+// RememberAnswer notes the response to a request that has no record, or had an open one.
+void RememberAnswer(CoapRpcCtx *ctx, const OnceId &id, const coap_pdu_t *response);
 
-// RememberOpen notes a request that is open.  Returns null without memory.
-OnceRecord *RememberOpen(const Exchange &exchange, const OnceId &id, DirectAsync *async);
+// RememberLost notes that the answer to a request is lost: the request gets 5.04 when it arrives
+// again.
+void RememberLost(CoapRpcCtx *ctx, const OnceId &id);
 
-// RememberLate notes the response to an open request; null is ignored.
-void RememberLate(CoapRpcCtx *ctx, OnceRecord *record, const coap_pdu_t *response);
+// RememberOpen makes the id of an open request a record, but not without memory; it stays where it
+// is until ForgetOpen, which ignores one that is no record.
+void RememberOpen(CoapRpcCtx *ctx, OnceId &id);
+void ForgetOpen(CoapRpcCtx *ctx, const OnceId &id);
 
-// RememberLost notes that the answer to an open request is lost: the request gets 5.04 when it
-// arrives again.  Null is ignored.
-void RememberLost(OnceRecord *record);
-
-// ForgetOnce frees a record; null is ignored.  ForgetAllOnce frees all, and the table.
-void ForgetOnce(CoapRpcCtx *ctx, OnceRecord *record);
+// ForgetAllOnce forgets all, and frees the table.
 void ForgetAllOnce(CoapRpcCtx *ctx);
 
-// TrimOnce forgets what is too old or too much.
+// TrimOnce forgets what is too old.
 void TrimOnce(CoapRpcCtx *ctx);
 
 }  // namespace coap_rpc
