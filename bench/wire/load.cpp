@@ -6,6 +6,8 @@
  *   --rate <n>       open loop: requests per second, due at even distances; 0: closed loop
  *   --seconds <n>    measured time (2), after 10 % of it as warm-up
  *   --uri <text>     path of one segment; several with a number after it: --uris <n>
+ *   --separate yes   requests with a token; answers are acknowledged, and acknowledgements of
+ *                    requests are none
  *   --pid <n>        the server's process
  *
  * Prints "name value" lines: requests a second, percentiles of the time from sending (open loop:
@@ -32,6 +34,8 @@ constexpr uint64_t kNsPerSecond = 1000000000;
 constexpr uint64_t kRepeatNs = 200000000;
 constexpr uint32_t kMaxWindow = 200;  // what a socket's default buffer holds
 constexpr size_t kMidAt = 2;
+constexpr size_t kTokenAt = 4;
+constexpr size_t kTokenLen = 2;
 constexpr char kPayload[] = "0123456789abcdef0123456789abcde";
 
 // Asker is one port of ours.
@@ -49,9 +53,10 @@ void AppendPath(std::string &message, const std::string &uri) {
   message += uri;
 }
 
-// PostOf is a confirmable POST without token.
-std::string PostOf(const std::string &uri) {
-  std::string message = {'\x40', '\x02', '\0', '\0'};
+// PostOf is a confirmable POST.
+std::string PostOf(const std::string &uri, size_t tokenLen) {
+  std::string message = {static_cast<char>(0x40 | tokenLen), '\x02', '\0', '\0'};
+  message.append(tokenLen, '\0');
   AppendPath(message, uri);
   return message + '\xFF' + kPayload;
 }
@@ -59,7 +64,9 @@ std::string PostOf(const std::string &uri) {
 class Load {
  public:
   explicit Load(const Options &options)
-      : rate_(options.Number("--rate", 0)), pid_(static_cast<pid_t>(options.Number("--pid", 0))) {
+      : rate_(options.Number("--rate", 0)),
+        pid_(static_cast<pid_t>(options.Number("--pid", 0))),
+        isSeparate_(options.Is("--separate", "yes")) {
     const uint32_t numPorts = options.Number("--ports", 1);
     window_ = options.Number("--window", std::min(numPorts, kMaxWindow));
     MakeMessages(options.Text("--uri", "post"), options.Number("--uris", 0));
@@ -82,8 +89,11 @@ class Load {
 
  private:
   void MakeMessages(const std::string &uri, uint32_t numUris) {
-    if (numUris == 0) messages_.push_back(PostOf(uri));
-    for (uint32_t i = 0; i < numUris; ++i) messages_.push_back(PostOf(uri + std::to_string(i)));
+    const size_t tokenLen = isSeparate_ ? kTokenLen : 0;
+    if (numUris == 0) messages_.push_back(PostOf(uri, tokenLen));
+    for (uint32_t i = 0; i < numUris; ++i) {
+      messages_.push_back(PostOf(uri + std::to_string(i), tokenLen));
+    }
   }
 
   void Open(Asker &asker, uint16_t port) {
@@ -110,19 +120,34 @@ class Load {
   void Send(Asker &asker, uint64_t nowNs) {
     ++asker.mid;
     asker.sentNs = nowNs;
-    (*message_)[kMidAt] = static_cast<char>(asker.mid >> 8);
-    (*message_)[kMidAt + 1] = static_cast<char>(asker.mid);
+    SetNumber(kMidAt, asker.mid);
+    if (isSeparate_) SetNumber(kTokenAt, asker.mid);
     // A full queue at the other end is one more loss.
     static_cast<void>(!write(asker.fd, message_->data(), message_->size()));
+  }
+
+  void SetNumber(size_t at, uint16_t number) {
+    (*message_)[at] = static_cast<char>(number >> 8);
+    (*message_)[at + 1] = static_cast<char>(number);
+  }
+
+  static bool HasNumber(const uint8_t *answer, size_t at, uint16_t number) {
+    return answer[at] == number >> 8 && answer[at + 1] == (number & 0xFF);
+  }
+
+  // IsAnswer says whether a message answers an asker's request; a separate one is acknowledged.
+  bool IsAnswer(const Asker &asker, const uint8_t *answer, ssize_t len) const {
+    if (!isSeparate_) return len >= 4 && HasNumber(answer, kMidAt, asker.mid);
+    if (len < 6 || !IsConfirmable(answer)) return false;
+    Acknowledge(asker.fd, answer);
+    return HasNumber(answer, kTokenAt, asker.mid);
   }
 
   void Read(Asker &asker) {
     uint8_t answer[1500];
     ssize_t len = 0;
     while ((len = read(asker.fd, answer, sizeof(answer))) > 0) {
-      const bool isOurs =
-          len >= 4 && answer[kMidAt] == asker.mid >> 8 && answer[kMidAt + 1] == (asker.mid & 0xFF);
-      if (!isOurs || !asker.isBusy) continue;
+      if (!IsAnswer(asker, answer, len) || !asker.isBusy) continue;
       latency_.Add(NowNs() - asker.dueNs);
       asker.isBusy = false;
       idle_.push_back(&asker);
@@ -160,6 +185,7 @@ class Load {
 
   uint64_t rate_;
   pid_t pid_;
+  bool isSeparate_;
   uint32_t window_ = 1;
   int epoll_ = -1;
   std::vector<std::string> messages_;

@@ -1,7 +1,6 @@
 #include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct_async.h"
 
 #include <cstring>
-#include <utility>
 
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
