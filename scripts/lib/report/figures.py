@@ -18,6 +18,9 @@ P50, P99, P999 = ("p50_us", "p50 us"), ("p99_us", "p99 us"), ("p999_us", "p99.9 
 FIGURES = [
     Figure("sync", "Synchronous POSTs", "Client ports",
            [PER_CPU_SECOND, CPU, PER_SECOND, P50, P99, P999]),
+    Figure("later", "Answers of their own", "Client ports",
+           [PER_CPU_SECOND, CPU, PER_SECOND, P50, P99, P999]),
+    Figure("exchange", "Calls of a client", "Under way", [CPU, PER_SECOND, P50, P99, P999]),
     Figure("logging", "Synchronous POSTs, by what is logged", "Answer",
            [PER_CPU_SECOND, CPU, PER_SECOND]),
     Figure("calls", "Asynchronous calls", "Under way", [CPU, PER_SECOND, P50, P99, P999]),
@@ -49,6 +52,17 @@ def _sync(ports, suffix, other, limit):
                   limit, is_least=True)
 
 
+def _later(ports, limit):
+    text = f"POSTs answered by messages of their own, {ports} ports: library, direct / libcoap"
+    return _ratio(text, "later", (ports, "library"), (ports, "libcoap"), PER_CPU_SECOND[0], limit,
+                  is_least=True)
+
+
+def _exchange(under_way, limit):
+    text = f"CPU of a client's call, {under_way} under way: library / libcoap"
+    return _ratio(text, "exchange", (under_way, "library"), (under_way, "libcoap"), CPU[0], limit)
+
+
 def _logging(answer, variant, metric, limit, is_least=False):
     text = f"synchronous POSTs, answers of {answer}: {variant} / level lowered"
     return _ratio(text, "logging", (answer, variant), (answer, "level lowered"), metric, limit,
@@ -67,6 +81,12 @@ BARS = [
     _sync("200", "", "libcoap, clearing", 0.90),
     _sync("16", ", logging", "libcoap, logging", 0.80),
     _sync("200", ", logging", "libcoap, logging", 0.80),
+    _sync("16", ", direct", "libcoap", 0.95),
+    _sync("200", ", direct", "libcoap", 0.95),
+    _later("16", 0.90),
+    _later("200", 0.90),
+    _exchange("16", 1.15),
+    _exchange("64", 1.15),
     _logging("32 bytes", "as it starts", PER_CPU_SECOND[0], 0.90, is_least=True),
     _logging("32 bytes", "debug channel", PER_CPU_SECOND[0], 0.60, is_least=True),
     _logging("65,400 bytes", "as it starts", CPU[0], 1.50),
