@@ -406,8 +406,13 @@ TEST_F(DirectAsyncTest, ManyUnacknowledged_NonAnswers) {
   for (auto &peer : silent) {
     peer = std::make_unique<RawPeer>();
     peer->SetRemote(Address());
-    for (int i = 0; i < 33; ++i) peer->Send(Message(kCodePost));
-    COAP_RpcProcIo(Ctx());
+    for (int i = 0; i < 33; ++i) {
+      const CoapMessage post = Message(kCodePost);
+      peer->Send(post);
+      const std::optional<CoapMessage> ack = Next(*peer);
+      ASSERT_TRUE(ack);
+      ExpectEmptyAck(*ack, post);
+    }
   }
   ASSERT_EQ(app_.handles.size(), silent.size() * 33);
   const CoapMessage first = Message(kCodePost);
