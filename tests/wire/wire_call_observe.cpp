@@ -222,7 +222,9 @@ TEST_F(CallObserve, Cancel_InsideANotification) {
   (void)Register();
   Accept(10, "a");
   onTold_ = [&](const CoapRpcCallRsp &rsp) {
-    if (rsp.status == COAP_RPC_CALL_ANSWERED) EXPECT_EQ(COAP_RpcCallCancel(Ctx(), rsp.id), 0U);
+    if (rsp.status == COAP_RPC_CALL_ANSWERED) {
+      EXPECT_EQ(COAP_RpcCallCancel(Ctx(), rsp.id), 0U);
+    }
   };
   Say(Notification(11, "b"));
   EXPECT_EQ(Texts(), "a b ! ");

@@ -70,7 +70,9 @@ TEST_F(DirectLink, Filter_ByEachAttribute) {
   for (const char *filter : {"rt=Type", "rt=Type1%20Type2", "rt=ype*", "rt=", "if=I", "ct=5",
                              "title=room", "rt=Type1x", "rt", "sz=1"}) {
     const bool isAll = std::string_view(filter) == "rt";
-    if (!isAll) EXPECT_EQ(Links(filter), "") << filter;
+    if (!isAll) {
+      EXPECT_EQ(Links(filter), "") << filter;
+    }
   }
 }
 
