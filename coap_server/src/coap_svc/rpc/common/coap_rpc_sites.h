@@ -16,6 +16,7 @@ namespace coap_rpc {
 #define COAP_RPC_SRC "coap_server/src/coap_svc/rpc/"
 inline constexpr char kPathInitMain[] = COAP_RPC_SRC "init/coap_rpc_main";
 inline constexpr char kPathInitSer[] = COAP_RPC_SRC "init/coap_rpc_ser";
+inline constexpr char kPathInitSerSync[] = COAP_RPC_SRC "init/coap_rpc_ser_sync";
 inline constexpr char kPathInitCli[] = COAP_RPC_SRC "init/coap_rpc_cli";
 inline constexpr char kPathCliUri[] = COAP_RPC_SRC "client/coap_rpc_cli_uri";
 inline constexpr char kPathCliSession[] = COAP_RPC_SRC "client/coap_rpc_cli_session";
@@ -29,6 +30,7 @@ inline constexpr char kPathLibExt[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_ext"
 inline constexpr char kPathLibDirect[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_direct";
 inline constexpr char kPathLibCall[] = COAP_RPC_SRC "libadapter/rpc_call/coap_rpc_lib_rpc_call";
 inline constexpr char kPathSerUri[] = COAP_RPC_SRC "server/coap_rpc_ser_uri";
+inline constexpr char kPathSerSync[] = COAP_RPC_SRC "server/sync/coap_rpc_ser_sync";
 inline constexpr char kPathSerConn[] = COAP_RPC_SRC "server/coap_rpc_ser_conn";
 inline constexpr char kPathSerRes[] = COAP_RPC_SRC "server/coap_rpc_ser_res";
 inline constexpr char kPathSerObserve[] = COAP_RPC_SRC "server/coap_rpc_ser_observe";
@@ -58,6 +60,12 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(ObserveDataUpdateFailed, kPathInitSer,     135,    0, "COAP_RpcSerObserveDataUpdate: tuple set not updated") \
   X(ObserveDataDelNullArg,   kPathInitSer,       0,  149, "COAP_RpcSerObserveDataDel: null argument") \
   X(SerRegVtblNullArg,       kPathInitSer,     169,  168, "COAP_RpcSerRegVtbl: null argument") \
+  X(SetUriSyncNullArg,       kPathInitSerSync, 1511, 1510, "COAP_RpcSerSetUriSync: null argument") \
+  X(SetUriSyncNoUri,         kPathInitSerSync, 1512,    0, "COAP_RpcSerSetUriSync: no such URI, or it has no observe record") \
+  X(SyncReplaceNullArg,      kPathInitSerSync, 1521, 1520, "COAP_RpcSerSyncReplace: null argument") \
+  X(SyncReplaceNoSync,       kPathInitSerSync, 1522,    0, "COAP_RpcSerSyncReplace: no such URI, or its tuples have no versions") \
+  X(SyncReplaceNextFailed,   kPathInitSerSync, 1523,    0, "COAP_RpcSerSyncReplace: the application's walk failed; nothing was deleted") \
+  X(SyncReplaceNoMemory,     kPathInitSerSync, 1524,    0, "COAP_RpcSerSyncReplace: no memory; nothing was deleted") \
   X(CliInitNoMemory,         kPathInitCli,      54,    0, "COAP_RpcSerInit, COAP_RpcCliInit: no memory for the side's context") \
   X(CliInitModules,          kPathInitCli,      60,    0, "COAP_RpcSerInit, COAP_RpcCliInit: a module of the side did not start") \
   X(CliNonReqNullArg,        kPathInitCli,      76,   75, "COAP_RpcCliNonReq: null argument") \
@@ -183,6 +191,10 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(AddUriObVtblNoMemory,    kPathSerUri,      167,    0, "COAP_RpcSerAddUriObVtbl: no memory for the observe record") \
   X(UriRegSerVtblFailed,     kPathSerUri,      251,    0, "COAP_RpcUriRegSerVtbl: entry cannot be made") \
   X(AddUriObVtblNoCmp,       kPathSerUri,     1431,    0, "COAP_RpcSerAddUriObVtbl: the observe record has no comparator") \
+  X(SetUriSyncPageBytes,     kPathSerSync,    1513,    0, "COAP_RpcSerSetUriSync: pageBytes is not 256 to 1024") \
+  X(SetUriSyncTooLong,       kPathSerSync,    1514,    0, "COAP_RpcSerSetUriSync: a tuple has more than 65,000 bytes") \
+  X(SetUriSyncNoMemory,      kPathSerSync,    1515,    0, "COAP_RpcSerSetUriSync: no memory; nothing was changed") \
+  X(SetUriSyncNoRandom,      kPathSerSync,    1516,    0, "COAP_RpcSerSetUriSync: the system has no random number") \
   X(CreatListenNoListen,     kPathSerConn,     152,    0, "COAP_RpcSerCreatListen: listen record cannot be made") \
   X(CreatListenNoEndPoint,   kPathSerConn,     157,    0, "COAP_RpcSerCreatListen: endpoint cannot be opened (the log line \"cannot open endpoint\" names address, port and errno)") \
   X(CreatListenNotBound,     kPathSerConn,     163,    0, "COAP_RpcSerCreatListen: key is not registered") \

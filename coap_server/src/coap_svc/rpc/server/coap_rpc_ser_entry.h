@@ -19,6 +19,8 @@ typedef struct CoapRpcSerFlights {
   const void *givenUpBy; /* session that they were for; only compared */
 } CoapRpcSerFlights;
 
+typedef struct CoapRpcSerSync CoapRpcSerSync;
+
 /* CoapRpcSerUriVtbl is one registered server URI. */
 struct CoapRpcSerUriVtbl {
   OSAL_AVL3_NODE node;
@@ -42,6 +44,7 @@ struct CoapRpcSerUriVtbl {
   void *chgIndex;               /* index of tupleChgList; null when unused */
   CoapRpcSerFlights flights;
   CoapRpcLibEntry lib;
+  CoapRpcSerSync *sync; /* versions of the tuples and who has which; null: they have none */
 };
 
 /* CoapRpcSerRootOf returns the instance of an entry. */

@@ -9,6 +9,7 @@
 #include "coap_svc/rpc/server/coap_rpc_ser_conn.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_observe.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_res.h"
+#include "coap_svc/rpc/server/sync/coap_rpc_ser_sync.h"
 
 using namespace coap_rpc;
 
@@ -32,6 +33,7 @@ void InitSets(CoapRpcSerUriVtbl &entry) {
 void DropObserveRecord(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
   if (!entry->obVtbl) return;
   CoapRpcSerOrphanChgs(entry);
+  SyncDrop(entry);
   COAP_RpcSerDelAllUriTuple(ctx, entry);
   PoolFree(ctx->param.memHandle, entry->obVtbl);
   entry->obVtbl = nullptr;

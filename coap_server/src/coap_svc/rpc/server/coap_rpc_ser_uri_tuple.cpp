@@ -4,6 +4,7 @@
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/common/coap_rpc_table.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_tuple_bytes.h"
+#include "coap_svc/rpc/server/sync/coap_rpc_ser_sync.h"
 
 using namespace coap_rpc;
 
@@ -20,6 +21,17 @@ bool HoldsTuples(const CoapRpcSerUriVtbl *entry) {
   return entry->obVtbl && entry->tupleSetDesc.cmp;
 }
 
+// AddPlain adds a tuple without a version.
+CoapRpcUriTuple *AddPlain(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const void *tupleKey,
+                          const void *tupleVal) {
+  const CoapRpcSerObVtblReg &ob = *entry->obVtbl;
+  auto tuple = NewZeroed<CoapRpcUriTuple>(ctx->param.memHandle, TupleBytes(ob));
+  if (!tuple) return nullptr;
+  CopyTupleKey(ob, tuple->key, tupleKey, kSiteAddUriTupleKeyCopy);
+  CopyTupleVal(ob, tuple->key, tupleVal, kSiteAddUriTupleValCopy);
+  return TuplesOf(entry).Insert(tuple.get()) ? tuple.release() : nullptr;
+}
+
 }  // namespace
 
 uint32_t COAP_RpcSerProcUpdateTuple(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry,
@@ -27,9 +39,10 @@ uint32_t COAP_RpcSerProcUpdateTuple(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry,
                                     const void *tupleVal) {
   CoapRpcUriTuple *tuple = COAP_RpcSerFindUriTuple(entry, tupleKey);
   if (!tuple) {
-    // A tuple that finds no memory is deliberately not reported: its change is still to be queued.
-    COAP_RpcSerAddUriTuple(ctx, entry, tupleKey, tupleVal);
-    return 0;
+    // A tuple that finds no memory is deliberately not reported, unless it was to have a version:
+    // its change is still to be queued.
+    const CoapRpcUriTuple *added = COAP_RpcSerAddUriTuple(ctx, entry, tupleKey, tupleVal);
+    return added || !entry->sync ? 0 : Code(kSiteProcUpdateTupleFailed);
   }
   const uint32_t ret = COAP_RpcSerUpdateUriTuple(ctx, entry, tuple, tupleKey, tupleVal);
   return ret == 0 ? 0 : Code(kSiteProcUpdateTupleFailed);
@@ -56,22 +69,22 @@ CoapRpcUriTuple *COAP_RpcSerGetNextUriTuple(CoapRpcSerUriVtbl *entry,
 CoapRpcUriTuple *COAP_RpcSerAddUriTuple(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry,
                                         const void *tupleKey, const void *tupleVal) {
   if (!HoldsTuples(entry)) return nullptr;
-  const CoapRpcSerObVtblReg &ob = *entry->obVtbl;
-  auto tuple = NewZeroed<CoapRpcUriTuple>(ctx->param.memHandle, TupleBytes(ob));
+  CoapRpcUriTuple *tuple = entry->sync ? SyncSetAdd(entry->sync->set, tupleKey, tupleVal)
+                                       : AddPlain(ctx, entry, tupleKey, tupleVal);
   if (!tuple) return nullptr;
-  CopyTupleKey(ob, tuple->key, tupleKey, kSiteAddUriTupleKeyCopy);
-  CopyTupleVal(ob, tuple->key, tupleVal, kSiteAddUriTupleValCopy);
-  if (!TuplesOf(entry).Insert(tuple.get())) return nullptr;
-
   COAP_RPC_LOG(ctx->log, kLogAddUriTuple,
                "[CoapRpc]insert when add uri tuple, uri:%s, msgType:%u, observe:%u, pktType:%u.\n",
                COAP_RPC_KEY_ARGS(entry->key));
-  return tuple.release();
+  return tuple;
 }
 
 uint32_t COAP_RpcSerUpdateUriTuple(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry,
                                    CoapRpcUriTuple *tuple, const void *, const void *tupleVal) {
-  CopyTupleVal(*entry->obVtbl, tuple->key, tupleVal, kSiteUpdateUriTupleValCopy);
+  if (entry->sync) {
+    SyncSetUpdate(entry->sync->set, tuple, tupleVal);
+  } else {
+    CopyTupleVal(*entry->obVtbl, tuple->key, tupleVal, kSiteUpdateUriTupleValCopy);
+  }
   COAP_RPC_LOG(ctx->log, kLogUpdateUriTuple,
                "[CoapRpc]update when add uri tuple, uri:%s, msgType:%u, observe:%u, pktType:%u.\n",
                COAP_RPC_KEY_ARGS(entry->key));
@@ -80,6 +93,10 @@ uint32_t COAP_RpcSerUpdateUriTuple(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry,
 
 void COAP_RpcSerDelUriTuple(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, CoapRpcUriTuple *tuple) {
   if (!tuple) return;
+  if (entry->sync) {
+    SyncSetDelete(entry->sync->set, tuple);
+    return;
+  }
   TuplesOf(entry).Remove(tuple);
   PoolFree(ctx->param.memHandle, tuple);
 }

@@ -1,0 +1,71 @@
+#include "coap_svc/rpc/server/sync/coap_rpc_ser_sync.h"
+#include "coap_svc/rpc/coap_rpc_sync.h"
+#include "coap_svc/rpc/common/coap_rpc_own.h"
+#include "coap_svc/rpc/common/coap_rpc_sites.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
+
+using namespace coap_rpc;
+
+namespace {
+
+CoapRpcSerUriVtbl *Find(const CoapRpcCtx *ctx, const CoapRpcUriKey *key) {
+  return ctx->ser->findUriVtbl(ctx->ser, key);
+}
+
+// FindSynced returns the entry of a key whose tuples have versions, or null.
+CoapRpcSerUriVtbl *FindSynced(const CoapRpcCtx *ctx, const CoapRpcUriKey *key) {
+  CoapRpcSerUriVtbl *entry = Find(ctx, key);
+  return entry && entry->sync ? entry : nullptr;
+}
+
+// Meet stores a tuple of the application's.  False: no memory.
+bool Meet(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const void *tupleKey, const void *tupleVal) {
+  if (COAP_RpcSerObserveDataUpdate(ctx, &entry->key, tupleKey, tupleVal) != 0) return false;
+  SyncSetMeet(entry->sync->set, COAP_RpcSerFindUriTuple(entry, tupleKey));
+  return true;
+}
+
+// MeetAll stores all tuples that `next` hands out, using `tuple` for them.
+uint32_t MeetAll(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, CoapRpcSerSyncNext next,
+                 uint64_t userData, uint8_t *tuple) {
+  uint8_t *val = tuple + entry->obVtbl->keyLen;
+  uint32_t ret = 0;
+  while ((ret = next(userData, tuple, val)) == 0) {
+    if (!Meet(ctx, entry, tuple, val)) return Code(kSiteSyncReplaceNoMemory);
+  }
+  return ret == COAP_RPC_SYNC_END ? 0 : Code(kSiteSyncReplaceNextFailed);
+}
+
+void DeleteUnmet(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
+  SyncSet &set = entry->sync->set;
+  CoapRpcUriTuple *following = nullptr;
+  for (CoapRpcUriTuple *tuple = SyncSetUnmet(set, nullptr); tuple; tuple = following) {
+    following = SyncSetUnmet(set, tuple);
+    COAP_RpcSerObserveDataDel(ctx, &entry->key, tuple->key);
+  }
+}
+
+}  // namespace
+
+uint32_t COAP_RpcSerSetUriSync(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
+                               const CoapRpcSerSyncParam *param) {
+  if (!ctx || !ctx->ser || !key) return Violated(kSiteSetUriSyncNullArg);
+  CoapRpcSerUriVtbl *entry = Find(ctx, key);
+  if (!entry || !entry->obVtbl) return Code(kSiteSetUriSyncNoUri);
+  return SetSync(entry, param ? *param : CoapRpcSerSyncParam{});
+}
+
+uint32_t COAP_RpcSerSyncReplace(CoapRpcCtx *ctx, const CoapRpcUriKey *key, CoapRpcSerSyncNext next,
+                                uint64_t userData) {
+  if (!ctx || !ctx->ser || !key || !next) return Violated(kSiteSyncReplaceNullArg);
+  CoapRpcSerUriVtbl *entry = FindSynced(ctx, key);
+  if (!entry) return Code(kSiteSyncReplaceNoSync);
+  const uint64_t mem = ctx->param.memHandle;
+  const size_t len = size_t{entry->obVtbl->keyLen} + entry->obVtbl->valLen;
+  const PoolPtr<uint8_t> tuple(static_cast<uint8_t *>(PoolAlloc(mem, len)), {mem});
+  if (!tuple) return Code(kSiteSyncReplaceNoMemory);
+  SyncSetBeginReplacement(entry->sync->set);
+  const uint32_t ret = MeetAll(ctx, entry, next, userData, tuple.get());
+  if (ret == 0) DeleteUnmet(ctx, entry);
+  return ret;
+}

@@ -1,0 +1,225 @@
+#include "coap_svc/rpc/server/sync/coap_rpc_ser_sync_set.h"
+
+#include <xxhash.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "coap_svc/rpc/common/coap_rpc_own.h"
+#include "coap_svc/rpc/common/coap_rpc_table.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_tuple_bytes.h"
+
+namespace coap_rpc {
+namespace {
+
+constexpr uint32_t kLivePerTombstone = 4;
+
+int32_t CompareVersions(const void *a, const void *b) {
+  const uint64_t versionA = *static_cast<const uint64_t *>(a);
+  const uint64_t versionB = *static_cast<const uint64_t *>(b);
+  return (versionA > versionB) - (versionA < versionB);
+}
+
+using Versions = COAP_RPC_TABLE(SyncTuple, version, uint64_t, CompareVersions);
+using Keys = Table<CoapRpcUriTuple, void, offsetof(CoapRpcUriTuple, node)>;
+
+const CoapRpcSerObVtblReg &ObOf(const SyncSet &set) { return *set.entry->obVtbl; }
+
+uint64_t MemOf(const SyncSet &set) { return CoapRpcSerRootOf(set.entry)->param.memHandle; }
+
+Keys LiveKeys(const SyncSet &set) { return Keys(set.entry->tupleSetTree, set.entry->tupleSetDesc); }
+
+Keys TombKeys(SyncSet &set) { return Keys(set.tombKeys, set.entry->tupleSetDesc); }
+
+SyncTuple *VersionOf(CoapRpcUriTuple *tuple) { return reinterpret_cast<SyncTuple *>(tuple) - 1; }
+
+CoapRpcUriTuple *TupleOf(SyncTuple *version) {
+  return reinterpret_cast<CoapRpcUriTuple *>(version + 1);
+}
+
+uint64_t HashOf(const SyncSet &set, const CoapRpcUriTuple *tuple) {
+  return XXH64(tuple->key, TupleBytes(ObOf(set)), 0);
+}
+
+uint64_t NextVersion(SyncSet &set) {
+  ++set.head;
+  if (set.onChange) set.onChange(set.entry);
+  return set.head;
+}
+
+// Append puts a tuple, which is in no order, at the end of one.
+void Append(SyncSet &set, OSAL_AVL3_TREE &order, CoapRpcUriTuple *tuple) {
+  SyncTuple *rec = VersionOf(tuple);
+  rec->version = NextVersion(set);
+  (void)Versions(order).Insert(rec);  // the version is new
+}
+
+PoolPtr<SyncTuple> NewTuple(const SyncSet &set) {
+  return NewZeroed<SyncTuple>(MemOf(set), sizeof(CoapRpcUriTuple) + TupleBytes(ObOf(set)));
+}
+
+void Free(const SyncSet &set, CoapRpcUriTuple *tuple) { PoolFree(MemOf(set), VersionOf(tuple)); }
+
+void Unbury(SyncSet &set, CoapRpcUriTuple *tomb) {
+  TombKeys(set).Remove(tomb);
+  Versions(set.tombTree).Remove(VersionOf(tomb));
+  --set.numTombs;
+}
+
+void DropOldestTomb(SyncSet &set) {
+  CoapRpcUriTuple *tomb = TupleOf(Versions(set.tombTree).First());
+  set.floor = VersionOf(tomb)->version;
+  Unbury(set, tomb);
+  Free(set, tomb);
+}
+
+uint32_t MaxTombs(const SyncSet &set) {
+  return std::max(set.minTombs, set.numLive / kLivePerTombstone);
+}
+
+// Revive takes a tombstone as the record of its key, which has come back without a value so far.
+CoapRpcUriTuple *Revive(SyncSet &set, CoapRpcUriTuple *tomb) {
+  Unbury(set, tomb);
+  const CoapRpcSerObVtblReg &ob = ObOf(set);
+  std::fill_n(tomb->key + ob.keyLen, ob.valLen, uint8_t{0});
+  return tomb;
+}
+
+// TakeRecord returns a record with the key, in no table; null without memory.
+CoapRpcUriTuple *TakeRecord(SyncSet &set, const void *tupleKey) {
+  if (CoapRpcUriTuple *tomb = TombKeys(set).Find(tupleKey)) return Revive(set, tomb);
+  auto made = NewTuple(set);
+  if (!made) return nullptr;
+  CoapRpcUriTuple *tuple = TupleOf(made.release());
+  CopyTupleKey(ObOf(set), tuple->key, tupleKey, kSiteAddUriTupleKeyCopy);
+  return tuple;
+}
+
+// GoLive puts a record, which is in no table, into those of live tuples.
+void GoLive(SyncSet &set, CoapRpcUriTuple *tuple) {
+  (void)LiveKeys(set).Insert(tuple);  // the caller has looked for its key
+  ++set.numLive;
+  set.digest += HashOf(set, tuple);
+  Append(set, set.liveTree, tuple);
+}
+
+bool IsEqual(const SyncSet &set, const CoapRpcUriTuple *tuple, const void *tupleVal) {
+  const CoapRpcSerObVtblReg &ob = ObOf(set);
+  return !tupleVal || memcmp(tuple->key + ob.keyLen, tupleVal, ob.valLen) == 0;
+}
+
+// CopyAll makes a record with a version of each of the entry's tuples.  False: no memory.
+bool CopyAll(SyncSet &set) {
+  const Keys keys = LiveKeys(set);
+  for (const CoapRpcUriTuple *tuple = keys.First(); tuple; tuple = keys.Next(tuple)) {
+    auto made = NewTuple(set);
+    if (!made) return false;
+    CoapRpcUriTuple *copy = TupleOf(made.release());
+    std::copy_n(tuple->key, TupleBytes(ObOf(set)), copy->key);
+    Append(set, set.liveTree, copy);
+  }
+  return true;
+}
+
+// ReplaceAll puts the copies into the table of keys, in place of what they were made from.
+void ReplaceAll(SyncSet &set) {
+  Keys keys = LiveKeys(set);
+  keys.Drain([&](CoapRpcUriTuple *tuple) {
+    keys.Remove(tuple);
+    PoolFree(MemOf(set), tuple);
+  });
+  const Versions order(set.liveTree);
+  for (SyncTuple *rec = order.First(); rec; rec = order.Next(rec)) {
+    (void)keys.Insert(TupleOf(rec));
+    ++set.numLive;
+    set.digest += HashOf(set, TupleOf(rec));
+  }
+}
+
+void FreeOrder(SyncSet &set, OSAL_AVL3_TREE &tree) {
+  Versions order(tree);
+  order.Drain([&](SyncTuple *rec) {
+    order.Remove(rec);
+    Free(set, TupleOf(rec));
+  });
+}
+
+}  // namespace
+
+SyncWalk::SyncWalk(SyncSet &set, uint64_t since)
+    : set_(set),
+      live_(Versions(set.liveTree).After(&since)),
+      tomb_(Versions(set.tombTree).After(&since)) {}
+
+bool SyncWalk::Next(SyncChange &change) {
+  if (!live_ && !tomb_) return false;
+  const bool isLive = !tomb_ || (live_ && live_->version < tomb_->version);
+  SyncTuple *&next = isLive ? live_ : tomb_;
+  const uint8_t *key = TupleOf(next)->key;
+  change = {next->version, key, isLive ? key + ObOf(set_).keyLen : nullptr};
+  next = Versions(isLive ? set_.liveTree : set_.tombTree).Next(next);
+  return true;
+}
+
+bool SyncSetAdopt(SyncSet &set) {
+  const bool isCopied = CopyAll(set);
+  if (isCopied) {
+    ReplaceAll(set);
+  } else {
+    FreeOrder(set, set.liveTree);
+  }
+  return isCopied;
+}
+
+CoapRpcUriTuple *SyncSetAdd(SyncSet &set, const void *tupleKey, const void *tupleVal) {
+  if (LiveKeys(set).Find(tupleKey)) return nullptr;
+  CoapRpcUriTuple *tuple = TakeRecord(set, tupleKey);
+  if (!tuple) return nullptr;
+  CopyTupleVal(ObOf(set), tuple->key, tupleVal, kSiteAddUriTupleValCopy);
+  GoLive(set, tuple);
+  return tuple;
+}
+
+void SyncSetUpdate(SyncSet &set, CoapRpcUriTuple *tuple, const void *tupleVal) {
+  if (IsEqual(set, tuple, tupleVal)) return;
+  set.digest -= HashOf(set, tuple);
+  CopyTupleVal(ObOf(set), tuple->key, tupleVal, kSiteUpdateUriTupleValCopy);
+  set.digest += HashOf(set, tuple);
+  Versions(set.liveTree).Remove(VersionOf(tuple));
+  Append(set, set.liveTree, tuple);
+}
+
+void SyncSetDelete(SyncSet &set, CoapRpcUriTuple *tuple) {
+  set.digest -= HashOf(set, tuple);
+  LiveKeys(set).Remove(tuple);
+  Versions(set.liveTree).Remove(VersionOf(tuple));
+  --set.numLive;
+  (void)TombKeys(set).Insert(tuple);  // a key is live or has a tombstone
+  Append(set, set.tombTree, tuple);
+  ++set.numTombs;
+  while (set.numTombs > MaxTombs(set)) DropOldestTomb(set);
+}
+
+void SyncSetBeginReplacement(SyncSet &set) { ++set.numReplacements; }
+
+void SyncSetMeet(SyncSet &set, CoapRpcUriTuple *tuple) {
+  VersionOf(tuple)->metBy = set.numReplacements;
+}
+
+CoapRpcUriTuple *SyncSetUnmet(SyncSet &set, CoapRpcUriTuple *after) {
+  const Keys keys = LiveKeys(set);
+  CoapRpcUriTuple *tuple = after ? keys.Next(after) : keys.First();
+  while (tuple && VersionOf(tuple)->metBy == set.numReplacements) tuple = keys.Next(tuple);
+  return tuple;
+}
+
+void SyncSetClear(SyncSet &set) {
+  Keys(set.entry->tupleSetTree, set.entry->tupleSetDesc).Init();
+  FreeOrder(set, set.liveTree);
+  FreeOrder(set, set.tombTree);
+  set.tombKeys = {};
+  set.numLive = set.numTombs = 0;
+  set.digest = 0;
+}
+
+}  // namespace coap_rpc
