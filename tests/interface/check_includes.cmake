@@ -25,8 +25,8 @@ function(coap_rpc_forbid pattern folder what)
 endfunction()
 
 foreach(folder common init server client)
-  coap_rpc_forbid("[<\"](coap3|jansson|libcoap/)" ${rpc}/${folder}
-    "only libadapter includes libcoap or Jansson")
+  coap_rpc_forbid("[<\"](coap3|jansson|cbor|libcoap/)" ${rpc}/${folder}
+    "only libadapter includes libcoap, Jansson or libcbor")
 endforeach()
 coap_rpc_forbid("coap3/.*internal" ${rpc} "only third_party/libcoap/ext includes internal headers")
 coap_rpc_forbid("coap_svc/|jansson" ${ext} "what is compiled into libcoap knows only types and links"
