@@ -31,6 +31,10 @@ typedef struct CoapRpcLibExtOps {
   /* isUnderWay says whether libcoap still has a request of a client session, or a body that may
    * belong to it. */
   uint32_t (*isUnderWay)(const coap_session_t *session, int32_t mid);
+  /* pushSync makes libcoap notify those observers of an entry that keep its tuples' versions;
+   * returns how many.  dropSyncObserver ends their registrations through a session. */
+  uint32_t (*pushSync)(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry);
+  void (*dropSyncObserver)(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const void *session);
 } CoapRpcLibExtOps;
 
 struct CoapRpcCtx {

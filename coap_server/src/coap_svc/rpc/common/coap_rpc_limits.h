@@ -77,6 +77,12 @@ inline constexpr uint32_t kMaxSpareBlocks = 64;
 inline constexpr uint32_t kLastBlockKeepMs = 10000;
 inline constexpr uint32_t kMaxLastBlocks = 64;
 
+// Observers that keep versions.  One that asks nothing for more than so many ticks of its lease,
+// which is the time of as many, is removed.  Pages that travel in blocks: the oldest go when there
+// are too many.
+inline constexpr uint32_t kSyncLeaseTicks = 4;
+inline constexpr uint32_t kMaxSyncBodies = 64;
+
 // Asynchronous requests.  A message with the same message id is a retransmission for this long
 // (RFC 7252 section 4.8.2, EXCHANGE_LIFETIME).
 inline constexpr uint32_t kExchangeLifetimeMs = 247000;

@@ -5,6 +5,7 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_parts.h"
 #include "coap_svc/rpc/libadapter/serve/coap_rpc_lib_answer_session.h"
+#include "coap_svc/rpc/libadapter/sync/coap_rpc_lib_sync.h"
 
 const CoapRpcLibExtOps g_coapRpcLibExtOps = {
     .forgetEntry = CoapRpcPartsForgetEntry,
@@ -12,4 +13,6 @@ const CoapRpcLibExtOps g_coapRpcLibExtOps = {
     .openEndPoint = CoapRpcLibOpenEndPoint,
     .mustWait = CoapRpcRelationMustWait,
     .isUnderWay = coap_rpc::IsUnderWay,
+    .pushSync = coap_rpc::PushSync,
+    .dropSyncObserver = coap_rpc::DropSyncObserver,
 };

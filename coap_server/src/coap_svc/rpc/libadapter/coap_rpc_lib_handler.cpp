@@ -15,6 +15,7 @@
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_answer.h"
 #include "coap_svc/rpc/libadapter/serve/coap_rpc_lib_async.h"
 #include "coap_svc/rpc/libadapter/serve/coap_rpc_lib_request.h"
+#include "coap_svc/rpc/libadapter/sync/coap_rpc_lib_sync.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
 
 namespace {
@@ -81,7 +82,7 @@ void COAP_RpcSerGetHandler(coap_resource_t *resource, coap_session_t *session,
   if (!request || !response) return;
   Exchange exchange = MakeExchange(resource, session, request, query, response);
   if (AnswerLastBlock(exchange)) return;
-  if (ServeDirect(exchange)) return;
+  if (ServeSync(exchange) || ServeDirect(exchange)) return;
   const uint32_t ret = HandleRequest(exchange);
   if (!resource || COAP_RpcCheckObserveOption(request) == 0) return;
 

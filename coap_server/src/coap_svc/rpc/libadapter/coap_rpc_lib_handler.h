@@ -1,10 +1,11 @@
 /* coap_rpc_lib_handler.h: the front door, where libcoap hands the adapter requests and events.
  *
- * Behind it are four rooms.  A request whose URI has a direct entry goes to direct, any other to
- * serve; of a GET with the Observe option publish has a part as well: first the request is served,
- * then the observer.  An event goes to the room that the message or session belongs to: publish for
- * notifications, direct and serve for asynchronous answers, rpc_call for calls, call for all else.
- * A response goes to rpc_call if its token is of a call's kind, else to call. */
+ * Behind it are five rooms.  A GET that asks for versions of tuples goes to sync, another request
+ * whose URI has a direct entry to direct, any other to serve; of a GET with the Observe option
+ * publish has a part as well: first the request is served, then the observer.  An event goes to the
+ * room that the message or session belongs to: publish for notifications, direct and serve for
+ * asynchronous answers, rpc_call for calls, call for all else.  A response goes to rpc_call if its
+ * token is of a call's kind, else to call. */
 #ifndef COAP_RPC_LIB_HANDLER_H
 #define COAP_RPC_LIB_HANDLER_H
 

@@ -122,6 +122,20 @@ CoapRpcSerUriVtbl *FindOnListen(CoapRpcCtx *ctx, CoapRpcUriKey *key, const coap_
   return entry;
 }
 
+// FindServed finds the entry of a request by its key.
+CoapRpcSerUriVtbl *FindServed(CoapRpcCtx *ctx, CoapRpcUriKey *key, const coap_pdu_t *pdu,
+                              const coap_session_t *session) {
+  uint32_t code = 0;
+  COAP_RpcGetCodeType(pdu, &code);
+  COAP_RPC_DEBUG(ctx, "[CoapRpc]server get vtbl, uri:%s, msgType:%u, observe:%u.\n",
+                 UriText(key->uri).c_str(), key->msgType, key->observe);
+  if (code != COAP_RPC_POST || CoapRpcLibIsDynamicMac(key) != 0) {
+    CoapRpcSerUriVtbl *entry = FindEither(ctx->ser, *key);
+    if (entry) return entry;
+  }
+  return FindOnListen(ctx, key, pdu, session);
+}
+
 }  // namespace
 
 const char *CoapRpcLibPathOf(const coap_pdu_t *pdu, char *path) {
@@ -147,16 +161,15 @@ CoapRpcCliUriVtbl *COAP_RpcCliGetVtbl(CoapRpcCtx *ctx, const coap_pdu_t *pdu) {
 CoapRpcSerUriVtbl *COAP_RpcSerGetVtbl(CoapRpcCtx *ctx, const coap_pdu_t *pdu,
                                       const coap_session_t *session) {
   CoapRpcUriKey key = {};
+  return IsReady(ctx->ser) && BuildKey(pdu, &key) ? FindServed(ctx, &key, pdu, session) : nullptr;
+}
+
+CoapRpcSerUriVtbl *CoapRpcLibObservableVtbl(CoapRpcCtx *ctx, const coap_pdu_t *pdu,
+                                            const coap_session_t *session) {
+  CoapRpcUriKey key = {};
   if (!IsReady(ctx->ser) || !BuildKey(pdu, &key)) return nullptr;
-  uint32_t code = 0;
-  COAP_RpcGetCodeType(pdu, &code);
-  COAP_RPC_DEBUG(ctx, "[CoapRpc]server get vtbl, uri:%s, msgType:%u, observe:%u.\n",
-                 UriText(key.uri).c_str(), key.msgType, key.observe);
-  if (code != COAP_RPC_POST || CoapRpcLibIsDynamicMac(&key) != 0) {
-    CoapRpcSerUriVtbl *entry = FindEither(ctx->ser, key);
-    if (entry) return entry;
-  }
-  return FindOnListen(ctx, &key, pdu, session);
+  key.observe = 1;
+  return FindServed(ctx, &key, pdu, session);
 }
 
 CoapRpcSerUriVtbl *COAP_RpcSerGetVtblByFuzzyMsgType(CoapRpcCtx *ctx, const CoapRpcUriKey *key) {

@@ -24,6 +24,10 @@ const char *CoapRpcLibPathOf(const coap_pdu_t *pdu, char *path);
 COAP_RPC_API CoapRpcSerUriVtbl *COAP_RpcSerGetVtbl(CoapRpcCtx *ctx, const coap_pdu_t *pdu,
                                                    const coap_session_t *session);
 
+/* CoapRpcLibObservableVtbl finds the entry that a request would have with the Observe option. */
+CoapRpcSerUriVtbl *CoapRpcLibObservableVtbl(CoapRpcCtx *ctx, const coap_pdu_t *pdu,
+                                            const coap_session_t *session);
+
 /* COAP_RpcSerGetVtblByFuzzyMsgType finds a server entry by key, then with the other message type.
  */
 COAP_RPC_API CoapRpcSerUriVtbl *COAP_RpcSerGetVtblByFuzzyMsgType(CoapRpcCtx *ctx,

@@ -10,6 +10,7 @@
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_lookup.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_flight.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_payload.h"
+#include "coap_svc/rpc/libadapter/sync/coap_rpc_lib_sync.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_observe.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
 #include "libcoap/ext/coap_rpc_lib_internals.h"
@@ -113,6 +114,9 @@ int COAP_RpcSerAddObserve(coap_session_t *session, coap_subscription_t *subscrip
   auto *ctx = static_cast<CoapRpcCtx *>(root);
   CoapRpcSerUriVtbl *entry = FindObserved(ctx, subscription, session);
   if (!entry || !entry->obVtbl) return 0;
+  if (IsSyncSubscription(entry, subscription)) {
+    return AddSyncObserver(ctx, entry, session, subscription);
+  }
   // Notifications are to carry no check code: only the registration itself resynchronises.
   CoapRpcLibStripQuery(subscription);
   entry->isSendingLargeBlock = 0;
@@ -124,11 +128,12 @@ int COAP_RpcSerAddObserve(coap_session_t *session, coap_subscription_t *subscrip
 
 int COAP_RpcSerDelObserve(coap_session_t *session, coap_subscription_t *subscription, void *root) {
   auto *ctx = static_cast<CoapRpcCtx *>(root);
+  CoapRpcSerUriVtbl *entry = FindObserved(ctx, subscription, session);
+  if (IsSyncSubscription(entry, subscription)) return DelSyncObserver(ctx, entry, session);
   if (ctx && ctx->lib) {
     ForgetQuery(ctx, CoapRpcLibSubscriptionPdu(subscription));
     NoteObserverLeaves(ctx, session, CoapRpcLibSubscriptionPdu(subscription));
   }
-  CoapRpcSerUriVtbl *entry = FindObserved(ctx, subscription, session);
   if (!entry) return 0;
   if (entry->observerNum != 0) --entry->observerNum;
   if (entry->observerNum == 0) entry->isSendingLargeBlock = 0;
@@ -160,7 +165,7 @@ uint32_t COAP_RpcSerNotifyObservers(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
   const UriText uri(entry->key.uri);
   coap_str_const_t path{strlen(uri.c_str()), reinterpret_cast<const uint8_t *>(uri.c_str())};
   coap_resource_t *resource = coap_get_resource_from_uri_path(ctx->lib->coapCtx, &path);
-  if (resource) coap_resource_notify_observers(resource, nullptr);
+  if (resource) NotifyUnsynced(ctx, resource);
   return 0;
 }
 

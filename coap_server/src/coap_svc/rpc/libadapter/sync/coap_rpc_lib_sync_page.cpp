@@ -39,7 +39,8 @@ bool Add(SyncPage &page, const SyncChange &change, size_t pageBytes) {
 
 void EndAt(SyncPage &page, uint64_t to) {
   page.to = to;
-  if (to == page.set->head) page.flags |= kSyncAtHead;
+  const bool isRestart = (page.flags & kSyncRestart) != 0;
+  if (to == page.set->head && !isRestart) page.flags |= kSyncAtHead;
 }
 
 // Fits says whether all changes after a version fit into one page.

@@ -2,11 +2,90 @@
 
 #include <sys/random.h>
 
+#include <algorithm>
+
+#include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_tuple_bytes.h"
+#include "kst_tmr.h"
 
 namespace coap_rpc {
 namespace {
+
+CoapRpcCtx *RootOf(const CoapRpcSerUriVtbl *entry) { return CoapRpcSerRootOf(entry); }
+
+uint64_t MemOf(const CoapRpcSerUriVtbl *entry) { return RootOf(entry)->param.memHandle; }
+
+uint64_t StartTimer(CoapRpcSerUriVtbl *entry, KST_TmrTick tick, uint32_t periodMs) {
+  return KST_TmrStartLoop(RootOf(entry)->param.tmrHandle, tick, std::max(periodMs, 1u), entry);
+}
+
+void StopTimer(const CoapRpcSerUriVtbl *entry, uint64_t &timer) {
+  if (timer != 0) KST_TmrStop(RootOf(entry)->param.tmrHandle, timer);
+  timer = 0;
+}
+
+// Push makes a round due.  Without anybody to notify there is none.
+void Push(CoapRpcSerUriVtbl *entry) {
+  const CoapRpcLibExtOps *ops = RootOf(entry)->libExt;
+  entry->sync->isRoundAhead = ops && ops->pushSync(RootOf(entry), entry) != 0;
+}
+
+uint32_t EndWindow(void *param) {
+  auto *entry = static_cast<CoapRpcSerUriVtbl *>(param);
+  StopTimer(entry, entry->sync->windowTimer);
+  Push(entry);
+  return 0;
+}
+
+// StartWindow returns false when changes are not to be collected, or no timer can be started.
+bool StartWindow(CoapRpcSerUriVtbl *entry) {
+  CoapRpcSerSync &sync = *entry->sync;
+  if (sync.param.windowMs == 0) return false;
+  sync.windowTimer = StartTimer(entry, EndWindow, sync.param.windowMs);
+  return sync.windowTimer != 0;
+}
+
+void OnChange(CoapRpcSerUriVtbl *entry) {
+  CoapRpcSerSync &sync = *entry->sync;
+  if (sync.peers.num == 0 || sync.isRoundAhead) return;
+  sync.isRoundAhead = true;
+  if (!StartWindow(entry)) Push(entry);
+}
+
+// TellConfirmed comes after whatever may have raised the least version.
+void TellConfirmed(CoapRpcSerUriVtbl *entry) {
+  CoapRpcSerSync &sync = *entry->sync;
+  if (sync.peers.num == 0 || sync.peers.least <= sync.told) return;
+  sync.told = sync.peers.least;
+  if (sync.param.onConfirmed) sync.param.onConfirmed(sync.param.userData, sync.told);
+}
+
+// Expire ends the registrations of a peer, and what is known of it if there was none.
+void Expire(CoapRpcSerUriVtbl *entry, const void *session) {
+  CoapRpcSerSync &sync = *entry->sync;
+  const CoapRpcLibExtOps *ops = RootOf(entry)->libExt;
+  if (ops) ops->dropSyncObserver(RootOf(entry), entry, session);
+  SyncPeer *left = SyncPeerFind(sync.peers, session);
+  if (left) SyncPeerRemove(MemOf(entry), sync.peers, left);
+}
+
+// OnLeaseTick does nothing inside libcoap's I/O, whose callbacks may run timers.
+uint32_t OnLeaseTick(void *param) {
+  auto *entry = static_cast<CoapRpcSerUriVtbl *>(param);
+  if (RootOf(entry)->ioDepth != 0) return 0;
+  SyncPeersTick(entry->sync->peers);
+  while (const SyncPeer *peer = SyncPeerExpired(entry->sync->peers)) Expire(entry, peer->session);
+  if (entry->sync->peers.num == 0) StopTimer(entry, entry->sync->leaseTimer);
+  TellConfirmed(entry);
+  return 0;
+}
+
+void RunLeases(CoapRpcSerUriVtbl *entry) {
+  CoapRpcSerSync &sync = *entry->sync;
+  if (sync.leaseTimer != 0 || sync.peers.num == 0) return;
+  sync.leaseTimer = StartTimer(entry, OnLeaseTick, sync.param.leaseMs / kSyncLeaseTicks);
+}
 
 uint32_t Or(uint32_t value, uint32_t ifZero) { return value != 0 ? value : ifZero; }
 
@@ -41,8 +120,22 @@ uint32_t Begin(CoapRpcSerUriVtbl *entry, const CoapRpcSerSyncParam &param) {
   if (sync->set.replid == 0) return Code(kSiteSetUriSyncNoRandom);
   Apply(*sync, param);
   if (!SyncSetAdopt(sync->set)) return Code(kSiteSetUriSyncNoMemory);
+  sync->set.onChange = OnChange;
   entry->sync = sync.release();
   return 0;
+}
+
+// Change gives other parameters.  A window that has begun goes on as it is.
+void Change(CoapRpcSerUriVtbl *entry, const CoapRpcSerSyncParam &param) {
+  Apply(*entry->sync, param);
+  StopTimer(entry, entry->sync->leaseTimer);
+  RunLeases(entry);
+}
+
+// BeginQuiet is when all changes have been told, or nobody was there to be told.
+void BeginQuiet(CoapRpcSerSync &sync) {
+  sync.notified = sync.set.head;
+  sync.isRoundAhead = sync.windowTimer != 0;
 }
 
 }  // namespace
@@ -52,15 +145,48 @@ uint32_t SetSync(CoapRpcSerUriVtbl *entry, const CoapRpcSerSyncParam &given) {
   if (!IsPageSize(param.pageBytes)) return Code(kSiteSetUriSyncPageBytes);
   if (TupleBytes(*entry->obVtbl) > COAP_RPC_SYNC_MAX_TUPLE) return Code(kSiteSetUriSyncTooLong);
   if (!entry->sync) return Begin(entry, param);
-  Apply(*entry->sync, param);
+  Change(entry, param);
   return 0;
 }
 
 void SyncDrop(CoapRpcSerUriVtbl *entry) {
   if (!entry->sync) return;
-  SyncSetClear(entry->sync->set);
-  PoolFree(CoapRpcSerRootOf(entry)->param.memHandle, entry->sync);
+  CoapRpcSerSync &sync = *entry->sync;
+  StopTimer(entry, sync.windowTimer);
+  StopTimer(entry, sync.leaseTimer);
+  while (SyncPeer *peer = SyncPeerFirst(sync.peers)) SyncPeerRemove(MemOf(entry), sync.peers, peer);
+  SyncSetClear(sync.set);
+  PoolFree(MemOf(entry), entry->sync);
   entry->sync = nullptr;
+}
+
+SyncPeer *SyncObserverComes(CoapRpcSerUriVtbl *entry, const void *session) {
+  CoapRpcSerSync &sync = *entry->sync;
+  SyncPeer *peer = SyncPeerComes(MemOf(entry), sync.peers, session);
+  if (!peer) return nullptr;
+  peer->idleTicks = 0;
+  if (sync.peers.num == 1 && peer->numRegistrations == 1) BeginQuiet(sync);
+  // Those for whom a due round was may have left.
+  if (sync.isRoundAhead && sync.windowTimer == 0) Push(entry);
+  RunLeases(entry);
+  return peer;
+}
+
+void SyncObserverLeaves(CoapRpcSerUriVtbl *entry, const void *session) {
+  SyncPeerLeaves(MemOf(entry), entry->sync->peers, session);
+  TellConfirmed(entry);
+}
+
+void SyncObserverAsks(SyncPeer *peer) { peer->idleTicks = 0; }
+
+void SyncObserverHas(CoapRpcSerUriVtbl *entry, SyncPeer *peer, uint64_t version) {
+  SyncPeerConfirms(entry->sync->peers, peer, version);
+  TellConfirmed(entry);
+}
+
+void SyncRoundBegins(CoapRpcSerSync &sync) {
+  sync.pageHead = sync.set.head;
+  BeginQuiet(sync);
 }
 
 }  // namespace coap_rpc

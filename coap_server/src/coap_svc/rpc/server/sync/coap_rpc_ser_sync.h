@@ -1,15 +1,36 @@
 /* coap_rpc_ser_sync.h: what an entry whose tuples have versions has beyond others.
  *
- * It is made once, by COAP_RpcSerSetUriSync, and lives as long as the entry's observe record. */
+ * It is made once, by COAP_RpcSerSetUriSync, and lives as long as the entry's observe record.
+ *
+ * Changes reach the observers in rounds:
+ *
+ *   quiet    all changes have been told
+ *   window   the first change after it was made less than windowMs ago (not when that is 0)
+ *   due      libcoap was asked to notify the observers
+ *   quiet    again, when the page of the round is built for the first of them (SyncRoundBegins)
+ *
+ * Changes that come while a round is due are in it.  A page is built once, and serves all: the
+ * notification of one who must wait has the same page, or that of a later round.  Without observers
+ * it is always quiet. */
 #ifndef COAP_RPC_SER_SYNC_H
 #define COAP_RPC_SER_SYNC_H
 
 #include "coap_svc/rpc/coap_rpc_sync.h"
+#include "coap_svc/rpc/server/sync/coap_rpc_ser_sync_peers.h"
 #include "coap_svc/rpc/server/sync/coap_rpc_ser_sync_set.h"
 
 struct CoapRpcSerSync {
   coap_rpc::SyncSet set;
   CoapRpcSerSyncParam param;  // without zeros that stand for defaults
+  coap_rpc::SyncPeers peers;
+  uint64_t told;         // greatest version that onConfirmed was called with
+  uint64_t notified;     // the head when the latest round began
+  uint64_t windowTimer;  // 0 none
+  uint64_t leaseTimer;   // runs while there are peers; 0 none
+  bool isRoundAhead;     // in the window, or due
+  uint64_t pageHead;     // the head when the page was built
+  size_t pageLen;        // 0: none was built
+  uint8_t page[COAP_RPC_SYNC_MAX_PAGE];
 };
 
 namespace coap_rpc {
@@ -20,6 +41,17 @@ uint32_t SetSync(CoapRpcSerUriVtbl *entry, const CoapRpcSerSyncParam &param);
 
 // SyncDrop frees the versions of an entry, if it has any, with its tuples.
 void SyncDrop(CoapRpcSerUriVtbl *entry);
+
+// SyncObserverComes counts a registration; null without memory.  SyncObserverLeaves ends one.
+SyncPeer *SyncObserverComes(CoapRpcSerUriVtbl *entry, const void *session);
+void SyncObserverLeaves(CoapRpcSerUriVtbl *entry, const void *session);
+
+// SyncObserverAsks notes that a peer has asked, SyncObserverHas what it has.
+void SyncObserverAsks(SyncPeer *peer);
+void SyncObserverHas(CoapRpcSerUriVtbl *entry, SyncPeer *peer, uint64_t version);
+
+// SyncRoundBegins is called when the page of a round has been built.
+void SyncRoundBegins(CoapRpcSerSync &sync);
 
 }  // namespace coap_rpc
 

@@ -1,0 +1,254 @@
+#include "coap_svc/rpc/libadapter/sync/coap_rpc_lib_sync.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "coap_svc/rpc/common/coap_rpc_log_site.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_lookup.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_msg.h"
+#include "coap_svc/rpc/libadapter/sync/coap_rpc_lib_sync_body.h"
+#include "coap_svc/rpc/libadapter/sync/coap_rpc_lib_sync_page.h"
+#include "coap_svc/rpc/libadapter/sync/coap_rpc_lib_sync_query.h"
+#include "coap_svc/rpc/server/sync/coap_rpc_ser_sync.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
+#include "libcoap/ext/coap_rpc_lib_observers.h"
+
+namespace coap_rpc {
+namespace {
+
+constexpr uint16_t kCbor = COAP_MEDIATYPE_APPLICATION_CBOR;
+constexpr uint16_t kJson = COAP_MEDIATYPE_APPLICATION_JSON;
+
+bool IsReader(const CoapRpcSerUriVtbl *entry, const coap_pdu_t *request) {
+  return entry && entry->sync && IsSyncRequest(request);
+}
+
+CoapRpcSerSync &SyncOf(const Exchange &exchange) { return *exchange.entry->sync; }
+
+SyncPeer *PeerOf(const Exchange &exchange) {
+  return SyncPeerFind(SyncOf(exchange).peers, exchange.session);
+}
+
+bool HasOption(const coap_pdu_t *pdu, coap_option_num_t number) {
+  coap_opt_iterator_t it;
+  return coap_check_option(pdu, number, &it) != nullptr;
+}
+
+// AcceptOf returns the format that a request wants.
+uint32_t AcceptOf(const coap_pdu_t *request) {
+  coap_opt_iterator_t it;
+  const coap_opt_t *option = coap_check_option(request, COAP_OPTION_ACCEPT, &it);
+  return option ? coap_decode_var_bytes(coap_opt_value(option), coap_opt_length(option)) : kCbor;
+}
+
+void AddFormat(coap_pdu_t *response, uint16_t format) {
+  uint8_t value[2];
+  const unsigned len = coap_encode_var_safe(value, sizeof(value), format);
+  coap_add_option(response, COAP_OPTION_CONTENT_FORMAT, len, value);
+}
+
+// AttachMessage puts a page into the response's only message.
+bool AttachMessage(const Exchange &exchange, const uint8_t *bytes, size_t len) {
+  AddFormat(exchange.response, kCbor);
+  return coap_add_data(exchange.response, len, bytes) != 0;
+}
+
+bool AttachCborBody(const Exchange &exchange, const SyncPage &page) {
+  PoolPtr<SyncBody> body = NewSyncBody(exchange, SyncPageBound(page));
+  if (!body) return false;
+  body->len = WriteSyncPage(page, BytesOf(body.get()));
+  return AttachSyncBody(exchange, kCbor, std::move(body));
+}
+
+bool AttachJsonBody(const Exchange &exchange, const SyncPage &page) {
+  size_t len = 0;
+  const PoolPtr<char> text = WriteSyncJson(page, &len);
+  PoolPtr<SyncBody> body = text ? NewSyncBody(exchange, len) : nullptr;
+  if (!body) return false;
+  std::copy_n(text.get(), len, BytesOf(body.get()));
+  return AttachSyncBody(exchange, kJson, std::move(body));
+}
+
+bool AttachCbor(const Exchange &exchange, const SyncPage &page) {
+  uint8_t bytes[COAP_RPC_SYNC_MAX_PAGE];
+  const bool isOneMessage = SyncPageBound(page) <= sizeof(bytes);
+  if (!isOneMessage || HasOption(exchange.request, COAP_OPTION_BLOCK2)) {
+    return AttachCborBody(exchange, page);
+  }
+  return AttachMessage(exchange, bytes, WriteSyncPage(page, bytes));
+}
+
+// AnswerPage answers with a page, or with 5.03 for want of memory.
+void AnswerPage(const Exchange &exchange, const SyncPage &page) {
+  const bool isJson = AcceptOf(exchange.request) == kJson;
+  const bool isAttached = isJson ? AttachJsonBody(exchange, page) : AttachCbor(exchange, page);
+  coap_pdu_set_code(exchange.response, isAttached ? COAP_RESPONSE_CODE_CONTENT
+                                                  : COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
+}
+
+uint32_t FlagsFor(const SyncPeer *peer) { return peer ? 0u : uint32_t{kSyncNotObserving}; }
+
+// IsLost says whether a reader that knows the set's life cannot go on from what it has.
+bool IsLost(const SyncSet &set, const SyncQuery &query) {
+  const bool isFull = (query.found & kSyncArgFull) != 0;
+  return query.since > set.head || (!isFull && query.since < set.floor);
+}
+
+// CollectFor takes what a reader is to get.
+void CollectFor(CoapRpcSerSync &sync, const SyncQuery &query, uint32_t flags, SyncPage &page) {
+  const bool isOtherLife = query.id != sync.set.replid;
+  const bool isNewcomer = (query.found & kSyncArgId) == 0;
+  if (isNewcomer) {
+    EmptySyncPage(sync.set, 0, flags, page);
+  } else if (isOtherLife || IsLost(sync.set, query)) {
+    EmptySyncPage(sync.set, 0, flags | kSyncRestart, page);
+  } else {
+    CollectSyncPage(sync.set, {query.since, query.until, flags}, sync.param.pageBytes, page);
+  }
+}
+
+// NoteConfirmed takes a pull as the confirmation that it is.
+void NoteConfirmed(const Exchange &exchange, SyncPeer *peer, const SyncQuery &query) {
+  const SyncSet &set = SyncOf(exchange).set;
+  const bool isOfThisLife = query.id == set.replid && query.since <= set.head;
+  if (!isOfThisLife || (query.found & kSyncArgFull) != 0) return;
+  SyncObserverHas(exchange.entry, peer, query.since);
+}
+
+void AnswerPull(const Exchange &exchange, const SyncQuery &query) {
+  SyncPeer *peer = PeerOf(exchange);
+  const uint32_t flags = FlagsFor(peer);
+  if (peer) SyncObserverAsks(peer);
+  if (peer) NoteConfirmed(exchange, peer, query);
+  SyncPage page;
+  CollectFor(SyncOf(exchange), query, flags, page);
+  AnswerPage(exchange, page);
+}
+
+// IsObserved says whether libcoap has taken a registration.
+bool IsObserved(const Exchange &exchange) {
+  return CoapRpcLibStoredRequest(exchange.resource, exchange.session, exchange.request) != nullptr;
+}
+
+void SetPeerAddress(SyncPeer &peer, const coap_session_t *session) {
+  peer.addr = {};
+  peer.addr.port = coap_address_get_port(COAP_RpcGetRemoteAddr(session, &peer.addr.listenAddr));
+}
+
+// AnswerRegistration gives the head.  An error, as when the observer was not counted for want of
+// memory, makes libcoap forget it.
+void AnswerRegistration(const Exchange &exchange, const SyncQuery &query) {
+  SyncPeer *peer = PeerOf(exchange);
+  if (query.found != kSyncArgSync) {
+    coap_pdu_set_code(exchange.response, COAP_RESPONSE_CODE_BAD_REQUEST);
+  } else if (AcceptOf(exchange.request) != kCbor) {
+    coap_pdu_set_code(exchange.response, COAP_RESPONSE_CODE_NOT_ACCEPTABLE);
+  } else if (!peer && IsObserved(exchange)) {
+    coap_pdu_set_code(exchange.response, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
+  } else {
+    AnswerPull(exchange, query);
+  }
+}
+
+void AnswerReader(const Exchange &exchange) {
+  SyncQuery query;
+  uint32_t isRegistration = 0;
+  COAP_RpcGetObserveOption(exchange.request, &isRegistration);
+  const uint32_t accept = AcceptOf(exchange.request);
+  if (!ReadSyncQuery(exchange.request, query)) {
+    coap_pdu_set_code(exchange.response, COAP_RESPONSE_CODE_BAD_REQUEST);
+  } else if (accept != kCbor && accept != kJson) {
+    coap_pdu_set_code(exchange.response, COAP_RESPONSE_CODE_NOT_ACCEPTABLE);
+  } else if (isRegistration != 0) {
+    AnswerRegistration(exchange, query);
+  } else {
+    AnswerPull(exchange, query);
+  }
+}
+
+// BuildRound makes the page of a round, for the first of its observers.
+void BuildRound(CoapRpcSerSync &sync) {
+  const uint32_t flags = kSyncNotification | (sync.param.onConfirmed ? uint32_t{kSyncConfirm} : 0u);
+  SyncPage page;
+  CollectSyncRound(sync.set, sync.notified, flags, sync.param.pageBytes, page);
+  sync.pageLen = WriteSyncPage(page, sync.page);
+  SyncRoundBegins(sync);
+}
+
+void Notify(const Exchange &exchange) {
+  CoapRpcSerSync &sync = SyncOf(exchange);
+  if (sync.pageLen == 0 || sync.pageHead != sync.set.head) BuildRound(sync);
+  coap_pdu_set_type(exchange.response, COAP_MESSAGE_NON);
+  coap_pdu_set_code(exchange.response, COAP_RESPONSE_CODE_CONTENT);
+  AttachMessage(exchange, sync.page, sync.pageLen);
+}
+
+// IsNotificationOf asks the peer first: libcoap goes through all observers for it.
+bool IsNotificationOf(const SyncPeer *peer, const Exchange &exchange) {
+  if (peer && peer->stored == exchange.request) return true;
+  return HasOption(exchange.request, COAP_OPTION_OBSERVE) &&
+         CoapRpcLibStoredRequest(exchange.resource, exchange.session, exchange.request) ==
+             exchange.request;
+}
+
+coap_resource_t *FindResource(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry) {
+  if (!ctx->lib || !ctx->lib->coapCtx) return nullptr;
+  const UriText uri(entry->key.uri);
+  coap_str_const_t path{strlen(uri.c_str()), reinterpret_cast<const uint8_t *>(uri.c_str())};
+  return coap_get_resource_from_uri_path(ctx->lib->coapCtx, &path);
+}
+
+}  // namespace
+
+bool ServeSync(Exchange &exchange) {
+  if (!exchange.ctx || !exchange.query || !IsSyncRequest(exchange.request)) return false;
+  exchange.entry = CoapRpcLibObservableVtbl(exchange.ctx, exchange.request, exchange.session);
+  if (!exchange.entry || !exchange.entry->sync) return false;
+  if (IsNotificationOf(PeerOf(exchange), exchange)) {
+    Notify(exchange);
+  } else {
+    AnswerReader(exchange);
+  }
+  return true;
+}
+
+bool IsSyncSubscription(const CoapRpcSerUriVtbl *entry, const coap_subscription_t *subscription) {
+  return IsReader(entry, CoapRpcLibSubscriptionPdu(subscription));
+}
+
+int AddSyncObserver(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const coap_session_t *session,
+                    const coap_subscription_t *subscription) {
+  ++ctx->lib->numSyncObservers;
+  SyncPeer *peer = SyncObserverComes(entry, session);
+  if (!peer) return 1;
+  peer->stored = CoapRpcLibSubscriptionPdu(subscription);
+  SetPeerAddress(*peer, session);
+  return 1;
+}
+
+int DelSyncObserver(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const coap_session_t *session) {
+  if (ctx->lib && ctx->lib->numSyncObservers != 0) --ctx->lib->numSyncObservers;
+  SyncObserverLeaves(entry, session);
+  return 1;
+}
+
+void NotifyUnsynced(CoapRpcCtx *ctx, coap_resource_t *resource) {
+  if (ctx->lib->numSyncObservers == 0) {
+    coap_resource_notify_observers(resource, nullptr);
+  } else {
+    CoapRpcLibNotifyKind(resource, 0);
+  }
+}
+
+uint32_t PushSync(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
+  coap_resource_t *resource = FindResource(ctx, entry);
+  return resource ? CoapRpcLibNotifyKind(resource, 1) : 0;
+}
+
+void DropSyncObserver(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const void *session) {
+  coap_resource_t *resource = FindResource(ctx, entry);
+  if (resource) CoapRpcLibDropQueried(resource, session);
+}
+
+}  // namespace coap_rpc

@@ -1,0 +1,52 @@
+/* coap_rpc_lib_sync.h: readers of a URI whose tuples have versions.
+ *
+ * A reader sends GETs with the query of coap_rpc_lib_sync_query.h and gets pages
+ * (coap_rpc_lib_sync_page.h):
+ *
+ *   registration   Observe 0 and "_sync=1" alone: the head of a page, and notifications from then
+ * on pull           without Observe: the changes after `since`, if the reader knows the set's life,
+ *                  else the head alone.  It confirms that the reader has the set as of `since`,
+ *                  unless it reads everything ("full=1")
+ *   cancel         Observe 1: a pull that ends the registration
+ *
+ * Content-Format is 60 (CBOR) or, for a pull with Accept 50, JSON; another Accept gets 4.06, as
+ * does a registration for JSON.  A query that is not understood gets 4.00.  `since` beyond the head
+ * or below the floor, and another life, get a head with the flag kSyncRestart.  A page that finds
+ * no memory is 5.03, to be asked for again.
+ *
+ * Notifications are NON, of one message and the same for all observers of a round
+ * (coap_rpc_ser_sync.h); one without payload, for want of memory, tells no more than that there
+ * are changes.  libcoap keeps the observers, as it does those of the change list, which are told
+ * apart by their query: it is taken from the latter's stored requests.
+ *
+ * Bounds: observers of a resource by libcoap, pages in blocks by kMaxSyncBodies. */
+#ifndef COAP_RPC_LIB_SYNC_H
+#define COAP_RPC_LIB_SYNC_H
+
+#include <coap3/coap.h>
+
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_exchange.h"
+
+namespace coap_rpc {
+
+// ServeSync answers a reader, or builds its notification.  False: the request is none of these.
+bool ServeSync(Exchange &exchange);
+
+// IsSyncSubscription says whether an observer of the entry (null: of none) is a reader.
+// AddSyncObserver and DelSyncObserver count it; they return 1.
+bool IsSyncSubscription(const CoapRpcSerUriVtbl *entry, const coap_subscription_t *subscription);
+int AddSyncObserver(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const coap_session_t *session,
+                    const coap_subscription_t *subscription);
+int DelSyncObserver(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const coap_session_t *session);
+
+// NotifyUnsynced asks libcoap to notify the observers of a resource that are not readers.
+void NotifyUnsynced(CoapRpcCtx *ctx, coap_resource_t *resource);
+
+// PushSync asks it to notify an entry's readers, DropSyncObserver to forget a session's: operations
+// of the server side.
+uint32_t PushSync(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry);
+void DropSyncObserver(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const void *session);
+
+}  // namespace coap_rpc
+
+#endif /* COAP_RPC_LIB_SYNC_H */

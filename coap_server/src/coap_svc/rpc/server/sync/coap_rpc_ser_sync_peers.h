@@ -1,0 +1,55 @@
+/* coap_rpc_ser_sync_peers.h: the observers of a URI with versions, and who has what.
+ *
+ * A peer is a session with at least one registration.  It confirms a version by asking for what is
+ * newer.  `least` is the version that all of them have confirmed; it falls when one comes.  A peer
+ * that asks nothing in kSyncLeaseTicks ticks has expired.
+ *
+ * Bounds: libcoap's limit on the observers of a URI. */
+#ifndef COAP_RPC_SER_SYNC_PEERS_H
+#define COAP_RPC_SER_SYNC_PEERS_H
+
+#include "coap_svc/rpc/coap_rpc_ser.h"
+#include "osal_avl3.h"
+
+namespace coap_rpc {
+
+struct SyncPeer {
+  OSAL_AVL3_NODE node;
+  const void *session;  // only compared; lives as long as the registrations
+  const void *stored;   // the latest registration, likewise
+  uint64_t confirmed;
+  CoapRpcSerListenAddr addr;  // the peer's
+  uint32_t numRegistrations;
+  uint32_t idleTicks;  // since it was last heard
+};
+static_assert(sizeof(SyncPeer) <= 96, "what an observer costs");
+
+struct SyncPeers {
+  OSAL_AVL3_TREE tree;  // SyncPeer by session, owned
+  uint32_t num;
+  uint32_t numAtLeast;  // of those that have confirmed no more than `least`
+  uint64_t least;       // 0 without peers
+};
+
+// SyncPeerComes counts a registration of a session.  Null without memory: it is not counted.
+SyncPeer *SyncPeerComes(uint64_t mem, SyncPeers &peers, const void *session);
+
+// SyncPeerLeaves ends one of a session, SyncPeerRemove all of them.
+void SyncPeerLeaves(uint64_t mem, SyncPeers &peers, const void *session);
+void SyncPeerRemove(uint64_t mem, SyncPeers &peers, SyncPeer *peer);
+
+SyncPeer *SyncPeerFind(SyncPeers &peers, const void *session);
+SyncPeer *SyncPeerFirst(SyncPeers &peers);
+SyncPeer *SyncPeerNext(SyncPeers &peers, const SyncPeer *peer);
+
+// SyncPeerConfirms notes that a peer has a version.  An older one comes from a message that was
+// late, and is ignored.
+void SyncPeerConfirms(SyncPeers &peers, SyncPeer *peer, uint64_t version);
+
+// SyncPeersTick lets time pass, SyncPeerExpired returns one whose time is over, or null.
+void SyncPeersTick(SyncPeers &peers);
+SyncPeer *SyncPeerExpired(SyncPeers &peers);
+
+}  // namespace coap_rpc
+
+#endif /* COAP_RPC_SER_SYNC_PEERS_H */
