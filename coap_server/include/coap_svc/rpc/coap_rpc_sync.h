@@ -86,5 +86,46 @@ typedef uint32_t (*CoapRpcSerSyncNext)(uint64_t userData, void *tupleKey, void *
 COAP_RPC_API uint32_t COAP_RpcSerSyncReplace(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
                                              CoapRpcSerSyncNext next, uint64_t userData);
 
+/* CoapRpcSerSyncState is where a URI's set is, and its observers. */
+typedef struct CoapRpcSerSyncState {
+  uint64_t replid;        /* this life of the set: random, never 0 */
+  uint64_t head;          /* version of the last change */
+  uint64_t floor;         /* readers that have less read everything again */
+  uint64_t digest;        /* sum of XXH64 (seed 0) of each tuple's bytes, key and value, mod 2^64 */
+  uint64_t confirmed;     /* the version that every observer has, or more; 0 without observers */
+  uint64_t unconfirmedMs; /* age of the oldest change that an observer has not confirmed, or up to a
+                             round more; what is older than the first observer counts from its
+                             registration.  0: there is none */
+  uint64_t bytes;         /* memory of tuples, tombstones and observers */
+  uint32_t numLive;
+  uint32_t numTombstones;
+  uint32_t numObservers;
+  uint32_t numBehind; /* observers that have not confirmed the head */
+} CoapRpcSerSyncState;
+
+/* COAP_RpcSerGetSyncState fills a record.  It goes through the observers.
+ *
+ * Returns 0 or:  1900001531 null argument (asserted)     1900001532 the URI has no versions */
+COAP_RPC_API uint32_t COAP_RpcSerGetSyncState(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
+                                              CoapRpcSerSyncState *state);
+
+/* CoapRpcSyncPeer is an observer that keeps versions. */
+typedef struct CoapRpcSyncPeer {
+  CoapRpcIpAddr addr;
+  uint32_t port;
+  uint64_t confirmed; /* it has this version, or more */
+  uint64_t silentMs;  /* since it was heard last, in quarters of leaseMs and rounded down */
+} CoapRpcSyncPeer;
+
+/* COAP_RpcSerVisitSyncPeers shows the observers of a URI that keep versions, in no particular
+ * order.
+ *
+ *   visit   called for each; must not call the instance
+ *
+ * Returns 0 or:  1900001541 null argument (asserted)     1900001542 the URI has no versions */
+typedef void (*CoapRpcVisitSyncPeer)(uint64_t userData, const CoapRpcSyncPeer *peer);
+COAP_RPC_API uint32_t COAP_RpcSerVisitSyncPeers(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
+                                                CoapRpcVisitSyncPeer visit, uint64_t userData);
+
 COAP_RPC_C_END
 #endif /* COAP_RPC_SYNC_H */

@@ -66,6 +66,10 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(SyncReplaceNoSync,       kPathInitSerSync, 1522,    0, "COAP_RpcSerSyncReplace: no such URI, or its tuples have no versions") \
   X(SyncReplaceNextFailed,   kPathInitSerSync, 1523,    0, "COAP_RpcSerSyncReplace: the application's walk failed; nothing was deleted") \
   X(SyncReplaceNoMemory,     kPathInitSerSync, 1524,    0, "COAP_RpcSerSyncReplace: no memory; nothing was deleted") \
+  X(GetSyncStateNullArg,     kPathInitSerSync, 1531, 1530, "COAP_RpcSerGetSyncState: null argument") \
+  X(GetSyncStateNoSync,      kPathInitSerSync, 1532,    0, "COAP_RpcSerGetSyncState: no such URI, or its tuples have no versions") \
+  X(VisitSyncPeersNullArg,   kPathInitSerSync, 1541, 1540, "COAP_RpcSerVisitSyncPeers: null argument") \
+  X(VisitSyncPeersNoSync,    kPathInitSerSync, 1542,    0, "COAP_RpcSerVisitSyncPeers: no such URI, or its tuples have no versions") \
   X(CliInitNoMemory,         kPathInitCli,      54,    0, "COAP_RpcSerInit, COAP_RpcCliInit: no memory for the side's context") \
   X(CliInitModules,          kPathInitCli,      60,    0, "COAP_RpcSerInit, COAP_RpcCliInit: a module of the side did not start") \
   X(CliNonReqNullArg,        kPathInitCli,      76,   75, "COAP_RpcCliNonReq: null argument") \

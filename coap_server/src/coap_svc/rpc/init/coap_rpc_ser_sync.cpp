@@ -3,6 +3,7 @@
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/common/coap_rpc_sites.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
+#include "coap_svc/rpc/server/sync/coap_rpc_ser_sync_disp.h"
 
 using namespace coap_rpc;
 
@@ -52,7 +53,9 @@ uint32_t COAP_RpcSerSetUriSync(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
   if (!ctx || !ctx->ser || !key) return Violated(kSiteSetUriSyncNullArg);
   CoapRpcSerUriVtbl *entry = Find(ctx, key);
   if (!entry || !entry->obVtbl) return Code(kSiteSetUriSyncNoUri);
-  return SetSync(entry, param ? *param : CoapRpcSerSyncParam{});
+  const uint32_t ret = SetSync(entry, param ? *param : CoapRpcSerSyncParam{});
+  if (ret == 0) RegisterSyncCommand(ctx);
+  return ret;
 }
 
 uint32_t COAP_RpcSerSyncReplace(CoapRpcCtx *ctx, const CoapRpcUriKey *key, CoapRpcSerSyncNext next,
@@ -68,4 +71,26 @@ uint32_t COAP_RpcSerSyncReplace(CoapRpcCtx *ctx, const CoapRpcUriKey *key, CoapR
   const uint32_t ret = MeetAll(ctx, entry, next, userData, tuple.get());
   if (ret == 0) DeleteUnmet(ctx, entry);
   return ret;
+}
+
+uint32_t COAP_RpcSerGetSyncState(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
+                                 CoapRpcSerSyncState *state) {
+  if (!ctx || !ctx->ser || !key || !state) return Violated(kSiteGetSyncStateNullArg);
+  CoapRpcSerUriVtbl *entry = FindSynced(ctx, key);
+  if (!entry) return Code(kSiteGetSyncStateNoSync);
+  *state = SyncStateOf(entry);
+  return 0;
+}
+
+uint32_t COAP_RpcSerVisitSyncPeers(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
+                                   CoapRpcVisitSyncPeer visit, uint64_t userData) {
+  if (!ctx || !ctx->ser || !key || !visit) return Violated(kSiteVisitSyncPeersNullArg);
+  CoapRpcSerUriVtbl *entry = FindSynced(ctx, key);
+  if (!entry) return Code(kSiteVisitSyncPeersNoSync);
+  SyncPeers &peers = entry->sync->peers;
+  for (SyncPeer *peer = SyncPeerFirst(peers); peer; peer = SyncPeerNext(peers, peer)) {
+    const CoapRpcSyncPeer state = SyncPeerState(*entry->sync, *peer);
+    visit(userData, &state);
+  }
+  return 0;
 }

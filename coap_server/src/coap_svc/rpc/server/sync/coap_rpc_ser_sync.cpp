@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "coap_svc/rpc/common/coap_rpc_clock.h"
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_tuple_bytes.h"
@@ -50,12 +51,14 @@ void OnChange(CoapRpcSerUriVtbl *entry) {
   CoapRpcSerSync &sync = *entry->sync;
   if (sync.peers.num == 0 || sync.isRoundAhead) return;
   sync.isRoundAhead = true;
+  SyncAgesMark(sync.ages, sync.set.head, NowMs().value_or(0));
   if (!StartWindow(entry)) Push(entry);
 }
 
 // TellConfirmed comes after whatever may have raised the least version.
 void TellConfirmed(CoapRpcSerUriVtbl *entry) {
   CoapRpcSerSync &sync = *entry->sync;
+  SyncAgesForget(sync.ages, sync.peers.least + 1);
   if (sync.peers.num == 0 || sync.peers.least <= sync.told) return;
   sync.told = sync.peers.least;
   if (sync.param.onConfirmed) sync.param.onConfirmed(sync.param.userData, sync.told);
@@ -138,6 +141,33 @@ void BeginQuiet(CoapRpcSerSync &sync) {
   sync.isRoundAhead = sync.windowTimer != 0;
 }
 
+// MeetFirst is for the first peer: what was changed before counts as old as its registration.
+void MeetFirst(CoapRpcSerSync &sync) {
+  BeginQuiet(sync);
+  sync.ages.num = 0;
+  SyncAgesMark(sync.ages, 0, NowMs().value_or(0));
+}
+
+uint32_t NumBehind(SyncPeers &peers, uint64_t head) {
+  uint32_t num = 0;
+  for (SyncPeer *peer = SyncPeerFirst(peers); peer; peer = SyncPeerNext(peers, peer)) {
+    num += peer->confirmed < head;
+  }
+  return num;
+}
+
+uint64_t BytesOf(const CoapRpcSerSync &sync) {
+  const size_t tuple =
+      sizeof(SyncTuple) + sizeof(CoapRpcUriTuple) + TupleBytes(*sync.set.entry->obVtbl);
+  return sizeof(sync) + (uint64_t{sync.set.numLive} + sync.set.numTombs) * tuple +
+         sync.peers.num * sizeof(SyncPeer);
+}
+
+uint64_t UnconfirmedMs(const CoapRpcSerSync &sync) {
+  if (sync.peers.num == 0 || sync.peers.least >= sync.set.head) return 0;
+  return SyncAgeOf(sync.ages, sync.peers.least + 1, NowMs().value_or(0));
+}
+
 }  // namespace
 
 uint32_t SetSync(CoapRpcSerUriVtbl *entry, const CoapRpcSerSyncParam &given) {
@@ -165,7 +195,7 @@ SyncPeer *SyncObserverComes(CoapRpcSerUriVtbl *entry, const void *session) {
   SyncPeer *peer = SyncPeerComes(MemOf(entry), sync.peers, session);
   if (!peer) return nullptr;
   peer->idleTicks = 0;
-  if (sync.peers.num == 1 && peer->numRegistrations == 1) BeginQuiet(sync);
+  if (sync.peers.num == 1 && peer->numRegistrations == 1) MeetFirst(sync);
   // Those for whom a due round was may have left.
   if (sync.isRoundAhead && sync.windowTimer == 0) Push(entry);
   RunLeases(entry);
@@ -182,6 +212,32 @@ void SyncObserverAsks(SyncPeer *peer) { peer->idleTicks = 0; }
 void SyncObserverHas(CoapRpcSerUriVtbl *entry, SyncPeer *peer, uint64_t version) {
   SyncPeerConfirms(entry->sync->peers, peer, version);
   TellConfirmed(entry);
+}
+
+CoapRpcSerSyncState SyncStateOf(CoapRpcSerUriVtbl *entry) {
+  CoapRpcSerSync &sync = *entry->sync;
+  CoapRpcSerSyncState state = {};
+  state.replid = sync.set.replid;
+  state.head = sync.set.head;
+  state.floor = sync.set.floor;
+  state.digest = sync.set.digest;
+  state.confirmed = sync.peers.least;
+  state.unconfirmedMs = UnconfirmedMs(sync);
+  state.bytes = BytesOf(sync);
+  state.numLive = sync.set.numLive;
+  state.numTombstones = sync.set.numTombs;
+  state.numObservers = sync.peers.num;
+  state.numBehind = NumBehind(sync.peers, sync.set.head);
+  return state;
+}
+
+CoapRpcSyncPeer SyncPeerState(const CoapRpcSerSync &sync, const SyncPeer &peer) {
+  CoapRpcSyncPeer state = {};
+  state.addr = peer.addr.listenAddr;
+  state.port = peer.addr.port;
+  state.confirmed = peer.confirmed;
+  state.silentMs = uint64_t{sync.param.leaseMs} * peer.idleTicks / kSyncLeaseTicks;
+  return state;
 }
 
 void SyncRoundBegins(CoapRpcSerSync &sync) {

@@ -16,6 +16,7 @@
 #define COAP_RPC_SER_SYNC_H
 
 #include "coap_svc/rpc/coap_rpc_sync.h"
+#include "coap_svc/rpc/server/sync/coap_rpc_ser_sync_ages.h"
 #include "coap_svc/rpc/server/sync/coap_rpc_ser_sync_peers.h"
 #include "coap_svc/rpc/server/sync/coap_rpc_ser_sync_set.h"
 
@@ -23,13 +24,14 @@ struct CoapRpcSerSync {
   coap_rpc::SyncSet set;
   CoapRpcSerSyncParam param;  // without zeros that stand for defaults
   coap_rpc::SyncPeers peers;
-  uint64_t told;         // greatest version that onConfirmed was called with
-  uint64_t notified;     // the head when the latest round began
-  uint64_t windowTimer;  // 0 none
-  uint64_t leaseTimer;   // runs while there are peers; 0 none
-  bool isRoundAhead;     // in the window, or due
-  uint64_t pageHead;     // the head when the page was built
-  size_t pageLen;        // 0: none was built
+  coap_rpc::SyncAges ages;  // of what some peer has not confirmed, a mark for each round
+  uint64_t told;            // greatest version that onConfirmed was called with
+  uint64_t notified;        // the head when the latest round began
+  uint64_t windowTimer;     // 0 none
+  uint64_t leaseTimer;      // runs while there are peers; 0 none
+  bool isRoundAhead;        // in the window, or due
+  uint64_t pageHead;        // the head when the page was built
+  size_t pageLen;           // 0: none was built
   uint8_t page[COAP_RPC_SYNC_MAX_PAGE];
 };
 
@@ -49,6 +51,10 @@ void SyncObserverLeaves(CoapRpcSerUriVtbl *entry, const void *session);
 // SyncObserverAsks notes that a peer has asked, SyncObserverHas what it has.
 void SyncObserverAsks(SyncPeer *peer);
 void SyncObserverHas(CoapRpcSerUriVtbl *entry, SyncPeer *peer, uint64_t version);
+
+// SyncStateOf and SyncPeerState are what an application is told.
+CoapRpcSerSyncState SyncStateOf(CoapRpcSerUriVtbl *entry);
+CoapRpcSyncPeer SyncPeerState(const CoapRpcSerSync &sync, const SyncPeer &peer);
 
 // SyncRoundBegins is called when the page of a round has been built.
 void SyncRoundBegins(CoapRpcSerSync &sync);

@@ -1,0 +1,193 @@
+/* wire_sync_state.cpp: what the application hears of its observers: confirmations, state, peers. */
+#include <vector>
+
+#include "fd_host.h"
+#include "sync_server.h"
+
+namespace coap_rpc_test {
+namespace {
+
+class SyncStateWire : public SyncServer {
+ protected:
+  SyncStateWire() { other_.SetRemote(Address()); }
+
+  CoapRpcSerSyncParam Confirming() {
+    CoapRpcSerSyncParam param = {};
+    param.leaseMs = 1000;
+    param.userData = reinterpret_cast<uint64_t>(this);
+    param.onConfirmed = [](uint64_t userData, uint64_t version) {
+      reinterpret_cast<SyncStateWire *>(userData)->confirmed_.push_back(version);
+    };
+    return param;
+  }
+  CoapRpcSerSyncState State() {
+    CoapRpcSerSyncState state = {};
+    EXPECT_EQ(COAP_RpcSerGetSyncState(Ctx(), &key_, &state), 0u);
+    return state;
+  }
+
+  using Peers = std::vector<CoapRpcSyncPeer>;
+  Peers VisitPeers() {
+    Peers peers;
+    const auto visit = [](uint64_t userData, const CoapRpcSyncPeer *peer) {
+      reinterpret_cast<Peers *>(userData)->push_back(*peer);
+    };
+    EXPECT_EQ(COAP_RpcSerVisitSyncPeers(Ctx(), &key_, visit, reinterpret_cast<uint64_t>(&peers)),
+              0u);
+    return peers;
+  }
+
+  RawPeer other_;
+  std::vector<uint64_t> confirmed_;
+};
+
+TEST_F(SyncStateWire, BadArguments_GiveCodes) {
+  ServeObs(COAP_RPC_CON);
+  CoapRpcSerSyncState state;
+  EXPECT_EQ(COAP_RpcSerGetSyncState(nullptr, &key_, &state), 1900001531u);
+  EXPECT_EQ(COAP_RpcSerGetSyncState(Ctx(), nullptr, &state), 1900001531u);
+  EXPECT_EQ(COAP_RpcSerGetSyncState(Ctx(), &key_, nullptr), 1900001531u);
+  EXPECT_EQ(COAP_RpcSerGetSyncState(Ctx(), &key_, &state), 1900001532u);
+  const auto visit = [](uint64_t, const CoapRpcSyncPeer *) {};
+  EXPECT_EQ(COAP_RpcSerVisitSyncPeers(nullptr, &key_, visit, 0), 1900001541u);
+  EXPECT_EQ(COAP_RpcSerVisitSyncPeers(Ctx(), nullptr, visit, 0), 1900001541u);
+  EXPECT_EQ(COAP_RpcSerVisitSyncPeers(Ctx(), &key_, nullptr, 0), 1900001541u);
+  EXPECT_EQ(COAP_RpcSerVisitSyncPeers(Ctx(), &key_, visit, 0), 1900001542u);
+}
+
+TEST_F(SyncStateWire, Confirmed_IsWhatTheSlowestHas) {
+  ServeSynced(Confirming());
+  Ask(peer_, Registering());
+  Ask(other_, Registering());
+  for (const char *key : {"k001", "k002", "k003"}) Update(key, "v001");
+  PullSince(peer_, 3);
+  EXPECT_EQ(confirmed_, std::vector<uint64_t>());
+  PullSince(other_, 2);
+  EXPECT_EQ(confirmed_, (std::vector<uint64_t>{2}));
+  PullSince(other_, 1);  // late
+  PullSince(other_, 3);
+  EXPECT_EQ(confirmed_, (std::vector<uint64_t>{2, 3}));
+}
+
+TEST_F(SyncStateWire, WhatConfirmsNothing) {
+  ServeSynced(Confirming());
+  Ask(peer_, Registering());
+  Update("k001", "v001");
+  Pull(peer_, {kIdArg, "since=1", "full=1"});
+  Pull(peer_, {"id=77", "since=1"});
+  PullSince(peer_, 2);
+  PullSince(other_, 1);  // observes nothing
+  EXPECT_EQ(State().confirmed, 0u);
+  EXPECT_EQ(confirmed_, std::vector<uint64_t>());
+}
+
+TEST_F(SyncStateWire, SlowestThatExpiresOrLeaves_HoldsNobodyBack) {
+  ServeSynced(Confirming());
+  Ask(peer_, Registering());
+  Ask(other_, Registering());
+  Update("k001", "v001");
+  PullSince(other_, 1);
+  host_.AdvanceMs(900);
+  PullSince(other_, 1);
+  EXPECT_EQ(confirmed_, std::vector<uint64_t>());
+  host_.AdvanceMs(500);
+  EXPECT_EQ(confirmed_, (std::vector<uint64_t>{1}));
+  Ask(peer_, Registering());
+  Update("k002", "v001");
+  PullSince(other_, 2);
+  EXPECT_EQ(State().confirmed, 0u);
+  CoapMessage cancel = Request(CoapType::kCon, kCodeGet, ++mid_, {0x5D}).AddPath("obs");
+  Ask(peer_, cancel.AddUint(kOptObserve, 1).AddText(kOptUriQuery, "_sync=1"));
+  EXPECT_EQ(confirmed_, (std::vector<uint64_t>{1, 2}));
+}
+
+TEST_F(SyncStateWire, State_TellsWhereTheSetIs) {
+  ServeSynced();
+  for (const char *key : {"k001", "k002", "k003"}) Update(key, "v001");
+  Delete("k001");
+  CoapRpcSerSyncState state = State();
+  EXPECT_EQ(state.replid, kReplid);
+  EXPECT_EQ(state.head, 4u);
+  EXPECT_EQ(state.floor, 0u);
+  EXPECT_EQ(state.digest, Set().digest);
+  EXPECT_EQ(state.numLive, 2u);
+  EXPECT_EQ(state.numTombstones, 1u);
+  EXPECT_EQ(state.numObservers, 0u);
+  EXPECT_EQ(state.unconfirmedMs, 0u);
+  const uint64_t bytes = state.bytes;
+  Update("k004", "v001");
+  EXPECT_EQ(State().bytes - bytes, 48u + 32 + 8);
+}
+
+TEST_F(SyncStateWire, State_TellsWhatIsUnconfirmedForHowLong) {
+  ServeSynced();
+  Update("k001", "v001");
+  Ask(peer_, Registering());
+  host_.AdvanceMs(1000);
+  EXPECT_GE(State().unconfirmedMs, 1000u);  // since it registered
+  EXPECT_LE(State().unconfirmedMs, 1500u);
+  PullSince(peer_, 1);
+  EXPECT_EQ(State().unconfirmedMs, 0u);
+  EXPECT_EQ(State().numBehind, 0u);
+  Update("k002", "v001");
+  host_.AdvanceMs(2000);
+  Update("k003", "v001");
+  EXPECT_EQ(State().unconfirmedMs, 2000u);
+  EXPECT_EQ(State().numBehind, 1u);
+  PullSince(peer_, 2);
+  EXPECT_LE(State().unconfirmedMs, 500u);
+  EXPECT_EQ(State().confirmed, 2u);
+}
+
+TEST_F(SyncStateWire, Peers_AreShown) {
+  ServeSynced(Confirming());
+  EXPECT_TRUE(VisitPeers().empty());
+  Ask(peer_, Registering());
+  Update("k001", "v001");
+  PullSince(peer_, 1);
+  host_.AdvanceMs(600);
+  const Peers peers = VisitPeers();
+  ASSERT_EQ(peers.size(), 1u);
+  EXPECT_EQ(peers[0].addr.family, COAP_RPC_IPV4);
+  EXPECT_EQ(peers[0].addr.addr.ipv4, kLoopback);
+  EXPECT_EQ(peers[0].port, peer_.Local().port);
+  EXPECT_EQ(peers[0].confirmed, 1u);
+  EXPECT_EQ(peers[0].silentMs, 500u);
+}
+
+TEST_F(SyncStateWire, DisplayCommand_ShowsEachSet) {
+  ServeSynced();
+  Update("k001", "v001");
+  Set().digest = 0xABC;
+  Ask(peer_, Registering());
+  const std::vector<std::string> lines = host_.RunCommand("disp server sync");
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[0],
+            "server sync[  0]: uri(obs)/replid(0102030405060708)/head(1)/floor(0)/"
+            "digest(0000000000000abc)/confirmed(0)/unconfirmedMs(" +
+                std::to_string(State().unconfirmedMs) +
+                ")/live(1)/tombstones(0)/observers(1)/behind(1)/bytes(" +
+                std::to_string(State().bytes) + ")\n");
+  EXPECT_EQ(lines[1], " ***total 1 server sync(s) ***\n");
+}
+
+// A host that serves the descriptor and nothing else.
+TEST_F(SyncStateWire, Descriptor_WakesForARound) {
+  ServeSynced({}, COAP_RPC_NON);
+  FdHost fd(Ctx());
+  peer_.Send(Registering());
+  fd.Serve();
+  ASSERT_TRUE(peer_.ReceiveNow());
+  for (int i = 0; i < 3; ++i) {
+    const uint64_t before = FdHost::NowMs();
+    Update("k001", "v" + std::to_string(100 + i));
+    fd.Serve();
+    EXPECT_EQ(FdHost::NowMs(), before);
+    EXPECT_TRUE(peer_.ReceiveNow()) << i;
+  }
+  EXPECT_FALSE(peer_.ReceiveNow());
+  EXPECT_FALSE(fd.IsReadable());
+}
+
+}  // namespace
+}  // namespace coap_rpc_test
