@@ -126,6 +126,17 @@ TEST(SerSyncSet, ManyTuples_KeepAQuarterAsTombstones) {
   EXPECT_EQ(t.Set().floor, 52u);
 }
 
+TEST(SerSyncSet, FewerTombstonesWanted_DropsThoseTooMany) {
+  SyncedEntry t;
+  ASSERT_EQ(t.SetSync(), 0u);
+  for (const char *key : {"aaaa", "bbbb", "cccc"}) t.Put(key, "0001");
+  for (const char *key : {"aaaa", "bbbb", "cccc"}) t.Delete(key);
+  t.param.minTombstones = 1;
+  ASSERT_EQ(t.SetSync(), 0u);
+  EXPECT_EQ(t.Walk(), (Tuples{{6, "cccc", "-"}}));
+  EXPECT_EQ(t.Set().floor, 5u);
+}
+
 TEST(SerSyncSet, NoMemoryForATuple_MovesNoVersionAndIsReported) {
   SyncedEntry t;
   ASSERT_EQ(t.SetSync(), 0u);

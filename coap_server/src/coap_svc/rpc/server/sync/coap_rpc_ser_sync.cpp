@@ -112,7 +112,7 @@ uint64_t NewReplid() {
 
 void Apply(CoapRpcSerSync &sync, const CoapRpcSerSyncParam &param) {
   sync.param = param;
-  sync.set.minTombs = param.minTombstones;
+  SyncSetLimit(sync.set, param.minTombstones);
 }
 
 uint32_t Begin(CoapRpcSerUriVtbl *entry, const CoapRpcSerSyncParam &param) {

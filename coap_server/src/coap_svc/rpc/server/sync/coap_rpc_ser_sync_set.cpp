@@ -77,6 +77,10 @@ uint32_t MaxTombs(const SyncSet &set) {
   return std::max(set.minTombs, set.numLive / kLivePerTombstone);
 }
 
+void DropSurplus(SyncSet &set) {
+  while (set.numTombs > MaxTombs(set)) DropOldestTomb(set);
+}
+
 // Revive takes a tombstone as the record of its key, which has come back without a value so far.
 CoapRpcUriTuple *Revive(SyncSet &set, CoapRpcUriTuple *tomb) {
   Unbury(set, tomb);
@@ -197,7 +201,7 @@ void SyncSetDelete(SyncSet &set, CoapRpcUriTuple *tuple) {
   (void)TombKeys(set).Insert(tuple);  // a key is live or has a tombstone
   Append(set, set.tombTree, tuple);
   ++set.numTombs;
-  while (set.numTombs > MaxTombs(set)) DropOldestTomb(set);
+  DropSurplus(set);
 }
 
 void SyncSetBeginReplacement(SyncSet &set) { ++set.numReplacements; }
@@ -211,6 +215,11 @@ CoapRpcUriTuple *SyncSetUnmet(SyncSet &set, CoapRpcUriTuple *after) {
   CoapRpcUriTuple *tuple = after ? keys.Next(after) : keys.First();
   while (tuple && VersionOf(tuple)->metBy == set.numReplacements) tuple = keys.Next(tuple);
   return tuple;
+}
+
+void SyncSetLimit(SyncSet &set, uint32_t minTombs) {
+  set.minTombs = minTombs;
+  DropSurplus(set);
 }
 
 void SyncSetClear(SyncSet &set) {

@@ -84,6 +84,9 @@ void SyncSetBeginReplacement(SyncSet &set);
 void SyncSetMeet(SyncSet &set, CoapRpcUriTuple *tuple);
 CoapRpcUriTuple *SyncSetUnmet(SyncSet &set, CoapRpcUriTuple *after);
 
+// SyncSetLimit sets minTombs, and drops the tombstones that are too many.
+void SyncSetLimit(SyncSet &set, uint32_t minTombs);
+
 // SyncSetClear frees all tuples, those of the entry as well.
 void SyncSetClear(SyncSet &set);
 
