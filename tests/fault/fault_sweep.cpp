@@ -33,6 +33,7 @@ std::string NameOfCase(const testing::TestParamInfo<AllocationSweep::ParamType> 
 SWEEP(Table);
 SWEEP(Request);
 SWEEP(Observe);
+SWEEP(Sync);
 SWEEP(Client);
 SWEEP(Call);
 

@@ -38,6 +38,7 @@ uint64_t Sweep(const Scenario &scenario, Source source);
 const std::vector<Scenario> &TableScenarios();
 const std::vector<Scenario> &RequestScenarios();
 const std::vector<Scenario> &ObserveScenarios();
+const std::vector<Scenario> &SyncScenarios();
 const std::vector<Scenario> &ClientScenarios();
 const std::vector<Scenario> &CallScenarios();
 

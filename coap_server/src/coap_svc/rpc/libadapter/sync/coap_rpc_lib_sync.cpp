@@ -192,6 +192,12 @@ bool IsNotificationOf(const SyncPeer *peer, const Exchange &exchange) {
              exchange.request;
 }
 
+// MayBeRead spares most requests the look at their options.  libcoap gives no query when there was
+// no memory for it, which must not make the notification of a reader that of another observer.
+bool MayBeRead(const Exchange &exchange) {
+  return exchange.query || exchange.ctx->lib->numSyncObservers != 0;
+}
+
 coap_resource_t *FindResource(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry) {
   if (!ctx->lib || !ctx->lib->coapCtx) return nullptr;
   const UriText uri(entry->key.uri);
@@ -202,7 +208,7 @@ coap_resource_t *FindResource(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry) {
 }  // namespace
 
 bool ServeSync(Exchange &exchange) {
-  if (!exchange.ctx || !exchange.query || !IsSyncRequest(exchange.request)) return false;
+  if (!exchange.ctx || !MayBeRead(exchange) || !IsSyncRequest(exchange.request)) return false;
   exchange.entry = CoapRpcLibObservableVtbl(exchange.ctx, exchange.request, exchange.session);
   if (!exchange.entry || !exchange.entry->sync) return false;
   if (IsNotificationOf(PeerOf(exchange), exchange)) {
