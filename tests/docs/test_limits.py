@@ -6,8 +6,8 @@ from pathlib import Path
 
 TOP = Path(__file__).resolve().parents[2]
 HEADER = TOP / "coap_server/src/coap_svc/rpc/common/coap_rpc_limits.h"
-EXTENSIONS = [TOP / "coap_server/include/coap_svc/rpc" / name
-              for name in ("coap_rpc_ext.h", "coap_rpc_direct.h", "coap_rpc_call.h")]
+EXTENSIONS = [TOP / f"coap_server/include/coap_svc/rpc/coap_rpc_{name}.h"
+              for name in ("ext", "direct", "call", "sync")]
 DOCUMENT = TOP / "docs/limits.md"
 
 
@@ -80,6 +80,11 @@ ROWS = {
     "queued-answers-all": [("kMaxWaitingInAll", number)],
     "answers-in-blocks": [("kMaxAnswersInBlocks", exact)],
     "answers-per-turn": [("kMaxAnswersPerTurn", exact)],
+    "sync-page": [("COAP_RPC_SYNC_MIN_PAGE", exact), ("COAP_RPC_SYNC_MAX_PAGE", exact)],
+    "sync-tuple": [("COAP_RPC_SYNC_MAX_TUPLE", number)],
+    "sync-lease": [("COAP_RPC_SYNC_LEASE_MS", seconds)],
+    "sync-bodies": [("kMaxSyncBodies", exact)],
+    "sync-tombstones": [("COAP_RPC_SYNC_MIN_TOMBSTONES", exact)],
     "idle-peers": [("kMaxIdleSessions", exact)],
     "uploads": [("kMaxUploads", exact)],
     "last-blocks": [("kMaxLastBlocks", exact)],
@@ -104,7 +109,8 @@ def constants():
         found[name] = int(factor) * int(value)
     for extension in EXTENSIONS:
         found.update((name, int(value)) for name, value in
-                     re.findall(r"#define (COAP_RPC_\w+) (\d+)u", extension.read_text(encoding="utf-8")))
+                     re.findall(r"#define (COAP_RPC_\w+) (\d+)u",
+                                extension.read_text(encoding="utf-8")))
     return found
 
 

@@ -60,7 +60,13 @@ void ForgetEntry(CoapRpcCtx *, CoapRpcSerUriVtbl *entry) {
 
 void RenewSource(coap_session_t *) { g_adapter->events.push_back("renew source"); }
 
-constexpr CoapRpcLibExtOps kExtOps = {ForgetEntry, RenewSource, CreateEndPoint, nullptr, nullptr};
+constexpr CoapRpcLibExtOps kExtOps = {.forgetEntry = ForgetEntry,
+                                      .renewSource = RenewSource,
+                                      .openEndPoint = CreateEndPoint,
+                                      .mustWait = nullptr,
+                                      .isUnderWay = nullptr,
+                                      .pushSync = nullptr,
+                                      .dropSyncObserver = nullptr};
 
 int32_t CompareTupleKeys(const void *a, const void *b) { return memcmp(a, b, 4); }
 
