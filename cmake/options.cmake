@@ -13,6 +13,9 @@ set(COAP_RPC_PROFILE "" CACHE STRING
 set(COAP_RPC_PROFILE_DIR ${PROJECT_SOURCE_DIR}/build/profile CACHE PATH "counts of COAP_RPC_PROFILE")
 set(COAP_RPC_SANITIZE "" CACHE STRING "sanitizers, for example address,undefined")
 
+# Forged addresses could register without end; each observer takes a session as well.
+set(COAP_RPC_MAX_OBSERVERS 1000 CACHE STRING "observers of one URI, at most")
+
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)

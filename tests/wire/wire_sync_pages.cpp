@@ -416,6 +416,25 @@ TEST_F(SyncPagesWire, SilentObserver_IsRemoved) {
   ExpectSilence(other);
 }
 
+// One session that registers with ever other options takes no more than a URI's observers.
+TEST_F(SyncPagesWire, ManyRegistrationsOfOneSession_AreBoundedAndExpire) {
+  CoapRpcSerSyncParam param = {};
+  param.leaseMs = 1'000'000;
+  ServeSynced(param);
+  uint32_t numTaken = 0;
+  for (uint32_t i = 0; i < 1100; ++i) {
+    const Bytes number = {static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)};
+    const CoapMessage get = Registering(number).AddText(kOptUriHost, std::to_string(i));
+    numTaken += Ask(peer_, get).Has(kOptObserve) ? 1 : 0;
+  }
+  EXPECT_EQ(numTaken, 1000u);
+  ASSERT_EQ(entry_->sync->peers.num, 1u);
+  EXPECT_EQ(SyncPeerFirst(entry_->sync->peers)->numRegistrations, 1000u);
+  host_.AdvanceMs(1'250'000);
+  EXPECT_EQ(entry_->sync->peers.num, 0u);
+  EXPECT_TRUE(Ask(peer_, Registering()).Has(kOptObserve));
+}
+
 class SyncBeside : public SyncServer {};
 
 TEST_F(SyncBeside, BaseObserver_IsServedByTheChangeListAsEver) {

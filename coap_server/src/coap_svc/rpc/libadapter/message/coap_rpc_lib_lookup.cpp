@@ -8,6 +8,7 @@
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/common/coap_rpc_safe.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_msg.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_conn.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
@@ -162,6 +163,13 @@ CoapRpcSerUriVtbl *COAP_RpcSerGetVtbl(CoapRpcCtx *ctx, const coap_pdu_t *pdu,
                                       const coap_session_t *session) {
   CoapRpcUriKey key = {};
   return IsReady(ctx->ser) && BuildKey(pdu, &key) ? FindServed(ctx, &key, pdu, session) : nullptr;
+}
+
+coap_resource_t *CoapRpcLibResourceOf(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry) {
+  if (!ctx->lib || !ctx->lib->coapCtx) return nullptr;
+  const UriText uri(entry->key.uri);
+  coap_str_const_t path{strlen(uri.c_str()), reinterpret_cast<const uint8_t *>(uri.c_str())};
+  return coap_get_resource_from_uri_path(ctx->lib->coapCtx, &path);
 }
 
 CoapRpcSerUriVtbl *CoapRpcLibObservableVtbl(CoapRpcCtx *ctx, const coap_pdu_t *pdu,

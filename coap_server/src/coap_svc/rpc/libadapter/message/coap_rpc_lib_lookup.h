@@ -24,6 +24,9 @@ const char *CoapRpcLibPathOf(const coap_pdu_t *pdu, char *path);
 COAP_RPC_API CoapRpcSerUriVtbl *COAP_RpcSerGetVtbl(CoapRpcCtx *ctx, const coap_pdu_t *pdu,
                                                    const coap_session_t *session);
 
+/* CoapRpcLibResourceOf finds the resource of an entry's uri; null when it is not attached. */
+coap_resource_t *CoapRpcLibResourceOf(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry);
+
 /* CoapRpcLibObservableVtbl finds the entry that a request would have with the Observe option. */
 CoapRpcSerUriVtbl *CoapRpcLibObservableVtbl(CoapRpcCtx *ctx, const coap_pdu_t *pdu,
                                             const coap_session_t *session);

@@ -1,7 +1,5 @@
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_observe.h"
 
-#include <cstring>
-
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/common/coap_rpc_table.h"
@@ -162,9 +160,7 @@ uint32_t COAP_RpcSerProcTupleForNewObserve_(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *
 }
 
 uint32_t COAP_RpcSerNotifyObservers(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
-  const UriText uri(entry->key.uri);
-  coap_str_const_t path{strlen(uri.c_str()), reinterpret_cast<const uint8_t *>(uri.c_str())};
-  coap_resource_t *resource = coap_get_resource_from_uri_path(ctx->lib->coapCtx, &path);
+  coap_resource_t *resource = CoapRpcLibResourceOf(ctx, entry);
   if (resource) NotifyUnsynced(ctx, resource);
   return 0;
 }

@@ -1,9 +1,7 @@
 #include "coap_svc/rpc/libadapter/sync/coap_rpc_lib_sync.h"
 
 #include <algorithm>
-#include <cstring>
 
-#include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_lookup.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_msg.h"
@@ -198,13 +196,6 @@ bool MayBeRead(const Exchange &exchange) {
   return exchange.query || exchange.ctx->lib->numSyncObservers != 0;
 }
 
-coap_resource_t *FindResource(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry) {
-  if (!ctx->lib || !ctx->lib->coapCtx) return nullptr;
-  const UriText uri(entry->key.uri);
-  coap_str_const_t path{strlen(uri.c_str()), reinterpret_cast<const uint8_t *>(uri.c_str())};
-  return coap_get_resource_from_uri_path(ctx->lib->coapCtx, &path);
-}
-
 }  // namespace
 
 bool ServeSync(Exchange &exchange) {
@@ -248,12 +239,12 @@ void NotifyUnsynced(CoapRpcCtx *ctx, coap_resource_t *resource) {
 }
 
 uint32_t PushSync(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
-  coap_resource_t *resource = FindResource(ctx, entry);
+  coap_resource_t *resource = CoapRpcLibResourceOf(ctx, entry);
   return resource ? CoapRpcLibNotifyKind(resource, 1) : 0;
 }
 
 void DropSyncObserver(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const void *session) {
-  coap_resource_t *resource = FindResource(ctx, entry);
+  coap_resource_t *resource = CoapRpcLibResourceOf(ctx, entry);
   if (resource) CoapRpcLibDropQueried(resource, session);
 }
 
