@@ -82,6 +82,29 @@ TEST_F(SerSync, Update_WithoutMemory_SaysThatNothingWasStored) {
   EXPECT_EQ(Set().head, 1u);
 }
 
+// One that libcoap does not know, as when its URI was moved to another address.
+TEST_F(SerSync, UnknownObserver_ExpiresAndHoldsNobodyBack) {
+  std::vector<uint64_t> confirmed;
+  CoapRpcSerSyncParam param = {};
+  param.leaseMs = 1000;
+  param.userData = reinterpret_cast<uint64_t>(&confirmed);
+  param.onConfirmed = [](uint64_t userData, uint64_t version) {
+    reinterpret_cast<std::vector<uint64_t> *>(userData)->push_back(version);
+  };
+  ASSERT_EQ(COAP_RpcSerSetUriSync(instance_, &key_, &param), 0u);
+  Put("aaaa", "0001");
+  const int sessions[2] = {};
+  coap_rpc::SyncObserverComes(Entry(), &sessions[0]);
+  coap_rpc::SyncPeer *heard = coap_rpc::SyncObserverComes(Entry(), &sessions[1]);
+  coap_rpc::SyncObserverHas(Entry(), heard, 1);
+  host_.AdvanceMs(1000);
+  EXPECT_EQ(confirmed, std::vector<uint64_t>());
+  coap_rpc::SyncObserverAsks(heard);
+  host_.AdvanceMs(250);
+  EXPECT_EQ(confirmed, (std::vector<uint64_t>{1}));
+  EXPECT_EQ(Entry()->sync->peers.num, 1u);
+}
+
 TEST_F(SerSync, Replace_BadArguments_GiveCodes) {
   EXPECT_EQ(COAP_RpcSerSyncReplace(nullptr, &key_, Next, 0), 1900001521u);
   EXPECT_EQ(COAP_RpcSerSyncReplace(instance_, nullptr, Next, 0), 1900001521u);

@@ -69,6 +69,11 @@ TEST_F(SyncPagesWire, Pull_OfAnotherLife_HasToRestart) {
   EXPECT_EQ(PayloadHex(Pull(peer_, {"id=1", "full=1"})), Page(kRestart | kNotObserving, 0, 0));
 }
 
+TEST_F(SyncPagesWire, Restart_IsNeverComplete) {
+  ServeSynced();
+  EXPECT_EQ(PayloadHex(Pull(peer_, {"id=1"})), Page(kRestart | kNotObserving, 0, 0));
+}
+
 TEST_F(SyncPagesWire, Pull_BeyondTheHead_HasToRestart) {
   ServeSynced();
   Update("k001", "v001");
@@ -414,6 +419,19 @@ TEST_F(SyncPagesWire, SilentObserver_IsRemoved) {
   EXPECT_EQ(entry_->sync->peers.num, 0u);
   Update("k002", "v001");
   ExpectSilence(other);
+}
+
+TEST_F(SyncPagesWire, TwoRegistrationsOfOneSession_AreBothNotified) {
+  ServeSynced();
+  Ask(peer_, Registering({0x01}));
+  Ask(peer_, Registering({0x02}).AddText(kOptUriHost, "other"));
+  Update("k001", "v001");
+  const CoapMessage first = NextNotification(peer_);
+  const CoapMessage second = NextNotification(peer_);
+  EXPECT_NE(first.token, second.token);
+  EXPECT_EQ(first.type, CoapType::kNon);
+  EXPECT_EQ(second.type, CoapType::kNon);
+  EXPECT_EQ(second.payload, first.payload);
 }
 
 // One session that registers with ever other options takes no more than a URI's observers.

@@ -81,7 +81,7 @@ TEST_F(SyncStateWire, WhatConfirmsNothing) {
   EXPECT_EQ(confirmed_, std::vector<uint64_t>());
 }
 
-TEST_F(SyncStateWire, SlowestThatExpiresOrLeaves_HoldsNobodyBack) {
+TEST_F(SyncStateWire, SlowestThatExpires_HoldsNobodyBack) {
   ServeSynced(Confirming());
   Ask(peer_, Registering());
   Ask(other_, Registering());
@@ -92,13 +92,20 @@ TEST_F(SyncStateWire, SlowestThatExpiresOrLeaves_HoldsNobodyBack) {
   EXPECT_EQ(confirmed_, std::vector<uint64_t>());
   host_.AdvanceMs(500);
   EXPECT_EQ(confirmed_, (std::vector<uint64_t>{1}));
+}
+
+TEST_F(SyncStateWire, SlowestThatLeaves_HoldsNobodyBack) {
+  CoapRpcSerSyncParam param = Confirming();
+  param.leaseMs = 0;
+  ServeSynced(param);
   Ask(peer_, Registering());
-  Update("k002", "v001");
-  PullSince(other_, 2);
-  EXPECT_EQ(State().confirmed, 0u);
+  Ask(other_, Registering());
+  Update("k001", "v001");
+  PullSince(other_, 1);
+  EXPECT_EQ(confirmed_, std::vector<uint64_t>());
   CoapMessage cancel = Request(CoapType::kCon, kCodeGet, ++mid_, {0x5D}).AddPath("obs");
   Ask(peer_, cancel.AddUint(kOptObserve, 1).AddText(kOptUriQuery, "_sync=1"));
-  EXPECT_EQ(confirmed_, (std::vector<uint64_t>{1, 2}));
+  EXPECT_EQ(confirmed_, (std::vector<uint64_t>{1}));
 }
 
 TEST_F(SyncStateWire, State_TellsWhereTheSetIs) {
