@@ -85,7 +85,7 @@ TEST_F(SyncPeersTest, RandomLife_AgreesWithTheModel) {
   uint64_t version = 0;
   for (int step = 0; step < 20'000; ++step) {
     const uintptr_t number = 1 + random() % 20;
-    const uint32_t dice = random() % 10;
+    const auto dice = random() % 10;
     if (dice < 2) {
       if (model.try_emplace(number, 0).second) Comes(number);
     } else if (dice < 3) {
