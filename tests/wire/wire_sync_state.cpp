@@ -123,7 +123,7 @@ TEST_F(SyncStateWire, State_TellsWhereTheSetIs) {
   EXPECT_EQ(state.unconfirmedMs, 0u);
   const uint64_t bytes = state.bytes;
   Update("k004", "v001");
-  EXPECT_EQ(State().bytes - bytes, 48u + 32 + 8);
+  EXPECT_EQ(State().bytes - bytes, 24u + 32 + 8);
 }
 
 TEST_F(SyncStateWire, State_TellsWhatIsUnconfirmedForHowLong) {

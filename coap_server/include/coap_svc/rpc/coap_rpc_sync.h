@@ -53,7 +53,7 @@ typedef struct CoapRpcSerSyncParam {
  * It cannot be taken back.  From then on COAP_RpcSerObserveDataUpdate returns 1900000135 when there
  * is no memory for a new tuple: nothing has changed then.
  *
- * A tuple takes 48 bytes more than without.  Not for use inside a callback that walks tuples.
+ * A tuple takes up to 48 bytes more than without.  Not for use inside a callback that walks tuples.
  *
  *   param   copied; null: all defaults
  *

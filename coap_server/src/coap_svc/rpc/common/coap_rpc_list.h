@@ -50,6 +50,12 @@ class List {
     return next == &head_ ? nullptr : RecordOf(next);
   }
 
+  // Before returns the record before `rec`, or null at the beginning.
+  Rec *Before(const Rec *rec) const {
+    CoapRpcLink *prev = LinkOf(rec)->prev;
+    return prev == &head_ ? nullptr : RecordOf(prev);
+  }
+
   // Append moves `rec` to the tail, off the list that its link is on; Prepend to the head.
   void Append(Rec *rec) {
     if (!head_.next) LinkInit(head_);

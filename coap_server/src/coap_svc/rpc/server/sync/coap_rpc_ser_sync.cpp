@@ -157,10 +157,7 @@ uint32_t NumBehind(SyncPeers &peers, uint64_t head) {
 }
 
 uint64_t BytesOf(const CoapRpcSerSync &sync) {
-  const size_t tuple =
-      sizeof(SyncTuple) + sizeof(CoapRpcUriTuple) + TupleBytes(*sync.set.entry->obVtbl);
-  return sizeof(sync) + (uint64_t{sync.set.numLive} + sync.set.numTombs) * tuple +
-         sync.peers.num * sizeof(SyncPeer);
+  return sizeof(sync) + SyncSetBytes(sync.set) + sync.peers.num * sizeof(SyncPeer);
 }
 
 uint64_t UnconfirmedMs(const CoapRpcSerSync &sync) {

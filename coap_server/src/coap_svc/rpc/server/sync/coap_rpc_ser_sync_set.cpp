@@ -14,13 +14,6 @@ namespace {
 
 constexpr uint32_t kLivePerTombstone = 4;
 
-int32_t CompareVersions(const void *a, const void *b) {
-  const uint64_t versionA = *static_cast<const uint64_t *>(a);
-  const uint64_t versionB = *static_cast<const uint64_t *>(b);
-  return (versionA > versionB) - (versionA < versionB);
-}
-
-using Versions = COAP_RPC_TABLE(SyncTuple, version, uint64_t, CompareVersions);
 using Keys = Table<CoapRpcUriTuple, void, offsetof(CoapRpcUriTuple, node)>;
 
 const CoapRpcSerObVtblReg &ObOf(const SyncSet &set) { return *set.entry->obVtbl; }
@@ -48,29 +41,44 @@ uint64_t NextVersion(SyncSet &set) {
 }
 
 // Append puts a tuple, which is in no order, at the end of one.
-void Append(SyncSet &set, OSAL_AVL3_TREE &order, CoapRpcUriTuple *tuple) {
+void Append(SyncSet &set, SyncOrder &order, CoapRpcUriTuple *tuple) {
   SyncTuple *rec = VersionOf(tuple);
   rec->version = NextVersion(set);
-  (void)Versions(order).Insert(rec);  // the version is new
+  SyncOrderAppend(order, set.space, rec);
 }
 
-PoolPtr<SyncTuple> NewTuple(const SyncSet &set) {
-  return NewZeroed<SyncTuple>(MemOf(set), sizeof(CoapRpcUriTuple) + TupleBytes(ObOf(set)));
+void Remove(SyncSet &set, SyncOrder &order, CoapRpcUriTuple *tuple) {
+  SyncOrderRemove(order, set.space, VersionOf(tuple));
+}
+
+uint64_t NumTuples(const SyncSet &set) { return uint64_t{set.numLive} + set.numTombs; }
+
+size_t RecordBytes(const SyncSet &set) {
+  return sizeof(SyncTuple) + sizeof(CoapRpcUriTuple) + TupleBytes(ObOf(set));
+}
+
+// NewTuple makes a record in no table, one more than `num`, and makes sure of its places in the
+// orders.
+PoolPtr<SyncTuple> NewTuple(SyncSet &set, uint64_t num) {
+  const uint64_t mem = MemOf(set);
+  if (!SyncSpaceReserve(set.space, mem, num + 1)) return {nullptr, {mem}};
+  return NewZeroed<SyncTuple>(mem, RecordBytes(set) - sizeof(SyncTuple));
 }
 
 void Free(const SyncSet &set, CoapRpcUriTuple *tuple) { PoolFree(MemOf(set), VersionOf(tuple)); }
 
 void Unbury(SyncSet &set, CoapRpcUriTuple *tomb) {
   TombKeys(set).Remove(tomb);
-  Versions(set.tombTree).Remove(VersionOf(tomb));
+  Remove(set, set.tombs, tomb);
   --set.numTombs;
 }
 
 void DropOldestTomb(SyncSet &set) {
-  CoapRpcUriTuple *tomb = TupleOf(Versions(set.tombTree).First());
+  CoapRpcUriTuple *tomb = TupleOf(SyncCursor(set.tombs, 0).Get());
   set.floor = VersionOf(tomb)->version;
   Unbury(set, tomb);
   Free(set, tomb);
+  SyncSpaceTrim(set.space, MemOf(set), NumTuples(set));
 }
 
 uint32_t MaxTombs(const SyncSet &set) {
@@ -92,7 +100,7 @@ CoapRpcUriTuple *Revive(SyncSet &set, CoapRpcUriTuple *tomb) {
 // TakeRecord returns a record with the key, in no table; null without memory.
 CoapRpcUriTuple *TakeRecord(SyncSet &set, const void *tupleKey) {
   if (CoapRpcUriTuple *tomb = TombKeys(set).Find(tupleKey)) return Revive(set, tomb);
-  auto made = NewTuple(set);
+  auto made = NewTuple(set, NumTuples(set));
   if (!made) return nullptr;
   CoapRpcUriTuple *tuple = TupleOf(made.release());
   CopyTupleKey(ObOf(set), tuple->key, tupleKey, kSiteAddUriTupleKeyCopy);
@@ -104,7 +112,7 @@ void GoLive(SyncSet &set, CoapRpcUriTuple *tuple) {
   (void)LiveKeys(set).Insert(tuple);  // the caller has looked for its key
   ++set.numLive;
   set.digest += HashOf(set, tuple);
-  Append(set, set.liveTree, tuple);
+  Append(set, set.live, tuple);
 }
 
 bool IsEqual(const SyncSet &set, const CoapRpcUriTuple *tuple, const void *tupleVal) {
@@ -115,12 +123,13 @@ bool IsEqual(const SyncSet &set, const CoapRpcUriTuple *tuple, const void *tuple
 // CopyAll makes a record with a version of each of the entry's tuples.  False: no memory.
 bool CopyAll(SyncSet &set) {
   const Keys keys = LiveKeys(set);
+  uint64_t num = 0;
   for (const CoapRpcUriTuple *tuple = keys.First(); tuple; tuple = keys.Next(tuple)) {
-    auto made = NewTuple(set);
+    auto made = NewTuple(set, num++);
     if (!made) return false;
     CoapRpcUriTuple *copy = TupleOf(made.release());
     std::copy_n(tuple->key, TupleBytes(ObOf(set)), copy->key);
-    Append(set, set.liveTree, copy);
+    Append(set, set.live, copy);
   }
   return true;
 }
@@ -132,36 +141,42 @@ void ReplaceAll(SyncSet &set) {
     keys.Remove(tuple);
     PoolFree(MemOf(set), tuple);
   });
-  const Versions order(set.liveTree);
-  for (SyncTuple *rec = order.First(); rec; rec = order.Next(rec)) {
-    (void)keys.Insert(TupleOf(rec));
+  for (SyncCursor at(set.live, 0); at.Get(); at.Advance()) {
+    (void)keys.Insert(TupleOf(at.Get()));
     ++set.numLive;
-    set.digest += HashOf(set, TupleOf(rec));
+    set.digest += HashOf(set, TupleOf(at.Get()));
   }
 }
 
-void FreeOrder(SyncSet &set, OSAL_AVL3_TREE &tree) {
-  Versions order(tree);
-  order.Drain([&](SyncTuple *rec) {
-    order.Remove(rec);
+void FreeTuples(SyncSet &set, SyncOrder &order) {
+  SyncCursor at(order, 0);
+  while (SyncTuple *rec = at.Get()) {
+    at.Advance();
     Free(set, TupleOf(rec));
-  });
+  }
+  SyncOrderClear(order, set.space);
+}
+
+void FreeAll(SyncSet &set) {
+  FreeTuples(set, set.live);
+  FreeTuples(set, set.tombs);
+  SyncSpaceClear(set.space, MemOf(set));
 }
 
 }  // namespace
 
 SyncWalk::SyncWalk(SyncSet &set, uint64_t since)
-    : set_(set),
-      live_(Versions(set.liveTree).After(&since)),
-      tomb_(Versions(set.tombTree).After(&since)) {}
+    : set_(set), live_(set.live, since), tomb_(set.tombs, since) {}
 
 bool SyncWalk::Next(SyncChange &change) {
-  if (!live_ && !tomb_) return false;
-  const bool isLive = !tomb_ || (live_ && live_->version < tomb_->version);
-  SyncTuple *&next = isLive ? live_ : tomb_;
+  SyncTuple *live = live_.Get();
+  SyncTuple *tomb = tomb_.Get();
+  if (!live && !tomb) return false;
+  const bool isLive = !tomb || (live && live->version < tomb->version);
+  SyncTuple *next = isLive ? live : tomb;
   const uint8_t *key = TupleOf(next)->key;
   change = {next->version, key, isLive ? key + ObOf(set_).keyLen : nullptr};
-  next = Versions(isLive ? set_.liveTree : set_.tombTree).Next(next);
+  (isLive ? live_ : tomb_).Advance();
   return true;
 }
 
@@ -170,7 +185,7 @@ bool SyncSetAdopt(SyncSet &set) {
   if (isCopied) {
     ReplaceAll(set);
   } else {
-    FreeOrder(set, set.liveTree);
+    FreeAll(set);
   }
   return isCopied;
 }
@@ -186,20 +201,21 @@ CoapRpcUriTuple *SyncSetAdd(SyncSet &set, const void *tupleKey, const void *tupl
 
 void SyncSetUpdate(SyncSet &set, CoapRpcUriTuple *tuple, const void *tupleVal) {
   if (IsEqual(set, tuple, tupleVal)) return;
+  SyncOrderPrefetch(VersionOf(tuple));
   set.digest -= HashOf(set, tuple);
   CopyTupleVal(ObOf(set), tuple->key, tupleVal, kSiteUpdateUriTupleValCopy);
   set.digest += HashOf(set, tuple);
-  Versions(set.liveTree).Remove(VersionOf(tuple));
-  Append(set, set.liveTree, tuple);
+  Remove(set, set.live, tuple);
+  Append(set, set.live, tuple);
 }
 
 void SyncSetDelete(SyncSet &set, CoapRpcUriTuple *tuple) {
   set.digest -= HashOf(set, tuple);
   LiveKeys(set).Remove(tuple);
-  Versions(set.liveTree).Remove(VersionOf(tuple));
+  Remove(set, set.live, tuple);
   --set.numLive;
   (void)TombKeys(set).Insert(tuple);  // a key is live or has a tombstone
-  Append(set, set.tombTree, tuple);
+  Append(set, set.tombs, tuple);
   ++set.numTombs;
   DropSurplus(set);
 }
@@ -222,10 +238,13 @@ void SyncSetLimit(SyncSet &set, uint32_t minTombs) {
   DropSurplus(set);
 }
 
+uint64_t SyncSetBytes(const SyncSet &set) {
+  return NumTuples(set) * RecordBytes(set) + uint64_t{set.space.num} * sizeof(SyncSegment);
+}
+
 void SyncSetClear(SyncSet &set) {
   Keys(set.entry->tupleSetTree, set.entry->tupleSetDesc).Init();
-  FreeOrder(set, set.liveTree);
-  FreeOrder(set, set.tombTree);
+  FreeAll(set);
   set.tombKeys = {};
   set.numLive = set.numTombs = 0;
   set.digest = 0;

@@ -19,16 +19,9 @@
 #define COAP_RPC_SER_SYNC_SET_H
 
 #include "coap_svc/rpc/server/coap_rpc_ser_entry.h"
+#include "coap_svc/rpc/server/sync/coap_rpc_ser_sync_order.h"
 
 namespace coap_rpc {
-
-// SyncTuple stands in front of a CoapRpcUriTuple.
-struct SyncTuple {
-  OSAL_AVL3_NODE node;  // in one of the two orders of versions
-  uint64_t version;     // of its last change
-  uint64_t metBy;       // number of the replacement that met it last
-};
-static_assert(sizeof(SyncTuple) == 48, "what a version costs a tuple");
 
 struct SyncSet {
   CoapRpcSerUriVtbl *entry;  // whose tuples these are
@@ -36,13 +29,14 @@ struct SyncSet {
   uint64_t head;             // version of the last change; 0: there was none
   uint64_t floor;            // version of the last tombstone dropped; 0: none
   uint64_t digest;           // sum of XXH64 over the bytes of each live tuple, mod 2^64
-  OSAL_AVL3_TREE liveTree;   // SyncTuple by version
-  OSAL_AVL3_TREE tombTree;   // SyncTuple by version
-  OSAL_AVL3_TREE tombKeys;   // CoapRpcUriTuple by key
+  SyncOrder live;
+  SyncOrder tombs;
+  SyncSpace space;          // of both orders
+  OSAL_AVL3_TREE tombKeys;  // CoapRpcUriTuple by key
   uint32_t numLive;
   uint32_t numTombs;
   uint32_t minTombs;
-  uint64_t numReplacements;
+  uint32_t numReplacements;
   void (*onChange)(CoapRpcSerUriVtbl *entry);  // after each new version; null: nobody
 };
 
@@ -63,9 +57,9 @@ class SyncWalk {
   bool Next(SyncChange &change);
 
  private:
-  SyncSet &set_;
-  SyncTuple *live_;
-  SyncTuple *tomb_;
+  const SyncSet &set_;
+  SyncCursor live_;
+  SyncCursor tomb_;
 };
 
 // SyncSetAdopt gives versions to the tuples that the set's entry has, in order of keys.  The set is
@@ -86,6 +80,9 @@ CoapRpcUriTuple *SyncSetUnmet(SyncSet &set, CoapRpcUriTuple *after);
 
 // SyncSetLimit sets minTombs, and drops the tombstones that are too many.
 void SyncSetLimit(SyncSet &set, uint32_t minTombs);
+
+// SyncSetBytes is the memory of the set's tuples and tombstones.
+uint64_t SyncSetBytes(const SyncSet &set);
 
 // SyncSetClear frees all tuples, those of the entry as well.
 void SyncSetClear(SyncSet &set);
