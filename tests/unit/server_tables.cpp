@@ -66,7 +66,8 @@ constexpr CoapRpcLibExtOps kExtOps = {.forgetEntry = ForgetEntry,
                                       .mustWait = nullptr,
                                       .isUnderWay = nullptr,
                                       .pushSync = nullptr,
-                                      .dropSyncObserver = nullptr};
+                                      .dropSyncObserver = nullptr,
+                                      .runSoon = nullptr};
 
 int32_t CompareTupleKeys(const void *a, const void *b) { return memcmp(a, b, 4); }
 

@@ -2,6 +2,7 @@
 #include <string>
 #include <vector>
 
+#include "coap_svc/rpc/coap_rpc_ext.h"
 #include "sync_server.h"
 
 namespace coap_rpc_test {
@@ -324,6 +325,43 @@ TEST_F(SyncPagesWire, Notifications_AreTheSameBytesForAll) {
   EXPECT_EQ(NextNotification(other).payload, first.payload);
   EXPECT_EQ(PayloadHex(first),
             Page(kAtHead | kNotification, 0, 1, UpdateHex(1, "k001", "v001"), 1));
+}
+
+// Nobody serves the descriptor here: the I/O task alone would take up to a second.
+TEST_F(SyncPagesWire, NoWindow_IsPushedAtOnceOnAHostThatPolls) {
+  ServeSynced();
+  Ask(peer_, Registering());
+  Tick();
+  const size_t numTimers = host_.Timers().Running().size();
+  Update("k001", "v001");
+  Update("k002", "v001");
+  EXPECT_EQ(host_.Timers().Running().size(), numTimers + 1);
+  host_.AdvanceMs(1);
+  const auto notification = peer_.ReceiveNow();
+  ASSERT_TRUE(notification);
+  EXPECT_EQ(PayloadHex(*notification),
+            Page(kAtHead | kNotification, 0, 2,
+                 UpdateHex(1, "k001", "v001") + " " + UpdateHex(1, "k002", "v001"), 2));
+  EXPECT_EQ(host_.Timers().Running().size(), numTimers);
+}
+
+TEST_F(SyncPagesWire, NoTimer_IsNeededWhereTheDescriptorIsServed) {
+  ServeSynced();
+  Ask(peer_, Registering());
+  COAP_RpcProcIo(Ctx());
+  const size_t numTimers = host_.Timers().Running().size();
+  Update("k001", "v001");
+  EXPECT_EQ(host_.Timers().Running().size(), numTimers);
+  COAP_RpcProcIo(Ctx());
+  EXPECT_TRUE(peer_.ReceiveNow());
+}
+
+TEST_F(SyncPagesWire, NoTimerToBeHad_IsPushedByTheTask) {
+  ServeSynced();
+  Ask(peer_, Registering());
+  host_.Timers().Failures().FailFrom(1);
+  Update("k001", "v001");
+  EXPECT_TRUE(Next(peer_));
 }
 
 TEST_F(SyncPagesWire, Window_CollectsChanges) {

@@ -35,6 +35,9 @@ typedef struct CoapRpcLibExtOps {
    * returns how many.  dropSyncObserver ends their registrations through a session. */
   uint32_t (*pushSync)(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry);
   void (*dropSyncObserver)(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const void *session);
+  /* runSoon makes the I/O run within a millisecond, whether the host serves the descriptor or not.
+   */
+  void (*runSoon)(CoapRpcCtx *ctx);
 } CoapRpcLibExtOps;
 
 struct CoapRpcCtx {

@@ -28,6 +28,8 @@ struct CoapRpcLibCtx {
   coap_response_handler_t responseHandler;
   coap_context_t *coapCtx;     /* null while not started */
   uint64_t taskTmr;            /* running I/O timer; 0 none */
+  uint64_t soonTmr;            /* runs the I/O once, at once; 0 none */
+  uint32_t isFdServed;         /* non-zero: the host has served the descriptor */
   uint32_t quickMode;          /* non-zero: on the 100 ms period for good */
   uint32_t svcFlag;            /* non-zero: each 1000 ms tick drains libcoap harder */
   CoapRpcLink blockList;       /* observe payloads owned by libcoap, of all entries */

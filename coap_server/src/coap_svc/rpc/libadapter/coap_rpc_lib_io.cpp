@@ -28,6 +28,8 @@ namespace {
 
 using namespace coap_rpc;
 
+constexpr uint32_t kSoonMs = 1;
+
 // Libcoap returns the instance's libcoap context; null while it is not started.
 coap_context_t *Libcoap(const CoapRpcCtx *ctx) { return ctx->lib ? ctx->lib->coapCtx : nullptr; }
 
@@ -103,8 +105,28 @@ void WakeForTick(CoapRpcCtx *ctx) {
   CoapRpcLibWakeIn(lib->coapCtx, lib->nextTick - now);
 }
 
+void NoteRun(CoapRpcLibCtx *lib, const ReadRounds &rounds) {
+  lib->numReads = static_cast<uint16_t>(rounds.First());
+  lib->isFdServed = 1;
+}
+
 void TickWithIo(CoapRpcCtx *ctx) {
   if (Libcoap(ctx) && ctx->ioDepth == 0 && CoapRpcPartsNeedTick(ctx)) WakeForTick(ctx);
+}
+
+void StopTimer(const CoapRpcCtx *ctx, uint64_t &timer) {
+  if (timer == 0) return;
+  KST_TmrStop(ctx->param.tmrHandle, timer);
+  timer = 0;
+}
+
+// RunNow waits for its next tick inside libcoap's I/O, whose callbacks may run timers.
+uint32_t RunNow(void *root) {
+  auto *ctx = static_cast<CoapRpcCtx *>(root);
+  if (ctx->ioDepth != 0) return 0;
+  StopTimer(ctx, ctx->lib->soonTmr);
+  ProcessOnce(ctx);
+  return 0;
 }
 
 }  // namespace
@@ -116,9 +138,14 @@ uint32_t CoapRpcLibStartTimer(CoapRpcCtx *ctx, CoapRpcLibCtx *lib) {
 }
 
 void CoapRpcLibStopTimer(CoapRpcCtx *ctx, CoapRpcLibCtx *lib) {
-  if (lib->taskTmr == 0) return;
-  KST_TmrStop(ctx->param.tmrHandle, lib->taskTmr);
-  lib->taskTmr = 0;
+  StopTimer(ctx, lib->taskTmr);
+  StopTimer(ctx, lib->soonTmr);
+}
+
+void CoapRpcLibRunSoon(CoapRpcCtx *ctx) {
+  CoapRpcLibCtx *lib = ctx->lib;
+  if (!lib || lib->isFdServed != 0 || lib->soonTmr != 0) return;
+  lib->soonTmr = KST_TmrStartLoop(ctx->param.tmrHandle, RunNow, kSoonMs, ctx);
 }
 
 void CoapRpcLibRetired(CoapRpcCtx *ctx) {
@@ -172,7 +199,7 @@ uint32_t COAP_RpcProcIo(CoapRpcCtx *ctx) {
   ReadRounds rounds(ctx->lib ? ctx->lib->numReads : 0);
   bool isTimeLeft = true;
   while (isTimeLeft && ServeRound(ctx, rounds)) isTimeLeft = MonotonicMs() < endMs;
-  if (ctx->lib) ctx->lib->numReads = static_cast<uint16_t>(rounds.First());
+  if (ctx->lib) NoteRun(ctx->lib, rounds);
   TickWithIo(ctx);
   return isTimeLeft ? 0 : 1;
 }

@@ -23,6 +23,10 @@ void CoapRpcLibStopTimer(CoapRpcCtx *ctx, CoapRpcLibCtx *lib);
 COAP_RPC_API uint32_t COAP_RpcProcTask(void *root);
 COAP_RPC_API uint32_t COAP_RpcProcQuickTask(void *root);
 
+/* CoapRpcLibRunSoon makes the I/O run within a millisecond: by the descriptor, which the caller has
+ * made readable, or by a timer of its own on a host that has never served that. */
+void CoapRpcLibRunSoon(CoapRpcCtx *ctx);
+
 /* CoapRpcLibRetired frees what has just been given up, endpoints and resources; inside libcoap's
  * I/O, which may be using it, when the turn ends. */
 void CoapRpcLibRetired(CoapRpcCtx *ctx);

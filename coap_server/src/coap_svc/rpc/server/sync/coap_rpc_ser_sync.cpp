@@ -30,6 +30,7 @@ void StopTimer(const CoapRpcSerUriVtbl *entry, uint64_t &timer) {
 void Push(CoapRpcSerUriVtbl *entry) {
   const CoapRpcLibExtOps *ops = RootOf(entry)->libExt;
   entry->sync->isRoundAhead = ops && ops->pushSync(RootOf(entry), entry) != 0;
+  if (entry->sync->isRoundAhead) ops->runSoon(RootOf(entry));
 }
 
 uint32_t EndWindow(void *param) {
