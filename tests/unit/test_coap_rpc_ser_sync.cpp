@@ -2,12 +2,32 @@
 #include "coap_svc/rpc/coap_rpc_sync.h"
 
 #include <gtest/gtest.h>
+#include <sys/random.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
+#include <optional>
 #include <vector>
 
 #include "coap_svc/rpc/common/coap_rpc_ctx.h"
 #include "synced_entry.h"
 #include "test_instance.h"
+
+namespace {
+
+// What the system gives in place of random bytes: as many zeros; less than 0: an error.
+std::optional<ssize_t> g_randomZeros;
+
+}  // namespace
+
+extern "C" ssize_t getrandom(void *buf, size_t len, unsigned flags) noexcept {
+  if (!g_randomZeros) return syscall(SYS_getrandom, buf, len, flags);
+  memset(buf, 0, len);
+  errno = ENOSYS;
+  return *g_randomZeros;
+}
 
 namespace coap_rpc_test {
 namespace {
@@ -71,6 +91,22 @@ TEST_F(SerSync, SetUriSync_BadArguments_GiveCodes) {
   EXPECT_EQ(COAP_RpcSerSetUriSync(instance_, &plainKey_, nullptr), 1900001512u);
   const CoapRpcUriKey unknown = KeyOf("unknown", 0, 1);
   EXPECT_EQ(COAP_RpcSerSetUriSync(instance_, &unknown, nullptr), 1900001512u);
+}
+
+TEST_F(SerSync, SetUriSync_WithoutRandomNumbers_ChangesNothing) {
+  ASSERT_EQ(Put("aaaa", "0001"), 0u);
+  const size_t numBefore = host_.Pool().LiveCount();
+  for (const ssize_t num : {-1, 0, 7}) {
+    g_randomZeros = num;
+    EXPECT_EQ(SetSync(), 1900001516u) << num;
+    EXPECT_EQ(Entry()->sync, nullptr);
+    EXPECT_EQ(host_.Pool().LiveCount(), numBefore);
+  }
+  g_randomZeros = 8;
+  EXPECT_EQ(SetSync(), 0u);
+  EXPECT_EQ(Set().replid, 1u);  // 0 stands for none
+  g_randomZeros.reset();
+  EXPECT_EQ(Tuples(), (Rows{"aaaa0001"}));
 }
 
 TEST_F(SerSync, Update_WithoutMemory_SaysThatNothingWasStored) {
