@@ -99,12 +99,17 @@ TEST_F(SyncPages, JsonOfTexts_IsAsTheApplicationShowsThem) {
 }
 
 TEST_F(SyncPages, JsonWithoutMemory_IsEmpty) {
-  t_.Put("aaaa", "0001");
+  t_.ob.valLen = 65;  // the longest that needs no memory of its own has 64 bytes
+  t_.Put("aaaa", std::string(65, 'v'));
   Collect(0);
-  t_.host.Pool().Failures().FailOnce(3);  // the text; key and value come before
+  t_.host.Pool().Failures().FailOnce(2);  // the text; the value comes before
   EXPECT_EQ(Json(), "");
   t_.host.Pool().Failures().FailOnce(1);
   EXPECT_EQ(Json(), "");
+  const std::string json = Json();
+  std::string digits;
+  for (int i = 0; i < 65; ++i) digits += "76";
+  EXPECT_NE(json.find(",1,\"61616161\",\"" + digits + "\"]"), std::string::npos) << json;
 }
 
 TEST_F(SyncPages, Until_EndsThePage) {

@@ -24,22 +24,34 @@ PoolPtr<char> NewText(const SyncPage &page, size_t size) {
   return {static_cast<char *>(PoolAlloc(mem, size)), {mem}};
 }
 
-// HexOf returns bytes as a text of digits, null without memory.
-json_t *HexOf(const SyncPage &page, const uint8_t *bytes, size_t len) {
+void WriteHex(const uint8_t *bytes, size_t len, char *text) {
   static constexpr char kDigits[] = "0123456789abcdef";
+  for (size_t i = 0; i < len; ++i) {
+    text[2 * i] = kDigits[bytes[i] >> 4];
+    text[2 * i + 1] = kDigits[bytes[i] & 0x0F];
+  }
+}
+
+json_t *LongHexOf(const SyncPage &page, const uint8_t *bytes, size_t len) {
   const PoolPtr<char> text = NewText(page, 2 * len);
   if (!text) return nullptr;
-  for (size_t i = 0; i < len; ++i) {
-    text.get()[2 * i] = kDigits[bytes[i] >> 4];
-    text.get()[2 * i + 1] = kDigits[bytes[i] & 0x0F];
-  }
+  WriteHex(bytes, len, text.get());
   return json_stringn(text.get(), 2 * len);
+}
+
+// HexOf returns bytes as a text of digits, null without memory.
+json_t *HexOf(const SyncPage &page, const uint8_t *bytes, size_t len) {
+  char text[kTupleTextSize];
+  if (2 * len > sizeof(text)) return LongHexOf(page, bytes, len);
+  WriteHex(bytes, len, text);
+  return json_stringn(text, 2 * len);
 }
 
 // TextOf returns bytes as the application shows them, which need not be UTF-8, else as digits.
 json_t *TextOf(const SyncPage &page, const uint8_t *bytes, size_t len, CoapRpcTupleToStr toStr) {
+  if (!toStr) return HexOf(page, bytes, len);
   char buf[kTupleTextSize] = {};
-  const char *text = toStr ? toStr(bytes, buf, sizeof(buf)) : nullptr;
+  const char *text = toStr(bytes, buf, sizeof(buf));
   json_t *shown = text ? json_string(text) : nullptr;
   return shown ? shown : HexOf(page, bytes, len);
 }
