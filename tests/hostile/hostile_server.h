@@ -9,6 +9,8 @@
 #include <vector>
 
 #include "coap_svc/rpc/coap_rpc_ext.h"
+#include "coap_svc/rpc/coap_rpc_sync.h"
+#include "coap_svc/rpc/server/sync/coap_rpc_ser_sync.h"
 #include "observe_server.h"
 #include "own_network.h"
 #include "sender.h"
@@ -157,6 +159,24 @@ class HostileServer : public ObserveServer {
     return num;
   }
 
+  // KeepVersions gives versions to the tuples of "obs".  To be called before SetUp.
+  void KeepVersions() {
+    const CoapRpcUriKey key = KeyOf("obs", COAP_RPC_CON, 1);
+    ASSERT_EQ(COAP_RpcSerSetUriSync(Ctx(), &key, nullptr), 0u);
+    versions_ = COAP_RpcSerFindUriVtbl(Ctx()->ser, &key)->sync;
+  }
+
+  // Pull asks for all tuples of "obs", by who knows the set's life.
+  CoapMessage Pull(CoapType type) {
+    char id[32];
+    snprintf(id, sizeof(id), "id=%llx", static_cast<unsigned long long>(versions_->set.replid));
+    CoapMessage pull = Get(type, "obs");
+    for (const char *arg : {"_sync=1", static_cast<const char *>(id), "full=1"}) {
+      pull.AddText(kOptUriQuery, arg);
+    }
+    return pull;
+  }
+
   // NumObservers counts the observers of all URIs.
   uint32_t NumObservers() {
     uint32_t num = 0;
@@ -167,6 +187,7 @@ class HostileServer : public ObserveServer {
     return num;
   }
 
+  CoapRpcSerSync *versions_ = nullptr;
   App sync_, big_, async_;
   ObserveApp small_, bigObserved_;
   Usage base_;

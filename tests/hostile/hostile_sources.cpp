@@ -205,5 +205,44 @@ TEST_F(HostileSources, RepliesToNothing) {
   ExpectAllForgotten();
 }
 
+class HostileReaders : public HostileSources {
+ protected:
+  void SetUp() override {
+    KeepVersions();
+    HostileServer::SetUp();
+  }
+};
+
+TEST_F(HostileReaders, Pulls) {
+  FromEverywhere(kNumSources,
+                 [&](int i) { return Pull(i % 2 == 0 ? CoapType::kCon : CoapType::kNon); });
+  ExpectBounded(10, kMaxHeap, 1);
+  ExpectAllForgotten();
+}
+
+// 64 pages in blocks are held, each with a record of ours.
+TEST_F(HostileReaders, PullsInBlocks) {
+  FromEverywhere(kNumSources, [&](int i) {
+    CoapMessage pull = Pull(CoapType::kCon);
+    if (i % 2 == 0) pull.AddUint(kOptAccept, 50);
+    return pull.AddBlock(kOptBlock2, {0, false, static_cast<uint8_t>(i % 4)});
+  });
+  ExpectBounded(64 + 10, kMaxHeap, 1);
+  ExpectAllForgotten();
+}
+
+// They never confirm anything; the bound is libcoap's on observers, and their lease ends.
+TEST_F(HostileReaders, Registrations) {
+  FromEverywhere(kNumSources, [&](int i) {
+    return Observe(CoapType::kCon, {static_cast<uint8_t>(i)}).AddText(kOptUriQuery, "_sync=1");
+  });
+  EXPECT_EQ(versions_->peers.num, 1000u);
+  ExpectBounded(1000 + 10, kMaxHeap, 1);
+  Change("v002");
+  ServeWaiting();
+  ExpectAllForgotten();
+  EXPECT_EQ(versions_->peers.num, 0u);
+}
+
 }  // namespace
 }  // namespace coap_rpc_test
