@@ -33,6 +33,11 @@ class Message {
     bytes_ += value;
     return *this;
   }
+  // After all options.
+  Message &AddPayload(const std::string &payload) {
+    bytes_ += '\xFF' + payload;
+    return *this;
+  }
   // A full queue at the other end is one more loss.
   void Send(int fd) const { static_cast<void>(!write(fd, bytes_.data(), bytes_.size())); }
 
