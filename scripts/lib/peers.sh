@@ -100,7 +100,7 @@ too_old() {
 }
 
 install_gocoap() {
-  local sources=("$PEERS/gocoap" bench/peers/serve_gocoap.go) least version
+  local sources=("$PEERS/gocoap" bench/peers/{serve,state}_gocoap.go) least version name
   is_built gocoap "${sources[@]}" && return
   want go golang-go || return
   least=$(sed -n 's/^go //p' "$PEERS/gocoap/go.mod")
@@ -108,8 +108,10 @@ install_gocoap() {
   is_version "$least" "${version#go}" || too_old go "${version#go}" "$least" || return
   begin_build gocoap
   cp -r "$PEERS/gocoap/." "$cache/gocoap.new"
-  mkdir "$cache/gocoap.new/serve_gocoap"
-  cp bench/peers/serve_gocoap.go "$cache/gocoap.new/serve_gocoap"
+  for name in serve_gocoap state_gocoap; do
+    mkdir "$cache/gocoap.new/$name"
+    cp "bench/peers/$name.go" "$cache/gocoap.new/$name"
+  done
   if (cd "$cache/gocoap.new" && quietly go build -trimpath -buildvcs=false -o bin/ ./...); then
     finish_build gocoap "${sources[@]}"
   else
@@ -121,7 +123,8 @@ readonly MAVEN_COPY=org.apache.maven.plugins:maven-dependency-plugin:3.6.1:copy-
 maven() { mvn --quiet --batch-mode --file "$cache/californium.new/pom.xml" "$MAVEN_COPY" "$@"; }
 
 install_californium() {
-  local sources=("$PEERS/californium" bench/peers/ServeCalifornium.java) build=$cache/californium.new
+  local sources=("$PEERS/californium" bench/peers/{Serve,State}Californium.java)
+  local build=$cache/californium.new
   is_built californium "${sources[@]}" && return
   want javac openjdk-17-jdk-headless || return
   want mvn maven || return
@@ -129,7 +132,7 @@ install_californium() {
   cp "$PEERS/californium/pom.xml" "$build"
   if quietly maven -DoutputDirectory="$build/lib"; then
     quietly javac -cp "$build/lib/*" -d "$build/classes" "$PEERS"/californium/*.java \
-      bench/peers/ServeCalifornium.java && finish_build californium "${sources[@]}"
+      bench/peers/{Serve,State}Californium.java && finish_build californium "${sources[@]}"
   else
     judge_fetch "Maven's repository" maven -Dmaven.repo.local="$build/probe" \
       -DoutputDirectory="$build/lib"
@@ -152,3 +155,8 @@ install_rust_coap() {
       --manifest-path "$cache/rust_coap.new/Cargo.toml"
   fi
 }
+
+# The brokers that the state of a table is compared with.
+PATH=$PATH:/usr/sbin
+install_redis() { want redis-server redis-server; }
+install_nats() { want nats-server nats-server; }

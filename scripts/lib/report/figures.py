@@ -32,6 +32,10 @@ FIGURES = [
     Figure("observers", "A change for many observers", "Observers",
            [("notify_cpu_us", "CPU us per notification"),
             ("register_cpu_us", "CPU us per registration"), ("round_us", "first to last us")]),
+    Figure("state", "A table and its observers", "Changed",
+           [("delivered_ms", "delivered ms"), ("per_second", "rows per second"),
+            ("row_cpu_us", "publisher's CPU us per changed row"),
+            ("pull_cpu_us", "CPU us per page pulled")]),
     Figure("uris", "POSTs, by registered URIs", "URIs", [CPU, PER_SECOND]),
     Figure("queue", "Queue and build, compared with Jansson", "Tuples", [("cpu_us", "CPU us")]),
     Figure("memory", "Memory, bytes per item", "Items",
@@ -74,6 +78,14 @@ def _call(under_way, metric, name, limit):
     return _ratio(text, "calls", (under_way, "library"), (under_way, "libcoap"), metric, limit)
 
 
+def _state(case, metric, name, limit, is_faster=False):
+    library, libcoap = (case, "library"), (case, "libcoap")
+    if is_faster:
+        return _ratio(f"{name}: libcoap / library", "state", libcoap, library, metric, limit,
+                      is_least=True)
+    return _ratio(f"{name}: library / libcoap", "state", library, libcoap, metric, limit)
+
+
 BARS = [
     _sync("16", "", "libcoap", 0.90),
     _sync("200", "", "libcoap", 0.90),
@@ -96,6 +108,10 @@ BARS = [
     _call("1", "p50_us", "p50", 1.30),
     _ratio("p50 of a synchronous POST, 1 under way: library / libcoap", "sync", ("1", "library"),
            ("1", "libcoap"), "p50_us", 1.30),
+    _state("100 of 10,000 rows", "delivered_ms", "time to deliver 100 of 10,000 rows", 60, True),
+    _state("50,000 rows", "delivered_ms", "time to deliver 50,000 rows", 1, True),
+    _state("1 row, 999 observers", "delivered_ms", "time to the last of 999 observers", 1.30),
+    _state("a page", "pull_cpu_us", "CPU of a page pulled", 1.40),
     _ratio("CPU of queuing 50,000 changes / Jansson making the document", "queue",
            ("50000", "queue"), ("50000", "Jansson"), "cpu_us", 3),
     _ratio("CPU of building their payload / Jansson making the document", "queue",
