@@ -44,7 +44,9 @@ class Readers {
     for (uint32_t i = 0; i < options.Number("--readers", 1); ++i) AddReader();
   }
 
+  // Without readers the silent ones are left behind.
   void Run() {
+    if (readers_.empty()) return;
     if (options_.Is("--full", "yes")) ReadAll();
     if (const uint32_t num = options_.Number("--repeat", 0)) {
       Repeat(num);

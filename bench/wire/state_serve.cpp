@@ -94,6 +94,11 @@ class Publisher {
     ob.tupleKeyCmp = [](const void *a, const void *b) -> int32_t {
       return memcmp(a, b, kRowField);
     };
+    ob.keyToStr = [](const void *key, char *, uint32_t) { return static_cast<const char *>(key); };
+    ob.valToStr = [](const void *val, char *buf, uint32_t size) -> const char * {
+      snprintf(buf, size, "changed at %llu", static_cast<unsigned long long>(RoundOf(val)));
+      return buf;
+    };
     Serve(table_, reg, &ob, addr);
     if (COAP_RpcSerSetUriSync(ctx_, &table_, nullptr) != 0) abort();
   }

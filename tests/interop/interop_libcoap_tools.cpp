@@ -8,6 +8,7 @@
 #include "coap_svc/rpc/coap_rpc_call.h"
 #include "coap_svc/rpc/coap_rpc_direct.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
+#include "coap_svc/rpc/coap_rpc_sync.h"
 #include "tool_process.h"
 #include "two_instances.h"
 
@@ -288,6 +289,67 @@ TEST_F(InteropServer, ObserverThatLeaves_IsCountedDown) {
   ToolProcess client({ClientTool(), "-s", "1", UriOf("table")});
   EXPECT_TRUE(RunUntil([&] { return client.HasEnded(); }));
   EXPECT_TRUE(RunUntil([&] { return table_.observerNums == std::vector<uint32_t>{1, 0}; }));
+}
+
+class InteropReaders : public InteropServer {
+ protected:
+  // KeepVersions returns the query of a pull.
+  std::string KeepVersions() {
+    EXPECT_EQ(COAP_RpcSerSetUriSync(side_.Ctx(), &key_, nullptr), 0u);
+    char query[64];
+    snprintf(query, sizeof(query), "table?_sync=1&id=%llx",
+             static_cast<unsigned long long>(State().replid));
+    return query;
+  }
+  CoapRpcSerSyncState State() {
+    CoapRpcSerSyncState state = {};
+    EXPECT_EQ(COAP_RpcSerGetSyncState(side_.Ctx(), &key_, &state), 0u);
+    return state;
+  }
+};
+
+TEST_F(InteropReaders, PullOfJson_IsReadable) {
+  Publish(2, 0);
+  const std::string output = RunClient({"-A", "50", "-m", "get"}, KeepVersions());
+  EXPECT_NE(output.find("\",0,2,2,0,\""), std::string::npos) << output;
+  EXPECT_NE(output.find(",1,\"31303030\",\"76616c30\",1,\"31303031\",\"76616c30\"]"),
+            std::string::npos)
+      << output;
+}
+
+TEST_F(InteropReaders, PullOfCbor_HasTheSameBytesInBlocksOfAnySize) {
+  Publish(60, 0);
+  const std::string query = KeepVersions();
+  const TempFile whole;
+  const TempFile inBlocks;
+  RunClient({"-m", "get", "-o", whole.Path()}, query);
+  RunClient({"-m", "get", "-b", "64", "-o", inBlocks.Path()}, query);
+  const std::string page = whole.Content();
+  EXPECT_GT(page.size(), 60u * 11);
+  EXPECT_EQ(page.substr(0, 5), "\x98\xBC\x01\x11\x1B");  // 188 items, at the head
+  EXPECT_NE(page.find("\x01\x44"
+                      "1059\x44val0"),
+            std::string::npos);
+  EXPECT_EQ(inBlocks.Content(), page);
+}
+
+TEST_F(InteropReaders, Observer_HearsOfEachChange) {
+  Publish(2, 0);
+  KeepVersions();
+  ToolProcess client({ClientTool(), "-s", "60", UriOf("table?_sync=1")});
+  ASSERT_TRUE(RunUntil([&] { return State().numObservers == 1; })) << client.Output();
+  Set("1001", "val1");
+  EXPECT_TRUE(RunUntil([&] {
+    return CountOf(client.Output(),
+                   "\x44"
+                   "1001\x44val1") == 1;
+  }));
+  COAP_RpcSerObserveDataDel(side_.Ctx(), &key_, "1000");
+  EXPECT_TRUE(RunUntil([&] {
+    return CountOf(client.Output(),
+                   "\x44"
+                   "1000\xF6") == 1;
+  }));
 }
 
 TEST_F(InteropServer, ClientWhoseDatagramsAreLost_GetsItsBlocks) {
