@@ -1,4 +1,5 @@
-/* coap_rpc_sync.h: exact copies of an observable URI's tuples at other hosts.
+/* coap_rpc_sync.h: exact copies of an observable URI's tuples at other hosts: the server's half
+ * first, then the mirror, which is such a copy.
  *
  * Without it changes reach observers once, by notifications that may be lost.  With it each change
  * of the set has a number, its version, and a reader asks for what is newer than what it has: it
@@ -15,6 +16,7 @@
 #ifndef COAP_RPC_SYNC_H
 #define COAP_RPC_SYNC_H
 
+#include "coap_svc/rpc/coap_rpc_call.h"
 #include "coap_svc/rpc/coap_rpc_ser.h"
 
 COAP_RPC_C_BEGIN
@@ -126,6 +128,152 @@ typedef struct CoapRpcSyncPeer {
 typedef void (*CoapRpcVisitSyncPeer)(uint64_t userData, const CoapRpcSyncPeer *peer);
 COAP_RPC_API uint32_t COAP_RpcSerVisitSyncPeers(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
                                                 CoapRpcVisitSyncPeer visit, uint64_t userData);
+
+/* A mirror is a copy of a URI's tuples, at a server where COAP_RpcSerSetUriSync was called for it.
+ * The library keeps it: it registers, asks for what is missing, repairs what was lost, and finds
+ * the server again after either side has restarted or moved.  Mirrors have a port each, so several
+ * of one URI, and several processes on one address, work side by side. */
+typedef struct CoapRpcMirror CoapRpcMirror;
+
+/* Limits and defaults of mirrors. */
+#define COAP_RPC_MAX_MIRRORS 4096u /* of an instance */
+#define COAP_RPC_MIRROR_MAX_IN_FLIGHT 128u
+#define COAP_RPC_MIRROR_IN_FLIGHT 16u
+#define COAP_RPC_MIRROR_MIN_HEARTBEAT_MS 100u
+#define COAP_RPC_MIRROR_MAX_HEARTBEAT_MS 3600000u
+#define COAP_RPC_MIRROR_HEARTBEAT_MS 30000u
+
+/* Where a mirror is. */
+enum {
+  COAP_RPC_MIRROR_CONNECTING = 1, /* it has heard nothing from the server so far */
+  COAP_RPC_MIRROR_FULL_SYNC,      /* it reads everything; tuples come and change meanwhile */
+  COAP_RPC_MIRROR_SYNCED,         /* it equals the server's set, as far as the server has told */
+  COAP_RPC_MIRROR_BEHIND,         /* it lacks changes, and is asking for them */
+  COAP_RPC_MIRROR_STALE,          /* the server does not answer; the tuples stay as they are */
+  COAP_RPC_MIRROR_REFUSED         /* the server answers, but not as one that keeps versions of such
+                                     tuples; the tuples stay */
+};
+
+/* The callbacks of a mirror.  Called from the I/O task and from timers, never inside
+ * COAP_RpcMirrorOpen, COAP_RpcMirrorClose or COAP_RpcUninit.  They may call all functions but
+ * COAP_RpcUninit: read this mirror and others, open them, and close them; a mirror that was closed
+ * calls nothing any more.  Keys and values are valid during the call.
+ *
+ * The first three follow the tuples.  The table has the change when they are called, and other
+ * changes of the same message may still be to come: the copy is whole when onSynced is called.
+ * Who applies them one after the other to a table of his own has an equal one.  A full sync tells
+ * only of what differs.
+ *
+ *   onAdded     a tuple has come
+ *   onChanged   it has another value
+ *   onRemoved   it is gone; tupleVal is the last value
+ *   onSynced    the mirror equals the server's set as of `version`, byte for byte, and as of no
+ *               version was it said before; after a full sync, always.  Versions grow until the
+ *               server's set begins a new life, as by a restart
+ *   onState     the state, or the code of the same state, is another one
+ *
+ * Values of tuples without value (valLen 0) are not null, and not to be read.
+ *
+ * Codes of onState: 0: nothing is wrong.  Otherwise why it is as it is; tried again by itself, with
+ * growing pauses of up to 60 s, or up to the next heartbeat when that is later:
+ *
+ *   STALE      1900001616 the server does not answer   1900001617 no socket, or srcIp is gone
+ *   REFUSED    1900001618 an error code, as 4.04       1900001619 no page: the server, or the URI,
+ *                                                      has no versions
+ *              1900001620 a page with errors           1900001621 keys or values of other lengths
+ *   BEHIND     1900001622 the digest differs, and      1900001623 versions that contradict those
+ *              a full sync follows                     before; a full sync follows
+ *              1900001624 the server has no memory,    1900001625 maxBytes are in use
+ *              or says so often to begin again         1900001626 no memory here
+ *              that it has to wait
+ *
+ * The code of REFUSED and BEHIND stays until the mirror is SYNCED again. */
+typedef void (*CoapRpcMirrorOnAdded)(uint64_t userData, const void *tupleKey, const void *tupleVal);
+typedef void (*CoapRpcMirrorOnChanged)(uint64_t userData, const void *tupleKey, const void *oldVal,
+                                       const void *newVal);
+typedef void (*CoapRpcMirrorOnRemoved)(uint64_t userData, const void *tupleKey,
+                                       const void *tupleVal);
+typedef void (*CoapRpcMirrorOnSynced)(uint64_t userData, uint64_t version);
+typedef void (*CoapRpcMirrorOnState)(uint64_t userData, uint32_t state, uint32_t code);
+
+/* CoapRpcMirrorParam is how a mirror is kept.  Zeroed but for keyLen it has all defaults. */
+typedef struct CoapRpcMirrorParam {
+  uint32_t keyLen; /* bytes of every key, as at the server; at least 1 */
+  uint32_t valLen; /* bytes of every value; keyLen + valLen up to COAP_RPC_SYNC_MAX_TUPLE */
+  CoapRpcTupleKeyCmp keyCmp; /* total order of keys, the one of COAP_RpcMirrorNext; null: by bytes,
+                                as memcmp.  Equal only when all bytes are; must not call the
+                                instance */
+  uint32_t numInFlight;      /* pages asked for at a time at most, 1 to 128; 0: 16 */
+  uint32_t heartbeatMs;      /* the server is asked so often although all is well, +-10 %; 100 to
+                                3,600,000 and below a third of the server's leaseMs; 0: 30,000 */
+  uint64_t maxBytes;         /* of memory for tuples; 0: no limit */
+  uint64_t userData;         /* first argument of the callbacks */
+  CoapRpcMirrorOnAdded onAdded; /* these are optional */
+  CoapRpcMirrorOnChanged onChanged;
+  CoapRpcMirrorOnRemoved onRemoved;
+  CoapRpcMirrorOnSynced onSynced;
+  CoapRpcMirrorOnState onState;
+} CoapRpcMirrorParam;
+
+/* COAP_RpcMirrorOpen makes a mirror, empty and CONNECTING; it calls back later.  It exists until
+ * COAP_RpcMirrorClose or COAP_RpcUninit, whether or not there is a server.
+ *
+ *   key      only its uri counts
+ *   addr     srcIp may be any; the port is free
+ *   param    copied
+ *   mirror   for the other functions
+ *
+ * Returns 0 or:  1900001601 null argument (asserted)     1900001602 addresses: families differ or
+ *                                                        are unknown, or the server's is not
+ * unicast 1900001603 dstPort is not a port        1900001604 uri empty or without end 1900001605
+ * keyLen, or keyLen + valLen   1900001606 numInFlight or heartbeatMs 1900001607
+ * COAP_RPC_MAX_MIRRORS exist   1900001608 no memory 1900001609 no timer, or the instance is
+ * stopping */
+COAP_RPC_API uint32_t COAP_RpcMirrorOpen(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
+                                         const CoapRpcCallAddr *addr,
+                                         const CoapRpcMirrorParam *param, CoapRpcMirror **mirror);
+
+/* COAP_RpcMirrorClose ends a mirror and frees its tuples.  The server is told that nobody observes
+ * any more.  No callback is called for it, not even onRemoved.  Null does nothing. */
+COAP_RPC_API void COAP_RpcMirrorClose(CoapRpcMirror *mirror);
+
+/* COAP_RpcMirrorFind returns the tuple of a key, its keyLen bytes of key followed by valLen bytes
+ * of value; null when there is none, and for null.  COAP_RpcMirrorNext returns the tuple after a
+ * key, which need not exist, in the order of keys; the first one for a null key.
+ *
+ * A tuple stays valid until the I/O or a timer runs, or the mirror is closed; inside a callback,
+ * during the callback. */
+COAP_RPC_API const uint8_t *COAP_RpcMirrorFind(const CoapRpcMirror *mirror, const void *tupleKey);
+COAP_RPC_API const uint8_t *COAP_RpcMirrorNext(const CoapRpcMirror *mirror, const void *tupleKey);
+
+/* CoapRpcMirrorState is where a mirror is, and what it has seen since it was opened. */
+typedef struct CoapRpcMirrorState {
+  uint32_t state;         /* COAP_RPC_MIRROR_* */
+  uint32_t code;          /* as onState */
+  uint64_t replid;        /* the life of the server's set; 0 before its first answer */
+  uint64_t version;       /* the mirror has all changes up to this one; 0 in a full sync */
+  uint64_t head;          /* the latest version of this life heard of */
+  uint64_t syncedVersion; /* of the latest onSynced */
+  uint64_t digest;        /* of the tuples, as CoapRpcSerSyncState.digest */
+  uint64_t numTuples;
+  uint64_t bytes;            /* memory of the tuples */
+  uint64_t silentMs;         /* since the server was heard last, or the mirror was opened */
+  uint64_t numPulls;         /* questions sent, repetitions included */
+  uint64_t numRepeats;       /* that were not answered in time, and sent again */
+  uint64_t numNotifications; /* got */
+  uint64_t numFullSyncs;     /* begun, the first one included */
+  uint64_t numRegistrations; /* sockets that the mirror has had */
+  uint64_t numDigestErrors;  /* 1900001622 */
+  uint64_t numBadMessages;   /* malformed, contradictory, or of no page */
+  uint32_t numInFlight;      /* questions unanswered */
+  uint32_t window;           /* how many may be, at the moment */
+} CoapRpcMirrorState;
+
+/* COAP_RpcMirrorGetState fills a record.
+ *
+ * Returns 0 or:  1900001611 null argument (asserted) */
+COAP_RPC_API uint32_t COAP_RpcMirrorGetState(const CoapRpcMirror *mirror,
+                                             CoapRpcMirrorState *state);
 
 COAP_RPC_C_END
 #endif /* COAP_RPC_SYNC_H */
