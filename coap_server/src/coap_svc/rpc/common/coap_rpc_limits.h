@@ -10,6 +10,7 @@
 #include "coap_svc/rpc/coap_rpc_call.h"
 #include "coap_svc/rpc/coap_rpc_direct.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
+#include "coap_svc/rpc/coap_rpc_sync.h"
 
 namespace coap_rpc {
 
@@ -82,6 +83,19 @@ inline constexpr uint32_t kMaxLastBlocks = 64;
 // are too many.
 inline constexpr uint32_t kSyncLeaseTicks = 4;
 inline constexpr uint32_t kMaxSyncBodies = 64;
+
+// Mirrors.  A question without answer is repeated after twice the time before, up to a limit; what
+// fails is tried again after twice the pause before, likewise.  A range is shared when it has so many
+// pages left.
+inline constexpr uint32_t kMaxMirrors = COAP_RPC_MAX_MIRRORS;
+inline constexpr uint32_t kMirrorFirstWindow = 2;
+inline constexpr uint32_t kMirrorFirstRepeatMs = 500;
+inline constexpr uint32_t kMirrorLastRepeatMs = 8000;
+inline constexpr uint32_t kMirrorFirstPauseMs = 500;
+inline constexpr uint32_t kMirrorLastPauseMs = 60000;
+inline constexpr uint32_t kMirrorMaxSilent = 3;
+inline constexpr uint32_t kMirrorConfirmMs = 50;
+inline constexpr uint32_t kMirrorLeastSplit = 4;
 
 // Asynchronous requests.  A message with the same message id is a retransmission for this long
 // (RFC 7252 section 4.8.2, EXCHANGE_LIFETIME).

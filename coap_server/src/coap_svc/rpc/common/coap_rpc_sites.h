@@ -22,6 +22,7 @@ inline constexpr char kPathCliUri[] = COAP_RPC_SRC "client/coap_rpc_cli_uri";
 inline constexpr char kPathCliSession[] = COAP_RPC_SRC "client/coap_rpc_cli_session";
 inline constexpr char kPathCliReq[] = COAP_RPC_SRC "client/coap_rpc_cli_req";
 inline constexpr char kPathCliEnd[] = COAP_RPC_SRC "client/coap_rpc_cli_end";
+inline constexpr char kPathCliMirror[] = COAP_RPC_SRC "client/mirror/coap_rpc_cli_mirror";
 inline constexpr char kPathLibCtx[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_ctx";
 inline constexpr char kPathLibMsg[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_msg";
 inline constexpr char kPathLibLookup[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_lookup";
@@ -29,6 +30,7 @@ inline constexpr char kPathLibHandler[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_
 inline constexpr char kPathLibExt[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_ext";
 inline constexpr char kPathLibDirect[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_direct";
 inline constexpr char kPathLibCall[] = COAP_RPC_SRC "libadapter/rpc_call/coap_rpc_lib_rpc_call";
+inline constexpr char kPathLibMirror[] = COAP_RPC_SRC "libadapter/mirror/coap_rpc_lib_mirror";
 inline constexpr char kPathSerUri[] = COAP_RPC_SRC "server/coap_rpc_ser_uri";
 inline constexpr char kPathSerSync[] = COAP_RPC_SRC "server/sync/coap_rpc_ser_sync";
 inline constexpr char kPathSerConn[] = COAP_RPC_SRC "server/coap_rpc_ser_conn";
@@ -100,6 +102,13 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(StartAgingTimerFailed,   kPathCliSession, 1401,    0, "COAP_RpcCliTryStartAgingSessionTimer: timer not started") \
   X(SetOnRequestEndNullArg,  kPathCliEnd,     1461, 1460, "COAP_RpcSetOnRequestEnd: null instance") \
   X(SetOnRequestEndNoMemory, kPathCliEnd,     1462,    0, "COAP_RpcSetOnRequestEnd: no memory for the requests under way") \
+  X(MirrorSilent,            kPathCliMirror,  1616,    0, "mirror STALE: the server does not answer") \
+  X(MirrorNoSocket,          kPathCliMirror,  1617,    0, "mirror STALE: no socket, or srcIp is not this machine's") \
+  X(MirrorDigest,            kPathCliMirror,  1622,    0, "mirror BEHIND: the server's digest is another one") \
+  X(MirrorContradiction,     kPathCliMirror,  1623,    0, "mirror BEHIND: versions that contradict those before") \
+  X(MirrorRestarts,          kPathCliMirror,  1624,    0, "mirror BEHIND: the server has no memory, or a full sync had to begin again") \
+  X(MirrorMaxBytes,          kPathCliMirror,  1625,    0, "mirror BEHIND: maxBytes are in use") \
+  X(MirrorNoTupleMemory,     kPathCliMirror,  1626,    0, "mirror BEHIND: no memory for a tuple") \
   X(StartResendTimerFailed,  kPathCliReq,     1402,    0, "COAP_RpcStartReSendReqTimer: timer not started") \
   X(CreateResourceFailed,    kPathLibCtx,       71,    0, "COAP_RpcCreateOrUpdateResource: libcoap makes no resource") \
   X(StartTaskTimerFailed,    kPathLibCtx,      156,    0, "COAP_RpcStartTaskTimer: timer not started") \
@@ -188,6 +197,20 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(CallNotSent,             kPathLibCall,    1499,    0, "COAP_RpcCall: libcoap did not send") \
   X(CallCancelNullArg,       kPathLibCall,    1501, 1500, "COAP_RpcCallCancel: null instance") \
   X(CallCancelUnknown,       kPathLibCall,    1502,    0, "COAP_RpcCallCancel: no such call is under way") \
+  X(MirrorNullArg,           kPathLibMirror,  1601, 1600, "COAP_RpcMirrorOpen: null argument") \
+  X(MirrorBadAddr,           kPathLibMirror,  1602,    0, "COAP_RpcMirrorOpen: families differ or are unknown, or the server's address is not unicast") \
+  X(MirrorBadPort,           kPathLibMirror,  1603,    0, "COAP_RpcMirrorOpen: dstPort is not a port") \
+  X(MirrorBadUri,            kPathLibMirror,  1604,    0, "COAP_RpcMirrorOpen: the uri is empty or has no end") \
+  X(MirrorBadLength,         kPathLibMirror,  1605,    0, "COAP_RpcMirrorOpen: keyLen is 0, or keyLen and valLen are more than 65,000") \
+  X(MirrorBadParam,          kPathLibMirror,  1606,    0, "COAP_RpcMirrorOpen: numInFlight is over 128, or heartbeatMs not 100 to 3,600,000") \
+  X(MirrorTooMany,           kPathLibMirror,  1607,    0, "COAP_RpcMirrorOpen: 4,096 mirrors exist") \
+  X(MirrorNoMemory,          kPathLibMirror,  1608,    0, "COAP_RpcMirrorOpen: no memory") \
+  X(MirrorNoTimer,           kPathLibMirror,  1609,    0, "COAP_RpcMirrorOpen: timer not started, or the instance is stopping") \
+  X(MirrorStateNullArg,      kPathLibMirror,  1611, 1610, "COAP_RpcMirrorGetState: null argument") \
+  X(MirrorErrorCode,         kPathLibMirror,  1618,    0, "mirror REFUSED: the server answers with an error code") \
+  X(MirrorNoPage,            kPathLibMirror,  1619,    0, "mirror REFUSED: the answer is no page; the server or the URI has no versions") \
+  X(MirrorBadPage,           kPathLibMirror,  1620,    0, "mirror REFUSED: a page with errors") \
+  X(MirrorOtherLength,       kPathLibMirror,  1621,    0, "mirror REFUSED: a page has keys or values of other lengths") \
   X(AddUriTupleKeyCopy,      kPathSerUri,        0,   48, "COAP_RpcSerAddUriTuple: key copy failed") \
   X(AddUriTupleValCopy,      kPathSerUri,        0,   54, "COAP_RpcSerAddUriTuple: value copy failed") \
   X(UpdateUriTupleValCopy,   kPathSerUri,        0,   76, "COAP_RpcSerUpdateUriTuple: value copy failed") \

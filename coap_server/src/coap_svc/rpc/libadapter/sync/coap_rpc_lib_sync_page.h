@@ -12,27 +12,11 @@
 #ifndef COAP_RPC_LIB_SYNC_PAGE_H
 #define COAP_RPC_LIB_SYNC_PAGE_H
 
-#include <cstddef>
-
-#include "coap_svc/rpc/coap_rpc_sync.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
+#include "coap_svc/rpc/common/coap_rpc_sync_format.h"
 #include "coap_svc/rpc/server/sync/coap_rpc_ser_sync_set.h"
 
 namespace coap_rpc {
-
-inline constexpr uint32_t kSyncPageFormat = 1;
-
-enum SyncFlag : uint32_t {
-  kSyncAtHead = 1,         // `to` is the head: nothing is missing after this page
-  kSyncRestart = 2,        // what the reader has is of another life, or older than the floor
-  kSyncNotification = 4,   // pushed
-  kSyncConfirm = 8,        // the server wants to be asked, from what the reader has then
-  kSyncNotObserving = 16,  // the server pushes nothing to who asked
-};
-
-// The longest head of a page, and the shortest change: a delta, an empty key, a null.
-inline constexpr size_t kSyncHeadBytes = 60;
-inline constexpr size_t kSyncLeastChangeBytes = 3;
 
 // SyncAsk is what a page is to be about: versions greater than since, up to until.
 struct SyncAsk {
@@ -49,7 +33,7 @@ struct SyncPage {
   uint64_t to;
   size_t num;        // of changes
   size_t bodyBytes;  // the changes as CBOR
-  SyncChange changes[(COAP_RPC_SYNC_MAX_PAGE - kSyncHeadBytes) / kSyncLeastChangeBytes];
+  SyncChange changes[kSyncMaxChanges];
 };
 
 // CollectSyncPage takes as many changes as fit into pageBytes.  EmptySyncPage takes none: the head
