@@ -35,15 +35,17 @@ coap_rpc_forbid("coap_svc/rpc/(init|client|libadapter)/" ${rpc}/server "server i
 coap_rpc_forbid("coap_svc/rpc/(init|server|libadapter)/" ${rpc}/client "client includes only common")
 coap_rpc_forbid("coap_svc/rpc/init/" ${rpc}/libadapter "libadapter does not include init")
 # Besides message: calls use the sessions of call; publish asks sync whose an observer is; serve hands
-# direct what the application answers to its handles.
+# direct what the application answers to its handles; mirrors build their messages as calls do, on
+# sessions made as those of call are.
 set(message_of_call message)
 set(message_of_direct message)
+set(message_of_mirror message call rpc_call)
 set(message_of_publish message sync)
 set(message_of_rpc_call message call)
 set(message_of_serve message direct)
 set(message_of_sync message)
-foreach(room call direct log message publish rpc_call serve sync)
-  set(others call direct log message publish rpc_call serve sync)
+foreach(room call direct log message mirror publish rpc_call serve sync)
+  set(others call direct log message mirror publish rpc_call serve sync)
   list(REMOVE_ITEM others ${room} ${message_of_${room}})
   list(JOIN others "|" others)
   coap_rpc_forbid("libadapter/((${others})/|coap_rpc_lib_(ctx|ext|handler|io|parts)\\.h)"

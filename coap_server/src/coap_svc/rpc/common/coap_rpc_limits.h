@@ -85,8 +85,9 @@ inline constexpr uint32_t kSyncLeaseTicks = 4;
 inline constexpr uint32_t kMaxSyncBodies = 64;
 
 // Mirrors.  A question without answer is repeated after twice the time before, up to a limit; what
-// fails is tried again after twice the pause before, likewise.  A range is shared when it has so many
-// pages left.
+// fails is tried again after twice the pause before, likewise.  A range is shared when it has so
+// many pages left.  Nothing is repeated while a block of its answer came less than the last of
+// these ago.
 inline constexpr uint32_t kMaxMirrors = COAP_RPC_MAX_MIRRORS;
 inline constexpr uint32_t kMirrorFirstWindow = 2;
 inline constexpr uint32_t kMirrorFirstRepeatMs = 500;
@@ -96,6 +97,7 @@ inline constexpr uint32_t kMirrorLastPauseMs = 60000;
 inline constexpr uint32_t kMirrorMaxSilent = 3;
 inline constexpr uint32_t kMirrorConfirmMs = 50;
 inline constexpr uint32_t kMirrorLeastSplit = 4;
+inline constexpr uint32_t kMirrorBlockIdleMs = 2000;
 
 // Asynchronous requests.  A message with the same message id is a retransmission for this long
 // (RFC 7252 section 4.8.2, EXCHANGE_LIFETIME).

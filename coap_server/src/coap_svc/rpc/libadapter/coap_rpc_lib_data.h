@@ -59,6 +59,7 @@ struct CoapRpcLibCtx {
   struct CoapRpcDirect *direct; /* direct entries, owned; null until there is one */
   coap_tick_t nextTick; /* when I/O driven by the descriptor does a tick's work next */
   struct CoapRpcCalls *calls; /* owned; null until the first call */
+  struct CoapRpcMirrors *mirrors; /* owned; null until the first mirror */
 };
 
 /* CoapRpcLibRootOf returns the instance that a session belongs to; null for a null session. */

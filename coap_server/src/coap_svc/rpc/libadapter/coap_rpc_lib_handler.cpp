@@ -8,6 +8,7 @@
 #include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct.h"
 #include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct_async.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_lookup.h"
+#include "coap_svc/rpc/libadapter/mirror/coap_rpc_lib_mirror_io.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_block.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_flight.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_observe.h"
@@ -175,6 +176,7 @@ void COAP_RpcNackhandler(coap_session_t *session, const coap_pdu_t *sent,
 
 coap_response_t COAP_RpcCliResponseHandler(coap_session_t *session, const coap_pdu_t *sent,
                                            const coap_pdu_t *received, const coap_mid_t) {
+  if (received && TakeMirrorMessage(session, received)) return COAP_RESPONSE_OK;
   CoapRpcCtx *ctx = CoapRpcLibCallerOf(session);
   if (!ctx || !ctx->cli || !received) return COAP_RESPONSE_OK;
   coap_response_t result = COAP_RESPONSE_OK;

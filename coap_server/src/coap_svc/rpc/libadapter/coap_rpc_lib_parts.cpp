@@ -4,6 +4,7 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
 #include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct.h"
 #include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct_async.h"
+#include "coap_svc/rpc/libadapter/mirror/coap_rpc_lib_mirror.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_block.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_flight.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_observe.h"
@@ -55,6 +56,7 @@ constexpr Part kParts[] = {
      .forgetEntry = [](CoapRpcCtx *, CoapRpcSerUriVtbl *entry) { ForgetEntryBlocks(entry); }},
     {.tick = SettleFlights, .needsTick = HasFlights, .free = ForgetFlights},
     {.free = CoapRpcObserveForgetQueries},
+    {.serve = ServeMirrors, .settle = SettleMirrors, .leave = StopMirrors, .free = FreeMirrors},
     {.serve = RpcCallsServe, .settle = RpcCallsSettle, .leave = StopRpcCalls, .free = FreeRpcCalls},
 };
 

@@ -1,6 +1,6 @@
 /* coap_rpc_lib_parts.h: what happens to the parts of the adapter in an instance's life.
  *
- * The rooms serve, direct, publish and rpc_call hold records of their own in the adapter's record.
+ * The rooms serve, direct, publish, mirror and rpc_call hold records of their own in the adapter's record.
  * Each kind has a row in the table of coap_rpc_lib_parts.cpp, which says what its part does at each
  * of these moments; I/O knows nothing else of them.  What call holds is the client's, and has no
  * row. */

@@ -410,23 +410,14 @@ void NewSocket(Mirror &mirror, uint64_t nowMs) {
   mirror.socketMs = nowMs + 1 + PauseMs(mirror, mirror.numAttempts + 3, HeartbeatPauseMs(mirror));
 }
 
-// WantAgain asks everything again that a former socket has asked.
-void WantAgain(Mirror &mirror) {
-  if (mirror.isFull) {
-    WantHello(mirror);
-  } else {
-    WantTail(mirror);
-  }
-}
-
 void GoStale(Mirror &mirror, uint64_t nowMs) {
   NewSocket(mirror, nowMs);
-  WantAgain(mirror);
   TellState(mirror, COAP_RPC_MIRROR_STALE, Code(kSiteMirrorSilent));
 }
 
 void CountSilence(Mirror &mirror, uint64_t nowMs) {
-  if (std::exchange(mirror.isHeard, false)) return;
+  const bool isAsked = std::exchange(mirror.isAsked, false);
+  if (std::exchange(mirror.isHeard, false) || !isAsked) return;
   if (++mirror.numSilent == kMirrorMaxSilent) GoStale(mirror, nowMs);
 }
 
@@ -484,6 +475,7 @@ MirrorAsk NextOfPulls(Mirror &mirror, uint64_t nowMs) {
   if (!pull) return {};
   const bool isRepeated = pull->token != 0;
   SendPull(mirror.pulls, *pull, TimeOf(mirror, nowMs), NewToken(mirror), mirror.head);
+  mirror.isAsked = true;
   const bool isConfirmed = pull->kind == PullKind::kTail && pull->since == mirror.cursor;
   if (isConfirmed) mirror.confirmMs = 0;
   return AskOf(mirror, *pull, isRepeated);
@@ -558,10 +550,7 @@ void MirrorTick(Mirror &mirror, uint64_t nowMs) {
   RepeatPulls(mirror.pulls, nowMs);
   RepeatRegistration(mirror, nowMs);
   if (IsDue(mirror.confirmMs, nowMs)) Confirm(mirror, nowMs);
-  if (IsDue(mirror.socketMs, nowMs)) {
-    NewSocket(mirror, nowMs);
-    WantAgain(mirror);
-  }
+  if (IsDue(mirror.socketMs, nowMs)) NewSocket(mirror, nowMs);
   if (mirror.heartbeatMs <= nowMs) Beat(mirror, nowMs);
 }
 
@@ -583,7 +572,10 @@ void MirrorTakePage(Mirror &mirror, uint64_t token, const MirrorPage &page, uint
 }
 
 void MirrorTakeNothing(Mirror &mirror, uint64_t token, uint64_t nowMs) {
-  if (!IsOfRegistration(mirror, token)) return;
+  if (!IsOfRegistration(mirror, token)) {
+    MirrorTakeFailure(mirror, token, Code(kSiteMirrorNoPage), nowMs);
+    return;
+  }
   Heard(mirror, nowMs);
   ++mirror.numNotifications;
   if (!mirror.isFull) WantNews(mirror);

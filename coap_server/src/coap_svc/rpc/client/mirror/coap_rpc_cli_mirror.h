@@ -71,7 +71,8 @@ struct Mirror {
   uint32_t numRegisters;  // since the server pushed last
   uint32_t numAttempts;   // sockets since the server was heard last
   uint32_t troubleCode;   // 0: none since it was synced last
-  bool isHeard;           // since the last heartbeat
+  bool isAsked;           // since the last heartbeat: a pull went out,
+  bool isHeard;           // and the server was heard
   bool hasSocket;
   bool wantsSocket;
 
@@ -109,8 +110,7 @@ MirrorAsk MirrorNext(Mirror &mirror, uint64_t nowMs);
 uint64_t MirrorDueMs(const Mirror &mirror);
 void MirrorTick(Mirror &mirror, uint64_t nowMs);
 
-// MirrorTakePage takes a page that came with a token.  MirrorTakeNothing takes a notification
-// without payload.
+// MirrorTakePage takes a page that came with a token, MirrorTakeNothing a message without payload.
 void MirrorTakePage(Mirror &mirror, uint64_t token, const MirrorPage &page, uint64_t nowMs);
 void MirrorTakeNothing(Mirror &mirror, uint64_t token, uint64_t nowMs);
 

@@ -57,7 +57,9 @@ void PullsDrop(MirrorPulls &pulls) {
 }
 
 void PullsReset(MirrorPulls &pulls) {
-  PullsDrop(pulls);
+  std::for_each_n(pulls.slots, pulls.numSlots, [&](MirrorPull &pull) {
+    if (pull.state != PullState::kIdle) FailPull(pulls, pull);
+  });
   pulls.window = std::min(kMirrorFirstWindow, pulls.numSlots);
   pulls.threshold = pulls.numSlots;
   pulls.credit = 0;

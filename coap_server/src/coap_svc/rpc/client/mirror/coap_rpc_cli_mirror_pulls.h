@@ -62,8 +62,8 @@ struct PullTime {
 // Spread returns a time, give or take a part of it: 4 is +-25 %.
 uint64_t Spread(uint64_t ms, uint32_t part, uint32_t random);
 
-// PullsReset takes all questions back and begins with a small window: on a new socket.  PullsDrop
-// takes them back only.
+// PullsReset wants all questions again, with a small window: on a new socket.  PullsDrop takes them
+// back.
 void PullsReset(MirrorPulls &pulls);
 void PullsDrop(MirrorPulls &pulls);
 

@@ -36,8 +36,6 @@ bool IsZero(const CoapRpcIpAddr &ip) {
   return memcmp(&ip.addr, &kZero.addr, sizeof(ip.addr)) == 0;
 }
 
-bool IsAny(const CoapRpcIpAddr &ip) { return ip.family == 0 || IsZero(ip); }
-
 bool IsIpv4(const CoapRpcIpAddr &ip) { return ip.family == COAP_RPC_IPV4; }
 
 bool IsKnownFamily(const CoapRpcIpAddr &ip) { return IsIpv4(ip) || ip.family == COAP_RPC_IPV6; }
@@ -56,15 +54,6 @@ CoapRpcIpAddr Clean(const CoapRpcIpAddr &ip) {
   } else {
     memcpy(out.addr.ipv6, ip.addr.ipv6, sizeof(out.addr.ipv6));
   }
-  return out;
-}
-
-CoapRpcCliAddr SessionAddrOf(const CoapRpcCallAddr &addr) {
-  CoapRpcCliAddr out = {};
-  out.srcIp.family = addr.dstIp.family;
-  if (!IsAny(addr.srcIp)) out.srcIp = Clean(addr.srcIp);
-  out.dstIp = Clean(addr.dstIp);
-  out.dstPort = addr.dstPort;
   return out;
 }
 
@@ -137,6 +126,17 @@ void LeaveBacklog(CoapRpcCalls *calls, RpcCallPeer *peer) {
 }
 
 }  // namespace
+
+bool IsAny(const CoapRpcIpAddr &ip) { return ip.family == 0 || IsZero(ip); }
+
+CoapRpcCliAddr SessionAddrOf(const CoapRpcCallAddr &addr) {
+  CoapRpcCliAddr out = {};
+  out.srcIp.family = addr.dstIp.family;
+  if (!IsAny(addr.srcIp)) out.srcIp = Clean(addr.srcIp);
+  out.dstIp = Clean(addr.dstIp);
+  out.dstPort = addr.dstPort;
+  return out;
+}
 
 uint32_t CheckCallAddr(const CoapRpcCallAddr &addr) {
   const bool isFamilyKnown = IsKnownFamily(addr.dstIp) &&

@@ -9,6 +9,13 @@ namespace coap_rpc {
 // CheckCallAddr returns 0 or the code of what is wrong with an address.
 uint32_t CheckCallAddr(const CoapRpcCallAddr &addr);
 
+// IsAny says whether a source leaves the address to the system.
+bool IsAny(const CoapRpcIpAddr &ip);
+
+// SessionAddrOf says between which addresses the session of a call is; the source is zero when it
+// may be any.
+CoapRpcCliAddr SessionAddrOf(const CoapRpcCallAddr &addr);
+
 // OpenCallPeer finds or opens the session of an address.  Returns 0 or a code.  ReleaseCallPeer
 // gives a peer without calls back: the session ages from then on.
 uint32_t OpenCallPeer(CoapRpcCtx *ctx, CoapRpcCalls *calls, const CoapRpcCallAddr &addr,

@@ -1,0 +1,164 @@
+#include "coap_svc/rpc/libadapter/mirror/coap_rpc_lib_mirror_io.h"
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstdio>
+
+#include "coap_svc/rpc/client/coap_rpc_cli_req.h"
+#include "coap_svc/rpc/common/coap_rpc_limits.h"
+#include "coap_svc/rpc/common/coap_rpc_sites.h"
+#include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_session.h"
+#include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
+#include "coap_svc/rpc/libadapter/mirror/coap_rpc_lib_mirror_page.h"
+#include "coap_svc/rpc/libadapter/mirror/coap_rpc_lib_mirror_timer.h"
+#include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_pdu.h"
+#include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_peer.h"
+#include "libcoap/ext/coap_rpc_lib_internals.h"
+
+namespace coap_rpc {
+namespace {
+
+constexpr uint32_t kContent = 205;
+constexpr uint32_t kIncomplete = 408;
+constexpr uint32_t kUnavailable = 503;
+constexpr uint32_t kSuccessEnd = 300;
+
+// The longest: all arguments, with numbers of 20 digits.
+constexpr size_t kQuerySize = sizeof("_sync=1&id=&since=&until=&full=1") + 16 + 2 * 20;
+
+coap_bin_const_t TokenBytes(const uint64_t &token) {
+  return {sizeof(token), reinterpret_cast<const uint8_t *>(&token)};
+}
+
+void WriteQuery(const MirrorAsk &ask, char *out) {
+  const bool isHead = ask.act == MirrorAct::kRegister || ask.isHello;
+  int len = snprintf(out, kQuerySize, "_sync=1");
+  if (isHead) return;
+  len += snprintf(out + len, kQuerySize - static_cast<size_t>(len),
+                  "&id=%016" PRIx64 "&since=%" PRIu64, ask.replid, ask.since);
+  if (!ask.isFull) return;
+  snprintf(out + len, kQuerySize - static_cast<size_t>(len), "&until=%" PRIu64 "&full=1",
+           ask.until);
+}
+
+// IsComing says whether the answer to a question is coming in in blocks, which libcoap asks for.
+bool IsComing(const CoapRpcMirror *mirror, const MirrorAsk &ask) {
+  const coap_bin_const_t token = TokenBytes(ask.token);
+  return ask.isRepeated && CoapRpcLibIsReceiving(mirror->session, &token, kMirrorBlockIdleMs) != 0;
+}
+
+// Send asks a question.  What does not go out is repeated as if it had been lost.
+void Send(const CoapRpcMirror *mirror, const MirrorAsk &ask) {
+  if (IsComing(mirror, ask)) return;
+  char query[kQuerySize];
+  WriteQuery(ask, query);
+  CoapRpcCall call = {};
+  call.method = COAP_RPC_GET;
+  call.isNon = 1;
+  call.path = mirror->key.uri;
+  call.query = query;
+  coap_pdu_t *pdu = nullptr;
+  const bool isObserve = ask.act == MirrorAct::kRegister;
+  if (BuildCall(mirror->session, call, TokenBytes(ask.token), isObserve, &pdu) != 0) return;
+  coap_pdu_set_mid(pdu, coap_new_message_id(mirror->session));
+  coap_send(mirror->session, pdu);
+}
+
+coap_session_t *NewSession(const CoapRpcMirror *mirror) {
+  const CoapRpcCliAddr addr = SessionAddrOf(mirror->addr);
+  const CoapRpcCliSessionKey key = {addr.srcIp, addr.dstIp, addr.dstPort};
+  CoapRpcCliReqKey reqKey = {};
+  reqKey.uri.pktType = IsAny(mirror->addr.srcIp) ? COAP_RPC_DEFAULT : COAP_RPC_BROADCAST;
+  coap_session_t *session = COAP_RpcCreateCliSession(mirror->ctx, &reqKey, &key);
+  // Base requests are not to know it: responses without a mirror are nobody's.
+  if (session) coap_session_set_app_data(session, nullptr);
+  return session;
+}
+
+void OpenSocket(CoapRpcMirror *mirror, uint64_t nowMs) {
+  CoapRpcMirrors *mirrors = mirror->ctx->lib->mirrors;
+  coap_session_t *session = NewSession(mirror);
+  ReleaseMirrorSession(SetMirrorSession(mirrors, mirror, session));
+  if (!session) MirrorLoseSocket(mirror->core, nowMs);
+}
+
+void Do(CoapRpcMirror *mirror, const MirrorAsk &ask, uint64_t nowMs) {
+  if (ask.act == MirrorAct::kOpen) {
+    OpenSocket(mirror, nowMs);
+  } else {
+    Send(mirror, ask);
+  }
+}
+
+uint32_t FailureOf(const CoapRpcCallRsp &rsp) {
+  if (rsp.code < kSuccessEnd) return Code(kSiteMirrorNoPage);
+  return Code(rsp.code == kUnavailable ? kSiteMirrorRestarts : kSiteMirrorErrorCode);
+}
+
+bool IsCbor(const CoapRpcCallRsp &rsp) {
+  return rsp.code == kContent && (rsp.has & COAP_RPC_CALL_HAS_FORMAT) != 0 &&
+         rsp.contentFormat == COAP_MEDIATYPE_APPLICATION_CBOR;
+}
+
+void TakePayload(CoapRpcMirror *mirror, uint64_t token, const CoapRpcCallRsp &rsp) {
+  const uint64_t nowMs = MirrorNowMs();
+  MirrorPage page;
+  const uint32_t code = ReadMirrorPage(rsp.payload, rsp.payloadLen, mirror->core.param, page);
+  if (code == 0) {
+    MirrorTakePage(mirror->core, token, page, nowMs);
+  } else {
+    MirrorTakeFailure(mirror->core, token, code, nowMs);
+  }
+}
+
+// Take hands a message to its mirror.  A page in blocks that do not fit together is as good as
+// lost.
+void Take(CoapRpcMirror *mirror, uint64_t token, const CoapRpcCallRsp &rsp) {
+  if (IsCbor(rsp) && rsp.payload) {
+    TakePayload(mirror, token, rsp);
+  } else if (rsp.code == kContent && !rsp.payload) {
+    MirrorTakeNothing(mirror->core, token, MirrorNowMs());
+  } else if (rsp.code != kIncomplete) {
+    MirrorTakeFailure(mirror->core, token, FailureOf(rsp), MirrorNowMs());
+  }
+}
+
+CoapRpcMirror *MirrorOf(coap_session_t *session) {
+  const CoapRpcCtx *ctx = CoapRpcLibRootOf(session);
+  CoapRpcMirrors *mirrors = ctx && ctx->lib ? ctx->lib->mirrors : nullptr;
+  return mirrors ? FindMirror(mirrors, session) : nullptr;
+}
+
+}  // namespace
+
+bool TakeMirrorMessage(coap_session_t *session, const coap_pdu_t *received) {
+  CoapRpcMirror *mirror = MirrorOf(session);
+  if (!mirror) return false;
+  if (mirror->depth != 0) return true;  // its callback runs the I/O: as good as lost
+  CoapRpcCallRsp rsp = {};
+  ReadAnswer(received, &rsp);
+  ++mirror->depth;
+  Take(mirror, IdOf(coap_pdu_get_token(received)), rsp);
+  --mirror->depth;
+  if (!mirror->core.isClosed) DirtyMirrors(mirror->ctx->lib->mirrors->dirtyList).Append(mirror);
+  return true;
+}
+
+void PumpMirror(CoapRpcMirror *mirror, uint64_t nowMs) {
+  CoapRpcMirrors *mirrors = mirror->ctx->lib->mirrors;
+  ++mirror->depth;
+  for (MirrorAsk ask = MirrorNext(mirror->core, nowMs); ask.act != MirrorAct::kNone;
+       ask = MirrorNext(mirror->core, nowMs)) {
+    Do(mirror, ask, nowMs);
+  }
+  --mirror->depth;
+  if (mirror->core.isClosed) return;
+  SetMirrorDue(mirrors, mirror, std::max(MirrorDueMs(mirror->core), nowMs + 1));
+  SetMirrorTimer(mirror->ctx);
+}
+
+void ReleaseMirrorSession(coap_session_t *session) {
+  if (session) coap_session_release(session);
+}
+
+}  // namespace coap_rpc
