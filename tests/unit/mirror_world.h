@@ -7,6 +7,7 @@
 #define MIRROR_WORLD_H
 
 #include <gtest/gtest.h>
+#include <xxhash.h>
 
 #include <map>
 #include <memory>

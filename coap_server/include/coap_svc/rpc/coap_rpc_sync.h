@@ -177,7 +177,9 @@ enum {
  * Codes of onState: 0: nothing is wrong.  Otherwise why it is as it is; tried again by itself, with
  * growing pauses of up to 60 s, or up to the next heartbeat when that is later:
  *
- *   STALE      1900001616 the server does not answer   1900001617 no socket, or srcIp is gone
+ *   STALE      1900001616 the server does not answer,  1900001617 no socket, or srcIp is gone
+ *              as this library's does not for a
+ *              URI without versions
  *   REFUSED    1900001618 an error code, as 4.04       1900001619 no page: the server, or the URI,
  *                                                      has no versions
  *              1900001620 a page with errors           1900001621 keys or values of other lengths
