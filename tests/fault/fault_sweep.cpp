@@ -34,6 +34,7 @@ SWEEP(Table);
 SWEEP(Request);
 SWEEP(Observe);
 SWEEP(Sync);
+SWEEP(Mirror);
 SWEEP(Client);
 SWEEP(Call);
 

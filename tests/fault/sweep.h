@@ -39,6 +39,7 @@ const std::vector<Scenario> &TableScenarios();
 const std::vector<Scenario> &RequestScenarios();
 const std::vector<Scenario> &ObserveScenarios();
 const std::vector<Scenario> &SyncScenarios();
+const std::vector<Scenario> &MirrorScenarios();
 const std::vector<Scenario> &ClientScenarios();
 const std::vector<Scenario> &CallScenarios();
 

@@ -218,10 +218,10 @@ void Sync(Mirror &mirror) {
 
 // Applying.
 
-// ReachesHead is rule 5 but for the digest.
+// ReachesHead is rule 5 but for the digest.  A page that was applied and has the greatest head has
+// made that the cursor.
 bool ReachesHead(const Mirror &mirror, const MirrorPage &page) {
-  return (page.flags & kSyncAtHead) != 0 && mirror.cursor == page.to && page.to == page.head &&
-         page.head >= mirror.head;
+  return (page.flags & kSyncAtHead) != 0 && page.to == page.head && page.head >= mirror.head;
 }
 
 // Check looks whether the mirror is complete with a page that was applied to the tail.
