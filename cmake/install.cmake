@@ -30,7 +30,7 @@ function(coap_rpc_install)
   # The libraries find each other in their own folder.
   set_target_properties(${arg_UNPARSED_ARGUMENTS} PROPERTIES INSTALL_RPATH "$ORIGIN")
   install(DIRECTORY ${arg_HEADERS}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${arg_HEADERS_TO}
-    COMPONENT dev FILES_MATCHING PATTERN "*.h")
+    COMPONENT dev FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp")
 endfunction()
 
 function(coap_rpc_install_pkgconfig name)

@@ -1,0 +1,407 @@
+/* core.hpp: what a Node consists of.  Not for applications.
+ *
+ * A Core owns the host, the instance and all Records.  A Record is what the C interface gets as
+ * `userData`: an entry, a call, a table.  It comes from the host's pool and never moves, and is
+ * referred to by any number of Refs, which are the insides of the handles that applications hold.
+ *
+ *   the last Ref leaves    onUnreferenced: the record ends what it stands for, or goes on by itself
+ *   the record ends        retire: its Refs become empty; it is freed at once, or, when a callback
+ *                          of its own is running, with the end of that
+ *   the node ends          as above for all records, after the instance was stopped; no callback of
+ *                          the application is called any more
+ *
+ * A Node that is destroyed in a callback leaves its Core to the run() or turn() that called it. */
+#ifndef COAP_RPC_CPP_CORE_HPP
+#define COAP_RPC_CPP_CORE_HPP
+
+#include <kestrel.h>
+#include <kst_log.h>
+#include <kst_mem.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <cstring>
+#include <new>
+#include <string_view>
+#include <utility>
+
+#include "coap_svc/rpc/coap_rpc_ext.h"
+#include "coap_svc/rpc/cpp/result.hpp"
+
+COAPRPC_BEGIN
+namespace detail {
+
+// Link is a member of a ring, alone at first.
+class Link {
+ public:
+  Link() = default;
+  Link(const Link &) = delete;
+  Link &operator=(const Link &) = delete;
+  ~Link() { leave(); }
+
+  bool isAlone() const { return next_ == this; }
+  Link *next() const { return next_; }
+  void leave() {
+    prev_->next_ = next_;
+    next_->prev_ = prev_;
+    next_ = prev_ = this;
+  }
+  // joinBefore makes it the last of the ring that begins with `head`.
+  void joinBefore(Link &head) {
+    leave();
+    next_ = &head;
+    prev_ = head.prev_;
+    prev_->next_ = head.prev_ = this;
+  }
+
+ private:
+  Link *next_ = this, *prev_ = this;
+};
+
+class Core;
+class RefBase;
+
+class Record : public Link {
+ public:
+  explicit Record(Core &core) : core_(core) {}
+  virtual ~Record();
+
+  Core &core() const { return core_; }
+  virtual void onUnreferenced() {}
+
+ private:
+  friend class Busy;
+  friend class Core;
+  friend class RefBase;
+  Core &core_;
+  Link refs_;
+  uint32_t numBusy_ = 0;  // callbacks of its own under way
+  bool isRetired_ = false;
+};
+
+class RefBase : public Link {
+ protected:
+  RefBase() = default;
+  ~RefBase() { reset(); }
+
+  Record *record() const { return record_; }
+  void point(Record *record) {
+    if (record) joinBefore(record->refs_);
+    record_ = record;
+  }
+  void take(RefBase &other) {
+    Record *record = other.record_;
+    other.point(nullptr);
+    other.leave();
+    point(record);
+  }
+  inline void reset();
+
+ private:
+  friend class Record;
+  friend class Core;
+  Record *record_ = nullptr;
+};
+
+// Ref refers to a record, or to nothing once that has ended.
+template <typename R>
+class Ref : public RefBase {
+ public:
+  Ref() = default;
+  explicit Ref(R *record) { point(record); }
+  Ref(const Ref &other) : RefBase() { point(other.record()); }
+  Ref(Ref &&other) noexcept { take(other); }
+  Ref &operator=(Ref other) noexcept {
+    reset();
+    take(other);
+    return *this;
+  }
+  void reset() { RefBase::reset(); }
+
+  R *get() const { return static_cast<R *>(record()); }
+  R *operator->() const { return get(); }
+  explicit operator bool() const { return record() != nullptr; }
+};
+
+// Keyed is a record of a registered key.  Registrations cannot be taken back, so it stays.
+class Keyed : public Record {
+ public:
+  // OfKeys is its place among all of them.
+  struct OfKeys : Link {
+    explicit OfKeys(Keyed &owner) : keyed(owner) {}
+    Keyed &keyed;
+  };
+
+  Keyed(Core &core, const CoapRpcUriKey &key) : Record(core), key_(key) {}
+  const CoapRpcUriKey &key() const { return key_; }
+  OfKeys &ofKeys() { return ofKeys_; }
+
+ private:
+  CoapRpcUriKey key_;
+  OfKeys ofKeys_{*this};
+};
+
+// HostFunctions is what a core of its own host needs at its end.  A program with another host does
+// not have them.
+struct HostFunctions {
+  uint32_t (*stop)(Kestrel *);
+  uint32_t (*unwatch)(Kestrel *, int);
+  uint64_t (*del)(Kestrel *);
+};
+
+// Lines of the log, module "coaprpc".
+enum LogSite : uint32_t { kLogThrew = 1, kLogBadReply = 2, kLogFailed = 3 };
+
+class Core {
+ public:
+  Core() = default;
+  Core(const Core &) = delete;
+  Core &operator=(const Core &) = delete;
+  ~Core() {
+    isClosing_ = true;
+    if (isWatching_) functions_.unwatch(host_, COAP_RpcGetIoFd(ctx_));
+    COAP_RpcUninit(ctx_);
+    retireFinished();
+    while (!records_.isAlone()) destroy(static_cast<Record *>(records_.next()));
+    if (host_) functions_.del(host_);
+  }
+
+  CoapRpcCtx *ctx() const { return ctx_; }
+  Kestrel *host() const { return host_; }
+  uint64_t mem() const { return mem_; }
+  uint64_t tmr() const { return tmr_; }
+  bool isClosing() const { return isClosing_; }
+
+  // own makes a host the core's own.
+  void own(Kestrel *host, const HostFunctions &functions) {
+    host_ = host;
+    functions_ = functions;
+  }
+
+  // start makes the instance; `log` is for what the application's code throws.
+  bool start(const CoapRpcInitParam &param, uint64_t log) {
+    mem_ = param.memHandle;
+    tmr_ = param.tmrHandle;
+    log_ = log;
+    ctx_ = COAP_RpcInit(&param);
+    return ctx_ != nullptr;
+  }
+
+  // make creates a record; null without memory.
+  template <typename R, typename... Args>
+  R *make(Args &&...args) {
+    static_assert(alignof(R) <= alignof(std::max_align_t),
+                  "coaprpc: over-aligned types are not "
+                  "for callbacks: the host's pool aligns for ordinary ones");
+    void *memory = KST_Malloc_(mem_, sizeof(R), kTag, kTagNum);
+    if (!memory) return nullptr;
+    Memory guard{mem_, memory};
+    R *record = new (memory) R(std::forward<Args>(args)...);
+    guard.memory = nullptr;
+    record->joinBefore(records_);
+    return record;
+  }
+
+  // retire ends a record; null is accepted.
+  void retire(Record *record) {
+    if (!record || record->isRetired_) return;
+    record->isRetired_ = true;
+    while (!record->refs_.isAlone()) empty(static_cast<RefBase *>(record->refs_.next()));
+    if (record->numBusy_ == 0) destroy(record);
+  }
+
+  void addKey(Keyed &keyed) { keyed.ofKeys().joinBefore(keys_); }
+
+  // findKey finds a record by its key, which says of what type it is.
+  template <typename R>
+  R *findKey(const CoapRpcUriKey &key) const {
+    for (Link *at = keys_.next(); at != &keys_; at = at->next()) {
+      Keyed &keyed = static_cast<Keyed::OfKeys *>(at)->keyed;
+      if (std::memcmp(&keyed.key(), &key, sizeof(key)) == 0) return static_cast<R *>(&keyed);
+    }
+    return nullptr;
+  }
+
+  // guarded runs code of the application.  False when it threw; the log then says what.
+  template <typename Run>
+  bool guarded(const char *where, Run &&run) {
+    ++numRunning_;
+    const bool isDone = runCaught(where, run);
+    if (--numRunning_ == 0) retireFinished();
+    return isDone;
+  }
+
+  // retireSoon retires a record when no code of the application is running any more.
+  void retireSoon(Record *record) { record->joinBefore(finished_); }
+
+  void log(LogSite site, const char *where, const char *text) const {
+    if (log_ == 0) return;
+    KST_LogCnt(reinterpret_cast<const KST_LogObj *>(log_)->counter, kModule, site);
+    if (KST_LogFirstHalf_(log_, kModule, site, KST_LOG_ERROR) != 0) return;
+    KST_LogSecondHalf_(log_, kModule, site, KST_LOG_ERROR, "coaprpc", "%s: %s", where, text);
+  }
+
+  // ---- the loop ----
+
+  // watch serves the instance's descriptor by the host's loop.
+  uint32_t watch() {
+    const uint32_t ret = KestrelWatch(
+        host_, COAP_RpcGetIoFd(ctx_),
+        [](void *ctx, int) { COAP_RpcProcIo(static_cast<CoapRpcCtx *>(ctx)); }, ctx_);
+    isWatching_ = ret == KESTREL_OK;
+    return ret;
+  }
+
+  // run calls a function of the host that runs its loop, and then ends the core if its node ended
+  // meanwhile.
+  uint32_t run(uint32_t (*runHost)(Kestrel *)) {
+    if (isLooping_) return KESTREL_BUSY;
+    isLooping_ = true;
+    const uint32_t ret = runHost(host_);
+    isLooping_ = false;
+    if (isAbandoned_) delete this;
+    return ret;
+  }
+
+  // abandon ends the core, now or with the run that is under way.
+  void abandon() {
+    isClosing_ = true;
+    if (isLooping_) {
+      isAbandoned_ = true;
+      functions_.stop(host_);
+    } else if (numRunning_ == 0) {
+      delete this;
+    } else {
+      std::terminate();  // nobody is left to end it when the callback has returned
+    }
+  }
+
+ private:
+  friend class Busy;
+  static constexpr const char *kModule = "coaprpc", *kTag = "coaprpc";
+  static constexpr uint32_t kTagNum = 1;
+
+  struct Memory {
+    uint64_t mem;
+    void *memory;
+    ~Memory() { KST_Free_(mem, memory, kTag, kTagNum); }
+  };
+
+  template <typename Run>
+  bool runCaught([[maybe_unused]] const char *where, Run &run) {
+#ifdef __cpp_exceptions
+    try {
+      run();
+    } catch (const std::exception &thrown) {
+      log(kLogThrew, where, thrown.what());
+      return false;
+    } catch (...) {
+      log(kLogThrew, where, "not a std::exception");
+      return false;
+    }
+#else
+    run();
+#endif
+    return true;
+  }
+
+  void retireFinished() {
+    while (!finished_.isAlone()) retire(static_cast<Record *>(finished_.next()));
+  }
+
+  static void empty(RefBase *ref) {
+    ref->record_ = nullptr;
+    ref->leave();
+  }
+
+  void destroy(Record *record) {
+    while (!record->refs_.isAlone()) empty(static_cast<RefBase *>(record->refs_.next()));
+    record->isRetired_ = true;
+    record->~Record();
+    KST_Free_(mem_, record, kTag, kTagNum);
+  }
+
+  Kestrel *host_ = nullptr;  // null: not the core's own
+  HostFunctions functions_ = {};
+  CoapRpcCtx *ctx_ = nullptr;
+  uint64_t mem_ = 0, tmr_ = 0, log_ = 0;
+  Link records_, finished_, keys_;
+  uint32_t numRunning_ = 0;  // callbacks of the application under way
+  bool isWatching_ = false, isLooping_ = false, isAbandoned_ = false, isClosing_ = false;
+};
+
+inline Record::~Record() = default;
+
+inline void RefBase::reset() {
+  Record *record = std::exchange(record_, nullptr);
+  leave();
+  const bool isLast = record && record->refs_.isAlone();
+  if (isLast && !record->core_.isClosing()) record->onUnreferenced();
+}
+
+// Busy keeps a record while a callback of its own is running.
+class Busy {
+ public:
+  explicit Busy(Record &record) : record_(record) { ++record_.numBusy_; }
+  ~Busy() {
+    if (--record_.numBusy_ == 0 && record_.isRetired_) record_.core_.destroy(&record_);
+  }
+  Busy(const Busy &) = delete;
+  Busy &operator=(const Busy &) = delete;
+
+ private:
+  Record &record_;
+};
+
+// A function of the application's that a record has.
+template <typename... Args>
+class Function : public Record {
+ public:
+  using Record::Record;
+  virtual void call(Args... args) = 0;
+
+  // run calls it where it must not throw.
+  void run(const char *where, Args... args) {
+    Busy busy(*this);
+    core().guarded(where, [&] { call(std::forward<Args>(args)...); });
+  }
+};
+
+template <typename F, typename... Args>
+class FunctionOf final : public Function<Args...> {
+ public:
+  FunctionOf(Core &core, F &&fn) : Function<Args...>(core), fn_(std::move(fn)) {}
+  FunctionOf(Core &core, const F &fn) : Function<Args...>(core), fn_(fn) {}
+  void call(Args... args) override { fn_(std::forward<Args>(args)...); }
+
+ private:
+  F fn_;
+};
+
+// makeFunction returns null without memory.
+template <typename... Args, typename F>
+Function<Args...> *makeFunction(Core &core, F &&fn) {
+  return core.make<FunctionOf<std::decay_t<F>, Args...>>(core, std::forward<F>(fn));
+}
+
+// recordOf is the record that a callback of the C interface was given.
+template <typename R>
+R &recordOf(uint64_t userData) {
+  return *static_cast<R *>(reinterpret_cast<Record *>(userData));
+}
+inline uint64_t userDataOf(Record *record) { return reinterpret_cast<uint64_t>(record); }
+
+// lenOf is a length for the C interface, which refuses what is far too long.
+inline uint32_t lenOf(std::string_view bytes) {
+  return static_cast<uint32_t>(std::min<size_t>(bytes.size(), UINT32_MAX));
+}
+
+inline uint32_t millisecondsOf(std::chrono::milliseconds time) {
+  const auto most = std::chrono::milliseconds(UINT32_MAX);
+  return static_cast<uint32_t>(std::clamp(time, std::chrono::milliseconds(0), most).count());
+}
+
+}  // namespace detail
+COAPRPC_END
+#endif /* COAP_RPC_CPP_CORE_HPP */

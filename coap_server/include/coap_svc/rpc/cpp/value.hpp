@@ -1,0 +1,164 @@
+/* value.hpp: what keys and values of tables are on the wire: a fixed number of bytes each, the same
+ * for hosts of all kinds.
+ *
+ * Two ways lead there:
+ *
+ *   a record of members of one byte, arrays of them, and Big<> numbers:
+ *     struct Port { Big<uint16_t> slot, index; };
+ *   or a type that says itself how its bytes are:
+ *     static constexpr size_t size;
+ *     void encode(std::span<uint8_t, size> out) const;
+ *     static T decode(std::span<const uint8_t, size> bytes);   // or std::optional<T>
+ *
+ * `std::string text() const`, if a type has it, is what displays and JSON pages show. */
+#ifndef COAP_RPC_CPP_VALUE_HPP
+#define COAP_RPC_CPP_VALUE_HPP
+
+#include <algorithm>
+#include <bit>
+#include <concepts>
+#include <cstddef>
+#include <cstring>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "coap_svc/rpc/coap_rpc_sync.h"
+#include "coap_svc/rpc/cpp/result.hpp"
+
+COAPRPC_BEGIN
+
+/* Big is a number in network byte order. */
+template <typename T>
+requires std::is_arithmetic_v<T> || std::is_enum_v<T>
+class Big {
+ public:
+  constexpr Big() = default;
+  constexpr Big(T value) : bytes_(std::bit_cast<Bytes>(value)) { bytes_.toNetwork(); }
+  constexpr operator T() const {
+    Bytes bytes = bytes_;
+    bytes.toNetwork();
+    return std::bit_cast<T>(bytes);
+  }
+
+ private:
+  struct Bytes {
+    uint8_t at[sizeof(T)] = {};
+    constexpr void toNetwork() {
+      if constexpr (std::endian::native == std::endian::little) std::reverse(at, at + sizeof(T));
+    }
+  };
+  Bytes bytes_;
+};
+
+namespace detail {
+
+template <typename T>
+concept HasSize = requires {
+  { T::size } -> std::convertible_to<size_t>;
+};
+
+template <typename T>
+concept HasEncode = HasSize<T> && requires(const T &value, std::span<uint8_t, T::size> out) {
+  value.encode(out);
+};
+
+template <typename T>
+concept HasDecode = HasSize<T> && requires(std::span<const uint8_t, T::size> bytes) {
+  { T::decode(bytes) } -> std::convertible_to<std::optional<T>>;
+};
+
+template <typename T>
+concept HasText = requires(const T &value) {
+  { value.text() } -> std::convertible_to<std::string>;
+};
+
+template <typename T>
+concept IsOwnCodec = HasSize<T> || requires {
+  &T::encode;
+} || requires {
+  &T::decode;
+};
+
+// Codec is how values of a type become bytes and come back.
+template <typename T>
+struct Codec {
+  static constexpr bool isOwn = IsOwnCodec<T>;
+
+  static_assert(!isOwn || HasSize<T>,
+                "coaprpc: a type with encode or decode also needs 'static constexpr size_t size'");
+  static_assert(!isOwn || !HasSize<T> || HasEncode<T>,
+                "coaprpc: the type needs 'void encode(std::span<uint8_t, size> out) const'");
+  static_assert(!isOwn || !HasSize<T> || HasDecode<T>,
+                "coaprpc: the type needs 'static T decode(std::span<const uint8_t, size> bytes)', "
+                "which may also return std::optional<T>");
+  static_assert(isOwn || std::is_trivially_copyable_v<T>,
+                "coaprpc: a key or value is a trivially copyable record, or has size, encode and "
+                "decode");
+  static_assert(isOwn || !std::is_trivially_copyable_v<T> || !std::is_empty_v<T>,
+                "coaprpc: a key or value has at least one member");
+  static_assert(isOwn || !std::is_trivially_copyable_v<T> || alignof(T) == 1,
+                "coaprpc: the record has a member in the byte order of this host, or a pointer: "
+                "use Big<> for numbers of more than one byte, or give it size, encode and decode");
+
+  static constexpr size_t size = [] {
+    if constexpr (HasSize<T>) return size_t{T::size};
+    return sizeof(T);
+  }();
+  using Bytes = uint8_t[size];
+  static_assert(size >= 1 && size <= COAP_RPC_SYNC_MAX_TUPLE,
+                "coaprpc: a key or value has 1 to 65,000 bytes");
+
+  static void encode(const T &value, uint8_t *out) {
+    if constexpr (isOwn) {
+      value.encode(std::span<uint8_t, size>(out, size));
+    } else {
+      std::memcpy(out, &value, size);
+    }
+  }
+
+  // decode returns nothing for bytes that the type itself refuses.
+  static std::optional<T> decode(const uint8_t *bytes) {
+    if constexpr (isOwn) {
+      return T::decode(std::span<const uint8_t, size>(bytes, size));
+    } else {
+      Holder holder;
+      std::memcpy(static_cast<void *>(&holder.value), bytes, size);
+      return holder.value;
+    }
+  }
+
+ private:
+  // A record need not have a constructor without arguments.
+  union Holder {
+    Holder() {}
+    T value;
+  };
+};
+
+// toText is a display's text function of a type.  It answers with an empty text where it cannot.
+template <typename T>
+const char *toText(const void *bytes, char *buf, uint32_t size) noexcept {
+  COAPRPC_TRY {
+    const std::optional<T> value = Codec<T>::decode(static_cast<const uint8_t *>(bytes));
+    const std::string text = value ? std::string(value->text()) : std::string();
+    std::snprintf(buf, size, "%s", text.c_str());
+  }
+  COAPRPC_CATCH(...) { std::snprintf(buf, size, "%s", ""); }
+  return buf;
+}
+
+template <typename T>
+constexpr CoapRpcTupleToStr textFunctionOf() {
+  if constexpr (HasText<T>) return toText<T>;
+  return nullptr;
+}
+
+template <typename Key>
+int32_t compareKeys(const void *a, const void *b) {
+  return std::memcmp(a, b, Codec<Key>::size);
+}
+
+}  // namespace detail
+COAPRPC_END
+#endif /* COAP_RPC_CPP_VALUE_HPP */
