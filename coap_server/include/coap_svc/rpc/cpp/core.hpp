@@ -194,7 +194,7 @@ class Core {
     static_assert(alignof(R) <= alignof(std::max_align_t),
                   "coaprpc: over-aligned types are not "
                   "for callbacks: the host's pool aligns for ordinary ones");
-    void *memory = KST_Malloc_(mem_, sizeof(R), kTag, kTagNum);
+    void *memory = KST_Malloc_(mem_, sizeof(R), kMallocTag, kTagNum);
     if (!memory) return nullptr;
     Memory guard{mem_, memory};
     R *record = new (memory) R(std::forward<Args>(args)...);
@@ -279,13 +279,15 @@ class Core {
 
  private:
   friend class Busy;
-  static constexpr const char *kModule = "coaprpc", *kTag = "coaprpc";
-  static constexpr uint32_t kTagNum = 1;
+  static constexpr const char *kModule = "coaprpc";
+  // As the library's own (docs/conventions.md).
+  static constexpr const char *kMallocTag = "mallocRsv", *kFreeTag = "freeRsv";
+  static constexpr uint32_t kTagNum = 123;
 
   struct Memory {
     uint64_t mem;
     void *memory;
-    ~Memory() { KST_Free_(mem, memory, kTag, kTagNum); }
+    ~Memory() { KST_Free_(mem, memory, kFreeTag, kTagNum); }
   };
 
   template <typename Run>
@@ -319,7 +321,7 @@ class Core {
     while (!record->refs_.isAlone()) empty(static_cast<RefBase *>(record->refs_.next()));
     record->isRetired_ = true;
     record->~Record();
-    KST_Free_(mem_, record, kTag, kTagNum);
+    KST_Free_(mem_, record, kFreeTag, kTagNum);
   }
 
   Kestrel *host_ = nullptr;  // null: not the core's own
