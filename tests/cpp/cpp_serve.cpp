@@ -235,7 +235,7 @@ TEST_F(Serve, AddressThatIsNone_IsRefused) {
   EXPECT_TRUE(node_->serve("a", [](const Asked &) {}));
 }
 
-// Each allocation of the pool fails once, until none does.
+// Each allocation of the pool fails once, until none does.  The node ends before its witness.
 TEST_F(Serve, NoMemory_FailsAndChangesNothing) {
   int numEnds = 0, numFailures = 0;
   for (uint64_t n = 1;; ++n) {
@@ -248,6 +248,7 @@ TEST_F(Serve, NoMemory_FailsAndChangesNothing) {
   }
   EXPECT_GT(numFailures, 3);
   EXPECT_EQ(Ask(Post("a")).Text(), "x");
+  node_.reset();
 }
 
 }  // namespace

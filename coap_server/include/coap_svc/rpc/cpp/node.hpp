@@ -96,7 +96,7 @@ class [[nodiscard]] Timer {
 class Node {
  public:
   /* make starts a node. */
-  static Result<Node> make(const NodeParam &param = {}) {
+  [[nodiscard]] static Result<Node> make(const NodeParam &param = {}) {
     if (!param.listen.isValid()) return Unexpected(Error::ofText("listen is not an address"));
     auto core = std::make_unique<detail::Core>();
     Kestrel *host = newHost(param);
@@ -111,7 +111,7 @@ class Node {
 
   /* on starts a node on a host of another kind, which has to run it: its timers and, if it can,
    * COAP_RpcProcIo. */
-  static Result<Node> on(const CoapRpcInitParam &host, const Address &listen) {
+  [[nodiscard]] static Result<Node> on(const CoapRpcInitParam &host, const Address &listen) {
     auto core = std::make_unique<detail::Core>();
     if (!core->start(host, host.logHandle)) return Unexpected(notStarted());
     return Node(std::move(core), listen);
@@ -124,8 +124,8 @@ class Node {
   /* ---- the loop: of the node itself, unless it has a loop of yours ---- */
 
   /* run runs the loop until stop(), for some time, or until the node is destroyed. */
-  Result<void> run() { return loop(KestrelRun); }
-  Result<void> run(std::chrono::milliseconds time) {
+  [[nodiscard]] Result<void> run() { return loop(KestrelRun); }
+  [[nodiscard]] Result<void> run(std::chrono::milliseconds time) {
     Kestrel *own = host();
     Result<Timer> timer = every(time, [own] { KestrelStop(own); });
     return timer ? run() : Unexpected(timer.error());
@@ -139,11 +139,11 @@ class Node {
    * and then call turn(), which handles what is due and does not wait. */
   int pollFd() const { return host() ? KestrelPollFd(host()) : -1; }
   int pollTimeoutMs() const { return host() ? KestrelPollTimeoutMs(host()) : -1; }
-  Result<void> turn() { return loop(KestrelTurn); }
+  [[nodiscard]] Result<void> turn() { return loop(KestrelTurn); }
 
   /* every calls fn in each period, of 1 ms or more. */
   template <typename F>
-  Result<Timer> every(std::chrono::milliseconds period, F &&fn) {
+  [[nodiscard]] Result<Timer> every(std::chrono::milliseconds period, F &&fn) {
     if (!core_) return Unexpected(Error::closed());
     static_assert(std::is_invocable_v<std::decay_t<F> &>, "coaprpc: fn takes no argument");
     auto *function = detail::makeFunction<>(core(), std::forward<F>(fn));
@@ -165,7 +165,7 @@ class Node {
    *
    * Fails when the path is served already, or its address cannot be. */
   template <typename F>
-  Result<void> serve(std::string_view path, F &&fn, const ServeParam &param = {}) {
+  [[nodiscard]] Result<void> serve(std::string_view path, F &&fn, const ServeParam &param = {}) {
     using HandlerOf = detail::HandlerOf<std::decay_t<F>>;
     if (!core_) return Unexpected(Error::closed());
     const Address listen = param.listen.value_or(listen_);
@@ -182,7 +182,7 @@ class Node {
 
   /* unserve ends a path, also inside its handler.  Laters of it that are open get 5.03, or nothing
    * when nothing else is served at its address. */
-  Result<void> unserve(std::string_view path) {
+  [[nodiscard]] Result<void> unserve(std::string_view path) {
     if (!core_) return Unexpected(Error::closed());
     CoapRpcUriKey key = {};
     if (!fillKey(path, kMaxPath, key)) return Unexpected(badPath());
@@ -196,7 +196,7 @@ class Node {
 
   /* table publishes a table at a path of up to 32 characters, empty at first. */
   template <typename Key, typename Val>
-  Result<Table<Key, Val>> table(std::string_view path, const TableParam &param = {}) {
+  [[nodiscard]] Result<Table<Key, Val>> table(std::string_view path, const TableParam &param = {}) {
     constexpr detail::TableShape shape = detail::shapeOf<Key, Val>();
     if (!core_) return Unexpected(Error::closed());
     CoapRpcUriKey key = {};
@@ -229,8 +229,8 @@ class Node {
   /* observe calls fn with the first answer and each notification, and at the end, unless you end
    * it, with an answer that isLast or an Error. */
   template <typename F>
-  Result<Observation> observe(const Address &peer, const std::string &path, F &&fn,
-                              const CallParam &param = {}) {
+  [[nodiscard]] Result<Observation> observe(const Address &peer, const std::string &path, F &&fn,
+                                            const CallParam &param = {}) {
     detail::checkTakesAnswer<std::decay_t<F>>();
     if (!core_) return Unexpected(Error::closed());
     auto *function = detail::makeFunction<Result<Answer>>(core(), std::forward<F>(fn));
@@ -245,7 +245,7 @@ class Node {
   }
 
   /* spawn begins a coroutine, and keeps it until its end. */
-  Result<void> spawn(Task<> task) {
+  [[nodiscard]] Result<void> spawn(Task<> task) {
     if (!core_ || !task.isValid()) return Unexpected(Error::closed());
     auto *record = core().template make<detail::TaskRecord>(core(), std::move(task));
     if (!record) return Unexpected(Error::noMemory());

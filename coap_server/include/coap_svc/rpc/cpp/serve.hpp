@@ -129,15 +129,19 @@ class Later {
 
   /* reply answers; fail does with an error, class 4 or 5, and a text for people.  Both fail when it
    * is not open, and leave it open when they fail otherwise. */
-  Result<void> reply(const Reply &reply) const {
+  [[nodiscard]] Result<void> reply(const Reply &reply) const {
     return ref_ ? ref_->send(reply) : Unexpected(Error::closed());
   }
-  Result<void> reply(std::string_view payload) const {
+  [[nodiscard]] Result<void> reply(std::string_view payload) const {
     return ref_ ? ref_->sendPayload(payload) : Unexpected(Error::closed());
   }
-  Result<void> reply(const char *payload) const { return reply(std::string_view(payload)); }
-  Result<void> reply(const std::string &payload) const { return reply(std::string_view(payload)); }
-  Result<void> fail(uint32_t code, const std::string &text = {}) const {
+  [[nodiscard]] Result<void> reply(const char *payload) const {
+    return reply(std::string_view(payload));
+  }
+  [[nodiscard]] Result<void> reply(const std::string &payload) const {
+    return reply(std::string_view(payload));
+  }
+  [[nodiscard]] Result<void> fail(uint32_t code, const std::string &text = {}) const {
     return ref_ ? ref_->fail(code, text.c_str()) : Unexpected(Error::closed());
   }
 

@@ -201,7 +201,7 @@ class [[nodiscard]] Table {
   bool isOpen() const { return bool(ref_); }
 
   /* set adds or changes a row; an equal value is no change. */
-  Result<void> set(const Key &key, const Val &val) {
+  [[nodiscard]] Result<void> set(const Key &key, const Val &val) {
     if (!ref_) return Unexpected(Error::closed());
     KeyBytes keyBytes = {};
     typename detail::Codec<Val>::Bytes valBytes = {};
@@ -223,7 +223,7 @@ class [[nodiscard]] Table {
    * two pairs with the same key the later one counts.  If the range throws, so does replace, and
    * nothing was removed. */
   template <typename Range>
-  Result<void> replace(const Range &range) {
+  [[nodiscard]] Result<void> replace(const Range &range) {
     if (!ref_) return Unexpected(Error::closed());
     using Source = detail::RangeSource<Key, Val, Range>;
     Source source(range);
@@ -243,7 +243,7 @@ class [[nodiscard]] Table {
   /* onConfirmed calls fn with each greater version that every observer has; observers confirm soon
    * after each change from then on. */
   template <typename F>
-  Result<void> onConfirmed(F &&fn) {
+  [[nodiscard]] Result<void> onConfirmed(F &&fn) {
     static_assert(std::is_invocable_v<std::decay_t<F> &, uint64_t>,
                   "coaprpc: the function takes a version, uint64_t");
     if (!ref_) return Unexpected(Error::closed());
