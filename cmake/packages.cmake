@@ -92,9 +92,9 @@ coap_rpc_add_deb(host libkestrel${major} libs
 timers, log and display commands on one event loop.")
 coap_rpc_add_deb(dev libcoap-svc-rpc-dev libdevel
   "RPC service over CoAP - development files"
-  "Headers of the RPC service and of its hosts, files for pkg-config and CMake,
-and a manual page."
-  DEPENDS "libcoap-svc-rpc${major} ${version}, libkestrel${major} ${version}"
+  "Headers of the RPC service and of its hosts, for C and C++, files for pkg-config
+and CMake, and a manual page."
+  DEPENDS "libcoap-svc-rpc${major} ${version}, libkestrel${major} ${version}, libexpected-dev"
   SUGGESTS libcoap-svc-rpc-doc)
 if(TARGET kestrel-console)
   coap_rpc_add_deb(tools coap-svc-rpc-tools net

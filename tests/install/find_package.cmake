@@ -17,3 +17,4 @@ run(${CMAKE_COMMAND} -S ${source} -B ${build} -G Ninja -DCMAKE_PREFIX_PATH=${WOR
 run(${CMAKE_COMMAND} --build ${build})
 run(${build}/consumer_c)
 run(${build}/consumer_cpp)
+run(${build}/consumer_hpp)

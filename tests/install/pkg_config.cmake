@@ -15,5 +15,8 @@ execute_process(COMMAND ${CC} -std=c11 ${warnings} ${source}/consumer.c -o ${bui
   ${flags} COMMAND_ERROR_IS_FATAL ANY)
 execute_process(COMMAND ${CXX} -std=c++17 ${warnings} ${source}/consumer.cpp
   -o ${build}/consumer_cpp ${flags} COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND ${CXX} -std=c++20 ${warnings} ${source}/consumer_hpp.cpp
+  -o ${build}/consumer_hpp ${flags} COMMAND_ERROR_IS_FATAL ANY)
 execute_process(COMMAND ${build}/consumer_c COMMAND_ERROR_IS_FATAL ANY)
 execute_process(COMMAND ${build}/consumer_cpp COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND ${build}/consumer_hpp COMMAND_ERROR_IS_FATAL ANY)
