@@ -22,7 +22,7 @@ class Address {
 
   Address() = default;
   Address(std::string_view text) { parse(text); }
-  Address(const char *text) : Address(std::string_view(text)) {}
+  Address(const char *text) : Address(std::string_view(text ? text : "")) {}
   Address(const std::string &text) : Address(std::string_view(text)) {}
   Address(const CoapRpcIpAddr &ip, uint32_t port) : ip_(ip), port_(port) {}
 
