@@ -64,11 +64,11 @@ TEST_F(Coroutine, Awaits_OneAfterTheOther) {
 }
 
 TEST_F(Coroutine, IsFreedAtItsEnd) {
-  Caller().call(Server(), "upper", "warm up").then([](const Result<Answer> &) {});
-  host_.AdvanceMs(1000);
-  const uint64_t before = host_.Pool().LiveCount();
   must(Caller().spawn(AskTwice()));
   EXPECT_TRUE(Until([&] { return notes_.size() == 2; }));
+  const uint64_t before = host_.Pool().LiveCount();
+  must(Caller().spawn(AskTwice()));
+  EXPECT_TRUE(Until([&] { return notes_.size() == 4; }));
   EXPECT_EQ(host_.Pool().LiveCount(), before);
 }
 

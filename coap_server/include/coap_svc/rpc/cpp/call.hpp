@@ -53,8 +53,6 @@ class Node;
 
 namespace detail {
 
-using AnswerFunction = Function<Result<Answer>>;
-
 inline Error errorOfStatus(uint32_t status) {
   switch (status) {
     case COAP_RPC_CALL_TIMEOUT:
@@ -70,26 +68,29 @@ inline Error errorOfStatus(uint32_t status) {
   }
 }
 
-inline Answer answerOf(const CoapRpcCallRsp &rsp) {
-  Answer answer;
+inline void fillAnswer(const CoapRpcCallRsp &rsp, Answer &answer) {
   answer.code = rsp.code;
-  if (rsp.payload)
+  if (rsp.payload) {
     answer.payload.assign(reinterpret_cast<const char *>(rsp.payload), rsp.payloadLen);
+  }
   if (rsp.has & COAP_RPC_CALL_HAS_FORMAT) answer.format = static_cast<uint16_t>(rsp.contentFormat);
   answer.etag.assign(reinterpret_cast<const char *>(rsp.etag.bytes), rsp.etag.len);
   if (rsp.locationPath) answer.locationPath = rsp.locationPath;
   answer.maxAge = std::chrono::seconds(rsp.maxAge);
   answer.roundTrip = std::chrono::microseconds(rsp.rttUs);
   answer.isLast = rsp.isLast != 0;
-  return answer;
 }
 
 // A payload of megabytes may find no memory; the call ends all the same.
 inline Result<Answer> resultOf(const CoapRpcCallRsp &rsp) {
-  if (rsp.status != COAP_RPC_CALL_ANSWERED) return Unexpected(errorOfStatus(rsp.status));
-  COAPRPC_TRY { return answerOf(rsp); }
-  COAPRPC_CATCH(...) {}
-  return Unexpected(Error::noMemory());
+  Result<Answer> result;
+  if (rsp.status != COAP_RPC_CALL_ANSWERED) {
+    result = Unexpected(errorOfStatus(rsp.status));
+    return result;
+  }
+  COAPRPC_TRY { fillAnswer(rsp, *result); }
+  COAPRPC_CATCH(...) { result = Unexpected(Error::noMemory()); }
+  return result;
 }
 
 // fillCall leaves out what says who hears of the answer.  Pointers into the arguments.
@@ -120,7 +121,7 @@ inline CoapRpcCall fillCall(const char *path, std::string_view payload, const Ca
 // a function, a coroutine, or `result` until somebody does.
 class CallRecord final : public Record {
  public:
-  CallRecord(Core &core, AnswerFunction *fn) : Record(core), fn_(fn) {}
+  explicit CallRecord(Core &core) : Record(core), fn_(core) {}
 
   uint32_t start(const Address &from, const Address &to, CoapRpcCall call, bool isObserving) {
     const CoapRpcCallAddr addr = callAddrOf(from, to);
@@ -135,8 +136,12 @@ class CallRecord final : public Record {
   bool hasResult() const { return result_.has_value(); }
   Result<Answer> takeResult() { return std::move(*result_); }
 
-  void giveTo(AnswerFunction *fn) { core().retire(std::exchange(fn_, fn)); }
-  void giveTo(std::coroutine_handle<> waiter, std::optional<Result<Answer>> &result) {
+  // giveTo returns false without memory; `fn` is the caller's then.
+  template <typename F>
+  bool giveTo(F &&fn) {
+    return fn_.set(std::forward<F>(fn));
+  }
+  void wake(std::coroutine_handle<> waiter, std::optional<Result<Answer>> &result) {
     waiter_ = waiter;
     waiterResult_ = &result;
   }
@@ -148,55 +153,43 @@ class CallRecord final : public Record {
 
   // end tells nobody.
   void end() {
-    const bool isOpen = std::exchange(isOpen_, false);
-    AnswerFunction *fn = std::exchange(fn_, nullptr);
-    if (isOpen) COAP_RpcCallCancel(core().ctx(), id_);
-    core().retire(fn);
+    if (std::exchange(isOpen_, false)) COAP_RpcCallCancel(core().ctx(), id_);
     core().retire(this);
   }
 
  private:
+  // What the function or the coroutine does may end the record: it stays until that has returned.
   static void onRsp(uint64_t userData, const CoapRpcCallRsp *rsp) {
     CallRecord &record = recordOf<CallRecord>(userData);
     if (!record.isOpen_ || record.core().isClosing()) return;
+    Busy busy(record);
     record.isOpen_ = rsp->isLast == 0;
-    record.core().guarded("answer", [&] { record.hear(resultOf(*rsp)); });
+    const char *where = record.isOpen_ ? "observation" : "answer";
+    record.core().guarded(where, [&] { record.hear(resultOf(*rsp)); });
   }
 
-  void hear(Result<Answer> result) {
-    if (isOpen_) {
-      fn_->run("observation", std::move(result));
-    } else if (fn_) {
-      giveToFunction(std::move(result));
+  void hear(Result<Answer> &&result) {
+    const bool isTaken = fn_ || waiter_;
+    if (isTaken && !isOpen_) core().retire(this);
+    if (fn_) {
+      fn_.call(std::move(result));
     } else if (waiter_) {
-      giveToWaiter(std::move(result));
+      *waiterResult_ = std::move(result);
+      waiter_.resume();
     } else {
       result_ = std::move(result);
     }
   }
 
-  void giveToFunction(Result<Answer> result) {
-    Core &ours = core();
-    AnswerFunction *fn = std::exchange(fn_, nullptr);
-    ours.retire(this);
-    fn->run("answer", std::move(result));
-    ours.retire(fn);
-  }
-
-  void giveToWaiter(Result<Answer> result) {
-    const std::coroutine_handle<> waiter = waiter_;
-    *waiterResult_ = std::move(result);
-    core().retire(this);
-    waiter.resume();
-  }
-
   uint64_t id_ = 0;
   bool isOpen_ = false, isAlone_ = false;
-  AnswerFunction *fn_;
+  FunctionBox<Result<Answer> &&> fn_;
   std::coroutine_handle<> waiter_;
   std::optional<Result<Answer>> *waiterResult_ = nullptr;
   std::optional<Result<Answer>> result_;
 };
+
+static_assert(Pool::isOfCall(sizeof(CallRecord)), "the pool keeps the memory of calls");
 
 // takesAnswer checks what an application gives to be called with answers.
 template <typename F>
@@ -263,8 +256,7 @@ class [[nodiscard]] Call {
   void take(F &&fn) {
     detail::checkTakesAnswer<std::decay_t<F>>();
     if (isOver()) return void(fn(takeResult()));
-    auto *function = detail::makeFunction<Result<Answer>>(ref_->core(), std::forward<F>(fn));
-    if (function) return ref_->giveTo(function);
+    if (ref_->giveTo(std::forward<F>(fn))) return;
     ref_->end();
     fn(Result<Answer>(Unexpected(Error::noMemory())));
   }
@@ -281,7 +273,7 @@ class Call::Awaiter {
     if (call_.isOver()) result_ = call_.takeResult();
     return result_.has_value();
   }
-  void await_suspend(std::coroutine_handle<> waiter) { call_.ref_->giveTo(waiter, result_); }
+  void await_suspend(std::coroutine_handle<> waiter) { call_.ref_->wake(waiter, result_); }
   Result<Answer> await_resume() { return std::move(*result_); }
 
  private:

@@ -29,6 +29,14 @@
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/cpp/result.hpp"
 
+#ifdef __SANITIZE_ADDRESS__
+#define COAPRPC_ADDRESS_SANITIZER
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define COAPRPC_ADDRESS_SANITIZER
+#endif
+#endif
+
 COAPRPC_BEGIN
 namespace detail {
 
@@ -76,6 +84,7 @@ class Record : public Link {
   friend class RefBase;
   Core &core_;
   Link refs_;
+  size_t size_ = 0;
   uint32_t numBusy_ = 0;  // callbacks of its own under way
   bool isRetired_ = false;
 };
@@ -142,6 +151,58 @@ class Keyed : public Record {
   OfKeys ofKeys_{*this};
 };
 
+// Pool is memory of the host.  What is as large as a call is kept for the next one, since calls
+// come and go with each request.
+class Pool {
+ public:
+  void open(uint64_t mem) { mem_ = mem; }
+  void close() {
+    while (Spare *spare = first_) {
+      first_ = spare->next;
+      free(spare);
+    }
+    numSpares_ = kMaxSpares;
+  }
+
+  static constexpr bool isOfCall(size_t size) { return size >= kMinBytes && size <= kMaxBytes; }
+
+  // take returns null without memory.
+  void *take(size_t size) {
+    if (!isOfCall(size)) return KST_Malloc_(mem_, size, kMallocTag, kTagNum);
+    if (!first_) return KST_Malloc_(mem_, kMaxBytes, kMallocTag, kTagNum);
+    --numSpares_;
+    return std::exchange(first_, first_->next);
+  }
+
+  void give(void *memory, size_t size) {
+    if (!isOfCall(size) || numSpares_ == kMaxSpares) return free(memory);
+    ++numSpares_;
+    first_ = new (memory) Spare{first_};
+  }
+
+ private:
+  struct Spare {
+    Spare *next;
+  };
+
+  // As the library's own (docs/conventions.md).
+  static constexpr const char *kMallocTag = "mallocRsv", *kFreeTag = "freeRsv";
+  static constexpr uint32_t kTagNum = 123;
+  static constexpr size_t kMinBytes = 256, kMaxBytes = 384;
+  // The address sanitizer is to see the end of each.
+#ifdef COAPRPC_ADDRESS_SANITIZER
+  static constexpr uint32_t kMaxSpares = 0;
+#else
+  static constexpr uint32_t kMaxSpares = 64;
+#endif
+
+  void free(void *memory) { KST_Free_(mem_, memory, kFreeTag, kTagNum); }
+
+  uint64_t mem_ = 0;
+  Spare *first_ = nullptr;
+  uint32_t numSpares_ = 0;
+};
+
 // HostFunctions is what a core of its own host needs at its end.  A program with another host does
 // not have them.
 struct HostFunctions {
@@ -164,12 +225,13 @@ class Core {
     COAP_RpcUninit(ctx_);
     retireFinished();
     while (!records_.isAlone()) destroy(static_cast<Record *>(records_.next()));
+    pool_.close();
     if (host_) functions_.del(host_);
   }
 
   CoapRpcCtx *ctx() const { return ctx_; }
   Kestrel *host() const { return host_; }
-  uint64_t mem() const { return mem_; }
+  Pool &pool() { return pool_; }
   uint64_t tmr() const { return tmr_; }
   bool isClosing() const { return isClosing_; }
 
@@ -181,24 +243,33 @@ class Core {
 
   // start makes the instance; `log` is for what the application's code throws.
   bool start(const CoapRpcInitParam &param, uint64_t log) {
-    mem_ = param.memHandle;
+    pool_.open(param.memHandle);
     tmr_ = param.tmrHandle;
     log_ = log;
     ctx_ = COAP_RpcInit(&param);
     return ctx_ != nullptr;
   }
 
+  // construct makes an object in the pool; null without memory.
+  template <typename T, typename... Args>
+  T *construct(Args &&...args) {
+    static_assert(alignof(T) <= alignof(std::max_align_t),
+                  "coaprpc: over-aligned types are not for callbacks: the host's pool aligns for "
+                  "ordinary ones");
+    void *memory = pool_.take(sizeof(T));
+    if (!memory) return nullptr;
+    Memory guard{pool_, memory, sizeof(T)};
+    T *object = new (memory) T(std::forward<Args>(args)...);
+    guard.memory = nullptr;
+    return object;
+  }
+
   // make creates a record; null without memory.
   template <typename R, typename... Args>
   R *make(Args &&...args) {
-    static_assert(alignof(R) <= alignof(std::max_align_t),
-                  "coaprpc: over-aligned types are not "
-                  "for callbacks: the host's pool aligns for ordinary ones");
-    void *memory = KST_Malloc_(mem_, sizeof(R), kMallocTag, kTagNum);
-    if (!memory) return nullptr;
-    Memory guard{mem_, memory};
-    R *record = new (memory) R(std::forward<Args>(args)...);
-    guard.memory = nullptr;
+    R *record = construct<R>(std::forward<Args>(args)...);
+    if (!record) return nullptr;
+    record->size_ = sizeof(R);
     record->joinBefore(records_);
     return record;
   }
@@ -280,14 +351,14 @@ class Core {
  private:
   friend class Busy;
   static constexpr const char *kModule = "coaprpc";
-  // As the library's own (docs/conventions.md).
-  static constexpr const char *kMallocTag = "mallocRsv", *kFreeTag = "freeRsv";
-  static constexpr uint32_t kTagNum = 123;
 
   struct Memory {
-    uint64_t mem;
+    Pool &pool;
     void *memory;
-    ~Memory() { KST_Free_(mem, memory, kFreeTag, kTagNum); }
+    size_t size;
+    ~Memory() {
+      if (memory) pool.give(memory, size);
+    }
   };
 
   template <typename Run>
@@ -320,14 +391,16 @@ class Core {
   void destroy(Record *record) {
     while (!record->refs_.isAlone()) empty(static_cast<RefBase *>(record->refs_.next()));
     record->isRetired_ = true;
+    const size_t size = record->size_;
     record->~Record();
-    KST_Free_(mem_, record, kFreeTag, kTagNum);
+    pool_.give(record, size);
   }
 
   Kestrel *host_ = nullptr;  // null: not the core's own
   HostFunctions functions_ = {};
   CoapRpcCtx *ctx_ = nullptr;
-  uint64_t mem_ = 0, tmr_ = 0, log_ = 0;
+  uint64_t tmr_ = 0, log_ = 0;
+  Pool pool_;
   Link records_, finished_, keys_;
   uint32_t numRunning_ = 0;  // callbacks of the application under way
   bool isWatching_ = false, isLooping_ = false, isAbandoned_ = false, isClosing_ = false;
@@ -386,6 +459,61 @@ template <typename... Args, typename F>
 Function<Args...> *makeFunction(Core &core, F &&fn) {
   return core.make<FunctionOf<std::decay_t<F>, Args...>>(core, std::forward<F>(fn));
 }
+
+// FunctionBox has a function of the application's, in itself if that is small.  It must not be
+// changed while the function is running.
+template <typename... Args>
+class FunctionBox {
+ public:
+  explicit FunctionBox(Core &core) : core_(core) {}
+  FunctionBox(const FunctionBox &) = delete;
+  FunctionBox &operator=(const FunctionBox &) = delete;
+  ~FunctionBox() { clear(); }
+
+  explicit operator bool() const { return content_ != nullptr; }
+  void call(Args... args) { content_->call(std::forward<Args>(args)...); }
+
+  // set returns false without memory; `fn` is the caller's then.
+  template <typename F>
+  bool set(F &&fn) {
+    using ContentOf = Holder<std::decay_t<F>>;
+    clear();
+    size_ = sizeof(ContentOf);
+    if constexpr (sizeof(ContentOf) <= sizeof(room_) &&
+                  alignof(ContentOf) <= alignof(std::max_align_t)) {
+      content_ = new (room_) ContentOf(std::forward<F>(fn));
+    } else {
+      content_ = core_.construct<ContentOf>(std::forward<F>(fn));
+    }
+    return content_ != nullptr;
+  }
+
+  void clear() {
+    Content *content = std::exchange(content_, nullptr);
+    if (!content) return;
+    const bool isHere = static_cast<void *>(content) == room_;
+    content->~Content();
+    if (!isHere) core_.pool().give(content, size_);
+  }
+
+ private:
+  struct Content {
+    virtual ~Content() = default;
+    virtual void call(Args... args) = 0;
+  };
+  template <typename F>
+  struct Holder final : Content {
+    explicit Holder(F &&given) : fn(std::move(given)) {}
+    explicit Holder(const F &given) : fn(given) {}
+    void call(Args... args) override { fn(std::forward<Args>(args)...); }
+    F fn;
+  };
+
+  Core &core_;
+  Content *content_ = nullptr;
+  size_t size_ = 0;
+  alignas(std::max_align_t) std::byte room_[6 * sizeof(void *)];
+};
 
 // recordOf is the record that a callback of the C interface was given.
 template <typename R>

@@ -217,7 +217,7 @@ class Node {
   Call call(const Address &peer, const std::string &path, std::string_view payload = {},
             const CallParam &param = {}) {
     if (!core_) return Call(Error::closed());
-    auto *record = core().template make<detail::CallRecord>(core(), nullptr);
+    auto *record = core().template make<detail::CallRecord>(core());
     if (!record) return Call(Error::noMemory());
     detail::Ref<detail::CallRecord> ref(record);
     const CoapRpcCall call = detail::fillCall(path.c_str(), payload, param);
@@ -233,11 +233,10 @@ class Node {
                                             const CallParam &param = {}) {
     detail::checkTakesAnswer<std::decay_t<F>>();
     if (!core_) return Unexpected(Error::closed());
-    auto *function = detail::makeFunction<Result<Answer>>(core(), std::forward<F>(fn));
-    if (!function) return Unexpected(Error::noMemory());
-    auto *record = core().template make<detail::CallRecord>(core(), function);
-    if (!record) return failed(function, Error::noMemory());
+    auto *record = core().template make<detail::CallRecord>(core());
+    if (!record) return Unexpected(Error::noMemory());
     detail::Ref<detail::CallRecord> ref(record);
+    if (!record->giveTo(std::forward<F>(fn))) return Unexpected(Error::noMemory());
     const CoapRpcCall call = detail::fillCall(path.c_str(), {}, param);
     const uint32_t ret = record->start(param.from, peer, call, true);
     if (ret != 0) return Unexpected(Error::ofCode(ret));
