@@ -19,6 +19,7 @@
 
 #include "coap_svc/rpc/cpp/address.hpp"
 #include "coap_svc/rpc/cpp/call.hpp"
+#include "coap_svc/rpc/cpp/mirror.hpp"
 #include "coap_svc/rpc/cpp/node.hpp"
 #include "coap_svc/rpc/cpp/result.hpp"
 #include "coap_svc/rpc/cpp/serve.hpp"

@@ -26,7 +26,7 @@ Task<> askAll(Node &node, std::string peer, std::string &out) {
   for (const char *path : {"text", "nothing", "error", "later"}) {
     out += co_await ask(node, peer, path) + ";";
   }
-  node.stop();
+  out += "end";
 }
 
 }  // namespace
@@ -42,16 +42,21 @@ int main() {
     return Unexpected(Error::ofText("as it has to be"));
   }));
   Later later;
+  std::string out;
+  uint64_t version = 0;
   must(node.serve("later", [&](const Request &request) { return later = request.later(); }));
   const Timer timer = must(node.every(std::chrono::milliseconds(10), [&] {
     if (later.isOpen()) must(later.reply(Reply{.payload = "late"}));
+    if (out.ends_with("end") && version == 1) node.stop();
   }));
   auto table = must(node.table<Port, Stats>("ports"));
   must(table.replace(std::initializer_list<std::pair<Port, Stats>>{{{1, 2}, {3, 4}}}));
   must(table.onConfirmed([](uint64_t) {}));
-  std::string out;
+  const auto mirror = must(node.mirror<Port, Stats>(
+      peer, "ports", {.synced = [&](uint64_t synced) { version = synced; }}));
   must(node.spawn(askAll(node, peer, out)));
   must(node.run());
   std::printf("%s\n", out.c_str());
-  return out == "hi!;;;late;" && table.size() == 1 ? 0 : 1;
+  const bool isRight = out == "hi!;;;late;end" && mirror.find({1, 2})->tx == 4;
+  return isRight && std::distance(mirror.begin(), mirror.end()) == 1 ? 0 : 1;
 }

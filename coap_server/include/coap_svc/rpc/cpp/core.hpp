@@ -222,7 +222,7 @@ class Core {
   ~Core() {
     isClosing_ = true;
     if (isWatching_) functions_.unwatch(host_, COAP_RpcGetIoFd(ctx_));
-    COAP_RpcUninit(ctx_);
+    COAP_RpcUninit(std::exchange(ctx_, nullptr));
     retireFinished();
     while (!records_.isAlone()) destroy(static_cast<Record *>(records_.next()));
     pool_.close();

@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "coap_svc/rpc/cpp/call.hpp"
+#include "coap_svc/rpc/cpp/mirror.hpp"
 #include "coap_svc/rpc/cpp/serve.hpp"
 #include "coap_svc/rpc/cpp/table.hpp"
 #include "coap_svc/rpc/cpp/task.hpp"
@@ -241,6 +242,24 @@ class Node {
     const uint32_t ret = record->start(param.from, peer, call, true);
     if (ret != 0) return Unexpected(Error::ofCode(ret));
     return Observation(std::move(ref));
+  }
+
+  /* mirror keeps a copy of a table at a peer, whether or not it is there. */
+  template <typename Key, typename Val>
+  [[nodiscard]] Result<Mirror<Key, Val>> mirror(const Address &peer, std::string_view path,
+                                                MirrorFunctions<Key, Val> functions = {},
+                                                const MirrorParam &param = {}) {
+    static_assert(detail::shapeOf<Key, Val>().keyLen > 0);
+    if (!core_) return Unexpected(Error::closed());
+    CoapRpcUriKey key = {};
+    if (!fillKey(path, kMaxPath, key)) return Unexpected(badPath());
+    using RecordOf = detail::MirrorRecord<Key, Val>;
+    auto *record = core().template make<RecordOf>(core(), std::move(functions));
+    if (!record) return Unexpected(Error::noMemory());
+    detail::Ref<RecordOf> ref(record);
+    const uint32_t ret = record->open(key, peer, param);
+    if (ret != 0) return Unexpected(Error::ofCode(ret));
+    return Mirror<Key, Val>(std::move(ref));
   }
 
   /* spawn begins a coroutine, and keeps it until its end. */
