@@ -202,6 +202,30 @@ TEST_F(LaterAnswer, NodeEndsWithHandlerThatKeepsThem) {
   node_.reset();
 }
 
+// What a handler keeps may still use handles when it is destroyed.
+TEST_F(LaterAnswer, HandlesUsedWhileTheNodeEnds_AreEmpty) {
+  struct User {
+    std::vector<Later> *laters = nullptr;
+    Table<uint8_t, uint8_t> table;
+    Timer timer;
+    ~User() {
+      EXPECT_FALSE(laters->at(0).reply("x"));
+      EXPECT_FALSE(table.set(1, 1));
+      EXPECT_FALSE(table.isOpen());
+    }
+  };
+  auto user = std::make_shared<User>();
+  user->laters = &laters_;
+  user->table = must(node_->table<uint8_t, uint8_t>("t"));
+  user->timer = must(node_->every(milliseconds(10), [] {}));
+  must(node_->serve("user", [user](const Asked &) {}));
+  user.reset();
+  Serve();
+  Open();
+  node_.reset();
+  EXPECT_EQ(TestProcess::Get().Asserts().size(), 0u);
+}
+
 TEST_F(LaterAnswer, NoMemoryForTheLater_Is500) {
   must(node_->serve("a", [this](const Asked &asked) {
     host_.Pool().Failures().FailOnce(1);

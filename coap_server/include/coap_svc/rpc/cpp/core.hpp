@@ -113,7 +113,7 @@ class RefBase : public Link {
   Record *record_ = nullptr;
 };
 
-// Ref refers to a record, or to nothing once that has ended.
+// Ref refers to a record, or to nothing once that or its node has ended.
 template <typename R>
 class Ref : public RefBase {
  public:
@@ -128,9 +128,9 @@ class Ref : public RefBase {
   }
   void reset() { RefBase::reset(); }
 
-  R *get() const { return static_cast<R *>(record()); }
+  inline R *get() const;
   R *operator->() const { return get(); }
-  explicit operator bool() const { return record() != nullptr; }
+  explicit operator bool() const { return get() != nullptr; }
 };
 
 // Keyed is a record of a registered key.  Registrations cannot be taken back, so it stays.
@@ -222,7 +222,7 @@ class Core {
   ~Core() {
     isClosing_ = true;
     if (isWatching_) functions_.unwatch(host_, COAP_RpcGetIoFd(ctx_));
-    COAP_RpcUninit(std::exchange(ctx_, nullptr));
+    COAP_RpcUninit(ctx_);
     retireFinished();
     while (!records_.isAlone()) destroy(static_cast<Record *>(records_.next()));
     pool_.close();
@@ -413,6 +413,12 @@ inline void RefBase::reset() {
   leave();
   const bool isLast = record && record->refs_.isAlone();
   if (isLast && !record->core_.isClosing()) record->onUnreferenced();
+}
+
+template <typename R>
+R *Ref<R>::get() const {
+  Record *target = record();
+  return target && !target->core().isClosing() ? static_cast<R *>(target) : nullptr;
 }
 
 // Busy keeps a record while a callback of its own is running.

@@ -66,8 +66,7 @@ class MirrorRecord final : public Record {
     return COAP_RpcMirrorOpen(core().ctx(), &key, &addr, &mirror, &mirror_);
   }
 
-  // get is null once the node is ending.
-  CoapRpcMirror *get() const { return core().isClosing() ? nullptr : mirror_; }
+  CoapRpcMirror *get() const { return mirror_; }
 
   void onUnreferenced() override {
     COAP_RpcMirrorClose(std::exchange(mirror_, nullptr));
