@@ -1,0 +1,256 @@
+"""Handlers: each path of a node has one, def or async def.
+
+A handler is known to the library by a number, by which the callbacks find it.  A def handler answers inside
+the callback.  An async def handler runs as a task, which ends in one of three ways: it answers; the library
+gives its request up (timeout, or the listen has closed) and the task is cancelled; or the node closes and
+cancels it.  What a handler raises is logged, and the peer gets 5.00.
+"""
+
+from __future__ import annotations
+
+import asyncio
+import inspect
+import socket
+from collections.abc import Awaitable, Callable, Iterable
+from typing import Any
+
+from ._errors import check
+from ._instance import Instance, logger, new_id
+from ._native import ffi, lib
+from ._request import Answer, Method, Request, Response, code_of, methods_of, payload_of
+from ._url import Address
+
+Handler = Callable[[Request], Answer | Awaitable[Answer]]
+
+_FAILED = -1
+_LONGEST_PATH = 63
+_LONGEST_TIME = 4_294_967  # seconds whose milliseconds fit 32 bits
+_LONGEST_ANSWER: int = lib.COAP_RPC_MAX_PAYLOAD
+
+_entries: dict[int, Entry] = {}
+
+
+class Entry:
+    """One path and its handler."""
+
+    def __init__(self, server: Server, path: str, handler: Handler, options: Iterable[int]) -> None:
+        self.id = new_id()
+        self.path = path
+        self._server = server
+        self._handler = handler
+        self._options = tuple(options)
+        self._tasks: dict[Any, asyncio.Task[None]] = {}
+
+    def request(self, payload: bytes) -> Request:
+        return Request(self._server.instance.ctx, payload, self._options)
+
+    # ---- def ----
+
+    def answer(self, payload: bytes, out: Any) -> int:
+        """Writes the answer and returns its length, or a negative number."""
+        try:
+            request = self.request(payload)
+            value = self._handler(request)
+            data = payload_of(value)
+            if len(data) > _LONGEST_ANSWER:
+                raise ValueError(f"an answer of a def handler has at most {_LONGEST_ANSWER} bytes")
+            if isinstance(value, Response):
+                self._set_answer(request, value)
+        except Exception:
+            self.log_failure()
+            return _FAILED
+        ffi.memmove(out, data, len(data))
+        return len(data)
+
+    def _set_answer(self, request: Request, response: Response) -> None:
+        ctx = self._server.instance.ctx
+        check(lib.COAP_RpcSerSetAnswer(ctx, *code_of(response, request.method)))
+        for number, value in response.options():
+            check(lib.COAP_RpcSerAddAnswerOption(ctx, number, value, len(value)))
+
+    # ---- async def ----
+
+    def begin(self, payload: bytes, handle: Any) -> None:
+        """Starts the task that answers later."""
+        request = self.request(payload)
+        self._tasks[handle] = self._server.instance.loop.create_task(self._run(request, handle))
+
+    async def _run(self, request: Request, handle: Any) -> None:
+        try:
+            value = await self._handler(request)  # type: ignore[misc]
+            self._send(request, handle, value)
+        except asyncio.CancelledError:
+            self._end(handle, lib.COAP_RpcSerAbortAsyncResponse)
+            raise
+        except Exception:
+            self.log_failure()
+            self._end(handle, lib.COAP_RpcSerFailAsync, 500, ffi.NULL)
+        finally:
+            self._tasks.pop(handle, None)
+
+    def _send(self, request: Request, handle: Any, value: object) -> None:
+        ctx, data = self._server.instance.ctx, payload_of(value)
+        if isinstance(value, Response):
+            check(lib.COAP_RpcSerSetAsyncAnswer(ctx, handle, *code_of(value, request.method)))
+            for number, option in value.options():
+                check(lib.COAP_RpcSerAddAsyncAnswerOption(ctx, handle, number, option, len(option)))
+        check(lib.COAP_RpcSerSendAsyncResponse(ctx, handle, data, len(data)))
+        self._server.instance.arm()
+
+    def _end(self, handle: Any, end: Callable[..., int], *args: Any) -> None:
+        """Answers a request that is still open."""
+        if handle in self._tasks and self._server.instance.is_usable:
+            end(self._server.instance.ctx, handle, *args)
+            self._server.instance.arm()
+
+    def give_up(self, handle: Any) -> None:
+        """Nobody waits for this answer any more."""
+        task = self._tasks.pop(handle, None)
+        if task is not None:
+            task.cancel()
+
+    def tasks(self) -> set[asyncio.Task[None]]:
+        return set(self._tasks.values())
+
+    def log_failure(self) -> None:
+        logger.exception("the handler of %r has failed", self.path)
+
+    def keep(self, error: BaseException) -> None:
+        self._server.instance.keep(error)
+
+
+def _failed(_kind: object, error: BaseException, _trace: object) -> None:
+    """What a callback must not hide: the end of the program.  (Handlers catch the rest.)"""
+    if isinstance(error, Exception):
+        logger.error("a callback has failed", exc_info=error)
+
+
+@ffi.def_extern(error=_FAILED, onerror=_failed)  # type: ignore[untyped-decorator]
+def coaprpc_on_request(user_data: int, _info: Any, payload: Any, length: int, out: Any, _size: int) -> int:
+    entry = _entries[user_data]
+    try:
+        return entry.answer(ffi.buffer(payload, length)[:], out)
+    except BaseException as error:  # KeyboardInterrupt, SystemExit
+        entry.keep(error)
+        return _FAILED
+
+
+@ffi.def_extern(error=0, onerror=_failed)  # type: ignore[untyped-decorator]
+def coaprpc_on_async_request(user_data: int, payload: Any, length: int, handle: Any) -> int:
+    _entries[user_data].begin(ffi.buffer(payload, length)[:], handle)
+    return 0
+
+
+@ffi.def_extern(onerror=_failed)  # type: ignore[untyped-decorator]
+def coaprpc_on_async_end(user_data: int, handle: Any, _reason: int) -> None:
+    _entries[user_data].give_up(handle)
+
+
+class Listens:
+    """The local addresses that a node serves."""
+
+    def __init__(self) -> None:
+        self._known: set[Address] = set()
+
+    def claim(self, where: Address) -> None:
+        """Raises OSError if another process has the port.  The library would find out in three seconds."""
+        if where in self._known:
+            return
+        family = socket.AF_INET if len(where.ip) == 4 else socket.AF_INET6
+        with socket.socket(family, socket.SOCK_DGRAM) as probe:
+            probe.bind((socket.inet_ntop(family, where.ip), where.port))
+        self._known.add(where)
+
+
+class Server:
+    """The handlers of a node."""
+
+    def __init__(self, instance: Instance, default: Address) -> None:
+        self.instance = instance
+        self._default = default
+        self._listens = Listens()
+        self._entries: dict[str, Entry] = {}
+
+    def check_path(self, path: str) -> str:
+        name = path.removeprefix("/")
+        if not 0 < len(name.encode()) <= _LONGEST_PATH or "\0" in name:
+            raise ValueError(f"a path has 1 to {_LONGEST_PATH} bytes: {path!r}")
+        if name in self._entries:
+            raise ValueError(f"the path is served already: {path!r}")
+        return name
+
+    def add(
+        self,
+        path: str,
+        handler: Handler,
+        methods: Iterable[Method | str],
+        timeout: float,
+        options: Iterable[int],
+    ) -> None:
+        name, bits = self.check_path(path), methods_of(methods)
+        entry = Entry(self, name, handler, options)
+        key = new_key(name, observe=0)
+        _entries[entry.id] = entry
+        try:
+            self._register(key, entry, is_async=_is_async(handler))
+            self._make_direct(key, bits, timeout)
+            self.attach(key)
+        except BaseException:
+            del _entries[entry.id]
+            raise
+        self._entries[name] = entry
+
+    def _register(self, key: Any, entry: Entry, *, is_async: bool) -> None:
+        reg = ffi.new("CoapRpcSerVtblReg *")
+        on_request = ffi.NULL if is_async else lib.coaprpc_on_request
+        on_async_request = lib.coaprpc_on_async_request if is_async else ffi.NULL
+        lib.coaprpc_set_handler(reg, entry.id, on_request, on_async_request)
+        check(lib.COAP_RpcSerRegVtbl(self.instance.ctx, key, reg, ffi.NULL))
+
+    def _make_direct(self, key: Any, methods: int, timeout: float) -> None:
+        param = ffi.new(
+            "CoapRpcSerDirectParam *",
+            {"methods": methods, "timeoutMs": milliseconds(timeout), "onAsyncEnd": lib.coaprpc_on_async_end},
+        )
+        check(lib.COAP_RpcSerSetDirect(self.instance.ctx, key, param))
+
+    def attach(self, key: Any) -> None:
+        """Serves a registered key at the node's address."""
+        ctx = self.instance.ctx
+        self._listens.claim(self._default)
+        listen = ffi.new("CoapRpcSerListenAddr *")
+        lib.coaprpc_set_listen(listen, self._default.ip, len(self._default.ip), self._default.port)
+        check(lib.COAP_RpcSerSetUri(ctx, key, listen))
+        self.instance.arm()
+
+    async def close(self) -> None:
+        """Cancels what the handlers still do, and waits for it."""
+        tasks = {task for entry in self._entries.values() for task in entry.tasks()}
+        tasks.discard(asyncio.current_task())
+        for task in tasks:
+            task.cancel()
+        await asyncio.gather(*tasks, return_exceptions=True)
+
+    def forget(self) -> None:
+        """To be called when the instance is stopped: nothing calls back any more."""
+        for entry in self._entries.values():
+            _entries.pop(entry.id, None)
+        self._entries.clear()
+
+
+def new_key(path: str, *, observe: int) -> Any:
+    key = ffi.new("CoapRpcUriKey *")
+    lib.coaprpc_set_key(key, path.encode(), observe)
+    return key
+
+
+def milliseconds(seconds: float) -> int:
+    """Raises ValueError for a time that is not positive, or too long to count."""
+    if not 0 < seconds <= _LONGEST_TIME:
+        raise ValueError(f"not a time of up to {_LONGEST_TIME} s: {seconds}")
+    return max(1, round(seconds * 1000))
+
+
+def _is_async(handler: Handler) -> bool:
+    """Also of an object whose ``__call__`` is async."""
+    return any(map(inspect.iscoroutinefunction, (handler, type(handler).__call__)))

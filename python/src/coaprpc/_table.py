@@ -1,0 +1,184 @@
+"""Tables: sets of tuples that mirrors copy exactly.
+
+The rows are kept here as bytes, so that the table can be read; the library has its own copy, from which it
+serves.  A row that the library refuses is not kept.
+"""
+
+from __future__ import annotations
+
+import asyncio
+from collections.abc import Iterator, Mapping, MutableMapping
+from dataclasses import dataclass
+from typing import Any, TypeVar
+
+from ._errors import NodeClosed, check
+from ._instance import Instance, logger, new_id
+from ._native import ffi, lib
+from ._record import codec_of
+from ._serve import Server, new_key
+
+K = TypeVar("K")
+V = TypeVar("V")
+
+
+@dataclass(frozen=True, slots=True)
+class TableState:
+    """Where a table is, and its observers."""
+
+    head: int
+    """version of the last change"""
+    confirmed: int
+    """the version that every observer has, or more; 0 without observers"""
+    rows: int
+    observers: int
+    behind: int
+    """observers that have not confirmed the head"""
+    digest: int
+
+
+_tables: dict[int, Table[Any, Any]] = {}
+
+
+def _failed(_kind: object, error: BaseException, _trace: object) -> None:
+    logger.error("a table cannot be told of its observers", exc_info=error)
+
+
+@ffi.def_extern(onerror=_failed)  # type: ignore[untyped-decorator]
+def coaprpc_on_confirmed(user_data: int, _version: int) -> None:
+    _tables[user_data].wake()
+
+
+@ffi.def_extern(onerror=_failed)  # type: ignore[untyped-decorator]
+def coaprpc_on_observer_num(user_data: int, _num: int) -> None:
+    if user_data in _tables:
+        _tables[user_data].wake()
+
+
+class Table(MutableMapping[K, V]):
+    """A table of a node: a dict whose changes reach every mirror."""
+
+    def __init__(self, instance: Instance, path: str, key: type[K], value: type[V]) -> None:
+        self._instance = instance
+        self._keys, self._values = codec_of(key), codec_of(value)
+        if not 0 < self._keys.size <= lib.COAPRPC_MAX_KEY:
+            raise ValueError(f"a key has 1 to {lib.COAPRPC_MAX_KEY} bytes, not {self._keys.size}")
+        self.path = path
+        self.id = new_id()
+        self._uri = new_key(path, observe=1)
+        self._rows: dict[bytes, bytes] = {}
+        self._news = asyncio.Event()
+
+    def open(self, server: Server, window_ms: int) -> None:
+        """Registers and serves the table."""
+        _tables[self.id] = self
+        try:
+            self._register()
+            self._keep_versions(window_ms)
+            server.attach(self._uri)
+        except BaseException:
+            del _tables[self.id]
+            raise
+
+    def _register(self) -> None:
+        reg = ffi.new("CoapRpcSerVtblReg *")
+        lib.coaprpc_set_handler(reg, self.id, ffi.NULL, ffi.NULL)
+        tuples = ffi.new(
+            "CoapRpcSerObVtblReg *",
+            {
+                "keyLen": self._keys.size,
+                "valLen": self._values.size,
+                "tupleKeyCmp": lib.coaprpc_key_cmp(self._keys.size),
+                "onObserverNum": lib.coaprpc_on_observer_num,
+            },
+        )
+        check(lib.COAP_RpcSerRegVtbl(self._instance.ctx, self._uri, reg, tuples))
+
+    def _keep_versions(self, window_ms: int) -> None:
+        param = ffi.new(
+            "CoapRpcSerSyncParam *",
+            {"windowMs": window_ms, "userData": self.id, "onConfirmed": lib.coaprpc_on_confirmed},
+        )
+        check(lib.COAP_RpcSerSetUriSync(self._instance.ctx, self._uri, param))
+
+    def close(self) -> None:
+        _tables.pop(self.id, None)
+        self.wake()
+
+    def wake(self) -> None:
+        """Lets those who wait look again."""
+        self._news.set()
+        self._news = asyncio.Event()
+
+    # ---- rows ----
+
+    def __getitem__(self, key: K) -> V:
+        row = self._rows.get(self._keys.pack(key))
+        if row is None:
+            raise KeyError(key)
+        return self._values.unpack(row)
+
+    def __setitem__(self, key: K, value: V) -> None:
+        self._set(self._keys.pack(key), self._values.pack(value))
+
+    def __delitem__(self, key: K) -> None:
+        packed = self._keys.pack(key)
+        if packed not in self._rows:
+            raise KeyError(key)
+        self._remove(packed)
+
+    def __iter__(self) -> Iterator[K]:
+        return map(self._keys.unpack, list(self._rows))
+
+    def __len__(self) -> int:
+        return len(self._rows)
+
+    def replace(self, rows: Mapping[K, V]) -> None:
+        """Makes the table equal to ``rows``; only what differs is a change.
+
+        A key or value of wrong type or size raises, and nothing has changed.
+        """
+        wanted = {self._keys.pack(key): self._values.pack(value) for key, value in rows.items()}
+        for key in [key for key in self._rows if key not in wanted]:
+            self._remove(key)
+        for key, value in wanted.items():
+            self._set(key, value)
+
+    def _set(self, key: bytes, value: bytes) -> None:
+        ctx = self._instance.ctx
+        if self._rows.get(key) == value:
+            return
+        check(lib.COAP_RpcSerObserveDataUpdate(ctx, self._uri, key, value))
+        self._rows[key] = value
+        self._instance.arm()
+
+    def _remove(self, key: bytes) -> None:
+        lib.COAP_RpcSerObserveDataDel(self._instance.ctx, self._uri, key)
+        del self._rows[key]
+        self._instance.arm()
+
+    # ---- observers ----
+
+    def state(self) -> TableState:
+        state = ffi.new("CoapRpcSerSyncState *")
+        check(lib.COAP_RpcSerGetSyncState(self._instance.ctx, self._uri, state))
+        return TableState(
+            head=state.head,
+            confirmed=state.confirmed,
+            rows=state.numLive,
+            observers=state.numObservers,
+            behind=state.numBehind,
+            digest=state.digest,
+        )
+
+    async def confirmed(self) -> int:
+        """Returns the table's version when every observer has it; at once if there is no observer."""
+        version = self.state().head
+        while self._is_awaited(version):
+            await self._news.wait()
+            if not self._instance.is_usable:
+                raise NodeClosed
+        return version
+
+    def _is_awaited(self, version: int) -> bool:
+        state = self.state()
+        return state.observers > 0 and state.confirmed < version
