@@ -27,7 +27,7 @@ class _Open:
         self.instance = Instance(node.name)
         self.server = Server(self.instance, node.address)
         self.calls = Calls(self.instance)
-        self.tables: dict[str, Table[Any, Any]] = {}
+        self.tables: list[Table[Any, Any]] = []
 
     async def close(self) -> None:
         if not self.instance.is_usable:
@@ -38,7 +38,7 @@ class _Open:
         finally:
             self.calls.close()
             self.instance.close()
-            for table in self.tables.values():
+            for table in self.tables:
                 table.close()
             await self.server.close()
             self.server.forget()
@@ -149,10 +149,6 @@ class Node:
         ``window``: for how many seconds changes are collected before observers are told.
         """
         room = self._room()
-        name = room.server.check_path(path)
-        if name in room.tables:
-            raise ValueError(f"the path is served already: {path!r}")
-        table = Table(room.instance, name, key, value)
-        table.open(room.server, milliseconds(window) if window else 0)
-        room.tables[name] = table
+        table = Table(room.server, path, key, value, milliseconds(window) if window else 0)
+        room.tables.append(table)
         return table

@@ -33,12 +33,12 @@ _entries: dict[int, Entry] = {}
 class Entry:
     """One path and its handler."""
 
-    def __init__(self, server: Server, path: str, handler: Handler, options: Iterable[int]) -> None:
+    def __init__(self, server: Server, path: str, handler: Handler, options: tuple[int, ...]) -> None:
         self.id = new_id()
         self.path = path
         self._server = server
         self._handler = handler
-        self._options = tuple(options)
+        self._options = options
         self._tasks: dict[Any, asyncio.Task[None]] = {}
 
     def request(self, payload: bytes) -> Request:
@@ -146,37 +146,32 @@ def coaprpc_on_async_end(user_data: int, handle: Any, _reason: int) -> None:
     _entries[user_data].give_up(handle)
 
 
-class Listens:
-    """The local addresses that a node serves."""
-
-    def __init__(self) -> None:
-        self._known: set[Address] = set()
-
-    def claim(self, where: Address) -> None:
-        """Raises OSError if another process has the port.  The library would find out in three seconds."""
-        if where in self._known:
-            return
-        family = socket.AF_INET if len(where.ip) == 4 else socket.AF_INET6
-        with socket.socket(family, socket.SOCK_DGRAM) as probe:
-            probe.bind((socket.inet_ntop(family, where.ip), where.port))
-        self._known.add(where)
+def _probe(where: Address) -> None:
+    """Raises OSError if an address is not here, or its port in use.  The library would try for three seconds."""
+    family = socket.AF_INET if len(where.ip) == 4 else socket.AF_INET6
+    with socket.socket(family, socket.SOCK_DGRAM) as probe:
+        probe.bind((socket.inet_ntop(family, where.ip), where.port))
 
 
 class Server:
     """The handlers of a node."""
 
-    def __init__(self, instance: Instance, default: Address) -> None:
+    def __init__(self, instance: Instance, where: Address) -> None:
         self.instance = instance
-        self._default = default
-        self._listens = Listens()
-        self._entries: dict[str, Entry] = {}
+        self._where = where
+        self._paths: set[str] = set()
+        self._entries: list[Entry] = []
 
-    def check_path(self, path: str) -> str:
+    def reserve(self, path: str) -> str:
+        """Returns the library's form of a path, for one registration, which cannot be taken back."""
         name = path.removeprefix("/")
         if not 0 < len(name.encode()) <= _LONGEST_PATH or "\0" in name:
             raise ValueError(f"a path has 1 to {_LONGEST_PATH} bytes: {path!r}")
-        if name in self._entries:
+        if name in self._paths:
             raise ValueError(f"the path is served already: {path!r}")
+        if not self._paths:
+            _probe(self._where)
+        self._paths.add(name)
         return name
 
     def add(
@@ -187,45 +182,37 @@ class Server:
         timeout: float,
         options: Iterable[int],
     ) -> None:
-        name, bits = self.check_path(path), methods_of(methods)
-        entry = Entry(self, name, handler, options)
-        key = new_key(name, observe=0)
-        _entries[entry.id] = entry
-        try:
-            self._register(key, entry, is_async=_is_async(handler))
-            self._make_direct(key, bits, timeout)
-            self.attach(key)
-        except BaseException:
-            del _entries[entry.id]
-            raise
-        self._entries[name] = entry
+        ctx, is_async, numbers = self.instance.ctx, _is_async(handler), tuple(options)
+        direct = {
+            "methods": methods_of(methods),
+            "timeoutMs": milliseconds(timeout),
+            "onAsyncEnd": lib.coaprpc_on_async_end,
+        }
+        entry = Entry(self, self.reserve(path), handler, numbers)
+        key = new_key(entry.path, observe=0)
+        self._register(key, entry, is_async=is_async)
+        check(lib.COAP_RpcSerSetDirect(ctx, key, ffi.new("CoapRpcSerDirectParam *", direct)))
+        self.attach(key)
 
     def _register(self, key: Any, entry: Entry, *, is_async: bool) -> None:
         reg = ffi.new("CoapRpcSerVtblReg *")
+        _entries[entry.id] = entry
+        self._entries.append(entry)
         on_request = ffi.NULL if is_async else lib.coaprpc_on_request
         on_async_request = lib.coaprpc_on_async_request if is_async else ffi.NULL
         lib.coaprpc_set_handler(reg, entry.id, on_request, on_async_request)
         check(lib.COAP_RpcSerRegVtbl(self.instance.ctx, key, reg, ffi.NULL))
 
-    def _make_direct(self, key: Any, methods: int, timeout: float) -> None:
-        param = ffi.new(
-            "CoapRpcSerDirectParam *",
-            {"methods": methods, "timeoutMs": milliseconds(timeout), "onAsyncEnd": lib.coaprpc_on_async_end},
-        )
-        check(lib.COAP_RpcSerSetDirect(self.instance.ctx, key, param))
-
     def attach(self, key: Any) -> None:
         """Serves a registered key at the node's address."""
-        ctx = self.instance.ctx
-        self._listens.claim(self._default)
         listen = ffi.new("CoapRpcSerListenAddr *")
-        lib.coaprpc_set_listen(listen, self._default.ip, len(self._default.ip), self._default.port)
-        check(lib.COAP_RpcSerSetUri(ctx, key, listen))
+        lib.coaprpc_set_listen(listen, self._where.ip, len(self._where.ip), self._where.port)
+        check(lib.COAP_RpcSerSetUri(self.instance.ctx, key, listen))
         self.instance.arm()
 
     async def close(self) -> None:
         """Cancels what the handlers still do, and waits for it."""
-        tasks = {task for entry in self._entries.values() for task in entry.tasks()}
+        tasks = {task for entry in self._entries for task in entry.tasks()}
         tasks.discard(asyncio.current_task())
         for task in tasks:
             task.cancel()
@@ -233,7 +220,7 @@ class Server:
 
     def forget(self) -> None:
         """To be called when the instance is stopped: nothing calls back any more."""
-        for entry in self._entries.values():
+        for entry in self._entries:
             _entries.pop(entry.id, None)
         self._entries.clear()
 

@@ -10,9 +10,10 @@ import asyncio
 from collections.abc import Iterator, Mapping, MutableMapping
 from dataclasses import dataclass
 from typing import Any, TypeVar
+from weakref import WeakValueDictionary
 
 from ._errors import NodeClosed, check
-from ._instance import Instance, logger, new_id
+from ._instance import logger, new_id
 from ._native import ffi, lib
 from ._record import codec_of
 from ._serve import Server, new_key
@@ -36,7 +37,7 @@ class TableState:
     digest: int
 
 
-_tables: dict[int, Table[Any, Any]] = {}
+_tables: WeakValueDictionary[int, Table[Any, Any]] = WeakValueDictionary()
 
 
 def _failed(_kind: object, error: BaseException, _trace: object) -> None:
@@ -45,39 +46,43 @@ def _failed(_kind: object, error: BaseException, _trace: object) -> None:
 
 @ffi.def_extern(onerror=_failed)  # type: ignore[untyped-decorator]
 def coaprpc_on_confirmed(user_data: int, _version: int) -> None:
-    _tables[user_data].wake()
+    _wake(user_data)
 
 
 @ffi.def_extern(onerror=_failed)  # type: ignore[untyped-decorator]
 def coaprpc_on_observer_num(user_data: int, _num: int) -> None:
-    if user_data in _tables:
-        _tables[user_data].wake()
+    _wake(user_data)
+
+
+def _wake(user_data: int) -> None:
+    table = _tables.get(user_data)
+    if table is not None:
+        table.wake()
 
 
 class Table(MutableMapping[K, V]):
     """A table of a node: a dict whose changes reach every mirror."""
 
-    def __init__(self, instance: Instance, path: str, key: type[K], value: type[V]) -> None:
-        self._instance = instance
+    def __init__(self, server: Server, path: str, key: type[K], value: type[V], window_ms: int) -> None:
+        """Registers and serves the table."""
+        self._instance = server.instance
         self._keys, self._values = codec_of(key), codec_of(value)
-        if not 0 < self._keys.size <= lib.COAPRPC_MAX_KEY:
-            raise ValueError(f"a key has 1 to {lib.COAPRPC_MAX_KEY} bytes, not {self._keys.size}")
-        self.path = path
+        self._check_size()
+        self.path = server.reserve(path)
         self.id = new_id()
-        self._uri = new_key(path, observe=1)
+        self._uri = new_key(self.path, observe=1)
         self._rows: dict[bytes, bytes] = {}
         self._news = asyncio.Event()
-
-    def open(self, server: Server, window_ms: int) -> None:
-        """Registers and serves the table."""
         _tables[self.id] = self
-        try:
-            self._register()
-            self._keep_versions(window_ms)
-            server.attach(self._uri)
-        except BaseException:
-            del _tables[self.id]
-            raise
+        self._register()
+        self._keep_versions(window_ms)
+        server.attach(self._uri)
+
+    def _check_size(self) -> None:
+        if not 0 < self._keys.size <= lib.COAPRPC_MAX_KEY:
+            raise ValueError(f"a key has 1 to {lib.COAPRPC_MAX_KEY} bytes, not {self._keys.size}")
+        if self._keys.size + self._values.size > lib.COAP_RPC_SYNC_MAX_TUPLE:
+            raise ValueError(f"key and value have at most {lib.COAP_RPC_SYNC_MAX_TUPLE} bytes")
 
     def _register(self) -> None:
         reg = ffi.new("CoapRpcSerVtblReg *")
@@ -101,7 +106,7 @@ class Table(MutableMapping[K, V]):
         check(lib.COAP_RpcSerSetUriSync(self._instance.ctx, self._uri, param))
 
     def close(self) -> None:
-        _tables.pop(self.id, None)
+        """Tells who waits that the node is closed."""
         self.wake()
 
     def wake(self) -> None:

@@ -1,0 +1,138 @@
+"""python -m coaprpc: a small CoAP client, with a line of JSON for each answer.
+
+The status is 0, 1 when there was no answer or one of 4.00 and above, 2 for wrong arguments.
+"""
+
+from __future__ import annotations
+
+import argparse
+import asyncio
+import json
+import os
+import socket
+import sys
+from typing import Any
+from urllib.parse import urlsplit, urlunsplit
+
+from . import CoapRpcError, ErrorReply, Node, Reply
+
+_OK, _FAILED, _INTERRUPTED = 0, 1, 130
+_JSON_FORMAT = 50
+
+
+def _payload(reply: Reply) -> dict[str, Any]:
+    """JSON as it is, text as text, and everything else in hexadecimal."""
+    try:
+        return {"payload": reply.json() if reply.content_format == _JSON_FORMAT else reply.text}
+    except ValueError:
+        return {"payload_hex": reply.payload.hex()}
+
+
+def _shown(reply: Reply) -> dict[str, Any]:
+    shown = {
+        "code": reply.dotted,
+        **_payload(reply),
+        "format": reply.content_format,
+        "etag": reply.etag.hex() if reply.etag else None,
+        "location": reply.location_path,
+        "max_age": reply.max_age,
+        "ms": round(reply.rtt * 1000, 3),
+    }
+    return {name: value for name, value in shown.items() if value is not None}
+
+
+def _say(line: dict[str, Any]) -> None:
+    print(json.dumps(line), flush=True)
+
+
+def _data(argument: str) -> bytes:
+    return sys.stdin.buffer.read() if argument == "-" else os.fsencode(argument)
+
+
+async def _ask(node: Node, args: argparse.Namespace) -> None:
+    data = _data(args.data) if args.command == "post" else b""
+    content_format = args.format if args.command == "post" else None
+    _say(
+        _shown(
+            await node.call(
+                args.url,
+                data,
+                method=args.command,
+                timeout=args.timeout,
+                accept=args.accept,
+                content_format=content_format,
+            )
+        )
+    )
+
+
+async def _observe(node: Node, args: argparse.Namespace) -> None:
+    left = args.count
+    async for note in node.observe(args.url, timeout=args.timeout, accept=args.accept):
+        _say(_shown(note))
+        left -= 1
+        if left == 0:
+            return
+
+
+_COMMANDS = {"get": _ask, "post": _ask, "observe": _observe}
+
+
+async def _run(args: argparse.Namespace) -> int:
+    try:
+        async with Node(name="coaprpc") as node:
+            await _COMMANDS[args.command](node, args)
+    except ErrorReply as error:
+        _say(_shown(error.reply))
+        return _FAILED
+    except CoapRpcError as error:
+        _say({"error": type(error).__name__, "text": str(error)})
+        return _FAILED
+    return _OK
+
+
+def _resolved(url: str) -> str:
+    """The address with the host's first IP address in place of its name."""
+    parts = urlsplit(url if "//" in url else f"coap://{url}")
+    found = socket.getaddrinfo(parts.hostname, None, type=socket.SOCK_DGRAM)[0][4][0]
+    host = f"[{found}]" if ":" in str(found) else str(found)
+    return urlunsplit(parts._replace(netloc=host if parts.port is None else f"{host}:{parts.port}"))
+
+
+def _add(commands: Any, name: str, text: str) -> argparse.ArgumentParser:
+    parser: argparse.ArgumentParser = commands.add_parser(name, help=text, description=text)
+    parser.add_argument("url", help="coap://<host>[:port][/path][?query]")
+    parser.add_argument("--timeout", type=float, default=10.0, metavar="SECONDS", help="default: 10")
+    return parser
+
+
+def _parser() -> argparse.ArgumentParser:
+    parser = argparse.ArgumentParser(prog="python -m coaprpc", description="A small CoAP client.")
+    commands = parser.add_subparsers(dest="command", required=True)
+    get = _add(commands, "get", "ask for a resource")
+    post = _add(commands, "post", "send data to a resource")
+    post.add_argument("data", nargs="?", default="", help="-: from the standard input")
+    post.add_argument("--format", type=int, metavar="NUMBER", help="Content-Format of the data")
+    observe = _add(commands, "observe", "show a resource and its changes")
+    observe.add_argument("--count", type=int, default=0, metavar="N", help="end after so many answers")
+    for asking in (get, post, observe):
+        asking.add_argument("--accept", type=int, metavar="NUMBER", help="wanted format of the answer")
+    return parser
+
+
+def main(arguments: list[str] | None = None) -> int:
+    parser = _parser()
+    args = parser.parse_args(arguments)
+    try:
+        args.url = _resolved(args.url)
+        return asyncio.run(_run(args))
+    except (OSError, ValueError) as error:
+        if isinstance(error, BrokenPipeError):
+            return _FAILED
+        parser.error(str(error))
+    except KeyboardInterrupt:
+        return _INTERRUPTED
+
+
+if __name__ == "__main__":
+    sys.exit(main())
