@@ -23,15 +23,24 @@ def port() -> int:
     return free_port()
 
 
+def _run_to_end(function: Callable[[], Awaitable[None]], debug: bool | None = None) -> None:
+    async def within_patience() -> None:
+        async with asyncio.timeout(PATIENCE):
+            await function()
+
+    asyncio.run(within_patience(), debug=debug)
+
+
+Run = Callable[[Callable[[], Awaitable[None]]], None]
+
+
 @pytest.fixture
-def run() -> Callable[[Callable[[], Awaitable[None]]], None]:
+def run() -> Run:
     """Runs an async function to its end."""
+    return _run_to_end
 
-    def run_to_end(function: Callable[[], Awaitable[None]]) -> None:
-        async def within_patience() -> None:
-            async with asyncio.timeout(PATIENCE):
-                await function()
 
-        asyncio.run(within_patience())
-
-    return run_to_end
+@pytest.fixture
+def run_often() -> Run:
+    """The same without asyncio's debug mode, which takes most of the time of what is done often."""
+    return lambda function: _run_to_end(function, debug=False)

@@ -3,14 +3,12 @@
 from __future__ import annotations
 
 import asyncio
-from collections.abc import Awaitable, Callable
 from typing import Any
 
 import pytest
+from conftest import Run
 
 from coaprpc import CoapRpcError, Node, NodeClosed, Table, record
-
-Run = Callable[[Callable[[], Awaitable[None]]], None]
 
 
 @record("!H")
@@ -131,7 +129,7 @@ def test_record_that_no_table_can_have(run: Run, port: int) -> None:
     async def main() -> None:
         async with Node("127.0.0.1", port) as node:
             for key, value in ((LongKey, Val), (Nothing, Val), (Key, Large)):
-                with pytest.raises(ValueError, match="at most|1 to 255"):
+                with pytest.raises(ValueError, match=r"at most|1 to 255"):
                     node.table("ports", key, value)
             with pytest.raises(TypeError, match="no layout"):
                 node.table("ports", int, Val)

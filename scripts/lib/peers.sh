@@ -31,22 +31,30 @@ judge_fetch() {
 # install_<peer>: 0 if the peer is installed; UNAVAILABLE, with a line that says why; any other status
 # with an error message.
 
-# A venv needs the module that makes one; the distribution has it in a package of its own.
-install_aiocoap() {
-  is_current "$PEERS/requirements.txt" "$cache/aiocoap/requirements.txt" && return
+# install_venv <name> <list of versions> <package that the registry always has> <option of pip>...: A venv
+# needs the module that makes one; the distribution has it in a package of its own.
+install_venv() {
+  local name=$1 versions=$2 probe=$3
+  shift 3
+  is_current "$versions" "$cache/$name/requirements.txt" && return
   want python3 python3 python3-venv || return
   (install_packages python3-venv) >/dev/null 2>&1 || true
-  rm -rf "$cache/aiocoap"
+  rm -rf "${cache:?}/$name"
   mkdir -p "$cache"
-  /usr/bin/python3 -m venv "$cache/aiocoap" >/dev/null 2>&1 ||
+  /usr/bin/python3 -m venv "$cache/$name" >/dev/null 2>&1 ||
     { printf 'no python3-venv here, and it cannot be installed\n'; return "$UNAVAILABLE"; }
-  local pip=("$cache/aiocoap/bin/pip" --disable-pip-version-check --retries 1)
-  if quietly "${pip[@]}" install --no-deps --requirement "$PEERS/requirements.txt"; then
-    cp "$PEERS/requirements.txt" "$cache/aiocoap/"
+  local pip=("$cache/$name/bin/pip" --disable-pip-version-check --retries 1)
+  if quietly "${pip[@]}" install "$@" --requirement "$versions"; then
+    cp "$versions" "$cache/$name/requirements.txt"
   else
-    judge_fetch "pip's registry" "${pip[@]}" download --no-deps --dest "$cache/aiocoap/probe" aiocoap
+    judge_fetch "pip's registry" "${pip[@]}" download --no-deps --dest "$cache/$name/probe" "$probe"
   fi
 }
+
+install_aiocoap() { install_venv aiocoap "$PEERS/requirements.txt" aiocoap --no-deps; }
+
+# What checks, packs and repairs the Python package.
+install_python_tools() { install_venv python python/tests/requirements.txt pip; }
 
 install_node_coap() {
   is_current "$PEERS/package.json" "$cache/node-coap/package.json" && return

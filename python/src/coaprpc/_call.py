@@ -18,7 +18,7 @@ from typing import Any
 from ._errors import CoapRpcError, ErrorReply, NodeClosed, check, error_of_status
 from ._instance import Instance, logger, new_id
 from ._native import ffi, lib
-from ._request import Method, method_of
+from ._request import Method, bytes_of, method_of
 from ._serve import milliseconds
 from ._url import Url, parse
 
@@ -147,9 +147,30 @@ def _etag(kept: list[Any], value: bytes, shortest: int) -> Any:
 
 
 def ask_of(url: str, payload: bytes | str, method: Method | str | None, **options: Any) -> Ask:
-    data = payload.encode() if isinstance(payload, str) else bytes(payload)
+    data = bytes_of(payload)
     default = Method.POST if data else Method.GET
     return Ask(parse(url), default if method is None else method_of(method), data, **options)
+
+
+class _Notes:
+    """The latest notes of an observation, until its reader takes them."""
+
+    def __init__(self, keep: int) -> None:
+        self._kept: deque[Outcome] = deque(maxlen=keep)
+        self._is_ended = False
+        self._news = asyncio.Event()
+
+    def take(self, note: Outcome, is_last: bool) -> None:
+        self._kept.append(note)
+        self._is_ended = is_last
+        self._news.set()
+
+    async def next(self) -> Outcome | None:
+        """The oldest one that is kept; None at the end."""
+        while not self._kept and not self._is_ended:
+            self._news.clear()
+            await self._news.wait()
+        return self._kept.popleft() if self._kept else None
 
 
 class Calls:
@@ -196,27 +217,13 @@ class Calls:
             _retrieve(future)
 
     async def observe(self, ask: Ask, keep: int) -> AsyncGenerator[Reply, None]:
-        notes: deque[Outcome | None] = deque(maxlen=keep + 1)  # None: the end
-        news = asyncio.Event()
-
-        def take(outcome: Outcome, is_last: bool) -> None:
-            notes.append(outcome)
-            if is_last:
-                notes.append(None)
-            news.set()
-
-        own, number = self._start(lib.COAP_RpcCallObserve, ask, take)
+        notes = _Notes(keep)
+        own, number = self._start(lib.COAP_RpcCallObserve, ask, notes.take)
         try:
-            while True:
-                await news.wait()
-                news.clear()
-                while notes:
-                    note = notes.popleft()
-                    if note is None:
-                        return
-                    if isinstance(note, CoapRpcError):
-                        raise note
-                    yield note
+            while (note := await notes.next()) is not None:
+                if isinstance(note, CoapRpcError):
+                    raise note
+                yield note
         finally:
             self._end(own, number)
 

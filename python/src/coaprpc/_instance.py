@@ -143,15 +143,19 @@ class Instance:
         self.loop.add_reader(self._fd, self._on_io)
         self.arm()
 
-    @property
-    def ctx(self) -> Any:
-        """The library's handle, for a call."""
+    def check(self) -> None:
+        """Raises if the instance cannot be used here and now."""
         if self._forks != _Process.forks:
             raise NodeForked
         if not self._finalizer.alive:
             raise NodeClosed
         if self._thread != threading.get_ident():
             raise CoapRpcError(0, "a node is used by the thread of its loop only")
+
+    @property
+    def ctx(self) -> Any:
+        """The library's handle, for a call."""
+        self.check()
         return self._ctx
 
     @property
@@ -171,7 +175,7 @@ class Instance:
 
     def live_allocations(self) -> int:
         """How many pieces of memory the instance has."""
-        assert self.ctx
+        self.check()
         stat = ffi.new("KestrelMemStat *")
         lib.KestrelMemStatGet(lib.KestrelMem(self._host), stat)
         return int(stat.liveCount)

@@ -41,7 +41,6 @@ class _Open:
             for table in self.tables:
                 table.close()
             await self.server.close()
-            self.server.forget()
 
 
 class Node:
@@ -66,11 +65,13 @@ class Node:
     async def __aexit__(
         self, kind: type[BaseException] | None, error: BaseException | None, trace: TracebackType | None
     ) -> None:
-        await self._room().close()
+        if self._opened is not None:
+            await self._opened.close()
 
     def _room(self) -> _Open:
         if self._opened is None:
             raise NodeClosed
+        self._opened.instance.check()
         return self._opened
 
     def serve(

@@ -31,7 +31,12 @@ class Method(IntEnum):
 
 
 def method_of(method: Method | str) -> Method:
-    return Method[method.upper()] if isinstance(method, str) else Method(method)
+    """Raises ValueError for what is none."""
+    if not isinstance(method, str):
+        return Method(method)
+    if method.upper() not in Method.__members__:
+        raise ValueError(f"not a method: {method!r}")
+    return Method[method.upper()]
 
 
 def methods_of(methods: Iterable[Method | str]) -> int:
@@ -159,17 +164,20 @@ def _parts(text: str | None, separator: str) -> list[bytes]:
 Answer = Response | bytes | bytearray | memoryview | str | None
 
 
-def payload_of(value: object) -> bytes:
-    """The payload of an answer; TypeError for what is none."""
-    if isinstance(value, Response):
-        return payload_of(value.payload)
+def bytes_of(value: object) -> bytes:
+    """A payload; TypeError for what is none."""
     if isinstance(value, str):
         return value.encode()
-    if value is None:
-        return b""
     if isinstance(value, bytes | bytearray | memoryview):
         return bytes(value)
-    raise TypeError(f"a handler answers with bytes, str, Response or None, not {type(value).__name__}")
+    raise TypeError(f"a payload is bytes or str, not {type(value).__name__}")
+
+
+def payload_of(value: object) -> bytes:
+    """The payload of what a handler has returned."""
+    if value is None:
+        return b""
+    return bytes_of(value.payload if isinstance(value, Response) else value)
 
 
 def code_of(response: Response, method: int) -> tuple[int, int]:

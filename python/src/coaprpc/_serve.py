@@ -13,6 +13,7 @@ import inspect
 import socket
 from collections.abc import Awaitable, Callable, Iterable
 from typing import Any
+from weakref import WeakValueDictionary
 
 from ._errors import check
 from ._instance import Instance, logger, new_id
@@ -27,7 +28,7 @@ _LONGEST_PATH = 63
 _LONGEST_TIME = 4_294_967  # seconds whose milliseconds fit 32 bits
 _LONGEST_ANSWER: int = lib.COAP_RPC_MAX_PAYLOAD
 
-_entries: dict[int, Entry] = {}
+_entries: WeakValueDictionary[int, Entry] = WeakValueDictionary()
 
 
 class Entry:
@@ -217,12 +218,6 @@ class Server:
         for task in tasks:
             task.cancel()
         await asyncio.gather(*tasks, return_exceptions=True)
-
-    def forget(self) -> None:
-        """To be called when the instance is stopped: nothing calls back any more."""
-        for entry in self._entries:
-            _entries.pop(entry.id, None)
-        self._entries.clear()
 
 
 def new_key(path: str, *, observe: int) -> Any:

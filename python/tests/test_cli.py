@@ -1,0 +1,139 @@
+"""python -m coaprpc, as people type it."""
+
+from __future__ import annotations
+
+import asyncio
+import json
+import os
+import signal
+import sys
+from typing import Any
+
+import pytest
+from conftest import Run
+
+from coaprpc import Node, Request, Response, record
+
+
+@record("!H")
+class Key:
+    number: int
+
+
+async def start(*arguments: object, **options: Any) -> asyncio.subprocess.Process:
+    env = dict(os.environ)
+    if "COAPRPC_PRELOAD" in env:
+        env["LD_PRELOAD"] = env["COAPRPC_PRELOAD"]
+    return await asyncio.create_subprocess_exec(
+        sys.executable,
+        "-X",
+        "dev",
+        "-m",
+        "coaprpc",
+        *map(str, arguments),
+        env=env,
+        stdout=asyncio.subprocess.PIPE,
+        stderr=asyncio.subprocess.PIPE,
+        **options,
+    )
+
+
+async def say(*arguments: object, data: bytes | None = None) -> tuple[int | None, list[Any], str]:
+    """Runs it to its end: the status, the lines of JSON, and what it complained of."""
+    process = await start(*arguments, stdin=asyncio.subprocess.PIPE if data is not None else None)
+    out, err = await process.communicate(data)
+    return process.returncode, [json.loads(line) for line in out.splitlines()], err.decode()
+
+
+def without_times(line: dict[str, Any]) -> dict[str, Any]:
+    return {name: value for name, value in line.items() if name not in ("ms", "max_age")}
+
+
+def test_answers_are_lines_of_json(run: Run, port: int) -> None:
+    async def main() -> None:
+        async with Node("127.0.0.1", port) as node:
+            node.serve("echo")(
+                lambda request: Response(request.payload, content_format=request.content_format)
+            )
+            node.serve("version")(lambda request: Response.json({"v": request.accept}))
+            node.serve("raw")(lambda request: Response(b"\xff\0", etag=b"\1\2", location_path="a/b"))
+            url = f"coap://127.0.0.1:{port}"
+            results = await asyncio.gather(
+                say("post", f"{url}/echo", "hé"),
+                say("post", f"{url}/echo", "-", "--format", 50, data=b"[1]"),
+                say("get", f"coap://localhost:{port}/version", "--accept", 50),
+                say("post", f"{url}/raw"),
+                say("get", f"{url}/none"),
+            )
+        assert [(status, [*map(without_times, lines)], err) for status, lines, err in results] == [
+            (0, [{"code": "2.04", "payload": "hé"}], ""),
+            (0, [{"code": "2.04", "payload": [1], "format": 50}], ""),
+            (0, [{"code": "2.05", "payload": {"v": 50}, "format": 50}], ""),
+            (0, [{"code": "2.04", "payload_hex": "ff00", "etag": "0102", "location": "a/b"}], ""),
+            (1, [{"code": "4.04", "payload": "Not Found"}], ""),
+        ]
+
+    run(main)
+
+
+def test_nobody_there_and_wrong_arguments(run: Run, port: int) -> None:
+    async def main() -> None:
+        refused, bad_url, bad_host, bad_command = await asyncio.gather(
+            say("get", f"coap://127.0.0.1:{port}/a"),
+            say("get", f"http://127.0.0.1:{port}/a"),
+            say("get", "coap://no.such.host.invalid/a"),
+            say("put", f"coap://127.0.0.1:{port}/a"),
+        )
+        assert refused[0] == 1
+        assert refused[1] == [{"error": "CallUnreachable", "text": "the peer cannot be reached"}]
+        assert [result[0] for result in (bad_url, bad_host, bad_command)] == [2, 2, 2]
+        assert "not of the form coap://" in bad_url[2]
+
+    run(main)
+
+
+def test_observe_shows_changes_until_it_is_interrupted(run: Run, port: int) -> None:
+    async def main() -> None:
+        async with Node("127.0.0.1", port) as node:
+            table = node.table("t", Key, Key)
+            url = f"coap://127.0.0.1:{port}/t?_sync=1"
+            watching = await start("observe", url)
+            counting = asyncio.create_task(say("observe", url, "--count", 1))
+            assert watching.stdout is not None
+            first = json.loads(await watching.stdout.readline())
+            table[Key(1)] = Key(2)
+            second = json.loads(await watching.stdout.readline())
+            assert (first["code"], first["format"]) == ("2.05", 60)
+            assert "4200014200 02".replace(" ", "") in second["payload_hex"]
+            watching.send_signal(signal.SIGINT)
+            _, err = await watching.communicate()
+            assert (watching.returncode, err) == (130, b"")
+            status, lines, _ = await counting
+            assert (status, len(lines)) == (0, 1)
+
+    run(main)
+
+
+@pytest.mark.parametrize("argument", ["--help", "get --help"])
+def test_help(run: Run, argument: str) -> None:
+    async def main() -> None:
+        process = await start(*argument.split())
+        out, _ = await process.communicate()
+        assert process.returncode == 0
+        assert b"usage: python -m coaprpc" in out
+
+    run(main)
+
+
+def test_request_reaches_the_handler_as_it_is_typed(run: Run, port: int) -> None:
+    seen: list[Request] = []
+
+    async def main() -> None:
+        async with Node("127.0.0.1", port) as node:
+            node.serve("note")(seen.append)
+            await say("post", f"coap://127.0.0.1:{port}/note?a=b", "text", "--format", "0", "--timeout", "9")
+
+    run(main)
+    assert [(request.text, request.content_format, request.query) for request in seen] == [
+        ("text", 0, {"a": "b"})
+    ]
