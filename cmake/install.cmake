@@ -1,5 +1,5 @@
-# The files of an installation, by component: library, host (needed to run a program), dev, tools and
-# doc.  packages.cmake makes a package from each.
+# The files of an installation, by component: library, host (needed to run a program), dev, tools, python
+# and doc.  packages.cmake makes a package from each.
 #
 #   coap_rpc_install(<shared library>... COMPONENT <component> HEADERS <folder>
 #                    [HEADERS_TO <folder below include>])

@@ -2,7 +2,7 @@
 # contents.
 #   library   libcoap-svc-rpc1        tools   coap-svc-rpc-tools
 #   host      libkestrel1             doc     libcoap-svc-rpc-doc
-#   dev       libcoap-svc-rpc-dev
+#   dev       libcoap-svc-rpc-dev       python   python3-coaprpc
 # package_files.cmake adds the files that Debian requires in a package only.
 
 # The maintainer of a package: from Debian's variables, otherwise from git.
@@ -101,6 +101,16 @@ if(TARGET kestrel-console)
     "RPC service over CoAP - operator's console"
     "kestrel-console connects to a running host and shows the tables of its RPC
 service.")
+endif()
+if(TARGET coaprpc_native)
+  coap_rpc_add_deb(python python3-coaprpc python
+    "RPC service over CoAP - Python package"
+    "Serve, call and observe by CoAP, and keep exact copies of tables, from asyncio.
+With a small CoAP client for the shell: python3 -m coaprpc."
+    DEPENDS "python3 (>= 3.11), python3-cffi-backend, libcoap-svc-rpc${major} ${version}, libkestrel${major} ${version}, libc6 (>= 2.34)")
+  # Python's own scripts compile the modules, and remove what was compiled.
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/python/debian/postinst
+    ${PROJECT_SOURCE_DIR}/python/debian/prerm)
 endif()
 coap_rpc_add_deb(doc libcoap-svc-rpc-doc doc
   "RPC service over CoAP - documentation"

@@ -7,3 +7,4 @@ foreach(library coap_svc_rpc kestrel coap_svc_debug)
   install(PROGRAMS $<TARGET_FILE:${library}> DESTINATION coaprpc COMPONENT python
     RENAME $<TARGET_SONAME_FILE_NAME:${library}>)
 endforeach()
+install(FILES ${PROJECT_BINARY_DIR}/package/copyright DESTINATION coaprpc COMPONENT python)
