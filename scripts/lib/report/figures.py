@@ -67,6 +67,12 @@ def _exchange(under_way, limit):
     return _ratio(text, "exchange", (under_way, "library"), (under_way, "libcoap"), CPU[0], limit)
 
 
+def _python(other, limit):
+    """The same for a handler in Python and the server of another implementation."""
+    return _ratio(f"synchronous POSTs, 16 ports: Python package / {other}", "sync",
+                  ("16", "Python package"), ("16", other), PER_CPU_SECOND[0], limit, is_least=True)
+
+
 def _logging(answer, variant, metric, limit, is_least=False):
     text = f"synchronous POSTs, answers of {answer}: {variant} / level lowered"
     return _ratio(text, "logging", (answer, variant), (answer, "level lowered"), metric, limit,
@@ -99,6 +105,8 @@ BARS = [
     _later("200", 0.90),
     _exchange("16", 1.15),
     _exchange("64", 1.15),
+    _python("aiocoap", 5),
+    _python("node-coap", 1),
     _logging("32 bytes", "as it starts", PER_CPU_SECOND[0], 0.90, is_least=True),
     _logging("32 bytes", "debug channel", PER_CPU_SECOND[0], 0.60, is_least=True),
     _logging("65,400 bytes", "as it starts", CPU[0], 1.50),
