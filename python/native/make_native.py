@@ -15,6 +15,7 @@ PREAMBLE = """
 #include "coap_svc/rpc/coap_rpc_sync.h"
 #include "kestrel.h"
 #include "key_order.h"
+#include "mirror.h"
 #include "records.h"
 """
 

@@ -20,6 +20,12 @@ class Key:
     number: int
 
 
+@record("!4sB")
+class Text:
+    text: str
+    number: int
+
+
 async def start(*arguments: object, **options: Any) -> asyncio.subprocess.Process:
     env = dict(os.environ)
     if "COAPRPC_PRELOAD" in env:
@@ -110,6 +116,35 @@ def test_observe_shows_changes_until_it_is_interrupted(run: Run, port: int) -> N
             assert (watching.returncode, err) == (130, b"")
             status, lines, _ = await counting
             assert (status, len(lines)) == (0, 1)
+
+    run(main)
+
+
+def test_mirror_shows_a_table_and_its_changes(run: Run, port: int) -> None:
+    async def main() -> None:
+        async with Node("127.0.0.1", port) as node:
+            table = node.table("t", Key, Text)
+            table[Key(1)] = Text("a", 2)
+            url = f"coap://127.0.0.1:{port}/t"
+            layouts = ("--key", "!H", "--value", "!4sB")
+            status, lines, err = await say("mirror", url, *layouts, "--once")
+            assert (status, err) == (0, "")
+            assert lines == [{"change": "added", "key": [1], "value": ["a", 2]}, {"synced": 1}]
+            refused, lines, _ = await say("mirror", url, "--key", "!I", "--value", "!4sB")
+            assert (refused, lines[0]["error"]) == (1, "CoapRpcError")
+            assert (await say("mirror", url, "--key", "H", "--value", "!4sB"))[0] == 2
+            watching = await start("mirror", url, *layouts)
+            assert watching.stdout is not None
+            for expected in ("added", "synced"):
+                assert expected in (await watching.stdout.readline()).decode()
+            table[Key(1)] = Text("b", 3)
+            changed = {"change": "changed", "key": [1], "value": ["b", 3]}
+            assert json.loads(await watching.stdout.readline()) == changed
+            del table[Key(1)]
+            assert json.loads(await watching.stdout.readline())["change"] == "removed"
+            watching.send_signal(signal.SIGINT)
+            _, err_bytes = await watching.communicate()
+            assert (watching.returncode, err_bytes) == (130, b"")
 
     run(main)
 

@@ -142,6 +142,35 @@ def test_nodes_leave_nothing(run_often: Run, port: int) -> None:
     run_often(main)
 
 
+def test_mirrors_leave_nothing(run_often: Run, port: int) -> None:
+    async def main() -> None:
+        async with Node("127.0.0.1", port) as node, Node() as client:
+            table = node.table("t", Key, Key)
+            table.replace({Key(i): Key(i) for i in range(100)})
+
+            async def copy(times: int) -> None:
+                for i in range(times):
+                    async with client.mirror(f"coap://127.0.0.1:{port}/t", Key, Key) as mirror:
+                        await mirror.synced()
+                        changes = mirror.changes()
+                        await anext(changes)
+                        table[Key(0)] = Key(i)
+                        await changes.aclose()
+
+            def counts() -> tuple[int, int]:
+                gc.collect()
+                return live_allocations(client), len(gc.get_objects())
+
+            await copy(50)
+            before = counts()
+            await copy(200)
+            after = counts()
+            # What the process keeps about its latest ports hides the rest of the heap.
+            assert max(is_now - was for was, is_now in zip(before, after, strict=True)) < 100
+
+    run_often(main)
+
+
 def test_changes_of_a_table_leave_nothing(run_often: Run, port: int) -> None:
     async def main() -> None:
         async with Node("127.0.0.1", port) as node:

@@ -19,6 +19,8 @@ from ._errors import (
     NodeClosed,
     NodeForked,
 )
+from ._mirror import Change, Mirror, MirrorState
+from ._mirror import Status as MirrorStatus
 from ._node import Node
 from ._record import record
 from ._request import CBOR, JSON, OCTETS, TEXT, Answer, Method, Request, Response
@@ -36,9 +38,13 @@ __all__ = [
     "CallReset",
     "CallTimeout",
     "CallUnreachable",
+    "Change",
     "CoapRpcError",
     "ErrorReply",
     "Method",
+    "Mirror",
+    "MirrorState",
+    "MirrorStatus",
     "Node",
     "NodeClosed",
     "NodeForked",

@@ -7,6 +7,7 @@ from __future__ import annotations
 
 import argparse
 import asyncio
+import dataclasses
 import json
 import os
 import socket
@@ -14,7 +15,8 @@ import sys
 from typing import Any
 from urllib.parse import urlsplit, urlunsplit
 
-from . import CoapRpcError, ErrorReply, Node, Reply
+from . import Change, CoapRpcError, ErrorReply, Node, Reply, record
+from ._record import widths
 
 _OK, _FAILED, _INTERRUPTED = 0, 1, 130
 _JSON_FORMAT = 50
@@ -75,7 +77,40 @@ async def _observe(node: Node, args: argparse.Namespace) -> None:
             return
 
 
-_COMMANDS = {"get": _ask, "post": _ask, "observe": _observe}
+def _row_of(layout: str) -> type[Any]:
+    """A record of this layout, whose texts are str."""
+    fields = {f"f{i}": int if width is None else str for i, width in enumerate(widths(layout))}
+    return record(layout)(type("Row", (), {"__annotations__": fields}))
+
+
+def _fields(row: Any) -> list[Any] | None:
+    return None if row is None else [_plain(getattr(row, field.name)) for field in dataclasses.fields(row)]
+
+
+def _plain(value: Any) -> Any:
+    return value.decode(errors="replace") if isinstance(value, bytes) else value
+
+
+def _shown_change(change: Change[Any, Any]) -> dict[str, Any]:
+    shown = {"change": change.kind, "key": _fields(change.key)}
+    return {**shown, "value": _fields(change.old if change.new is None else change.new)}
+
+
+async def _mirror(node: Node, args: argparse.Namespace) -> None:
+    async with node.mirror(args.url, _row_of(args.key), _row_of(args.value)) as mirror:
+        async with asyncio.timeout(args.timeout):
+            version = await mirror.synced()
+        changes = mirror.changes()
+        for _ in range(len(mirror)):
+            _say(_shown_change(await anext(changes)))
+        _say({"synced": version})
+        if args.once:
+            return
+        async for change in changes:
+            _say(_shown_change(change))
+
+
+_COMMANDS = {"get": _ask, "post": _ask, "observe": _observe, "mirror": _mirror}
 
 
 async def _run(args: argparse.Namespace) -> int:
@@ -84,6 +119,9 @@ async def _run(args: argparse.Namespace) -> int:
             await _COMMANDS[args.command](node, args)
     except ErrorReply as error:
         _say(_shown(error.reply))
+        return _FAILED
+    except TimeoutError:
+        _say({"error": "TimeoutError", "text": "no answer in time"})
         return _FAILED
     except CoapRpcError as error:
         _say({"error": type(error).__name__, "text": str(error)})
@@ -115,6 +153,10 @@ def _parser() -> argparse.ArgumentParser:
     post.add_argument("--format", type=int, metavar="NUMBER", help="Content-Format of the data")
     observe = _add(commands, "observe", "show a resource and its changes")
     observe.add_argument("--count", type=int, default=0, metavar="N", help="end after so many answers")
+    mirror = _add(commands, "mirror", "show a table and its changes")
+    mirror.add_argument("--key", required=True, metavar="LAYOUT", help="of keys, as for Python's struct: !H")
+    mirror.add_argument("--value", required=True, metavar="LAYOUT", help="of values")
+    mirror.add_argument("--once", action="store_true", help="end when the whole table has been shown")
     for asking in (get, post, observe):
         asking.add_argument("--accept", type=int, metavar="NUMBER", help="wanted format of the answer")
     return parser

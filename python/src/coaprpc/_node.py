@@ -9,11 +9,12 @@ from typing import Any, Self, TypeVar
 from ._call import Calls, Reply, ask_of
 from ._errors import CoapRpcError, NodeClosed
 from ._instance import Instance
+from ._mirror import Mirror, MirrorOptions, Mirrors
 from ._native import lib
 from ._request import Method
 from ._serve import Handler, Server, milliseconds
 from ._table import Table
-from ._url import PORT, address
+from ._url import PORT, address, parse
 
 H = TypeVar("H", bound=Handler)
 K = TypeVar("K")
@@ -28,6 +29,7 @@ class _Open:
         self.server = Server(self.instance, node.address)
         self.calls = Calls(self.instance)
         self.tables: list[Table[Any, Any]] = []
+        self.mirrors = Mirrors(self.instance)
 
     async def close(self) -> None:
         if not self.instance.is_usable:
@@ -37,6 +39,7 @@ class _Open:
             self.instance.run(lib.COAP_RpcProcIo, self.instance.ctx)  # sends what they have answered
         finally:
             self.calls.close()
+            self.mirrors.close()
             self.instance.close()
             for table in self.tables:
                 table.close()
@@ -153,3 +156,19 @@ class Node:
         table = Table(room.server, path, key, value, milliseconds(window) if window else 0)
         room.tables.append(table)
         return table
+
+    def mirror(
+        self,
+        url: str,
+        key: type[K],
+        value: type[V],
+        *,
+        heartbeat: float | None = None,
+        max_bytes: int = 0,
+    ) -> Mirror[K, V]:
+        """A copy of another node's table, for ``async with``.
+
+        ``heartbeat``: how often the server is asked although all is well (30 s).  ``max_bytes``: of memory
+        for rows; 0: no limit.
+        """
+        return self._room().mirrors.new(parse(url), key, value, MirrorOptions(heartbeat, max_bytes))

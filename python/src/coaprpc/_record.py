@@ -39,15 +39,15 @@ def codec_of(cls: type[T]) -> Codec[T]:
     return codec
 
 
-def _widths(layout: str) -> list[int | None]:
+def widths(layout: str) -> list[int | None]:
     """An item for each field: the bytes of a text, or None."""
-    widths: list[int | None] = []
+    found: list[int | None] = []
     for count, kind in _ITEM.findall(layout):
         if kind == "s":
-            widths.append(int(count or 1))
+            found.append(int(count or 1))
         elif kind != "x":
-            widths += [None] * int(count or 1)
-    return widths
+            found += [None] * int(count or 1)
+    return found
 
 
 def _exact_bytes(field: object, name: str, width: int) -> bytes:
@@ -76,11 +76,11 @@ class Codec(Generic[T]):
         self.cls = cls
         self._struct = struct.Struct(layout)
         self.size = self._struct.size
-        fields, widths = dataclasses.fields(cls), _widths(layout)  # type: ignore[arg-type]
-        if len(fields) != len(widths):
-            raise ValueError(f"{layout!r} has {len(widths)} fields and {cls.__name__} {len(fields)}")
+        fields, sizes = dataclasses.fields(cls), widths(layout)  # type: ignore[arg-type]
+        if len(fields) != len(sizes):
+            raise ValueError(f"{layout!r} has {len(sizes)} fields and {cls.__name__} {len(fields)}")
         self._names = tuple(field.name for field in fields)
-        self._texts = {i: width for i, width in enumerate(widths) if width is not None}
+        self._texts = {i: width for i, width in enumerate(sizes) if width is not None}
         self._strs = {i for i in self._texts if fields[i].type in (str, "str")}
 
     def pack(self, value: T) -> bytes:
