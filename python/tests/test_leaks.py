@@ -165,7 +165,7 @@ def test_mirrors_leave_nothing(run_often: Run, port: int) -> None:
             before = counts()
             await copy(200)
             after = counts()
-            # What the process keeps about its latest ports hides the rest of the heap.
+            # The server keeps a thousand idle peers, and each mirror has a port: the heap would tell of those.
             assert max(is_now - was for was, is_now in zip(before, after, strict=True)) < 100
 
     run_often(main)
