@@ -32,8 +32,8 @@ async def start(*arguments: object, **options: Any) -> asyncio.subprocess.Proces
         env["LD_PRELOAD"] = env["COAPRPC_PRELOAD"]
     return await asyncio.create_subprocess_exec(
         sys.executable,
-        "-X",
-        "dev",
+        "-W",
+        "error",
         "-m",
         "coaprpc",
         *map(str, arguments),

@@ -42,7 +42,9 @@ def run_script(text: str, *arguments: str, status: int = 0) -> str:
         check=False,
     )
     assert done.returncode == status, done.stderr
-    leaks = [line for line in done.stderr.splitlines() if re.search(r"#\d+ .*(_native|coap_svc|kestrel)", line)]
+    leaks = [
+        line for line in done.stderr.splitlines() if re.search(r"#\d+ .*(_native|coap_svc|kestrel)", line)
+    ]
     assert leaks == [], done.stderr
     return done.stdout + done.stderr
 
