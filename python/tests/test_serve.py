@@ -287,6 +287,29 @@ def test_async_handler_without_answer_in_time_is_cancelled(run: Run, port: int) 
     run(main)
 
 
+def test_handler_that_goes_on_after_it_was_given_up(run: Run, port: int, caplog: Any) -> None:
+    ended = asyncio.Event()
+
+    async def main() -> None:
+        async with Node("127.0.0.1", port) as node:
+
+            @node.serve("stubborn", timeout=0.1)
+            async def stubborn(request: Request) -> bytes:
+                try:
+                    await asyncio.get_running_loop().create_future()
+                except asyncio.CancelledError:
+                    ended.set()
+                return b"too late"
+
+            with pytest.raises(ErrorReply) as caught:
+                await node.call(f"coap://127.0.0.1:{port}/stubborn", b"x")
+            assert caught.value.code == 504
+            await ended.wait()
+
+    run(main)
+    assert "has failed" not in caplog.text
+
+
 def test_handler_that_cancels_itself_answers_5_03(run: Run, port: int) -> None:
     async def main() -> None:
         async with Node("127.0.0.1", port) as node:

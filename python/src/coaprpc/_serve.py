@@ -40,6 +40,8 @@ class Entry:
         self._server = server
         self._handler = handler
         self._options = options
+        # By the library's handles, which are never used again.
+        self._open: set[Any] = set()
         self._tasks: dict[Any, asyncio.Task[None]] = {}
 
     def request(self, payload: bytes) -> Request:
@@ -74,12 +76,15 @@ class Entry:
     def begin(self, payload: bytes, handle: Any) -> None:
         """Starts the task that answers later."""
         request = self.request(payload)
-        self._tasks[handle] = self._server.instance.loop.create_task(self._run(request, handle))
+        self._open.add(handle)
+        task = self._server.instance.loop.create_task(self._run(request, handle))
+        if not task.done():
+            self._tasks[handle] = task
 
     async def _run(self, request: Request, handle: Any) -> None:
         try:
             value = await self._handler(request)  # type: ignore[misc]
-            self._send(request, handle, value)
+            self._end(handle, self._send, request, value)
         except asyncio.CancelledError:
             self._end(handle, lib.COAP_RpcSerAbortAsyncResponse)
             raise
@@ -87,28 +92,28 @@ class Entry:
             self.log_failure()
             self._end(handle, lib.COAP_RpcSerFailAsync, 500, ffi.NULL)
         finally:
+            self._open.discard(handle)
             self._tasks.pop(handle, None)
 
-    def _send(self, request: Request, handle: Any, value: object) -> None:
-        ctx, data = self._server.instance.ctx, payload_of(value)
+    def _end(self, handle: Any, end: Callable[..., object], *args: object) -> None:
+        """Answers a request, unless it was given up."""
+        if handle in self._open and self._server.instance.is_usable:
+            end(self._server.instance.ctx, handle, *args)
+            self._server.instance.arm()
+
+    def _send(self, ctx: Any, handle: Any, request: Request, value: object) -> None:
+        data = payload_of(value)
         if isinstance(value, Response):
             check(lib.COAP_RpcSerSetAsyncAnswer(ctx, handle, *code_of(value, request.method)))
             for number, option in value.options():
                 check(lib.COAP_RpcSerAddAsyncAnswerOption(ctx, handle, number, option, len(option)))
         check(lib.COAP_RpcSerSendAsyncResponse(ctx, handle, data, len(data)))
-        self._server.instance.arm()
-
-    def _end(self, handle: Any, end: Callable[..., int], *args: Any) -> None:
-        """Answers a request that is still open."""
-        if handle in self._tasks and self._server.instance.is_usable:
-            end(self._server.instance.ctx, handle, *args)
-            self._server.instance.arm()
 
     def give_up(self, handle: Any) -> None:
         """Nobody waits for this answer any more."""
-        task = self._tasks.pop(handle, None)
-        if task is not None:
-            task.cancel()
+        self._open.discard(handle)
+        if handle in self._tasks:
+            self._tasks[handle].cancel()
 
     def tasks(self) -> set[asyncio.Task[None]]:
         return set(self._tasks.values())
