@@ -5,6 +5,7 @@ from __future__ import annotations
 import asyncio
 import functools
 import logging
+import random
 import socket
 from typing import Any
 
@@ -403,6 +404,43 @@ def test_port_in_use_raises_at_once(run: Run, port: int) -> None:
                 assert (await node.call(f"coap://127.0.0.1:{port}/a")).text == "a"
 
     run(main)
+
+
+def test_garbage_from_the_network_harms_nothing(run_often: Run, port: int) -> None:
+    dice = random.Random(7)
+
+    def mutated(data: bytes) -> bytes:
+        cut = bytearray(data[: dice.randrange(len(data) + 1)] if dice.random() < 0.3 else data)
+        for _ in range(dice.randrange(4) if cut else 0):
+            cut[dice.randrange(len(cut))] = dice.randrange(256)
+        return bytes(cut)
+
+    async def main() -> None:
+        async with Node("127.0.0.1", port) as node:
+            node.serve("sync")(lambda request: str(request.query) + str(request.peer) + request.text)
+
+            @node.serve("async", timeout=0.05)
+            async def later(request: Request) -> Response:
+                await asyncio.sleep(dice.choice([0, 0.1]))
+                return Response(request.payload, etag=request.etag, content_format=request.content_format)
+
+            with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as peer:
+                for i in range(3000):
+                    path = (b"\xb4sync", b"\xb5async")[i % 2]
+                    valid = (
+                        bytes([0x44 + 16 * (i % 2), 1 + i % 3, i >> 8, i & 255])
+                        + b"tokn"
+                        + path
+                        + b"\x43a=b\xffhi"
+                    )
+                    peer.sendto(mutated(valid), ("127.0.0.1", port))
+                    if i % 50 == 0:
+                        await asyncio.sleep(0.002)
+            assert "hi" in (await node.call(f"coap://127.0.0.1:{port}/sync", b"hi")).text
+
+    logging.disable()
+    run_often(main)
+    logging.disable(logging.NOTSET)
 
 
 @pytest.mark.parametrize("host", ["localhost", "", "1.2.3", "fe80::1%1"])
