@@ -469,6 +469,22 @@ TEST_F(ClientRequest, Broadcast_LeavesFromTheSourceAddress) {
   EXPECT_TRUE(host_.HasLog("try create broadcast session."));
 }
 
+TEST_F(ClientRequest, FirstCallOfASession_DecidesItsSource) {
+  const CoapRpcUriKey unicast = KeyOf("a", COAP_RPC_NON, 0, COAP_RPC_UNICAST);
+  const CoapRpcUriKey broadcast = KeyOf("a", COAP_RPC_NON, 0, COAP_RPC_BROADCAST);
+  const std::vector<std::pair<uint32_t, const CoapRpcUriKey *>> calls = {
+      {0x7F000003, &unicast}, {0x7F000003, &broadcast}, {0x7F000004, &broadcast},
+      {0x7F000004, &unicast}};
+  for (const auto &[source, key] : calls) {
+    EXPECT_EQ(CallFrom(source, COAP_RpcCliNonReq, *key), 0U);
+    Next();
+  }
+  std::vector<std::string> sources;
+  for (const auto &datagram : peer_.Datagrams()) sources.push_back(datagram.other.host);
+  EXPECT_EQ(sources,
+            (std::vector<std::string>{"127.0.0.1", "127.0.0.1", "127.0.0.4", "127.0.0.4"}));
+}
+
 TEST_F(ClientRequest, BroadcastFromAForeignAddress_IsRetriedAndReported) {
   const CoapRpcUriKey key = KeyOf("a", COAP_RPC_CON, 0, COAP_RPC_BROADCAST);
   constexpr uint32_t kForeign = 0xC0000201;  // 192.0.2.1 is nobody's

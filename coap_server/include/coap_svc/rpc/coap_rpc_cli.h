@@ -2,10 +2,13 @@
  *
  * A call has a registered key, a parameter record that identifies the call, and a peer.  A response
  * is delivered to the onResponse of the table whose path it carries: notifications and asynchronous
- * answers carry a path, synchronous answers of this library's server do not.  An asynchronous
- * answer is a POST to port 5683 of the client's address; to get it, send the request from that
- * address (packet type BROADCAST binds it), serve the path there with an asynchronous UNICAST
- * entry, and register onResponse for the path with packet type DEFAULT. */
+ * answers carry a path, synchronous answers of this library's server do not.
+ *
+ * An asynchronous answer is a POST to port 5683 of the address that asked.  To get it, send the
+ * request from that address (packet type BROADCAST binds it), serve the path there with an
+ * asynchronous UNICAST entry, and register onResponse for the path with packet type DEFAULT.  Only
+ * one process per address gets asynchronous answers.  Give each process an address of its own, or
+ * use calls (coap_rpc_call.h). */
 #ifndef COAP_RPC_CLI_H
 #define COAP_RPC_CLI_H
 
@@ -33,10 +36,12 @@ typedef struct COAP_RPC_PACKED CoapRpcCliAddr {
 static_assert(sizeof(CoapRpcCliAddr) == 64, "peer size");
 static_assert(offsetof(CoapRpcCliAddr, codeType) == 44, "session key size");
 
-/* CoapRpcCliRspInfo describes a response. */
+/* CoapRpcCliRspInfo describes a response.
+ *
+ * rspCode of an asynchronous answer is 2.  It is the code of the POST that carries the answer. */
 typedef struct CoapRpcCliRspInfo {
   uint32_t isChanged;   /* 1: code 2.04 */
-  uint32_t rspCode;     /* class x 100 + detail: 205 is 2.05 */
+  uint32_t rspCode;     /* class x 100 + detail: 205 is 2.05; 2 is a POST */
   uint32_t checkCodeOk; /* 1: a 2.05 with Observe that echoes the check-code query */
   uint32_t pubFlag;
 } CoapRpcCliRspInfo;
@@ -91,6 +96,10 @@ COAP_RPC_API uint32_t COAP_RpcCliRegVtbl(CoapRpcCtx *ctx, const CoapRpcUriKey *k
  * not from the function.  A CON request that cannot be sent is sent again every 1001 ms until that
  * succeeds, although the call returns an error.  A NON request that cannot be sent keeps its record
  * until it is called again without a payload, or the instance stops.
+ *
+ * The first call of a session decides its source address.  A session is known by source,
+ * destination and port; with packet type BROADCAST its first call binds it to srcIp.  Later calls
+ * use it as it is, whatever their packet type.
  *
  * Answers are received for 90 seconds after the last request to the peer, or while a relation with
  * it exists.

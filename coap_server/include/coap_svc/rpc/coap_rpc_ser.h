@@ -30,6 +30,9 @@ static_assert(sizeof(CoapRpcSerReqInfo) == 28, "request information size");
 /* CoapRpcSerOnRequest answers a request at once.  Called from the I/O task; may call any function
  * of the library except COAP_RpcUninit.
  *
+ * The bytes of a synchronous answer are not sent.  The peer gets as many zero bytes as the answer
+ * has, and the byte after them.  Return data with an asynchronous answer or a direct entry.
+ *
  *   payload   NUL-terminated copy of payloadLen bytes, valid during the call
  *   out       outSize (65471) zeroed bytes for the answer
  *
@@ -41,7 +44,10 @@ typedef int32_t (*CoapRpcSerOnRequest)(uint64_t userData, const CoapRpcSerReqInf
 
 /* CoapRpcSerOnAsyncRequest receives a request that is answered later, by
  * COAP_RpcSerSendAsyncResponse or COAP_RpcSerAbortAsyncResponse with `async`; both may be called
- * inside the callback.  Called from the I/O task.  Its result is not sent. */
+ * inside the callback.  Called from the I/O task.  Its result is not sent.
+ *
+ * Answer or abort every asynchronous request.  Others stay open until their URI is detached, and at
+ * 65,536 open requests of a peer the next one gets 5.03; COAP_RpcGetOpenAsyncNum counts them. */
 typedef uint32_t (*CoapRpcSerOnAsyncRequest)(uint64_t userData, uint8_t *payload,
                                              uint32_t payloadLen, void *async);
 
@@ -109,6 +115,14 @@ static_assert(offsetof(CoapRpcSerObVtblReg, buildDelete) == 48, "observe record 
 /* COAP_RpcSerRegVtbl registers a handler table for a key.  The first registration of a key wins:
  * a further one changes nothing and succeeds.  A key cannot be unregistered.
  *
+ * The key decides which requests reach the entry (docs/interface.md has the table):
+ *
+ *  - GET: a DEFAULT entry of either message type; then a UNICAST or BROADCAST entry of the request's
+ *    message type that is attached to the address the request came in on
+ *  - POST: a UNICAST or BROADCAST entry of its message type; never a DEFAULT one.  A POST to an
+ *    asynchronous entry is taken for the answer to a request of our own
+ *  - PUT and DELETE, and requests without payload: no callback is called
+ *
  *   reg     copied
  *   obReg   observe record, copied; null for a URI that publishes nothing
  *
@@ -122,9 +136,9 @@ COAP_RPC_API uint32_t COAP_RpcSerRegVtbl(CoapRpcCtx *ctx, const CoapRpcUriKey *k
  * first use, binds the entry and creates the URI's resource if necessary.  Attaching the key again
  * to another address moves it; the old listen stays until a later detach finds it empty.
  *
- * If the port is in use, the call returns 1900000157 and leaves a listen without endpoint; the key
- * is not attached.  Attaching to it again returns 0 but serves nothing, even if the port is free by
- * then.  To recover, attach again and open the listen with COAP_RpcSerReopen (coap_rpc_ext.h); or
+ * A port that is in use stays closed after a second attempt that returns 0.  The first call takes
+ * 3 s, returns 1900000157 and leaves a listen without endpoint; the key is not attached.  Attaching
+ * to it again returns 0 but serves nothing, even if the port is free by then.  To recover, attach again and open the listen with COAP_RpcSerReopen (coap_rpc_ext.h); or
  * attach again, detach with COAP_RpcSerUnsetUri, which deletes the listen if no other key is
  * attached there, and attach once more.  libcoap's warning "cannot open endpoint" has address, port
  * and errno of each attempt.
@@ -167,6 +181,9 @@ COAP_RPC_API uint32_t COAP_RpcSerSendAsyncResponse(CoapRpcCtx *ctx, void *async,
 COAP_RPC_API uint32_t COAP_RpcSerAbortAsyncResponse(CoapRpcCtx *ctx, void *async);
 
 /* COAP_RpcSerObserveDataUpdate adds or changes one tuple and queues the change for the observers.
+ *
+ * One observer of a round gets the changes.  With two observers of a URI, the other one gets 2.01
+ * without payload: use one URI for each mirror, or versions (coap_rpc_sync.h).
  *
  *   tupleKey   keyLen bytes
  *   tupleVal   valLen bytes; null keeps the old value
