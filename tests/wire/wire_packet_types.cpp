@@ -4,6 +4,7 @@
 #include <map>
 #include <sstream>
 
+#include "coap_svc/rpc/coap_rpc_ext.h"
 #include "wire_server.h"
 
 namespace coap_rpc_test {
@@ -91,6 +92,45 @@ TEST_F(PacketTypes, SynchronousEntries_AreReachedAsDocumented) {
 
 TEST_F(PacketTypes, AsynchronousEntries_AreReachedAsDocumented) {
   EXPECT_EQ(Table(kAsync), Documented("asynchronous"));
+}
+
+// AdvisedKey is a key that COAP_RpcSetAdvice warns of, and the path that a message would have.
+struct AdvisedKey {
+  CoapRpcUriKey key;
+  std::string path;
+};
+
+std::vector<AdvisedKey> AdvisedKeys() {
+  CoapRpcUriKey dirty = KeyOf("dirty");
+  dirty.uri[63] = 'x';
+  const std::string longest(63, 'l'), longer(33, 'l'), endless(64, 'l');
+  return {{KeyOf(longer.c_str()), longer},
+          {KeyOf(longest.c_str()), longest},
+          {KeyOf(endless.c_str()), endless},
+          {KeyOf("a b"), "a b"},
+          {dirty, "dirty"},
+          {KeyOf("type", 2), "type"},
+          {KeyOf("packet", 0, 0, 3), "packet"}};
+}
+
+TEST_F(PacketTypes, KeysThatAreAdvisedAgainst_AreReachedByNothing) {
+  App app;
+  for (const AdvisedKey &advised : AdvisedKeys()) {
+    COAP_RpcSetAdvice(Ctx(), 1);
+    Serve(advised.key, RegOf(&app, kSync));
+    EXPECT_FALSE(host_.LogsOf("COAP_RpcSetAdvice").empty()) << advised.path;
+    host_.ClearLogs();
+    for (const CoapType type : {CoapType::kCon, CoapType::kNon}) {
+      for (const uint8_t method : {kCodeGet, kCodePost}) {
+        RawPeer peer;
+        peer.SetRemote(Address());
+        peer.Send(Request(type, method, ++mid_, {7}).AddPath(advised.path).PayloadText("q"));
+        peer.ReceiveMessage(Pump(), kNothingComes);
+      }
+    }
+    EXPECT_TRUE(app.requests.empty()) << advised.path;
+    app.requests.clear();
+  }
 }
 
 }  // namespace

@@ -88,6 +88,28 @@ COAP_RPC_API uint32_t COAP_RpcProcIo(CoapRpcCtx *ctx);
  * Returns 0 or:  1900001406 null instance (asserted) */
 COAP_RPC_API uint32_t COAP_RpcSetLibLogLevel(CoapRpcCtx *ctx, uint32_t level);
 
+/* COAP_RpcSetAdvice says whether the instance warns of input that the base interface accepts
+ * although it can never work.  Initially off.  Turn it on first, while you develop: each call is
+ * checked when it is made.  Results, messages and other log lines are the same with and without.
+ *
+ * A warning is one log line at level 2, "[CoapRpc]advice: ...", with the key.  It is given for:
+ *
+ *  - a registered path without terminator, with more than 32 characters, with characters that
+ *    messages percent-encode, such as a blank, or with bytes after its terminator
+ *  - a registered key with an unknown message type or packet type
+ *  - an observe record with an unknown payload format, or without buildUpdate or buildDelete
+ *  - COAP_RpcSerSetUri with port 0
+ *  - a request of a key that is not registered, or with an unknown method
+ *  - an observing call of a key with observe 0, or of a NON key
+ *
+ *   isOn   0: no warnings; else warnings
+ *
+ * Returns 0 or:  1900001641 null instance (asserted) */
+COAP_RPC_API uint32_t COAP_RpcSetAdvice(CoapRpcCtx *ctx, uint32_t isOn);
+
+/* COAP_RpcGetAdviceNum counts the warnings given; 0 for a null instance. */
+COAP_RPC_API uint32_t COAP_RpcGetAdviceNum(const CoapRpcCtx *ctx);
+
 /* COAP_RpcSetNstart sets how many CON requests of a client session may be unacknowledged at once;
  * libcoap queues further ones.  It applies to sessions opened later; answers to asynchronous
  * requests are always sent one at a time.

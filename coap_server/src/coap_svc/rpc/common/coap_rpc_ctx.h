@@ -40,6 +40,12 @@ typedef struct CoapRpcLibExtOps {
   void (*runSoon)(CoapRpcCtx *ctx);
 } CoapRpcLibExtOps;
 
+/* CoapRpcAdvice is the state of init/coap_rpc_advice.h. */
+typedef struct CoapRpcAdvice {
+  uint32_t isOn;
+  uint32_t num; /* warnings so far */
+} CoapRpcAdvice;
+
 struct CoapRpcCtx {
   CoapRpcInitParam param;         /* verbatim copy, but param.name is nameStr */
   uint64_t log;                   /* effective log handle; 0 when logging is off */
@@ -50,6 +56,7 @@ struct CoapRpcCtx {
   CoapRpcLogDiag *logDiag;        /* owned; null until started */
   const CoapRpcLibExtOps *libExt; /* null until the adapter's operations are installed */
   CoapRpcLink orphanChgList;      /* pending changes of removed server entries, owned */
+  CoapRpcAdvice advice;
   uint32_t ioDepth;               /* runs of libcoap's I/O under way: it may be inside callbacks */
 };
 

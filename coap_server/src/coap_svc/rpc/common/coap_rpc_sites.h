@@ -18,6 +18,7 @@ inline constexpr char kPathInitMain[] = COAP_RPC_SRC "init/coap_rpc_main";
 inline constexpr char kPathInitSer[] = COAP_RPC_SRC "init/coap_rpc_ser";
 inline constexpr char kPathInitSerSync[] = COAP_RPC_SRC "init/coap_rpc_ser_sync";
 inline constexpr char kPathInitCli[] = COAP_RPC_SRC "init/coap_rpc_cli";
+inline constexpr char kPathInitAdvice[] = COAP_RPC_SRC "init/coap_rpc_advice";
 inline constexpr char kPathCliUri[] = COAP_RPC_SRC "client/coap_rpc_cli_uri";
 inline constexpr char kPathCliSession[] = COAP_RPC_SRC "client/coap_rpc_cli_session";
 inline constexpr char kPathCliReq[] = COAP_RPC_SRC "client/coap_rpc_cli_req";
@@ -72,6 +73,7 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(GetSyncStateNoSync,      kPathInitSerSync, 1532,    0, "COAP_RpcSerGetSyncState: no such URI, or its tuples have no versions") \
   X(VisitSyncPeersNullArg,   kPathInitSerSync, 1541, 1540, "COAP_RpcSerVisitSyncPeers: null argument") \
   X(VisitSyncPeersNoSync,    kPathInitSerSync, 1542,    0, "COAP_RpcSerVisitSyncPeers: no such URI, or its tuples have no versions") \
+  X(SetAdviceNullArg,        kPathInitAdvice, 1641, 1640, "COAP_RpcSetAdvice: null argument") \
   X(CliInitNoMemory,         kPathInitCli,      54,    0, "COAP_RpcSerInit, COAP_RpcCliInit: no memory for the side's context") \
   X(CliInitModules,          kPathInitCli,      60,    0, "COAP_RpcSerInit, COAP_RpcCliInit: a module of the side did not start") \
   X(CliNonReqNullArg,        kPathInitCli,      76,   75, "COAP_RpcCliNonReq: null argument") \
@@ -284,6 +286,7 @@ inline uint32_t Violated(const Site &site) {
 // clang-format off
 #define COAP_RPC_LOG_SITES(X) \
   X(InitFailed,              "COAP_RpcInit",                         1001, 3) \
+  X(Advice,                  "COAP_RpcSetAdvice",                    1642, 2) \
   X(LogModDo,                "COAP_RPC_LOG_MOD_DO",                    91, 0) \
   X(MemDumpTitle,            "COAP_RpcLogMemDump",                    107, 1) \
   X(MemDumpLine,             "COAP_RpcLogMemDump",                    119, 1) \

@@ -9,6 +9,7 @@
 #include "coap_svc/rpc/client/coap_rpc_cli_uri.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/common/coap_rpc_key.h"
+#include "coap_svc/rpc/init/coap_rpc_advice.h"
 #include "coap_svc/rpc/init/coap_rpc_main.h"
 #include "coap_svc/rpc/init/coap_rpc_side.h"
 
@@ -66,11 +67,13 @@ uint32_t CheckCall(const Call &call, const CallSites &sites) {
 
 uint32_t CallReq(const Call &call, const CallSites &sites) {
   if (const uint32_t ret = CheckCall(call, sites)) return ret;
+  AdviseOnRequest(call.ctx, *call.key, *call.addr);
   return COAP_RpcCliReq(call.ctx, call.key, call.param, call.addr);
 }
 
 uint32_t CallObserveReq(const Call &call, const CallSites &sites, uint32_t mode) {
   if (const uint32_t ret = CheckCall(call, sites)) return ret;
+  AdviseOnRelation(call.ctx, *call.key, *call.addr);
   // Fails for a relation that is new: its first request is a plain one, deliberately.
   COAP_RpcCliSetReqMode(call.ctx, call.key, call.param, call.addr, mode);
   return COAP_RpcCliReq(call.ctx, call.key, call.param, call.addr);
@@ -99,6 +102,7 @@ uint32_t COAP_RpcCliCheckAddrValid(const CoapRpcCliAddr *addr) {
 uint32_t COAP_RpcCliRegVtbl(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
                             const CoapRpcCliVtblReg *reg) {
   if (!ctx || !ctx->cli || !key || !reg) return Violated(kSiteCliRegVtblNullArg);
+  AdviseOnCallable(ctx, *key);
   return COAP_RpcUriRegCliVtbl(ctx->cli, key, reg);
 }
 

@@ -3,6 +3,7 @@
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/coap_rpc_ser.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
+#include "coap_svc/rpc/init/coap_rpc_advice.h"
 #include "coap_svc/rpc/init/coap_rpc_main.h"
 #include "coap_svc/rpc/init/coap_rpc_side.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_attach.h"
@@ -77,6 +78,7 @@ uint32_t COAP_RpcSerSetUri(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
   if (!IsKnownFamily(addr->listenAddr)) return Code(kSiteSerSetUriBadFamily);
   if (IsZeroIpv4(addr->listenAddr)) return Code(kSiteSerSetUriZeroIpv4);
 
+  AdviseOnAttached(ctx, *key, *addr);
   CoapRpcSerListen *listen = COAP_RpcSerConnFindListen(ctx->ser, addr);
   const uint32_t ret =
       listen ? COAP_RpcSerUpdateListen(ctx, listen, key) : COAP_RpcSerCreatListen(ctx, key, addr);
@@ -128,5 +130,6 @@ void COAP_RpcSerObserveDataDel(CoapRpcCtx *ctx, const CoapRpcUriKey *key, const 
 uint32_t COAP_RpcSerRegVtbl(CoapRpcCtx *ctx, const CoapRpcUriKey *key, const CoapRpcSerVtblReg *reg,
                             const CoapRpcSerObVtblReg *obReg) {
   if (!ctx || !key || !reg) return Violated(kSiteSerRegVtblNullArg);
+  AdviseOnServed(ctx, *key, *reg, obReg);
   return COAP_RpcUriRegSerVtbl(ctx->ser, key, reg, obReg);
 }
