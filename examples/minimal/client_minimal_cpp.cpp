@@ -88,5 +88,6 @@ int main(int argc, char **argv) {
     client.Call("time", EXAMPLE_PORT, COAP_RPC_GET, "question " + std::to_string(i));
   }
   client.Run(ExampleNumber(argc, argv, "--seconds", 10));
+  if (numAnswers != kNumCalls) std::fprintf(stderr, "%d of %d answers\n", numAnswers, kNumCalls);
   return numAnswers == kNumCalls ? 0 : 1;
 }

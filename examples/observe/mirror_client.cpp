@@ -6,13 +6,15 @@
 // Every now and then (--every, default 30 s) it asks the server, by the check code of what it
 // received last, whether it is up to date: when it is, nothing is sent, else the server sends
 // everything again; with "--ask batch" it asks for everything in any case.  It is told when the
-// server stops answering, and asks sooner then.  Ends by itself after --seconds; status 0 when it
-// has a table.
+// server stops answering, and asks sooner then.  Ends by itself after --seconds, or after 10 s when
+// nobody has answered; status 0 when it has a table.
 //
 // A table has one mirror: with a second observer of the same URI the changes go to the newest.
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
+
+#include <kst_tmr.h>
 
 #include "example.h"
 #include "net_observer.h"
@@ -45,6 +47,21 @@ class PrintingObserver : public NetObserver {
   }
 };
 
+constexpr uint32_t kPatienceMs = 10'000;
+
+struct Patience {
+  const PrintingObserver &observer;
+  Kestrel *host;
+
+  // GiveUp ends a client that never had an answer: the server is not there, or has another address.
+  static uint32_t GiveUp(void *param) {
+    const auto *self = static_cast<const Patience *>(param);
+    if (self->observer.NumDocuments() != 0) return 0;
+    std::printf("no answer from " EXAMPLE_SERVER ":%d in 10 s\n", EXAMPLE_PORT);
+    return KestrelStop(self->host);
+  }
+};
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -58,6 +75,8 @@ int main(int argc, char **argv) {
        ExampleKey(isIdl ? "net/idl" : "net/json", 1, COAP_RPC_DEFAULT),
        ExamplePeer(EXAMPLE_CLIENT, EXAMPLE_SERVER, EXAMPLE_PORT, COAP_RPC_GET), isIdl, isBatch,
        ExampleNumber(argc, argv, "--every", 30)});
+  Patience patience = {observer, example.host};
+  KST_TmrStartLoop(KestrelTmr(example.host), Patience::GiveUp, kPatienceMs, &patience);
   if (observer.Start()) ExampleRun(&example, ExampleNumber(argc, argv, "--seconds", 0));
   observer.PrintSummary();
   return ExampleEnd(&example) == 0 && observer.HasTable() ? 0 : 1;

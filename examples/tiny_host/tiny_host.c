@@ -472,6 +472,7 @@ int main(void) {
   CoapRpcCtx *ctx = COAP_RpcInit(&param);
   if (!ctx) return 1;
   if (SendNote(ctx) == 0) RunUntilArrival();
+  if (!g_hasArrived) printf("no note has arrived\n");
   RunCommand("disp server listen");
   RunCommand("disp client uriVtbl");
   COAP_RpcUninit(ctx);

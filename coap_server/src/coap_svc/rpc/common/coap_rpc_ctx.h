@@ -56,7 +56,7 @@ struct CoapRpcCtx {
   CoapRpcLogDiag *logDiag;        /* owned; null until started */
   const CoapRpcLibExtOps *libExt; /* null until the adapter's operations are installed */
   CoapRpcLink orphanChgList;      /* pending changes of removed server entries, owned */
-  CoapRpcAdvice advice;
+  CoapRpcAdvice advice;           /* the warnings of init/coap_rpc_advice.h */
   uint32_t ioDepth;               /* runs of libcoap's I/O under way: it may be inside callbacks */
 };
 
