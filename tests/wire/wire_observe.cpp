@@ -148,6 +148,8 @@ TEST_F(ObserveWire, TwoObservers_TheNewestGetsTheChangesAndTheOlderOne201Without
   EXPECT_TRUE(other.Has(kOptObserve));
   EXPECT_FALSE(other.Has(kOptEtag));
   EXPECT_TRUE(other.payload.empty());
+  const std::vector<std::string> uris = host_.RunCommand("disp server uriVtbl");
+  EXPECT_NE(uris[0].find("observerNum(2)"), std::string::npos) << uris[0];
 }
 
 TEST_F(ObserveWire, NewObserver_GetsTheWholeSetAgain) {

@@ -45,6 +45,7 @@ TEST_F(Sync, SyncAnswer_ThreeBytes_GoOutAsFourZeroBytes) {
   ASSERT_EQ(app_.requests.size(), 1u);
   EXPECT_EQ(app_.requests[0].payload, "hello");
   EXPECT_TRUE(app_.requests[0].isTerminated);
+  EXPECT_TRUE(host_.HasLog("[CoapRpc]parse req[outLen: 3], uri:a/b.\n"));
   EXPECT_EQ(app_.outSize, 65471u);
   EXPECT_TRUE(app_.isBufferClear);
 }
