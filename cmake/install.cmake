@@ -9,10 +9,12 @@
 #     The libraries become imported targets coap_svc_rpc::<name> of the CMake package.
 #
 # The root calls coap_rpc_install_package() after all folders; it writes the CMake package files and
-# pkg-config files.  They do not mention libcoap and Jansson, which are internal.  The reference host
+# pkg-config files, and the list of what is inside the library (SBOM).  The former do not mention libcoap
+# and Jansson, which are internal: a program that publishes JSON links Jansson itself.  The reference host
 # (kestrel, coap_svc_debug) has its own pkg-config file, because a program may use another host.
 
 include(CMakePackageConfigHelpers)
+include(sbom)
 
 # The component of an install() that names none: programs and their manual pages.
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME tools)
@@ -57,6 +59,18 @@ function(coap_rpc_install_package)
 
   coap_rpc_install_pkgconfig(coap_svc_rpc)
   coap_rpc_install_pkgconfig(kestrel)
+
+  # Beside the library, under the name of its package, so that two major versions can be installed.
+  set(sbom ${PROJECT_BINARY_DIR}/coap_svc_rpc.spdx.json)
+  coap_rpc_write_sbom(${sbom})
+  install(FILES ${sbom} COMPONENT library
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libcoap-svc-rpc${PROJECT_VERSION_MAJOR})
+endfunction()
+
+# The target uninstall removes what cmake --install has installed from this build folder.
+function(coap_rpc_add_uninstall)
+  add_custom_target(uninstall COMMAND ${CMAKE_COMMAND} -D BUILD=${PROJECT_BINARY_DIR}
+    -P ${PROJECT_SOURCE_DIR}/cmake/uninstall.cmake VERBATIM)
 endfunction()
 
 # The documents, and the reference if it has been built (target reference).
@@ -65,9 +79,15 @@ function(coap_rpc_install_documents)
   install(FILES ${PROJECT_SOURCE_DIR}/docs/man/coap_svc_rpc.7
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man7 COMPONENT dev)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc
-    FILES_MATCHING PATTERN "*.md" PATTERN "*.svg" PATTERN man EXCLUDE)
-  install(FILES ${PROJECT_SOURCE_DIR}/README.md ${PROJECT_SOURCE_DIR}/SECURITY.md
-    DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT doc)
+    FILES_MATCHING PATTERN "*.svg" PATTERN man EXCLUDE)
+  install(CODE "
+    set(SOURCE ${PROJECT_SOURCE_DIR})
+    set(DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_DOCDIR}\")
+    set(TO \"\$ENV{DESTDIR}\${DESTINATION}\")
+    set(DOCDIR ${CMAKE_INSTALL_DOCDIR})
+    set(INCLUDEDIR ${CMAKE_INSTALL_INCLUDEDIR})
+    set(PLATFORM ${COAP_RPC_PLATFORM_HEADERS})
+    include(${PROJECT_SOURCE_DIR}/cmake/install_documents.cmake)" COMPONENT doc)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${CMAKE_INSTALL_DOCDIR}
     COMPONENT doc FILES_MATCHING PATTERN "*.c" PATTERN "*.cpp" PATTERN "*.h"
     PATTERN tests EXCLUDE)

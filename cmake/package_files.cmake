@@ -2,6 +2,11 @@
 # and compresses manual pages.  SOURCE_DATE_EPOCH sets the time.
 cmake_minimum_required(VERSION 3.25)
 
+if(NOT CPACK_PACKAGE_CONTACT MATCHES "^.+ <[^@ ]+@[^@ ]+\\.[^@ ]+>$")
+  message(FATAL_ERROR "\"${CPACK_PACKAGE_CONTACT}\" is no maintainer: set DEBFULLNAME and DEBEMAIL, or git's "
+    "user.name and user.email, and configure again")
+endif()
+
 string(TIMESTAMP now "%a, %d %b %Y %H:%M:%S +0000" UTC)
 set(version ${CPACK_PACKAGE_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE})
 set(changelog "${CPACK_PACKAGE_NAME} (${version}) unstable; urgency=medium

@@ -5,7 +5,8 @@
 #   dev       libcoap-svc-rpc-dev       python   python3-coaprpc
 # package_files.cmake adds the files that Debian requires in a package only.
 
-# The maintainer of a package: from Debian's variables, otherwise from git.
+# The maintainer of a package: from Debian's variables, otherwise from git.  Empty if neither knows one;
+# package_files.cmake then stops.
 function(coap_rpc_maintainer out)
   set(name "$ENV{DEBFULLNAME}")
   set(mail "$ENV{DEBEMAIL}")
@@ -16,23 +17,22 @@ function(coap_rpc_maintainer out)
         OUTPUT_VARIABLE ${item} OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
     endif()
   endforeach()
-  if(NOT name OR NOT mail)
-    cmake_host_system_information(RESULT host QUERY FQDN)
-    set(name "${PROJECT_NAME} maintainers")
-    set(mail "root@${host}")
+  set(${out} "" PARENT_SCOPE)
+  if(name AND mail)
+    set(${out} "${name} <${mail}>" PARENT_SCOPE)
   endif()
-  set(${out} "${name} <${mail}>" PARENT_SCOPE)
 endfunction()
 
 # coap_rpc_add_deb(<component> <package> <section> <short description> <long description>
-#                  [DEPENDS <package relations>] [SUGGESTS <package relations>])
+#                  [DEPENDS|RECOMMENDS|SUGGESTS <package relations>]...)
 macro(coap_rpc_add_deb component package section short long)
-  cmake_parse_arguments(arg "" "DEPENDS;SUGGESTS" "" ${ARGN})
+  cmake_parse_arguments(arg "" "DEPENDS;RECOMMENDS;SUGGESTS" "" ${ARGN})
   string(TOUPPER ${component} upper)
   list(APPEND CPACK_COMPONENTS_ALL ${component})
   set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${package})
   set(CPACK_DEBIAN_${upper}_PACKAGE_SECTION ${section})
   set(CPACK_DEBIAN_${upper}_PACKAGE_DEPENDS "${arg_DEPENDS}")
+  set(CPACK_DEBIAN_${upper}_PACKAGE_RECOMMENDS "${arg_RECOMMENDS}")
   set(CPACK_DEBIAN_${upper}_PACKAGE_SUGGESTS "${arg_SUGGESTS}")
   set(CPACK_DEBIAN_${upper}_DESCRIPTION "${short}\n${long}")
 endmacro()
@@ -95,6 +95,7 @@ coap_rpc_add_deb(dev libcoap-svc-rpc-dev libdevel
   "Headers of the RPC service and of its hosts, for C and C++, files for pkg-config
 and CMake, and a manual page."
   DEPENDS "libcoap-svc-rpc${major} ${version}, libkestrel${major} ${version}, libexpected-dev"
+  RECOMMENDS libjansson-dev  # for programs that publish JSON
   SUGGESTS libcoap-svc-rpc-doc)
 if(TARGET kestrel-console)
   coap_rpc_add_deb(tools coap-svc-rpc-tools net

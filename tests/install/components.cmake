@@ -36,7 +36,8 @@ function(expect component pattern)
   endif()
 endfunction()
 
-expect(library "^${LIBDIR}/libcoap_svc_rpc\\.so\\.1(\\.[0-9.]+)?$")
+expect(library
+  "^${LIBDIR}/libcoap_svc_rpc\\.so\\.1(\\.[0-9.]+)?$|/libcoap-svc-rpc1/coap_svc_rpc\\.spdx\\.json$")
 expect(host "^${LIBDIR}/lib(kestrel|coap_svc_debug)\\.so\\.1(\\.[0-9.]+)?$")
 expect(dev "^${INCLUDEDIR}/|^${LIBDIR}/(cmake|pkgconfig)/|^${LIBDIR}/lib[a-z_]+\\.so$|/coap_svc_rpc\\.7$")
 expect(tools "^bin/kestrel-console$|/kestrel-console\\.1$")

@@ -82,7 +82,8 @@ typedef struct CoapRpcSerIdlMsgBuf {
  * A tuple that a builder changes is published with the next payload, not with the one being built.
  * COAP_RpcUninit calls only tupleKeyCmp.
  * COAP_RpcIterateTupleFromApp also calls getFirstTuple and getNextTuple.
- * `out` is a json_t object to fill (JSON entries) or a CoapRpcSerIdlMsgBuf (IDL entries). */
+ * `out` is a json_t object to fill (JSON entries; the application links Jansson itself) or a
+ * CoapRpcSerIdlMsgBuf (IDL entries). */
 typedef int32_t (*CoapRpcTupleKeyCmp)(const void *keyA, const void *keyB);
 typedef const char *(*CoapRpcTupleToStr)(const void *bytes, char *buf, uint32_t size);
 typedef void (*CoapRpcOnObserverNum)(uint64_t userData, uint32_t observerNum);

@@ -1,0 +1,30 @@
+# Removes what cmake --install has installed from the folder BUILD: the files of its manifests, and the
+# folders that are empty then and bear our name.
+cmake_minimum_required(VERSION 3.25)
+
+# coap_rpc_remove_folder(<folder>): and those above it, while they are empty and ours.
+function(coap_rpc_remove_folder folder)
+  file(GLOB left ${folder}/*)
+  if(left OR NOT IS_DIRECTORY ${folder} OR NOT folder MATCHES "/[^/]*coap[-_]svc[^/]*(/|$)")
+    return()
+  endif()
+  file(REMOVE_RECURSE ${folder})
+  cmake_path(GET folder PARENT_PATH above)
+  coap_rpc_remove_folder(${above})
+endfunction()
+
+file(GLOB manifests ${BUILD}/install_manifest*.txt)
+if(NOT manifests)
+  message(FATAL_ERROR "nothing was installed from ${BUILD}")
+endif()
+foreach(manifest IN LISTS manifests)
+  file(STRINGS ${manifest} files)
+  foreach(name IN LISTS files)
+    file(REMOVE $ENV{DESTDIR}${name})
+  endforeach()
+  foreach(name IN LISTS files)
+    cmake_path(GET name PARENT_PATH folder)
+    coap_rpc_remove_folder($ENV{DESTDIR}${folder})
+  endforeach()
+  file(REMOVE ${manifest})
+endforeach()
