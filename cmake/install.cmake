@@ -93,4 +93,6 @@ function(coap_rpc_install_documents)
     PATTERN tests EXCLUDE)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/build/reference/html/
     DESTINATION ${CMAKE_INSTALL_DOCDIR}/reference COMPONENT doc OPTIONAL)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/build/reference/man3
+    DESTINATION ${CMAKE_INSTALL_MANDIR} COMPONENT dev OPTIONAL)
 endfunction()

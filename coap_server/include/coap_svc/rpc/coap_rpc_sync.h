@@ -119,13 +119,16 @@ typedef struct CoapRpcSyncPeer {
   uint64_t silentMs;  /* since it was heard last, in quarters of leaseMs and rounded down */
 } CoapRpcSyncPeer;
 
+/* CoapRpcVisitSyncPeer is shown one observer, valid during the call; must not call the
+ * instance. */
+typedef void (*CoapRpcVisitSyncPeer)(uint64_t userData, const CoapRpcSyncPeer *peer);
+
 /* COAP_RpcSerVisitSyncPeers shows the observers of a URI that keep versions, in no particular
  * order.
  *
- *   visit   called for each; must not call the instance
+ *   visit   called for each
  *
  * Returns 0 or:  1900001541 null argument (asserted)     1900001542 the URI has no versions */
-typedef void (*CoapRpcVisitSyncPeer)(uint64_t userData, const CoapRpcSyncPeer *peer);
 COAP_RPC_API uint32_t COAP_RpcSerVisitSyncPeers(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
                                                 CoapRpcVisitSyncPeer visit, uint64_t userData);
 
