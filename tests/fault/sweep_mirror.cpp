@@ -40,7 +40,9 @@ CoapRpcMirrorState StateOf(CoapRpcMirror *mirror) {
 
 // WorksMirrored expects that the mirror, or another one, has the whole set soon.
 void WorksMirrored(Stage &stage) {
-  if (!g_mirror) EXPECT_EQ(Open(stage), 0u);
+  if (!g_mirror) {
+    EXPECT_EQ(Open(stage), 0u);
+  }
   EXPECT_EQ(stage.Update("k009", "v009"), 0u);
   const coap_rpc::SyncSet &set = stage.entry_->sync->set;
   for (int i = 0; i < kLongEnough; ++i) {

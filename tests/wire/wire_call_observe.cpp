@@ -212,8 +212,9 @@ TEST_F(CallObserve, Cancel_BeforeTheAnswer) {
   for (const PeerDatagram &datagram : peer_.Datagrams()) {
     CoapMessage message;
     EXPECT_EQ(Parse(datagram.bytes, &message), "");
-    if (&datagram != &peer_.Datagrams()[0])
+    if (&datagram != &peer_.Datagrams()[0]) {
       EXPECT_EQ(message.Values(kOptObserve), std::vector<Bytes>{{1}});
+    }
   }
   EXPECT_EQ(Statuses(), Ends{COAP_RPC_CALL_CANCELLED});
 }
