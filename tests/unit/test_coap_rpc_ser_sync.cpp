@@ -22,7 +22,7 @@ std::optional<ssize_t> g_randomZeros;
 
 }  // namespace
 
-extern "C" ssize_t getrandom(void *buf, size_t len, unsigned flags) noexcept {
+extern "C" ssize_t getrandom(void *buf, size_t len, unsigned flags) {
   if (!g_randomZeros) return syscall(SYS_getrandom, buf, len, flags);
   memset(buf, 0, len);
   errno = ENOSYS;
