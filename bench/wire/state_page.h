@@ -2,6 +2,7 @@
 #ifndef BENCH_WIRE_STATE_PAGE_H
 #define BENCH_WIRE_STATE_PAGE_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
@@ -56,7 +57,7 @@ class PageReader {
     const bool isString = at_ < end_ && *at_ >> 5 == kBytes;
     const uint64_t len = isString ? Item() : 0;
     const uint8_t *string = at_;
-    at_ += !isString ? 1 : len < static_cast<size_t>(end_ - at_) ? len : end_ - at_;
+    at_ += !isString ? 1 : std::min<uint64_t>(len, static_cast<uint64_t>(end_ - at_));
     return isString && len == kRowField ? string : nullptr;
   }
   void ReadRow(Page &page) {
