@@ -55,9 +55,9 @@ class PageReader {
   }
   const uint8_t *String() {
     const bool isString = at_ < end_ && *at_ >> 5 == kBytes;
-    const uint64_t len = isString ? Item() : 0;
+    const uint64_t len = isString ? Item() : 1;
     const uint8_t *string = at_;
-    at_ += !isString ? 1 : std::min<uint64_t>(len, static_cast<uint64_t>(end_ - at_));
+    at_ += std::min<uint64_t>(len, static_cast<uint64_t>(end_ - at_));
     return isString && len == kRowField ? string : nullptr;
   }
   void ReadRow(Page &page) {

@@ -3,6 +3,7 @@
  *   --readers <n>    that get every change (1)
  *   --changed <n>    rows that a round changes (100)
  *   --rounds <n>     (20), after a first one that is not measured
+ *   --pause <n>      milliseconds before each (0)
  *   --pulls <n>      under way at a time for each reader (16)
  *   --silent <n>     further observers, which never read what they get (0), ...
  *   --silent-ip <a>  ... at another address
@@ -129,6 +130,7 @@ class Readers {
 
   // Round returns how long it took until the last reader had it.
   uint64_t Round() {
+    usleep(1000 * options_.Number("--pause", 0));
     Message(true, ++goMid_).Add(kUriPath, kGoUri).AddPayload("now").Send(go_);
     const auto isDone = [this] {
       return std::all_of(readers_.begin(), readers_.end(),

@@ -127,13 +127,13 @@ const std::vector<Scenario> &SyncScenarios() {
   static const std::vector<Scenario> scenarios = {
       {"SyncSetUp", kPool, PreparePlain, PlaySetUp, WorksSetUp},
       {"SyncRegister", kPool | kTimers | kLibcoap, Prepare<>, Register, WorksObserved},
-      {"SyncChanges", kPool | kLibcoap, PrepareObserved<>, PlayChanges, WorksChanges},
+      {"SyncChanges", kPool | kTimers | kLibcoap, PrepareObserved<>, PlayChanges, WorksChanges},
       {"SyncWindow", kPool | kTimers | kLibcoap, PrepareObserved<kWindowMs>, PlayChanges,
        WorksChanges},
       {"SyncPull", kLibcoap, PrepareObserved<>, Pull, WorksObserved},
       {"SyncPullBlocks", kPool | kLibcoap, PrepareObserved<>, PullInBlocks, WorksObserved},
       {"SyncPullJson", kPool | kLibcoap | kJansson, PrepareObserved<>, PullJson, WorksObserved},
-      {"SyncReplace", kPool, PrepareObserved<>, PlayReplace, WorksReplace},
+      {"SyncReplace", kPool | kTimers, PrepareObserved<>, PlayReplace, WorksReplace},
   };
   return scenarios;
 }
