@@ -62,6 +62,19 @@ TEST_F(MirrorWire, BadArguments_GiveCodes) {
   EXPECT_EQ(COAP_RpcMirrorNext(nullptr, nullptr), nullptr);
 }
 
+TEST_F(MirrorWire, TooMany_AreRefused) {
+  const CoapRpcUriKey key = KeyOf("obs", 0, 0);
+  const CoapRpcCallAddr addr = To(peer_);
+  const CoapRpcMirrorParam param = Param();
+  for (uint32_t i = 0; i < COAP_RPC_MAX_MIRRORS; ++i) {
+    ASSERT_EQ(COAP_RpcMirrorOpen(Ctx(), &key, &addr, &param, &mirror_), 0u);
+  }
+  CoapRpcMirror *other = nullptr;
+  EXPECT_EQ(COAP_RpcMirrorOpen(Ctx(), &key, &addr, &param, &other), 1900001607u);
+  COAP_RpcMirrorClose(mirror_);
+  EXPECT_EQ(COAP_RpcMirrorOpen(Ctx(), &key, &addr, &param, &other), 0u);
+}
+
 TEST_F(MirrorWire, Opened_ReadsEverything_AndIsSynced) {
   mirror_ = Open(Param());
   EXPECT_EQ(State().state, uint32_t{COAP_RPC_MIRROR_CONNECTING});
