@@ -178,7 +178,7 @@ enum {
  * Values of tuples without value (valLen 0) are not null, and not to be read.
  *
  * Codes of onState: 0: nothing is wrong.  Otherwise why it is as it is; tried again by itself, with
- * growing pauses of up to 60 s, or up to the next heartbeat when that is later:
+ * pauses that grow to 60 s, or to a heartbeat of 8 s or more for 1900001616, 1617 and 1624:
  *
  *   STALE      1900001616 the server does not answer,  1900001617 no socket, or srcIp is gone
  *              as this library's does not for a
