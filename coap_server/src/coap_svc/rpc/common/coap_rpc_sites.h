@@ -104,13 +104,13 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(StartAgingTimerFailed,   kPathCliSession, 1401,    0, "COAP_RpcCliTryStartAgingSessionTimer: timer not started") \
   X(SetOnRequestEndNullArg,  kPathCliEnd,     1461, 1460, "COAP_RpcSetOnRequestEnd: null instance") \
   X(SetOnRequestEndNoMemory, kPathCliEnd,     1462,    0, "COAP_RpcSetOnRequestEnd: no memory for the requests under way") \
-  X(MirrorSilent,            kPathCliMirror,  1616,    0, "mirror STALE: the server does not answer") \
-  X(MirrorNoSocket,          kPathCliMirror,  1617,    0, "mirror STALE: no socket, or srcIp is not this machine's") \
-  X(MirrorDigest,            kPathCliMirror,  1622,    0, "mirror BEHIND: the server's digest is another one") \
-  X(MirrorContradiction,     kPathCliMirror,  1623,    0, "mirror BEHIND: versions that contradict those before") \
-  X(MirrorRestarts,          kPathCliMirror,  1624,    0, "mirror BEHIND: the server has no memory, or a full sync had to begin again") \
-  X(MirrorMaxBytes,          kPathCliMirror,  1625,    0, "mirror BEHIND: maxBytes are in use") \
-  X(MirrorNoTupleMemory,     kPathCliMirror,  1626,    0, "mirror BEHIND: no memory for a tuple") \
+  X(MirrorSilent,            kPathCliMirror,  1616,    0, "COAP_RpcMirrorGetState: STALE: the server does not answer") \
+  X(MirrorNoSocket,          kPathCliMirror,  1617,    0, "COAP_RpcMirrorGetState: STALE: no socket, or srcIp is not this machine's") \
+  X(MirrorDigest,            kPathCliMirror,  1622,    0, "COAP_RpcMirrorGetState: BEHIND: the server's digest is another one") \
+  X(MirrorContradiction,     kPathCliMirror,  1623,    0, "COAP_RpcMirrorGetState: BEHIND: versions that contradict those before") \
+  X(MirrorRestarts,          kPathCliMirror,  1624,    0, "COAP_RpcMirrorGetState: BEHIND: the server has no memory, or a full sync had to begin again") \
+  X(MirrorMaxBytes,          kPathCliMirror,  1625,    0, "COAP_RpcMirrorGetState: BEHIND: maxBytes are in use") \
+  X(MirrorNoTupleMemory,     kPathCliMirror,  1626,    0, "COAP_RpcMirrorGetState: BEHIND: no memory for a tuple") \
   X(StartResendTimerFailed,  kPathCliReq,     1402,    0, "COAP_RpcStartReSendReqTimer: timer not started") \
   X(CreateResourceFailed,    kPathLibCtx,       71,    0, "COAP_RpcCreateOrUpdateResource: libcoap makes no resource") \
   X(StartTaskTimerFailed,    kPathLibCtx,      156,    0, "COAP_RpcStartTaskTimer: timer not started") \
@@ -209,10 +209,10 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(MirrorNoMemory,          kPathLibMirror,  1608,    0, "COAP_RpcMirrorOpen: no memory") \
   X(MirrorNoTimer,           kPathLibMirror,  1609,    0, "COAP_RpcMirrorOpen: timer not started, or the instance is stopping") \
   X(MirrorStateNullArg,      kPathLibMirror,  1611, 1610, "COAP_RpcMirrorGetState: null argument") \
-  X(MirrorErrorCode,         kPathLibMirror,  1618,    0, "mirror REFUSED: the server answers with an error code") \
-  X(MirrorNoPage,            kPathLibMirror,  1619,    0, "mirror REFUSED: the answer is no page; the server or the URI has no versions") \
-  X(MirrorBadPage,           kPathLibMirror,  1620,    0, "mirror REFUSED: a page with errors") \
-  X(MirrorOtherLength,       kPathLibMirror,  1621,    0, "mirror REFUSED: a page has keys or values of other lengths") \
+  X(MirrorErrorCode,         kPathLibMirror,  1618,    0, "COAP_RpcMirrorGetState: REFUSED: the server answers with an error code") \
+  X(MirrorNoPage,            kPathLibMirror,  1619,    0, "COAP_RpcMirrorGetState: REFUSED: the answer is no page; the server or the URI has no versions") \
+  X(MirrorBadPage,           kPathLibMirror,  1620,    0, "COAP_RpcMirrorGetState: REFUSED: a page with errors") \
+  X(MirrorOtherLength,       kPathLibMirror,  1621,    0, "COAP_RpcMirrorGetState: REFUSED: a page has keys or values of other lengths") \
   X(AddUriTupleKeyCopy,      kPathSerUri,        0,   48, "COAP_RpcSerAddUriTuple: key copy failed") \
   X(AddUriTupleValCopy,      kPathSerUri,        0,   54, "COAP_RpcSerAddUriTuple: value copy failed") \
   X(UpdateUriTupleValCopy,   kPathSerUri,        0,   76, "COAP_RpcSerUpdateUriTuple: value copy failed") \
