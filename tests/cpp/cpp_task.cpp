@@ -25,7 +25,7 @@ class Coroutine : public CppNode {
   }
 
   // Wait asks a peer that does not answer; its witness tells when it is destroyed.
-  Task<> Wait(Witness witness) {
+  Task<> Wait([[maybe_unused]] Witness witness) {
     const Result<Answer> answer = co_await Caller().call(Silent(), "a", "x");
     notes_.push_back(answer.error().what());
   }

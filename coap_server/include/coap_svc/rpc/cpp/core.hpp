@@ -223,7 +223,6 @@ class Core {
     isClosing_ = true;
     if (isWatching_) functions_.unwatch(host_, COAP_RpcGetIoFd(ctx_));
     COAP_RpcUninit(ctx_);
-    retireFinished();
     while (!records_.isAlone()) destroy(static_cast<Record *>(records_.next()));
     pool_.close();
     if (host_) functions_.del(host_);
@@ -299,12 +298,9 @@ class Core {
   bool guarded(const char *where, Run &&run) {
     ++numRunning_;
     const bool isDone = runCaught(where, run);
-    if (--numRunning_ == 0) retireFinished();
+    --numRunning_;
     return isDone;
   }
-
-  // retireSoon retires a record when no code of the application is running any more.
-  void retireSoon(Record *record) { record->joinBefore(finished_); }
 
   void log(LogSite site, const char *where, const char *text) const {
     if (log_ == 0) return;
@@ -379,10 +375,6 @@ class Core {
     return true;
   }
 
-  void retireFinished() {
-    while (!finished_.isAlone()) retire(static_cast<Record *>(finished_.next()));
-  }
-
   static void empty(RefBase *ref) {
     ref->record_ = nullptr;
     ref->leave();
@@ -401,7 +393,7 @@ class Core {
   CoapRpcCtx *ctx_ = nullptr;
   uint64_t tmr_ = 0, log_ = 0;
   Pool pool_;
-  Link records_, finished_, keys_;
+  Link records_, keys_;
   uint32_t numRunning_ = 0;  // callbacks of the application under way
   bool isWatching_ = false, isLooping_ = false, isAbandoned_ = false, isClosing_ = false;
 };

@@ -130,8 +130,7 @@ inline Task<void> Promise<void>::get_return_object() {
   return Task<void>(std::coroutine_handle<Promise>::from_promise(*this));
 }
 
-// TaskRecord keeps a spawned coroutine.  The coroutine's last suspension ends it, but what runs
-// then is part of the coroutine: it is destroyed when that has returned.
+// TaskRecord keeps a spawned coroutine.  The coroutine's last suspension ends both.
 class TaskRecord final : public Record {
  public:
   TaskRecord(Core &core, Task<> task) : Record(core), task_(std::move(task)) {
@@ -142,7 +141,7 @@ class TaskRecord final : public Record {
   }
   void end() {
     core().guarded("task", [this] { task_.self_.promise().take(); });
-    core().retireSoon(this);
+    core().retire(this);
   }
 
  private:
