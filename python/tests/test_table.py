@@ -8,7 +8,7 @@ from typing import Any
 import pytest
 from conftest import Run
 
-from coaprpc import CoapRpcError, Node, NodeClosed, Table, record
+from coaprpc import CoapRpcError, ErrorReply, Node, NodeClosed, Table, record
 
 
 @record("!H")
@@ -160,6 +160,25 @@ def test_keys_of_every_length_are_told_apart(run: Run, port: int) -> None:
                 table[Bytes(high)], table[Bytes(low)] = Key(2), Key(1)
                 table[Bytes(low)] = Key(3)
                 assert (table.state().rows, table.state().head) == (2, 3)
+
+    run(main)
+
+
+def test_table_is_shown_as_json_to_who_knows_no_versions(run: Run, port: int) -> None:
+    async def main() -> None:
+        async with Node("127.0.0.1", port) as node:
+            table = node.table("ports", Key, Val)
+            url = f"coap://127.0.0.1:{port}/ports"
+            assert (await node.call(url)).json() == []
+            table[Key(1)] = Val(2, "é")
+            reply = await node.call(url)
+            assert (reply.code, reply.content_format) == (205, 50)
+            assert reply.json() == [{"key": {"number": 1}, "value": {"speed": 2, "name": "é"}}]
+            table.replace({Key(i): Val(i, "") for i in range(5000)})
+            assert len((await node.call(url)).json()) == 5000
+            with pytest.raises(ErrorReply) as caught:
+                await node.call(url, b"x")
+            assert caught.value.code == 405
 
     run(main)
 

@@ -188,26 +188,22 @@ class Server:
         timeout: float,
         options: Iterable[int],
     ) -> None:
-        ctx, is_async, numbers = self.instance.ctx, _is_async(handler), tuple(options)
-        direct = {
-            "methods": methods_of(methods),
-            "timeoutMs": milliseconds(timeout),
-            "onAsyncEnd": lib.coaprpc_on_async_end,
-        }
+        param, numbers = direct_param(methods, timeout), tuple(options)
         entry = Entry(self, self.reserve(path), handler, numbers)
         key = new_key(entry.path, observe=0)
-        self._register(key, entry, is_async=is_async)
-        check(lib.COAP_RpcSerSetDirect(ctx, key, ffi.new("CoapRpcSerDirectParam *", direct)))
+        self.register(key, entry, ffi.NULL, is_async=_is_async(handler))
+        check(lib.COAP_RpcSerSetDirect(self.instance.ctx, key, param))
         self.attach(key)
 
-    def _register(self, key: Any, entry: Entry, *, is_async: bool) -> None:
+    def register(self, key: Any, entry: Entry, tuples: Any, *, is_async: bool) -> None:
+        """`tuples` describes those of a table; null for a handler alone."""
         reg = ffi.new("CoapRpcSerVtblReg *")
         _entries[entry.id] = entry
         self._entries.append(entry)
         on_request = ffi.NULL if is_async else lib.coaprpc_on_request
         on_async_request = lib.coaprpc_on_async_request if is_async else ffi.NULL
         lib.coaprpc_set_handler(reg, entry.id, on_request, on_async_request)
-        check(lib.COAP_RpcSerRegVtbl(self.instance.ctx, key, reg, ffi.NULL))
+        check(lib.COAP_RpcSerRegVtbl(self.instance.ctx, key, reg, tuples))
 
     def attach(self, key: Any) -> None:
         """Serves a registered key at the node's address."""
@@ -223,6 +219,17 @@ class Server:
         for task in tasks:
             task.cancel()
         await asyncio.gather(*tasks, return_exceptions=True)
+
+
+def direct_param(methods: Iterable[Method | str], timeout: float) -> Any:
+    return ffi.new(
+        "CoapRpcSerDirectParam *",
+        {
+            "methods": methods_of(methods),
+            "timeoutMs": milliseconds(timeout),
+            "onAsyncEnd": lib.coaprpc_on_async_end,
+        },
+    )
 
 
 def new_key(path: str, *, observe: int) -> Any:

@@ -7,19 +7,23 @@ serves.  A row that the library refuses is not kept.
 from __future__ import annotations
 
 import asyncio
+import json
 from collections.abc import Iterator, Mapping, MutableMapping
-from dataclasses import dataclass
+from dataclasses import asdict, dataclass
 from typing import Any, TypeVar
 from weakref import WeakValueDictionary
 
 from ._errors import NodeClosed, check
-from ._instance import logger, new_id
+from ._instance import logger
 from ._native import ffi, lib
 from ._record import codec_of
-from ._serve import Server, new_key
+from ._request import JSON, Method, Request, Response
+from ._serve import Entry, Server, direct_param, new_key
 
 K = TypeVar("K")
 V = TypeVar("V")
+
+_ANSWER_SECONDS = 60.0
 
 
 @dataclass(frozen=True, slots=True)
@@ -69,12 +73,10 @@ class Table(MutableMapping[K, V]):
         self._keys, self._values = codec_of(key), codec_of(value)
         self._check_size()
         self.path = server.reserve(path)
-        self.id = new_id()
         self._uri = new_key(self.path, observe=1)
         self._rows: dict[bytes, bytes] = {}
         self._news = asyncio.Event()
-        _tables[self.id] = self
-        self._register()
+        self._register(server)
         self._keep_versions(window_ms)
         server.attach(self._uri)
 
@@ -84,9 +86,10 @@ class Table(MutableMapping[K, V]):
         if self._keys.size + self._values.size > lib.COAP_RPC_SYNC_MAX_TUPLE:
             raise ValueError(f"key and value have at most {lib.COAP_RPC_SYNC_MAX_TUPLE} bytes")
 
-    def _register(self) -> None:
-        reg = ffi.new("CoapRpcSerVtblReg *")
-        lib.coaprpc_set_handler(reg, self.id, ffi.NULL, ffi.NULL)
+    def _register(self, server: Server) -> None:
+        entry = Entry(server, self.path, self._show, ())
+        self._id = entry.id
+        _tables[entry.id] = self
         tuples = ffi.new(
             "CoapRpcSerObVtblReg *",
             {
@@ -96,12 +99,19 @@ class Table(MutableMapping[K, V]):
                 "onObserverNum": lib.coaprpc_on_observer_num,
             },
         )
-        check(lib.COAP_RpcSerRegVtbl(self._instance.ctx, self._uri, reg, tuples))
+        server.register(self._uri, entry, tuples, is_async=True)
+        direct = direct_param((Method.GET,), _ANSWER_SECONDS)
+        check(lib.COAP_RpcSerSetDirect(self._instance.ctx, self._uri, direct))
+
+    async def _show(self, _request: Request) -> Response:
+        """Answers who asks for the table without its versions."""
+        rows = [{"key": asdict(key), "value": asdict(value)} for key, value in self.items()]  # type: ignore[call-overload]
+        return Response(json.dumps(rows, default=bytes.hex), content_format=JSON)
 
     def _keep_versions(self, window_ms: int) -> None:
         param = ffi.new(
             "CoapRpcSerSyncParam *",
-            {"windowMs": window_ms, "userData": self.id, "onConfirmed": lib.coaprpc_on_confirmed},
+            {"windowMs": window_ms, "userData": self._id, "onConfirmed": lib.coaprpc_on_confirmed},
         )
         check(lib.COAP_RpcSerSetUriSync(self._instance.ctx, self._uri, param))
 
