@@ -4,6 +4,8 @@ A call is known to the library by a number, by which its answer finds the future
 library answers each call once, so its number leaves the table with the answer, or before, when the awaiting
 task is cancelled.  An observation keeps its number until it ends, and the latest of its notes until they
 are taken.
+
+A node that is closed ends all of them: the library says so of each.
 """
 
 from __future__ import annotations
@@ -15,7 +17,7 @@ from collections.abc import AsyncGenerator, Callable
 from dataclasses import dataclass
 from typing import Any
 
-from ._errors import CoapRpcError, ErrorReply, NodeClosed, check, error_of_status
+from ._errors import CoapRpcError, ErrorReply, check, error_of_status
 from ._instance import Instance, logger, new_id
 from ._native import ffi, lib
 from ._request import Method, bytes_of, method_of
@@ -178,7 +180,6 @@ class Calls:
 
     def __init__(self, instance: Instance) -> None:
         self._instance = instance
-        self._open: set[int] = set()  # numbers of those under way
 
     def _start(self, start: Callable[..., int], ask: Ask, take: Taker) -> tuple[int, int]:
         """Returns our number of the call, and the library's."""
@@ -192,13 +193,11 @@ class Calls:
         call.onRsp = lib.coaprpc_on_reply
         check(start(self._instance.ctx, addr, call, number))
         _takers[own] = take
-        self._open.add(own)
         self._instance.arm()
         return own, number[0]
 
     def _end(self, own: int, number: int) -> None:
         """Ends what is still under way; nobody is told."""
-        self._open.discard(own)
         if _takers.pop(own, None) is not None and self._instance.is_usable:
             self._instance.run(lib.COAP_RpcCallCancel, self._instance.ctx, number)
 
@@ -226,14 +225,6 @@ class Calls:
                 yield note
         finally:
             self._end(own, number)
-
-    def close(self) -> None:
-        """Tells all who await an answer that the node is closed."""
-        for own in self._open:
-            take = _takers.pop(own, None)
-            if take is not None:
-                take(NodeClosed("the node was closed"), True)
-        self._open.clear()
 
 
 def _retrieve(future: asyncio.Future[Reply]) -> None:

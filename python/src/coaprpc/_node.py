@@ -38,7 +38,6 @@ class _Open:
             await self.server.close()
             self.instance.run(lib.COAP_RpcProcIo, self.instance.ctx)  # sends what they have answered
         finally:
-            self.calls.close()
             self.mirrors.close()
             self.instance.close()
             for table in self.tables:
