@@ -115,6 +115,8 @@ With a small CoAP client for the shell: python3 -m coaprpc."
 endif()
 coap_rpc_add_deb(doc libcoap-svc-rpc-doc doc
   "RPC service over CoAP - documentation"
-  "Reference of the headers, descriptions of the library, and example programs.")
+  "Reference of the headers, descriptions of the library and of its base
+interface, symptoms with their causes, limits, measured figures, and example
+programs to copy from.")
 
 include(CPack)
