@@ -13,6 +13,7 @@
  *   object                        ... are for any object that has the command
  *   objects                       lists the objects
  *   commands                      lists the commands of all objects
+ *   help                          lists the commands with what is said about them
  *   run <line>                    runs a display command, line as in KestrelDispRequest
  *   stop                          ends all requests so far; has no answer
  *
@@ -24,7 +25,10 @@
  *   ! <text>                      an error message
  *   o <object>                    an object
  *   c <object> TAB <command> { TAB <parameter> }
+ *   h <object> TAB <command> TAB <about> { TAB <about a parameter> }
  *   . <result> <words>            the end; result is a KestrelResult, KESTREL_STOPPED after a stop
+ *
+ * A host that is older than a request answers it with an error; "help" is younger than the others.
  *
  * Output is what the command printed, byte by byte.  A console that closes its sending side gets
  * the answers to its requests and is then closed. */
@@ -40,6 +44,7 @@ enum {
   KESTREL_CONSOLE_ERROR = '!',
   KESTREL_CONSOLE_OBJECT = 'o',
   KESTREL_CONSOLE_COMMAND = 'c',
+  KESTREL_CONSOLE_HELP = 'h',
   KESTREL_CONSOLE_END = '.'
 };
 

@@ -44,6 +44,21 @@ KST_API uint32_t KST_DispRegFunc_(uint64_t disp, const char *handlerName, KST_DI
                                   const char *command, uint32_t flags, const char *objName,
                                   uint32_t paramCount, ...);
 
+/* KST_DispDescribe gives an operator's help for a registered command: a line for the command and
+ * one for each of its parameters.  All texts are copied; a second call replaces the first one's.
+ *
+ *   command      as registered
+ *   about        what the command shows; null: nothing is said
+ *   paramCount   number of texts that follow, each a const char * about a parameter, in the order
+ * of registration; at most KST_DISP_MAX_PARAMS.  Null: nothing is said about it
+ *
+ * Optional: a host without this function has no help.  The library refers to it weakly.
+ *
+ * Returns 0; non-zero when the service is 0, the object has no such command, there are more texts
+ * than parameters, or there is no memory. */
+KST_API uint32_t KST_DispDescribe(uint64_t disp, const char *objName, const char *command,
+                                  const char *about, uint32_t paramCount, ...);
+
 /* KST_DispPrintf_ prints to the operator who runs the current command.  Outside a command, and with
  * service 0, it does nothing.  Texts of any length are not truncated. */
 KST_API void KST_DispPrintf_(uint64_t disp, const char *fmt, ...) KST_PRINTF(2, 3);

@@ -10,6 +10,7 @@
 #include <string>
 #include <thread>
 
+#include "client.h"
 #include "connection.h"
 #include "history_file.h"
 #include "kestrel_console.h"
@@ -96,6 +97,39 @@ TEST(Connection, LineWithoutText_IsATag) {
   const Reply reply = connection.Next();
   EXPECT_EQ(reply.tag, '=');
   EXPECT_EQ(reply.text, "");
+}
+
+// The answers come before they are asked for, which the client does not see.
+TEST(Client, OlderHost_HasNoHelp) {
+  FakeHost host(
+      "* kestrel-console 1\nc demo\tdemo row\tuniRow\n. 0 success\n"
+      "! unknown request\n. 8 malformed command line\n");
+  std::string reason;
+  Connection connection(kPatienceMs);
+  ASSERT_TRUE(connection.Open(host.Path(), reason)) << reason;
+  console::Client client(connection);
+  std::vector<console::HostCommand> commands;
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(client.CommandsWithHelp(commands), console::Outcome::kOk);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  ASSERT_EQ(commands.size(), 1u);
+  EXPECT_EQ(commands[0].about, "");
+  EXPECT_EQ(console::UsageOf(commands[0]), "demo row <uniRow>");
+}
+
+TEST(Client, HelpOfTheHost_GoesToItsCommand) {
+  FakeHost host(
+      "* kestrel-console 1\nc demo\tdemo row\tuniRow\n. 0 success\n"
+      "h demo\tdemo gone\tx\nh demo\nh demo\tdemo row\ta row\tits number\tmore\n. 0 success\n");
+  std::string reason;
+  Connection connection(kPatienceMs);
+  ASSERT_TRUE(connection.Open(host.Path(), reason)) << reason;
+  console::Client client(connection);
+  std::vector<console::HostCommand> commands;
+  EXPECT_EQ(client.CommandsWithHelp(commands), console::Outcome::kOk);
+  ASSERT_EQ(commands.size(), 1u);
+  EXPECT_EQ(commands[0].about, "a row");
+  EXPECT_EQ(commands[0].paramsAbout, std::vector<std::string>{"its number"});
 }
 
 TEST(Connection, OtherProtocol_IsRefused) {

@@ -11,7 +11,8 @@ namespace {
 
 std::string Json(const std::vector<std::string> &lines) {
   console_test::MemoryFile out;
-  console::JsonLines json(out.Get());
+  console::FilePrinter printer(out.Get());
+  console::JsonLines json(printer);
   for (const std::string &line : lines) EXPECT_TRUE(json.Line(line));
   json.End();
   return out.Text();
@@ -48,7 +49,8 @@ TEST(JsonLines, HostileValues_StayStrings) {
 
 TEST(JsonLines, TwoCommands_GiveTwoArrays) {
   console_test::MemoryFile out;
-  console::JsonLines json(out.Get());
+  console::FilePrinter printer(out.Get());
+  console::JsonLines json(printer);
   json.Line("n(1)");
   json.End();
   json.Line("n(2)");

@@ -56,12 +56,37 @@ expect "a line feed in a command" 2 "" 'kestrel-console: a command is one line' 
   "${socket[@]}" $'demo\nlines'
 expect "quotes in a word" 2 "" 'kestrel-console: a word of a command cannot have double quotes' \
   "${socket[@]}" demo 'li"nes'
+expect "an empty command" 1 "" 'kestrel-console: unknown command ""' "${socket[@]}" ""
 expect "watch without seconds" 2 "" \
   'kestrel-console: watch needs a number of seconds from 0.1 to 86400, and then a command' \
   "${socket[@]}" watch demo changes
-expect "watch as JSON" 2 "" \
-  'kestrel-console: watch prints lines: --json and --table do not go with it' \
-  "${socket[@]}" --json watch 1 demo changes
+expect "an abbreviation" 0 $'line 1\n ***total 1 line(s) ***' "" "${socket[@]}" d li 1
+expect "an abbreviation with several meanings" 1 "" \
+  'kestrel-console: "d s t x" may be any of: disp server tupleChgList, disp server tupleSetTree' \
+  "${socket[@]}" d s t x
+expect "an abbreviation of the console's own" 0 '  demo hostile' "" "${socket[@]}" hel d h
+expect "a table of an unknown uri" 1 "" \
+  'kestrel-console: No oberver tupleSetTree for uri(no/such).' \
+  "${socket[@]}" disp server tupleSetTree no/such
+expect "a table of an unknown uri as JSON" 1 "[]" \
+  'kestrel-console: No oberver tupleSetTree for uri(no/such).' \
+  "${socket[@]}" --json disp server tupleChgList no/such
+expect "a count" 0 "3" "" "${socket[@]}" disp server tupleSetTree shop/stock '|' include key '|' count
+expect "columns" 0 $'TupleInfo: uri:shop/stock, cnt:3\nval(10)\nval(20)\nval(30)' "" \
+  "${socket[@]}" 'disp server tupleSetTree shop/stock | columns val'
+expect "an unknown column" 1 $'key(1)/val(10)\nkey(2)/val(20)\nkey(3)/val(30)' \
+  'kestrel-console: no column "nothing"' \
+  "${socket[@]}" 'disp server tupleSetTree shop/stock | include key | sort nothing'
+expect "a bar without a filter" 2 "" 'kestrel-console: after a bar comes include TEXT, sort COLUMN, '\
+'columns A,B or count, as in "| sort uri"' "${socket[@]}" 'demo hostile |'
+expect "help on a command" 0 "  disp client request <uniStartIndex>   observe relations, and requests \
+that could not be sent
+    <uniStartIndex>                     rows before this number are skipped; 0 shows all" "" \
+  "${socket[@]}" help disp client request
+expect "a question" 0 "  demo lines <uniCount>                 lines with numbers, each a page
+    <uniCount>                          how many" "" "${socket[@]}" demo li '?'
+expect "help on nothing" 1 "" 'kestrel-console: no command begins with "nothing"' \
+  "${socket[@]}" help nothing
 expect "no host" 3 "" "kestrel-console: cannot connect to $work/none: No such file or directory" \
   --socket "$work/none" demo hostile
 expect "a path that is too long" 3 "" "kestrel-console: cannot connect to /$(printf '%0200d' 0):\
@@ -69,6 +94,11 @@ expect "a path that is too long" 3 "" "kestrel-console: cannot connect to /$(pri
 
 "$CONSOLE" --help >"$work/out" || fail "help succeeds"
 grep -q -- "--json" "$work/out" || fail "help names the options"
+"$CONSOLE" help | cmp - "$work/out" || fail "help needs no host"
+[[ $("$CONSOLE" --version) =~ ^kestrel-console\ [0-9]+\.[0-9]+\.[0-9]+$ ]] || fail "the version is told"
+status=0
+"$CONSOLE" demo lines 1 >/dev/null 2>"$work/err" || status=$?
+[[ $status == 2 ]] && grep -q -- "--socket is required" "$work/err" || fail "a socket is needed"
 status=0
 "$CONSOLE" --nothing >/dev/null 2>"$work/err" || status=$?
 [[ $status == 2 && -s $work/err ]] || fail "an unknown option is wrong usage"
@@ -97,6 +127,12 @@ printf 'demo lines 1\nnothing\n\nformat json\ndemo lines 0\nquit\nnever\n' |
 [[ $status == 1 ]] || fail "the failure of a piped command is kept"
 [[ $(<"$work/out") == $'line 1\n ***total 1 line(s) ***\n[]' ]] || fail "piped commands are run"
 echo "ok: commands from a pipe"
+status=0
+printf 'object nosuch\nobject demo\nformat j\nd li 0\nq\n' | run >"$work/out" 2>"$work/err" || status=$?
+[[ $status == 1 && $(<"$work/err") == 'kestrel-console: unknown object "nosuch"' ]] ||
+  fail "an unknown object is an error"
+[[ $(<"$work/out") == '[]' ]] || fail "a session goes on after an unknown object"
+echo "ok: an unknown object"
 
 "$CONSOLE" "${socket[@]}" --count 2 watch 0.1 demo changes | sed 's/^--- [0-9:]*/--- time/' >"$work/out"
 [[ $(<"$work/out") == "--- time demo changes
@@ -109,6 +145,29 @@ echo "ok: commands from a pipe"
 + row[2]: uri(even)/count(0)
 *  ***total 3 row(s) ***" ]] || fail "watch marks what changed"
 echo "ok: watch"
+"$CONSOLE" "${socket[@]}" --table --count 2 watch 0.1 demo changes '|' include row '|' sort count |
+  sed 's/^--- [0-9:]*/--- time/' >"$work/out"
+[[ $(<"$work/out") == "--- time demo changes
+  uri  count
+  one  1
+  two  3
+   ***total 2 row(s) ***
+--- time demo changes
+  uri   count
++ even  0
+  one   1
+* two   4
+*  ***total 3 row(s) ***" ]] || fail "watch of a table, not $(<"$work/out")"
+echo "ok: watch of a table"
+"$CONSOLE" "${socket[@]}" --json --count 2 watch 0.1 demo changes | sed 's/[0-9:]\{8\}/time/' >"$work/out"
+[[ $(<"$work/out") == '{"time": "time", "command": "demo changes", "rows": '\
+'[{"change": "", "row": {"uri": "one", "count": "1"}}, '\
+'{"change": "", "row": {"uri": "two", "count": "5"}}]}
+{"time": "time", "command": "demo changes", "rows": '\
+'[{"change": "", "row": {"uri": "one", "count": "1"}}, '\
+'{"change": "changed", "row": {"uri": "two", "count": "6"}}, '\
+'{"change": "new", "row": {"uri": "even", "count": "0"}}]}' ]] || fail "watch as JSON, not $(<"$work/out")"
+echo "ok: watch as JSON"
 
 expect "a host that goes" 4 "" 'kestrel-console: the host closed the connection' \
   "${socket[@]}" demo end

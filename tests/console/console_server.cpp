@@ -99,6 +99,7 @@ void RegisterDemo(Demo &demo, bool isHostile) {
   KST_DispRegFunc_(disp, "PrintChanges", PrintChanges, "demo changes", 128, "demo", 0);
   KST_DispRegFunc_(disp, "PrintHostile", PrintHostile, "demo hostile", 128, "demo", 0);
   KST_DispRegFunc_(disp, "EndAtOnce", EndAtOnce, "demo end", 128, "demo", 0);
+  KST_DispDescribe(disp, "demo", "demo lines", "lines with numbers, each a page", 1, "how many");
   if (isHostile) KST_DispRegObj(disp, "evil\x1b[7m", &demo);
 }
 

@@ -70,7 +70,8 @@ TEST(Table, ControlCharacters_AreShown) {
 
 TEST(TableLines, OtherLines_StandWhereTheyCame) {
   console_test::MemoryFile out;
-  console::TableLines table(out.Get(), 0);
+  console::FilePrinter printer(out.Get());
+  console::TableLines table(printer, 0);
   table.Line("TupleInfo: uri:a, cnt:2");
   table.Line("key(1)/val(10)");
   table.Line("key(200)/val(2)");

@@ -11,6 +11,7 @@
 #include "escape.h"
 #include "fuzz_support.h"
 #include "json.h"
+#include "own_commands.h"
 #include "session.h"
 #include "table.h"
 
@@ -100,7 +101,7 @@ class Operator {
 
  private:
   void RunInSession(const std::string &line, console::Format format) {
-    if (console::IsWatch(line)) return;  // runs by the clock
+    if (console::IsWatch(line) || console::MayBeOwn(line)) return;  // watch runs by the clock
     options_.format = format;
     options_.width = line.size() % 100;
     console::Session session(client_, options_);

@@ -26,7 +26,7 @@ constexpr uint32_t kMaxConsoles = 2;  // that the host takes
 constexpr uint64_t kMaxQueuedBytes = 100'000;
 constexpr char kTags[] = {KESTREL_CONSOLE_GREETING, KESTREL_CONSOLE_OUTPUT, KESTREL_CONSOLE_PIECE,
                           KESTREL_CONSOLE_ERROR,    KESTREL_CONSOLE_OBJECT, KESTREL_CONSOLE_COMMAND,
-                          KESTREL_CONSOLE_END};
+                          KESTREL_CONSOLE_HELP,     KESTREL_CONSOLE_END};
 
 uint64_t g_disp;
 

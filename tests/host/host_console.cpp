@@ -52,6 +52,28 @@ TEST_F(HostConsole, Lists_ObjectsAndCommands) {
             "c demo\tdemo part\n. 0 success\n");
 }
 
+TEST_F(HostConsole, Help_TellsWhatIsSaidAboutCommands) {
+  ASSERT_EQ(Listen(), 0u);
+  KST_DispDescribe(Disp(), "demo", "demo lines", "lines\twith\nnumbers", 1, "how many");
+  KST_DispDescribe(Disp(), "demo", "demo dump", "all at once", 0);
+  EXPECT_EQ(Ask("help\n"),
+            "h demo\tdemo dump\tall at once\t\nh demo\tdemo hello\t\n"
+            "h demo\tdemo lines\tlines?with?numbers\thow many\nh demo\tdemo part\t\n"
+            ". 0 success\n");
+}
+
+TEST_F(HostConsole, Describe_RefusesWhatItCannotPlace) {
+  EXPECT_NE(KST_DispDescribe(0, "demo", "demo hello", "text", 0), 0u);
+  EXPECT_NE(KST_DispDescribe(Disp(), nullptr, "demo hello", "text", 0), 0u);
+  EXPECT_NE(KST_DispDescribe(Disp(), "demo", nullptr, "text", 0), 0u);
+  EXPECT_NE(KST_DispDescribe(Disp(), "nobody", "demo hello", "text", 0), 0u);
+  EXPECT_NE(KST_DispDescribe(Disp(), "demo", "demo nothing", "text", 0), 0u);
+  EXPECT_NE(KST_DispDescribe(Disp(), "demo", "demo hello", "text", 1, "too much"), 0u);
+  EXPECT_NE(KST_DispDescribe(Disp(), "demo", "demo hello", "text", 5, "", "", "", "", ""), 0u);
+  EXPECT_EQ(KST_DispDescribe(Disp(), "demo", "demo hello", nullptr, 0), 0u);
+  EXPECT_EQ(KST_DispDescribe(Disp(), "demo", "demo lines", nullptr, 1, nullptr), 0u);
+}
+
 TEST_F(HostConsole, Object_IsForTheRunsThatFollow) {
   ASSERT_EQ(Listen(), 0u);
   EXPECT_EQ(

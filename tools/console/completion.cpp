@@ -2,32 +2,19 @@
 #include "completion.h"
 
 #include <algorithm>
-#include <cctype>
 
 #include "watch.h"
+#include "words.h"
 
 namespace console {
 
 namespace {
-
-using Words = std::vector<std::string>;
 
 // Typed is a line taken apart: its whole words, and the one that is being typed.
 struct Typed {
   Words done;
   std::string last;
 };
-
-Words SplitWords(std::string_view line) {
-  Words words;
-  size_t at = line.find_first_not_of(' ');
-  while (at < line.size()) {
-    const size_t end = std::min(line.find(' ', at), line.size());
-    words.emplace_back(line.substr(at, end - at));
-    at = line.find_first_not_of(' ', end);
-  }
-  return words;
-}
 
 Typed TakeApart(std::string_view line) {
   Typed typed{SplitWords(line), ""};
@@ -36,13 +23,6 @@ Typed TakeApart(std::string_view line) {
     typed.done.pop_back();
   }
   return typed;
-}
-
-std::string Lower(std::string_view text) {
-  std::string lower(text);
-  std::transform(lower.begin(), lower.end(), lower.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return lower;
 }
 
 bool BeginsWith(const Words &words, const Words &first) {

@@ -17,8 +17,6 @@ namespace console {
 
 namespace {
 
-Reply Lost(std::string why) { return {Reply::Kind::kLost, 0, std::move(why)}; }
-
 std::string SystemText(const char *what) { return std::string(what) + ": " + strerror(errno); }
 
 // SetSendTimeout also bounds how long connect waits for a place in the host's queue.
@@ -30,15 +28,40 @@ void SetSendTimeout(int fd, int timeoutMs) {
 
 }  // namespace
 
-Connection::~Connection() {
+Connection::~Connection() { Close(); }
+
+void Connection::Close() {
   if (fd_ >= 0) close(fd_);
+  fd_ = -1;
+  isOpen_ = false;
+  buffer_.clear();
+  at_ = 0;
+}
+
+Reply Connection::Lose(std::string why) {
+  isOpen_ = false;
+  return {Reply::Kind::kLost, 0, std::move(why)};
+}
+
+bool Connection::Reopen(std::string &reason) { return Open(std::string(path_), reason); }
+
+bool Connection::NoticeLoss() {
+  if (!isOpen_) return false;
+  char byte = 0;
+  const ssize_t len = recv(fd_, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+  const bool isAlive = len > 0 || (len < 0 && (errno == EAGAIN || errno == EINTR));
+  if (!isAlive) isOpen_ = false;
+  return !isAlive;
 }
 
 bool Connection::Open(const std::string &path, std::string &reason) {
+  Close();
+  path_ = path;
   if (!Connect(path, reason)) return false;
   const Reply hello = Next();
   if (hello.kind == Reply::Kind::kLine && hello.tag == KESTREL_CONSOLE_GREETING) {
-    if (hello.text == KESTREL_CONSOLE_HELLO) return true;
+    isOpen_ = hello.text == KESTREL_CONSOLE_HELLO;
+    if (isOpen_) return true;
     reason = "the host speaks another protocol (" + hello.text + ")";
   } else if (hello.kind == Reply::Kind::kLine && hello.tag != KESTREL_CONSOLE_ERROR) {
     reason = "this is no host's socket";
@@ -101,7 +124,7 @@ bool Connection::TakeLine(Reply &reply) {
 // Fill reads more; false and `reply` set when there is nothing more to read now.
 bool Connection::Fill(Reply &reply) {
   if (buffer_.size() > KESTREL_CONSOLE_MAX_REPLY) {
-    reply = Lost("this is no host's socket");
+    reply = Lose("this is no host's socket");
     return false;
   }
   pollfd waiting{fd_, POLLIN, 0};
@@ -111,14 +134,14 @@ bool Connection::Fill(Reply &reply) {
     return false;
   }
   if (ready == 0) {
-    reply = Lost("the host does not answer");
+    reply = Lose("the host does not answer");
     return false;
   }
   char bytes[65536];
   const ssize_t len = ready < 0 ? -1 : recv(fd_, bytes, sizeof bytes, 0);
   if (len > 0) buffer_.append(bytes, static_cast<size_t>(len));
   if (len > 0 || (len < 0 && errno == EINTR)) return true;
-  reply = Lost(len == 0 ? "the host closed the connection" : SystemText("the connection failed"));
+  reply = Lose(len == 0 ? "the host closed the connection" : SystemText("the connection failed"));
   return false;
 }
 

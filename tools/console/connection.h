@@ -32,6 +32,19 @@ class Connection {
   // or none that wants us.
   bool Open(const std::string &path, std::string &reason);
 
+  // Reopen closes what is left of the connection and opens the same path again; as Open.
+  bool Reopen(std::string &reason);
+
+  // IsOpen tells whether there is a connection, as far as is known.
+  bool IsOpen() const { return isOpen_; }
+
+  // NoticeLoss looks, without waiting, whether the host closed a connection on which nothing is
+  // due.  Returns true once for each connection.
+  bool NoticeLoss();
+
+  // Descriptor becomes readable when the host closes; -1 without a connection.
+  int Descriptor() const { return isOpen_ ? fd_ : -1; }
+
   // Send sends a request, which has no line feed.  Failures show up in Next.
   void Send(std::string_view request);
 
@@ -43,8 +56,13 @@ class Connection {
   bool TakeLine(Reply &reply);
   bool Fill(Reply &reply);
 
+  Reply Lose(std::string why);
+  void Close();
+
   int timeoutMs_;
+  std::string path_;
   int fd_ = -1;
+  bool isOpen_ = false;
   std::string buffer_;
   size_t at_ = 0;  // bytes of buffer_ that have been taken
 };

@@ -107,7 +107,12 @@ std::string EscapedForJson(std::string_view text) { return Shown(text, AddForJso
 
 size_t NumColumns(std::string_view text) {
   size_t columns = 0;
-  for (const char c : text) columns += IsContinuation(c) ? 0 : 1;
+  bool isInStyle = false;
+  for (const char c : text) {
+    if (c == '\x1b') isInStyle = true;
+    if (!isInStyle && !IsContinuation(c)) ++columns;
+    if (c == 'm') isInStyle = false;
+  }
   return columns;
 }
 

@@ -20,7 +20,7 @@ std::string Escaped(std::string_view text);
 // bytes that are not UTF-8 as \\xNN.
 std::string EscapedForJson(std::string_view text);
 
-// NumColumns counts the characters of escaped text.
+// NumColumns counts the characters of escaped text; what only changes its style takes no column.
 size_t NumColumns(std::string_view text);
 
 // Cut shortens escaped text to `columns` characters; the last one left then is "~".

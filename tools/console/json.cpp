@@ -6,8 +6,6 @@
 
 namespace console {
 
-namespace {
-
 std::string JsonObject(std::string_view line) {
   const auto row = ParseRow(line);
   if (!row) return "{\"text\": " + JsonText(line) + "}";
@@ -19,8 +17,6 @@ std::string JsonObject(std::string_view line) {
   return json + "}";
 }
 
-}  // namespace
-
 std::string JsonText(std::string_view text) {
   std::string json = "\"";
   json += EscapedForJson(text);
@@ -29,16 +25,21 @@ std::string JsonText(std::string_view text) {
 
 bool JsonLines::Line(std::string_view line) {
   if (IsTotal(line)) return true;
-  std::fputs(isFirst_ ? "[\n  " : ",\n  ", out_);
-  isFirst_ = false;
-  const std::string object = JsonObject(line);
-  std::fwrite(object.data(), 1, object.size(), out_);
-  return std::ferror(out_) == 0;
+  const bool isFine = last_.empty() ? out_.Print("[") : PrintLast(",");
+  last_ = JsonObject(line);
+  return isFine;
 }
 
+bool JsonLines::PrintLast(const char *after) { return out_.Print("  " + last_ + after); }
+
 void JsonLines::End() {
-  std::fputs(isFirst_ ? "[]\n" : "\n]\n", out_);
-  isFirst_ = true;
+  if (last_.empty()) {
+    out_.Print("[]");
+    return;
+  }
+  PrintLast("");
+  out_.Print("]");
+  last_.clear();
 }
 
 }  // namespace console

@@ -1,9 +1,13 @@
 /* line_editor.cpp: reads lines from the operator's terminal. */
 #include "line_editor.h"
 
+#include <poll.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cwchar>
 
 #include "escape.h"
 #include "interrupt.h"
@@ -22,9 +26,9 @@ LineEditor *EditorOf(EditLine *editor) {
 
 }  // namespace
 
-LineEditor::LineEditor(std::string historyPath, Completer completer)
+LineEditor::LineEditor(std::string historyPath, Hooks hooks)
     : historyPath_(std::move(historyPath)),
-      completer_(std::move(completer)),
+      hooks_(std::move(hooks)),
       editor_(el_init("kestrel-console", stdin, stdout, stderr)),
       history_(history_init()) {
   HistEvent event;
@@ -37,6 +41,9 @@ LineEditor::LineEditor(std::string historyPath, Completer completer)
   el_set(editor_, EL_HIST, history, history_);
   el_set(editor_, EL_ADDFN, "complete", "complete the word", OnTab);
   el_set(editor_, EL_BIND, "^I", "complete", nullptr);
+  el_set(editor_, EL_ADDFN, "help", "what may follow", OnQuestion);
+  el_set(editor_, EL_BIND, "?", "help", nullptr);
+  el_set(editor_, EL_GETCFN, OnRead);
 }
 
 LineEditor::~LineEditor() {
@@ -81,13 +88,58 @@ unsigned char LineEditor::OnTab(EditLine *editor, int) {
   LineEditor *self = EditorOf(editor);
   const LineInfo *line = el_line(editor);
   const Completion completion =
-      self->completer_({line->buffer, static_cast<size_t>(line->cursor - line->buffer)});
+      self->hooks_.complete({line->buffer, static_cast<size_t>(line->cursor - line->buffer)});
   if (!completion.insert.empty()) {
     return el_insertstr(editor, completion.insert.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
   }
   if (completion.choices.empty()) return CC_ERROR;
   self->ShowChoices(completion.choices);
   return CC_REDISPLAY;
+}
+
+unsigned char LineEditor::OnQuestion(EditLine *editor, int) {
+  LineEditor *self = EditorOf(editor);
+  const LineInfo *line = el_line(editor);
+  const auto help =
+      self->hooks_.help({line->buffer, static_cast<size_t>(line->cursor - line->buffer)});
+  if (help.empty()) return el_insertstr(editor, "?") == 0 ? CC_REFRESH : CC_ERROR;
+  std::fputc('\n', stdout);
+  for (const std::string &text : help) PrintLine(stdout, text);
+  return CC_REDISPLAY;
+}
+
+// OnRead reads one character, in as many bytes as it has.  Ctrl-C ends the line.
+int LineEditor::OnRead(EditLine *editor, wchar_t *character) {
+  LineEditor *self = EditorOf(editor);
+  std::mbstate_t state{};
+  for (;;) {
+    self->WaitForKey();
+    char byte = 0;
+    const ssize_t len = WasInterrupted() ? -1 : read(STDIN_FILENO, &byte, 1);
+    if (len < 0 && errno == EINTR && !WasInterrupted()) continue;
+    if (len <= 0) return static_cast<int>(len);
+    const size_t used = std::mbrtowc(character, &byte, 1, &state);
+    if (used == static_cast<size_t>(-2)) continue;
+    if (used != static_cast<size_t>(-1)) return 1;
+    state = {};  // a byte that is no character is dropped
+  }
+}
+
+void LineEditor::WaitForKey() {
+  constexpr int kAttendMs = 1000;
+  for (;;) {
+    pollfd waiting[] = {{STDIN_FILENO, POLLIN, 0}, {hooks_.descriptor(), POLLRDHUP, 0}};
+    poll(waiting, std::size(waiting), kAttendMs);
+    if (WasInterrupted() || waiting[0].revents != 0) return;
+    Attend();
+  }
+}
+
+void LineEditor::Attend() {
+  const std::string notice = hooks_.attend();
+  if (notice.empty()) return;
+  PrintLine(stdout, "\r\x1b[K" + Escaped(notice));
+  el_set(editor_, EL_REFRESH);
 }
 
 void LineEditor::ShowChoices(const std::vector<std::string> &choices) const {

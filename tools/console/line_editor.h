@@ -7,6 +7,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "completion.h"
 
@@ -14,10 +15,17 @@ namespace console {
 
 class LineEditor {
  public:
-  using Completer = std::function<Completion(std::string_view)>;
+  // Hooks are what the editor asks while the operator types.
+  struct Hooks {
+    std::function<Completion(std::string_view)> complete;            // for Tab
+    std::function<std::vector<std::string>(std::string_view)> help;  // for "?"; none: a character
+    std::function<std::string()> attend;  // called every second, and when the descriptor hangs up;
+                                          // returns a line to be shown, or ""
+    std::function<int()> descriptor;      // -1: none
+  };
 
   // `historyPath` is empty for no history beyond this run.
-  LineEditor(std::string historyPath, Completer completer);
+  LineEditor(std::string historyPath, Hooks hooks);
   ~LineEditor();
   LineEditor(const LineEditor &) = delete;
   LineEditor &operator=(const LineEditor &) = delete;
@@ -30,13 +38,18 @@ class LineEditor {
  private:
   static char *OnPrompt(EditLine *editor);
   static unsigned char OnTab(EditLine *editor, int key);
+  static unsigned char OnQuestion(EditLine *editor, int key);
+  static int OnRead(EditLine *editor, wchar_t *character);
+
+  void WaitForKey();
+  void Attend();
 
   void Remember(const std::string &line);
   void Save();
   void ShowChoices(const std::vector<std::string> &choices) const;
 
   std::string historyPath_;
-  Completer completer_;
+  Hooks hooks_;
   std::string prompt_;
   EditLine *editor_;
   History *history_;

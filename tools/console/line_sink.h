@@ -2,10 +2,12 @@
 #ifndef KESTREL_TOOLS_CONSOLE_LINE_SINK_H
 #define KESTREL_TOOLS_CONSOLE_LINE_SINK_H
 
-#include <cstdio>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "printer.h"
+#include "style.h"
 
 namespace console {
 
@@ -24,11 +26,12 @@ class LineSink {
 // PlainLines prints each line, escaped.
 class PlainLines : public LineSink {
  public:
-  explicit PlainLines(FILE *out) : out_(out) {}
+  explicit PlainLines(Printer &out, Palette palette = Palette()) : out_(out), palette_(palette) {}
   bool Line(std::string_view line) override;
 
  private:
-  FILE *out_;
+  Printer &out_;
+  Palette palette_;
 };
 
 // KeptLines remembers the lines.
@@ -43,9 +46,6 @@ class KeptLines : public LineSink {
  private:
   std::vector<std::string> lines_;
 };
-
-// PrintLine writes one line; false when the output cannot be written.
-bool PrintLine(FILE *out, std::string_view text);
 
 }  // namespace console
 

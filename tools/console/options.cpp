@@ -3,7 +3,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include <unistd.h>
+
 #include "client.h"
+#include "terminal.h"
 
 namespace console {
 
@@ -15,7 +18,10 @@ constexpr char kAbout[] =
     "Commands are the host's own display commands, and\n"
     "  commands                    list the host's commands\n"
     "  objects                     list the host's display objects\n"
-    "  watch <seconds> <command>   repeat a command and mark what changed";
+    "  watch <seconds> <command>   repeat a command and mark what changed\n"
+    "  help [<command>]            this text, or what a command shows\n"
+    "A command of the host may be abbreviated, and followed by\n"
+    "  | include TEXT   | sort COLUMN   | columns A,B   | count";
 
 constexpr char kExitCodes[] =
     "Exit codes: 0 success, 1 the command failed, 2 wrong usage, 3 cannot connect,\n"
@@ -26,6 +32,7 @@ constexpr char kExitCodes[] =
 struct Flags {
   bool json = false;
   bool table = false;
+  bool lines = false;
   bool noPager = false;
   bool noHistory = false;
 };
@@ -34,12 +41,15 @@ void Describe(CLI::App &app, Options &options, Flags &flags) {
   app.add_option("-s,--socket", options.socket, "path of the host's socket")
       ->envname("KESTREL_SOCKET")
       ->type_name("PATH")
-      ->take_last()
-      ->required();
+      ->take_last();
   app.add_option("-o,--object", options.object, "display object that the commands are for")
       ->type_name("NAME");
   auto *json = app.add_flag("--json", flags.json, "print one JSON array");
-  app.add_flag("--table", flags.table, "print aligned columns")->excludes(json);
+  auto *table =
+      app.add_flag("--table", flags.table, "print aligned columns (default on a terminal)");
+  app.add_flag("--lines", flags.lines, "print lines as the host does (default without a terminal)")
+      ->excludes(json, table);
+  table->excludes(json);
   app.add_option("--width", options.width, "width of tables (default: that of the terminal)")
       ->type_name("N")
       ->check(CLI::Range(1, 100000));
@@ -50,7 +60,25 @@ void Describe(CLI::App &app, Options &options, Flags &flags) {
       ->check(CLI::Range(0, 1000000));
   app.add_flag("--no-pager", flags.noPager, "do not pause after each screen");
   app.add_flag("--no-history", flags.noHistory, "keep no history of commands");
+  app.set_version_flag("--version", "kestrel-console " COAP_RPC_VERSION);
   app.add_option("command", options.command, "command and its parameters");
+}
+
+Format FormatOf(const Flags &flags) {
+  if (flags.json) return Format::kJson;
+  if (flags.lines) return Format::kLines;
+  return flags.table || IsTerminal(STDOUT_FILENO) ? Format::kTable : Format::kLines;
+}
+
+bool IsHelp(const std::vector<std::string> &command) {
+  return command == std::vector<std::string>{"help"};
+}
+
+// Parse throws what the parser throws.
+void Parse(CLI::App &app, int argc, char **argv, const Options &options) {
+  app.parse(argc, argv);
+  if (IsHelp(options.command)) throw CLI::CallForHelp();
+  if (options.socket.empty()) throw CLI::RequiredError("--socket");
 }
 
 }  // namespace
@@ -62,13 +90,12 @@ std::optional<Options> ParseOptions(int argc, char **argv, int &exitCode) {
   app.footer(kExitCodes);
   Describe(app, options, flags);
   try {
-    app.parse(argc, argv);
+    Parse(app, argc, argv, options);
   } catch (const CLI::ParseError &error) {
     exitCode = app.exit(error) == 0 ? 0 : static_cast<int>(Outcome::kUsage);
     return std::nullopt;
   }
-  if (flags.json) options.format = Format::kJson;
-  if (flags.table) options.format = Format::kTable;
+  options.format = FormatOf(flags);
   options.usePager = !flags.noPager;
   options.useHistory = !flags.noHistory;
   return options;

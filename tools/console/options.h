@@ -14,10 +14,10 @@ enum class Format { kLines, kJson, kTable };
 struct Options {
   std::string socket;
   std::string object;
-  Format format = Format::kLines;
-  size_t width = 0;        // of tables; 0: that of the terminal
-  uint32_t count = 0;      // rounds of watch; 0: no limit
-  uint32_t timeoutS = 10;  // the host may be silent for; 0: for ever
+  Format format = Format::kLines;  // as tables on a terminal, unless asked otherwise
+  size_t width = 0;                // of tables; 0: that of the terminal
+  uint32_t count = 0;              // rounds of watch; 0: no limit
+  uint32_t timeoutS = 10;          // the host may be silent for; 0: for ever
   bool usePager = true;
   bool useHistory = true;
   std::vector<std::string> command;  // empty: interactive

@@ -10,7 +10,7 @@ namespace console {
 
 namespace {
 
-constexpr char kPrompt[] = "-- more: blank screen, enter line, q stop --";
+constexpr char kPrompt[] = "space: next screen, enter: next line, q: quit";
 constexpr char kCtrlC = 3;
 constexpr char kCtrlD = 4;
 
@@ -22,8 +22,8 @@ size_t RowsOf(std::string_view text, size_t columns) {
   return std::max<size_t>(1, (NumColumns(text) + columns - 1) / columns);
 }
 
-bool PagedLines::Line(std::string_view line) {
-  const std::string text = Escaped(line);
+bool Pager::Print(std::string_view text) {
+  if (isStopped_) return false;
   const ScreenSize screen = GetScreenSize();
   const size_t rows = RowsOf(text, screen.columns);
   const size_t usableRows = screen.rows - 1;  // the last one is for the prompt
@@ -33,14 +33,15 @@ bool PagedLines::Line(std::string_view line) {
 }
 
 // Pause makes room for a line of `rows` rows; false when the operator has seen enough.
-bool PagedLines::Pause(size_t rows) {
+bool Pager::Pause(size_t rows) {
   std::fputs(kPrompt, out_);
   std::fflush(out_);
   const char key = ReadKey();
   std::fputs("\r\x1b[K", out_);
   const bool isLine = key == '\n' || key == '\r';
   usedRows_ = isLine ? usedRows_ - std::min(usedRows_, rows) : 0;
-  return !IsQuit(key);
+  isStopped_ = IsQuit(key);
+  return !isStopped_;
 }
 
 }  // namespace console

@@ -2,22 +2,23 @@
 #ifndef KESTREL_TOOLS_CONSOLE_PAGER_H
 #define KESTREL_TOOLS_CONSOLE_PAGER_H
 
-#include "line_sink.h"
+#include "printer.h"
 
 namespace console {
 
-// PagedLines prints to a terminal and asks after each screen: blank for the next screen, enter for
-// the next line, q to stop.
-class PagedLines : public LineSink {
+// Pager prints to a terminal and asks after each screen: space for the next screen, enter for the
+// next line, q to stop.
+class Pager : public Printer {
  public:
-  explicit PagedLines(FILE *out) : out_(out) {}
-  bool Line(std::string_view line) override;
+  explicit Pager(FILE *out) : out_(out) {}
+  bool Print(std::string_view text) override;
 
  private:
   bool Pause(size_t rows);
 
   FILE *out_;
   size_t usedRows_ = 0;  // of the screen, since the last pause
+  bool isStopped_ = false;
 };
 
 // RowsOf is how many rows a line of escaped text takes on a screen.

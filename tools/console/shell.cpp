@@ -6,77 +6,84 @@
 #include <iostream>
 
 #include "completion.h"
+#include "help.h"
 #include "history_file.h"
 #include "interrupt.h"
 #include "line_editor.h"
+#include "own_commands.h"
 #include "session.h"
 #include "terminal.h"
+#include "words.h"
 
 namespace console {
 
 namespace {
 
-constexpr char kHelp[] =
-    "  <command>                   run a command of the host; Tab completes it\n"
-    "  commands                    list the host's commands\n"
-    "  objects                     list the host's display objects\n"
-    "  object [<name>]             commands are for this object; without name: for any\n"
-    "  watch <seconds> <command>   repeat a command and mark what changed; Ctrl-C ends it\n"
-    "  format lines|json|table     how tables are printed\n"
-    "  help                        this text\n"
-    "  quit                        leave\n";
-
-std::string_view Trimmed(std::string_view text) {
-  const size_t begin = text.find_first_not_of(" \t\r");
-  if (begin == text.npos) return "";
-  return text.substr(begin, text.find_last_not_of(" \t\r") - begin + 1);
-}
-
 // Shell holds what the commands of the prompt work on.
 class Shell {
  public:
-  Shell(Client &client, const Options &options)
-      : client_(client), session_(client, options), object_(options.object) {
-    catalog_.ownCommands = {
-        {"commands"},        {"objects"},        {"object"},          {"watch"}, {"help"},
-        {"format", "lines"}, {"format", "json"}, {"format", "table"}, {"quit"}};
+  Shell(Client &client, const Options &options) : client_(client), session_(client, options) {
+    catalog_.ownCommands = OwnPhrases();
     session_.OnRow([this](const Row &row) { catalog_.Remember(row); });
   }
 
   Outcome Execute(std::string_view line);
   Completion OnTab(std::string_view line);
-  std::string Prompt() const { return object_.empty() ? "kestrel> " : "kestrel " + object_ + "> "; }
+  std::vector<std::string> OnQuestion(std::string_view line);
+  std::string Prompt() const {
+    return client_.Object().empty() ? "kestrel> " : "kestrel " + client_.Object() + "> ";
+  }
+
+  // Attend looks after the connection while nothing runs.  Returns what became of it, or "".
+  std::string Attend();
+
+  // Connect makes sure that there is a host to talk to.
+  bool Connect();
+
+  int Descriptor() const { return client_.Descriptor(); }
 
  private:
   Outcome SetFormat(std::string_view name);
-  Outcome SetObject(std::string_view name);
 
   Client &client_;
   Session session_;
-  std::string object_;
   Catalog catalog_;
 };
 
-Outcome Shell::Execute(std::string_view line) {
-  const size_t blank = std::min(line.find(' '), line.size());
-  const std::string_view word = line.substr(0, blank);
-  const std::string_view rest = Trimmed(line.substr(blank));
-  if (word == "object") return SetObject(rest);
+constexpr char kAgain[] = "connected again";
+
+Outcome Shell::Execute(std::string_view typed) {
+  const std::string line = session_.InFull(std::string(typed));
+  const std::string_view word = FirstWord(line);
+  const std::string_view rest = Trimmed(SkipWords(line, 1));
+  if (IsQuestion(line)) return session_.Execute(line);
+  if (word == "object") return client_.SetObject(std::string(rest));
   if (word == "format") return SetFormat(rest);
-  if (line != "help") return session_.Execute(std::string(line));
-  std::fputs(kHelp, stdout);
-  return Outcome::kOk;
+  return session_.Execute(line);
 }
 
-Outcome Shell::SetObject(std::string_view name) {
-  object_ = name;
-  return client_.SetObject(object_);
+std::string Shell::Attend() {
+  if (client_.NoticeLoss()) return "kestrel-console: the host closed the connection";
+  std::string reason;
+  return client_.IsConnected() || !client_.Reconnect(reason) ? "" : kAgain;
+}
+
+bool Shell::Connect() {
+  std::string reason;
+  if (client_.IsConnected()) return true;
+  const bool isBack = client_.Reconnect(reason);
+  isBack ? (void)std::puts(kAgain) : Complain("cannot connect: " + reason);
+  return isBack;
 }
 
 Outcome Shell::SetFormat(std::string_view name) {
-  if (name == "lines") return session_.SetFormat(Format::kLines), Outcome::kOk;
-  if (name == "json") return session_.SetFormat(Format::kJson), Outcome::kOk;
-  if (name == "table") return session_.SetFormat(Format::kTable), Outcome::kOk;
+  constexpr std::pair<std::string_view, Format> kFormats[] = {
+      {"lines", Format::kLines}, {"json", Format::kJson}, {"table", Format::kTable}};
+  for (const auto &[full, format] : kFormats) {
+    if (name.empty() || !full.starts_with(name)) continue;
+    session_.SetFormat(format);
+    return Outcome::kOk;
+  }
   Complain("format is lines, json or table");
   return Outcome::kUsage;
 }
@@ -85,25 +92,39 @@ Outcome Shell::SetFormat(std::string_view name) {
 Completion Shell::OnTab(std::string_view line) {
   catalog_.commands.clear();
   catalog_.objects.clear();
+  if (!client_.IsConnected()) return {};
   client_.Commands(catalog_.commands);
   client_.Objects(catalog_.objects);
   return Complete(catalog_, line);
 }
 
-bool IsQuit(std::string_view line) { return line == "quit" || line == "exit"; }
+// Help is for the words of commands: in a parameter a question mark is a character.
+std::vector<std::string> Shell::OnQuestion(std::string_view line) {
+  std::vector<HostCommand> commands;
+  if (!client_.IsConnected() || client_.CommandsWithHelp(commands) != Outcome::kOk) return {};
+  return HelpOn(line, commands);
+}
 
+bool IsQuit(std::string_view line) { return line == "quit" || line == "exit" || line == "q"; }
+
+LineEditor::Hooks HooksOf(Shell &shell) {
+  return {[&](std::string_view line) { return shell.OnTab(line); },
+          [&](std::string_view line) { return shell.OnQuestion(line); },
+          [&] { return shell.Attend(); }, [&] { return shell.Descriptor(); }};
+}
+
+// A host that goes ends no session: the operator stays, and is told when it is back.
 Outcome RunOnTerminal(Shell &shell, const Options &options) {
   CatchInterrupts();
-  LineEditor editor(options.useHistory ? HistoryPath() : "",
-                    [&](std::string_view line) { return shell.OnTab(line); });
-  std::puts("Type help for help, quit to leave.");
+  LineEditor editor(options.useHistory ? HistoryPath() : "", HooksOf(shell));
+  std::puts("Type help or ? for help, quit to leave.");
   for (;;) {
     editor.SetPrompt(shell.Prompt());
     const auto typed = editor.ReadLine();
     if (!typed || IsQuit(Trimmed(*typed))) return Outcome::kOk;
     if (Trimmed(*typed).empty()) continue;
     ClearInterrupt();
-    if (shell.Execute(Trimmed(*typed)) == Outcome::kLost) return Outcome::kLost;
+    if (shell.Connect()) shell.Execute(Trimmed(*typed));
     std::fflush(stdout);
   }
 }

@@ -7,8 +7,9 @@
 
 namespace console {
 
-// RunShell reads commands until the end of the input, "quit", or the loss of the connection.
-// Without a terminal it neither prompts nor pages.  Returns the last failure, or kOk.
+// RunShell reads commands until the end of the input or "quit".  On a terminal it waits for a host
+// that went, and returns kOk.  Without one it neither prompts nor pages, ends when the connection
+// is lost, and returns the last failure, or kOk.
 Outcome RunShell(Client &client, const Options &options);
 
 }  // namespace console

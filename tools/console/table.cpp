@@ -49,22 +49,6 @@ std::vector<size_t> NextColumns(const std::vector<size_t> &widths, size_t width,
   return columns;
 }
 
-void AddCell(std::string &line, const std::string &text, size_t width) {
-  const std::string cell = Cut(text, width);
-  line += cell + std::string(width - NumColumns(cell) + kGap, ' ');
-}
-
-std::string CellOf(const std::vector<std::string> &cells, size_t column) {
-  return column < cells.size() ? cells[column] : "";
-}
-
-// HasAny: a row has a value in one of the columns after the first, or there is no other column.
-bool HasAny(const std::vector<std::string> &cells, const std::vector<size_t> &columns) {
-  return columns.size() == 1 || std::any_of(columns.begin() + 1, columns.end(), [&](size_t column) {
-           return !CellOf(cells, column).empty();
-         });
-}
-
 std::string WithoutTrailingBlanks(std::string line) {
   line.erase(line.find_last_not_of(' ') + 1);
   return line;
@@ -72,14 +56,36 @@ std::string WithoutTrailingBlanks(std::string line) {
 
 }  // namespace
 
-void Table::Add(const Row &row) {
-  Cells cells;
+void Table::Add(const Row &row, char mark, const Parts &changed) {
+  Line line{mark, {}};
   for (const Field &field : row) {
     const size_t column = ColumnOf(field.name);
-    if (column >= cells.size()) cells.resize(column + 1);
-    cells[column] = Escaped(field.value);
+    if (column >= line.cells.size()) line.cells.resize(column + 1);
+    line.cells[column] = {Escaped(field.value), PaintOf(field, changed)};
   }
-  rows_.push_back(std::move(cells));
+  rows_.push_back(std::move(line));
+}
+
+const Table::Cell &Table::CellOf(const Cells &cells, size_t column) {
+  static const Cell empty;
+  return column < cells.size() ? cells[column] : empty;
+}
+
+// HasAny: a row has a value in one of the columns after the first, or there is no other column.
+bool Table::HasAny(const Cells &cells, const std::vector<size_t> &columns) {
+  return columns.size() == 1 || std::any_of(columns.begin() + 1, columns.end(), [&](size_t column) {
+           return !CellOf(cells, column).text.empty();
+         });
+}
+
+void Table::AddCell(std::string &line, const Cell &cell, size_t width) const {
+  const std::string text = Cut(cell.text, width);
+  line += palette_.Painted(text, cell.paint) + std::string(width - NumColumns(text) + kGap, ' ');
+}
+
+void Table::AddLine(char mark, std::string line, std::vector<std::string> &lines) const {
+  if (hasMarks_) line = std::string{mark, ' '} + line;
+  lines.push_back(WithoutTrailingBlanks(std::move(line)));
 }
 
 void Table::Clear() {
@@ -97,8 +103,10 @@ size_t Table::ColumnOf(const std::string &name) {
 std::vector<size_t> Table::Widths(size_t width) const {
   std::vector<size_t> widths;
   for (const std::string &name : names_) widths.push_back(NumColumns(name));
-  for (const Cells &cells : rows_) {
-    for (size_t i = 0; i < cells.size(); ++i) widths[i] = std::max(widths[i], NumColumns(cells[i]));
+  for (const Line &line : rows_) {
+    for (size_t i = 0; i < line.cells.size(); ++i) {
+      widths[i] = std::max(widths[i], NumColumns(line.cells[i].text));
+    }
   }
   if (width == 0) return widths;
   std::vector<size_t> narrow = widths;
@@ -111,6 +119,7 @@ std::vector<size_t> Table::Widths(size_t width) const {
 std::vector<std::string> Table::Render(size_t width) const {
   std::vector<std::string> lines;
   if (IsEmpty()) return lines;
+  if (hasMarks_ && width != 0) width -= std::min<size_t>(width - 1, 2);
   std::vector<size_t> widths = Widths(width);
   size_t next = 0;
   do {
@@ -123,13 +132,13 @@ std::vector<std::string> Table::Render(size_t width) const {
 void Table::RenderColumns(const std::vector<size_t> &columns, const std::vector<size_t> &widths,
                           std::vector<std::string> &lines) const {
   std::string head;
-  for (const size_t column : columns) AddCell(head, names_[column], widths[column]);
-  lines.push_back(WithoutTrailingBlanks(head));
-  for (const Cells &cells : rows_) {
-    if (!HasAny(cells, columns)) continue;
+  for (const size_t column : columns) AddCell(head, {names_[column], Paint::kNone}, widths[column]);
+  AddLine(' ', std::move(head), lines);
+  for (const Line &row : rows_) {
+    if (!HasAny(row.cells, columns)) continue;
     std::string line;
-    for (const size_t column : columns) AddCell(line, CellOf(cells, column), widths[column]);
-    lines.push_back(WithoutTrailingBlanks(line));
+    for (const size_t column : columns) AddCell(line, CellOf(row.cells, column), widths[column]);
+    AddLine(row.mark, std::move(line), lines);
   }
 }
 
@@ -138,12 +147,12 @@ bool TableLines::Line(std::string_view line) {
     table_.Add(*row);
     return true;
   }
-  return PrintTable() && PrintLine(out_, Escaped(line));
+  return PrintTable() && out_.Print(Escaped(line));
 }
 
 bool TableLines::PrintTable() {
   for (const std::string &line : table_.Render(width_)) {
-    if (!PrintLine(out_, line)) return false;
+    if (!out_.Print(line)) return false;
   }
   table_.Clear();
   return true;

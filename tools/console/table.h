@@ -4,13 +4,19 @@
 
 #include "line_sink.h"
 #include "row.h"
+#include "style.h"
 
 namespace console {
 
 // Table collects rows; its columns are the names of their fields, in the order of appearance.
 class Table {
  public:
-  void Add(const Row &row);
+  // Values are painted by `palette`; with marks, each line begins with that of its row.
+  explicit Table(Palette palette = Palette(), bool hasMarks = false)
+      : palette_(palette), hasMarks_(hasMarks) {}
+
+  // Add takes a row of which the parts `changed` changed.
+  void Add(const Row &row, char mark = ' ', const Parts &changed = {});
   bool IsEmpty() const { return rows_.empty(); }
   void Clear();
 
@@ -22,29 +28,47 @@ class Table {
   std::vector<std::string> Render(size_t width) const;
 
  private:
-  using Cells = std::vector<std::string>;
+  struct Cell {
+    std::string text;
+    Paint paint = Paint::kNone;
+  };
+  using Cells = std::vector<Cell>;
+
+  // Line is a row; it may have fewer cells than there are names.
+  struct Line {
+    char mark = ' ';
+    Cells cells;
+  };
 
   size_t ColumnOf(const std::string &name);
+  void AddCell(std::string &line, const Cell &cell, size_t width) const;
+  void AddLine(char mark, std::string line, std::vector<std::string> &lines) const;
+  static const Cell &CellOf(const Cells &cells, size_t column);
+  static bool HasAny(const Cells &cells, const std::vector<size_t> &columns);
   std::vector<size_t> Widths(size_t width) const;
   void RenderColumns(const std::vector<size_t> &columns, const std::vector<size_t> &widths,
                      std::vector<std::string> &lines) const;
 
-  Cells names_;
-  std::vector<Cells> rows_;  // a row may have fewer cells than there are names
+  Palette palette_;
+  bool hasMarks_;
+  std::vector<std::string> names_;
+  std::vector<Line> rows_;
 };
 
 // TableLines prints the rows of a command as tables; other lines stand between them as they are.
 class TableLines : public LineSink {
  public:
-  TableLines(FILE *out, size_t width) : out_(out), width_(width) {}
+  TableLines(Printer &out, size_t width, Palette palette = Palette())
+      : out_(out), width_(width), palette_(palette), table_(palette) {}
   bool Line(std::string_view line) override;
   void End() override { PrintTable(); }
 
  private:
   bool PrintTable();
 
-  FILE *out_;
+  Printer &out_;
   size_t width_;
+  Palette palette_;
   Table table_;
 };
 

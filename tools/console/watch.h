@@ -6,8 +6,9 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
+
+#include "style.h"
 
 namespace console {
 
@@ -27,7 +28,7 @@ std::optional<WatchRequest> ParseWatch(std::string_view line, std::string &reaso
 struct MarkedLine {
   char mark = ' ';  // '+' new, '*' changed, '-' gone, ' ' as before
   std::string text;
-  std::vector<std::pair<size_t, size_t>> changed;  // begin and end of what changed, in order
+  Parts changed;  // what changed
 };
 
 // MarkChanges compares two rounds.  A row is identified by its first field, whatever its number

@@ -17,6 +17,8 @@ namespace {
 
 constexpr char kClearScreen[] = "\x1b[H\x1b[2J";
 
+using Texts = std::vector<std::string>;
+
 std::string TimeText() {
   const time_t now = time(nullptr);
   tm local{};
@@ -26,40 +28,25 @@ std::string TimeText() {
   return text;
 }
 
-// Highlighted shows the changed parts in reverse.
-std::string Highlighted(const MarkedLine &line) {
-  const std::string_view text = line.text;
-  std::string shown;
-  size_t at = 0;
-  for (const auto &[begin, end] : line.changed) {
-    shown += Escaped(text.substr(at, begin - at)) + "\x1b[7m";
-    shown += Escaped(text.substr(begin, end - begin)) + "\x1b[0m";
-    at = end;
-  }
-  return shown + Escaped(text.substr(at));
-}
-
-void PrintRound(const std::string &head, const std::vector<MarkedLine> &lines) {
+void PrintRound(const std::string &head, const Texts &lines) {
   PrintLine(stdout, "--- " + head);
-  for (const MarkedLine &line : lines) {
-    PrintLine(stdout, std::string{line.mark, ' '} + Escaped(line.text));
-  }
+  for (const std::string &line : lines) PrintLine(stdout, line);
 }
 
 // ShowRound prints what the screen has room for.
-void ShowRound(const std::string &head, const std::vector<MarkedLine> &lines) {
+void ShowRound(const std::string &head, const Texts &lines) {
   const ScreenSize screen = GetScreenSize();
   size_t freeRows = screen.rows - 2;  // the last one is for what does not fit
   std::fputs(kClearScreen, stdout);
   PrintLine(stdout, Cut(head, screen.columns));
   for (size_t i = 0; i < lines.size(); ++i) {
-    const size_t rows = RowsOf("  " + Escaped(lines[i].text), screen.columns);
+    const size_t rows = RowsOf(lines[i], screen.columns);
     if (rows > freeRows) {
       std::printf("... %zu more lines", lines.size() - i);
       return;
     }
     freeRows -= rows;
-    PrintLine(stdout, std::string{lines[i].mark, ' '} + Highlighted(lines[i]));
+    PrintLine(stdout, lines[i]);
   }
 }
 
@@ -69,27 +56,70 @@ bool Sleep(uint32_t ms) {
   return !WasInterrupted();
 }
 
-Outcome WatchRounds(Client &client, const WatchRequest &request, uint32_t count) {
-  const bool isScreen = IsTerminal(STDOUT_FILENO);
-  std::vector<std::string> before;
-  for (uint32_t round = 1;; ++round) {
-    KeptLines kept;
-    const Outcome outcome = client.Run(request.command, kept);
-    if (outcome != Outcome::kOk || client.WasStopped()) return outcome;
-    std::vector<std::string> now = kept.Take();
-    const auto lines = round == 1 ? Unmarked(now) : MarkChanges(before, now);
-    (isScreen ? ShowRound : PrintRound)(TimeText() + " " + Escaped(request.command), lines);
-    if (std::fflush(stdout) != 0) return Outcome::kNoOutput;
-    if (round == count || !Sleep(request.periodMs)) return Outcome::kOk;
-    before = std::move(now);
+// Watch holds what is compared from round to round.
+class Watch {
+ public:
+  Watch(Client &client, const WatchTask &task) : client_(client), task_(task) {}
+
+  Outcome Run() {
+    uint32_t numShown = 0;
+    for (;;) {
+      const Outcome outcome = Round();
+      if (outcome == Outcome::kLost && isScreen_) {
+        if (!WaitForHost()) return Outcome::kOk;
+        continue;
+      }
+      if (outcome != Outcome::kOk || client_.WasStopped()) return outcome;
+      if (++numShown == task_.count || !Sleep(task_.periodMs)) return Outcome::kOk;
+    }
   }
-}
+
+ private:
+  Outcome Round() {
+    KeptLines kept;
+    Filters filters(task_.command.filters, kept);
+    const Outcome outcome = client_.Run(task_.command.command, filters.First());
+    if (outcome != Outcome::kOk || client_.WasStopped()) return outcome;
+    if (!filters.Problem().empty()) return Complain(filters.Problem()), Outcome::kFailed;
+    Texts now = kept.Take();
+    Show(isFirst_ ? Unmarked(now) : MarkChanges(before_, now));
+    isFirst_ = false;
+    before_ = std::move(now);
+    return std::fflush(stdout) == 0 ? Outcome::kOk : Outcome::kNoOutput;
+  }
+
+  bool WaitForHost() {
+    constexpr uint32_t kRetryMs = 500;
+    std::string reason;
+    do {
+      if (!Sleep(kRetryMs)) return false;
+    } while (!client_.Reconnect(reason));
+    PrintLine(stdout, "connected again");
+    return true;
+  }
+
+  void Show(const std::vector<MarkedLine> &lines) {
+    const RoundHead head{TimeText(), task_.command.command};
+    if (task_.style.format == Format::kJson) {
+      PrintLine(stdout, RoundAsJson(head, lines));
+      return;
+    }
+    (isScreen_ ? ShowRound : PrintRound)(head.time + " " + Escaped(head.command),
+                                         RenderRound(lines, task_.style));
+  }
+
+  Client &client_;
+  const WatchTask &task_;
+  const bool isScreen_ = IsTerminal(STDOUT_FILENO);
+  bool isFirst_ = true;
+  Texts before_;
+};
 
 }  // namespace
 
-Outcome WatchCommand(Client &client, const WatchRequest &request, uint32_t count) {
+Outcome WatchCommand(Client &client, const WatchTask &task) {
   CatchInterrupts();
-  const Outcome outcome = WatchRounds(client, request, count);
+  const Outcome outcome = Watch(client, task).Run();
   if (IsTerminal(STDOUT_FILENO)) std::fputc('\n', stdout);
   ClearInterrupt();
   return outcome;

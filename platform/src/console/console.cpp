@@ -109,6 +109,7 @@ void Console::Answer(const ConsoleRequest &request) {
   if (request.word == "run") return StartRun(request.rest);
   if (request.word == "objects") return ListObjects();
   if (request.word == "commands") return ListCommands();
+  if (request.word == "help") return ListHelp();
   if (request.word != "object") return Refuse("unknown request");
   object_ = request.rest;
   output_.End(KESTREL_OK);
@@ -155,11 +156,23 @@ void Console::ListObjects() {
 
 void Console::ListCommands() {
   const auto visit = [](void *self, const KestrelDispCommand *command) {
-    static_cast<Console *>(self)->output_.Command(command->object, command->command,
-                                                  command->params, command->paramCount);
+    std::vector<std::string_view> texts{command->object, command->command};
+    texts.insert(texts.end(), command->params, command->params + command->paramCount);
+    static_cast<Console *>(self)->output_.Fields(KESTREL_CONSOLE_COMMAND, texts);
     return uint32_t{0};
   };
   ListDispCommands(disp_.Registry(), nullptr, "", visit, this);
+  output_.End(KESTREL_OK);
+}
+
+void Console::ListHelp() {
+  for (const auto &[name, object] : disp_.Registry().All()) {
+    for (const auto &[text, command] : object.commands) {
+      std::vector<std::string_view> texts{name, text, command.about};
+      texts.insert(texts.end(), command.paramsAbout.begin(), command.paramsAbout.end());
+      output_.Fields(KESTREL_CONSOLE_HELP, texts);
+    }
+  }
   output_.End(KESTREL_OK);
 }
 

@@ -55,6 +55,7 @@ class Console {
   void EndRun(uint32_t result);
   void ListObjects();
   void ListCommands();
+  void ListHelp();
 
   DispService &disp_;
   OwnedFd socket_;

@@ -51,11 +51,10 @@ void ConsoleOutput::AddPieces(char lastTag, std::string_view text) {
 
 void ConsoleOutput::Line(char tag, std::string_view text) { AddLine(bytes_, tag, Printable(text)); }
 
-void ConsoleOutput::Command(std::string_view object, std::string_view command,
-                            const char *const *params, uint32_t paramCount) {
-  std::string text = Printable(object) + '\t' + Printable(command);
-  for (uint32_t i = 0; i < paramCount; ++i) text += '\t' + Printable(params[i]);
-  if (text.size() <= kMaxText) AddLine(bytes_, KESTREL_CONSOLE_COMMAND, text);
+void ConsoleOutput::Fields(char tag, const std::vector<std::string_view> &texts) {
+  std::string joined;
+  for (size_t i = 0; i < texts.size(); ++i) joined += (i == 0 ? "" : "\t") + Printable(texts[i]);
+  if (joined.size() <= kMaxText) AddLine(bytes_, tag, joined);
 }
 
 void ConsoleOutput::End(uint32_t result) {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "kestrel_console.h"
 
@@ -23,9 +24,8 @@ class ConsoleOutput {
   // Line adds a reply of one line; control characters become "?".
   void Line(char tag, std::string_view text);
 
-  // Command adds the description of a command.
-  void Command(std::string_view object, std::string_view command, const char *const *params,
-               uint32_t paramCount);
+  // Fields adds a reply of texts with tabs between them, unless it is too long.
+  void Fields(char tag, const std::vector<std::string_view> &texts);
 
   // End adds the status line of an answer, and before it an error if output was dropped.
   void End(uint32_t result);

@@ -53,6 +53,20 @@ bool DispRegistry::AddCommand(std::string_view objName, DispCommand &&command) {
   return found->second.commands.try_emplace(std::move(text), std::move(command)).second;
 }
 
+bool DispRegistry::Describe(std::string_view objName, std::string_view command, std::string &&about,
+                            std::vector<std::string> &&paramsAbout) {
+  const auto object = objects_.find(objName);
+  if (object == objects_.end()) return false;
+  const auto found = object->second.commands.find(command);
+  if (found == object->second.commands.end()) return false;
+  DispCommand &described = found->second;
+  if (paramsAbout.size() > described.params.size()) return false;
+  paramsAbout.resize(described.params.size());
+  described.about = std::move(about);
+  described.paramsAbout = std::move(paramsAbout);
+  return true;
+}
+
 const DispObject *DispRegistry::FindObject(std::string_view name) const {
   const auto found = objects_.find(name);
   return found != objects_.end() ? &found->second : nullptr;

@@ -17,7 +17,9 @@ struct DispCommand {
   std::string handlerName;
   std::string text;  // words separated by one blank
   uint32_t flags = 0;
-  std::vector<std::string> params;  // their names
+  std::vector<std::string> params;       // their names
+  std::string about;                     // for the operator; empty: nothing is said
+  std::vector<std::string> paramsAbout;  // as many as there are parameters, or none
 
   // IsText tells a text parameter from a number.
   bool IsText(size_t param) const { return params[param].starts_with("pc"); }
@@ -45,6 +47,10 @@ class DispRegistry {
   bool AddObject(const char *name, void *record);
   bool RemoveObject(std::string_view name);
   bool AddCommand(std::string_view objName, DispCommand &&command);
+
+  // Describe sets what is said about a command; at most one text for each parameter.
+  bool Describe(std::string_view objName, std::string_view command, std::string &&about,
+                std::vector<std::string> &&paramsAbout);
 
   const Objects &All() const { return objects_; }
   const DispObject *FindObject(std::string_view name) const;

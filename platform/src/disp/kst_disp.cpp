@@ -18,10 +18,12 @@ const char *TextOrEmpty(const char *text) { return text ? text : ""; }
 
 DispService &ServiceOf(uint64_t disp) { return *FromHandle<DispService>(disp); }
 
-void TakeParams(DispCommand &command, uint32_t count, va_list names) {
+std::vector<std::string> TakeTexts(uint32_t count, va_list args) {
+  std::vector<std::string> texts;
   for (uint32_t i = 0; i < count; ++i) {
-    command.params.emplace_back(TextOrEmpty(va_arg(names, const char *)));
+    texts.emplace_back(TextOrEmpty(va_arg(args, const char *)));
   }
+  return texts;
 }
 
 }  // namespace
@@ -45,11 +47,26 @@ uint32_t KST_DispRegFunc_(uint64_t disp, const char *handlerName, KST_DISP_FUNC 
   va_list names;
   va_start(names, paramCount);
   const uint32_t ret = Guarded(1u, [&] {
-    DispCommand record{handler, TextOrEmpty(handlerName), command, flags, {}};
-    TakeParams(record, paramCount, names);
+    DispCommand record{handler, TextOrEmpty(handlerName), command, flags, {}, {}, {}};
+    record.params = TakeTexts(paramCount, names);
     return ServiceOf(disp).Registry().AddCommand(objName, std::move(record)) ? 0u : 1u;
   });
   va_end(names);
+  return ret;
+}
+
+uint32_t KST_DispDescribe(uint64_t disp, const char *objName, const char *command,
+                          const char *about, uint32_t paramCount, ...) {
+  if (disp == 0 || !objName || !command || paramCount > KST_DISP_MAX_PARAMS) return 1;
+  va_list texts;
+  va_start(texts, paramCount);
+  const uint32_t ret = Guarded(1u, [&] {
+    return ServiceOf(disp).Registry().Describe(objName, command, TextOrEmpty(about),
+                                               TakeTexts(paramCount, texts))
+               ? 0u
+               : 1u;
+  });
+  va_end(texts);
   return ret;
 }
 

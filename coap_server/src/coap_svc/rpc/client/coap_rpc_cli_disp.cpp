@@ -15,10 +15,15 @@ using namespace coap_rpc;
 
 namespace {
 
+constexpr char kStartIndexAbout[] = "rows before this number are skipped; 0 shows all";
+
 constexpr DispCommand kCommands[] = {
-    {"COAP_RpcDispCliVtbl_", COAP_RpcDispCliVtbl_, "disp client uriVtbl", nullptr},
-    {"COAP_RpcDispCliRequest_", COAP_RpcDispCliRequest_, "disp client request", "uniStartIndex"},
-    {"COAP_RpcDispCliSession_", COAP_RpcDispCliSession_, "disp client session", "uniStartIndex"},
+    {"COAP_RpcDispCliVtbl_", COAP_RpcDispCliVtbl_, "disp client uriVtbl", nullptr,
+     "the client's registered URIs"},
+    {"COAP_RpcDispCliRequest_", COAP_RpcDispCliRequest_, "disp client request", "uniStartIndex",
+     "observe relations, and requests that could not be sent", kStartIndexAbout},
+    {"COAP_RpcDispCliSession_", COAP_RpcDispCliSession_, "disp client session", "uniStartIndex",
+     "sessions, one for each source, destination and port", kStartIndexAbout},
 };
 
 struct ClientDump {

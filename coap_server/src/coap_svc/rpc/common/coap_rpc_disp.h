@@ -10,6 +10,9 @@
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "kst_disp.h"
 
+// Null in a host without help for operators.
+#pragma weak KST_DispDescribe
+
 namespace coap_rpc {
 
 inline constexpr uint32_t kOperatorCommand = 128;
@@ -19,8 +22,17 @@ struct DispCommand {
   const char *handlerName;
   KST_DISP_FUNC handler;
   const char *command;
-  const char *param;  // name of the only parameter; null: the command has none
+  const char *param;                 // name of the only parameter; null: the command has none
+  const char *about;                 // what an operator's help says about the command
+  const char *paramAbout = nullptr;  // and about its parameter
 };
+
+// DescribeCommand passes the help texts to a host that has a place for them.
+inline void DescribeCommand(const CoapRpcCtx *ctx, const DispCommand &row) {
+  if (!KST_DispDescribe) return;
+  KST_DispDescribe(ctx->param.dispHandle, ctx->nameStr, row.command, row.about, row.param ? 1 : 0,
+                   row.paramAbout);
+}
 
 // RegisterCommand adds a command to the instance's display object.  A host that refuses it leaves
 // the operator without that command, nothing else.
@@ -33,6 +45,7 @@ inline void RegisterCommand(const CoapRpcCtx *ctx, const DispCommand &row) {
     KST_DispRegFunc_(disp, row.handlerName, row.handler, row.command, kOperatorCommand,
                      ctx->nameStr, 0);
   }
+  DescribeCommand(ctx, row);
 }
 
 // DumpNextRecord runs one invocation of a table dump: the next record's line, or the total line

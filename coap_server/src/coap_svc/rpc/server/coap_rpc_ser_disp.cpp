@@ -12,12 +12,19 @@ using namespace coap_rpc;
 
 namespace {
 
+constexpr char kUriAbout[] = "path of an observable URI, as \"disp server uriVtbl\" shows it";
+
 constexpr DispCommand kCommands[] = {
-    {"COAP_RpcDispSerVtbl_", COAP_RpcDispSerVtbl_, "disp server uriVtbl", nullptr},
-    {"COAP_RpcDispTupleSetTree_", COAP_RpcDispTupleSetTree_, "disp server tupleSetTree", "pcUri"},
-    {"COAP_RpcDispTupleChgList_", COAP_RpcDispTupleChgList_, "disp server tupleChgList", "pcUri"},
-    {"COAP_RpcDispSerResource_", COAP_RpcDispSerResource_, "disp server resource", nullptr},
-    {"COAP_RpcDispSerListen_", COAP_RpcDispSerListen_, "disp server listen", nullptr},
+    {"COAP_RpcDispSerVtbl_", COAP_RpcDispSerVtbl_, "disp server uriVtbl", nullptr,
+     "the server's registered URIs"},
+    {"COAP_RpcDispTupleSetTree_", COAP_RpcDispTupleSetTree_, "disp server tupleSetTree", "pcUri",
+     "the tuples that an observable URI holds", kUriAbout},
+    {"COAP_RpcDispTupleChgList_", COAP_RpcDispTupleChgList_, "disp server tupleChgList", "pcUri",
+     "the unpublished changes of an observable URI", kUriAbout},
+    {"COAP_RpcDispSerResource_", COAP_RpcDispSerResource_, "disp server resource", nullptr,
+     "served paths"},
+    {"COAP_RpcDispSerListen_", COAP_RpcDispSerListen_, "disp server listen", nullptr,
+     "served local addresses and ports"},
 };
 
 struct ServerDump {

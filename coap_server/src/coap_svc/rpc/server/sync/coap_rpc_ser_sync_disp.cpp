@@ -49,7 +49,8 @@ uint32_t DispSync(void *ctx, ...) { return DumpNextRecord<SyncDump>(ctx); }
 }  // namespace
 
 void RegisterSyncCommand(const CoapRpcCtx *ctx) {
-  RegisterCommand(ctx, {"DispSync", DispSync, "disp server sync", nullptr});
+  RegisterCommand(ctx, {"DispSync", DispSync, "disp server sync", nullptr,
+                        "the versions that each observable URI keeps"});
 }
 
 }  // namespace coap_rpc
