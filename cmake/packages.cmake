@@ -1,8 +1,9 @@
 # Debian packages, one for each component: cpack -G DEB, or scripts/package, which also builds their
 # contents.
 #   library   libcoap-svc-rpc1        tools   coap-svc-rpc-tools
-#   host      libkestrel1             doc     libcoap-svc-rpc-doc
-#   dev       libcoap-svc-rpc-dev       python   python3-coaprpc
+#   host      libkestrel1             exporter   coap-svc-rpc-exporter
+#   dev       libcoap-svc-rpc-dev     python     python3-coaprpc
+#   doc       libcoap-svc-rpc-doc
 # package_files.cmake adds the files that Debian requires in a package only.
 
 # The maintainer of a package: from Debian's variables, otherwise from git.  Empty if neither knows one;
@@ -73,7 +74,7 @@ file(CONFIGURE OUTPUT ${triggers} CONTENT "activate-noawait ldconfig\n")
 foreach(component LIBRARY HOST)
   set(CPACK_DEBIAN_${component}_PACKAGE_CONTROL_EXTRA ${triggers} no-file/postinst no-file/postrm)
 endforeach()
-foreach(component LIBRARY HOST TOOLS)
+foreach(component LIBRARY HOST TOOLS EXPORTER)
   set(CPACK_DEBIAN_${component}_PACKAGE_SHLIBDEPS ON)
 endforeach()
 set(CPACK_DEBIAN_DOC_PACKAGE_ARCHITECTURE all)
@@ -102,6 +103,13 @@ if(TARGET kestrel-console)
     "RPC service over CoAP - operator's console"
     "kestrel-console connects to a running host and shows the tables of its RPC
 service.")
+endif()
+if(TARGET kestrel-exporter)
+  coap_rpc_add_deb(exporter coap-svc-rpc-exporter net
+    "RPC service over CoAP - metrics and live page"
+    "kestrel-exporter connects to running hosts as the operator's console does and
+shows the tables of their RPC services over HTTP: as OpenMetrics, as JSON, and
+on a page that follows them.")
 endif()
 if(TARGET coaprpc_native)
   coap_rpc_add_deb(python python3-coaprpc python

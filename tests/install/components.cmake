@@ -4,7 +4,7 @@ cmake_minimum_required(VERSION 3.25)
 
 include(${BUILD}/CPackConfig.cmake)
 set(expected "library=libcoap-svc-rpc1;host=libkestrel1;dev=libcoap-svc-rpc-dev"
-  "tools=coap-svc-rpc-tools;python=python3-coaprpc;doc=libcoap-svc-rpc-doc")
+  "tools=coap-svc-rpc-tools;exporter=coap-svc-rpc-exporter;python=python3-coaprpc;doc=libcoap-svc-rpc-doc")
 set(packages)
 foreach(component IN LISTS CPACK_COMPONENTS_ALL)
   string(TOUPPER ${component} upper)
@@ -42,6 +42,7 @@ expect(host "^${LIBDIR}/lib(kestrel|coap_svc_debug)\\.so\\.1(\\.[0-9.]+)?$")
 expect(dev "^${INCLUDEDIR}/|^${LIBDIR}/(cmake|pkgconfig)/|^${LIBDIR}/lib[a-z_]+\\.so$|/coap_svc_rpc\\.7$|/man3/")
 expect(tools "^bin/kestrel-console$|/kestrel-console\\.1$")
 expect(python "^lib/python3/dist-packages/coaprpc/[a-z_.0-9]+$")
+expect(exporter "^bin/kestrel-exporter$|/kestrel-exporter\\.1$")
 expect(doc "^share/doc/")
 
 file(GLOB_RECURSE whole RELATIVE ${WORK}/prefix ${WORK}/prefix/*)

@@ -115,7 +115,7 @@ Client::Answer Client::Ask(const std::string &request, Take take) {
 template <typename Take>
 Outcome Client::AskAndComplain(const std::string &request, Take take) {
   const Answer answer = Ask(request, take);
-  for (const std::string &error : answer.errors) Complain(error);
+  for (const std::string &error : answer.errors) complain_(error);
   return answer.outcome;
 }
 
@@ -129,7 +129,7 @@ Outcome Client::SetObject(const std::string &name) {
   Outcome outcome = name.empty() ? Outcome::kOk : Objects(objects);
   if (outcome != Outcome::kOk) return outcome;
   if (!name.empty() && std::find(objects.begin(), objects.end(), name) == objects.end()) {
-    Complain("unknown object \"" + name + "\"");
+    complain_("unknown object \"" + name + "\"");
     return Outcome::kFailed;
   }
   outcome = AskAndComplain(name.empty() ? "object" : "object " + name, [](const Reply &) {});
@@ -151,7 +151,7 @@ Outcome Client::Run(const std::string &line, LineSink &sink) {
   if (answer.result == KESTREL_UNKNOWN_COMMAND) {
     answer = RunAbbreviated(line, sink, std::move(answer));
   }
-  for (const std::string &error : answer.errors) Complain(error);
+  for (const std::string &error : answer.errors) complain_(error);
   sink.End();
   return answer.outcome;
 }

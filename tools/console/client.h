@@ -2,6 +2,7 @@
 #ifndef KESTREL_TOOLS_CONSOLE_CLIENT_H
 #define KESTREL_TOOLS_CONSOLE_CLIENT_H
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -38,7 +39,10 @@ void Complain(std::string_view text);
 
 class Client {
  public:
-  explicit Client(Connection &connection) : connection_(connection) {}
+  // `complain` is told what went wrong.
+  using ErrorSink = std::function<void(std::string_view)>;
+  explicit Client(Connection &connection, ErrorSink complain = Complain)
+      : connection_(connection), complain_(std::move(complain)) {}
 
   // SetObject names the object that commands are for; empty: whichever has the command.  A name
   // that no object has is an error, and changes nothing.
@@ -83,6 +87,7 @@ class Client {
   void Stop();
 
   Connection &connection_;
+  ErrorSink complain_;
   std::string object_;
   bool isStopping_ = false;
   std::string abbreviated_;  // the last abbreviated line, and what it stood for

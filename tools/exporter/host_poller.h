@@ -1,0 +1,98 @@
+/* host_poller.h: one host, and what is known of it.
+ *
+ * Each poller has a thread of its own, which is the only one that talks to the host: so a host that
+ * hangs holds up nobody else, and a command never runs more than once at a time, or more often than
+ * once a second, however many viewers there are.
+ *
+ *   away     tries to connect once a second                      -> idle, when that succeeds
+ *   idle     looks once a second whether the host is still there -> away, or rounds when asked
+ *   rounds   runs all commands once a second                     -> idle, 3 s after the last viewer
+ *
+ * What the host offers is listed again every 10 s and after each connect. */
+#ifndef KESTREL_TOOLS_EXPORTER_HOST_POLLER_H
+#define KESTREL_TOOLS_EXPORTER_HOST_POLLER_H
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "client.h"
+#include "table.h"
+
+namespace exporter {
+
+// HostView is what is known of a host at one moment.
+struct HostView {
+  std::string name;
+  bool isUp = false;
+  std::string reason;  // why it is not up
+  uint64_t numRounds = 0;
+  double answerP50 = 0;  // seconds that the last commands took
+  double answerP99 = 0;
+  size_t numLeftOut = 0;  // tables that exist beyond the limit
+  std::map<TableId, TablePtr> tables;
+};
+
+class HostPoller {
+ public:
+  HostPoller(std::string name, std::string path);
+  ~HostPoller();
+  HostPoller(const HostPoller &) = delete;
+  HostPoller &operator=(const HostPoller &) = delete;
+
+  const std::string &Name() const { return name_; }
+
+  // Look asks for rounds and returns what is known, at most a second old if the host answers in
+  // time.  A table of `wanted` is run as well, for a while.
+  HostView Look(const std::optional<TableId> &wanted = std::nullopt);
+
+  // Glance asks for rounds and returns what is known, without waiting.
+  HostView Glance();
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  void Run();
+  bool WaitForWork();
+  void Connect();
+  void Round();
+  bool ListCommands();
+  std::vector<TableId> TablesToRun() const;
+  void AddTuples(const console::HostCommand &command, std::vector<TableId> &ids) const;
+  bool RunTable(const TableId &id, std::map<TableId, TablePtr> &tables);
+  void NoteAnswerTime(Clock::duration took);
+  void PublishRound(std::map<TableId, TablePtr> &&tables, size_t numLeftOut);
+  void PublishAway(const std::string &reason);
+
+  const std::string name_;
+  const std::string path_;
+
+  // Of the thread alone.
+  console::Connection connection_;
+  console::Client client_;
+  std::string lastError_;
+  std::vector<console::HostCommand> commands_;
+  Clock::time_point listedAt_{};
+  std::deque<double> answerTimes_;
+  std::map<TableId, TablePtr> lastTables_;
+
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  bool isStopping_ = false;
+  HostView view_;
+  Clock::time_point lastRound_{};
+  Clock::time_point lastAsked_{};
+  std::map<TableId, Clock::time_point> wanted_;
+
+  std::thread thread_;
+};
+
+}  // namespace exporter
+
+#endif /* KESTREL_TOOLS_EXPORTER_HOST_POLLER_H */
