@@ -67,7 +67,8 @@ uint32_t DispMirror(void *ctx, ...) { return DumpNextRecord<MirrorDump>(ctx); }
 }  // namespace
 
 void RegisterMirrorCommand(const CoapRpcCtx *ctx) {
-  RegisterCommand(ctx, {"DispMirror", DispMirror, "disp client mirror", nullptr});
+  RegisterCommand(ctx, {"DispMirror", DispMirror, "disp client mirror", nullptr,
+                        "mirrors of tables of other hosts"});
 }
 
 }  // namespace coap_rpc
