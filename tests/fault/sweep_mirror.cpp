@@ -1,4 +1,9 @@
 /* sweep_mirror.cpp: mirrors of a URI that the same instance serves. */
+#include <coap3/coap.h>
+
+#include <algorithm>
+#include <random>
+
 #include "coap_svc/rpc/coap_rpc_sync.h"
 #include "coap_svc/rpc/server/sync/coap_rpc_ser_sync.h"
 #include "sweep.h"
@@ -10,6 +15,14 @@ constexpr uint32_t kHeartbeatMs = 1000;
 constexpr int kLongEnough = 400;  // rounds, after which a mirror that can is synced
 
 CoapRpcMirror *g_mirror;
+std::mt19937 g_random;
+
+// Draw gives each run the same random bytes: pauses are random, and the calls of all runs are compared.
+int Draw(void *bytes, size_t len) {
+  auto *out = static_cast<uint8_t *>(bytes);
+  std::generate(out, out + len, [] { return static_cast<uint8_t>(g_random()); });
+  return 1;
+}
 
 uint32_t Open(Stage &stage) {
   CoapRpcMirrorParam param = {};
@@ -59,6 +72,8 @@ void WorksMirrored(Stage &stage) {
 }
 
 void Prepare(Stage &stage) {
+  g_random.seed(std::mt19937::default_seed);
+  coap_set_prng(Draw);
   g_mirror = nullptr;
   stage.ServeObservable(COAP_RPC_JSON, 0);
   for (const char *key : {"k001", "k002", "k003"}) stage.Update(key, "v001");
