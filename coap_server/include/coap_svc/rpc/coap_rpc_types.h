@@ -41,6 +41,9 @@ enum { COAP_RPC_GET = 1, COAP_RPC_POST = 2, COAP_RPC_PUT = 3, COAP_RPC_DELETE = 
 enum { COAP_RPC_FETCH = 5, COAP_RPC_PATCH = 6, COAP_RPC_IPATCH = 7 };                /* RFC 8132 */
 enum { COAP_RPC_IPV4 = 1, COAP_RPC_IPV6 = 2 }; /* CoapRpcIpAddr.family */
 
+/* The sizes of records that the interface fixes have pointers of 64 bits. */
+static_assert(sizeof(void *) == 8, "32-bit systems are not supported: sizes of records are fixed");
+
 /* CoapRpcUriKey names a registered handler table on either side.
  *
  * The path is stored without a leading slash.  Paths of incoming messages are looked up through a
