@@ -56,6 +56,9 @@ install_aiocoap() { install_venv aiocoap "$PEERS/requirements.txt" aiocoap --no-
 # What checks, packs and repairs the Python package.
 install_python_tools() { install_venv python python/tests/requirements.txt pip; }
 
+# The browser for the exporter's page.
+install_chromium() { want chromium chromium; }
+
 install_node_coap() {
   is_current "$PEERS/package.json" "$cache/node-coap/package.json" && return
   want node nodejs || return

@@ -1,5 +1,6 @@
 """A headless browser that a script drives, by the browser's own protocol over two pipes."""
 import base64
+import fcntl
 import json
 import os
 import select
@@ -9,6 +10,12 @@ import tempfile
 import time
 
 PATIENCE = 120
+
+
+def moved_up(descriptor):
+    copy = fcntl.fcntl(descriptor, fcntl.F_DUPFD, 10)
+    os.close(descriptor)
+    return copy
 
 
 class Browser:
@@ -22,7 +29,8 @@ class Browser:
         self.profile = tempfile.mkdtemp(prefix="browser.")
         to_browser, self.to = os.pipe()
         self.back, from_browser = os.pipe()
-        # The browser has its ends at 3 and 4.
+        # The browser has its ends at 3 and 4, which ours must not be.
+        to_browser, from_browser = moved_up(to_browser), moved_up(from_browser)
         command = [self.program(), "--headless", "--no-sandbox", "--disable-gpu", "--no-first-run",
                    "--disable-dev-shm-usage", "--disable-background-networking", "--disable-extensions",
                    f"--window-size={width},{height}", f"--user-data-dir={self.profile}",

@@ -8,6 +8,7 @@ import urllib.parse
 
 from exporter_run import PATIENCE, Exporter, Host, check, until
 
+# Debian has it as python3-prometheus-client.
 try:
     from prometheus_client.openmetrics.parser import text_string_to_metric_families
 except ImportError:
