@@ -55,13 +55,21 @@ class Link {
     next_->prev_ = prev_;
     next_ = prev_ = this;
   }
-  // joinBefore makes it the last of the ring that begins with `head`.
+  // joinBefore makes it the last of the ring that begins with `head`.  A temporary leaves the ring
+  // when it ends, which gcc does not see.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdangling-pointer"
+#endif
   void joinBefore(Link &head) {
     leave();
     next_ = &head;
     prev_ = head.prev_;
     prev_->next_ = head.prev_ = this;
   }
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
 
  private:
   Link *next_ = this, *prev_ = this;
