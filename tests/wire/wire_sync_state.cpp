@@ -16,7 +16,9 @@ class SyncStateWire : public SyncServer {
     param.leaseMs = 1000;
     param.userData = reinterpret_cast<uint64_t>(this);
     param.onConfirmed = [](uint64_t userData, uint64_t version) {
-      reinterpret_cast<SyncStateWire *>(userData)->confirmed_.push_back(version);
+      auto *self = reinterpret_cast<SyncStateWire *>(userData);
+      self->confirmed_.push_back(version);
+      if (self->onConfirmed_) self->onConfirmed_();
     };
     return param;
   }
@@ -39,6 +41,7 @@ class SyncStateWire : public SyncServer {
 
   RawPeer other_;
   std::vector<uint64_t> confirmed_;
+  std::function<void()> onConfirmed_;
 };
 
 TEST_F(SyncStateWire, BadArguments_GiveCodes) {
@@ -92,6 +95,21 @@ TEST_F(SyncStateWire, SlowestThatExpires_HoldsNobodyBack) {
   EXPECT_EQ(confirmed_, std::vector<uint64_t>());
   host_.AdvanceMs(500);
   EXPECT_EQ(confirmed_, (std::vector<uint64_t>{1}));
+}
+
+// The slowest expires outside the I/O, where what is given up is freed at once.
+TEST_F(SyncStateWire, SlowestThatExpires_AndTheUriIsDetached) {
+  ServeSynced(Confirming());
+  onConfirmed_ = [this] { COAP_RpcSerUnsetUri(Ctx(), &key_); };
+  Ask(peer_, Registering({0x01}));
+  Ask(peer_, Registering({0x02}).AddText(kOptUriHost, "other"));
+  Ask(other_, Registering());
+  Update("k001", "v001");
+  host_.AdvanceMs(900);
+  PullSince(other_, 1);
+  host_.AdvanceMs(500);
+  EXPECT_EQ(confirmed_, (std::vector<uint64_t>{1}));
+  EXPECT_EQ(entry_->sync->peers.num, 0u);
 }
 
 TEST_F(SyncStateWire, SlowestThatLeaves_HoldsNobodyBack) {

@@ -243,9 +243,17 @@ uint32_t PushSync(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
   return resource ? CoapRpcLibNotifyKind(resource, 1) : 0;
 }
 
+// libcoap goes on with the resource after its callbacks: what they give up is freed by the next
+// turn of the I/O.
 void DropSyncObserver(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const void *session) {
   coap_resource_t *resource = CoapRpcLibResourceOf(ctx, entry);
-  if (resource) CoapRpcLibDropQueried(resource, session);
+  if (!resource) return;
+  ++ctx->ioDepth;
+  CoapRpcLibDropQueried(resource, session);
+  --ctx->ioDepth;
+  if (ctx->lib->hasRetired == 0) return;
+  CoapRpcLibWakeIn(ctx->lib->coapCtx, 0);
+  ctx->libExt->runSoon(ctx);
 }
 
 }  // namespace coap_rpc
