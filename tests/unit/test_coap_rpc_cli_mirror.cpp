@@ -502,6 +502,22 @@ TEST_F(CliMirror, ATupleCosts_ItsNodeAndEightBytes) {
   EXPECT_EQ(sizeof(coap_rpc::MirrorTuple), sizeof(OSAL_AVL3_NODE) + 8);
 }
 
+// A message has keys at any address, and an order may read them as numbers.
+TEST_F(CliMirror, AnOrderOfKeys_IsGivenThemAsTuplesHaveThem) {
+  static bool areAligned;
+  areAligned = true;
+  CoapRpcMirrorParam param = {};
+  param.keyCmp = [](const void *a, const void *b) -> int32_t {
+    for (const void *key : {a, b}) areAligned &= reinterpret_cast<uintptr_t>(key) % 8 == 0;
+    return memcmp(a, b, 4);
+  };
+  Open(param);
+  Sync();
+  alignas(8) static constexpr char kText[] = ".a001";
+  EXPECT_NE(MirrorTableFind(Core().table, kText + 1), nullptr);
+  EXPECT_TRUE(areAligned);
+}
+
 TEST_F(CliMirror, NoMemory_MakesNoMirror) {
   for (uint64_t n = 1; n <= 3; ++n) {
     coap_rpc::Mirror mirror = {};

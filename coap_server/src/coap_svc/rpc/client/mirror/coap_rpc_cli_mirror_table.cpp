@@ -34,11 +34,11 @@ Keys KeysOf(const MirrorTable &table) {
   return Keys(const_cast<OSAL_AVL3_TREE &>(table.tree), table.desc);
 }
 
-// Wanted returns a key as the table's order reads it.
+// Wanted returns a key as the table's order reads it: in the place that it has in tuples.  One of a
+// message has any address, and an application's order may read keys as numbers.
 const void *Wanted(const MirrorTable &table, const void *key) {
-  if (table.desc.cmp != CompareBytes) return key;
-  memcpy(BytesOf(table.wanted), key, table.keyLen);
-  return table.wanted;
+  memcpy(BytesOf(&table.wanted->key), key, table.keyLen);
+  return reinterpret_cast<const uint8_t *>(table.wanted) + table.desc.keyOffset;
 }
 
 uint64_t HashOf(const MirrorTable &table, const MirrorTuple *tuple) {
@@ -91,9 +91,9 @@ bool MirrorTableInit(MirrorTable &table, uint64_t mem, const CoapRpcMirrorParam 
   table.keyLen = param.keyLen;
   table.valLen = param.valLen;
   table.maxBytes = param.maxBytes;
-  table.wanted = static_cast<MirrorKey *>(PoolAlloc(mem, sizeof(MirrorKey) + param.keyLen));
+  table.wanted = static_cast<MirrorTuple *>(PoolAlloc(mem, sizeof(MirrorTuple) + param.keyLen));
   table.formerVal = static_cast<uint8_t *>(PoolAlloc(mem, param.valLen));
-  if (table.wanted) table.wanted->len = param.keyLen;
+  if (table.wanted) table.wanted->key.len = param.keyLen;
   return table.wanted && table.formerVal;
 }
 

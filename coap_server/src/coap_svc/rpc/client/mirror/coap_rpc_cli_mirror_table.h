@@ -41,10 +41,10 @@ struct MirrorTable {
   uint32_t valLen;
   uint64_t maxBytes;  // 0: no limit
   uint64_t num;
-  uint64_t digest;     // sum of XXH64 over the bytes of each tuple, mod 2^64
-  uint32_t epoch;      // the present one
-  MirrorKey *wanted;   // owned; room for a key that is looked for
-  uint8_t *formerVal;  // owned; what MirrorTablePut has replaced
+  uint64_t digest;      // sum of XXH64 over the bytes of each tuple, mod 2^64
+  uint32_t epoch;       // the present one
+  MirrorTuple *wanted;  // owned; in no tree: room for a key that is looked for
+  uint8_t *formerVal;   // owned; what MirrorTablePut has replaced
 };
 
 // What became of a tuple.
