@@ -109,6 +109,15 @@ class CliMirror : public ::testing::Test {
     EXPECT_EQ(Core().state, uint32_t{COAP_RPC_MIRROR_SYNCED});
     EXPECT_TRUE(IsQuiet());
   }
+  // FailPulls answers pulls so often with an error that the pauses are long.
+  void FailPulls(uint32_t code) {
+    MirrorTakeNothing(Core(), registration_, nowMs_);
+    for (int i = 0; i < 12; ++i) {
+      nowMs_ = std::max(nowMs_, Core().holdMs);
+      MirrorTakeFailure(Core(), NextPull().token, code, nowMs_);
+    }
+    EXPECT_TRUE(IsQuiet());
+  }
   uint64_t Digest() { return Core().table.digest; }
   // DigestOf is what the digest of a table is.
   static uint64_t DigestOf(const Rows &rows) {
@@ -426,6 +435,32 @@ TEST_F(CliMirror, Rule7_ServerThatPushesNothing_IsRegisteredWith_WithPauses) {
   }
   EXPECT_GE(numRegistered, 5u);
   EXPECT_LE(numRegistered, 12u);
+}
+
+// Troubles.
+
+// A pause ends when a notification has shown that nothing is wrong any more.
+TEST_F(CliMirror, NotificationThatSyncs_EndsThePause) {
+  Sync();
+  FailPulls(1900001618);
+  Push({.flags = kSyncAtHead,
+        .from = 4,
+        .to = 5,
+        .head = 5,
+        .digest = DigestOf({{"a001", "v001"}, {"b001", "v005"}}),
+        .changes = {{5, "b001", "v005"}}});
+  EXPECT_EQ(State(), uint32_t{COAP_RPC_MIRROR_SYNCED});
+  Push({.flags = kSyncAtHead, .from = 9, .to = 9, .head = 9});
+  EXPECT_EQ(Next().act, MirrorAct::kPull);
+}
+
+TEST_F(CliMirror, ServerWithoutMemory_IsAskedInEveryHeartbeat) {
+  CoapRpcMirrorParam param = {};
+  param.heartbeatMs = 8000;
+  Open(param);
+  Sync();
+  FailPulls(1900001624);
+  EXPECT_LE(Core().holdMs, nowMs_ + 8000);
 }
 
 // The window.

@@ -7,8 +7,9 @@
  *   hello     it asks for the head: at first, and after something that must not be
  *   ranges    a full sync: the versions up to `base`, the head at its beginning, are read in
  *             ranges, many at a time; the cursor is 0.  Who is finished with a range takes over
- * half of the longest one tail      everything up to the cursor is there.  Pulls go on from it, one
- * at a time, until a page reaches the head; then there are only heartbeats
+ *             half of the longest one
+ *   tail      everything up to the cursor is there.  Pulls go on from it, one at a time, until a
+ *             page reaches the head; then there are only heartbeats
  *
  * The rules, each of which a copy goes wrong, or never ends, without:
  *
@@ -160,8 +161,9 @@ void Hold(Mirror &mirror, uint64_t nowMs, uint64_t maxMs) {
 }
 
 void Trouble(Mirror &mirror, uint32_t state, uint32_t code, uint64_t nowMs) {
+  const bool isBusy = code == Code(kSiteMirrorRestarts);
   mirror.troubleCode = code;
-  Hold(mirror, nowMs, kMirrorLastPauseMs);
+  Hold(mirror, nowMs, isBusy ? HeartbeatPauseMs(mirror) : kMirrorLastPauseMs);
   TellState(mirror, state, code);
 }
 
@@ -212,6 +214,7 @@ void FailDigest(Mirror &mirror, uint64_t nowMs) {
 void Sync(Mirror &mirror) {
   mirror.numTroubles = 0;
   mirror.troubleCode = 0;
+  mirror.holdMs = 0;
   TellState(mirror, COAP_RPC_MIRROR_SYNCED, 0);
   TellSynced(mirror, mirror.cursor);
 }
