@@ -211,8 +211,9 @@ typedef struct CoapRpcMirrorParam {
   uint32_t numInFlight;      /* pages asked for at a time at most, 1 to 128; 0: 16 */
   uint32_t heartbeatMs;      /* the server is asked so often although all is well, +-10 %; 100 to
                                 3,600,000 and below a third of the server's leaseMs; 0: 30,000 */
-  uint64_t maxBytes;         /* of memory for tuples; 0: no limit */
-  uint64_t userData;         /* first argument of the callbacks */
+  uint64_t maxBytes; /* of memory for tuples; 0: no limit.  Changes come one by one, and what
+                        a full sync removes goes last: allow for the set before and after */
+  uint64_t userData; /* first argument of the callbacks */
   CoapRpcMirrorOnAdded onAdded; /* these are optional */
   CoapRpcMirrorOnChanged onChanged;
   CoapRpcMirrorOnRemoved onRemoved;
@@ -230,10 +231,11 @@ typedef struct CoapRpcMirrorParam {
  *
  * Returns 0 or:  1900001601 null argument (asserted)     1900001602 addresses: families differ or
  *                                                        are unknown, or the server's is not
- * unicast 1900001603 dstPort is not a port        1900001604 uri empty or without end 1900001605
- * keyLen, or keyLen + valLen   1900001606 numInFlight or heartbeatMs 1900001607
- * COAP_RPC_MAX_MIRRORS exist   1900001608 no memory 1900001609 no timer, or the instance is
- * stopping */
+ *                                                        unicast
+ *                1900001603 dstPort is not a port        1900001604 uri empty or without end
+ *                1900001605 keyLen, or keyLen + valLen   1900001606 numInFlight or heartbeatMs
+ *                1900001607 COAP_RPC_MAX_MIRRORS exist   1900001608 no memory
+ *                1900001609 no timer, or the instance is stopping */
 COAP_RPC_API uint32_t COAP_RpcMirrorOpen(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
                                          const CoapRpcCallAddr *addr,
                                          const CoapRpcMirrorParam *param, CoapRpcMirror **mirror);

@@ -4,7 +4,8 @@
  * (coap_rpc_lib_sync_page.h):
  *
  *   registration   Observe 0 and "_sync=1" alone: the head of a page, and notifications from then
- * on pull           without Observe: the changes after `since`, if the reader knows the set's life,
+ *                  on
+ *   pull           without Observe: the changes after `since`, if the reader knows the set's life,
  *                  else the head alone.  It confirms that the reader has the set as of `since`,
  *                  unless it reads everything ("full=1")
  *   cancel         Observe 1: a pull that ends the registration
