@@ -585,6 +585,8 @@ void MirrorTakeNothing(Mirror &mirror, uint64_t token, uint64_t nowMs) {
   EndSilence(mirror);
 }
 
+void MirrorTakePart(Mirror &mirror, uint64_t nowMs) { Heard(mirror, nowMs); }
+
 // A registration that fails is only missed by the next heartbeat, whose answer says so.
 void MirrorTakeFailure(Mirror &mirror, uint64_t token, uint32_t code, uint64_t nowMs) {
   MirrorPull *pull = FindPull(mirror.pulls, token);

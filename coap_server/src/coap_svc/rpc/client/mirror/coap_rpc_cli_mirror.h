@@ -114,6 +114,9 @@ void MirrorTick(Mirror &mirror, uint64_t nowMs);
 void MirrorTakePage(Mirror &mirror, uint64_t token, const MirrorPage &page, uint64_t nowMs);
 void MirrorTakeNothing(Mirror &mirror, uint64_t token, uint64_t nowMs);
 
+// MirrorTakePart says that parts of an answer are coming: the server is not silent.
+void MirrorTakePart(Mirror &mirror, uint64_t nowMs);
+
 // MirrorTakeFailure takes what came with a token and is no page: `code` is what the application is
 // told.
 void MirrorTakeFailure(Mirror &mirror, uint64_t token, uint32_t code, uint64_t nowMs);

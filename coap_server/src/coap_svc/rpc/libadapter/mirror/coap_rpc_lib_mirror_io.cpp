@@ -49,7 +49,6 @@ bool IsComing(const CoapRpcMirror *mirror, const MirrorAsk &ask) {
 
 // Send asks a question.  What does not go out is repeated as if it had been lost.
 void Send(const CoapRpcMirror *mirror, const MirrorAsk &ask) {
-  if (IsComing(mirror, ask)) return;
   char query[kQuerySize];
   WriteQuery(ask, query);
   CoapRpcCall call = {};
@@ -85,6 +84,8 @@ void OpenSocket(CoapRpcMirror *mirror, uint64_t nowMs) {
 void Do(CoapRpcMirror *mirror, const MirrorAsk &ask, uint64_t nowMs) {
   if (ask.act == MirrorAct::kOpen) {
     OpenSocket(mirror, nowMs);
+  } else if (IsComing(mirror, ask)) {
+    MirrorTakePart(mirror->core, nowMs);
   } else {
     Send(mirror, ask);
   }

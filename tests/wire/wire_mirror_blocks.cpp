@@ -1,0 +1,51 @@
+// Pages in blocks that take their time.
+#include "mirror_client.h"
+
+namespace coap_rpc_test {
+namespace {
+
+class MirrorBlocks : public MirrorClient {
+ protected:
+  static constexpr uint32_t kBlock = 1024;
+
+  CoapMessage BlockOf(const CoapMessage &request, const std::string &body, uint32_t number) {
+    const bool isMore = (number + 1) * kBlock < body.size();
+    CoapMessage answer = Request(CoapType::kNon, Code(2, 5), ++mid_, request.token);
+    answer.AddUint(kOptContentFormat, kFormatCbor).AddUint(23, number << 4 | (isMore ? 8 : 0) | 6);
+    return answer.PayloadText(body.substr(number * kBlock, kBlock));
+  }
+};
+
+TEST_F(MirrorBlocks, LongPageOfASlowServer_IsNoSilence) {
+  CoapRpcMirrorParam param = Param();
+  param.valLen = 60'000;
+  param.heartbeatMs = 100;
+  param.onAdded = nullptr;
+  param.onChanged = nullptr;
+  param.onRemoved = nullptr;
+  mirror_ = Open(param);
+  const std::string val(60'000, 'v');
+  const uint64_t digest = DigestOf({"k001" + val});
+  const std::string page =
+      Written({.to = 1, .head = 1, .digest = digest, .changes = {{1, "k001", val}}});
+  for (int i = 0; i < 600 && State().state != COAP_RPC_MIRROR_SYNCED; ++i) {
+    Tick();
+    while (const auto request = peer_.ReceiveNow()) {
+      const std::string query = QueryOf(*request);
+      if (request->Has(23)) {
+        Reply(BlockOf(*request, page, static_cast<uint32_t>(request->Uint(23).value_or(0) >> 4)));
+      } else if (query == "_sync=1") {
+        Reply(AnswerWith(*request, {.head = 1, .digest = digest}));
+      } else if (query.find("full=1") != std::string::npos) {
+        Reply(BlockOf(*request, page, 0));
+      } else {
+        Reply(AnswerWith(*request, {.flags = 1, .from = 1, .to = 1, .head = 1, .digest = digest}));
+      }
+    }
+  }
+  EXPECT_EQ(State().state, uint32_t{COAP_RPC_MIRROR_SYNCED});
+  EXPECT_EQ(State().numRegistrations, 1u);
+}
+
+}  // namespace
+}  // namespace coap_rpc_test
