@@ -54,49 +54,6 @@ class MirrorAttack : public TwoInstances {
   Hooks hooks_;
 };
 
-// A table that fits, whose keys are all others after a restart.
-TEST_F(MirrorAttack, DISABLED_MaxBytesAtTheBorder_ServerWithOtherKeys) {
-  source_.Serve(server_, {});
-  source_.Fill(10);
-  CoapRpcMirrorParam param = ParamOf(hooks_);
-  param.maxBytes = 10 * (40 + 12);
-  CoapRpcMirror *mirror = Open(param, asker_);
-  ASSERT_TRUE(RunUntil([&] { return StateOf(mirror).state == COAP_RPC_MIRROR_SYNCED; }));
-  server_.Stop();
-  server_.Start();
-  source_.rows.clear();
-  source_.Serve(server_, {});
-  for (int i = 0; i < 10; ++i) source_.Put("x" + std::to_string(i), "v");
-  const bool isSynced = RunUntil(
-      [&] {
-        return StateOf(mirror).state == COAP_RPC_MIRROR_SYNCED &&
-               StateOf(mirror).replid == source_.State().replid;
-      },
-      5000);
-  EXPECT_TRUE(isSynced) << StateOf(mirror).state << " " << StateOf(mirror).code;
-  COAP_RpcMirrorClose(mirror);
-}
-
-// A key is renamed: the new one is there before the old one goes.
-TEST_F(MirrorAttack, DISABLED_MaxBytesAtTheBorder_Rename) {
-  source_.Serve(server_, {});
-  source_.Fill(10);
-  CoapRpcMirrorParam param = ParamOf(hooks_);
-  param.maxBytes = 10 * (40 + 12);
-  CoapRpcMirror *mirror = Open(param, asker_);
-  ASSERT_TRUE(RunUntil([&] { return StateOf(mirror).state == COAP_RPC_MIRROR_SYNCED; }));
-  source_.Put("new", "v");
-  source_.Delete("0003");
-  const bool isSynced = RunUntil(
-      [&] {
-        return StateOf(mirror).state == COAP_RPC_MIRROR_SYNCED &&
-               StateOf(mirror).version == source_.State().head;
-      },
-      5000);
-  EXPECT_TRUE(isSynced) << StateOf(mirror).state << " " << StateOf(mirror).code;
-  COAP_RpcMirrorClose(mirror);
-}
-
 // Keys that an order reads as numbers.
 TEST_F(MirrorAttack, KeysOfAnOrder_AreAligned) {
   static uint32_t numOdd;
