@@ -2,6 +2,7 @@
 #ifndef KESTREL_SRC_DISP_DISP_LINE_H
 #define KESTREL_SRC_DISP_DISP_LINE_H
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
