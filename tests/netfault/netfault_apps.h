@@ -1,6 +1,6 @@
 /* netfault_apps.h: the applications on both sides: who publishes a table and who mirrors it.
  *
- * Tables and documents are those of the examples (examples/observe). */
+ * By the base interface a mirror is kept by hand: net_publisher.h, net_mirror.h, net_observer.h. */
 #ifndef NETFAULT_APPS_H
 #define NETFAULT_APPS_H
 

@@ -16,7 +16,7 @@
 #include <cstddef>
 #include <string_view>
 
-#include "net_dev.h"
+#include "net_table.h"
 
 // TakeNumber takes a little-endian number off the front; the caller has checked the size.
 uint64_t TakeNumber(std::string_view &bytes, size_t size);

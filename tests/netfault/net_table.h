@@ -1,6 +1,6 @@
-// net_dev.h: the network interfaces of this machine and their counters, as the tuples of a URI.
-#ifndef NET_DEV_H
-#define NET_DEV_H
+// net_table.h: network interfaces and their counters, as the tuples of a URI.
+#ifndef NET_TABLE_H
+#define NET_TABLE_H
 
 #include <array>
 #include <cstdint>
@@ -18,7 +18,4 @@ static_assert(sizeof(NetCounters) == 32, "tuple value size");
 
 using NetTable = std::map<NetName, NetCounters>;
 
-// ReadNetDev reads /proc/net/dev; empty when it cannot be read.
-NetTable ReadNetDev();
-
-#endif  // NET_DEV_H
+#endif  // NET_TABLE_H
