@@ -13,23 +13,23 @@ namespace {
 
 namespace fs = std::filesystem;
 
-void AddInterfaces(const char *path, Table &table) {
+void AddInterfaces(const char *path, Rows &table) {
   std::ifstream file(path);
   for (std::string line; std::getline(file, line);) {
     const size_t colon = line.find(':');
     if (colon == std::string::npos) continue;  // a heading
     const size_t start = line.find_first_not_of(' ');
-    RowValue value = {};
+    uint64_t rx = 0, rxPackets = 0, tx = 0, txPackets = 0;
     if (std::sscanf(line.c_str() + colon + 1,
-                    "%" SCNu64 " %" SCNu64 " %*u %*u %*u %*u %*u %*u %" SCNu64 " %" SCNu64,
-                    &value[0], &value[1], &value[2], &value[3]) == 4) {
-      table[MakeRowKey(line.substr(start, colon - start))] = value;
+                    "%" SCNu64 " %" SCNu64 " %*u %*u %*u %*u %*u %*u %" SCNu64 " %" SCNu64, &rx,
+                    &rxPackets, &tx, &txPackets) == 4) {
+      table[RowKey(line.substr(start, colon - start))] = {rx, rxPackets, tx, txPackets};
     }
   }
 }
 
 // AddProcess reads /proc/<pid>/stat; the name stands in brackets and may contain anything.
-void AddProcess(const fs::path &folder, Table &table) {
+void AddProcess(const fs::path &folder, Rows &table) {
   std::ifstream file(folder / "stat");
   std::string line;
   if (!std::getline(file, line)) return;
@@ -44,33 +44,33 @@ void AddProcess(const fs::path &folder, Table &table) {
   }
   const std::string name = line.substr(0, open) + line.substr(open + 1, close - open - 1);
   const auto pageKib = static_cast<uint64_t>(sysconf(_SC_PAGESIZE)) / 1024;
-  table[MakeRowKey(name)] = {user + system, pages * pageKib, 0, 0};
+  table[RowKey(name)] = {user + system, pages * pageKib, 0, 0};
 }
 
 }  // namespace
 
-Table ReadInterfaces() {
-  Table table;
+Rows ReadInterfaces() {
+  Rows table;
   AddInterfaces("/proc/1/net/dev", table);
   AddInterfaces("/proc/self/net/dev", table);
   return table;
 }
 
-Table ReadCpuTimes() {
-  Table table;
+Rows ReadCpuTimes() {
+  Rows table;
   std::ifstream file("/proc/stat");
   for (std::string line; std::getline(file, line) && line.starts_with("cpu");) {
     std::istringstream words(line);
     std::string name;
     uint64_t user = 0, nice = 0, system = 0, idle = 0, waiting = 0;
     words >> name >> user >> nice >> system >> idle >> waiting;
-    table[MakeRowKey(name)] = {user + nice, system, idle, waiting};
+    table[RowKey(name)] = {user + nice, system, idle, waiting};
   }
   return table;
 }
 
-Table ReadProcesses() {
-  Table table;
+Rows ReadProcesses() {
+  Rows table;
   std::error_code error;
   for (const auto &entry : fs::directory_iterator("/proc", error)) {
     const std::string name = entry.path().filename();
@@ -79,8 +79,8 @@ Table ReadProcesses() {
   return table;
 }
 
-Table ReadFiles(size_t num) {
-  Table table;
+Rows ReadFiles(size_t num) {
+  Rows table;
   std::error_code error;
   const auto options = fs::directory_options::skip_permission_denied;
   for (fs::recursive_directory_iterator it("/usr", options, error), end;
@@ -88,9 +88,9 @@ Table ReadFiles(size_t num) {
     if (!it->is_regular_file(error) || it->is_symlink(error)) continue;
     struct stat file;
     if (lstat(it->path().c_str(), &file) != 0) continue;
-    table[MakeRowKey(std::to_string(file.st_ino))] = {static_cast<uint64_t>(file.st_size), 0, 0, 0};
+    table[RowKey(std::to_string(file.st_ino))] = {static_cast<uint64_t>(file.st_size), 0, 0, 0};
   }
-  while (table.size() < num) table[MakeRowKey("none" + std::to_string(table.size()))] = {};
+  while (table.size() < num) table[RowKey("none" + std::to_string(table.size()))] = {};
   return table;
 }
 

@@ -6,17 +6,17 @@
 
 // ReadInterfaces: interface -> received bytes and packets, sent bytes and packets.  The interfaces
 // of the machine and, where the process lives in a network of its own, those as well.
-Table ReadInterfaces();
+Rows ReadInterfaces();
 
 // ReadCpuTimes: processor -> user, system, idle and waiting time in ticks.
-Table ReadCpuTimes();
+Rows ReadCpuTimes();
 
 // ReadProcesses: "<pid> <name>" -> ticks of processor time, resident KiB.
-Table ReadProcesses();
+Rows ReadProcesses();
 
 // ReadFiles: inode -> size in bytes of `num` files of this machine; numbered rows of size 0 stand
 // in for missing files.
-Table ReadFiles(size_t num);
+Rows ReadFiles(size_t num);
 
 // LoadText is the load of the machine in one line.
 std::string LoadText();

@@ -1,27 +1,37 @@
 #include "demo_node.h"
 
 #include <coap_svc/rpc/coap_rpc_ext.h>
-#include <kst_tmr.h>
 #include <poll.h>
 
 #include <algorithm>
 #include <cstdio>
-#include <list>
-#include <utility>
+#include <memory>
+
+using namespace coaprpc;
 
 namespace {
 
-// Warnings, which are all that this program's log takes: it is not even asked about the lines for each
-// datagram.
-constexpr uint32_t kLibLogLevel = 4;
+constexpr uint32_t kLibLogWarnings = 4;
 constexpr int kMaxWaitMs = 20;
+constexpr uint32_t kAtOnce = 8;
 
-void OnReadable(void *param, int) { COAP_RpcProcIo(static_cast<CoapRpcCtx *>(param)); }
+struct Series {
+  Node &node;
+  const Address peer;
+  const std::string question;
+  uint32_t numLeft;
+  OnText onText;
 
-uint32_t CallWork(void *work) {
-  (*static_cast<std::function<void()> *>(work))();
-  return 0;
-}
+  static void Next(const std::shared_ptr<Series> &self) {
+    if (self->numLeft == 0) return;
+    --self->numLeft;
+    self->node.call(self->peer, "ask", self->question).then([self](const Result<Answer> &got) {
+      if (!got) return;
+      self->onText(got->payload);
+      Next(self);
+    });
+  }
+};
 
 }  // namespace
 
@@ -29,63 +39,39 @@ double SecondsSince(DemoClock::time_point start) {
   return std::chrono::duration<double>(DemoClock::now() - start).count();
 }
 
-Node::Node(Kestrel *host, const char *name, std::string self, std::string other)
-    : host_(host), self_(std::move(self)), other_(std::move(other)) {
-  CoapRpcInitParam param = {};
-  param.name = name;
-  param.logEnable = 1;
-  param.memHandle = KestrelMem(host);
-  param.dispHandle = KestrelDisp(host);
-  param.logHandle = KestrelLog(host);
-  param.tmrHandle = KestrelTmr(host);
-  ctx_ = COAP_RpcInit(&param);
-  if (!ctx_) return;
-  COAP_RpcSetLibLogLevel(ctx_, kLibLogLevel);
-  KestrelWatch(host_, COAP_RpcGetIoFd(ctx_), OnReadable, ctx_);
+std::string OptionOf(int argc, char **argv, std::string_view name, const char *otherwise) {
+  char **at = std::find(argv, argv + argc, name);
+  return argv + argc - at > 1 ? at[1] : otherwise;
 }
 
-Node::~Node() {
-  if (!ctx_) return;
-  KestrelUnwatch(host_, COAP_RpcGetIoFd(ctx_));
-  COAP_RpcUninit(ctx_);
-}
-
-Kestrel *MakeDemoHost(const std::string &name, const std::string &folder) {
-  const std::string logFile = folder + "/" + name + ".log", socket = folder + "/" + name + ".sock";
-  KestrelParam param = {};
-  char error[256] = "";
-  param.name = name.c_str();
-  param.logLevel = KESTREL_LEVEL_WARN;
-  param.logSinks = KESTREL_SINK_FILE;
-  param.logFile = logFile.c_str();
-  Kestrel *host = KestrelNew(&param, error, sizeof(error));
-  if (!host) {
-    std::fprintf(stderr, "%s: no host: %s\n", name.c_str(), error);
-    return nullptr;
-  }
+Node MakeDemoNode(const char *name, const std::string &address, const std::string &folder) {
+  Node node = must(Node::make(
+      {.name = name, .listen = address, .logLevel = KESTREL_LEVEL_WARN, .logsLibrary = true}));
+  COAP_RpcSetLibLogLevel(node.ctx(), kLibLogWarnings);
+  const std::string socket = folder + "/" + name + ".sock";
   KestrelDispAccess access = {};
   access.path = socket.c_str();
-  const uint32_t ret = KestrelDispListen(host, &access);
+  const uint32_t ret = KestrelDispListen(node.host(), &access);
   if (ret != KESTREL_OK) {
-    std::fprintf(stderr, "%s: %s: %s\n", name.c_str(), socket.c_str(), KestrelResultText(ret));
+    std::fprintf(stderr, "%s: %s: %s\n", name, socket.c_str(), KestrelResultText(ret));
   }
-  return host;
+  return node;
 }
 
-void Every(Kestrel *host, uint32_t periodMs, std::function<void()> work) {
-  static std::list<std::function<void()>> works;
-  works.push_back(std::move(work));
-  KST_TmrStartLoop(KestrelTmr(host), CallWork, periodMs, &works.back());
-}
-
-bool RunUntil(Kestrel *host, double seconds, const std::function<bool()> &isDone) {
+bool RunUntil(Node &node, double seconds, const std::function<bool()> &isDone) {
   const auto start = DemoClock::now();
   while (!isDone()) {
     if (SecondsSince(start) > seconds) return false;
-    const int dueMs = KestrelPollTimeoutMs(host);
-    pollfd waiting = {KestrelPollFd(host), POLLIN, 0};
+    const int dueMs = node.pollTimeoutMs();
+    pollfd waiting = {node.pollFd(), POLLIN, 0};
     poll(&waiting, 1, dueMs < 0 ? kMaxWaitMs : std::min(dueMs, kMaxWaitMs));
-    if (KestrelTurn(host) != KESTREL_OK) return false;
+    if (!node.turn()) return false;
   }
   return true;
+}
+
+void AskMany(Node &node, const Address &peer, const std::string &question, uint32_t num,
+             OnText onText) {
+  const std::shared_ptr<Series> series(new Series{node, peer, question, num, std::move(onText)});
+  for (uint32_t i = 0; i < kAtOnce; ++i) Series::Next(series);
 }

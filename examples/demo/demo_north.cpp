@@ -1,122 +1,127 @@
 // demo_north.cpp: the serving half of the demo, which asks questions of its own as well.
 //
-//   demo_north [--self <address>] [--other <address>] [--files <folder of log and socket>]
+//   demo_north [--self <address>] [--other <address>] [--files <folder of the socket>]
 #include <csignal>
-#include <cstdlib>
-#include <memory>
+#include <cstdio>
 #include <sstream>
-#include <vector>
 
 #include "demo_machine.h"
-#include "demo_publisher.h"
-#include "demo_rpc.h"
-#include "demo_sets.h"
+#include "demo_node.h"
+
+using namespace coaprpc;
+using namespace std::chrono_literals;
 
 namespace {
 
-Kestrel *g_running;
-
-void StopOnSignal(int) { KestrelStop(g_running); }
-
 class North {
  public:
-  North(Kestrel *host, const char *self, const char *other)
-      : node_(host, "north", self, other),
-        rpc_(node_, [this](const std::string &question, const Answer &answer) {
-          OnQuestion(question, answer);
-        }) {
-    for (const DemoSet &set : kDemoSets) {
-      sets_.push_back(std::make_unique<Publisher>(node_, set.uri, set.payloadFormat));
-    }
-  }
-
-  bool Start() {
-    bool isGood = node_.IsUp() && rpc_.Start() && notes_.Start();
-    for (const auto &set : sets_) isGood = isGood && set->Start();
-    if (!isGood) return false;
-    sets_[kFilesJson]->Set(ReadFiles(kNumFiles));
-    sets_[kFilesIdl]->Set(ReadFiles(kNumFilesIdl));
+  North(Node &node, const std::string &self, const std::string &other)
+      : node_(node), other_(other) {
+    must(node.serve("ask", [this](const Request &request) {
+      Later later = request.later();
+      OnQuestion(std::string(request.payload()), later);
+      return later;
+    }));
+    must(node.serve("note",
+                    [this](std::string_view note) {
+                      return std::to_string(++numNotes_) + " " + std::string(note);
+                    },
+                    {.listen = Address(self + ":5684")}));
+    files_ = ReadFiles(kNumFiles);
+    must(published_.replace(files_));
+    must(published_.onConfirmed([this](uint64_t version) { OnConfirmed(version); }));
     Refresh();
-    Every(node_.Host(), kRefreshMs, [this] { Refresh(); });
-    return true;
+    must(node.every(500ms, [this] { Refresh(); })).detach();
   }
 
  private:
-  static constexpr uint32_t kRefreshMs = 500, kFarewellMs = 50;
-
+  // A table is handed over as a whole; what differs from before is published.
   void Refresh() {
-    sets_[kInterfaces]->Set(ReadInterfaces());
-    sets_[kCpuTimes]->Set(ReadCpuTimes());
-    sets_[kProcesses]->Set(ReadProcesses());
+    must(interfaces_.replace(ReadInterfaces()));
+    must(cpuTimes_.replace(ReadCpuTimes()));
+    must(processes_.replace(ReadProcesses()));
   }
 
-  // Unknown to the mirror: some rows changed, some removed, some new.
-  std::string ChangeFiles(size_t num) {
-    Table table = sets_[kFilesJson]->Now();
+  // Some rows change, some go, some are new.  The answer is left to OnConfirmed.
+  void ChangeFiles(size_t num, const Later &later) {
     size_t i = 0;
-    for (auto it = table.begin(); it != table.end() && i < 2 * num; ++i) {
+    for (auto it = files_.begin(); it != files_.end() && i < 2 * num; ++i) {
       if (i % 2 == 0) {
-        ++(it++)->second[0];
+        it->second[0] = it->second[0] + 1;
+        ++it;
       } else {
-        it = table.erase(it);
+        it = files_.erase(it);
       }
     }
-    for (i = 0; i < num; ++i) table[MakeRowKey("new" + std::to_string(i))] = {i, 0, 0, 0};
-    sets_[kFilesJson]->Set(std::move(table));
-    return std::to_string(3 * num);
+    for (i = 0; i < num; ++i) files_[RowKey("new" + std::to_string(i))] = {i, 0, 0, 0};
+    must(published_.replace(files_));
+    changed_ = later;
+    changedVersion_ = published_.head();
+  }
+
+  void OnConfirmed(uint64_t version) {
+    if (version < changedVersion_ || !changed_.isOpen()) return;
+    Reply(std::exchange(changed_, {}), std::to_string(version));
   }
 
   // Asks back, and answers when all is answered.
-  void AskBack(uint32_t num, const Answer &answer) {
-    const auto numAnswered = std::make_shared<uint32_t>(0);
-    rpc_.AskMany("load", num, [numAnswered, num, answer](const std::string &) {
-      if (++*numAnswered == num) answer(std::to_string(num));
+  void AskBack(uint32_t num, const Later &later) {
+    AskMany(node_, other_, "load", num, [num, later, left = num](const std::string &) mutable {
+      if (--left == 0) Reply(later, std::to_string(num));
     });
   }
 
   // Not at once: an unacknowledged question would be repeated and kill the next process as well.
-  void Die(const Answer &answer) {
-    answer("farewell");
-    Every(node_.Host(), kFarewellMs, [] { raise(SIGKILL); });
+  void Die(const Later &later) {
+    Reply(later, "farewell");
+    must(node_.every(50ms, [] { raise(SIGKILL); })).detach();
   }
 
-  void OnQuestion(const std::string &question, const Answer &answer) {
+  // The asker may have given up.
+  static void Reply(const Later &later, const std::string &text) {
+    static_cast<void>(later.reply(text));
+  }
+
+  void OnQuestion(const std::string &question, const Later &later) {
     std::istringstream words(question);
-    std::string verb, rest;
-    words >> verb >> std::ws;
-    std::getline(words, rest);
-    if (verb == "load") return answer("north, load " + LoadText());
-    if (verb == "ask-back") return AskBack(static_cast<uint32_t>(std::atoi(rest.c_str())), answer);
-    if (verb == "notes") return answer(std::to_string(notes_.NumNotes()));
-    if (verb == "observers") return answer(std::to_string(sets_[kFilesJson]->NumObservers()));
-    if (verb == "digest") return answer(DigestOf(sets_[kFilesJson]->Now()));
-    if (verb == "change") return answer(ChangeFiles(std::strtoul(rest.c_str(), nullptr, 10)));
-    if (verb == "die") return Die(answer);
-    answer("what?");
+    std::string verb;
+    uint32_t num = 0;
+    words >> verb >> num;
+    if (verb == "load") return Reply(later, "north, load " + LoadText());
+    if (verb == "ask-back") return AskBack(num, later);
+    if (verb == "notes") return Reply(later, std::to_string(numNotes_));
+    if (verb == "digest") return Reply(later, DigestOf(files_));
+    if (verb == "change") return ChangeFiles(num, later);
+    if (verb == "die") return Die(later);
+    Reply(later, "what?");
   }
 
-  Node node_;
-  Rpc rpc_;
-  PostBox notes_{node_};
-  std::vector<std::unique_ptr<Publisher>> sets_;  // by DemoSetId
+  PublishedTable Publish(const char *path) { return must(node_.table<RowKey, RowValue>(path)); }
+
+  Node &node_;
+  const Address other_;
+  PublishedTable interfaces_ = Publish("net"), cpuTimes_ = Publish("cpu"),
+                 processes_ = Publish("proc"), published_ = Publish("files");
+  Rows files_;
+  Later changed_;  // to be answered when all mirrors have the version
+  uint64_t changedVersion_ = 0;
+  uint32_t numNotes_ = 0;
 };
+
+Node *g_running;
 
 }  // namespace
 
 int main(int argc, char **argv) {
-  const char *self = ExampleOption(argc, argv, "--self", EXAMPLE_SERVER);
-  const char *other = ExampleOption(argc, argv, "--other", EXAMPLE_CLIENT);
-  const DemoHost host(MakeDemoHost("north", ExampleOption(argc, argv, "--files", ".")));
-  if (!host) return 1;
-  North north(host.get(), self, other);
-  if (!north.Start()) return 1;
-  std::printf("serving on %s\n", self);
+  const std::string self = OptionOf(argc, argv, "--self", "127.0.0.2");
+  Node node = MakeDemoNode("north", self, OptionOf(argc, argv, "--files", "."));
+  North north(node, self, OptionOf(argc, argv, "--other", "127.0.0.1"));
+  std::printf("serving on %s\n", self.c_str());
   std::fflush(stdout);
-  g_running = host.get();
-  std::signal(SIGTERM, StopOnSignal);
+  g_running = &node;
+  std::signal(SIGTERM, [](int) { g_running->stop(); });
   std::signal(SIGINT, SIG_IGN);  // ends with the script that started it
-  const uint32_t result = KestrelRun(host.get());
-  std::signal(SIGTERM, SIG_DFL);  // the host is about to go
-  g_running = nullptr;
-  return result == KESTREL_OK ? 0 : 1;
+  const bool isGood = node.run().has_value();
+  std::signal(SIGTERM, SIG_DFL);  // the node is about to go
+  return isGood ? 0 : 1;
 }

@@ -57,16 +57,17 @@ void Screen::Bar(const std::string &what, uint64_t done, uint64_t total) {
   Draw(what, {Format("%-34s [%s] %" PRIu64 "/%" PRIu64, what.c_str(), bar.c_str(), done, total)});
 }
 
-void Screen::Rows(const std::string &title, const char *columns, const Table &table) {
-  std::vector<const Table::value_type *> rows;
-  for (const Table::value_type &row : table) rows.push_back(&row);
+void Screen::List(const std::string &title, const char *columns, const Rows &table) {
+  std::vector<const Rows::value_type *> rows;
+  for (const Rows::value_type &row : table) rows.push_back(&row);
   std::stable_sort(rows.begin(), rows.end(),
-                   [](auto *a, auto *b) { return a->second[0] > b->second[0]; });
+                   [](auto *a, auto *b) { return +a->second[0] > +b->second[0]; });
   std::vector<std::string> lines = {Format("%-24s%s", title.c_str(), columns)};
   for (size_t i = 0; i < std::min(rows.size(), kMaxRows); ++i) {
     const RowValue &value = rows[i]->second;
     lines.push_back(Format("  %-22.22s%14" PRIu64 "%14" PRIu64 "%14" PRIu64 "%14" PRIu64,
-                           rows[i]->first.data(), value[0], value[1], value[2], value[3]));
+                           rows[i]->first.bytes.data(), +value[0], +value[1], +value[2],
+                           +value[3]));
   }
   if (table.size() > kMaxRows) lines.push_back(Format("  ... %zu in all", table.size()));
   Draw(title, std::move(lines));

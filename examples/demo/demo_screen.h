@@ -29,10 +29,10 @@ class Screen {
   // Say prints one line that stays.
   void Say(const std::string &line);
 
-  // Bar shows how much of something is done, Rows the rows of a table with the largest numbers in
+  // Bar shows how much of something is done, List the rows of a table with the largest numbers in
   // the first column.  The last state of each stays when another one begins.
   void Bar(const std::string &what, uint64_t done, uint64_t total);
-  void Rows(const std::string &title, const char *columns, const Table &table);
+  void List(const std::string &title, const char *columns, const Rows &table);
 
   // Summary prints all steps.  Returns whether all were good.
   bool Summary(double seconds);

@@ -1,54 +1,37 @@
-// demo_table.h: the tables that are published and mirrored, and how their rows look on the wire.
+// demo_table.h: the tables of the demo, which one process publishes and the other mirrors.
 #ifndef DEMO_TABLE_H
 #define DEMO_TABLE_H
 
+#include <algorithm>
 #include <array>
-#include <cstdint>
+#include <coap_svc_rpc.hpp>
 #include <map>
 #include <string>
 #include <string_view>
 
-using RowKey = std::array<char, 24>;       // text, padded with zeros
-using RowValue = std::array<uint64_t, 4>;  // columns that a table does not have are 0
-using Table = std::map<RowKey, RowValue>;
+// RowKey is a text, padded with zeros.
+struct RowKey {
+  std::array<char, 24> bytes = {};
 
-RowKey MakeRowKey(std::string_view text);
+  explicit RowKey(std::string_view text) {
+    std::copy_n(text.data(), std::min(text.size(), bytes.size() - 1), bytes.data());
+  }
+  std::string text() const { return bytes.data(); }
+  auto operator<=>(const RowKey &) const = default;
+};
+
+// RowValue has four columns; those that a table does not have are 0.
+using RowValue = std::array<coaprpc::Big<uint64_t>, 4>;
+
+using Rows = std::map<RowKey, RowValue>;
+using TableMirror = coaprpc::Mirror<RowKey, RowValue>;
+using PublishedTable = coaprpc::Table<RowKey, RowValue>;
 
 // DigestOf is a short text that two tables share only when they are equal: "<rows> rows <hash>".
-std::string DigestOf(const Table &table);
+std::string DigestOf(const Rows &table);
 
-// Row is an element of a notification: a row that exists, or one that was removed.
-//
-// It says to which full set it belongs: one with another number than the last tells a mirror to
-// forget what it had before (demo_publisher.h).
-//
-// JSON: {"s":<set>,"k":<key>,"v":[<columns without zeros at the end>]}, and without "v" when it has
-//       gone.
-// IDL:  1 byte that is 1 for a row that is there, the set, the key with its terminator, then the
-//       columns as in JSON.  Numbers are in groups of seven bits, lowest first, with bit 7 on all
-//       but the last group.
-struct Row {
-  RowKey key = {};
-  RowValue value = {};
-  uint32_t set = 0;
-  bool isThere = true;
+inline Rows RowsOf(const TableMirror &mirror) { return Rows(mirror.begin(), mirror.end()); }
 
-  void WriteJson(void *element) const;    // a json_t object
-  uint32_t WriteIdl(uint8_t *out) const;  // up to 71 bytes; returns how many
-  bool ReadJson(const void *element);     // a json_t object
-  bool ReadIdl(std::string_view bytes);
-};
-
-// CopiedTable is what a mirror has of a table.
-struct CopiedTable {
-  Table rows;
-  uint32_t set = 0;  // of the last row that came
-  uint32_t numFullSets = 0;
-};
-
-// Apply* bring a copy up to date with a notification.  They return the number of rows in it, or -1
-// when it is not understood.
-int ApplyJson(std::string_view document, CopiedTable &copy);
-int ApplyIdl(std::string_view document, CopiedTable &copy);
+constexpr size_t kNumFiles = 10000;
 
 #endif  // DEMO_TABLE_H
