@@ -89,7 +89,7 @@ std::string State::Text() const {
   std::string text = Format("%u missing, %u stale, %u not deleted", difference.numMissing,
                             difference.numStale, difference.numExtra);
   if (!difference.IsNone()) text += " (" + difference.example + ")";
-  text += isCodeCurrent ? "; check code current" : "; check code old";
+  text += isSure ? "; believes itself current" : "; knows that it is old";
   text += Format("; %u observers", numObservers);
   if (hasQueued) text += ", changes queued";
   if (isSending) text += ", payload under way";
@@ -100,6 +100,7 @@ std::string State::Text() const {
 
 std::string Verdict::Text() const {
   if (isRight) return Format("right after %.1f s", seconds);
+  if (isLate) return Format("LATE: right after %.1f s", seconds);
   return Format("WRONG after %.0f s: ", seconds) + (hasBegun ? "" : "never right; ") + state.Text();
 }
 
@@ -128,7 +129,7 @@ Bench::Bench(const Scenario &scenario, Trace trace)
       trace_(std::move(trace)),
       random_(scenario.seed),
       link_(scenario.seed + 1),
-      publisher_(scenario.isIdl) {
+      publisher_(scenario.isIdl, scenario.policy.kind == Policy::kMirror) {
   SeedLibraryRandom(scenario.seed + 2);
   SetTestSleep(NoSleep);
   for (const Side side : {kPublisher, kMirror}) {
@@ -184,8 +185,11 @@ void Bench::StartMirror(bool isSamePort) {
   if (!isSamePort) ++node.sockets.port;
   StartProcess(kMirror);
   COAP_RpcSetOnRequestEnd(node.Ctx(), CountEnd, reinterpret_cast<uint64_t>(&former_.numEnded));
-  mirror_ =
-      MakeMirror(scenario_.policy, {node.Ctx(), node.host->Tmr(), PeerAddr(), scenario_.isIdl});
+  const auto publisher = [this] {
+    return nodes_[kPublisher].IsAlive() ? nodes_[kPublisher].Ctx() : nullptr;
+  };
+  mirror_ = MakeMirror(scenario_.policy,
+                       {node.Ctx(), node.host->Tmr(), PeerAddr(), scenario_.isIdl, publisher});
   mirror_->Start();
   lastSign_ = UINT32_MAX;
 }
@@ -250,8 +254,10 @@ bool Bench::HasPort(Side side, const Bytes &packet) const {
   if (!layout || !layout->HasUdpHeader() || packet.size() < layout->payloadAt) return true;
   const uint32_t port =
       static_cast<uint32_t>(packet[layout->transportAt + 2]) << 8 | packet[layout->transportAt + 3];
-  const uint32_t own = side == kPublisher ? kCoapPort : nodes_[side].sockets.port;
-  return nodes_[side].IsAlive() && port == own;
+  if (!nodes_[side].IsAlive()) return false;
+  if (side == kPublisher) return port == kCoapPort;
+  nodes_[side].network->Enter();
+  return IsPortTaken(static_cast<uint16_t>(port), scenario_.isIpv6);
 }
 
 // The systems' own ICMP depends on the real time; ours comes in place of it.
@@ -384,7 +390,7 @@ void Bench::DoMirror(const Event &event) {
 }
 
 void Bench::Ask(decltype(&COAP_RpcCliObserveReq) ask) {
-  if (!nodes_[kMirror].IsAlive()) return;
+  if (!nodes_[kMirror].IsAlive() || scenario_.policy.kind == Policy::kMirror) return;
   const CoapRpcUriKey key = TableKey();
   const CoapRpcCliReqParam param = {};
   const CoapRpcCliAddr addr = PeerAddr();
@@ -435,7 +441,7 @@ uint64_t Bench::MirrorSum() {
   if (!mirror_) return 0;
   const MirrorNews news = mirror_->News();
   const uint32_t sign = news.numDocuments + news.numRefused;
-  if (sign != lastSign_) mirrorSum_ = FullSum(instead_ ? *instead_ : mirror_->Mirror().Table());
+  if (sign != lastSign_) mirrorSum_ = FullSum(instead_ ? *instead_ : mirror_->Table());
   lastSign_ = sign;
   return mirrorSum_;
 }
@@ -499,15 +505,14 @@ State Bench::Look() const {
   const CoapRpcUriKey key = TableKey();
   const NetTable none;
   const NetTable *mirrored = instead_;
-  if (!mirrored) mirrored = mirror_ ? &mirror_->Mirror().Table() : &none;
+  if (!mirrored) mirrored = mirror_ ? &mirror_->Table() : &none;
   state.difference = Compare(publisher_.Table(), *mirrored);
   if (mirror_) state.news = mirror_->News();
   state.news.numDisconnects += former_.numDisconnects;
   state.news.numEnded = former_.numEnded;
   if (!nodes_[kPublisher].IsAlive() || !nodes_[kMirror].IsAlive()) return state;
   const auto *entry = COAP_RpcSerFindUriVtbl(nodes_[kPublisher].Ctx()->ser, &key);
-  const auto *own = COAP_RpcCliFindUriVtbl(nodes_[kMirror].Ctx()->cli, &key);
-  state.isCodeCurrent = own->checkCode == entry->etag;
+  state.isSure = mirror_->IsSure();
   state.numObservers = entry->observerNum;
   state.hasQueued = entry->tupleChgList.next != &entry->tupleChgList;
   state.isSending = entry->isSendingLargeBlock != 0;
@@ -516,9 +521,10 @@ State Bench::Look() const {
 
 Verdict Bench::MakeVerdict(uint64_t sinceMs) const {
   Verdict verdict;
-  verdict.isRight = isRight_;
   const uint64_t at = isRight_ ? recoveredAtMs_ : nowMs_;
   verdict.seconds = at > sinceMs ? static_cast<double>(at - sinceMs) / 1000 : 0;
+  verdict.isLate = isRight_ && verdict.seconds > scenario_.policy.LimitSeconds();
+  verdict.isRight = isRight_ && !verdict.isLate;
   verdict.virtualSeconds = static_cast<double>(nowMs_) / 1000;
   verdict.state = Look();
   verdict.digest = digest_.Value();

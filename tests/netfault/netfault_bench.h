@@ -34,7 +34,7 @@ Difference Compare(const NetTable &published, const NetTable &mirrored);
 // State is what both sides know about it.
 struct State {
   Difference difference;
-  bool isCodeCurrent = false;  // the mirror's check code is that of the publisher's last payload
+  bool isSure = false;  // the mirror believes itself up to date, as by its check code
   uint32_t numObservers = 0;
   bool hasQueued = false;  // changes that the publisher has not sent yet
   bool isSending = false;  // a payload in blocks
@@ -47,7 +47,8 @@ struct State {
 };
 
 struct Verdict {
-  bool isRight = false;
+  bool isRight = false;       // and in time
+  bool isLate = false;        // right, but later than it had to be
   double seconds = 0;         // from the last event until it had recovered, or until the end
   bool hasBegun = true;       // false: never right before the faults
   State state;                // at the end
@@ -88,7 +89,7 @@ class Bench {
   void RunMs(uint64_t ms);
   void Do(const Event &event);
   PublisherApp &Publisher() { return publisher_; }
-  const NetMirror *MirrorTable() const { return mirror_ ? &mirror_->Mirror() : nullptr; }
+  const NetTable *MirrorTable() const { return mirror_ ? &mirror_->Table() : nullptr; }
   const LinkCounts &Counts(Side to) const { return link_.Counts(to); }
   uint64_t NowMs() const { return nowMs_; }
   State Look() const;

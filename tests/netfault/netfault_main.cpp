@@ -6,9 +6,10 @@
 // --set adds a line to each scenario (netfault_scenario.h), as "--set 'tuples 5000'".  Each line of
 // the output has name, tuples, format, policy, seed, a short verdict, the digest of all packets,
 // the long verdict, and for a mirror that is wrong the scenario's reason ("-" without one), between
-// tabs.  Short verdicts: "<n> s", or "wrong <missing>/<stale>/<not
-// deleted> <code> <news>", where the code is "current" when the mirror believes itself up to date,
-// else "old", and the news are "told" or "silent".  --check only says whether it can work here.
+// tabs.  Short verdicts: "<n> s", "wrong late <n> s" for a mirror that keeps itself right and took
+// longer than a heartbeat and 5 s, or "wrong <missing>/<stale>/<not deleted> <code> <news>", where
+// the code is "current" when the mirror believes itself up to date, else "old", and the news are
+// "told" or "silent".  --check only says whether it can work here.
 // Status 0: all mirrors became right; 1: one did not; 2: usage; 77: no namespaces here.
 #include <cinttypes>
 #include <cstdio>
@@ -61,7 +62,7 @@ bool ReadScenario(const std::string &path, const std::string &lines, Scenario *s
 }
 
 std::string PolicyText(const Policy &policy) {
-  static constexpr const char *kNames[] = {"none", "verify", "batch", "example"};
+  static constexpr const char *kNames[] = {"none", "verify", "batch", "hand", "mirror"};
   std::string text = kNames[policy.kind];
   if (policy.kind != Policy::kNone) text += ' ' + std::to_string(policy.seconds);
   return text;
@@ -73,9 +74,11 @@ std::string ShortText(const Verdict &verdict) {
   const netfault::Difference &wrong = state.difference;
   if (verdict.isRight) {
     snprintf(text, sizeof(text), "%.0f s", verdict.seconds);
+  } else if (verdict.isLate) {
+    snprintf(text, sizeof(text), "wrong late %.0f s", verdict.seconds);
   } else {
     snprintf(text, sizeof(text), "wrong %u/%u/%u %s %s", wrong.numMissing, wrong.numStale,
-             wrong.numExtra, state.isCodeCurrent ? "current" : "old",
+             wrong.numExtra, state.isSure ? "current" : "old",
              state.IsReported() ? "told" : "silent");
   }
   return text;

@@ -1,8 +1,11 @@
 #include "netfault_random.h"
 
 #include <coap3/coap.h>
+#include <sys/types.h>
 
 #include <random>
+
+extern "C" ssize_t __wrap_getrandom(void *bytes, size_t len, unsigned flags);
 
 namespace netfault {
 namespace {
@@ -23,3 +26,8 @@ void SeedLibraryRandom(uint32_t seed) {
 }
 
 }  // namespace netfault
+
+ssize_t __wrap_getrandom(void *bytes, size_t len, unsigned) {
+  netfault::Fill(bytes, len);
+  return static_cast<ssize_t>(len);
+}

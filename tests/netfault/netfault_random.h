@@ -1,4 +1,7 @@
-/* netfault_random.h: libcoap's random numbers (message ids, tokens, times), from a seed. */
+/* netfault_random.h: random numbers of libcoap (message ids, tokens, times) and of the library
+ * (lives of sets), from a seed.
+ *
+ * Programs that use it are linked with --wrap for getrandom. */
 #ifndef NETFAULT_RANDOM_H
 #define NETFAULT_RANDOM_H
 

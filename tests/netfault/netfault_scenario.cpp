@@ -113,7 +113,8 @@ bool SetKind(const std::string &word, Policy::Kind &kind) {
   static const std::map<std::string, Policy::Kind> kinds = {{"none", Policy::kNone},
                                                             {"verify", Policy::kVerify},
                                                             {"batch", Policy::kBatch},
-                                                            {"example", Policy::kExample}};
+                                                            {"hand", Policy::kHand},
+                                                            {"mirror", Policy::kMirror}};
   const auto found = kinds.find(word);
   if (found != kinds.end()) kind = found->second;
   return found != kinds.end();

@@ -6,7 +6,7 @@
  *   seed 1                           of everything that is left to chance
  *   tuples 450                       size of the table
  *   format json | idl
- *   policy none | verify <s> | batch <s> | example     what the mirror does to stay right
+ *   policy none | verify <s> | batch <s> | hand | mirror <s>   what keeps the mirror right
  *   ip 4 | 6
  *   io prompt | polled               whether the hosts watch their descriptors (COAP_RpcGetIoFd)
  *   icmp on | off                    hosts answer packets for ports that nobody has

@@ -2,6 +2,7 @@
 
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -47,6 +48,18 @@ bool IsRefused() {
 }  // namespace
 
 void SetSocketPolicy(SocketPolicy *policy) { g_policy = policy; }
+
+bool IsPortTaken(uint16_t port, bool isIpv6) {
+  sockaddr_in6 own = {};
+  own.sin6_family = isIpv6 ? AF_INET6 : AF_INET;
+  own.sin6_port = htons(port);
+  const int fd = socket(own.sin6_family, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  const socklen_t len = isIpv6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
+  const bool isTaken =
+      bind(fd, reinterpret_cast<sockaddr *>(&own), len) != 0 && errno == EADDRINUSE;
+  close(fd);
+  return isTaken;
+}
 
 }  // namespace netfault
 

@@ -16,6 +16,9 @@ struct SocketPolicy {
 // SetSocketPolicy names the policy of all sockets until the next call; null: the system's own.
 void SetSocketPolicy(SocketPolicy *policy);
 
+// IsPortTaken tells whether a UDP socket of the present namespace has a port.
+bool IsPortTaken(uint16_t port, bool isIpv6);
+
 }  // namespace netfault
 
 #endif /* NETFAULT_SOCKET_H */

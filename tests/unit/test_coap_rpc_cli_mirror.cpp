@@ -413,6 +413,13 @@ TEST_F(CliMirror, Rule7_SilenceDuringAFullSync_LosesNoRange) {
   EXPECT_EQ(Core().numFullSyncs, 1u);
 }
 
+// The process that had the port before has left a registration behind.
+TEST_F(CliMirror, Rule7_ServerThatPushesToAFormerOwnerOfThePort_IsRegisteredWith) {
+  Open({});
+  Say(NextPull().token, {.head = 4});
+  EXPECT_EQ(Next().act, MirrorAct::kRegister);
+}
+
 TEST_F(CliMirror, Rule7_ServerThatPushesNothing_IsRegisteredWith_WithPauses) {
   Sync();
   uint32_t numRegistered = 0;
@@ -472,6 +479,7 @@ TEST_F(CliMirror, Window_GrowsWithEachAnswer_AndIsHalvedOnceForALoss) {
   const MirrorAsk hello = NextPull();
   Advance(20);
   Say(hello.token, {.head = 1'000'000});
+  EXPECT_EQ(Next().act, MirrorAct::kRegister);
   std::vector<MirrorAsk> flight;
   uint64_t version = 0;
   for (int round = 0; round < 4; ++round) {

@@ -28,8 +28,8 @@
  *   6   An answer of another life, or with a head below one that was known when it was asked for,
  *       begins a full sync.  So does one that says so.  Equal values are no change to anyone.
  *   7   A pull at every heartbeat; after three without any answer the mirror is STALE and tries
- *       another socket, with growing pauses.  It registers again whenever the server says that it
- *       pushes nothing.
+ *       another socket, with growing pauses.  It registers through each socket, and again whenever
+ *       the server says that it pushes nothing.
  *
  * A trouble is what does not go away by asking again at once: an answer that is no page, a page
  * that contradicts what is known, no memory, a full sync that had to begin again.  The first one
@@ -337,8 +337,10 @@ void Register(Mirror &mirror, uint64_t nowMs) {
   mirror.registration.state = PullState::kWanted;
 }
 
+// A server that pushes without having been asked through this socket has a registration of whoever
+// had the port before: what it pushes is not for us.
 void NoteObserving(Mirror &mirror, const MirrorPage &page, uint64_t nowMs) {
-  if ((page.flags & kSyncNotObserving) != 0) {
+  if ((page.flags & kSyncNotObserving) != 0 || mirror.registration.token == 0) {
     Register(mirror, nowMs);
   } else {
     mirror.numRegisters = 0;
