@@ -479,7 +479,9 @@ TEST_F(CliMirror, Window_GrowsWithEachAnswer_AndIsHalvedOnceForALoss) {
   const MirrorAsk hello = NextPull();
   Advance(20);
   Say(hello.token, {.head = 1'000'000});
-  EXPECT_EQ(Next().act, MirrorAct::kRegister);
+  const MirrorAsk registration = Next();
+  EXPECT_EQ(registration.act, MirrorAct::kRegister);
+  Say(registration.token, {.head = 1'000'000});
   std::vector<MirrorAsk> flight;
   uint64_t version = 0;
   for (int round = 0; round < 4; ++round) {

@@ -612,6 +612,8 @@ void MirrorLoseSocket(Mirror &mirror, uint64_t nowMs) {
   TellState(mirror, COAP_RPC_MIRROR_STALE, Code(kSiteMirrorNoSocket));
 }
 
+void MirrorMove(Mirror &mirror, uint64_t nowMs) { NewSocket(mirror, nowMs); }
+
 CoapRpcMirrorState MirrorStateOf(const Mirror &mirror, uint64_t nowMs) {
   CoapRpcMirrorState state = {};
   state.state = mirror.state;

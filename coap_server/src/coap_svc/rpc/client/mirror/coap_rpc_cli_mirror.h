@@ -124,6 +124,9 @@ void MirrorTakeFailure(Mirror &mirror, uint64_t token, uint32_t code, uint64_t n
 // MirrorLoseSocket says that there is no socket to be had.
 void MirrorLoseSocket(Mirror &mirror, uint64_t nowMs);
 
+// MirrorMove says that the address of the socket is not this host's any more.
+void MirrorMove(Mirror &mirror, uint64_t nowMs);
+
 // MirrorStateOf is what an application is told.
 CoapRpcMirrorState MirrorStateOf(const Mirror &mirror, uint64_t nowMs);
 

@@ -14,6 +14,7 @@
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_pdu.h"
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_peer.h"
 #include "libcoap/ext/coap_rpc_lib_internals.h"
+#include "libcoap/ext/coap_rpc_lib_source.h"
 
 namespace coap_rpc {
 namespace {
@@ -45,6 +46,12 @@ void WriteQuery(const MirrorAsk &ask, char *out) {
 bool IsComing(const CoapRpcMirror *mirror, const MirrorAsk &ask) {
   const coap_bin_const_t token = TokenBytes(ask.token);
   return ask.isRepeated && CoapRpcLibIsReceiving(mirror->session, &token, kMirrorBlockIdleMs) != 0;
+}
+
+// IsCutOff says whether a question has no answer because the address that it was sent from has gone
+// from this host.  IPv6 goes on sending from it.
+bool IsCutOff(const CoapRpcMirror *mirror, const MirrorAsk &ask) {
+  return ask.isRepeated && CoapRpcLibIsLost(coap_session_get_addr_local(mirror->session)) != 0;
 }
 
 // Send asks a question.  What does not go out is repeated as if it had been lost.
@@ -86,6 +93,8 @@ void Do(CoapRpcMirror *mirror, const MirrorAsk &ask, uint64_t nowMs) {
     OpenSocket(mirror, nowMs);
   } else if (IsComing(mirror, ask)) {
     MirrorTakePart(mirror->core, nowMs);
+  } else if (IsCutOff(mirror, ask)) {
+    MirrorMove(mirror->core, nowMs);
   } else {
     Send(mirror, ask);
   }
