@@ -265,7 +265,7 @@ constexpr Cell kCells[] = {
     {"matrix/everything", "policy hand\ntuples 5000"},
     {"matrix/forged-bits", "policy hand"},
     {"matrix/everything", "policy mirror 30\ntuples 5000"},
-    {"matrix/forged-bits", "policy mirror 30"},
+    {"matrix/forged-bits", "policy mirror 30\ntuples 5000"},
     {"matrix/link-down-180", "policy mirror 30"},
     {"matrix/loss", "policy mirror 30\nseed 2"},
     {"matrix/loss-to-publisher", "policy mirror 30\nio polled"},

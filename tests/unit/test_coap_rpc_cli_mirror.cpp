@@ -1,5 +1,6 @@
 /* test_coap_rpc_cli_mirror.cpp: each rule of a mirror by itself, the window of its questions, and
  * its tuples. */
+#include <algorithm>
 #include <set>
 
 #include "mirror_world.h"
@@ -323,6 +324,46 @@ TEST_F(CliMirror, Rule5_AnotherDigest_IsAnErrorAndAFullSync) {
 }
 
 // Rule 6.
+
+// A way that forges bits for some minutes must not cost more than a heartbeat when it is good
+// again.
+TEST_F(CliMirror, DigestThatNeverFits_IsAskedForAfterAHeartbeatAtMost_AndLaterAfterAMinute) {
+  std::vector<uint64_t> pauses;
+  MirrorAsk hello = NextPull();
+  for (int i = 0; i < 20; ++i) {
+    Say(hello.token, {.head = 0});
+    Say(NextPull().token,
+        {.flags = kSyncAtHead, .from = 0, .to = 0, .head = 0, .digest = Digest() + 1});
+    const uint64_t beganMs = nowMs_;
+    while ((hello = Next()).act != MirrorAct::kPull) AdvanceToDue();
+    pauses.push_back(nowMs_ - beganMs);
+    EXPECT_TRUE(hello.isHello);
+  }
+  EXPECT_EQ(pauses[0], 0u);
+  EXPECT_LE(*std::max_element(pauses.begin(), pauses.begin() + 12), 30'000u);
+  EXPECT_GT(pauses[11], 20'000u);
+  EXPECT_GT(pauses[19], 44'000u);
+  EXPECT_LE(pauses[19], 60'000u);
+}
+
+// Another answer was none: what was wrong with that one was wrong with the values too.
+TEST_F(CliMirror, DigestThatDoesNotFitOnABadWay_CostsNoFurtherPause) {
+  MirrorAsk ask = NextPull();
+  for (int i = 0; i < 10; ++i) {
+    MirrorTakeFailure(Core(), ask.token, 1900001620, nowMs_);
+    while ((ask = Next()).act != MirrorAct::kPull) AdvanceToDue();
+  }
+  Say(ask.token, {.head = 2});
+  ask = NextPull();
+  MirrorTakeFailure(Core(), ask.token, 1900001620, nowMs_);
+  while ((ask = Next()).act != MirrorAct::kPull) AdvanceToDue();
+  Say(ask.token, {.from = 0, .to = 1, .head = 2});
+  Say(NextPull().token, {.from = 1, .to = 2, .head = 2});
+  Say(NextPull().token,
+      {.flags = kSyncAtHead, .from = 2, .to = 2, .head = 2, .digest = Digest() + 1});
+  EXPECT_EQ(Core().numDigestErrors, 1u);
+  EXPECT_TRUE(NextPull().isHello);
+}
 
 TEST_F(CliMirror, Rule6_AnswerOfAnotherLife_BeginsAFullSync) {
   Sync();

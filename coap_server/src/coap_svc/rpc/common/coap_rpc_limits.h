@@ -94,6 +94,7 @@ inline constexpr uint32_t kMirrorFirstRepeatMs = 500;
 inline constexpr uint32_t kMirrorLastRepeatMs = 8000;
 inline constexpr uint32_t kMirrorFirstPauseMs = 500;
 inline constexpr uint32_t kMirrorLastPauseMs = 60000;
+inline constexpr uint32_t kMirrorMaxDoubts = 12;
 inline constexpr uint32_t kMirrorMaxSilent = 3;
 inline constexpr uint32_t kMirrorConfirmMs = 50;
 inline constexpr uint32_t kMirrorLeastSplit = 4;

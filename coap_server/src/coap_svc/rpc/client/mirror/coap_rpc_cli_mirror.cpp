@@ -34,7 +34,7 @@
  * A trouble is what does not go away by asking again at once: an answer that is no page, a page
  * that contradicts what is known, no memory, a full sync that had to begin again.  The first one
  * since the mirror was synced costs no time; then the pauses double.  A server that keeps to the
- * protocol is asked again by the next heartbeat at the latest, any other in 60 s.
+ * protocol is asked again by the next heartbeat at the latest, any other, in the end, in 60 s.
  *
  * Bounds: numInFlight questions, maxBytes of tuples.  A callback may close the mirror, which ends
  * whatever is under way: hence isClosed after each. */
@@ -160,10 +160,16 @@ void Hold(Mirror &mirror, uint64_t nowMs, uint64_t maxMs) {
   mirror.holdMs = nowMs + PauseMs(mirror, mirror.numTroubles, maxMs);
 }
 
+// A way that forges bits looks like a server that does not keep to the protocol, and will be good
+// again: so it takes some troubles until that has longer pauses than a heartbeat.
+uint64_t LongestPauseMs(const Mirror &mirror) {
+  return mirror.numTroubles < kMirrorMaxDoubts ? HeartbeatPauseMs(mirror) : kMirrorLastPauseMs;
+}
+
 void Trouble(Mirror &mirror, uint32_t state, uint32_t code, uint64_t nowMs) {
   const bool isBusy = code == Code(kSiteMirrorRestarts);
   mirror.troubleCode = code;
-  Hold(mirror, nowMs, isBusy ? HeartbeatPauseMs(mirror) : kMirrorLastPauseMs);
+  Hold(mirror, nowMs, isBusy ? HeartbeatPauseMs(mirror) : LongestPauseMs(mirror));
   TellState(mirror, state, code);
 }
 
@@ -177,6 +183,7 @@ void BeginFull(Mirror &mirror, const MirrorPage &page) {
   mirror.base = page.head;
   mirror.cursor = 0;
   mirror.isFull = true;
+  mirror.isDoubtful = false;
   mirror.toldReplid = 0;
   WantRanges(mirror);
   WantTail(mirror);
@@ -205,14 +212,21 @@ void Contradict(Mirror &mirror, uint64_t nowMs) {
   Trouble(mirror, COAP_RPC_MIRROR_BEHIND, Code(kSiteMirrorContradiction), nowMs);
 }
 
+// FailDigest reads everything again.  Where answers came that were none, others were wrong as well:
+// the pause for those was long enough.
 void FailDigest(Mirror &mirror, uint64_t nowMs) {
+  const uint32_t code = Code(kSiteMirrorDigest);
   ++mirror.numDigestErrors;
   WantHello(mirror);
-  Trouble(mirror, COAP_RPC_MIRROR_BEHIND, Code(kSiteMirrorDigest), nowMs);
+  if (!mirror.isDoubtful) Hold(mirror, nowMs, LongestPauseMs(mirror));
+  mirror.isDoubtful = false;
+  mirror.troubleCode = code;
+  TellState(mirror, COAP_RPC_MIRROR_BEHIND, code);
 }
 
 void Sync(Mirror &mirror) {
   mirror.numTroubles = 0;
+  mirror.isDoubtful = false;
   mirror.troubleCode = 0;
   mirror.holdMs = 0;
   TellState(mirror, COAP_RPC_MIRROR_SYNCED, 0);
@@ -597,6 +611,7 @@ void MirrorTakeFailure(Mirror &mirror, uint64_t token, uint32_t code, uint64_t n
   Heard(mirror, nowMs);
   if (pull) {
     FailPull(mirror.pulls, *pull);
+    mirror.isDoubtful = true;
     const bool isBusy = code == Code(kSiteMirrorRestarts);
     Trouble(mirror, isBusy ? COAP_RPC_MIRROR_BEHIND : COAP_RPC_MIRROR_REFUSED, code, nowMs);
   } else {

@@ -50,6 +50,7 @@ struct Mirror {
   uint64_t base;       // head when the full sync began; 0: none has
   uint32_t numRanges;  // that are not read to their end
   bool isFull;         // a full sync is on, or wanted
+  bool isDoubtful;     // an answer was none since it began, or since the mirror was synced
 
   // What the application was told.
   uint32_t state;
