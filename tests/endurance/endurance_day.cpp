@@ -12,6 +12,7 @@
 
 #include <cstdlib>
 
+#include "coap_svc/rpc/coap_rpc_sync.h"
 #include "load.h"
 #include "memory_sample.h"
 
@@ -287,6 +288,72 @@ TEST_F(EnduranceDay, MixedLoad_NothingIsLostAndNothingGrows) {
          static_cast<unsigned long long>(numHours_), counts.Text().c_str(),
          static_cast<unsigned long long>(numCallsGone_),
          static_cast<unsigned long long>(numPostsGone_));
+}
+
+// VersionedCopy is the library's mirror of one of a party's tables.
+class VersionedCopy {
+ public:
+  VersionedCopy(Party *from, Party *at) {
+    const CoapRpcUriKey key = KeyOf("t/idl", COAP_RPC_CON, 1);
+    EXPECT_EQ(COAP_RpcSerSetUriSync(from->Ctx(), &key, nullptr), 0u);
+    CoapRpcCallAddr addr = {};
+    addr.dstIp = Ipv4Address(from->Ip());
+    addr.dstPort = kCoapPort;
+    CoapRpcMirrorParam param = {};
+    param.keyLen = param.valLen = 4;
+    EXPECT_EQ(COAP_RpcMirrorOpen(at->Ctx(), &key, &addr, &param, &mirror_), 0u);
+  }
+  ~VersionedCopy() { COAP_RpcMirrorClose(mirror_); }
+
+  Tuples Data() const {
+    Tuples data;
+    const uint8_t *tuple = nullptr;
+    while ((tuple = COAP_RpcMirrorNext(mirror_, tuple))) {
+      data[std::string(tuple, tuple + 4)] = std::string(tuple + 4, tuple + 8);
+    }
+    return data;
+  }
+
+  CoapRpcMirrorState State() const {
+    CoapRpcMirrorState state = {};
+    COAP_RpcMirrorGetState(mirror_, &state);
+    return state;
+  }
+
+ private:
+  CoapRpcMirror *mirror_ = nullptr;
+};
+
+// Loss for a sixth of the time, and a minute of each hour without any datagram: a mirror reads
+// everything once in its life.
+TEST_F(EnduranceDay, Mirror_IsReadWholeOnce_WhateverIsLost) {
+  const VersionedCopy copy(server_.get(), asker_.get());
+  for (uint64_t hour = 0; hour < numHours_; ++hour) {
+    Run(20 * kMinuteMs);
+    SetLoss(Loss::kSome);
+    Run(10 * kMinuteMs);
+    SetLoss(Loss::kAll);
+    Run(kMinuteMs);
+    SetLoss(Loss::kNone);
+    Run(28 * kMinuteMs);
+    SetQuiet(true);
+    Run(kMinuteMs);
+    EXPECT_EQ(copy.State().state, uint32_t{COAP_RPC_MIRROR_SYNCED}) << "hour " << hour;
+    EXPECT_EQ(copy.Data(), server_->Work().TableData(1)) << "hour " << hour;
+    SetQuiet(false);
+  }
+  const CoapRpcMirrorState state = copy.State();
+  EXPECT_EQ(state.numFullSyncs, 1u);
+  EXPECT_EQ(state.numDigestErrors + state.numBadMessages, 0u);
+  EXPECT_GT(state.numNotifications, 500 * numHours_);
+  EXPECT_GT(state.numRepeats, 0u);
+  printf(
+      "%llu hours: version %llu, pulls %llu, repeated %llu, notifications %llu, full syncs %llu\n",
+      static_cast<unsigned long long>(numHours_), static_cast<unsigned long long>(state.version),
+      static_cast<unsigned long long>(state.numPulls),
+      static_cast<unsigned long long>(state.numRepeats),
+      static_cast<unsigned long long>(state.numNotifications),
+      static_cast<unsigned long long>(state.numFullSyncs));
 }
 
 }  // namespace
