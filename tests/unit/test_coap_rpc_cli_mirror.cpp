@@ -433,6 +433,37 @@ TEST_F(CliMirror, Rule7_ThreeHeartbeatsWithoutAnswer_TryOtherSockets) {
   EXPECT_EQ(Table().size(), 2u);
 }
 
+TEST_F(CliMirror, Rule7_HostThatIsThereButSilent_IsRefused_AndStaleWhenItHasGone) {
+  const auto isPinged = [this] {
+    bool is = false;
+    for (MirrorAsk ask = Next(); ask.act != MirrorAct::kNone; ask = Next()) {
+      is = is || ask.act == MirrorAct::kPing;
+    }
+    return is;
+  };
+  while (!isPinged()) AdvanceToDue();
+  EXPECT_EQ(State(), COAP_RPC_MIRROR_CONNECTING);
+  MirrorTakePong(Core());
+  while (State() == COAP_RPC_MIRROR_CONNECTING) AdvanceToDue();
+  EXPECT_EQ(State(), COAP_RPC_MIRROR_REFUSED);
+  EXPECT_EQ(Core().code, 1900001619u);
+  EXPECT_TRUE(isPinged());
+  while (State() == COAP_RPC_MIRROR_REFUSED) AdvanceToDue();
+  EXPECT_EQ(State(), COAP_RPC_MIRROR_STALE);
+  EXPECT_TRUE(isPinged());
+}
+
+TEST_F(CliMirror, Rule7_ServerThatHasAnsweredOnce_IsNotPinged) {
+  Sync();
+  const uint64_t beganMs = nowMs_;
+  while (nowMs_ < beganMs + 600000) {
+    AdvanceToDue();
+    for (MirrorAsk ask = Next(); ask.act != MirrorAct::kNone; ask = Next()) {
+      EXPECT_NE(ask.act, MirrorAct::kPing);
+    }
+  }
+}
+
 TEST_F(CliMirror, Rule7_SilenceDuringAFullSync_LosesNoRange) {
   CoapRpcMirrorParam param = {};
   param.heartbeatMs = 500;

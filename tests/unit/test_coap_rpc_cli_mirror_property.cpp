@@ -208,6 +208,7 @@ class World {
     for (;;) {
       const coap_rpc::MirrorAsk ask = MirrorNext(mirror.core, nowMs_);
       if (ask.act == coap_rpc::MirrorAct::kNone) return;
+      if (ask.act == coap_rpc::MirrorAct::kPing) continue;
       if (ask.act == coap_rpc::MirrorAct::kOpen) {
         ++mirror.socket;
       } else {

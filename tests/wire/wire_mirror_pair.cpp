@@ -104,7 +104,7 @@ TEST_F(MirrorPair, ServerThatComesLater_IsFound) {
   ASSERT_TRUE(BecomesEqual(200));
 }
 
-TEST_F(MirrorPair, UriWithoutVersions_IsSilent_UntilItHasThem) {
+TEST_F(MirrorPair, UriWithoutVersions_Refuses_UntilItHasThem) {
   CoapRpcSerVtblReg reg = {};
   CoapRpcSerObVtblReg ob = {};
   ob.keyLen = 4;
@@ -113,8 +113,10 @@ TEST_F(MirrorPair, UriWithoutVersions_IsSilent_UntilItHasThem) {
   ASSERT_EQ(COAP_RpcSerRegVtbl(server_.Ctx(), &source_.Key(), &reg, &ob), 0u);
   server_.Attach(source_.Key());
   OpenCopy(1000);
-  EXPECT_TRUE(RunUntil([&] { return copy_.State().state == COAP_RPC_MIRROR_STALE; }, 50));
-  EXPECT_EQ(copy_.State().code, 1900001616u);
+  EXPECT_TRUE(RunUntil([&] { return copy_.State().state == COAP_RPC_MIRROR_REFUSED; }, 50));
+  EXPECT_EQ(copy_.State().code, 1900001619u);
+  Steps(300);
+  EXPECT_EQ(copy_.State().state, uint32_t{COAP_RPC_MIRROR_REFUSED});
   CoapRpcSerSyncParam param = {};
   EXPECT_EQ(COAP_RpcSerSetUriSync(server_.Ctx(), &source_.Key(), &param), 0u);
   EXPECT_TRUE(RunUntil([&] { return copy_.State().state == COAP_RPC_MIRROR_SYNCED; }, 100));

@@ -28,7 +28,7 @@
  *   6   An answer of another life, or with a head below one that was known when it was asked for,
  *       begins a full sync.  So does one that says so.  Equal values are no change to anyone.
  *   7   A pull at every heartbeat; after three without any answer the mirror is STALE and tries
- *       another socket, with growing pauses.  It registers through each socket, and again whenever
+ *       another socket, with growing pauses; or REFUSED, when the host does answer a ping.  It registers through each socket, and again whenever
  *       the server says that it pushes nothing.
  *
  * A trouble is what does not go away by asking again at once: an answer that is no page, a page
@@ -429,15 +429,24 @@ void NewSocket(Mirror &mirror, uint64_t nowMs) {
   mirror.socketMs = nowMs + 1 + PauseMs(mirror, mirror.numAttempts + 3, HeartbeatPauseMs(mirror));
 }
 
-void GoStale(Mirror &mirror, uint64_t nowMs) {
+// WantPing is for a server that has never answered: perhaps it is there, and silent because it knows
+// no versions of the URI.
+void WantPing(Mirror &mirror) { mirror.wantsPing = mirror.replid == 0; }
+
+void GoSilent(Mirror &mirror, uint64_t nowMs) {
+  const bool isThere = std::exchange(mirror.isThere, false);
   NewSocket(mirror, nowMs);
-  TellState(mirror, COAP_RPC_MIRROR_STALE, Code(kSiteMirrorSilent));
+  WantPing(mirror);
+  TellState(mirror, isThere ? COAP_RPC_MIRROR_REFUSED : COAP_RPC_MIRROR_STALE,
+            Code(isThere ? kSiteMirrorNoPage : kSiteMirrorSilent));
 }
 
 void CountSilence(Mirror &mirror, uint64_t nowMs) {
   const bool isAsked = std::exchange(mirror.isAsked, false);
   if (std::exchange(mirror.isHeard, false) || !isAsked) return;
-  if (++mirror.numSilent == kMirrorMaxSilent) GoStale(mirror, nowMs);
+  ++mirror.numSilent;
+  if (mirror.numSilent + 1 == kMirrorMaxSilent) WantPing(mirror);
+  if (mirror.numSilent == kMirrorMaxSilent) GoSilent(mirror, nowMs);
 }
 
 void Beat(Mirror &mirror, uint64_t nowMs) {
@@ -452,6 +461,15 @@ void Confirm(Mirror &mirror, uint64_t nowMs) {
   const bool isBusy = !IsIdle(TailPull(mirror));
   mirror.confirmMs = isBusy ? nowMs + kMirrorConfirmMs : 0;
   WantTail(mirror);
+}
+
+// RetrySocket goes on where the server was silent through one more socket.
+void RetrySocket(Mirror &mirror, uint64_t nowMs) {
+  if (mirror.hasSocket) {
+    GoSilent(mirror, nowMs);
+  } else {
+    NewSocket(mirror, nowMs);
+  }
 }
 
 void RepeatRegistration(Mirror &mirror, uint64_t nowMs) {
@@ -556,6 +574,11 @@ MirrorAsk MirrorNext(Mirror &mirror, uint64_t nowMs) {
     return ask;
   }
   if (!mirror.hasSocket) return {};
+  if (std::exchange(mirror.wantsPing, false)) {
+    MirrorAsk ask = {};
+    ask.act = MirrorAct::kPing;
+    return ask;
+  }
   return IsWanted(mirror.registration) ? NextRegistration(mirror, nowMs)
                                        : NextOfPulls(mirror, nowMs);
 }
@@ -569,7 +592,7 @@ void MirrorTick(Mirror &mirror, uint64_t nowMs) {
   RepeatPulls(mirror.pulls, nowMs);
   RepeatRegistration(mirror, nowMs);
   if (IsDue(mirror.confirmMs, nowMs)) Confirm(mirror, nowMs);
-  if (IsDue(mirror.socketMs, nowMs)) NewSocket(mirror, nowMs);
+  if (IsDue(mirror.socketMs, nowMs)) RetrySocket(mirror, nowMs);
   if (mirror.heartbeatMs <= nowMs) Beat(mirror, nowMs);
 }
 
@@ -627,7 +650,13 @@ void MirrorLoseSocket(Mirror &mirror, uint64_t nowMs) {
   TellState(mirror, COAP_RPC_MIRROR_STALE, Code(kSiteMirrorNoSocket));
 }
 
-void MirrorMove(Mirror &mirror, uint64_t nowMs) { NewSocket(mirror, nowMs); }
+void MirrorTakePong(Mirror &mirror) { mirror.isThere = true; }
+
+// No silence is the server's until it was asked through the other socket.
+void MirrorMove(Mirror &mirror, uint64_t nowMs) {
+  NewSocket(mirror, nowMs);
+  if (mirror.numSilent < kMirrorMaxSilent) mirror.socketMs = 0;
+}
 
 CoapRpcMirrorState MirrorStateOf(const Mirror &mirror, uint64_t nowMs) {
   CoapRpcMirrorState state = {};

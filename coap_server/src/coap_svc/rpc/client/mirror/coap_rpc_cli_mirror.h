@@ -76,6 +76,8 @@ struct Mirror {
   bool isHeard;           // and the server was heard
   bool hasSocket;
   bool wantsSocket;
+  bool wantsPing;
+  bool isThere;  // it answered a ping that was sent through this socket
 
   uint64_t numNotifications;
   uint64_t numFullSyncs;
@@ -91,7 +93,7 @@ struct Mirror {
 void MirrorFree(Mirror &mirror);
 
 // MirrorAsk is what the owner has to do.
-enum class MirrorAct { kNone, kOpen, kRegister, kPull };
+enum class MirrorAct { kNone, kOpen, kPing, kRegister, kPull };
 struct MirrorAsk {
   MirrorAct act;
   uint64_t token;
@@ -104,7 +106,8 @@ struct MirrorAsk {
 };
 
 // MirrorNext returns what is to be done next, and takes it as done; kNone when there is nothing.
-// kOpen is another socket: what comes through former ones is not for the mirror any more.
+// kOpen is another socket: what comes through former ones is not for the mirror any more.  kPing asks
+// the host whether it is there, whatever it serves.
 MirrorAsk MirrorNext(Mirror &mirror, uint64_t nowMs);
 
 // MirrorDueMs says when MirrorTick has something to do.
@@ -121,6 +124,9 @@ void MirrorTakePart(Mirror &mirror, uint64_t nowMs);
 // MirrorTakeFailure takes what came with a token and is no page: `code` is what the application is
 // told.
 void MirrorTakeFailure(Mirror &mirror, uint64_t token, uint32_t code, uint64_t nowMs);
+
+// MirrorTakePong takes the answer to a ping.
+void MirrorTakePong(Mirror &mirror);
 
 // MirrorLoseSocket says that there is no socket to be had.
 void MirrorLoseSocket(Mirror &mirror, uint64_t nowMs);

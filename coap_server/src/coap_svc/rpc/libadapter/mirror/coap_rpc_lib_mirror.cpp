@@ -45,6 +45,7 @@ CoapRpcMirrors *ReadyMirrors(CoapRpcCtx *ctx) {
   LinkInit(lib->mirrors->list);
   LinkInit(lib->mirrors->dirtyList);
   LinkInit(lib->mirrors->closedList);
+  coap_register_pong_handler(lib->coapCtx, TakeMirrorPong);
   RegisterMirrorCommand(ctx);
   return lib->mirrors;
 }

@@ -91,6 +91,8 @@ void OpenSocket(CoapRpcMirror *mirror, uint64_t nowMs) {
 void Do(CoapRpcMirror *mirror, const MirrorAsk &ask, uint64_t nowMs) {
   if (ask.act == MirrorAct::kOpen) {
     OpenSocket(mirror, nowMs);
+  } else if (ask.act == MirrorAct::kPing) {
+    coap_session_send_ping(mirror->session);
   } else if (IsComing(mirror, ask)) {
     MirrorTakePart(mirror->core, nowMs);
   } else if (IsCutOff(mirror, ask)) {
@@ -152,6 +154,10 @@ bool TakeMirrorMessage(coap_session_t *session, const coap_pdu_t *received) {
   --mirror->depth;
   if (!mirror->core.isClosed) DirtyMirrors(mirror->ctx->lib->mirrors->dirtyList).Append(mirror);
   return true;
+}
+
+void TakeMirrorPong(coap_session_t *session, const coap_pdu_t *, coap_mid_t) {
+  if (CoapRpcMirror *mirror = MirrorOf(session)) MirrorTakePong(mirror->core);
 }
 
 void PumpMirror(CoapRpcMirror *mirror, uint64_t nowMs) {

@@ -10,6 +10,9 @@ namespace coap_rpc {
 // it did not.
 bool TakeMirrorMessage(coap_session_t *session, const coap_pdu_t *received);
 
+// TakeMirrorPong takes the answer to a ping (coap_register_pong_handler).
+void TakeMirrorPong(coap_session_t *session, const coap_pdu_t *received, coap_mid_t mid);
+
 // PumpMirror does all that the mirror has to do now, and says when it is due next.  Not while it
 // may call back.
 void PumpMirror(CoapRpcMirror *mirror, uint64_t nowMs);
