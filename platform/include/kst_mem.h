@@ -29,5 +29,12 @@ KST_API char *KST_StrNew(uint64_t mem, const char *fmt, ...) KST_PRINTF(2, 3);
  * nothing happens. */
 KST_API void KST_StrDel(uint64_t mem, char *s);
 
+/* KST_MemUsage says how many bytes are in use in a pool, and how many were at most so far.
+ *
+ * Optional: a host without this function does not say.  The library refers to it weakly.
+ *
+ * Returns 0; non-zero for pool 0, and then nothing is written. */
+KST_API uint32_t KST_MemUsage(uint64_t mem, uint64_t *bytes, uint64_t *maxBytes);
+
 KST_C_END
 #endif /* KST_MEM_H */

@@ -36,16 +36,18 @@ coap_rpc_forbid("coap_svc/rpc/(init|server|libadapter)/" ${rpc}/client "client i
 coap_rpc_forbid("coap_svc/rpc/init/" ${rpc}/libadapter "libadapter does not include init")
 # Besides message: calls use the sessions of call; publish asks sync whose an observer is; serve hands
 # direct what the application answers to its handles; mirrors build their messages as calls do, on
-# sessions made as those of call are.
+# sessions made as those of call are; stats reads the records of all of them, and nobody's but the front
+# door's and the context's business is what it counts.
 set(message_of_call message)
 set(message_of_direct message)
 set(message_of_mirror message call rpc_call)
 set(message_of_publish message sync)
 set(message_of_rpc_call message call)
 set(message_of_serve message direct)
+set(message_of_stats message direct mirror rpc_call serve)
 set(message_of_sync message)
-foreach(room call direct log message mirror publish rpc_call serve sync)
-  set(others call direct log message mirror publish rpc_call serve sync)
+foreach(room call direct log message mirror publish rpc_call serve stats sync)
+  set(others call direct log message mirror publish rpc_call serve stats sync)
   list(REMOVE_ITEM others ${room} ${message_of_${room}})
   list(JOIN others "|" others)
   coap_rpc_forbid("libadapter/((${others})/|coap_rpc_lib_(ctx|ext|handler|io|parts)\\.h)"

@@ -53,6 +53,14 @@ uint32_t KST_Free_(uint64_t mem, void *p, const char *tag, uint32_t num) {
   return pool->Free(p, tag, num);
 }
 
+uint32_t KST_MemUsage(uint64_t mem, uint64_t *bytes, uint64_t *maxBytes) {
+  const TestPool *pool = HandleTable<TestPool>::Find(mem, "KST_MemUsage");
+  if (!pool) return 1;
+  *bytes = pool->LiveBytes();
+  *maxBytes = pool->PeakBytes();
+  return 0;
+}
+
 char *KST_StrNew(uint64_t mem, const char *fmt, ...) {
   TestPool *pool = HandleTable<TestPool>::Find(mem, "KST_StrNew");
   va_list args;

@@ -54,3 +54,11 @@ char *KST_StrNew(uint64_t mem, const char *fmt, ...) {
 }
 
 void KST_StrDel(uint64_t mem, char *s) { KST_Free_(mem, s, kStrTag, 0); }
+
+uint32_t KST_MemUsage(uint64_t mem, uint64_t *bytes, uint64_t *maxBytes) {
+  if (mem == 0) return 1;
+  const KestrelMemStat stat = FromHandle<Pool>(mem)->Stat();
+  *bytes = stat.liveBytes;
+  *maxBytes = stat.peakBytes;
+  return 0;
+}

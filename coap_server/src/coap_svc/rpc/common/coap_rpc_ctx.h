@@ -4,6 +4,7 @@
 
 #include "coap_svc/rpc/coap_rpc_types.h"
 #include "coap_svc/rpc/common/coap_rpc_coap_fwd.h"
+#include "coap_svc/rpc/common/coap_rpc_count.h"
 #include "coap_svc/rpc/common/coap_rpc_link.h"
 
 COAP_RPC_C_BEGIN
@@ -58,6 +59,7 @@ struct CoapRpcCtx {
   CoapRpcLink orphanChgList;      /* pending changes of removed server entries, owned */
   CoapRpcAdvice advice;           /* the warnings of init/coap_rpc_advice.h */
   uint32_t ioDepth;               /* runs of libcoap's I/O under way: it may be inside callbacks */
+  CoapRpcStats counts;            /* counters only; its gauges stay 0 */
 };
 
 COAP_RPC_C_END

@@ -32,6 +32,7 @@ inline constexpr char kPathLibExt[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_ext"
 inline constexpr char kPathLibDirect[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_direct";
 inline constexpr char kPathLibCall[] = COAP_RPC_SRC "libadapter/rpc_call/coap_rpc_lib_rpc_call";
 inline constexpr char kPathLibMirror[] = COAP_RPC_SRC "libadapter/mirror/coap_rpc_lib_mirror";
+inline constexpr char kPathLibStats[] = COAP_RPC_SRC "libadapter/stats/coap_rpc_lib_stats";
 inline constexpr char kPathSerUri[] = COAP_RPC_SRC "server/coap_rpc_ser_uri";
 inline constexpr char kPathSerSync[] = COAP_RPC_SRC "server/sync/coap_rpc_ser_sync";
 inline constexpr char kPathSerConn[] = COAP_RPC_SRC "server/coap_rpc_ser_conn";
@@ -213,6 +214,10 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(MirrorNoPage,            kPathLibMirror,  1619,    0, "COAP_RpcMirrorGetState: REFUSED: the answer is no page; the server or the URI has no versions") \
   X(MirrorBadPage,           kPathLibMirror,  1620,    0, "COAP_RpcMirrorGetState: REFUSED: a page with errors") \
   X(MirrorOtherLength,       kPathLibMirror,  1621,    0, "COAP_RpcMirrorGetState: REFUSED: a page has keys or values of other lengths") \
+  X(GetStatsNullArg,         kPathLibStats,   1661, 1660, "COAP_RpcGetStats: null argument") \
+  X(GetStatsBadSize,         kPathLibStats,   1662,    0, "COAP_RpcGetStats: size is less than 8") \
+  X(VisitUriStatsNullArg,    kPathLibStats,   1664, 1663, "COAP_RpcVisitUriStats: null instance or callback") \
+  X(ShowStatsNullArg,        kPathLibStats,   1666, 1665, "COAP_RpcShowStats: null instance") \
   X(AddUriTupleKeyCopy,      kPathSerUri,        0,   48, "COAP_RpcSerAddUriTuple: key copy failed") \
   X(AddUriTupleValCopy,      kPathSerUri,        0,   54, "COAP_RpcSerAddUriTuple: value copy failed") \
   X(UpdateUriTupleValCopy,   kPathSerUri,        0,   76, "COAP_RpcSerUpdateUriTuple: value copy failed") \

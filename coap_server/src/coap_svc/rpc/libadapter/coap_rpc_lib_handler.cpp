@@ -16,6 +16,7 @@
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_answer.h"
 #include "coap_svc/rpc/libadapter/serve/coap_rpc_lib_async.h"
 #include "coap_svc/rpc/libadapter/serve/coap_rpc_lib_request.h"
+#include "coap_svc/rpc/libadapter/stats/coap_rpc_lib_traffic.h"
 #include "coap_svc/rpc/libadapter/sync/coap_rpc_lib_sync.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
 
@@ -169,6 +170,7 @@ void COAP_RpcSerHandleIdl(CoapRpcSerUriVtbl *entry, coap_resource_t *resource,
 
 void COAP_RpcNackhandler(coap_session_t *session, const coap_pdu_t *sent,
                          const coap_nack_reason_t reason, const coap_mid_t mid) {
+  CountNack(session, reason);
   if (NoteNack(session, sent, reason, mid) || NoteDirectNack(session, sent, reason)) return;
   if (NoteFailure(session, reason) || EndCallByNack(session, sent, reason, mid)) return;
   CoapRpcCallGiveUp(session, sent, reason, mid);
@@ -185,6 +187,7 @@ coap_response_t COAP_RpcCliResponseHandler(coap_session_t *session, const coap_p
 }
 
 int COAP_RpcEventHandler(coap_session_t *session, const coap_event_t event) {
+  CountEvent(session, event);
   if (event == COAP_EVENT_KEEPALIVE_FAILURE && !IsAnswerSession(session)) {
     COAP_RpcDisConnectedEventHandler(session);
   }

@@ -13,11 +13,10 @@
  * part has something to look at. */
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_io.h"
 
-#include <ctime>
-
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_sites.h"
+#include "coap_svc/rpc/common/coap_rpc_stopwatch.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_parts.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_rounds.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_clock.h"
@@ -59,10 +58,13 @@ template <typename Work>
 bool RunLibcoap(CoapRpcCtx *ctx, Work work) {
   coap_context_t *coapCtx = Libcoap(ctx);
   if (!coapCtx || ctx->ioDepth != 0) return false;
+  const uint64_t sinceNs = MonotonicNs();
   ++ctx->ioDepth;
   work(coapCtx);
   if (Libcoap(ctx)) CoapRpcPartsServe(ctx);
   if (--ctx->ioDepth == 0) EndTurn(ctx);
+  ++ctx->counts.ioRuns;
+  AddTime(sinceNs, ctx->counts.ioNs, ctx->counts.ioMaxNs);
   return true;
 }
 
@@ -79,11 +81,7 @@ bool ServeRound(CoapRpcCtx *ctx, ReadRounds &rounds) {
   return isMore;
 }
 
-uint64_t MonotonicMs() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_nsec) / 1000000;
-}
+uint64_t MonotonicMs() { return MonotonicNs() / 1000000; }
 
 bool IsServicePending(const CoapRpcCtx *ctx) { return ctx->lib && ctx->lib->svcFlag != 0; }
 

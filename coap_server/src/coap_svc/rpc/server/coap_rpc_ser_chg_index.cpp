@@ -1,6 +1,7 @@
 #include "coap_svc/rpc/server/coap_rpc_ser_chg_index.h"
 
 #include "coap_svc/rpc/common/coap_rpc_own.h"
+#include "coap_svc/rpc/common/coap_rpc_stopwatch.h"
 #include "osal.h"
 
 namespace coap_rpc {
@@ -81,6 +82,12 @@ void NoteAdded(uint64_t mem, CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg) {
   Rebuild(mem, entry);
 }
 
+// BeginPending is for the first change of an empty list.
+void BeginPending(uint64_t mem, CoapRpcSerUriVtbl *entry) {
+  DropChgIndex(mem, entry);
+  entry->counts.pendingSinceNs = MonotonicNs();
+}
+
 }  // namespace
 
 CoapRpcTupleChg *FindPendingChg(CoapRpcSerUriVtbl *entry, const void *tupleKey) {
@@ -94,14 +101,14 @@ CoapRpcTupleChg *FindPendingChg(CoapRpcSerUriVtbl *entry, const void *tupleKey) 
 
 void AppendPendingChg(uint64_t mem, CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg) {
   PendingChgs chgs(entry->tupleChgList);
-  if (chgs.IsEmpty()) DropChgIndex(mem, entry);
+  if (chgs.IsEmpty()) BeginPending(mem, entry);
   chgs.Append(chg);
   NoteAdded(mem, entry, chg);
 }
 
 void PrependPendingChg(uint64_t mem, CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg) {
   PendingChgs chgs(entry->tupleChgList);
-  if (chgs.IsEmpty()) DropChgIndex(mem, entry);
+  if (chgs.IsEmpty()) BeginPending(mem, entry);
   chgs.Prepend(chg);
   NoteAdded(mem, entry, chg);
 }

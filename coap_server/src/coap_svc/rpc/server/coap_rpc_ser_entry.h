@@ -5,6 +5,7 @@
 #ifndef COAP_RPC_SER_ENTRY_H
 #define COAP_RPC_SER_ENTRY_H
 
+#include "coap_svc/rpc/common/coap_rpc_count.h"
 #include "coap_svc/rpc/common/coap_rpc_lib_entry.h"
 #include "coap_svc/rpc/common/coap_rpc_link.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_data.h"
@@ -45,6 +46,7 @@ struct CoapRpcSerUriVtbl {
   CoapRpcSerFlights flights;
   CoapRpcLibEntry lib;
   CoapRpcSerSync *sync; /* versions of the tuples and who has which; null: they have none */
+  CoapRpcUriCounts counts;
 };
 
 /* CoapRpcSerRootOf returns the instance of an entry. */

@@ -27,8 +27,14 @@ void DropOutdatedOf(CoapRpcSerUriVtbl *entry, ChgFlight &flight) {
 }
 
 void PutBack(CoapRpcSerUriVtbl *entry, CoapRpcTupleChg *chg, uint32_t *room) {
-  if (*room == 0 || IsOutdated(entry, chg)) return Free(entry, chg);
+  if (IsOutdated(entry, chg)) return Free(entry, chg);
+  if (*room == 0) {
+    ++CoapRpcSerRootOf(entry)->counts.refused[COAP_RPC_LIMIT_PUT_BACK];
+    return Free(entry, chg);
+  }
   --*room;
+  ++CoapRpcSerRootOf(entry)->counts.changesPutBack;
+  ++entry->counts.stats.changesPutBack;
   RemovePendingChg(chg);
   PrependPendingChg(CoapRpcSerRootOf(entry)->param.memHandle, entry, chg);
 }
@@ -81,6 +87,7 @@ void NoteGivenUp(ChgFlight &flight, const void *session) {
   if (std::exchange(flights.givenUpBy, session) != session) flights.numGivenUp = 0;
   if (++flights.numGivenUp < kMaxGivenUp) return;
   flights.numGivenUp = 0;
+  ++CoapRpcSerRootOf(flight.entry)->counts.refused[COAP_RPC_LIMIT_GIVEN_UP];
   FreeChgs(flight);
   RenewEtag(flight.entry);
 }

@@ -29,7 +29,9 @@ CoapRpcUriTuple *AddPlain(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const void 
   if (!tuple) return nullptr;
   CopyTupleKey(ob, tuple->key, tupleKey, kSiteAddUriTupleKeyCopy);
   CopyTupleVal(ob, tuple->key, tupleVal, kSiteAddUriTupleValCopy);
-  return TuplesOf(entry).Insert(tuple.get()) ? tuple.release() : nullptr;
+  if (!TuplesOf(entry).Insert(tuple.get())) return nullptr;
+  ++entry->counts.stats.tuples;
+  return tuple.release();
 }
 
 }  // namespace
@@ -98,11 +100,13 @@ void COAP_RpcSerDelUriTuple(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, CoapRpcUr
     return;
   }
   TuplesOf(entry).Remove(tuple);
+  --entry->counts.stats.tuples;
   PoolFree(ctx->param.memHandle, tuple);
 }
 
 void COAP_RpcSerDelAllUriTuple(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
   TuplesOf(entry).Drain([&](CoapRpcUriTuple *tuple) { COAP_RpcSerDelUriTuple(ctx, entry, tuple); });
+  entry->counts.stats.tuples = 0;
 }
 
 uint32_t COAP_RpcGetTupleSetCnt(CoapRpcSerUriVtbl *entry) {

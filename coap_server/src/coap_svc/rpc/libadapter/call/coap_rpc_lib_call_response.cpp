@@ -6,6 +6,7 @@
 #include "coap_svc/rpc/client/coap_rpc_cli_uri.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
+#include "coap_svc/rpc/common/coap_rpc_stopwatch.h"
 #include "coap_svc/rpc/libadapter/call/coap_rpc_lib_call_end.h"
 #include "coap_svc/rpc/libadapter/call/coap_rpc_lib_relation.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
@@ -30,8 +31,9 @@ bool IsTokenless(const coap_pdu_t *pdu) {
          COAP_RESPONSE_CLASS(coap_pdu_get_code(pdu)) != 0;
 }
 
-uint32_t CallOnResponse(const CoapRpcCliUriVtbl *uriVtbl, uint8_t *payload, uint32_t len,
-                        const CoapRpcCliRspInfo *rspInfo) {
+uint32_t CallOnResponse(CoapRpcCtx *ctx, const CoapRpcCliUriVtbl *uriVtbl, uint8_t *payload,
+                        uint32_t len, const CoapRpcCliRspInfo *rspInfo) {
+  const CallbackTime time(ctx, uriVtbl->key.uri, nullptr);
   return uriVtbl->reg.onResponse(uriVtbl->reg.userData, 0, payload, len, rspInfo);
 }
 
@@ -55,7 +57,7 @@ Outcome DeliverData(CoapRpcCtx *ctx, const CoapRpcCliUriVtbl *uriVtbl, const uin
                  UriText(uriVtbl->key.uri).c_str(), len,
                  LineText(reinterpret_cast<const char *>(copy.get())).c_str());
   if (!uriVtbl->reg.onResponse) return {COAP_RESPONSE_OK, COAP_RPC_END_NO_ENTRY};
-  if (CallOnResponse(uriVtbl, copy.get(), len, rspInfo) == 0) return {COAP_RESPONSE_OK, 0};
+  if (CallOnResponse(ctx, uriVtbl, copy.get(), len, rspInfo) == 0) return {COAP_RESPONSE_OK, 0};
   COAP_RPC_LOG(ctx->log, kLogCliResponseRejected,
                "[CoapRpc]cli parse response data failed, uri:%s, msgType:%u, observe:%u, "
                "pktType:%u.\n",
@@ -157,7 +159,7 @@ uint32_t COAP_RpcCliResNoDataProc(CoapRpcCtx *ctx, CoapRpcCliUriVtbl *uriVtbl,
   if (rspInfo->isChanged != 1 || !uriVtbl->reg.onResponse) return COAP_RESPONSE_OK;
   COAP_RPC_DEBUG(ctx, "[CoapRpc]cli parse response retcode, uri:%s.\n",
                  UriText(uriVtbl->key.uri).c_str());
-  if (CallOnResponse(uriVtbl, nullptr, 0, rspInfo) == 0) return COAP_RESPONSE_OK;
+  if (CallOnResponse(ctx, uriVtbl, nullptr, 0, rspInfo) == 0) return COAP_RESPONSE_OK;
   COAP_RPC_LOG(ctx->log, kLogCliResNoDataRejected,
                "[CoapRpc]parse rsp data failed, uri:%s, msgType:%u, observe:%u, pktType:%u.\n",
                COAP_RPC_KEY_ARGS(uriVtbl->key));

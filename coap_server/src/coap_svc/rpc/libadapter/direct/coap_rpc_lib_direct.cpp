@@ -8,6 +8,7 @@
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
+#include "coap_svc/rpc/common/coap_rpc_stopwatch.h"
 #include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct_async.h"
 #include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct_reply.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_lookup.h"
@@ -122,9 +123,12 @@ class Calling {
 
 int32_t CallOnRequest(const DirectRequest &request, DirectCall *call, uint8_t *payload,
                       uint32_t len, uint8_t *out) {
-  const CoapRpcSerVtblReg &reg = request.exchange.entry->reg;
+  const Exchange &exchange = request.exchange;
+  const CoapRpcSerVtblReg &reg = exchange.entry->reg;
   const CoapRpcSerReqInfo info = ReqInfoOf(request);
-  const Calling calling(request.exchange.ctx->lib->direct, call);
+  const Calling calling(exchange.ctx->lib->direct, call);
+  ++exchange.entry->counts.stats.requests;
+  const CallbackTime time(exchange.ctx, exchange.entry->key.uri, &exchange.entry->counts);
   return reg.onRequest(reg.userData, &info, payload, len, out, kPayloadBufSize);
 }
 
@@ -156,7 +160,11 @@ DirectAsync *CallOnAsync(const Exchange &exchange, uintptr_t id, uint8_t *payloa
   const CoapRpcSerVtblReg &reg = exchange.entry->reg;
   DirectCall call = {exchange, {}, id, nullptr};
   const Calling calling(exchange.ctx->lib->direct, &call);
-  reg.onAsyncRequest(reg.userData, payload, len, reinterpret_cast<void *>(id));
+  ++exchange.entry->counts.stats.requests;
+  {
+    const CallbackTime time(exchange.ctx, exchange.entry->key.uri, &exchange.entry->counts);
+    reg.onAsyncRequest(reg.userData, payload, len, reinterpret_cast<void *>(id));
+  }
   return FindDirectAsync(exchange.ctx, id);
 }
 

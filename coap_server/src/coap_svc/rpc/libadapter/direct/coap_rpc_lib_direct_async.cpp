@@ -38,7 +38,10 @@ CoapRpcDirect *DirectOf(const CoapRpcCtx *ctx) { return ctx->lib ? ctx->lib->dir
 
 DirectPeer *NewPeer(CoapRpcCtx *ctx, coap_session_t *session) {
   CoapRpcDirect *direct = DirectOf(ctx);
-  if (direct->numPeers >= kMaxDirectPeers) return nullptr;
+  if (direct->numPeers >= kMaxDirectPeers) {
+    ++ctx->counts.refused[COAP_RPC_LIMIT_DIRECT_PEERS];
+    return nullptr;
+  }
   DirectPeer *peer = NewZeroed<DirectPeer>(ctx->param.memHandle).release();
   if (!peer) return nullptr;
   peer->session = coap_session_reference(session);
@@ -323,7 +326,10 @@ DirectAsync *Enlist(DirectAsync *async, DirectPeer *peer) {
 }
 
 DirectAsync *OpenOfPeer(const Exchange &exchange, DirectPeer *peer) {
-  if (!HasRoom(exchange.ctx, peer)) return nullptr;
+  if (!HasRoom(exchange.ctx, peer)) {
+    ++exchange.ctx->counts.refused[COAP_RPC_LIMIT_DIRECT];
+    return nullptr;
+  }
   auto async = NewZeroed<DirectAsync>(exchange.ctx->param.memHandle);
   return async && Fill(async.get(), exchange) ? Enlist(async.release(), peer) : nullptr;
 }

@@ -229,7 +229,9 @@ const OnceRecord *FindOnce(CoapRpcCtx *ctx, const OnceId &id) {
   const OnceRecord *record = BucketOf(cache, id.record.hash);
   while (record && !IsOf(record, id)) record = record->chained;
   const bool isOver = record && record->isAnswered && IsExpired(record, cache.nowMs);
-  return isOver ? nullptr : record;
+  if (!record || isOver) return nullptr;
+  ++ctx->counts.repeats;
+  return record;
 }
 
 void RepeatAnswer(const OnceRecord *record, coap_pdu_t *response) {

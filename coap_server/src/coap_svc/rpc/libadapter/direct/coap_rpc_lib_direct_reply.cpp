@@ -58,6 +58,7 @@ void LimitBodies(CoapRpcDirect *direct, size_t len) {
     const bool hasRoom =
         direct->numBodies < kMaxBodies && direct->numBodyBytes + len <= kMaxBodyBytes;
     if (hasRoom) return;
+    ++oldest->ctx->counts.refused[COAP_RPC_LIMIT_DIRECT_BODIES];
     CoapRpcLibEndBlocks(oldest->session, oldest);
   }
 }

@@ -174,7 +174,10 @@ uint32_t COAP_RpcMirrorOpen(CoapRpcCtx *ctx, const CoapRpcUriKey *key, const Coa
   CoapRpcMirrors *mirrors = ReadyMirrors(ctx);
   if (!mirrors) return Code(kSiteMirrorNoMemory);
   if (mirrors->isStopping) return Code(kSiteMirrorNoTimer);
-  if (mirrors->num >= kMaxMirrors) return Code(kSiteMirrorTooMany);
+  if (mirrors->num >= kMaxMirrors) {
+    ++ctx->counts.refused[COAP_RPC_LIMIT_MIRRORS];
+    return Code(kSiteMirrorTooMany);
+  }
   return Open(ctx, mirrors, *key, *addr, whole, mirror);
 }
 

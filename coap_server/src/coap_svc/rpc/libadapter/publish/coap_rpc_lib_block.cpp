@@ -98,6 +98,7 @@ bool Answer(CoapRpcCtx *ctx, coap_pdu_t *response, Match match) {
   if (!ctx || !ctx->lib) return false;
   CoapRpcLastBlock *last = LastBlocks(ctx->lib->lastBlockList).FindIf(match);
   if (!last) return false;
+  ++ctx->counts.repeats;
   CoapRpcLibAnswerLastBlock(last, response);
   if (last->isOvertaken) EndFlightOfLastBlock(FlightOf(*last), false);
   return true;

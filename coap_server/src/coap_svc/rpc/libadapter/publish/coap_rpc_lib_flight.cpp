@@ -1,5 +1,6 @@
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_flight.h"
 
+#include "coap_svc/rpc/common/coap_rpc_probe.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_block.h"
 #include "libcoap/ext/coap_rpc_lib_internals.h"
@@ -17,13 +18,24 @@ void Free(Flight *flight) {
   PoolFree(flight->mem, flight);
 }
 
-void EndDelivered(Flight *flight) {
+CoapRpcStats &CountsOf(const CoapRpcSerUriVtbl *entry) { return CoapRpcSerRootOf(entry)->counts; }
+
+// Abandon ends a flight whose outcome nobody will know.
+void Abandon(Flight *flight) {
   NoteDelivered(flight->chgs);
   FreeChgs(flight->chgs);
   Free(flight);
 }
 
+void EndDelivered(Flight *flight) {
+  ++CountsOf(flight->chgs.entry).notificationsDelivered;
+  ++flight->chgs.entry->counts.stats.notificationsDelivered;
+  Abandon(flight);
+}
+
 void EndFailed(Flight *flight) {
+  ++CountsOf(flight->chgs.entry).notificationsFailed;
+  ++flight->chgs.entry->counts.stats.notificationsFailed;
   PutBackChgs(flight->chgs);
   Free(flight);
 }
@@ -97,6 +109,9 @@ PoolPtr<Flight> NewFlight(CoapRpcSerUriVtbl *entry, const coap_session_t *sessio
 void StartFlight(PoolPtr<Flight> flight) {
   CoapRpcSerUriVtbl *entry = flight->chgs.entry;
   CoapRpcCtx *ctx = CoapRpcSerRootOf(entry);
+  ++ctx->counts.notifications;
+  ++entry->counts.stats.notifications;
+  COAP_RPC_PROBE3(notification, ctx, entry->key.uri, flight->mid);
   ForEachOf(entry, Settle);
   NoteOvertaken(*entry, flight->session, flight->block != nullptr);
   const bool isOnly = EntryFlights(entry->flights.list).IsEmpty();
@@ -139,8 +154,8 @@ void NoteObserverLeaves(CoapRpcCtx *ctx, const coap_session_t *session, const co
 
 void SettleFlights(CoapRpcCtx *ctx) { ForEach(ctx, Settle); }
 
-void ForgetEntryFlights(CoapRpcSerUriVtbl *entry) { ForEachOf(entry, EndDelivered); }
+void ForgetEntryFlights(CoapRpcSerUriVtbl *entry) { ForEachOf(entry, Abandon); }
 
-void ForgetFlights(CoapRpcCtx *ctx) { ForEach(ctx, EndDelivered); }
+void ForgetFlights(CoapRpcCtx *ctx) { ForEach(ctx, Abandon); }
 
 }  // namespace coap_rpc

@@ -8,6 +8,7 @@
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_list.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
+#include "coap_svc/rpc/common/coap_rpc_stopwatch.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_block.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_flight.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_observe.h"
@@ -191,7 +192,10 @@ JsonText BuildJsonText(CoapRpcSerUriVtbl *entry, const CoapRpcTupleChg **lastTri
   const JsonRef root(json_object());
   JsonRef array(json_array());
   if (!root || !array || json_object_set(root.get(), "data", array.get()) != 0) return nullptr;
-  *lastTried = BuildJsonArray(entry, array.get());
+  {
+    const CallbackTime time(CoapRpcSerRootOf(entry), entry->key.uri, &entry->counts);
+    *lastTried = BuildJsonArray(entry, array.get());
+  }
   return JsonText(json_dumps(root.get(), JSON_COMPACT));
 }
 
@@ -287,6 +291,7 @@ uint32_t BuildIdl(CoapRpcSerUriVtbl *entry, uint8_t *out, uint32_t *len,
     return Code(kSiteIdlPayloadNoMemory);
   }
   IdlWriter writer(out);
+  const CallbackTime time(ctx, entry->key.uri, &entry->counts);
   *lastTried = BuildIdlMessages(entry, scratch.get(), writer);
   *len = writer.Finish();
   return 0;

@@ -27,13 +27,13 @@
  * At most kMaxCalls are under way.  A call costs about 300 bytes, its message and its payload. */
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call.h"
 
-#include <ctime>
 #include <utility>
 
 #include "coap_svc/rpc/client/coap_rpc_cli_data.h"
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/common/coap_rpc_sites.h"
+#include "coap_svc/rpc/common/coap_rpc_stopwatch.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_clock.h"
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_pdu.h"
@@ -48,10 +48,15 @@ namespace {
 
 constexpr uint32_t kRequestIncomplete = 408;
 
-uint64_t NowUs() {
-  timespec now;
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<uint64_t>(now.tv_sec) * 1000000 + static_cast<uint64_t>(now.tv_nsec) / 1000;
+uint64_t NowUs() { return MonotonicNs() / 1000; }
+
+// CallOnRsp tells the application of an answer or an end.
+void CallOnRsp(CoapRpcCtx *ctx, CoapRpcOnCallRsp onRsp, uint64_t userData,
+               const CoapRpcCallRsp &rsp) {
+  CoapRpcStats &counts = ctx->counts;
+  ++(rsp.isLast != 0 ? counts.callEnds[rsp.status] : counts.callNotifications);
+  const CallbackTime time(ctx, "", nullptr);
+  onRsp(userData, &rsp);
 }
 
 uint32_t Open(CoapRpcCtx *ctx, CoapRpcCalls **out) {
@@ -60,7 +65,9 @@ uint32_t Open(CoapRpcCtx *ctx, CoapRpcCalls **out) {
   *out = lib->calls;
   if (!*out) return Code(kSiteCallNoMemory);
   if ((*out)->isStopping != 0) return Code(kSiteCallNoSession);
-  return (*out)->num < kMaxCalls ? 0 : Code(kSiteCallTooMany);
+  if ((*out)->num < kMaxCalls) return 0;
+  ++ctx->counts.refused[COAP_RPC_LIMIT_CALLS];
+  return Code(kSiteCallTooMany);
 }
 
 // NewCall makes the record, with all that the caller may free.
@@ -113,7 +120,8 @@ void Drop(CoapRpcCtx *ctx, CoapRpcCalls *calls, RpcCall *call) {
 // Prepare gives a call its token and message.
 uint32_t Prepare(CoapRpcCtx *ctx, CoapRpcCalls *calls, const CoapRpcCall &request, bool isObserve,
                  RpcCall *call) {
-  const coap_tick_t dueAt = NowTicks() + TicksOfMs(call->deadlineMs);
+  call->startedAt = NowTicks();
+  const coap_tick_t dueAt = call->startedAt + TicksOfMs(call->deadlineMs);
   if (!AddRpcCall(ctx, calls, call, dueAt)) return Code(kSiteCallNoMemory);
   uint32_t ret = BuildCall(SessionOf(*call), request, TokenOf(*call), isObserve, &call->pdu);
   if (ret == 0 && isObserve && !BeginWatch(ctx, call)) ret = Code(kSiteCallNoMemory);
@@ -131,7 +139,11 @@ uint32_t Start(CoapRpcCtx *ctx, CoapRpcCalls *calls, const CoapRpcCall &request,
     ret = Launch(calls, call);
     if (ret != 0) RemoveRpcCall(calls, call);
   }
-  if (ret != 0) Drop(ctx, calls, call);
+  if (ret != 0) {
+    Drop(ctx, calls, call);
+  } else {
+    ++ctx->counts.calls;
+  }
   return ret;
 }
 
@@ -157,7 +169,7 @@ void Retire(CoapRpcCtx *ctx, RpcCall *call, const CoapRpcCallRsp &rsp) {
   const uint64_t userData = call->userData;
   EndedCalls(ctx->lib->calls->endedList).Append(call);
   if (ctx->ioDepth == 0) RpcCallsSettle(ctx);
-  if (onRsp) onRsp(userData, &rsp);
+  if (onRsp) CallOnRsp(ctx, onRsp, userData, rsp);
 }
 
 void SettleCall(CoapRpcCtx *ctx, CoapRpcCalls *calls, RpcCall *call) {
@@ -210,7 +222,7 @@ void TellCall(CoapRpcCtx *ctx, const RpcCall &call, const coap_pdu_t *answer, ui
   ReadAnswer(answer, &rsp);
   char *location = LocationOf(ctx, answer);
   rsp.locationPath = location;
-  call.onRsp(call.userData, &rsp);
+  CallOnRsp(ctx, call.onRsp, call.userData, rsp);
   PoolFree(ctx->param.memHandle, location);
 }
 

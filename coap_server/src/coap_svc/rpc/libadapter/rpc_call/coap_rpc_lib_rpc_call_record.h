@@ -56,6 +56,7 @@ struct RpcCall {
   coap_pdu_t *pdu;          // while queued
   CoapRpcPayload *payload;  // while queued; null for none
   uint64_t sentUs;
+  coap_tick_t startedAt;
   uint64_t userData;
   CoapRpcOnCallRsp onRsp;  // null: the application has been told of the end
   CallWatch *watch;        // null for a plain call

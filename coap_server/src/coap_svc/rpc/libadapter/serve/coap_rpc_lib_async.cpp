@@ -75,7 +75,9 @@ int CoapRpcAsyncIsKnown(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry,
                         const coap_session_t *session, const coap_pdu_t *request) {
   const RequestId id = MakeRequestId(entry, session, request);
   const CoapRpcAsync *async = FindAsyncRequest(ctx, id);
-  return async && CanBeRepeated(async);
+  const bool isKnown = async && CanBeRepeated(async);
+  if (isKnown) ++ctx->counts.repeats;
+  return isKnown;
 }
 
 int CoapRpcAsyncHasBacklog(const CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry) {

@@ -6,6 +6,7 @@
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
+#include "coap_svc/rpc/common/coap_rpc_stopwatch.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_lookup.h"
 #include "coap_svc/rpc/libadapter/serve/coap_rpc_lib_answer_session.h"
@@ -25,6 +26,12 @@ constexpr uint32_t kIsObserve = 2;
 uint32_t Unavailable(coap_pdu_t *response, const Site &site) {
   coap_pdu_set_code(response, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
   return Code(site);
+}
+
+// Refused is Unavailable because of a limit, COAP_RPC_LIMIT_*.
+uint32_t Refused(const Exchange &exchange, uint32_t limit, const Site &site) {
+  ++exchange.ctx->counts.refused[limit];
+  return Unavailable(exchange.response, site);
 }
 
 // ClearAnswer clears the part of the answer buffer that handlers have written to.  That is little,
@@ -52,6 +59,14 @@ CoapRpcSerReqInfo MakeReqInfo(const CoapRpcMsgInfo &info) {
   return reqInfo;
 }
 
+int32_t CallOnRequest(CoapRpcSerUriVtbl *entry, const CoapRpcMsgInfo &info, uint8_t *payload,
+                      uint32_t len, uint8_t *out) {
+  const CoapRpcSerReqInfo reqInfo = MakeReqInfo(info);
+  ++entry->counts.stats.requests;
+  const CallbackTime time(CoapRpcSerRootOf(entry), entry->key.uri, &entry->counts);
+  return entry->reg.onRequest(entry->reg.userData, &reqInfo, payload, len, out, kPayloadBufSize);
+}
+
 // AttachAnswer sends len + 1 bytes of the shared buffer, the first len of them cleared,
 // deliberately: what the handler wrote does not go out.  Held by the SyncAnswer_* tests.
 uint32_t AttachAnswer(const Exchange &exchange, size_t len) {
@@ -70,15 +85,22 @@ uint32_t AttachAnswer(const Exchange &exchange, size_t len) {
 uint32_t RegisterAsync(const Exchange &exchange, uint8_t *payload, uint32_t len) {
   CoapRpcCtx *ctx = exchange.ctx;
   CoapRpcSerUriVtbl *entry = exchange.entry;
-  coap_pdu_t *response = exchange.response;
-  if (CoapRpcAsyncIsFull(ctx)) return Unavailable(response, kSiteReqAsyncTooManyOpen);
-  const coap_session_t *sender = COAP_RpcSvrGetTargetSession(ctx, entry, exchange.session);
-  if (!sender || CoapRpcAsyncHasBacklog(ctx, entry)) {
-    return Unavailable(response, kSiteReqAsyncNoSession);
+  if (CoapRpcAsyncIsFull(ctx)) {
+    return Refused(exchange, COAP_RPC_LIMIT_OPEN, kSiteReqAsyncTooManyOpen);
   }
-  if (CoapRpcAsyncIsPeerFull(entry)) return Unavailable(response, kSiteReqAsyncPeerTooManyOpen);
+  if (!COAP_RpcSvrGetTargetSession(ctx, entry, exchange.session)) {
+    return Refused(exchange, COAP_RPC_LIMIT_ASKERS, kSiteReqAsyncNoSession);
+  }
+  if (CoapRpcAsyncHasBacklog(ctx, entry)) {
+    return Refused(exchange, COAP_RPC_LIMIT_ANSWERS, kSiteReqAsyncNoSession);
+  }
+  if (CoapRpcAsyncIsPeerFull(entry)) {
+    return Refused(exchange, COAP_RPC_LIMIT_OPEN_OF_PEER, kSiteReqAsyncPeerTooManyOpen);
+  }
   void *handle = CoapRpcAsyncRegister(ctx, entry, exchange.session, exchange.request);
-  if (!handle) return Unavailable(response, kSiteReqAsyncNotRegistered);
+  if (!handle) return Unavailable(exchange.response, kSiteReqAsyncNotRegistered);
+  ++entry->counts.stats.requests;
+  const CallbackTime time(ctx, entry->key.uri, &entry->counts);
   return entry->reg.onAsyncRequest(entry->reg.userData, payload, len, handle);
 }
 
@@ -162,9 +184,7 @@ int32_t COAP_GetRpcData(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, uint8_t *payl
                         uint32_t payloadLen, const CoapRpcMsgInfo *info) {
   uint8_t *out = AnswerBuffer(ctx->ser);
   if (!out) return kResultFailed;
-  const CoapRpcSerReqInfo reqInfo = MakeReqInfo(*info);
-  const int32_t result = entry->reg.onRequest(entry->reg.userData, &reqInfo, payload, payloadLen,
-                                              out, kPayloadBufSize);
+  const int32_t result = CallOnRequest(entry, *info, payload, payloadLen, out);
   COAP_RPC_LOG(ctx->log, kLogGetRpcDataOutLen, "[CoapRpc]parse req[outLen: %d], uri:%s.\n", result,
                UriText(entry->key.uri).c_str());
   return result;

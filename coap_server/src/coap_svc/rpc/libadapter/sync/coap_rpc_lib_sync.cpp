@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "coap_svc/rpc/common/coap_rpc_probe.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_lookup.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_msg.h"
@@ -79,6 +80,7 @@ bool AttachCbor(const Exchange &exchange, const SyncPage &page) {
 
 // AnswerPage answers with a page, or with 5.03 for want of memory.
 void AnswerPage(const Exchange &exchange, const SyncPage &page) {
+  ++exchange.ctx->counts.syncPages;
   const bool isJson = AcceptOf(exchange.request) == kJson;
   const bool isAttached = isJson ? AttachJsonBody(exchange, page) : AttachCbor(exchange, page);
   coap_pdu_set_code(exchange.response, isAttached ? COAP_RESPONSE_CODE_CONTENT
@@ -114,7 +116,24 @@ void NoteConfirmed(const Exchange &exchange, SyncPeer *peer, const SyncQuery &qu
   SyncObserverHas(exchange.entry, peer, query.since);
 }
 
+// IsFull says whether a reader begins to read everything.
+bool IsFull(const SyncSet &set, const SyncQuery &query) {
+  const bool isOfThisLife = query.id == set.replid && (query.found & kSyncArgId) != 0;
+  return isOfThisLife && query.since == 0 && set.head != 0;
+}
+
+void CountPull(const Exchange &exchange, const SyncQuery &query) {
+  CoapRpcStats &counts = exchange.ctx->counts;
+  const char *path = exchange.entry->key.uri;
+  ++counts.syncPulls;
+  COAP_RPC_PROBE4(sync__pull, exchange.ctx, path, query.since, query.until);
+  if (!IsFull(SyncOf(exchange).set, query)) return;
+  ++counts.syncFull;
+  COAP_RPC_PROBE2(sync__full, exchange.ctx, path);
+}
+
 void AnswerPull(const Exchange &exchange, const SyncQuery &query) {
+  CountPull(exchange, query);
   SyncPeer *peer = PeerOf(exchange);
   const uint32_t flags = FlagsFor(peer);
   if (peer) SyncObserverAsks(peer);
@@ -176,6 +195,11 @@ void BuildRound(CoapRpcSerSync &sync) {
 
 void Notify(const Exchange &exchange) {
   CoapRpcSerSync &sync = SyncOf(exchange);
+  ++exchange.ctx->counts.syncPages;
+  ++exchange.ctx->counts.notifications;
+  ++exchange.entry->counts.stats.notifications;
+  COAP_RPC_PROBE3(notification, exchange.ctx, exchange.entry->key.uri,
+                  coap_pdu_get_mid(exchange.response));
   if (sync.pageLen == 0 || sync.pageHead != sync.set.head) BuildRound(sync);
   coap_pdu_set_type(exchange.response, COAP_MESSAGE_NON);
   coap_pdu_set_code(exchange.response, COAP_RESPONSE_CODE_CONTENT);

@@ -20,6 +20,7 @@ void Release(coap_session_t *, void *body) {
 
 void EndOldest(CoapRpcLibCtx *lib) {
   SyncBody *oldest = Bodies(lib->syncBodyList).First();
+  ++oldest->ctx->counts.refused[COAP_RPC_LIMIT_SYNC_BODIES];
   CoapRpcLibEndBlocks(oldest->session, oldest);
 }
 

@@ -1,0 +1,58 @@
+/* coap_rpc_stopwatch.h: how long callbacks and runs of the I/O take. */
+#ifndef COAP_RPC_STOPWATCH_H
+#define COAP_RPC_STOPWATCH_H
+
+#include <algorithm>
+#include <ctime>
+
+#include "coap_svc/rpc/common/coap_rpc_ctx.h"
+#include "coap_svc/rpc/common/coap_rpc_probe.h"
+
+namespace coap_rpc {
+
+inline uint64_t MonotonicNs() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<uint64_t>(now.tv_sec) * 1000000000 + static_cast<uint64_t>(now.tv_nsec);
+}
+
+// AddTime adds a time that began at `sinceNs` and ends now.
+inline void AddTime(uint64_t sinceNs, uint64_t &sum, uint64_t &longest) {
+  const uint64_t ns = MonotonicNs() - sinceNs;
+  sum += ns;
+  longest = std::max(longest, ns);
+}
+
+// CallbackTime is the time that a callback of the application takes.  The records outlive it.
+class CallbackTime {
+ public:
+  // `uri` is null when no server URI is concerned.
+  CallbackTime(CoapRpcCtx *ctx, const char *path, CoapRpcUriCounts *uri)
+      : ctx_(ctx), path_(path), uri_(uri), sinceNs_(MonotonicNs()) {
+    COAP_RPC_PROBE2(callback__begin, ctx_, path_);
+  }
+  ~CallbackTime() {
+    const uint64_t ns = MonotonicNs() - sinceNs_;
+    ++ctx_->counts.callbacks;
+    Add(ns, ctx_->counts.callbackNs, ctx_->counts.callbackMaxNs);
+    if (uri_) Add(ns, uri_->stats.callbackNs, uri_->stats.callbackMaxNs);
+    COAP_RPC_PROBE3(callback__end, ctx_, path_, ns);
+  }
+  CallbackTime(const CallbackTime &) = delete;
+  CallbackTime &operator=(const CallbackTime &) = delete;
+
+ private:
+  static void Add(uint64_t ns, uint64_t &sum, uint64_t &longest) {
+    sum += ns;
+    longest = std::max(longest, ns);
+  }
+
+  CoapRpcCtx *ctx_;
+  const char *path_;  // for probes; may have no terminator
+  CoapRpcUriCounts *uri_;
+  uint64_t sinceNs_;
+};
+
+}  // namespace coap_rpc
+
+#endif /* COAP_RPC_STOPWATCH_H */
