@@ -70,6 +70,25 @@ TEST_P(ObserveStats, DeliveredNotification) {
   EXPECT_EQ(Now().changesInFlight, 0u);
 }
 
+// What docs/log.md says of a healthy server.
+TEST_P(ObserveStats, EachUpdate_LogsTwoLinesOfLevel3) {
+  StartRelation();
+  const auto numErrors = [this] {
+    const std::vector<LogRecord> &records = host_.Logs().Records();
+    return std::count_if(records.begin(), records.end(), [](const LogRecord &record) {
+      return record.kind == LogKind::kSecond && record.level == 3;
+    });
+  };
+  const auto before = numErrors();
+  Update("k001", "v001");
+  EXPECT_EQ(numErrors(), before + 2);
+  Update("k001", "v002");  // merges with the change that is pending
+  EXPECT_EQ(numErrors(), before + 3);
+  NextChanges(peer_);
+  Update("k001", "v003");
+  EXPECT_EQ(numErrors(), before + 5);
+}
+
 INSTANTIATE_TEST_SUITE_P(All, ObserveStats, AllRelations(), RelationName);
 
 class ConStats : public ObserveStats {};

@@ -1,4 +1,4 @@
-/* coap_rpc_probe.h: static probes for tracers (docs/probes.md).
+/* coap_rpc_probe.h: static probes for tracers (docs/counters.md).
  *
  * A probe is one instruction that does nothing until a tracer asks for it.  They are there when
  * <sys/sdt.h> was found at build. */
