@@ -89,8 +89,9 @@ typedef struct CoapRpcStats {
   uint64_t callbackNs; /* time in them, nanoseconds */
   uint64_t callbackMaxNs; /* longest of them */
   uint64_t ioRuns;        /* runs of libcoap's I/O, callbacks included */
-  uint64_t ioNs;          /* time in them, nanoseconds */
-  uint64_t ioMaxNs;       /* longest of them */
+  uint64_t ioNs;    /* time in them, nanoseconds, by a clock with steps of a few milliseconds: right
+                       in the sum */
+  uint64_t ioMaxNs; /* longest of them, in such steps */
 
   /* Gauges */
   uint64_t uris;            /* registered server URIs */

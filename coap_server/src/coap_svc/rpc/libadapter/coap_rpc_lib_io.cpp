@@ -58,13 +58,13 @@ template <typename Work>
 bool RunLibcoap(CoapRpcCtx *ctx, Work work) {
   coap_context_t *coapCtx = Libcoap(ctx);
   if (!coapCtx || ctx->ioDepth != 0) return false;
-  const uint64_t sinceNs = MonotonicNs();
+  const uint64_t sinceNs = CoarseNs();
   ++ctx->ioDepth;
   work(coapCtx);
   if (Libcoap(ctx)) CoapRpcPartsServe(ctx);
   if (--ctx->ioDepth == 0) EndTurn(ctx);
   ++ctx->counts.ioRuns;
-  AddTime(sinceNs, ctx->counts.ioNs, ctx->counts.ioMaxNs);
+  AddTime(CoarseNs() - sinceNs, ctx->counts.ioNs, ctx->counts.ioMaxNs);
   return true;
 }
 
