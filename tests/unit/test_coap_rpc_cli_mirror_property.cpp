@@ -6,6 +6,7 @@
  *   - the table of every mirror equals the set in the end, and the table made of its callbacks
  *     equals both
  *   - whenever a mirror says that it is synced with a version, it equals the set at that version
+ *   - whenever a mirror confirms a version, it equals the set at that version
  *   - no answer of a server that keeps to the protocol is taken for an error
  *
  * COAP_RPC_MIRROR_SEEDS=10000 runs seeds 1 to 10000 in place of 1 to 1000. */
@@ -63,6 +64,7 @@ class World {
     const uint64_t endMs = nowMs_ + kMaxSettleMs;
     while (nowMs_ < endMs && !AllSynced() && !::testing::Test::HasFailure()) Step(false);
     EXPECT_TRUE(AllSynced());
+    EXPECT_NE(numConfirmed_, 0u);
     for (auto &mirror : mirrors_) CheckEnd(*mirror);
   }
 
@@ -212,9 +214,18 @@ class World {
       if (ask.act == coap_rpc::MirrorAct::kOpen) {
         ++mirror.socket;
       } else {
+        CheckConfirmed(mirror, ask);
         Send({0, 0, i, mirror.socket, true, ask, 0, ""});
       }
     }
+  }
+
+  // CheckConfirmed: a repetition may confirm less than the mirror has by then.
+  void CheckConfirmed(const TestMirror &mirror, const coap_rpc::MirrorAsk &ask) {
+    const bool isConfirming = ask.act == coap_rpc::MirrorAct::kPull && !ask.isFull && !ask.isHello;
+    if (!isConfirming || ask.isRepeated) return;
+    ++numConfirmed_;
+    CheckSynced(mirror, ask.since);
   }
 
   TestHost host_;
@@ -226,6 +237,7 @@ class World {
   uint64_t nowMs_ = 1000;
   uint64_t silentUntilMs_ = 0;
   uint64_t numSent_ = 0;
+  uint64_t numConfirmed_ = 0;
   std::vector<std::unique_ptr<ServerLife>> lives_;
   std::map<std::pair<int, uint64_t>, uint64_t> observers_;  // token of mirror and socket
   std::unique_ptr<TestMirror> mirrors_[kNumMirrors];

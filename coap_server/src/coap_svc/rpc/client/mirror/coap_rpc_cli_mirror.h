@@ -64,7 +64,7 @@ struct Mirror {
   uint64_t heartbeatMs;
   uint64_t holdMs;      // no pull goes out before
   uint64_t registerMs;  // no registration does
-  uint64_t confirmMs;   // 0: nobody waits for a confirmation
+  uint64_t confirmMs;   // when to ask in order to confirm; 0: not now
   uint64_t socketMs;    // when to try another socket; 0: no need
 
   uint32_t numSilent;     // heartbeats that nothing was heard after
@@ -77,7 +77,8 @@ struct Mirror {
   bool hasSocket;
   bool wantsSocket;
   bool wantsPing;
-  bool isThere;  // it answered a ping that was sent through this socket
+  bool isThere;       // its host has answered a ping that was sent through this socket
+  bool hasToConfirm;  // the server was not told so far what the mirror has
 
   uint64_t numNotifications;
   uint64_t numFullSyncs;
@@ -99,15 +100,15 @@ struct MirrorAsk {
   uint64_t token;
   bool isRepeated;
   bool isHello;  // asks for the head alone, with no argument
-  bool isFull;   // of a full sync
+  bool isFull;   // confirms nothing
   uint64_t replid;
   uint64_t since;
   uint64_t until;  // UINT64_MAX: the head
 };
 
 // MirrorNext returns what is to be done next, and takes it as done; kNone when there is nothing.
-// kOpen is another socket: what comes through former ones is not for the mirror any more.  kPing asks
-// the host whether it is there, whatever it serves.
+// kOpen is another socket: what comes through former ones is not for the mirror any more.  kPing
+// asks the host whether it is there, whatever it serves.
 MirrorAsk MirrorNext(Mirror &mirror, uint64_t nowMs);
 
 // MirrorDueMs says when MirrorTick has something to do.

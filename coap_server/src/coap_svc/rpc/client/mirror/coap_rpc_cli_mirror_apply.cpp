@@ -52,20 +52,28 @@ uint32_t Put(Mirror &mirror, const MirrorChange &change) {
   return Code(kSiteMirrorNoTupleMemory);
 }
 
-uint32_t Apply(Mirror &mirror, const MirrorChange &change) {
-  if (change.val) return Put(mirror, change);
+void Delete(Mirror &mirror, const MirrorChange &change) {
   MirrorTuple *tuple = MirrorTableFind(mirror.table, change.key);
   if (tuple) Remove(mirror, tuple);
-  return 0;
+}
+
+void ApplyDeletions(Mirror &mirror, const MirrorPage &page, uint64_t known) {
+  for (size_t i = 0; i < page.num && !mirror.isClosed; ++i) {
+    const MirrorChange &change = page.changes[i];
+    if (!change.val && change.version > known) Delete(mirror, change);
+  }
 }
 
 }  // namespace
 
+// A deletion that is ahead of what could not be stored does no harm: it comes again.
 uint32_t ApplyPage(Mirror &mirror, const MirrorPage &page, uint64_t known, uint64_t *reached) {
+  ApplyDeletions(mirror, page, known);
   *reached = page.from;
   for (size_t i = 0; i < page.num && !mirror.isClosed; ++i) {
     const MirrorChange &change = page.changes[i];
-    const uint32_t ret = change.version > known ? Apply(mirror, change) : 0;
+    const bool isPut = change.val && change.version > known;
+    const uint32_t ret = isPut ? Put(mirror, change) : 0;
     if (ret != 0) return ret;
     *reached = change.version;
   }

@@ -7,13 +7,15 @@
 
 namespace coap_rpc {
 
-// ApplyPage applies the changes with versions above `known`, in order.  `reached` is up to where
-// all are applied then.  Returns 0, or the code of what stopped it; the application may have closed
-// the mirror meanwhile.
+// ApplyPage applies the changes with versions above `known`: deletions first, which make room, then
+// the others in order.  `reached` is up to where all are applied then.  Returns 0, or the code of
+// what stopped it; the application may have closed the mirror meanwhile.
 uint32_t ApplyPage(Mirror &mirror, const MirrorPage &page, uint64_t known, uint64_t *reached);
 
 // RemoveUnmet removes the tuples that the epoch has not met.
 void RemoveUnmet(Mirror &mirror);
+
+inline bool IsSynced(const Mirror &mirror) { return mirror.state == COAP_RPC_MIRROR_SYNCED; }
 
 // TellState and TellSynced tell the application of what is new to it.
 void TellState(Mirror &mirror, uint32_t state, uint32_t code);

@@ -33,13 +33,15 @@ coap_bin_const_t TokenBytes(const uint64_t &token) {
 
 void WriteQuery(const MirrorAsk &ask, char *out) {
   const bool isHead = ask.act == MirrorAct::kRegister || ask.isHello;
-  int len = snprintf(out, kQuerySize, "_sync=1");
+  const char *const end = out + kQuerySize;
+  out += snprintf(out, kQuerySize, "_sync=1");
   if (isHead) return;
-  len += snprintf(out + len, kQuerySize - static_cast<size_t>(len),
-                  "&id=%016" PRIx64 "&since=%" PRIu64, ask.replid, ask.since);
-  if (!ask.isFull) return;
-  snprintf(out + len, kQuerySize - static_cast<size_t>(len), "&until=%" PRIu64 "&full=1",
-           ask.until);
+  out += snprintf(out, static_cast<size_t>(end - out), "&id=%016" PRIx64 "&since=%" PRIu64,
+                  ask.replid, ask.since);
+  if (ask.until != UINT64_MAX) {
+    out += snprintf(out, static_cast<size_t>(end - out), "&until=%" PRIu64, ask.until);
+  }
+  if (ask.isFull) snprintf(out, static_cast<size_t>(end - out), "&full=1");
 }
 
 // IsComing says whether the answer to a question is coming in in blocks, which libcoap asks for.
