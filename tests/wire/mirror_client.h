@@ -106,11 +106,13 @@ struct MirrorApp {
   static void OnSynced(uint64_t userData, uint64_t version) {
     Of(userData).Tell("synced " + std::to_string(version));
   }
-  static void OnState(uint64_t userData, uint32_t state, uint32_t code) {
+  static std::string StateText(uint32_t state, uint32_t code) {
     static const char *const kNames[] = {"?",      "CONNECTING", "FULL_SYNC", "SYNCED",
                                          "BEHIND", "STALE",      "REFUSED"};
-    const std::string text = code != 0 ? " " + std::to_string(code - 1900000000) : "";
-    Of(userData).Tell(kNames[state] + text);
+    return kNames[state] + (code != 0 ? " " + std::to_string(code - 1900000000) : "");
+  }
+  static void OnState(uint64_t userData, uint32_t state, uint32_t code) {
+    Of(userData).Tell(StateText(state, code));
   }
   std::string Take() {
     std::string all;
@@ -228,7 +230,14 @@ class MirrorClient : public WireClient {
     for (int i = 0; i < 2; ++i) SayRange(Next());
     Say(Next(), {.flags = 1, .from = 2, .to = 2, .head = 2, .digest = One()});
     EXPECT_EQ(State().state, COAP_RPC_MIRROR_SYNCED);
+    TakeConfirmation();
     app_.Take();
+  }
+  // TakeConfirmation answers the pull that says, after a full sync, what the mirror has.
+  void TakeConfirmation() {
+    const CoapMessage pull = Next();
+    EXPECT_EQ(pull, Pull(pull, {kLifeArg, "since=2"}));
+    Say(pull, {.flags = 1, .from = 2, .to = 2, .head = 2, .digest = One()});
   }
   static std::string QueryOf(const CoapMessage &request) {
     std::string query;

@@ -36,7 +36,7 @@ TEST_F(MirrorBlocks, LongPageOfASlowServer_IsNoSilence) {
         Reply(BlockOf(*request, page, static_cast<uint32_t>(request->Uint(23).value_or(0) >> 4)));
       } else if (query == "_sync=1") {
         Reply(AnswerWith(*request, {.head = 1, .digest = digest}));
-      } else if (query.find("full=1") != std::string::npos) {
+      } else if (query.find("until=") != std::string::npos) {
         Reply(BlockOf(*request, page, 0));
       } else {
         Reply(AnswerWith(*request, {.flags = 1, .from = 1, .to = 1, .head = 1, .digest = digest}));

@@ -45,7 +45,6 @@ CoapRpcMirrors *ReadyMirrors(CoapRpcCtx *ctx) {
   LinkInit(lib->mirrors->list);
   LinkInit(lib->mirrors->dirtyList);
   LinkInit(lib->mirrors->closedList);
-  coap_register_pong_handler(lib->coapCtx, TakeMirrorPong);
   RegisterMirrorCommand(ctx);
   return lib->mirrors;
 }

@@ -158,8 +158,11 @@ bool TakeMirrorMessage(coap_session_t *session, const coap_pdu_t *received) {
   return true;
 }
 
-void TakeMirrorPong(coap_session_t *session, const coap_pdu_t *, coap_mid_t) {
-  if (CoapRpcMirror *mirror = MirrorOf(session)) MirrorTakePong(mirror->core);
+// Of what a mirror sends, libcoap keeps nothing but pings: no other message is there for a reset.
+bool TakeMirrorNack(coap_session_t *session, const coap_pdu_t *sent, coap_nack_reason_t reason) {
+  CoapRpcMirror *mirror = MirrorOf(session);
+  if (mirror && sent && reason == COAP_NACK_RST) MirrorTakePong(mirror->core);
+  return mirror != nullptr;
 }
 
 void PumpMirror(CoapRpcMirror *mirror, uint64_t nowMs) {

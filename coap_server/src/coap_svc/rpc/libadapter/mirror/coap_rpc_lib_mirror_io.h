@@ -10,8 +10,8 @@ namespace coap_rpc {
 // it did not.
 bool TakeMirrorMessage(coap_session_t *session, const coap_pdu_t *received);
 
-// TakeMirrorPong takes the answer to a ping (coap_register_pong_handler).
-void TakeMirrorPong(coap_session_t *session, const coap_pdu_t *received, coap_mid_t mid);
+// TakeMirrorNack takes what became of a message; false when the session is no mirror's.
+bool TakeMirrorNack(coap_session_t *session, const coap_pdu_t *sent, coap_nack_reason_t reason);
 
 // PumpMirror does all that the mirror has to do now, and says when it is due next.  Not while it
 // may call back.
