@@ -1,4 +1,5 @@
 // Two instances: a server's table with versions, and mirrors of it.
+#include "coap_svc/rpc/coap_rpc_stats.h"
 #include "mirror_pair.h"
 
 namespace coap_rpc_test {
@@ -207,6 +208,45 @@ INSTANTIATE_TEST_SUITE_P(Shapes, MirrorShapes,
                                          Shape{"Page", 8, 900, 20}, Shape{"InBlocks", 16, 3000, 10},
                                          Shape{"Longest", 500, 64'500, 2}),
                          [](const auto &shape) { return shape.param.name; });
+
+// What a mirror that missed changes reads is little more than these.
+class MirrorResume : public MirrorPair {
+ protected:
+  static constexpr uint32_t kNumChanges = 1000;
+  static constexpr uint32_t kTupleBytes = 32;
+  static constexpr uint32_t kChangeBytes = 3 + kTupleBytes;  // with its version and two lengths
+
+  CoapRpcStats Stats() {
+    CoapRpcStats stats = {};
+    stats.size = sizeof(stats);
+    EXPECT_EQ(COAP_RpcGetStats(asker_.Ctx(), &stats), 0u);
+    return stats;
+  }
+
+  Source wide_{16, 16};
+  Copy wideCopy_{wide_};
+};
+
+TEST_F(MirrorResume, AfterManyMissedChanges_ReadsThemAlone) {
+  CoapRpcSerSyncParam param = {};
+  param.leaseMs = 1000;  // nothing is pushed after that
+  wide_.Serve(server_, param);
+  wide_.Fill(5000);
+  wideCopy_.Open(asker_, server_);
+  ASSERT_TRUE(RunUntil([&] { return wideCopy_.IsEqual(); }));
+  ASSERT_TRUE(RunUntil([&] { return wide_.State().numObservers == 0; }));
+  const CoapRpcStats before = Stats();
+  for (uint32_t i = 0; i < kNumChanges; ++i) wide_.Put(Source::Name(3 * i), "new");
+  ASSERT_TRUE(RunUntil([&] { return wideCopy_.IsEqual(); }));
+  const CoapRpcStats after = Stats();
+  const uint64_t in = after.in.bytes - before.in.bytes;
+  const uint64_t out = after.out.bytes - before.out.bytes;
+  printf("%u changes of %u bytes: %llu bytes of CoAP came, %llu went\n", kNumChanges, kTupleBytes,
+         static_cast<unsigned long long>(in), static_cast<unsigned long long>(out));
+  EXPECT_LE(10 * in, 12u * kNumChanges * kTupleBytes);
+  EXPECT_LE(10 * (in + out), 12u * kNumChanges * kChangeBytes);
+  wideCopy_.Close();
+}
 
 }  // namespace
 }  // namespace coap_rpc_test
