@@ -1,4 +1,5 @@
-// Pages in blocks that take their time.
+// Pages in blocks that take their time, blocks that are of none, and many messages at once.
+#include "coap_svc/rpc/coap_rpc_stats.h"
 #include "mirror_client.h"
 
 namespace coap_rpc_test {
@@ -7,6 +8,13 @@ namespace {
 class MirrorBlocks : public MirrorClient {
  protected:
   static constexpr uint32_t kBlock = 1024;
+
+  uint64_t NumMessages() {
+    CoapRpcStats stats = {};
+    stats.size = sizeof(stats);
+    EXPECT_EQ(COAP_RpcGetStats(Ctx(), &stats), 0u);
+    return stats.in.messages;
+  }
 
   CoapMessage BlockOf(const CoapMessage &request, const std::string &body, uint32_t number) {
     const bool isMore = (number + 1) * kBlock < body.size();
@@ -45,6 +53,36 @@ TEST_F(MirrorBlocks, LongPageOfASlowServer_IsNoSilence) {
   }
   EXPECT_EQ(State().state, uint32_t{COAP_RPC_MIRROR_SYNCED});
   EXPECT_EQ(State().numRegistrations, 1u);
+}
+
+// libcoap would take a mebibyte for the block, and ask for those before it.
+TEST_F(MirrorBlocks, BlockThatNoPageReaches_IsDropped) {
+  mirror_ = Open(Param());
+  const CoapMessage hello = Next();
+  for (const uint32_t number : {65u, 1023u}) {
+    CoapMessage answer = Request(CoapType::kNon, Code(2, 5), ++mid_, hello.token);
+    answer.AddUint(kOptContentFormat, kFormatCbor).AddUint(23, number << 4 | 8 | 6);
+    Say(answer.PayloadText(std::string(kBlock, 'x')));
+    EXPECT_FALSE(peer_.ReceiveNow());
+  }
+  Say(hello, {.head = 0});
+  EXPECT_EQ(app_.Take(), "FULL_SYNC");
+}
+
+// As many answers as there may be questions in flight come at once.
+TEST_F(MirrorBlocks, BurstOfAnswers_FindsRoom) {
+  constexpr uint32_t kNumAnswers = 150;
+  mirror_ = Open(Param());
+  const CoapMessage hello = Next();
+  const CoapMessage foreign = Request(CoapType::kNon, kCodeGet, 1, {1, 2, 3});
+  const uint64_t before = NumMessages();
+  for (uint32_t i = 0; i < kNumAnswers; ++i) {
+    Reply(AnswerBytes(foreign, std::string(kBlock, 'x')));
+  }
+  Say(hello, {.head = 0});
+  for (int i = 0; i < 10; ++i) COAP_RpcProcIo(Ctx());
+  EXPECT_EQ(NumMessages(), before + kNumAnswers + 1);
+  EXPECT_EQ(app_.Take(), "FULL_SYNC");
 }
 
 }  // namespace

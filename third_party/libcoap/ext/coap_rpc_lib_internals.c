@@ -30,9 +30,11 @@ static const char *TextOf(const coap_address_t *addr, AddressText *text) {
 static void AskForRoom(int fd) {
   const int numBytes = 1 << 20;
   if (setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &numBytes, sizeof(numBytes)) != 0) {
-    coap_log_info("endpoint keeps its receive buffer: %s\n", coap_socket_strerror());
+    coap_log_info("socket keeps its receive buffer: %s\n", coap_socket_strerror());
   }
 }
+
+void CoapRpcLibAskForRoom(coap_session_t *session) { AskForRoom(session->sock.fd); }
 
 /* OpenSocket returns a socket of its own at an address, or -1. */
 static int OpenSocket(const coap_address_t *addr) {

@@ -22,6 +22,10 @@ void CoapRpcLibStripQuery(coap_subscription_t *subscription);
 coap_endpoint_t *CoapRpcLibNewEndPoint(coap_context_t *coapCtx, const coap_address_t *addr,
                                        coap_proto_t protocol);
 
+/* CoapRpcLibAskForRoom gives the socket of a client session the receive buffer of an endpoint's, for
+ * bursts of datagrams. */
+void CoapRpcLibAskForRoom(coap_session_t *session);
+
 /* CoapRpcLibRetire ends reading from an endpoint that libcoap may be using.
  * CoapRpcLibReclaim resumes it and returns the retired endpoint of an address, or null.
  * CoapRpcLibFreeRetired frees all retired endpoints, and the resources without user data; those too

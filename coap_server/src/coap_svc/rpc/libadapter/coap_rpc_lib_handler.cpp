@@ -74,6 +74,7 @@ int coap_rpc::HandleOrder(coap_session_t *session, const coap_pdu_t *sent,
                           const coap_pdu_t *received) {
   CoapRpcCtx *ctx = CoapRpcLibCallerOf(session);
   int order = 0;
+  if (DropMirrorBlock(session, received, &order)) return order;
   if (ctx && OrderCallResponse(ctx, session, sent, received, &order)) return order;
   return CoapRpcRelationOrder(session, sent, received);
 }

@@ -24,6 +24,9 @@ constexpr uint32_t kIncomplete = 408;
 constexpr uint32_t kUnavailable = 503;
 constexpr uint32_t kSuccessEnd = 300;
 
+// A page has one tuple of any length, or is one message.
+constexpr uint64_t kLongestPage = COAP_RPC_SYNC_MAX_TUPLE + COAP_RPC_SYNC_MAX_PAGE;
+
 // The longest: all arguments, with numbers of 20 digits.
 constexpr size_t kQuerySize = sizeof("_sync=1&id=&since=&until=&full=1") + 16 + 2 * 20;
 
@@ -78,8 +81,10 @@ coap_session_t *NewSession(const CoapRpcMirror *mirror) {
   CoapRpcCliReqKey reqKey = {};
   reqKey.uri.pktType = IsAny(mirror->addr.srcIp) ? COAP_RPC_DEFAULT : COAP_RPC_BROADCAST;
   coap_session_t *session = COAP_RpcCreateCliSession(mirror->ctx, &reqKey, &key);
+  if (!session) return nullptr;
   // Base requests are not to know it: responses without a mirror are nobody's.
-  if (session) coap_session_set_app_data(session, nullptr);
+  coap_session_set_app_data(session, nullptr);
+  CoapRpcLibAskForRoom(session);
   return session;
 }
 
@@ -156,6 +161,14 @@ bool TakeMirrorMessage(coap_session_t *session, const coap_pdu_t *received) {
   --mirror->depth;
   if (!mirror->core.isClosed) DirtyMirrors(mirror->ctx->lib->mirrors->dirtyList).Append(mirror);
   return true;
+}
+
+bool DropMirrorBlock(coap_session_t *session, const coap_pdu_t *received, int *order) {
+  coap_block_t block;
+  if (coap_get_block(received, COAP_OPTION_BLOCK2, &block) == 0) return false;
+  const uint64_t offset = uint64_t{block.num} << (block.szx + 4);
+  *order = kCoapRpcLibOld;
+  return offset >= kLongestPage && MirrorOf(session);
 }
 
 // Of what a mirror sends, libcoap keeps nothing but pings: no other message is there for a reset.

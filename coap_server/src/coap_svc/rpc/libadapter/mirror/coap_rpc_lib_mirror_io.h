@@ -10,6 +10,10 @@ namespace coap_rpc {
 // it did not.
 bool TakeMirrorMessage(coap_session_t *session, const coap_pdu_t *received);
 
+// DropMirrorBlock sets the order of a response (CoapRpcLibSetOrder) that is a block which no page
+// reaches: libcoap would make room for all that is before it.  False for all others.
+bool DropMirrorBlock(coap_session_t *session, const coap_pdu_t *received, int *order);
+
 // TakeMirrorNack takes what became of a message; false when the session is no mirror's.
 bool TakeMirrorNack(coap_session_t *session, const coap_pdu_t *sent, coap_nack_reason_t reason);
 
