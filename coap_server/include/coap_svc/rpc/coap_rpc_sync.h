@@ -153,8 +153,8 @@ enum {
   COAP_RPC_MIRROR_SYNCED,         /* it equals the server's set, as far as the server has told */
   COAP_RPC_MIRROR_BEHIND,         /* it lacks changes, and is asking for them */
   COAP_RPC_MIRROR_STALE,          /* the server does not answer; the tuples stay as they are */
-  COAP_RPC_MIRROR_REFUSED         /* the server answers, but not as one that keeps versions of such
-                                     tuples; the tuples stay */
+  COAP_RPC_MIRROR_REFUSED         /* the server, or at least its host, answers, but not as one that
+                                     keeps versions of such tuples; the tuples stay */
 };
 
 /* The callbacks of a mirror.  Called from the I/O task and from timers, never inside
@@ -180,11 +180,10 @@ enum {
  * Codes of onState: 0: nothing is wrong.  Otherwise why it is as it is; tried again by itself, with
  * pauses that grow to 60 s, or to a heartbeat of 8 s or more for 1900001616, 1617 and 1624:
  *
- *   STALE      1900001616 the server does not answer,  1900001617 no socket, or srcIp is gone
- *              as this library's does not for a
- *              URI without versions
- *   REFUSED    1900001618 an error code, as 4.04       1900001619 no page: the server, or the URI,
- *                                                      has no versions
+ *   STALE      1900001616 the server does not answer   1900001617 no socket, or srcIp is gone
+ *   REFUSED    1900001618 an error code, as 4.04       1900001619 no page, or from the first no
+ *                                                      answer to anything but a ping: the server,
+ *                                                      or the URI, has no versions
  *              1900001620 a page with errors           1900001621 keys or values of other lengths
  *   BEHIND     1900001622 the digest differs, and      1900001623 versions that contradict those
  *              a full sync follows                     before; a full sync follows
@@ -211,8 +210,8 @@ typedef struct CoapRpcMirrorParam {
   uint32_t numInFlight;      /* pages asked for at a time at most, 1 to 128; 0: 16 */
   uint32_t heartbeatMs;      /* the server is asked so often although all is well, +-10 %; 100 to
                                 3,600,000 and below a third of the server's leaseMs; 0: 30,000 */
-  uint64_t maxBytes; /* of memory for tuples; 0: no limit.  Changes come one by one, and what
-                        a full sync removes goes last: allow for the set before and after */
+  uint64_t maxBytes; /* of memory for tuples; 0: no limit.  Deletions of a message come first, but
+                        what a full sync removes goes last: allow for the set before and after */
   uint64_t userData; /* first argument of the callbacks */
   CoapRpcMirrorOnAdded onAdded; /* these are optional */
   CoapRpcMirrorOnChanged onChanged;
