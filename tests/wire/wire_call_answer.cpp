@@ -272,12 +272,11 @@ TEST_F(CallsBesideBase, WithoutCalls_AnswersAreHeardAsEver) {
 // A call with a payload in blocks: what answers a block but the latest one is late.
 class CallBlocks : public ClientCalls {
  protected:
-  static constexpr uint8_t kContinue = Code(2, 31), kIncomplete = Code(4, 8);
+  static constexpr uint8_t kContinue = Code(2, 31);
 
-  CoapMessage ToBlock(const CoapMessage &request, uint8_t code = kContinue) {
-    CoapMessage answer = Apart(CoapType::kNon, ++mid_, request, code);
-    if (code == kContinue) answer.AddBlock(kOptBlock1, *request.Block(kOptBlock1));
-    return answer;
+  CoapMessage ToBlock(const CoapMessage &request) {
+    return Apart(CoapType::kNon, ++mid_, request, kContinue)
+        .AddBlock(kOptBlock1, *request.Block(kOptBlock1));
   }
   // Upload makes a call of three blocks and returns the requests of all, the last one unanswered.
   std::vector<CoapMessage> Upload() {
@@ -293,11 +292,9 @@ class CallBlocks : public ClientCalls {
   // Whatever is sent meanwhile is the request under way, again.
   void ExpectNothingOf(const std::vector<CoapMessage> &requests, const CoapMessage &underWay) {
     for (const CoapMessage &request : requests) {
-      for (const uint8_t code : {kContinue, kIncomplete}) {
-        Say(ToBlock(request, code));
-        EXPECT_EQ(told_.size(), 0U);
-        while (const auto sent = peer_.ReceiveNow()) EXPECT_EQ(*sent, underWay);
-      }
+      Say(ToBlock(request));
+      EXPECT_EQ(told_.size(), 0U);
+      while (const auto sent = peer_.ReceiveNow()) EXPECT_EQ(*sent, underWay);
     }
   }
 
@@ -314,6 +311,31 @@ TEST_F(CallBlocks, LateAnswersToEarlierBlocks_DisturbNothing) {
   EXPECT_EQ(told_[0].payload, "done");
 }
 
+// Servers may keep the blocks of a body by token.
+TEST_F(CallBlocks, Upload_HasOneToken) {
+  const std::vector<CoapMessage> requests = Upload();
+  for (const CoapMessage &request : requests) EXPECT_EQ(request.token, requests[0].token);
+}
+
+// The server wants blocks of 256 bytes, and says so in its answer to the first one of 1024.
+TEST_F(CallBlocks, Upload_InSmallerBlocks_HasOneToken) {
+  const std::string payload(3000, 'x');
+  Make(Post("p", payload));
+  const CoapMessage first = Next();
+  CoapMessage request = first;
+  size_t numBytes = 0;
+  while (request.Block(kOptBlock1)->more) {
+    numBytes += request.payload.size();
+    const uint32_t num = request.Block(kOptBlock1)->num;
+    peer_.Send(Piggyback(request, kContinue).AddBlock(kOptBlock1, {num, true, 4}));
+    request = Next();
+    EXPECT_EQ(request.token, first.token);
+  }
+  Say(Piggyback(request, Code(2, 4)));
+  EXPECT_EQ(Statuses(), Ends{COAP_RPC_CALL_ANSWERED});
+  EXPECT_EQ(numBytes + request.payload.size(), payload.size());
+}
+
 TEST_F(CallBlocks, LateAnswersWhileTheAnswerComesInBlocks_DisturbNothing) {
   const std::vector<CoapMessage> requests = Upload();
   const std::string half(1024, 'y');
@@ -321,6 +343,7 @@ TEST_F(CallBlocks, LateAnswersWhileTheAnswerComesInBlocks_DisturbNothing) {
       Piggyback(requests.back(), Code(2, 4)).AddBlock(kOptBlock2, {0, true, 6}).PayloadText(half);
   peer_.Send(first);
   const CoapMessage next = Next();
+  EXPECT_EQ(next.token, first.token);
   ExpectNothingOf(requests, next);
   Say(Piggyback(next, Code(2, 4)).AddBlock(kOptBlock2, {1, false, 6}).PayloadText(half));
   ASSERT_EQ(told_.size(), 1U);

@@ -150,6 +150,24 @@ TEST_F(ClientCalls, NobodyAtThePort_IsUnreachableForNon) {
   }
 }
 
+// The socket tells of the first call's datagram when the second one is sent.
+TEST_F(ClientCalls, ServerThatIsBack_GetsTheCallAfterOneThatFoundNobody) {
+  CoapRpcCallAddr addr = {};
+  {
+    const RawPeer gone{UdpAddress{"127.0.0.2", 0}};
+    addr = To(gone);
+  }
+  CoapRpcCall early = Get("a");
+  early.isNon = 1;
+  EXPECT_EQ(Try(early, addr), 0U);
+  EXPECT_EQ(COAP_RpcCallCancel(Ctx(), id_), 0U);
+  RawPeer back{UdpAddress{"127.0.0.2", static_cast<uint16_t>(addr.dstPort)}};
+  ASSERT_EQ(Try(Get("b"), addr), 0U);
+  back.Send(Piggyback(Next(back)));
+  Ticks(3);
+  EXPECT_EQ(Statuses(), (Ends{COAP_RPC_CALL_CANCELLED, COAP_RPC_CALL_ANSWERED}));
+}
+
 TEST_F(ClientCalls, Stop_TellsEachOnce) {
   COAP_RpcSetNstart(Ctx(), 2);
   Make(Get("a"));

@@ -110,7 +110,11 @@ int CoapRpcLibExpectAnswer(coap_session_t *session, coap_pdu_t *pdu) {
   return 1;
 }
 
-void CoapRpcLibSetRetransmit(coap_pdu_t *pdu, uint8_t num) { pdu->max_retransmit = num; }
+void CoapRpcLibMakeCall(coap_pdu_t *pdu, uint8_t maxRetransmit) {
+  pdu->max_retransmit = maxRetransmit;
+  pdu->tries_twice = 1;
+  pdu->keeps_token = 1;
+}
 
 int CoapRpcLibHasTurn(const coap_session_t *session) {
   return !session->delayqueue && session->con_active < COAP_NSTART(session);

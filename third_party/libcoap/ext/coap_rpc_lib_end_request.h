@@ -28,9 +28,11 @@ coap_bin_const_t CoapRpcLibRequestToken(const coap_session_t *session, const coa
  * without memory. */
 int CoapRpcLibExpectAnswer(coap_session_t *session, coap_pdu_t *pdu);
 
-/* CoapRpcLibSetRetransmit says how often a message is sent again, whatever its session says, and so
- * for how long transfers that belong to it are kept without news. */
-void CoapRpcLibSetRetransmit(coap_pdu_t *pdu, uint8_t num);
+/* CoapRpcLibMakeCall makes a message a call's, and those that libcoap makes from it.  It is sent
+ * again `maxRetransmit` times, whatever its session says, and so for how long transfers that belong
+ * to it are kept without news; at once when the socket refuses it, which may tell of an earlier
+ * datagram; and the blocks of its payload have its token. */
+void CoapRpcLibMakeCall(coap_pdu_t *pdu, uint8_t maxRetransmit);
 
 /* CoapRpcLibHasTurn says whether a CON message of the session would go out at once. */
 int CoapRpcLibHasTurn(const coap_session_t *session);

@@ -200,7 +200,7 @@ uint32_t BuildCall(coap_session_t *session, const CoapRpcCall &call, const coap_
   coap_pdu_t *pdu = coap_pdu_init(type, static_cast<coap_pdu_code_t>(call.method), 0,
                                   coap_session_max_pdu_size(session));
   if (!pdu) return Code(kSiteCallNoMemory);
-  CoapRpcLibSetRetransmit(pdu, kCallMaxRetransmit);
+  CoapRpcLibMakeCall(pdu, kCallMaxRetransmit);
   const uint32_t ret = Fill(pdu, call, token, isObserve);
   if (ret != 0) {
     coap_delete_pdu(pdu);
