@@ -130,12 +130,13 @@ TEST_F(SerSync, UnknownObserver_ExpiresAndHoldsNobodyBack) {
   ASSERT_EQ(COAP_RpcSerSetUriSync(instance_, &key_, &param), 0u);
   Put("aaaa", "0001");
   const int sessions[2] = {};
-  coap_rpc::SyncObserverComes(Entry(), &sessions[0]);
-  coap_rpc::SyncPeer *heard = coap_rpc::SyncObserverComes(Entry(), &sessions[1]);
+  void *records[2] = {};
+  coap_rpc::SyncObserverComes(Entry(), &sessions[0], &records[0]);
+  coap_rpc::SyncPeer *heard = coap_rpc::SyncObserverComes(Entry(), &sessions[1], &records[1]);
   coap_rpc::SyncObserverHas(Entry(), heard, 1);
   host_.AdvanceMs(1000);
   EXPECT_EQ(confirmed, std::vector<uint64_t>());
-  coap_rpc::SyncObserverAsks(heard);
+  coap_rpc::SyncObserverAsks(Entry(), heard);
   host_.AdvanceMs(250);
   EXPECT_EQ(confirmed, (std::vector<uint64_t>{1}));
   EXPECT_EQ(Entry()->sync->peers.num, 1u);

@@ -12,11 +12,11 @@ static int HasQuery(const coap_subscription_t *observer) {
   return coap_check_option(observer->pdu, COAP_OPTION_URI_QUERY, &it) != NULL;
 }
 
-static unsigned MarkKind(coap_resource_t *resource, int hasQuery) {
+static unsigned MarkUnqueried(coap_resource_t *resource) {
   unsigned num = 0;
   coap_subscription_t *observer;
   LL_FOREACH(resource->subscribers, observer) {
-    if (HasQuery(observer) != hasQuery) continue;
+    if (HasQuery(observer)) continue;
     observer->dirty = 1;
     ++num;
   }
@@ -24,14 +24,41 @@ static unsigned MarkKind(coap_resource_t *resource, int hasQuery) {
 }
 
 /* libcoap looks at each observer of a resource that is partially dirty. */
-unsigned CoapRpcLibNotifyKind(coap_resource_t *resource, int hasQuery) {
-  const unsigned num = resource->observable ? MarkKind(resource, hasQuery) : 0;
-  if (num == 0) return 0;
+void CoapRpcLibNotifyUnqueried(coap_resource_t *resource) {
+  if (!resource->observable || MarkUnqueried(resource) == 0) return;
   resource->partiallydirty = 1;
-  resource->observe = (resource->observe + 1) & 0xFFFFFF;
   resource->context->observe_pending = 1;
+  CoapRpcLibBeginRound(resource);
+}
+
+/* The I/O is woken, because who begins a round wants it to be sent. */
+void CoapRpcLibBeginRound(coap_resource_t *resource) {
+  resource->observe = (resource->observe + 1) & 0xFFFFFF;
   coap_update_io_timer(resource->context, 0);
-  return num;
+}
+
+void **CoapRpcLibOwnerOf(coap_subscription_t *observer) { return &observer->owner; }
+
+static coap_subscription_t *ObserverOf(void **owner) {
+  return (coap_subscription_t *)(void *)((char *)owner - offsetof(coap_subscription_t, owner));
+}
+
+void CoapRpcLibNotifyOne(coap_resource_t *resource, void **owner) {
+  coap_notify_observer(resource, ObserverOf(owner));
+}
+
+const coap_pdu_t *CoapRpcLibRequestOf(void **owner) {
+  return owner ? ObserverOf(owner)->pdu : NULL;
+}
+
+/* An observer that cannot be notified may go meanwhile, and only that one. */
+void CoapRpcLibNotifyQueried(coap_resource_t *resource, const void *session) {
+  coap_subscription_t *observer;
+  coap_subscription_t *next;
+  LL_FOREACH_SAFE(resource->subscribers, observer, next) {
+    if (observer->session == session && HasQuery(observer))
+      coap_notify_observer(resource, observer);
+  }
 }
 
 static coap_subscription_t *FirstQueriedOf(const coap_resource_t *resource, const void *session) {

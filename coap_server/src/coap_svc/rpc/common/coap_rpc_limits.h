@@ -19,6 +19,7 @@ inline constexpr uint32_t kTaskPeriodMs = 1000;
 inline constexpr uint32_t kQuickPeriodMs = 100;
 inline constexpr uint32_t kCallsPerServiceTick = 256;
 inline constexpr uint32_t kCallsPerQuickTick = 25;
+inline constexpr uint32_t kCallsWhenAsked = 32;
 
 // I/O driven by the descriptor: a run ends when nothing waits or its time is used up.
 inline constexpr uint32_t kDatagramsPerRead = 32;
@@ -83,6 +84,12 @@ inline constexpr uint32_t kMaxLastBlocks = 64;
 // are too many.
 inline constexpr uint32_t kSyncLeaseTicks = 4;
 inline constexpr uint32_t kMaxSyncBodies = 64;
+
+// So many of them are notified between two readings of datagrams, those who asked last first.  One
+// session can register a few times with different options.
+inline constexpr uint32_t kSyncPortion = 64;
+inline constexpr uint32_t kSyncLatestPeers = 32;
+inline constexpr uint32_t kMaxSyncRegistrations = 4;
 
 // Mirrors.  A question without answer is repeated after twice the time before, up to a limit; what
 // fails is tried again after twice the pause before, likewise.  A range is shared when it has so

@@ -54,6 +54,7 @@ struct CoapRpcLibCtx {
   CoapRpcLink syncBodyList; /* pages owned by libcoap that travel in blocks, oldest first */
   uint32_t numSyncBodies;
   uint32_t numSyncObservers; /* registrations of all entries that keep versions */
+  CoapRpcLink syncTellList;  /* CoapRpcSerSync with readers that are to be notified */
   uint16_t nstart;   /* CON requests under way per new client session; 0: libcoap's 1 */
   uint16_t numReads; /* datagrams to read first of each endpoint; 0 as 1 */
   struct CoapRpcDirect *direct; /* direct entries, owned; null until there is one */

@@ -118,12 +118,17 @@ void StopTimer(const CoapRpcCtx *ctx, uint64_t &timer) {
   timer = 0;
 }
 
+// IsAskedAgain says whether a run has left work for the next one.
+bool IsAskedAgain(const CoapRpcCtx *ctx) { return Libcoap(ctx) && ctx->lib->soonTmr != 0; }
+
 // RunNow waits for its next tick inside libcoap's I/O, whose callbacks may run timers.
 uint32_t RunNow(void *root) {
   auto *ctx = static_cast<CoapRpcCtx *>(root);
   if (ctx->ioDepth != 0) return 0;
-  StopTimer(ctx, ctx->lib->soonTmr);
-  ProcessOnce(ctx);
+  uint32_t numCalls = 0;
+  do {
+    StopTimer(ctx, ctx->lib->soonTmr);
+  } while (ProcessOnce(ctx) && IsAskedAgain(ctx) && ++numCalls < kCallsWhenAsked);
   return 0;
 }
 

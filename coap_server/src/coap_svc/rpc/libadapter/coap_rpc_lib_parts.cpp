@@ -12,6 +12,7 @@
 #include "coap_svc/rpc/libadapter/serve/coap_rpc_lib_answer_session.h"
 #include "coap_svc/rpc/libadapter/serve/coap_rpc_lib_async.h"
 #include "coap_svc/rpc/libadapter/serve/coap_rpc_lib_async_queue.h"
+#include "coap_svc/rpc/libadapter/sync/coap_rpc_lib_sync.h"
 
 namespace {
 
@@ -56,6 +57,7 @@ constexpr Part kParts[] = {
      .forgetEntry = [](CoapRpcCtx *, CoapRpcSerUriVtbl *entry) { ForgetEntryBlocks(entry); }},
     {.tick = SettleFlights, .needsTick = HasFlights, .free = ForgetFlights},
     {.free = CoapRpcObserveForgetQueries},
+    {.serve = TellSyncRounds},
     {.serve = ServeMirrors, .settle = SettleMirrors, .leave = StopMirrors, .free = FreeMirrors},
     {.serve = RpcCallsServe, .settle = RpcCallsSettle, .leave = StopRpcCalls, .free = FreeRpcCalls},
 };

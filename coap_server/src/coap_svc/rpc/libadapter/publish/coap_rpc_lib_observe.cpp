@@ -11,7 +11,9 @@
 #include "coap_svc/rpc/libadapter/sync/coap_rpc_lib_sync.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_observe.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
+#include "coap_svc/rpc/server/sync/coap_rpc_ser_sync_peers.h"
 #include "libcoap/ext/coap_rpc_lib_internals.h"
+#include "libcoap/ext/coap_rpc_lib_observers.h"
 
 namespace {
 
@@ -126,6 +128,7 @@ int COAP_RpcSerAddObserve(coap_session_t *session, coap_subscription_t *subscrip
 
 int COAP_RpcSerDelObserve(coap_session_t *session, coap_subscription_t *subscription, void *root) {
   auto *ctx = static_cast<CoapRpcCtx *>(root);
+  SyncRecordGoes(CoapRpcLibOwnerOf(subscription));
   CoapRpcSerUriVtbl *entry = FindObserved(ctx, subscription, session);
   if (IsSyncSubscription(entry, subscription)) return DelSyncObserver(ctx, entry, session);
   if (ctx && ctx->lib) {

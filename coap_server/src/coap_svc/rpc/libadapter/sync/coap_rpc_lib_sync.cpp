@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "coap_svc/rpc/common/coap_rpc_limits.h"
+#include "coap_svc/rpc/common/coap_rpc_list.h"
 #include "coap_svc/rpc/common/coap_rpc_probe.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_lookup.h"
@@ -18,6 +20,8 @@ namespace {
 
 constexpr uint16_t kCbor = COAP_MEDIATYPE_APPLICATION_CBOR;
 constexpr uint16_t kJson = COAP_MEDIATYPE_APPLICATION_JSON;
+
+using TellList = COAP_RPC_LIST(CoapRpcSerSync, tellLink);
 
 bool IsReader(const CoapRpcSerUriVtbl *entry, const coap_pdu_t *request) {
   return entry && entry->sync && IsSyncRequest(request);
@@ -136,7 +140,7 @@ void AnswerPull(const Exchange &exchange, const SyncQuery &query) {
   CountPull(exchange, query);
   SyncPeer *peer = PeerOf(exchange);
   const uint32_t flags = FlagsFor(peer);
-  if (peer) SyncObserverAsks(peer);
+  if (peer) SyncObserverAsks(exchange.entry, peer);
   if (peer) NoteConfirmed(exchange, peer, query);
   SyncPage page;
   CollectFor(SyncOf(exchange), query, flags, page);
@@ -153,15 +157,20 @@ void SetPeerAddress(SyncPeer &peer, const coap_session_t *session) {
   peer.addr.port = coap_address_get_port(COAP_RpcGetRemoteAddr(session, &peer.addr.listenAddr));
 }
 
+// IsTooMany says whether a registration is one that libcoap has taken and that cannot be kept.
+bool IsTooMany(const Exchange &exchange, const SyncPeer *peer) {
+  const bool isKept = peer && peer->numRegistrations <= kMaxSyncRegistrations;
+  return !isKept && IsObserved(exchange);
+}
+
 // AnswerRegistration gives the head.  An error, as when the observer was not counted for want of
 // memory, makes libcoap forget it.
 void AnswerRegistration(const Exchange &exchange, const SyncQuery &query) {
-  SyncPeer *peer = PeerOf(exchange);
   if (query.found != kSyncArgSync) {
     coap_pdu_set_code(exchange.response, COAP_RESPONSE_CODE_BAD_REQUEST);
   } else if (AcceptOf(exchange.request) != kCbor) {
     coap_pdu_set_code(exchange.response, COAP_RESPONSE_CODE_NOT_ACCEPTABLE);
-  } else if (!peer && IsObserved(exchange)) {
+  } else if (IsTooMany(exchange, PeerOf(exchange))) {
     coap_pdu_set_code(exchange.response, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
   } else {
     AnswerPull(exchange, query);
@@ -208,7 +217,7 @@ void Notify(const Exchange &exchange) {
 
 // IsNotificationOf asks the peer first: libcoap goes through all observers for it.
 bool IsNotificationOf(const SyncPeer *peer, const Exchange &exchange) {
-  if (peer && peer->stored == exchange.request) return true;
+  if (peer && CoapRpcLibRequestOf(peer->record) == exchange.request) return true;
   return HasOption(exchange.request, COAP_OPTION_OBSERVE) &&
          CoapRpcLibStoredRequest(exchange.resource, exchange.session, exchange.request) ==
              exchange.request;
@@ -218,6 +227,19 @@ bool IsNotificationOf(const SyncPeer *peer, const Exchange &exchange) {
 // no memory for it, which must not make the notification of a reader that of another observer.
 bool MayBeRead(const Exchange &exchange) {
   return exchange.query || exchange.ctx->lib->numSyncObservers != 0;
+}
+
+// NotifyPeer notifies the next of a URI's observers; a URI without any is taken off the list.
+void NotifyPeer(CoapRpcCtx *ctx, CoapRpcSerSync *sync) {
+  coap_resource_t *resource = CoapRpcLibResourceOf(ctx, sync->set.entry);
+  SyncPeer *peer = resource ? SyncPeerTakeTurn(sync->peers) : nullptr;
+  if (!peer) {
+    LinkRemove(sync->tellLink);
+  } else if (peer->record) {
+    CoapRpcLibNotifyOne(resource, peer->record);
+  } else {
+    CoapRpcLibNotifyQueried(resource, peer->session);
+  }
 }
 
 }  // namespace
@@ -234,17 +256,24 @@ bool ServeSync(Exchange &exchange) {
   return true;
 }
 
+void TellSyncRounds(CoapRpcCtx *ctx) {
+  TellList syncs(ctx->lib->syncTellList);
+  for (uint32_t i = 0; i < kSyncPortion && !syncs.IsEmpty(); ++i) NotifyPeer(ctx, syncs.First());
+  if (syncs.IsEmpty()) return;
+  syncs.Append(syncs.First());
+  CoapRpcLibWakeIn(ctx->lib->coapCtx, 0);
+  ctx->libExt->runSoon(ctx);
+}
+
 bool IsSyncSubscription(const CoapRpcSerUriVtbl *entry, const coap_subscription_t *subscription) {
   return IsReader(entry, CoapRpcLibSubscriptionPdu(subscription));
 }
 
 int AddSyncObserver(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const coap_session_t *session,
-                    const coap_subscription_t *subscription) {
+                    coap_subscription_t *subscription) {
   ++ctx->lib->numSyncObservers;
-  SyncPeer *peer = SyncObserverComes(entry, session);
-  if (!peer) return 1;
-  peer->stored = CoapRpcLibSubscriptionPdu(subscription);
-  SetPeerAddress(*peer, session);
+  SyncPeer *peer = SyncObserverComes(entry, session, CoapRpcLibOwnerOf(subscription));
+  if (peer) SetPeerAddress(*peer, session);
   return 1;
 }
 
@@ -258,13 +287,18 @@ void NotifyUnsynced(CoapRpcCtx *ctx, coap_resource_t *resource) {
   if (ctx->lib->numSyncObservers == 0) {
     coap_resource_notify_observers(resource, nullptr);
   } else {
-    CoapRpcLibNotifyKind(resource, 0);
+    CoapRpcLibNotifyUnqueried(resource);
   }
 }
 
 uint32_t PushSync(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
   coap_resource_t *resource = CoapRpcLibResourceOf(ctx, entry);
-  return resource ? CoapRpcLibNotifyKind(resource, 1) : 0;
+  CoapRpcSerSync &sync = *entry->sync;
+  if (!resource || sync.peers.num == 0) return 0;
+  SyncPeersBeginRound(sync.peers);
+  CoapRpcLibBeginRound(resource);
+  if (LinkIsAlone(sync.tellLink)) TellList(ctx->lib->syncTellList).Append(&sync);
+  return sync.peers.num;
 }
 
 // libcoap goes on with the resource after its callbacks: what they give up is freed by the next

@@ -17,10 +17,12 @@
  *
  * Notifications are NON, of one message and the same for all observers of a round
  * (coap_rpc_ser_sync.h); one without payload, for want of memory, tells no more than that there
- * are changes.  libcoap keeps the observers, as it does those of the change list, which are told
- * apart by their query: it is taken from the latter's stored requests.
+ * are changes.  A turn of the I/O notifies a portion of them.  libcoap keeps the observers, as it
+ * does those of the change list, which are told apart by their query: it is taken from the latter's
+ * stored requests.
  *
- * Bounds: observers of a resource by libcoap, pages in blocks by kMaxSyncBodies. */
+ * Bounds: observers of a resource by libcoap, of one session by kMaxSyncRegistrations, messages of
+ * a turn by kSyncPortion, pages in blocks by kMaxSyncBodies. */
 #ifndef COAP_RPC_LIB_SYNC_H
 #define COAP_RPC_LIB_SYNC_H
 
@@ -37,15 +39,17 @@ bool ServeSync(Exchange &exchange);
 // AddSyncObserver and DelSyncObserver count it; they return 1.
 bool IsSyncSubscription(const CoapRpcSerUriVtbl *entry, const coap_subscription_t *subscription);
 int AddSyncObserver(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const coap_session_t *session,
-                    const coap_subscription_t *subscription);
+                    coap_subscription_t *subscription);
 int DelSyncObserver(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const coap_session_t *session);
 
 // NotifyUnsynced asks libcoap to notify the observers of a resource that are not readers.
 void NotifyUnsynced(CoapRpcCtx *ctx, coap_resource_t *resource);
 
-// PushSync asks it to notify an entry's readers, DropSyncObserver to forget a session's: operations
-// of the server side.
+// PushSync makes it an entry's readers' turn to be notified, TellSyncRounds notifies the next
+// kSyncPortion of all entries: the last step of a turn of the I/O.  DropSyncObserver makes libcoap
+// forget a session's registrations.  The first and the last are operations of the server side.
 uint32_t PushSync(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry);
+void TellSyncRounds(CoapRpcCtx *ctx);
 void DropSyncObserver(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const void *session);
 
 }  // namespace coap_rpc

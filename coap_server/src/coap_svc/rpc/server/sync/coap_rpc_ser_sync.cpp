@@ -6,6 +6,7 @@
 
 #include "coap_svc/rpc/common/coap_rpc_clock.h"
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
+#include "coap_svc/rpc/common/coap_rpc_list.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_tuple_bytes.h"
 #include "kst_tmr.h"
@@ -182,17 +183,18 @@ void SyncDrop(CoapRpcSerUriVtbl *entry) {
   CoapRpcSerSync &sync = *entry->sync;
   StopTimer(entry, sync.windowTimer);
   StopTimer(entry, sync.leaseTimer);
+  LinkRemove(sync.tellLink);
   while (SyncPeer *peer = SyncPeerFirst(sync.peers)) SyncPeerRemove(MemOf(entry), sync.peers, peer);
   SyncSetClear(sync.set);
   PoolFree(MemOf(entry), entry->sync);
   entry->sync = nullptr;
 }
 
-SyncPeer *SyncObserverComes(CoapRpcSerUriVtbl *entry, const void *session) {
+SyncPeer *SyncObserverComes(CoapRpcSerUriVtbl *entry, const void *session, void **record) {
   CoapRpcSerSync &sync = *entry->sync;
-  SyncPeer *peer = SyncPeerComes(MemOf(entry), sync.peers, session);
+  SyncPeer *peer = SyncPeerComes(MemOf(entry), sync.peers, session, record);
   if (!peer) return nullptr;
-  peer->idleTicks = 0;
+  SyncPeerAsks(sync.peers, peer);
   if (sync.peers.num == 1 && peer->numRegistrations == 1) MeetFirst(sync);
   // Those for whom a due round was may have left.
   if (sync.isRoundAhead && sync.windowTimer == 0) Push(entry);
@@ -205,7 +207,9 @@ void SyncObserverLeaves(CoapRpcSerUriVtbl *entry, const void *session) {
   TellConfirmed(entry);
 }
 
-void SyncObserverAsks(SyncPeer *peer) { peer->idleTicks = 0; }
+void SyncObserverAsks(CoapRpcSerUriVtbl *entry, SyncPeer *peer) {
+  SyncPeerAsks(entry->sync->peers, peer);
+}
 
 void SyncObserverHas(CoapRpcSerUriVtbl *entry, SyncPeer *peer, uint64_t version) {
   SyncPeerConfirms(entry->sync->peers, peer, version);

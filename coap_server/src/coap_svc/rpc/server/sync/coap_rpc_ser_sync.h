@@ -6,16 +6,21 @@
  *
  *   quiet    all changes have been told
  *   window   the first change after it was made less than windowMs ago (not when that is 0)
- *   due      libcoap was asked to notify the observers
+ *   due      the I/O was asked to notify the observers
  *   quiet    again, when the page of the round is built for the first of them (SyncRoundBegins)
  *
  * Changes that come while a round is due are in it.  A page is built once, and serves all: the
  * notification of one who must wait has the same page, or that of a later round.  Without observers
- * it is always quiet. */
+ * it is always quiet.
+ *
+ * Each turn of the I/O notifies a portion of them (coap_rpc_ser_sync_peers.h).  A round that begins
+ * while the one before is still being told takes its place: who was not told of that is told of
+ * this one, and finds a gap if the page does not reach back so far. */
 #ifndef COAP_RPC_SER_SYNC_H
 #define COAP_RPC_SER_SYNC_H
 
 #include "coap_svc/rpc/coap_rpc_sync.h"
+#include "coap_svc/rpc/common/coap_rpc_link.h"
 #include "coap_svc/rpc/server/sync/coap_rpc_ser_sync_ages.h"
 #include "coap_svc/rpc/server/sync/coap_rpc_ser_sync_peers.h"
 #include "coap_svc/rpc/server/sync/coap_rpc_ser_sync_set.h"
@@ -30,6 +35,7 @@ struct CoapRpcSerSync {
   uint64_t windowTimer;     // 0 none
   uint64_t leaseTimer;      // runs while there are peers; 0 none
   bool isRoundAhead;        // in the window, or due
+  CoapRpcLink tellLink;     // on the adapter's list while observers are to be notified
   uint64_t pageHead;        // the head when the page was built
   size_t pageLen;           // 0: none was built
   uint8_t page[COAP_RPC_SYNC_MAX_PAGE];
@@ -44,12 +50,13 @@ uint32_t SetSync(CoapRpcSerUriVtbl *entry, const CoapRpcSerSyncParam &param);
 // SyncDrop frees the versions of an entry, if it has any, with its tuples.
 void SyncDrop(CoapRpcSerUriVtbl *entry);
 
-// SyncObserverComes counts a registration; null without memory.  SyncObserverLeaves ends one.
-SyncPeer *SyncObserverComes(CoapRpcSerUriVtbl *entry, const void *session);
+// SyncObserverComes counts a registration, `record` as for SyncPeerComes; null without memory.
+// SyncObserverLeaves ends one.
+SyncPeer *SyncObserverComes(CoapRpcSerUriVtbl *entry, const void *session, void **record);
 void SyncObserverLeaves(CoapRpcSerUriVtbl *entry, const void *session);
 
 // SyncObserverAsks notes that a peer has asked, SyncObserverHas what it has.
-void SyncObserverAsks(SyncPeer *peer);
+void SyncObserverAsks(CoapRpcSerUriVtbl *entry, SyncPeer *peer);
 void SyncObserverHas(CoapRpcSerUriVtbl *entry, SyncPeer *peer, uint64_t version);
 
 // SyncStateOf and SyncPeerState are what an application is told.
