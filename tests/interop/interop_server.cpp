@@ -11,10 +11,11 @@
 //   separate              GET: the payload comes back as a POST to port 5683 of the asker
 //   unavailable           GET: asynchronous without a callback
 //   obs, obs-large, obs-away
-//                         observable tables of texts, in JSON
+//                         observable tables of texts, in JSON; the second one with versions
 //   obs-idl               the same in messages like "u:1000=val0" and "d:1000"
 //   gone/<client>         tables for observers that vanish
 //   ctl                   POST: "set <uri> <key> <value>", "del <uri> <key>", "away <uri>"
+#include <coap_svc/rpc/coap_rpc_sync.h>
 #include <kst_tmr.h>
 
 #include <algorithm>
@@ -135,6 +136,16 @@ bool ServeRows() {
   });
 }
 
+// The large table has versions as well; observers of the base interface notice nothing.
+bool ServeVersions() {
+  CoapRpcSerSyncParam param = {};
+  param.pageBytes = COAP_RPC_SYNC_MIN_PAGE;
+  return std::any_of(g_tables.All().begin(), g_tables.All().end(), [&](const InteropTable &table) {
+    return table.Uri() == "obs-large" &&
+           COAP_RpcSerSetUriSync(g_example.ctx, &table.Key(), &param) == 0;
+  });
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
@@ -142,7 +153,8 @@ int main(int argc, char **argv) {
   if (ExampleStart(&g_example, "interop_server") != 0) return 1;
   KST_TmrStartLoop(KestrelTmr(g_example.host), AnswerAll, kAnswerDelayMs, nullptr);
   const bool isServing =
-      ServeRows() && g_tables.Serve(g_example.ctx, {"libcoap", "aiocoap", "node"});
+      ServeRows() && g_tables.Serve(g_example.ctx, {"libcoap", "aiocoap", "node"}) &&
+      ServeVersions();
   if (isServing) {
     std::printf("serving %s\n", EXAMPLE_SERVER);
     ExampleRun(&g_example, ExampleNumber(argc, argv, "--seconds", 0));
