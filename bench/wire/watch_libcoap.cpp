@@ -1,5 +1,9 @@
 /* watch_libcoap.cpp: the same payload as watch_rpc's, finished beforehand, published and observed
- * with libcoap alone.  Roles and options as there. */
+ * with libcoap alone.  Roles and options as there, and of the client:
+ *
+ *   --observers <n>   on sockets of their own (1); the last one to have all says so */
+#include <vector>
+
 #include "clock.h"
 #include "kst_tmr.h"
 #include "options.h"
@@ -70,22 +74,20 @@ void Serve(WireHost &host, Publisher &publisher, bool doesAgain) {
 
 WireHost *g_host;       // of the client
 size_t g_expectedSize;  // of the payload
+uint32_t g_numLacking;  // observers without it
 
 coap_response_t OnResponse(coap_session_t *, const coap_pdu_t *, const coap_pdu_t *received,
                            const coap_mid_t) {
   size_t len = 0;
   const uint8_t *data = nullptr;
   if (coap_get_data(received, &len, &data) == 0 || len < g_expectedSize) return COAP_RESPONSE_OK;
+  if (--g_numLacking != 0) return COAP_RESPONSE_OK;
   printf("last_ns %llu\n", static_cast<unsigned long long>(NowNs()));
   g_host->Stop();
   return COAP_RESPONSE_OK;
 }
 
-void Observe(WireHost &host, size_t expectedSize) {
-  coap_context_t *context = host.NewContext();
-  g_host = &host;
-  g_expectedSize = expectedSize;
-  coap_register_response_handler(context, OnResponse);
+coap_session_t *Register(coap_context_t *context) {
   coap_address_t addr;
   coap_address_init(&addr);
   addr.size = sizeof(addr.addr.sin);
@@ -100,8 +102,19 @@ void Observe(WireHost &host, size_t expectedSize) {
   coap_add_option(pdu, COAP_OPTION_URI_PATH, strlen(kWatchUri),
                   reinterpret_cast<const uint8_t *>(kWatchUri));
   coap_send(session, pdu);
+  return session;
+}
+
+void Observe(WireHost &host, size_t expectedSize, uint32_t numObservers) {
+  coap_context_t *context = host.NewContext();
+  g_host = &host;
+  g_expectedSize = expectedSize;
+  g_numLacking = numObservers;
+  coap_register_response_handler(context, OnResponse);
+  std::vector<coap_session_t *> sessions;
+  for (uint32_t i = 0; i < numObservers; ++i) sessions.push_back(Register(context));
   host.Run();
-  coap_session_release(session);
+  for (coap_session_t *session : sessions) coap_session_release(session);
 }
 
 }  // namespace
@@ -112,7 +125,7 @@ int main(int argc, char **argv) {
   const std::string body = options.Is("--format", "idl") ? IdlOf(numTuples) : JsonOf(numTuples);
   WireHost host(Logging::kNone);
   if (options.Is("--role", "client")) {
-    Observe(host, body.size());
+    Observe(host, body.size(), options.Number("--observers", 1));
   } else {
     Publisher publisher = {&host, body, nullptr, options.Is("--filled", "yes"), 0};
     Serve(host, publisher, options.Is("--again", "yes"));

@@ -93,6 +93,34 @@ TEST_F(SerSync, SetUriSync_BadArguments_GiveCodes) {
   EXPECT_EQ(COAP_RpcSerSetUriSync(instance_, &unknown, nullptr), 1900001512u);
 }
 
+// Each null argument is asserted, at a line of its function.
+TEST_F(SerSync, NullArguments_AreAsserted) {
+  CoapRpcSerSyncState state;
+  const auto visit = [](uint64_t, const CoapRpcSyncPeer *) {};
+  const auto linesOf = [this](auto call) {
+    host_.Process().ClearAsserts();
+    call();
+    std::vector<uint32_t> lines;
+    for (const AssertRecord &record : host_.Process().Asserts()) {
+      EXPECT_EQ(record.path, "coap_server/src/coap_svc/rpc/init/coap_rpc_ser_sync");
+      lines.push_back(record.line);
+    }
+    return lines;
+  };
+  using Lines = std::vector<uint32_t>;
+  EXPECT_EQ(linesOf([&] { COAP_RpcSerSetUriSync(nullptr, &key_, nullptr); }), (Lines{1510}));
+  EXPECT_EQ(linesOf([&] { COAP_RpcSerSetUriSync(instance_, nullptr, nullptr); }), (Lines{1510}));
+  EXPECT_EQ(linesOf([&] { COAP_RpcSerSyncReplace(instance_, nullptr, Next, 0); }), (Lines{1520}));
+  EXPECT_EQ(linesOf([&] { COAP_RpcSerSyncReplace(instance_, &key_, nullptr, 0); }), (Lines{1520}));
+  EXPECT_EQ(linesOf([&] { COAP_RpcSerGetSyncState(instance_, nullptr, &state); }), (Lines{1530}));
+  EXPECT_EQ(linesOf([&] { COAP_RpcSerGetSyncState(instance_, &key_, nullptr); }), (Lines{1530}));
+  EXPECT_EQ(linesOf([&] { COAP_RpcSerVisitSyncPeers(instance_, nullptr, visit, 0); }),
+            (Lines{1540}));
+  EXPECT_EQ(linesOf([&] { COAP_RpcSerVisitSyncPeers(instance_, &key_, nullptr, 0); }),
+            (Lines{1540}));
+  EXPECT_EQ(linesOf([&] { COAP_RpcSerGetSyncState(instance_, &plainKey_, &state); }), Lines());
+}
+
 TEST_F(SerSync, SetUriSync_WithoutRandomNumbers_ChangesNothing) {
   ASSERT_EQ(Put("aaaa", "0001"), 0u);
   const size_t numBefore = host_.Pool().LiveCount();

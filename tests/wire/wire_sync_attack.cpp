@@ -131,5 +131,121 @@ TEST_F(SyncAttack, ReplaceInConfirmed) {
   EXPECT_EQ(entry_->sync->set.numLive, 0u);
 }
 
+// With the headers of IP and UDP, which a forged question pays as well.
+size_t WireBytes(const CoapMessage &message) { return 28 + ToBytes(message).size(); }
+
+// Whoever is asked for in another's name gets little: nobody but a reader knows the set's life.
+TEST_F(SyncAttack, Stranger_DrawsNoMoreThanThreeTimesWhatItSends) {
+  ServeSynced();
+  for (int i = 0; i < 300; ++i) Update("k" + std::to_string(100 + i), "v001");
+  const std::vector<std::vector<std::string>> queries = {
+      {"_sync=1"}, {"_sync=1", "id=1"}, {"_sync=1", "full=1"}, {"_sync=1", "since=-1"}};
+  for (const auto &args : queries) {
+    for (const uint32_t accept : {kFormatCbor, kFormatJson, uint16_t{0}}) {
+      CoapMessage get = Reading(CoapType::kNon, args);
+      get.AddUint(kOptAccept, accept);
+      EXPECT_LE(WireBytes(Ask(peer_, get)), 3 * WireBytes(get)) << args.back() << " " << accept;
+    }
+  }
+  const CoapMessage get = Registering();
+  EXPECT_LE(WireBytes(Ask(peer_, get)), 3 * WireBytes(get));
+}
+
+// The places are taken by a thousand who never ask again: the next one is told that it observes
+// nothing, reads all the same, and has a place when their leases have ended.
+TEST_F(SyncAttack, The1001stReader_ReadsByPulls) {
+  CoapRpcSerSyncParam param = {};
+  param.leaseMs = 1'000'000;
+  ServeSynced(param);
+  while (entry_->sync->peers.num < 1000) {
+    RawPeer dead;
+    dead.SetRemote(Address());
+    ASSERT_TRUE(Ask(dead, Registering()).Has(kOptObserve));
+  }
+  const CoapMessage head = Ask(peer_, Registering());
+  EXPECT_FALSE(head.Has(kOptObserve));
+  constexpr uint32_t kAtHead = 1, kNotObserving = 16;
+  EXPECT_EQ(PayloadHex(head), Page(kAtHead | kNotObserving, 0, 0));
+  Update("k001", "v001");
+  EXPECT_EQ(PayloadHex(PullSince(peer_, 0)),
+            Page(kAtHead | kNotObserving, 0, 1, UpdateHex(1, "k001", "v001"), 1));
+  COAP_RpcStopTaskTimer(Ctx());  // a thousand sessions make its ticks slow
+  host_.AdvanceMs(1'250'000);
+  COAP_RpcStartTaskTimer(Ctx());
+  EXPECT_EQ(entry_->sync->peers.num, 0u);
+  EXPECT_TRUE(Ask(peer_, Registering()).Has(kOptObserve));
+}
+
+TEST_F(SyncAttack, ClockThatJumps_EndsNoLease) {
+  ServeSynced(Calling());
+  Ask(peer_, Registering());
+  Update("k001", "v001");
+  const uint64_t nowMs = host_.Process().NowMs();
+  for (const uint64_t jumpMs : {nowMs + 864'000'000, uint64_t{0}, nowMs}) {
+    host_.Process().SetNowMs(jumpMs);
+    host_.AdvanceMs(500);
+    PullSince(peer_, 0);
+    EXPECT_EQ(entry_->sync->peers.num, 1u) << jumpMs;
+    CoapRpcSerSyncState state = {};
+    EXPECT_EQ(COAP_RpcSerGetSyncState(Ctx(), &key_, &state), 0u);
+    EXPECT_LE(state.unconfirmedMs, 864'002'000u) << jumpMs;
+  }
+  host_.AdvanceMs(1300);
+  EXPECT_EQ(entry_->sync->peers.num, 0u);
+}
+
+// Each has an observer, and all change: nobody is forgotten, and no turn is long.
+TEST_F(SyncAttack, ManyUris_AreToldInTurns) {
+  constexpr size_t kNumUris = 300, kPortion = 64;
+  const CoapRpcSerObVtblReg ob = ObRegOf(true);
+  std::vector<CoapRpcUriKey> keys;
+  for (size_t i = 0; i < kNumUris; ++i) {
+    const std::string uri = "u" + std::to_string(i);
+    keys.push_back(KeyOf(uri.c_str(), COAP_RPC_CON, 1));
+    Serve(keys.back(), RegOf(&app_, 0), &ob);
+    ASSERT_EQ(COAP_RpcSerSetUriSync(Ctx(), &keys.back(), nullptr), 0u);
+    const Bytes token = {0x30, static_cast<uint8_t>(i >> 8), static_cast<uint8_t>(i)};
+    CoapMessage get = Request(CoapType::kCon, kCodeGet, ++mid_, token).AddPath(uri);
+    Ask(peer_, get.AddUint(kOptObserve, 0).AddText(kOptUriQuery, "_sync=1"));
+  }
+  COAP_RpcProcIo(Ctx());
+  for (const CoapRpcUriKey &key : keys) COAP_RpcSerObserveDataUpdate(Ctx(), &key, "k001", "v001");
+  size_t num = 0;
+  for (size_t turn = 0; turn < 2 * kNumUris && num < kNumUris; ++turn) {
+    COAP_RpcProcIo(Ctx());
+    size_t numOfTurn = 0;
+    while (peer_.ReceiveNow()) ++numOfTurn;
+    EXPECT_LE(numOfTurn, kPortion);
+    num += numOfTurn;
+  }
+  EXPECT_EQ(num, kNumUris);
+}
+
+// The longest tuple: told without its bytes, and read in blocks.
+TEST_F(SyncAttack, TupleOf65000Bytes_IsReadInBlocks) {
+  key_ = KeyOf("obs", COAP_RPC_CON, 1);
+  CoapRpcSerObVtblReg ob = ObRegOf(true);
+  ob.valLen = COAP_RPC_SYNC_MAX_TUPLE - ob.keyLen;
+  entry_ = Serve(key_, RegOf(&app_, 0), &ob);
+  SetSync({});
+  Set().replid = kReplid;
+  Ask(peer_, Registering());
+  const std::string val(ob.valLen, 'v');
+  COAP_RpcSerObserveDataUpdate(Ctx(), &key_, "k001", val.data());
+  constexpr uint32_t kAtHead = 1, kNotification = 4;
+  EXPECT_EQ(PayloadHex(NextNotification(peer_)), Page(kAtHead | kNotification, 1, 1));
+  Bytes body;
+  for (bool isMore = true; isMore;) {
+    CoapMessage get = Reading(CoapType::kCon, {"_sync=1", kIdArg, "since=0"});
+    const auto num = static_cast<uint32_t>(body.size() / 1024);
+    const CoapMessage block = Ask(peer_, get.AddBlock(kOptBlock2, {num, false, 6}));
+    ASSERT_TRUE(block.Block(kOptBlock2));
+    body.insert(body.end(), block.payload.begin(), block.payload.end());
+    isMore = block.Block(kOptBlock2)->more;
+  }
+  const std::string change = "01 44 6b 30 30 31 59 fd e4 " + HexText(BytesOf(val));
+  EXPECT_EQ(HexText(body), Page(kAtHead, 0, 1, change, 1));
+}
+
 }  // namespace
 }  // namespace coap_rpc_test
