@@ -131,6 +131,10 @@ COAP_RPC_API uint32_t COAP_RpcCall(CoapRpcCtx *ctx, const CoapRpcCallAddr *addr,
  * The observation ends, told with isLast 1, with an answer without Observe or an error code, and
  * with any status but answered.  It can be started again then.
  *
+ * Several observations of one instance that ask one server for the same share a registration, since
+ * a server may keep one observer of a client for each request.  One that joins lets the library
+ * register again, so all are told the state of now.
+ *
  *   call   a GET without payload; deadlineMs is for the answer to each registration
  *
  * Returns as COAP_RpcCall; 1900001487 also for another method, 1900001491 for any payload. */

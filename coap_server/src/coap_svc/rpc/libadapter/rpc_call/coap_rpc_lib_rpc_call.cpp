@@ -38,6 +38,7 @@
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_clock.h"
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_pdu.h"
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_peer.h"
+#include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_share.h"
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_timer.h"
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_watch.h"
 #include "libcoap/ext/coap_rpc_lib_end_request.h"
@@ -99,8 +100,9 @@ bool Hand(RpcCall *call) {
   return false;
 }
 
-// Launch queues a call, and sends it when nobody is before it.
-uint32_t Launch(CoapRpcCalls *calls, RpcCall *call) {
+// Launch queues a call, and sends it when nobody is before it; an observation may need no message.
+uint32_t Launch(CoapRpcCtx *ctx, CoapRpcCalls *calls, RpcCall *call) {
+  if (call->watch && JoinShare(ctx, call)) return 0;
   const bool hasTurn = HasTurn(*call->peer, call->isNon != 0);
   if (!hasTurn) {
     QueueCall(calls, call);
@@ -136,7 +138,7 @@ uint32_t Start(CoapRpcCtx *ctx, CoapRpcCalls *calls, const CoapRpcCall &request,
   uint32_t ret = Prepare(ctx, calls, request, isObserve, call);
   if (ret == 0) {
     *id = call->id;
-    ret = Launch(calls, call);
+    ret = Launch(ctx, calls, call);
     if (ret != 0) RemoveRpcCall(calls, call);
   }
   if (ret != 0) {
@@ -147,11 +149,16 @@ uint32_t Start(CoapRpcCtx *ctx, CoapRpcCalls *calls, const CoapRpcCall &request,
   return ret;
 }
 
-void TakeOff(CoapRpcCalls *calls, RpcCall *call) {
+void LeaveServer(CoapRpcCtx *ctx, RpcCall *call);
+
+void TakeOff(CoapRpcCtx *ctx, RpcCall *call) {
+  CoapRpcCalls *calls = ctx->lib->calls;
   RemoveRpcCall(calls, call);
   TakeOffPeer(calls, call);
   LinkRemove(call->endLink);
   call->state = CallState::kEnded;
+  RpcCall *unheard = LeaveShare(call);
+  if (unheard && calls->isStopping == 0) LeaveServer(ctx, unheard);
 }
 
 CoapRpcCallRsp RspOf(const RpcCall &call, uint32_t status) {
@@ -177,6 +184,35 @@ void SettleCall(CoapRpcCtx *ctx, CoapRpcCalls *calls, RpcCall *call) {
   if (call->state == CallState::kLeaving && LeaveWatch(call)) return;
   if (call->state == CallState::kLeaving) RemoveRpcCall(calls, call);
   Drop(ctx, calls, call);
+}
+
+// LeaveServer ends an observation that nobody follows, and tells the server if it may know of it.
+void LeaveServer(CoapRpcCtx *ctx, RpcCall *call) {
+  if (call->state == CallState::kQueued) {
+    EndCall(ctx, call, COAP_RPC_CALL_CANCELLED);
+    return;
+  }
+  call->state = CallState::kLeaving;
+  StopLeading(ctx->lib->calls, call);
+  SetDue(ctx->lib->calls, call, NowTicks() + TicksOfMs(COAP_RPC_CALL_DEADLINE_MS));
+  Retire(ctx, call, RspOf(*call, COAP_RPC_CALL_CANCELLED));
+}
+
+// Silence tells the application that an observation is cancelled, which others follow.
+void Silence(CoapRpcCtx *ctx, RpcCall *call) {
+  CallOnRsp(ctx, std::exchange(call->onRsp, nullptr), call->userData,
+            RspOf(*call, COAP_RPC_CALL_CANCELLED));
+}
+
+// WithFollowers ends a call, and then those that have followed it.
+template <typename End>
+void WithFollowers(RpcCall *call, End end) {
+  CoapRpcLink link;
+  LinkInit(link);
+  Followers followers(link);
+  TakeFollowers(call, &followers);
+  end(call);
+  followers.Drain([&end](CallWatch *follower) { end(follower->call); });
 }
 
 // SendFirst sends the first call that a peer has queued.  False: there is none, or it has no turn,
@@ -227,35 +263,43 @@ void TellCall(CoapRpcCtx *ctx, const RpcCall &call, const coap_pdu_t *answer, ui
 }
 
 // The application is told last: it may start and cancel whatever it likes.
-void AnswerCall(CoapRpcCtx *ctx, RpcCall *call, const coap_pdu_t *answer) {
+void AnswerOne(CoapRpcCtx *ctx, RpcCall *call, const coap_pdu_t *answer) {
   CoapRpcCalls *calls = ctx->lib->calls;
-  TakeOff(calls, call);
+  TakeOff(ctx, call);
   const RpcCall told = *call;
   LeavePeer(ctx, calls, call);
   FreeRpcCall(ctx, call);
   if (told.onRsp) TellCall(ctx, told, answer, 1);
 }
 
+void AnswerCall(CoapRpcCtx *ctx, RpcCall *call, const coap_pdu_t *answer) {
+  WithFollowers(call, [=](RpcCall *one) { AnswerOne(ctx, one, answer); });
+}
+
 void EndCall(CoapRpcCtx *ctx, RpcCall *call, uint32_t status) {
-  TakeOff(ctx->lib->calls, call);
-  Retire(ctx, call, RspOf(*call, status));
+  WithFollowers(call, [=](RpcCall *one) {
+    TakeOff(ctx, one);
+    Retire(ctx, one, RspOf(*one, status));
+  });
 }
 
 void FailCall(CoapRpcCtx *ctx, RpcCall *call) {
-  TakeOff(ctx->lib->calls, call);
-  CoapRpcCallRsp rsp = RspOf(*call, COAP_RPC_CALL_ANSWERED);
-  rsp.code = kRequestIncomplete;
-  Retire(ctx, call, rsp);
+  WithFollowers(call, [=](RpcCall *one) {
+    TakeOff(ctx, one);
+    CoapRpcCallRsp rsp = RspOf(*one, COAP_RPC_CALL_ANSWERED);
+    rsp.code = kRequestIncomplete;
+    Retire(ctx, one, rsp);
+  });
 }
 
 void CancelCall(CoapRpcCtx *ctx, RpcCall *call) {
-  if (!call->watch || call->state == CallState::kQueued) {
+  if (HasFollowers(*call)) {
+    Silence(ctx, call);
+  } else if (!call->watch || IsFollower(*call)) {
     EndCall(ctx, call, COAP_RPC_CALL_CANCELLED);
-    return;
+  } else {
+    LeaveServer(ctx, call);
   }
-  call->state = CallState::kLeaving;
-  SetDue(ctx->lib->calls, call, NowTicks() + TicksOfMs(COAP_RPC_CALL_DEADLINE_MS));
-  Retire(ctx, call, RspOf(*call, COAP_RPC_CALL_CANCELLED));
 }
 
 void RpcCallsServe(CoapRpcCtx *ctx) {

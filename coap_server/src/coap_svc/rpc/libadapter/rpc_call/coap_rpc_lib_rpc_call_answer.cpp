@@ -11,6 +11,7 @@
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_order.h"
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call.h"
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_peer.h"
+#include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_share.h"
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_watch.h"
 #include "libcoap/ext/coap_rpc_lib_end_request.h"
 #include "libcoap/ext/coap_rpc_lib_internals.h"
@@ -25,8 +26,8 @@ CoapRpcCalls *CallsOf(const CoapRpcCtx *ctx) { return ctx && ctx->lib ? ctx->lib
 RpcCall *FindOn(const CoapRpcCalls *calls, const coap_session_t *session,
                 const coap_bin_const_t &token) {
   RpcCall *call = FindRpcCall(calls, IdOf(token));
-  const bool isOn = call && SessionOf(*call) == session && call->state != CallState::kQueued;
-  return isOn ? call : nullptr;
+  if (!call || call->state == CallState::kQueued || IsFollower(*call)) return nullptr;
+  return SessionOf(*call) == session ? call : nullptr;
 }
 
 // FindNon finds the NON call that a message of its peer's names.

@@ -19,6 +19,46 @@ int32_t CompareDue(const void *a, const void *b) {
 
 using DueTable = COAP_RPC_TABLE(RpcCall, due, CallDue, CompareDue);
 
+struct Option {
+  coap_option_num_t number = 0;  // 0: the end
+  size_t len = 0;
+  const uint8_t *bytes = nullptr;
+};
+
+Option NextOption(coap_opt_iterator_t *it) {
+  const coap_opt_t *opt = coap_option_next(it);
+  return opt ? Option{it->number, coap_opt_length(opt), coap_opt_value(opt)} : Option{};
+}
+
+int32_t CompareOption(const Option &a, const Option &b) {
+  if (a.number != b.number) return a.number < b.number ? -1 : 1;
+  if (a.len != b.len) return a.len < b.len ? -1 : 1;
+  return a.len != 0 ? memcmp(a.bytes, b.bytes, a.len) : 0;
+}
+
+int32_t CompareOptions(const coap_pdu_t *a, const coap_pdu_t *b) {
+  coap_opt_iterator_t itA, itB;
+  coap_option_iterator_init(a, &itA, COAP_OPT_ALL);
+  coap_option_iterator_init(b, &itB, COAP_OPT_ALL);
+  for (;;) {
+    const Option optionA = NextOption(&itA);
+    const int32_t order = CompareOption(optionA, NextOption(&itB));
+    if (order != 0 || optionA.number == 0) return order;
+  }
+}
+
+// A registration is a GET without payload: its options say all.
+int32_t CompareWatch(const void *a, const void *b) {
+  const auto *keyA = static_cast<const WatchKey *>(a);
+  const auto *keyB = static_cast<const WatchKey *>(b);
+  const auto sessionA = reinterpret_cast<uintptr_t>(keyA->session);
+  const auto sessionB = reinterpret_cast<uintptr_t>(keyB->session);
+  if (sessionA != sessionB) return sessionA < sessionB ? -1 : 1;
+  return CompareOptions(keyA->request, keyB->request);
+}
+
+using WatchTable = COAP_RPC_TABLE(CallWatch, key, WatchKey, CompareWatch);
+
 // Ids are random, so their low bits spread them well.
 RpcCall **BucketOf(const CoapRpcCalls &calls, uint64_t id) {
   return &calls.buckets[id & (calls.numBuckets - 1)];
@@ -99,6 +139,7 @@ void RemoveRpcCall(CoapRpcCalls *calls, RpcCall *call) {
   *place = call->nextInBucket;
   --calls->num;
   DueTable(calls->dueTree).Remove(call);
+  StopLeading(calls, call);
 }
 
 void SetDue(CoapRpcCalls *calls, RpcCall *call, coap_tick_t dueAt) {
@@ -109,6 +150,22 @@ void SetDue(CoapRpcCalls *calls, RpcCall *call, coap_tick_t dueAt) {
 }
 
 RpcCall *FirstDue(CoapRpcCalls *calls) { return DueTable(calls->dueTree).First(); }
+
+RpcCall *LeadWatch(CoapRpcCalls *calls, RpcCall *call) {
+  const WatchKey key = {call->peer->coapSession, call->watch->request};
+  WatchTable table(calls->watchTree);
+  const CallWatch *leader = table.Find(&key);
+  if (leader) return leader->call;
+  call->watch->key = key;
+  (void)table.Insert(call->watch);  // there is none with its key
+  return call;
+}
+
+void StopLeading(CoapRpcCalls *calls, RpcCall *call) {
+  if (!call->watch || !call->watch->key.session) return;
+  WatchTable(calls->watchTree).Remove(call->watch);
+  call->watch->key = {};
+}
 
 void FreeRpcCall(CoapRpcCtx *ctx, RpcCall *call) {
   const uint64_t mem = ctx->param.memHandle;

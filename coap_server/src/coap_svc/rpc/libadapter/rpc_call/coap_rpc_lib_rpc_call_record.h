@@ -30,10 +30,26 @@ struct RpcCallPeer {
   uint32_t num;                // calls in the lists, and ended ones that libcoap may be using
 };
 
-// CallWatch is what an observation has beyond a call.
+struct RpcCall;
+
+// WatchKey is what a server knows an observation by, besides its token.
+struct WatchKey {
+  const coap_session_t *session;
+  const coap_pdu_t *request;
+};
+
+// CallWatch is what an observation has beyond a call.  Followers are told of in
+// coap_rpc_lib_rpc_call_share.cpp.
 struct CallWatch {
+  OSAL_AVL3_NODE node;
+  WatchKey key;                 // zero unless it leads
+  RpcCall *call;                // that it belongs to
   CoapRpcCliRelation relation;  // the order of its notifications
-  coap_pdu_t *request;          // what registers again, without token
+  coap_pdu_t *request;          // what registers again, without token; null for a follower
+  RpcCall *leader;              // of a follower, until the leader ends
+  CoapRpcLink followers;
+  CoapRpcLink followLink;
+  uint32_t round;  // of a leader: notifications told; of a follower: the latest one that it knows
 };
 
 struct CallDue {
@@ -80,9 +96,10 @@ struct CoapRpcCalls {
   coap_rpc::RpcCall **buckets;  // chains by id; a power of two of them
   uint32_t numBuckets;
   uint32_t num;
-  OSAL_AVL3_TREE dueTree;   // by CallDue
-  OSAL_AVL3_TREE peerTree;  // RpcCallPeer by session
-  CoapRpcLink backlogList;  // RpcCallPeer with queued calls
+  OSAL_AVL3_TREE dueTree;    // by CallDue
+  OSAL_AVL3_TREE peerTree;   // RpcCallPeer by session
+  OSAL_AVL3_TREE watchTree;  // CallWatch of those that lead, by WatchKey
+  CoapRpcLink backlogList;   // RpcCallPeer with queued calls
   uint32_t numBacklog;
   CoapRpcLink endedList;  // RpcCall that libcoap has to be told of
   uint64_t timer;         // 0 none
@@ -104,6 +121,11 @@ void RemoveRpcCall(CoapRpcCalls *calls, RpcCall *call);
 // SetDue moves a call in the order of time, FirstDue returns the one that is due next, or null.
 void SetDue(CoapRpcCalls *calls, RpcCall *call, coap_tick_t dueAt);
 RpcCall *FirstDue(CoapRpcCalls *calls);
+
+// LeadWatch returns the observation that leads those with the registration of this one, which may
+// be itself.  StopLeading takes it out of the table, if it is there: nobody can join it any more.
+RpcCall *LeadWatch(CoapRpcCalls *calls, RpcCall *call);
+void StopLeading(CoapRpcCalls *calls, RpcCall *call);
 
 // FreeRpcCall frees a call that is in no table.
 void FreeRpcCall(CoapRpcCtx *ctx, RpcCall *call);

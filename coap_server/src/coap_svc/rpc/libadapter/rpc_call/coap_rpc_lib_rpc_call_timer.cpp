@@ -66,6 +66,11 @@ bool SetCallTimer(CoapRpcCtx *ctx) {
   return StartTimer(ctx, calls, call->due.at);
 }
 
+void WaitFor(CoapRpcCtx *ctx, RpcCall *call, uint64_t ms) {
+  SetDue(ctx->lib->calls, call, NowTicks() + TicksOfMs(ms));
+  SetCallTimer(ctx);
+}
+
 void StopCallTimer(CoapRpcCtx *ctx) {
   CoapRpcCalls *calls = ctx->lib->calls;
   const uint64_t timer = std::exchange(calls->timer, 0);

@@ -16,17 +16,20 @@
  * A payload whose blocks do not fit together is not told: the state is asked for again, soon.
  * libcoap says so with 4.08, and leaves the Observe option, which no error of a server has.
  *
+ * Observations of the same are registered once (coap_rpc_lib_rpc_call_share.cpp).
+ *
  * Any other message without Observe, or with an error code, ends the observation, and so does
  * whatever ends a call. */
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_watch.h"
 
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
-#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_order.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_clock.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_order.h"
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call.h"
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_peer.h"
+#include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_share.h"
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_timer.h"
 #include "libcoap/ext/coap_rpc_lib_end_request.h"
 #include "libcoap/ext/coap_rpc_lib_internals.h"
@@ -60,11 +63,6 @@ uint64_t PatienceMs() {
   return kMinRenewalDelayMs + drawn % (kMaxRenewalDelayMs - kMinRenewalDelayMs + 1);
 }
 
-void WaitFor(CoapRpcCtx *ctx, RpcCall *call, uint64_t ms) {
-  SetDue(ctx->lib->calls, call, NowTicks() + TicksOfMs(ms));
-  SetCallTimer(ctx);
-}
-
 coap_pdu_t *Renewal(const RpcCall &call) {
   const coap_bin_const_t token = TokenOf(call);
   return coap_pdu_duplicate(call.watch->request, SessionOf(call), token.length, token.s, nullptr);
@@ -82,6 +80,9 @@ bool Register(RpcCall *call) {
 bool BeginWatch(CoapRpcCtx *ctx, RpcCall *call) {
   call->watch = NewZeroed<CallWatch>(ctx->param.memHandle).release();
   if (!call->watch) return false;
+  call->watch->call = call;
+  LinkInit(call->watch->followers);
+  LinkInit(call->watch->followLink);
   call->watch->request = coap_pdu_duplicate(call->pdu, SessionOf(*call), 0, nullptr, nullptr);
   AwaitAnswer(&call->watch->relation);
   return call->watch->request != nullptr;
@@ -101,10 +102,15 @@ void TakeNotification(CoapRpcCtx *ctx, RpcCall *call, const coap_pdu_t *message)
   WaitFor(ctx, call, MaxAgeMs(message) + PatienceMs());
   const RpcCall told = *call;
   call->sentUs = 0;
-  TellCall(ctx, told, message, 0);
+  if (told.onRsp) TellCall(ctx, told, message, 0);
+  TellFollowers(ctx, call, message);
 }
 
 void RenewWatch(CoapRpcCtx *ctx, RpcCall *call) {
+  if (IsFollower(*call)) {
+    WaitFor(ctx, call, UINT32_MAX);
+    return;
+  }
   const coap_bin_const_t token = TokenOf(*call);
   if (ctx->ioDepth != 0 || CoapRpcLibIsReceiving(SessionOf(*call), &token, kIncomingIdleMs) != 0) {
     WaitFor(ctx, call, kMinRenewalDelayMs);
