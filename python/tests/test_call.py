@@ -6,7 +6,7 @@ import asyncio
 import gc
 import socket
 import threading
-from collections.abc import Callable
+from collections.abc import AsyncGenerator, Callable
 from typing import Any
 
 import pytest
@@ -21,6 +21,7 @@ from coaprpc import (
     ErrorReply,
     Node,
     NodeClosed,
+    Reply,
     Request,
     Response,
     record,
@@ -390,6 +391,32 @@ def test_observation_yields_changes_until_it_is_left(run: Run, port: int) -> Non
             while calls_of(node):
                 await asyncio.sleep(0.001)
             assert table.state().observers == 0
+
+    run(main)
+
+
+def test_observations_of_one_resource_in_one_node_hear_all(run: Run, port: int) -> None:
+    async def main() -> None:
+        async with Node("127.0.0.1", port) as server, Node() as node:
+            table = server.table("rows", Key, Val)
+            url = f"coap://127.0.0.1:{port}/rows?_sync=1"
+            first, second = node.observe(url), node.observe(url)
+
+            async def hear(notes: AsyncGenerator[Reply, None], value: int) -> None:
+                while bytes.fromhex(f"44 {value:08x}") not in (await anext(notes)).payload:
+                    pass
+
+            await asyncio.gather(anext(first), anext(second))
+            table[Key(1)] = Val(7)
+            await hear(first, 7)
+            await hear(second, 7)
+            assert table.state().observers == 1
+            await first.aclose()
+            table[Key(1)] = Val(8)
+            await hear(second, 8)
+            await second.aclose()
+            while table.state().observers:
+                await asyncio.sleep(0.001)
 
     run(main)
 

@@ -9,15 +9,21 @@ import inspect
 import io
 import os
 import re
+import shutil
 import sys
+from collections.abc import AsyncIterator
+from contextlib import AbstractAsyncContextManager
 from pathlib import Path
 from typing import Any
 
+import pytest
 from conftest import Run
 
 ROOT = Path(__file__).resolve().parents[2]
+EXAMPLES = Path(os.environ["COAPRPC_EXAMPLES"])
 README, DOCUMENT = ROOT / "README.md", ROOT / "docs" / "python.md"
 PROGRAM = re.compile(r"<!-- (\S+\.py) -->\n```python\n(.*?)```", re.DOTALL)
+PROGRAM_IN_CPP = re.compile(r"<!-- (\S+\.cpp) -->\n```cpp\n(.*?)```", re.DOTALL)
 EXAMPLE = re.compile(r"(?<!-->\n)```python\n(.*?)```", re.DOTALL)
 PRINTED = re.compile(r"^ *print\(.*  # (.*)$", re.MULTILINE)
 
@@ -43,31 +49,73 @@ def test_examples_print_what_they_say(run: Run) -> None:
     run(main)
 
 
-async def start(program: str, *arguments: str) -> asyncio.subprocess.Process:
+@contextlib.asynccontextmanager
+async def running(*command: str) -> AsyncIterator[asyncio.StreamReader]:
+    """A program's output, until the end of the block."""
     env = dict(os.environ)
-    if "COAPRPC_PRELOAD" in env:
+    env.pop("LD_PRELOAD", None)  # Python's; a program in C++ has its own sanitizer
+    if command[0] == sys.executable and "COAPRPC_PRELOAD" in env:
         env["LD_PRELOAD"] = env["COAPRPC_PRELOAD"]
-    return await asyncio.create_subprocess_exec(
-        sys.executable, "-X", "dev", "-c", program, *arguments, env=env, stdout=asyncio.subprocess.PIPE
-    )
+    process = await asyncio.create_subprocess_exec(*command, env=env, stdout=asyncio.subprocess.PIPE)
+    assert process.stdout is not None
+    try:
+        yield process.stdout
+    finally:
+        with contextlib.suppress(ProcessLookupError):
+            process.kill()
+        await process.communicate()
+
+
+def program_of(pattern: re.Pattern[str], name: str) -> str:
+    program: str = dict(pattern.findall(README.read_text()))[name]
+    assert len([line for line in program.splitlines() if line]) <= 20
+    return program
+
+
+def python(*arguments: str) -> AbstractAsyncContextManager[asyncio.StreamReader]:
+    """The README's program in Python."""
+    return running(sys.executable, "-X", "dev", "-c", program_of(PROGRAM, "hello.py"), *arguments)
+
+
+async def says_python(said: asyncio.StreamReader, value: int) -> None:
+    assert await said.readline() == b"HELLO\n"
+    change = f"Change(key=Port(number=1), old=None, new=Port(number={value}))\n"
+    assert await said.readline() == change.encode()
+
+
+def cpp(*arguments: str) -> AbstractAsyncContextManager[asyncio.StreamReader]:
+    """The README's program in C++, which the build has extracted."""
+    program_of(PROGRAM_IN_CPP, "twin.cpp")
+    program = EXAMPLES / "readme_twin"
+    stdbuf = shutil.which("stdbuf")
+    if not program.exists() or not stdbuf:
+        pytest.skip(f"no {program.name}: build the examples")
+    return running(stdbuf, "-oL", str(program), *arguments)
+
+
+async def says_cpp(said: asyncio.StreamReader, value: int) -> None:
+    assert await said.readline() == f"1: {value}\n".encode()
+    assert await said.readline() == b"HELLO\n"
 
 
 def test_program_serves_calls_and_mirrors(run: Run) -> None:
-    programs = dict(PROGRAM.findall(README.read_text()))
-    program = programs["hello.py"]
-    assert len([line for line in program.splitlines() if line]) <= 20
-
     async def main() -> None:
-        both = [await start(program, f"127.0.0.{a}", f"127.0.0.{b}") for a, b in ((2, 3), (3, 2))]
-        try:
-            for process, other in zip(both, (3, 2), strict=True):
-                assert process.stdout is not None
-                assert await process.stdout.readline() == b"HELLO\n"
-                change = f"Change(key=Port(number=1), old=None, new=Port(number={other}))\n"
-                assert await process.stdout.readline() == change.encode()
-        finally:
-            for process in both:
-                process.kill()
-                await process.communicate()
+        async with python("127.0.0.2", "127.0.0.3") as first, python("127.0.0.3", "127.0.0.2") as second:
+            await says_python(first, 3)
+            await says_python(second, 2)
+
+    run(main)
+
+
+@pytest.mark.parametrize("cpp_is_first", [True, False])
+def test_both_languages_serve_call_and_mirror_each_other(run: Run, cpp_is_first: bool) -> None:
+    async def main() -> None:
+        async with contextlib.AsyncExitStack() as stack:
+            said = {}
+            for program in (cpp, python) if cpp_is_first else (python, cpp):
+                ends = ("127.0.0.2", "127.0.0.3") if program is cpp else ("127.0.0.3", "127.0.0.2")
+                said[program] = await stack.enter_async_context(program(*ends))
+            await says_cpp(said[cpp], 3)
+            await says_python(said[python], 2)
 
     run(main)

@@ -51,6 +51,23 @@ TEST_F(Observe, Notifications_AreTold) {
   EXPECT_TRUE(observation.isOpen());
 }
 
+TEST_F(Observe, TwoOfOneResource_BothHear) {
+  const Observation first = Register();
+  Texts others;
+  Observation second = must(Caller().observe(
+      Observed(), "o", [&](const Result<Answer> &note) { others.push_back(must(note).payload); }));
+  const CoapMessage again = *NextAtServer();
+  EXPECT_EQ(again.token, get_.token);
+  observed_.Send(Request(CoapType::kAck, Code(2, 5), again.messageId, again.token)
+                     .AddUint(kOptObserve, 2)
+                     .PayloadText("b"));
+  Notify(3, "c");
+  EXPECT_EQ(others, (Texts{"b", "c"}));
+  second.cancel();
+  Notify(4, "d");
+  EXPECT_EQ(notes_, (Texts{"a", "b", "c", "d"}));
+}
+
 TEST_F(Observe, ErrorOfTheServer_IsTheLast) {
   const Observation observation = Register();
   Notify(0, "gone", Code(4, 4));
