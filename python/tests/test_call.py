@@ -277,6 +277,9 @@ def test_bad_url_raises_value_error(run: Run, url: str) -> None:
         {"etag": b""},
         {"etag": b"123456789"},
         {"if_match": b"123456789"},
+        {"accept": -1},
+        {"accept": 65536},
+        {"payload": b"x", "content_format": 65536},
     ],
 )
 def test_bad_option_raises_value_error(run: Run, port: int, options: dict[str, Any]) -> None:
@@ -294,8 +297,6 @@ def test_bad_option_raises_value_error(run: Run, port: int, options: dict[str, A
     [
         ("/" + "a" * 256, {}, 1900001488),
         ("/a?" + "b" * 256, {}, 1900001489),
-        ("/a", {"accept": 65536}, 1900001490),
-        ("/a", {"payload": b"x", "content_format": 65536}, 1900001490),
         ("/" + "/".join(["a" * 255] * 6), {}, 1900001492),
         ("/a", {"payload": bytes(16777217)}, 1900001491),
     ],
@@ -315,13 +316,15 @@ def test_call_that_the_library_refuses_has_its_code(
 
 @pytest.mark.parametrize(
     "options",
-    [{"payload": 7}, {"method": "HEAD"}, {"method": 9}, {"accept": "50"}, {"accept": -1}, {"timeout": "2"}],
+    [{"payload": 7}, {"method": "HEAD"}, {"method": 9}, {"accept": "50"}, {"timeout": "2"}],
 )
 def test_argument_of_wrong_kind_raises(run: Run, port: int, options: dict[str, Any]) -> None:
     async def main() -> None:
         async with Node() as node:
-            with pytest.raises((TypeError, ValueError, OverflowError)):
+            with pytest.raises((TypeError, ValueError)):
                 await node.call(f"coap://127.0.0.1:{port}/a", **options)
+            with pytest.raises(TypeError, match="a URL is a str, not tuple"):
+                await node.call(("127.0.0.1", port))  # type: ignore[arg-type]
             assert calls_of(node) == 0
 
     run(main)

@@ -12,7 +12,8 @@ from typing import Any
 import pytest
 from conftest import Run
 
-from coaprpc import Node, Request, Response, record
+from coaprpc import Method, Node, Request, Response, record
+from coaprpc.__main__ import main as command_line
 
 
 @record("!H")
@@ -38,9 +39,7 @@ async def start(*arguments: object, **options: Any) -> asyncio.subprocess.Proces
         "coaprpc",
         *map(str, arguments),
         env=env,
-        stdout=asyncio.subprocess.PIPE,
-        stderr=asyncio.subprocess.PIPE,
-        **options,
+        **{"stdout": asyncio.subprocess.PIPE, "stderr": asyncio.subprocess.PIPE, **options},
     )
 
 
@@ -88,7 +87,7 @@ def test_nobody_there_and_wrong_arguments(run: Run, port: int) -> None:
             say("get", f"coap://127.0.0.1:{port}/a"),
             say("get", f"http://127.0.0.1:{port}/a"),
             say("get", "coap://no.such.host.invalid/a"),
-            say("put", f"coap://127.0.0.1:{port}/a"),
+            say("head", f"coap://127.0.0.1:{port}/a"),
         )
         assert refused[0] == 1
         assert refused[1] == [{"error": "CallUnreachable", "text": "the peer cannot be reached"}]
@@ -145,6 +144,139 @@ def test_mirror_shows_a_table_and_its_changes(run: Run, port: int) -> None:
             watching.send_signal(signal.SIGINT)
             _, err_bytes = await watching.communicate()
             assert (watching.returncode, err_bytes) == (130, b"")
+
+    run(main)
+
+
+@record("!4sd")
+class Strange:
+    data: bytes
+    number: float
+
+
+def test_what_json_has_not_is_hexadecimal_or_text(run: Run, port: int) -> None:
+    bodies = [b"{no", b"[NaN]", b"[1e999]", b"[" * 20000 + b"]" * 20000, b"1" * 5000]
+
+    async def main() -> None:
+        async with Node("127.0.0.1", port) as node:
+            node.serve("json")(lambda request: Response(bodies[int(request.query["n"])], content_format=50))
+            node.table("t", Key, Strange)[Key(1)] = Strange(b"\xff\0\0\1", float("nan"))
+            url = f"coap://127.0.0.1:{port}"
+            results = await asyncio.gather(*(say("get", f"{url}/json?n={n}") for n in range(len(bodies))))
+            layouts = ("--key", "!H", "--value", "!4sd")
+            status, lines, err = await say("mirror", f"{url}/t", *layouts, "--once")
+        for (result, [line], complaint), body in zip(results, bodies, strict=True):
+            assert (result, line["payload_hex"], complaint) == (0, body.hex(), "")
+        assert (status, lines[0]["value"], err) == (0, [{"hex": "ff000001"}, "nan"], "")
+
+    run(main)
+
+
+def test_every_method(run: Run, port: int) -> None:
+    async def main() -> None:
+        async with Node("127.0.0.1", port) as node:
+            node.serve("m", methods=list(Method))(lambda request: f"{request.method.name} {request.text}")
+            url = f"coap://127.0.0.1:{port}/m"
+            data = [say(name, url, "x", "--format", 0) for name in ("post", "put", "fetch")]
+            lines = await asyncio.gather(*data, say("delete", url))
+        said = [line["payload"] for _, [line], _ in lines]
+        assert said == ["POST x", "PUT x", "FETCH x", "DELETE "]
+        assert [status for status, _, _ in lines] == [0, 0, 0, 0]
+
+    run(main)
+
+
+@pytest.mark.parametrize(
+    "arguments",
+    [
+        "get coap://",
+        "get coap://me@127.0.0.1/a",
+        "get coap://127.0.0.1:99999/a",
+        "get coap://127.0.0.1:x/a",
+        "get coap://[::1/a",
+        "get coap://127.0.0.1/a#b",
+        "get coap://..../a",
+        "get coap://127.0.0.1/a --timeout 0",
+        "get coap://127.0.0.1/a --timeout nan",
+        "get coap://127.0.0.1/a --timeout 1e10",
+        "get coap://127.0.0.1/a --accept -1",
+        "post coap://127.0.0.1/a x --format 65536",
+        "observe coap://127.0.0.1/a --count 0",
+        "mirror coap://127.0.0.1/a --key !H --value !H --timeout -1",
+        "mirror coap://127.0.0.1/a --key !H --value !999999999999s",
+        "mirror coap://127.0.0.1/a?b --key !H --value !H",
+        "delete coap://127.0.0.1/a data",
+        "",
+    ],
+)
+def test_wrong_arguments_are_said_in_a_line(capsys: pytest.CaptureFixture[str], arguments: str) -> None:
+    with pytest.raises(SystemExit) as caught:
+        command_line(arguments.split())
+    out, err = capsys.readouterr()
+    assert (caught.value.code, out) == (2, "")
+    assert "error: " in err.splitlines()[-1]
+
+
+@pytest.mark.parametrize("where", ["closed pipe", "/dev/full"])
+def test_output_that_fails_ends_it(run: Run, port: int, where: str) -> None:
+    async def main() -> None:
+        async with Node("127.0.0.1", port) as node:
+            node.serve("a")(lambda request: "x" * 60000)
+            reader, writer = os.pipe()
+            os.close(reader)
+            out = writer if where == "closed pipe" else os.open(where, os.O_WRONLY)
+            process = await start("get", f"coap://127.0.0.1:{port}/a", stdout=out)
+            _, err = await process.communicate()
+        for fd in {out, writer}:
+            os.close(fd)
+        assert process.returncode == 1
+        assert err == (b"" if where == "closed pipe" else b"coaprpc: [Errno 28] No space left on device\n")
+
+    run(main)
+
+
+def test_no_standard_input(run: Run, port: int) -> None:
+    async def main() -> None:
+        process = await start("post", f"coap://127.0.0.1:{port}/a", "-", preexec_fn=lambda: os.close(0))
+        _, err = await process.communicate()
+        assert process.returncode == 2
+        assert err.endswith(b"error: there is no standard input\n")
+
+    run(main)
+
+
+def test_interrupted_and_too_late(run: Run, port: int) -> None:
+    async def main() -> None:
+        async with Node("127.0.0.1", port) as node:
+            asked = asyncio.Event()
+
+            @node.serve("never")
+            async def never(request: Request) -> None:
+                asked.set()
+                await asyncio.sleep(1000)
+
+            url = f"coap://127.0.0.1:{port}/never"
+            assert (await say("get", url, "--timeout", "0.1"))[:2] == (
+                1,
+                [{"error": "CallTimeout", "text": "no answer in time"}],
+            )
+            asked.clear()
+            waiting = await start("get", url)
+            await asked.wait()
+            waiting.send_signal(signal.SIGINT)
+            assert await waiting.communicate() == (b"", b"")
+            assert waiting.returncode == 130
+
+    run(main)
+
+
+def test_ipv6(run: Run, port: int) -> None:
+    async def main() -> None:
+        async with Node("::1", port) as node:
+            node.serve("a")(lambda request: "six")
+            for url in (f"coap://[::1]:{port}/a", f"[::1]:{port}/a"):
+                status, lines, err = await say("get", url)
+                assert (status, lines[0]["payload"], err) == (0, "six", "")
 
     run(main)
 

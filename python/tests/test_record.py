@@ -5,7 +5,7 @@ from __future__ import annotations
 import pytest
 
 from coaprpc import record
-from coaprpc._record import codec_of
+from coaprpc._record import codec_of, widths
 
 
 @record("!HxB4s4s")
@@ -74,6 +74,17 @@ def test_object_of_another_class_raises_type_error(value: Row) -> None:
 @pytest.mark.parametrize("layout", ["H", "@H", "=H", "!P", "!n", "!p", "!H ", "", "!Z", "!\u0663H"])
 def test_layout_without_byte_order_or_with_pointers_is_refused(layout: str) -> None:
     with pytest.raises(ValueError, match="a layout is"):
+
+        @record(layout)
+        class Bad:
+            a: int
+
+
+@pytest.mark.parametrize("layout", ["!65001s", "!999999999i", "!999999999999s", "!" + "9" * 30 + "s"])
+def test_layout_of_more_bytes_than_a_row_has_is_refused(layout: str) -> None:
+    with pytest.raises(ValueError, match="at most 65000 bytes"):
+        widths(layout)
+    with pytest.raises(ValueError, match="at most 65000 bytes"):
 
         @record(layout)
         class Bad:

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import asyncio
+import errno
 import functools
 import logging
 import random
@@ -384,8 +385,12 @@ def test_bad_arguments_are_refused_and_serve_nothing(run: Run, port: int) -> Non
             for timeout in (0, -1, float("nan"), float("inf"), 1e10):
                 with pytest.raises(ValueError, match="not a time"):
                     node.serve("a", timeout=timeout)(lambda request: b"")
-            node.serve("a")(lambda request: b"a")
-            assert (await node.call(f"coap://127.0.0.1:{port}/a")).text == "a"
+            with pytest.raises(TypeError, match=r"""write @node\.serve\("path"\)"""):
+                node.serve(lambda request: b"")  # type: ignore[arg-type]
+            node.serve("a", methods="PUT")(lambda request: b"a")
+            assert (await node.call(f"coap://127.0.0.1:{port}/a", method="PUT")).text == "a"
+            with pytest.raises(ErrorReply):
+                await node.call(f"coap://127.0.0.1:{port}/a")
             with pytest.raises(ValueError, match="served already"):
                 node.serve("/a")(lambda request: b"")
 
@@ -397,8 +402,9 @@ def test_port_in_use_raises_at_once(run: Run, port: int) -> None:
         with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as other:
             other.bind(("127.0.0.1", port))
             async with Node("127.0.0.1", port) as node:
-                with pytest.raises(OSError, match="in use"):
+                with pytest.raises(OSError, match=rf"in use: 127\.0\.0\.1:{port}$") as caught:
                     node.serve("a")(lambda request: b"")
+                assert caught.value.errno == errno.EADDRINUSE
                 other.close()
                 node.serve("a")(lambda request: b"a")
                 assert (await node.call(f"coap://127.0.0.1:{port}/a")).text == "a"

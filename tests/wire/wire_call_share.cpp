@@ -268,6 +268,7 @@ TEST_F(CallShare, CancelledAndBegunAtTheEnd) {
   };
   const Bytes token = request_.token;
   Say(Apart(CoapType::kNon, 9, request_, Code(4, 4)).PayloadText("gone"));
+  onTold_ = nullptr;
   EXPECT_EQ(Heard(second_), "b 3! ");
   EXPECT_NE(Expect().token, token);
   Accept(10, "new");

@@ -9,24 +9,33 @@ import argparse
 import asyncio
 import dataclasses
 import json
+import math
 import os
 import socket
 import sys
 from typing import Any
 from urllib.parse import urlsplit, urlunsplit
 
-from . import Change, CoapRpcError, ErrorReply, Node, Reply, record
+from . import JSON, CallTimeout, Change, CoapRpcError, ErrorReply, Node, Reply, record
 from ._record import widths
+from ._serve import milliseconds
 
 _OK, _FAILED, _INTERRUPTED = 0, 1, 130
-_JSON_FORMAT = 50
+_WITH_DATA = ("post", "put", "fetch")
+
+
+def _strict(reply: Reply) -> Any:
+    """A payload of JSON; ValueError also for numbers that JSON has not."""
+    value = reply.json()
+    json.dumps(value, allow_nan=False)
+    return value
 
 
 def _payload(reply: Reply) -> dict[str, Any]:
     """JSON as it is, text as text, and everything else in hexadecimal."""
     try:
-        return {"payload": reply.json() if reply.content_format == _JSON_FORMAT else reply.text}
-    except ValueError:
+        return {"payload": _strict(reply) if reply.content_format == JSON else reply.text}
+    except (ValueError, RecursionError):
         return {"payload_hex": reply.payload.hex()}
 
 
@@ -44,16 +53,20 @@ def _shown(reply: Reply) -> dict[str, Any]:
 
 
 def _say(line: dict[str, Any]) -> None:
-    print(json.dumps(line), flush=True)
+    print(json.dumps(line, allow_nan=False), flush=True)
 
 
 def _data(argument: str) -> bytes:
-    return sys.stdin.buffer.read() if argument == "-" else os.fsencode(argument)
+    if argument != "-":
+        return os.fsencode(argument)
+    if sys.stdin is None:
+        raise ValueError("there is no standard input")
+    return sys.stdin.buffer.read()
 
 
 async def _ask(node: Node, args: argparse.Namespace) -> None:
-    data = _data(args.data) if args.command == "post" else b""
-    content_format = args.format if args.command == "post" else None
+    data = _data(args.data) if args.command in _WITH_DATA else b""
+    content_format = args.format if args.command in _WITH_DATA else None
     _say(
         _shown(
             await node.call(
@@ -88,7 +101,19 @@ def _fields(row: Any) -> list[Any] | None:
 
 
 def _plain(value: Any) -> Any:
-    return value.decode(errors="replace") if isinstance(value, bytes) else value
+    """A field as JSON has it: bytes that are no text in hexadecimal, and what is no number as a text."""
+    if isinstance(value, float) and not math.isfinite(value):
+        return str(value)
+    if isinstance(value, str) and not value.isprintable():
+        return _text(value.encode(errors="surrogateescape"))
+    return _text(value) if isinstance(value, bytes) else value
+
+
+def _text(data: bytes) -> str | dict[str, str]:
+    try:
+        return data.decode()
+    except ValueError:
+        return {"hex": data.hex()}
 
 
 def _shown_change(change: Change[Any, Any]) -> dict[str, Any]:
@@ -110,7 +135,11 @@ async def _mirror(node: Node, args: argparse.Namespace) -> None:
             _say(_shown_change(change))
 
 
-_COMMANDS = {"get": _ask, "post": _ask, "observe": _observe, "mirror": _mirror}
+_COMMANDS = {
+    **dict.fromkeys(("get", "post", "put", "delete", "fetch"), _ask),
+    "observe": _observe,
+    "mirror": _mirror,
+}
 
 
 async def _run(args: argparse.Namespace) -> int:
@@ -121,7 +150,7 @@ async def _run(args: argparse.Namespace) -> int:
         _say(_shown(error.reply))
         return _FAILED
     except TimeoutError:
-        _say({"error": "TimeoutError", "text": "no answer in time"})
+        _say({"error": CallTimeout.__name__, "text": "no answer in time"})
         return _FAILED
     except CoapRpcError as error:
         _say({"error": type(error).__name__, "text": str(error)})
@@ -132,15 +161,28 @@ async def _run(args: argparse.Namespace) -> int:
 def _resolved(url: str) -> str:
     """The address with the host's first IP address in place of its name."""
     parts = urlsplit(url if "//" in url else f"coap://{url}")
+    if not parts.hostname or parts.username is not None:
+        return url  # which is refused
     found = socket.getaddrinfo(parts.hostname, None, type=socket.SOCK_DGRAM)[0][4][0]
     host = f"[{found}]" if ":" in str(found) else str(found)
     return urlunsplit(parts._replace(netloc=host if parts.port is None else f"{host}:{parts.port}"))
 
 
+def _seconds(text: str) -> float:
+    milliseconds(float(text))
+    return float(text)
+
+
+def _positive(text: str) -> int:
+    if int(text) < 1:
+        raise ValueError
+    return int(text)
+
+
 def _add(commands: Any, name: str, text: str) -> argparse.ArgumentParser:
     parser: argparse.ArgumentParser = commands.add_parser(name, help=text, description=text)
     parser.add_argument("url", help="coap://<host>[:port][/path][?query]")
-    parser.add_argument("--timeout", type=float, default=10.0, metavar="SECONDS", help="default: 10")
+    parser.add_argument("--timeout", type=_seconds, default=10.0, metavar="SECONDS", help="default: 10")
     return parser
 
 
@@ -148,16 +190,19 @@ def _parser() -> argparse.ArgumentParser:
     parser = argparse.ArgumentParser(prog="python -m coaprpc", description="A small CoAP client.")
     commands = parser.add_subparsers(dest="command", required=True)
     get = _add(commands, "get", "ask for a resource")
-    post = _add(commands, "post", "send data to a resource")
-    post.add_argument("data", nargs="?", default="", help="-: from the standard input")
-    post.add_argument("--format", type=int, metavar="NUMBER", help="Content-Format of the data")
+    texts = ("send data to a resource", "make or replace a resource", "ask for what the data describes")
+    sending = [_add(commands, name, text) for name, text in zip(_WITH_DATA, texts, strict=True)]
+    for command in sending:
+        command.add_argument("data", nargs="?", default="", help="-: from the standard input")
+        command.add_argument("--format", type=int, metavar="NUMBER", help="Content-Format of the data")
+    delete = _add(commands, "delete", "remove a resource")
     observe = _add(commands, "observe", "show a resource and its changes")
-    observe.add_argument("--count", type=int, default=0, metavar="N", help="end after so many answers")
+    observe.add_argument("--count", type=_positive, default=0, metavar="N", help="end after so many answers")
     mirror = _add(commands, "mirror", "show a table and its changes")
     mirror.add_argument("--key", required=True, metavar="LAYOUT", help="of keys, as for Python's struct: !H")
     mirror.add_argument("--value", required=True, metavar="LAYOUT", help="of values")
     mirror.add_argument("--once", action="store_true", help="end when the whole table has been shown")
-    for asking in (get, post, observe):
+    for asking in (get, *sending, delete, observe):
         asking.add_argument("--accept", type=int, metavar="NUMBER", help="wanted format of the answer")
     return parser
 
@@ -168,12 +213,20 @@ def main(arguments: list[str] | None = None) -> int:
     try:
         args.url = _resolved(args.url)
         return asyncio.run(_run(args))
-    except (OSError, ValueError) as error:
-        if isinstance(error, BrokenPipeError):
-            return _FAILED
+    except (ValueError, socket.gaierror) as error:
         parser.error(str(error))
+    except OSError as error:
+        return _mute(error)
     except KeyboardInterrupt:
         return _INTERRUPTED
+
+
+def _mute(error: OSError) -> int:
+    """The output has failed: nothing more goes there, at the interpreter's end either."""
+    os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+    if not isinstance(error, BrokenPipeError):
+        print(f"coaprpc: {error}", file=sys.stderr)
+    return _FAILED
 
 
 if __name__ == "__main__":

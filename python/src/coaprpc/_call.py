@@ -20,7 +20,7 @@ from typing import Any
 from ._errors import CoapRpcError, ErrorReply, check, error_of_status
 from ._instance import Instance, logger, new_id
 from ._native import ffi, lib
-from ._request import Method, bytes_of, method_of
+from ._request import Method, bytes_of, format_of, method_of
 from ._serve import milliseconds
 from ._url import Url, parse
 
@@ -125,10 +125,10 @@ class Ask:
     def _fill_options(self, call: Any, kept: list[Any]) -> None:
         if self.content_format is not None:
             call.has |= lib.COAP_RPC_CALL_HAS_FORMAT
-            call.contentFormat = self.content_format
+            call.contentFormat = format_of(self.content_format)
         if self.accept is not None:
             call.has |= lib.COAP_RPC_CALL_HAS_ACCEPT
-            call.accept = self.accept
+            call.accept = format_of(self.accept)
         if self.if_none_match:
             call.has |= lib.COAP_RPC_CALL_HAS_IF_NONE_MATCH
         if self.etag is not None:
@@ -149,6 +149,8 @@ def _etag(kept: list[Any], value: bytes, shortest: int) -> Any:
 
 
 def ask_of(url: str, payload: bytes | str, method: Method | str | None, **options: Any) -> Ask:
+    if not isinstance(url, str):
+        raise TypeError(f"a URL is a str, not {type(url).__name__}")
     data = bytes_of(payload)
     default = Method.POST if data else Method.GET
     return Ask(parse(url), default if method is None else method_of(method), data, **options)

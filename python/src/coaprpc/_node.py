@@ -12,7 +12,7 @@ from ._instance import Instance
 from ._mirror import Mirror, MirrorOptions, Mirrors
 from ._native import lib
 from ._request import Method
-from ._serve import Handler, Server, milliseconds
+from ._serve import Handler, Server, check_path, milliseconds
 from ._table import Table
 from ._url import PORT, address, parse
 
@@ -92,6 +92,7 @@ class Node:
         ``Request.option`` can be asked for.
         """
         server = self._room().server
+        check_path(path)
 
         def decorate(handler: H) -> H:
             server.add(path, handler, methods, timeout, options)

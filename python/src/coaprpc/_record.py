@@ -8,10 +8,13 @@ import struct
 from collections.abc import Callable
 from typing import Generic, TypeVar, dataclass_transform
 
+from ._native import lib
+
 T = TypeVar("T")
 
 _FORMAT = re.compile(r"[!<>]((\d*)[xcbB?hHiIlLqQefds])*", re.ASCII)
 _ITEM = re.compile(r"(\d*)([a-zA-Z?])", re.ASCII)
+_LARGEST: int = lib.COAP_RPC_SYNC_MAX_TUPLE
 _ATTRIBUTE = "__coaprpc_codec__"
 
 
@@ -39,8 +42,22 @@ def codec_of(cls: type[T]) -> Codec[T]:
     return codec
 
 
+def _struct_of(layout: str) -> struct.Struct:
+    """Raises ValueError for a layout that no record can have."""
+    if not _FORMAT.fullmatch(layout):
+        raise ValueError(f"a layout is !, > or <, and items of the module struct: {layout!r}")
+    try:
+        made = struct.Struct(layout)
+    except (struct.error, OverflowError, MemoryError):
+        made = None
+    if made is None or made.size > _LARGEST:
+        raise ValueError(f"a record has at most {_LARGEST} bytes: {layout!r}")
+    return made
+
+
 def widths(layout: str) -> list[int | None]:
     """An item for each field: the bytes of a text, or None."""
+    _struct_of(layout)
     found: list[int | None] = []
     for count, kind in _ITEM.findall(layout):
         if kind == "s":
@@ -71,10 +88,8 @@ class Codec(Generic[T]):
     """Turns objects of a record class into bytes and back."""
 
     def __init__(self, cls: type[T], layout: str) -> None:
-        if not _FORMAT.fullmatch(layout):
-            raise ValueError(f"a layout is !, > or <, and items of the module struct: {layout!r}")
         self.cls = cls
-        self._struct = struct.Struct(layout)
+        self._struct = _struct_of(layout)
         self.size = self._struct.size
         fields, sizes = dataclasses.fields(cls), widths(layout)  # type: ignore[arg-type]
         if len(fields) != len(sizes):

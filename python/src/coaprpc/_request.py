@@ -16,6 +16,7 @@ TEXT, OCTETS, JSON, CBOR = 0, 42, 50, 60
 _IF_MATCH, _ETAG, _LOCATION_PATH, _MAX_AGE, _URI_QUERY, _LOCATION_QUERY = 1, 4, 8, 14, 15, 20
 _NO_FORMAT: int = lib.COAP_RPC_DIRECT_NO_FORMAT
 _LONGEST_OPTION = 1034
+_LARGEST_FORMAT = 65535
 
 
 class Method(IntEnum):
@@ -39,10 +40,17 @@ def method_of(method: Method | str) -> Method:
     return Method[method.upper()]
 
 
+def format_of(number: int) -> int:
+    """Raises ValueError for what is no Content-Format."""
+    if not 0 <= number <= _LARGEST_FORMAT:
+        raise ValueError(f"not a Content-Format: {number}")
+    return number
+
+
 def methods_of(methods: Iterable[Method | str]) -> int:
-    """The bits of the library for these methods."""
+    """The bits of the library for these methods, or for one."""
     bits = 0
-    for method in methods:
+    for method in [methods] if isinstance(methods, str) else methods:
         bits |= 1 << method_of(method)
     return bits
 

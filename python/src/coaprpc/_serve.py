@@ -152,11 +152,24 @@ def coaprpc_on_async_end(user_data: int, handle: Any, _reason: int) -> None:
     _entries[user_data].give_up(handle)
 
 
+def check_path(path: object) -> str:
+    """Returns the library's form of a path."""
+    if not isinstance(path, str):
+        raise TypeError(f'a path is a str, not {type(path).__name__}: write @node.serve("path")')
+    name = path.removeprefix("/")
+    if not 0 < len(name.encode()) <= _LONGEST_PATH or "\0" in name:
+        raise ValueError(f"a path has 1 to {_LONGEST_PATH} bytes: {path!r}")
+    return name
+
+
 def _probe(where: Address) -> None:
     """Raises OSError if an address is not here, or its port in use.  The library would try for three seconds."""
     family = socket.AF_INET if len(where.ip) == 4 else socket.AF_INET6
     with socket.socket(family, socket.SOCK_DGRAM) as probe:
-        probe.bind((socket.inet_ntop(family, where.ip), where.port))
+        try:
+            probe.bind((socket.inet_ntop(family, where.ip), where.port))
+        except OSError as error:
+            raise type(error)(error.errno, f"{error.strerror}: {where}") from None
 
 
 class Server:
@@ -170,9 +183,7 @@ class Server:
 
     def reserve(self, path: str) -> str:
         """Returns the library's form of a path, for one registration, which cannot be taken back."""
-        name = path.removeprefix("/")
-        if not 0 < len(name.encode()) <= _LONGEST_PATH or "\0" in name:
-            raise ValueError(f"a path has 1 to {_LONGEST_PATH} bytes: {path!r}")
+        name = check_path(path)
         if name in self._paths:
             raise ValueError(f"the path is served already: {path!r}")
         if not self._paths:
