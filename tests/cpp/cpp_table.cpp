@@ -264,6 +264,13 @@ TEST(Address, Texts) {
   EXPECT_EQ(Address("[fe80::1]:65535").text(), "[fe80::1]:65535");
   EXPECT_TRUE(Address("::1") == Address("[::1]:5683"));
   EXPECT_FALSE(Address("::1") == Address("[::1]:5684"));
+  EXPECT_FALSE(Address("::1") == Address("::2"));
+  EXPECT_FALSE(Address("127.0.0.2") == Address("127.0.0.3"));
+  CoapRpcIpAddr unclean = {};
+  std::memset(unclean.addr.ipv6, 0xAB, sizeof(unclean.addr.ipv6));
+  unclean.family = COAP_RPC_IPV4;
+  unclean.addr.ipv4 = 0x7F000002;
+  EXPECT_TRUE(Address(unclean, 5683) == Address("127.0.0.2"));
   for (const char *bad : {"", "x", "127.0.0", "127.0.0.1:", "127.0.0.1:0", "127.0.0.1:65536",
                           "127.0.0.1:1x", "127.0.0.1: 1", "127.0.0.1:-1", "[127.0.0.1]:1", "[::1",
                           "[::1]x", "[::1]1", "::1:x", "coap://127.0.0.1", "localhost",
@@ -272,6 +279,13 @@ TEST(Address, Texts) {
     EXPECT_EQ(Address(bad).text(), "") << bad;
   }
 }
+
+// Containers copy what may throw when it is moved, and handles cannot be copied.
+template <typename... Handles>
+constexpr bool kMoveWithoutThrowing = (... && (std::is_nothrow_move_constructible_v<Handles> &&
+                                               std::is_nothrow_move_assignable_v<Handles>));
+static_assert(kMoveWithoutThrowing<Node, Call, Observation, Timer, Later, Task<>,
+                                   Table<Port, Stats>, coaprpc::Mirror<Port, Stats>>);
 
 TEST(Must, ThrowsTheError) {
   try {

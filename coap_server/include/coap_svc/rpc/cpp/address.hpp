@@ -39,7 +39,7 @@ class Address {
   }
 
   bool operator==(const Address &other) const {
-    return port_ == other.port_ && std::memcmp(&ip_, &other.ip_, sizeof(ip_)) == 0;
+    return port_ == other.port_ && ip_.family == other.ip_.family && hasIpOf(other);
   }
 
  private:
@@ -84,6 +84,11 @@ class Address {
       ip_.family = COAP_RPC_IPV6;
       std::memcpy(ip_.addr.ipv6, &ipv6, sizeof(ipv6));
     }
+  }
+
+  bool hasIpOf(const Address &other) const {
+    if (ip_.family == COAP_RPC_IPV4) return ip_.addr.ipv4 == other.ip_.addr.ipv4;
+    return std::memcmp(ip_.addr.ipv6, other.ip_.addr.ipv6, sizeof(ip_.addr.ipv6)) == 0;
   }
 
   std::string hostText() const {

@@ -214,8 +214,8 @@ class [[nodiscard]] Call {
   Call() = default;
   Call(const Call &) = delete;
   Call &operator=(const Call &) = delete;
-  Call(Call &&) = default;
-  Call &operator=(Call &&) = default;
+  Call(Call &&) noexcept = default;
+  Call &operator=(Call &&) noexcept = default;
 
   /* isOpen tells whether the answer is still to come, or to be taken. */
   bool isOpen() const { return bool(ref_) || error_; }
@@ -290,8 +290,8 @@ class [[nodiscard]] Observation {
   Observation() = default;
   Observation(const Observation &) = delete;
   Observation &operator=(const Observation &) = delete;
-  Observation(Observation &&) = default;
-  Observation &operator=(Observation &&) = default;
+  Observation(Observation &&) noexcept = default;
+  Observation &operator=(Observation &&) noexcept = default;
 
   bool isOpen() const { return bool(ref_); }
   void cancel() { ref_.reset(); }

@@ -153,8 +153,8 @@ class [[nodiscard]] Mirror {
   Mirror() = default;
   Mirror(const Mirror &) = delete;
   Mirror &operator=(const Mirror &) = delete;
-  Mirror(Mirror &&) = default;
-  Mirror &operator=(Mirror &&) = default;
+  Mirror(Mirror &&) noexcept = default;
+  Mirror &operator=(Mirror &&) noexcept = default;
 
   bool isOpen() const { return bool(ref_); }
 

@@ -72,8 +72,8 @@ class [[nodiscard]] Timer {
   Timer() = default;
   Timer(const Timer &) = delete;
   Timer &operator=(const Timer &) = delete;
-  Timer(Timer &&) = default;
-  Timer &operator=(Timer &&) = default;
+  Timer(Timer &&) noexcept = default;
+  Timer &operator=(Timer &&) noexcept = default;
 
   void cancel() { ref_.reset(); }
   /* detach lets it go on until its node ends. */

@@ -122,7 +122,7 @@ class TableRecord final : public Keyed {
   static void onConfirmed(uint64_t userData, uint64_t version) {
     TableRecord &record = recordOf<TableRecord>(userData);
     if (record.confirmed_ && !record.core().isClosing()) {
-      record.confirmed_->run(record.key().uri, std::move(version));
+      record.confirmed_->run(record.key().uri, version);
     }
   }
 
@@ -195,8 +195,8 @@ class [[nodiscard]] Table {
   Table() = default;
   Table(const Table &) = delete;
   Table &operator=(const Table &) = delete;
-  Table(Table &&) = default;
-  Table &operator=(Table &&) = default;
+  Table(Table &&) noexcept = default;
+  Table &operator=(Table &&) noexcept = default;
 
   bool isOpen() const { return bool(ref_); }
 
