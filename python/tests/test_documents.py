@@ -18,8 +18,14 @@ from typing import Any
 
 import pytest
 from conftest import Run
+from test_peers import libcoap, output_of, program
+from tools import aiocoap
+
+import coaprpc
+from coaprpc import Node
 
 ROOT = Path(__file__).resolve().parents[2]
+HERE = Path(__file__).resolve().parent
 EXAMPLES = Path(os.environ["COAPRPC_EXAMPLES"])
 README, DOCUMENT = ROOT / "README.md", ROOT / "docs" / "python.md"
 PROGRAM = re.compile(r"<!-- (\S+\.py) -->\n```python\n(.*?)```", re.DOTALL)
@@ -32,19 +38,86 @@ def example_of(text: str) -> Any:
     return compile(text, str(DOCUMENT), "exec", flags=ast.PyCF_ALLOW_TOP_LEVEL_AWAIT)
 
 
+def examples() -> list[str]:
+    """Those of the page, in order: the node, handlers, calls and so on; the last one closes the node."""
+    found: list[str] = EXAMPLE.findall(DOCUMENT.read_text())
+    assert len(found) >= 8
+    return found
+
+
+async def tell(example: str, names: dict[str, Any]) -> None:
+    """Runs an example, which prints what it says."""
+    said = io.StringIO()
+    with contextlib.redirect_stdout(said):
+        result = eval(example_of(example), names)
+        if inspect.isawaitable(result):
+            await result
+    assert said.getvalue().splitlines() == PRINTED.findall(example)
+
+
 def test_examples_print_what_they_say(run: Run) -> None:
-    examples = EXAMPLE.findall(DOCUMENT.read_text())
-    assert len(examples) >= 8
+    async def main() -> None:
+        names: dict[str, Any] = {"__name__": "__main__"}
+        for example in examples():
+            await tell(example, names)
+
+    run(main)
+
+
+def example_with(text: str) -> str:
+    [example] = [example for example in examples() if text in example]
+    return example
+
+
+def test_aiocoap_asks_what_the_page_serves(run: Run) -> None:
+    async def main() -> None:
+        names: dict[str, Any] = {"__name__": "__main__"}
+        for text in ("import asyncio", '@node.serve("upper")', "class Port", "node.table("):
+            await tell(example_with(text), names)
+        said = await output_of(aiocoap(), HERE / "aiocoap_page.py", "ask")
+        await tell(examples()[-1], names)
+        assert said.splitlines() == [
+            "2.04  HI",
+            "2.01 rows ",
+            '2.05  {"name":"a","value":"1"}',
+            "4.04  no such row",
+            "2.04  x",
+            *[line for line in said.splitlines() if line.startswith('2.05  [{"key": {"number": 1,')],
+        ]
+        assert len(said.splitlines()) == 6
+
+    run(main)
+
+
+def test_libcoap_asks_what_the_page_serves(run: Run) -> None:
+    client = libcoap("coap-client")
 
     async def main() -> None:
         names: dict[str, Any] = {"__name__": "__main__"}
-        for example in examples:
-            said = io.StringIO()
-            with contextlib.redirect_stdout(said):
-                result = eval(example_of(example), names)
-                if inspect.isawaitable(result):
-                    await result
-            assert said.getvalue().splitlines() == PRINTED.findall(example)
+        for text in ("import asyncio", '@node.serve("upper")', "class Port", "node.table("):
+            await tell(example_with(text), names)
+        said = [
+            await output_of(client, "-B", "60", "-m", method, *data, f"coap://127.0.0.4/{path}")
+            for method, data, path in (
+                ("post", ("-e", "hi"), "upper"),
+                ("put", ("-e", "1"), "rows?name=a"),
+                ("get", (), "rows?name=a"),
+                ("post", ("-e", "x"), "slow"),
+            )
+        ]
+        await tell(examples()[-1], names)
+        assert [text.strip() for text in said] == ["HI", "", '{"name":"a","value":"1"}', "x"]
+
+    run(main)
+
+
+def test_calls_of_the_page_are_answered_by_aiocoap(run: Run) -> None:
+    async def main() -> None:
+        page = program(aiocoap(), HERE / "aiocoap_page.py", "serve", ready=b"ready")
+        async with page, Node("127.0.0.5") as node:
+            names = {**vars(coaprpc), "node": node}
+            await tell(example_with('await node.call("coap://127.0.0.4/upper", "hi", timeout=2)'), names)
+            await tell(example_with("node.observe("), names)
 
     run(main)
 
