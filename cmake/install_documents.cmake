@@ -11,7 +11,7 @@ function(coap_rpc_installed_place out path)
     set(place ${INCLUDEDIR}${CMAKE_MATCH_1})
   elseif(path MATCHES "^platform/include(/.*)?$")
     set(place ${INCLUDEDIR}/${PLATFORM}${CMAKE_MATCH_1})
-  elseif(path MATCHES "^docs/.*\\.(md|svg)$|^(README|SECURITY|CHANGELOG)\\.md$"
+  elseif(path MATCHES "^docs/.*\\.(md|svg|png)$|^(README|SECURITY|CHANGELOG)\\.md$"
       OR (path MATCHES "^examples" AND NOT path MATCHES "^examples/(tests|CMakeLists)"))
     set(place ${DOCDIR}/${path})
   endif()

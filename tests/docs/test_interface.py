@@ -19,6 +19,7 @@ PLACES = {
     "answer-or-abort": "coap_rpc_ser.h",
     "async-code": "coap_rpc_cli.h",
     "first-call": "coap_rpc_cli.h",
+    "check-code": "coap_rpc_cli.h",
     "one-observer": "coap_rpc_ser.h",
     "port-busy": "coap_rpc_ser.h",
 }

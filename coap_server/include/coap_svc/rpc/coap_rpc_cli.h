@@ -124,8 +124,8 @@ COAP_RPC_API uint32_t COAP_RpcCliConReq(CoapRpcCtx *ctx, const CoapRpcUriKey *ke
 /* COAP_RpcCliObserveReq starts or renews an observe relation; the next resend tick (1001 ms) sends
  * it.  Observe relations should be CON: a NON one is recorded, but never sent.
  * COAP_RpcCliObserveReqVerify echoes the URI's check code, so that an up-to-date client is sent
- * nothing; COAP_RpcCliObserveReqBatch requests all contents; both take effect from the second call
- * with the same key, parameter and peer.
+ * nothing; COAP_RpcCliObserveReqBatch requests all contents.  The first observing call for a key,
+ * parameter and peer is always plain.  The two take effect from the second one.
  *
  * A renewal waits while a payload of the relation comes in in blocks, which it would end: until the
  * payload is in, or no block has come for 22 s (limits.md).  The latest call says what it asks for.
