@@ -13,12 +13,14 @@ REPORT = TOP / "scripts/lib/report"
 sys.path[:0] = [str(REPORT), str(TOP / "tests/interop/peers")]
 import bench      # noqa: E402
 import chart      # noqa: E402
+import drawn      # noqa: E402
 import figures    # noqa: E402
 import interop    # noqa: E402
 import outcome    # noqa: E402
 import page       # noqa: E402
 from samples import Samples, Stat  # noqa: E402
 
+AXES = chart.Axes("a title", "time, us", "URIs")
 URIS = next(figure for figure in figures.FIGURES if figure.name == "uris")
 
 
@@ -72,8 +74,8 @@ class Bench(unittest.TestCase):
         with tempfile.TemporaryDirectory() as folder:
             samples, document = Path(folder, "samples.tsv"), Path(folder, "page.md")
             samples.write_text("".join(lines(("10", "library", 7))), encoding="utf-8")
-            document.write_text("".join(f"<!-- {name}: begin -->\nold {name}\n<!-- {name}: end -->\n"
-                                        for name in names), encoding="utf-8")
+            blocks = "".join(f"<!-- {name}: begin -->\nold {name}\n<!-- {name}: end -->\n" for name in names)
+            document.write_text("![a](bench/uris.svg)\n" + blocks, encoding="utf-8")
             done = run_report("bench", samples, folder, document, folder)
             self.assertEqual((done.returncode, done.stderr), (0, ""))
             text = document.read_text(encoding="utf-8")
@@ -90,14 +92,55 @@ class Bench(unittest.TestCase):
 class Chart(unittest.TestCase):
     def test_heights_are_logarithmic(self):
         scale = chart.Scale([Stat(10, 1, 100, 3)])
-        self.assertEqual([scale.y(1), scale.y(10), scale.y(100)], [300, 170, 40])
+        self.assertEqual([scale.y(1), scale.y(10), scale.y(100)], [chart.TOP + 260, chart.TOP + 130, chart.TOP])
 
     def test_a_column_per_variant(self):
-        svg = chart.svg(Samples(lines(("10", "a", 1), ("10", "b", 2), ("100", "a", 3))), URIS)
+        svg = chart.svg(Samples(lines(("10", "a", 1), ("10", "b", 2), ("100", "a", 3))), URIS, AXES)
         self.assertEqual(svg.count("width='14'"), 3)
 
+    def test_axes_are_named(self):
+        svg = chart.svg(Samples(lines(("10", "a", 1))), URIS, AXES)
+        for name in AXES:
+            self.assertIn(f">{name}</text>", svg)
+
     def test_nothing_measured_is_no_picture(self):
-        self.assertEqual(chart.svg(Samples([]), URIS), "")
+        self.assertEqual(chart.svg(Samples([]), URIS, AXES), "")
+
+
+class Drawn(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.TemporaryDirectory()
+        self.addCleanup(self.folder.cleanup)
+        self.document = Path(self.folder.name, "page.md")
+
+    def write(self, cell):
+        self.document.write_text("![a](bench/uris.svg)\n<!-- uris: begin -->\nMeasured.\n\n"
+                                 f"| URIs | | CPU |\n|---|---|---|\n| 10 | library | {cell} |\n"
+                                 "<!-- uris: end -->\n| 11 | other | 3 |\n", encoding="utf-8")
+
+    def run_report(self, command):
+        return run_report(command, self.document, self.folder.name)
+
+    def test_table_is_read_as_it_was_measured(self):
+        self.write("1,234 (12.3 to 5,000)")
+        table = drawn.Table(self.document.read_text(encoding="utf-8"), URIS)
+        self.assertEqual(table.stat("uris", "10", "library", "cpu_us"), Stat(1234, 12.3, 5000, 0))
+        self.assertEqual((table.cases("uris"), table.variants("uris")), (["10"], ["library"]))
+
+    def test_check_tells_of_a_picture_that_is_not_its_table(self):
+        self.write("5.00")
+        self.assertEqual(self.run_report("check").returncode, 1)
+        self.assertEqual(self.run_report("draw").returncode, 0)
+        self.assertEqual(self.run_report("check").returncode, 0)
+        self.write("6.00")
+        said = self.run_report("check")
+        self.assertEqual(said.returncode, 1)
+        self.assertIn("uris.svg", said.stderr)
+
+    def test_each_figure_has_axes_with_units(self):
+        self.assertEqual(set(drawn.AXES), {figure.name for figure in figures.FIGURES})
+        for axes in drawn.AXES.values():
+            self.assertRegex(axes.y, r"us|ms|per second|bytes")
 
 
 class Page(unittest.TestCase):

@@ -3,6 +3,8 @@
   report bench <samples> <folder> [<document> <pictures>]
       prints the figures of a samples file, writes <folder>/results.json and, when they are named,
       the tables of the document and the pictures
+  report draw <document> <pictures>
+      draws the pictures that the document shows, from its tables; "check" instead of "draw" compares
   report interop <results folder> <document>
       writes the tables of the talks with other CoAP programs
   report put <document> <name> <file>
@@ -14,12 +16,15 @@ A block is what stands between the lines "<!-- name: begin -->" and "<!-- name: 
 import sys
 
 import bench
+import drawn
 import interop
 import page
 
 COMMANDS = {
     ("bench", 2): bench.show,
     ("bench", 4): bench.publish,
+    ("draw", 2): drawn.draw,
+    ("check", 2): drawn.check,
     ("interop", 2): interop.publish,
     ("put", 3): page.put_file,
 }

@@ -3,7 +3,7 @@
 import json
 import os
 
-import chart
+import drawn
 import page
 from figures import BARS, FIGURES
 from samples import Samples
@@ -93,7 +93,4 @@ def publish(samples_path, folder, document, pictures):
     tables["bars"] = bar_table(samples)
     measured = {name: text for name, text in tables.items() if text}
     page.put(document, {name: page.measured_today() + text for name, text in measured.items()})
-    for figure in FIGURES:
-        svg = chart.svg(samples, figure)
-        if svg:
-            _write(os.path.join(pictures, figure.name + ".svg"), svg)
+    drawn.draw(document, pictures)

@@ -1,10 +1,17 @@
 """A figure's medians as columns, one group per case, on a logarithmic scale."""
 
 import math
+from collections import namedtuple
 
-LEFT, TOP, PLOT_HEIGHT, COLUMN_WIDTH, GROUP_GAP = 70, 40, 260, 16, 22
-LEGEND_LINE, LEGEND_WIDTH, CHAR_WIDTH = 18, 240, 7
+LEFT, TOP, PLOT_HEIGHT, COLUMN_WIDTH, GROUP_GAP = 90, 64, 260, 16, 22
+LEGEND_LINE, CHAR_WIDTH, TITLE_WIDTH = 18, 7.3, 8.6
+FOOT = 66
+KEY = "Columns: medians. Lines: from minimum to maximum. The scale is logarithmic."
 COLOURS = ["#4477aa", "#66ccee", "#228833", "#ccbb44", "#ee6677", "#aa3377", "#bbbbbb", "#774422"]
+
+
+# What a chart compares, and what its axes are, with units.
+Axes = namedtuple("Axes", "title y x")
 
 
 class Scale:
@@ -23,7 +30,7 @@ class Scale:
         for decade in range(self.low, self.high + 1):
             y = self.y(10.0**decade)
             yield _line(LEFT, LEFT + width, y, y, "#ddd")
-            yield _text(LEFT - 6, y + 4, f"{10.0**decade:g}", " text-anchor='end'")
+            yield _text(LEFT - 6, y + 4, f"{10.0**decade:,.10g}", " text-anchor='end'")
 
 
 def _text(x, y, text, attributes=""):
@@ -78,7 +85,20 @@ def _legend(variants, x):
         yield _rect(x, y, 12, 12, _colour(at)) + _text(x + 18, y + 11, variant)
 
 
-def svg(samples, figure):
+def _legend_width(variants):
+    return 40 + max(map(len, variants)) * CHAR_WIDTH
+
+
+def _axes(axes, right):
+    """Both axes' names, the title and how to read the columns."""
+    bottom = TOP + PLOT_HEIGHT
+    return (_text(16, 22, axes.title, " font-size='14' font-weight='bold'")
+            + _text(16, 46, axes.y)
+            + _text((LEFT + right) / 2, bottom + 36, axes.x, " text-anchor='middle'")
+            + _text(16, bottom + FOOT - 10, KEY, " fill='#666'"))
+
+
+def svg(samples, figure, axes):
     """Empty when nothing was measured."""
     groups = list(_groups(samples, figure))
     if not groups:
@@ -90,9 +110,12 @@ def svg(samples, figure):
         group, width = _group(case, columns, scale, x)
         drawn += group
         x += width + GROUP_GAP
-    title = f"{figure.title}: {figure.columns[0][1]}, by {figure.case_head}"
-    return (f"<svg xmlns='http://www.w3.org/2000/svg' width='{x + LEGEND_WIDTH:g}' "
-            f"height='{TOP + PLOT_HEIGHT + 50:g}' font-family='sans-serif' font-size='12'>\n"
-            "<rect width='100%' height='100%' fill='white'/>\n"
-            + _text(LEFT, 20, title, " font-size='14'") + "".join(scale.grid(x - LEFT)) + drawn
-            + "".join(_legend(samples.variants(figure.name), x + 10)) + "</svg>\n")
+    variants = samples.variants(figure.name)
+    width = max(x + _legend_width(variants), 32 + len(axes.title) * TITLE_WIDTH, 32 + len(KEY) * CHAR_WIDTH)
+    height = TOP + PLOT_HEIGHT + FOOT
+    return (f"<svg xmlns='http://www.w3.org/2000/svg' width='{width:g}' height='{height:g}' "
+            f"viewBox='0 0 {width:g} {height:g}' role='img' font-family='Helvetica, Arial, sans-serif' "
+            f"font-size='12'>\n<title>{axes.title}</title>\n"
+            "<rect width='100%' height='100%' rx='6' fill='white'/>\n"
+            + _axes(axes, x) + "".join(scale.grid(x - LEFT)) + drawn
+            + "".join(_legend(variants, x + 10)) + "</svg>\n")
