@@ -13,11 +13,14 @@ t
 /\/\*|^ \*/s/[\\%<>]/\\&/g
 
 # The first line of a header names the file.
-1s|^/\* ([a-z0-9_]+\.h): |/** @file \1 |
+1s|^/\* ([a-z0-9_]+\.hp?p?): |/** @file \1 |
 
 # A comment on a line of its own describes what follows; one after code describes that code.
 s|^( *)/\* |\1/** |
 s|([^ ] +)/\* |\1/**< |
+
+# Callbacks that a record has are a list.
+s/^ \*   (on[A-Z][A-Za-z]*)   +/ * - \1: /
 
 # "  name, name   text" describes parameters, "Returns" the result; result codes stay in lines.
 s/^ \*   ([a-z][A-Za-z0-9]*)   +/ * @param \1 /

@@ -13,6 +13,9 @@ RULE = re.compile(r"^<a id=\"([\w-]+)\"></a>\*\*(.*?)\*\*", re.MULTILINE | re.DO
 
 # anchor of a rule: the header that repeats its first sentence
 PLACES = {
+    "get-reaches": "coap_rpc_ser.h",
+    "post-reaches": "coap_rpc_ser.h",
+    "post-answers": "coap_rpc_ser.h",
     "synchronous-bytes": "coap_rpc_ser.h",
     "answer-port": "coap_rpc_cli.h",
     "one-process": "coap_rpc_cli.h",

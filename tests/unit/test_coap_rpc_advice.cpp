@@ -100,7 +100,8 @@ class Advice : public testing::Test {
 
 TEST_F(Advice, LongPath) {
   EXPECT_EQ(Serve(KeyOf(std::string(32, 'a').c_str())), fine_);
-  for (const size_t len : {33u, 63u}) {
+  for (size_t len = 33; len <= 63; ++len) {
+    SCOPED_TRACE(len);
     ExpectOfKey(KeyOf(std::string(len, 'a').c_str()),
                 "no message finds a path of more than 32 characters");
   }
@@ -113,7 +114,7 @@ TEST_F(Advice, PathWithoutTerminator) {
 TEST_F(Advice, PathThatMessagesEncode) {
   EXPECT_EQ(Serve(KeyOf("az/AZ09-._~!$'()*+,;=:@&")), fine_);
   EXPECT_EQ(Serve(KeyOf("a%20b")), fine_);
-  for (const char *uri : {"a b", " ", "a\"", "a?b", "gr\xC3\xB6\xC3\x9F"}) {
+  for (const char *uri : {"a b", " ", " a", "a ", "a\tb", "a\"", "a?b", "gr\xC3\xB6\xC3\x9F"}) {
     ExpectOfKey(KeyOf(uri), "no message finds a path with characters that are percent-encoded");
   }
 }
@@ -125,8 +126,12 @@ TEST_F(Advice, BytesAfterTheTerminator) {
 }
 
 TEST_F(Advice, UnknownTypes) {
-  ExpectOfKey(KeyOf("a", 2), "unknown message type");
-  ExpectOfKey(KeyOf("a", 0, 0, 3), "unknown packet type");
+  for (const uint32_t type : {2u, 255u, UINT32_MAX}) {
+    ExpectOfKey(KeyOf("a", type), "unknown message type");
+  }
+  for (const uint32_t type : {3u, 255u, UINT32_MAX}) {
+    ExpectOfKey(KeyOf("a", 0, 0, type), "unknown packet type");
+  }
   EXPECT_EQ(Serve(KeyOf("a", 1, 1, 2)), fine_);
 }
 
@@ -230,6 +235,36 @@ std::vector<std::string> WhatIsLogged(uint32_t isOn) {
     if (record.line != 1642) lines.push_back(std::to_string(record.line) + record.text);
   }
   return lines;
+}
+
+// Results of calls that fail.
+std::vector<uint32_t> ResultsOfFailedCalls(uint32_t isOn) {
+  TestHost host;
+  const TestInstance instance(host);
+  COAP_RpcSetAdvice(instance, isOn);
+  const CoapRpcUriKey key = KeyOf("a b", 9, 0, 9);
+  const CoapRpcSerVtblReg served = {};
+  const CoapRpcSerObVtblReg withoutCompare = {};
+  const CoapRpcCliReqParam param = {};
+  CoapRpcSerListenAddr listen = {};
+  CoapRpcCliAddr peer = {};
+  std::vector<uint32_t> results = {COAP_RpcSerRegVtbl(instance, &key, &served, &withoutCompare),
+                                   COAP_RpcSerSetUri(instance, &key, &listen),
+                                   COAP_RpcCliConReq(instance, &key, &param, &peer)};
+  listen.listenAddr.family = peer.srcIp.family = peer.dstIp.family = COAP_RPC_IPV4;
+  listen.listenAddr.addr.ipv4 = peer.dstIp.addr.ipv4 = 0x7F000002;
+  peer.dstPort = 9;
+  results.push_back(COAP_RpcSerSetUri(instance, &key, &listen));
+  results.push_back(COAP_RpcCliConReq(instance, &key, &param, &peer));
+  results.push_back(COAP_RpcCliNonReq(instance, &key, &param, &peer));
+  return results;
+}
+
+TEST(AdviceOff, ResultsOfFailedCalls_AreTheSame) {
+  const std::vector<uint32_t> expected = {1900000251, 1900000082, 1900001015,
+                                          1900000163, 1900001103, 1900001103};
+  EXPECT_EQ(ResultsOfFailedCalls(0), expected);
+  EXPECT_EQ(ResultsOfFailedCalls(1), expected);
 }
 
 TEST(AdviceOff, OtherLinesAndResults_AreTheSame) { EXPECT_EQ(WhatIsLogged(1), WhatIsLogged(0)); }

@@ -118,11 +118,11 @@ static_assert(offsetof(CoapRpcSerObVtblReg, buildDelete) == 48, "observe record 
  *
  * The key decides which requests reach the entry (docs/interface.md has the table):
  *
- *  - GET: a DEFAULT entry of either message type; then a UNICAST or BROADCAST entry of the request's
- *    message type that is attached to the address the request came in on
- *  - POST: a UNICAST or BROADCAST entry of its message type; never a DEFAULT one.  A POST to an
- *    asynchronous entry is taken for the answer to a request of our own
- *  - PUT and DELETE, and requests without payload: no callback is called
+ *  - A GET reaches a DEFAULT entry of either message type.  Without one it reaches a UNICAST or
+ *    BROADCAST entry of its own message type that is attached to the address it came in on
+ *  - A POST reaches only UNICAST and BROADCAST entries of its own message type.
+ *  - A POST to an asynchronous entry is taken for an answer.  Ask asynchronous entries with GET
+ *  - PUT and DELETE, and requests without payload, reach no callback
  *
  *   reg     copied
  *   obReg   observe record, copied; null for a URI that publishes nothing
