@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
 #include <sstream>
 
 #include "demo_machine.h"
@@ -23,6 +24,7 @@ namespace {
 constexpr uint32_t kNumCalls = 200, kNumNotes = 100, kNumChanged = 100;
 constexpr auto kHeartbeat = 500ms;
 constexpr double kPatience = 120;  // every wait ends when what it waits for has come
+constexpr double kStartPatience = 20;
 constexpr char kColumns[] = "      rx bytes       packets      tx bytes       packets";
 
 volatile std::sig_atomic_t g_isInterrupted;
@@ -66,6 +68,7 @@ class South {
 
   bool Run() {
     const auto start = DemoClock::now();
+    if (!IsThere()) return std::puts("nobody is there"), false;
     Step("asynchronous calls, both ways", &South::CallBothWays);
     Step("posts, each answered with data", &South::PostNotes);
     Step("tables mirrored live", &South::MirrorLive);
@@ -97,12 +100,22 @@ class South {
   }
 
   // Ask returns the answer of north, or nothing when there was none.
-  std::string Ask(const std::string &question) {
+  std::string Ask(const std::string &question, std::chrono::seconds deadline = 93s) {
     std::optional<std::string> answer;
-    Call call = node_.call(other_, "ask", question);
+    Call call = node_.call(other_, "ask", question, {.deadline = deadline});
     call.then([&](const Result<Answer> &got) { answer = got ? got->payload : ""; });
     Until(kPatience, [&] { return answer.has_value(); });
     return answer.value_or("");
+  }
+
+  // IsThere gives north time to start.
+  bool IsThere() {
+    const auto start = DemoClock::now();
+    while (!g_isInterrupted && SecondsSince(start) < kStartPatience) {
+      if (Ask("load", 5s) != "") return true;
+      Until(0.1, [] { return false; });
+    }
+    return false;
   }
 
   Verdict CallBothWays() {

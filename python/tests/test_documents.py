@@ -122,14 +122,28 @@ def test_calls_of_the_page_are_answered_by_aiocoap(run: Run) -> None:
     run(main)
 
 
-@contextlib.asynccontextmanager
-async def running(*command: str) -> AsyncIterator[asyncio.StreamReader]:
-    """A program's output, until the end of the block."""
+def test_program_ends_when_nobody_is_there(run: Run) -> None:
+    async def main() -> None:
+        alone = await start(*python_hello("127.0.0.4", "127.0.0.5", "0.5"), stderr=asyncio.subprocess.PIPE)
+        _, said = await alone.communicate()
+        assert said.strip() == b"nobody is there"
+        assert alone.returncode == 1
+
+    run(main)
+
+
+async def start(*command: str, stderr: int | None = None) -> asyncio.subprocess.Process:
     env = dict(os.environ)
     env.pop("LD_PRELOAD", None)  # Python's; a program in C++ has its own sanitizer
     if command[0] == sys.executable and "COAPRPC_PRELOAD" in env:
         env["LD_PRELOAD"] = env["COAPRPC_PRELOAD"]
-    process = await asyncio.create_subprocess_exec(*command, env=env, stdout=asyncio.subprocess.PIPE)
+    return await asyncio.create_subprocess_exec(*command, env=env, stdout=asyncio.subprocess.PIPE, stderr=stderr)
+
+
+@contextlib.asynccontextmanager
+async def running(*command: str) -> AsyncIterator[asyncio.StreamReader]:
+    """A program's output, until the end of the block."""
+    process = await start(*command)
     assert process.stdout is not None
     try:
         yield process.stdout
@@ -145,9 +159,13 @@ def program_of(pattern: re.Pattern[str], name: str) -> str:
     return program
 
 
+def python_hello(*arguments: str) -> tuple[str, ...]:
+    return (sys.executable, "-X", "dev", "-c", program_of(PROGRAM, "hello.py"), *arguments)
+
+
 def python(*arguments: str) -> AbstractAsyncContextManager[asyncio.StreamReader]:
     """The README's program in Python."""
-    return running(sys.executable, "-X", "dev", "-c", program_of(PROGRAM, "hello.py"), *arguments)
+    return running(*python_hello(*arguments))
 
 
 async def says_python(said: asyncio.StreamReader, value: int) -> None:
