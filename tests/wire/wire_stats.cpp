@@ -215,9 +215,9 @@ TEST_F(Stats, UrisAreVisitedInTurns) {
 TEST_F(Stats, CommandsAreThereWhenAskedFor) {
   EXPECT_EQ(host_.Display().Commands().size(), 8u);
   EXPECT_EQ(COAP_RpcShowStats(Ctx()), 0u);
-  EXPECT_EQ(host_.Display().Commands().size(), 13u);
+  EXPECT_EQ(host_.Display().Commands().size(), 15u);
   EXPECT_EQ(COAP_RpcShowStats(Ctx()), 0u);
-  EXPECT_EQ(host_.Display().Commands().size(), 13u);
+  EXPECT_EQ(host_.Display().Commands().size(), 15u);
 }
 
 TEST_F(Stats, ServerNumbersAsRows) {
@@ -225,15 +225,16 @@ TEST_F(Stats, ServerNumbersAsRows) {
   Ask(Message(kCodePost, "q"));
   COAP_RpcShowStats(Ctx());
   const std::vector<std::string> pages = host_.RunCommand("disp server stats");
-  const std::map<std::string, uint64_t> numbers = NumbersOf(pages);
+  const Numbers numbers = NumbersOf(pages);
   ASSERT_EQ(pages.size(), 1u);
-  EXPECT_TRUE(pages[0].starts_with("server stats[  0]: name(in.messages)/value(1)\n"));
+  EXPECT_TRUE(pages[0].starts_with(
+      "server stats[  0]: name(in.messages)/of(-)/kind(counter)/unit(-)/value(1)\n"));
   EXPECT_TRUE(pages[0].ends_with("\n ***total " + std::to_string(numbers.size()) +
                                  " server number(s) ***\n"));
   EXPECT_EQ(numbers.at("in.requests.post"), 1u);
-  EXPECT_EQ(numbers.at("out.responses.2"), 1u);
+  EXPECT_EQ(numbers.at("out.responses.2xx"), 1u);
   EXPECT_EQ(numbers.at("uris"), 1u);
-  EXPECT_EQ(numbers.at("pool.bytes"), Now().poolBytes);
+  EXPECT_EQ(numbers.at("pool.used"), Now().poolBytes);
 }
 
 TEST_F(Stats, UriNumbersAsRows) {

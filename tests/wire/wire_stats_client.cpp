@@ -92,13 +92,14 @@ TEST_F(ClientStats, ClientNumbersAsRows) {
   Make(Get("a"));
   COAP_RpcShowStats(Ctx());
   const std::vector<std::string> pages = host_.RunCommand("disp client stats");
-  const std::map<std::string, uint64_t> numbers = NumbersOf(pages);
+  const Numbers numbers = NumbersOf(pages);
   ASSERT_EQ(pages.size(), 1u);
-  EXPECT_TRUE(pages[0].starts_with("client stats[  0]: name(calls)/value(1)\n"));
+  EXPECT_TRUE(pages[0].starts_with(
+      "client stats[  0]: name(calls)/of(-)/kind(counter)/unit(-)/value(1)\n"));
   EXPECT_TRUE(pages[0].ends_with("\n ***total " + std::to_string(numbers.size()) +
                                  " client number(s) ***\n"));
   EXPECT_EQ(numbers.at("calls.open"), 1u);
-  EXPECT_EQ(numbers.at("calls.answered"), 0u);
+  EXPECT_EQ(numbers.at("calls.ended.answered"), 0u);
 }
 
 std::string Between(const std::string &row, const std::string &from, const std::string &to) {

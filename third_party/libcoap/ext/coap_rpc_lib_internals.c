@@ -345,6 +345,7 @@ typedef struct Upload {
 } Upload;
 
 static void DropUpload(const Upload *upload) {
+  ++upload->session->context->num_upload_limit;
   LL_DELETE(upload->session->lg_srcv, upload->body);
   coap_block_delete_lg_srcv(upload->session, upload->body);
 }

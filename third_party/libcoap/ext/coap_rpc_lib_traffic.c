@@ -30,7 +30,8 @@ static int IsAfter(const coap_session_t *session, coap_mid_t mid, const coap_ses
 }
 
 int CoapRpcLibNextSending(const coap_context_t *coapCtx, const coap_session_t *session,
-                          coap_mid_t mid, CoapRpcLibSending *out) {
+                          coap_mid_t mid, CoapRpcLibIsLeftOut isLeftOut, void *arg,
+                          CoapRpcLibSending *out) {
   const coap_queue_t *message;
   coap_tick_t due = coapCtx->sendqueue_basetime;
   int isFound = 0;
@@ -39,6 +40,7 @@ int CoapRpcLibNextSending(const coap_context_t *coapCtx, const coap_session_t *s
     if (!COAP_PDU_IS_REQUEST(message->pdu)) continue;
     if (!IsAfter(message->session, message->id, session, mid)) continue;
     if (isFound && !IsAfter(out->session, out->mid, message->session, message->id)) continue;
+    if (isLeftOut(arg, message->session, message->pdu)) continue;
     Describe(message, due, out);
     isFound = 1;
   }
@@ -55,4 +57,9 @@ int CoapRpcLibFindSending(const coap_session_t *session, coap_mid_t mid, CoapRpc
     return 1;
   }
   return 0;
+}
+
+CoapRpcLibLimitHits CoapRpcLibGetLimitHits(const coap_context_t *coapCtx) {
+  return (CoapRpcLibLimitHits){coapCtx->num_observer_limit, coapCtx->num_idle_limit,
+                               coapCtx->num_upload_limit};
 }

@@ -24,12 +24,24 @@ typedef struct CoapRpcLibSending {
 } CoapRpcLibSending;
 
 /* CoapRpcLibNextSending finds the request that comes next after a session and a Message ID, by
- * their numbers; a null session is before all others.  Returns 0 when there is none. */
+ * their numbers; a null session is before all others.  Returns 0 when there is none.
+ *
+ *   isLeftOut   returns 1 for a request that does not count; `arg` is its own */
+typedef int (*CoapRpcLibIsLeftOut)(void *arg, const coap_session_t *session, const coap_pdu_t *pdu);
 int CoapRpcLibNextSending(const coap_context_t *coapCtx, const coap_session_t *session,
-                          coap_mid_t mid, CoapRpcLibSending *out);
+                          coap_mid_t mid, CoapRpcLibIsLeftOut isLeftOut, void *arg,
+                          CoapRpcLibSending *out);
 
 /* CoapRpcLibFindSending finds a message of a session.  Returns 0 when it is not being sent. */
 int CoapRpcLibFindSending(const coap_session_t *session, coap_mid_t mid, CoapRpcLibSending *out);
+
+/* CoapRpcLibLimitHits is how often a limit of libcoap's took effect so far. */
+typedef struct CoapRpcLibLimitHits {
+  uint64_t observers; /* registrations beyond the observers of a resource */
+  uint64_t idlePeers; /* unused sessions that ended for a new one */
+  uint64_t uploads;   /* bodies dropped by CoapRpcLibLimitUploads */
+} CoapRpcLibLimitHits;
+CoapRpcLibLimitHits CoapRpcLibGetLimitHits(const coap_context_t *coapCtx);
 
 COAP_RPC_C_END
 #endif /* COAP_RPC_LIB_TRAFFIC_H */

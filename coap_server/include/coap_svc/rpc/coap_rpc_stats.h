@@ -27,7 +27,9 @@ typedef struct CoapRpcTraffic {
   uint64_t pings; /* empty CON and NON messages */
 } CoapRpcTraffic;
 
-/* Why a message of ours has failed: indexes of CoapRpcStats.nacks. */
+/* Why a message of ours has failed: indexes of CoapRpcStats.nacks.  A message that the network
+ * reports may be reported for each time that it is sent; a reset of a message that is not known any
+ * more counts too. */
 enum {
   COAP_RPC_NACK_TIMEOUT = 0,       /* no acknowledgement of any transmission */
   COAP_RPC_NACK_UNDELIVERABLE = 1, /* its session was closed, or it could not be sent */
@@ -40,25 +42,39 @@ enum {
 /* What was refused or dropped because of a limit (docs/limits.md): indexes of
  * CoapRpcStats.refused. */
 enum {
-  COAP_RPC_LIMIT_OPEN_OF_PEER = 0,  /* open asynchronous requests of one address: 5.03 */
-  COAP_RPC_LIMIT_OPEN = 1,          /* open asynchronous requests in all: 5.03 */
-  COAP_RPC_LIMIT_ASKERS = 2,        /* pairs of a URI and an asking peer, or no socket: 5.03 */
-  COAP_RPC_LIMIT_ANSWERS = 3,       /* queued asynchronous answers to one peer: 5.03 */
-  COAP_RPC_LIMIT_DIRECT_PEERS = 4,  /* peers of direct entries: 5.03 */
-  COAP_RPC_LIMIT_DIRECT = 5,        /* requests or queued answers of direct entries: 5.03 */
-  COAP_RPC_LIMIT_CALLS = 6,         /* calls under way: a code */
-  COAP_RPC_LIMIT_MIRRORS = 7,       /* mirrors: a code */
-  COAP_RPC_LIMIT_PUT_BACK = 8,      /* pending changes of a URI: the oldest of a payload dropped */
-  COAP_RPC_LIMIT_GIVEN_UP = 9,      /* payloads that one peer stopped fetching: changes dropped */
-  COAP_RPC_LIMIT_REMEMBERED = 10,   /* requests to direct entries that are known again: forgotten */
-  COAP_RPC_LIMIT_SYNC_BODIES = 11,  /* pages in blocks: the oldest dropped */
-  COAP_RPC_LIMIT_DIRECT_BODIES = 12 /* answers of direct entries in blocks: the oldest dropped */
+  COAP_RPC_LIMIT_OPEN_OF_PEER = 0, /* open asynchronous requests of one address: 5.03 */
+  COAP_RPC_LIMIT_OPEN = 1,         /* open asynchronous requests in all: 5.03 */
+  COAP_RPC_LIMIT_ASKERS = 2,       /* pairs of a URI and an asking peer, or no socket: 5.03 */
+  COAP_RPC_LIMIT_ANSWERS = 3,      /* queued asynchronous answers to one peer: 5.03 */
+  COAP_RPC_LIMIT_DIRECT_PEERS = 4, /* peers of direct entries: 5.03 */
+  COAP_RPC_LIMIT_DIRECT = 5,       /* requests or queued answers of direct entries: 5.03 */
+  COAP_RPC_LIMIT_CALLS = 6,        /* calls under way: a code */
+  COAP_RPC_LIMIT_MIRRORS = 7,      /* mirrors: a code */
+  COAP_RPC_LIMIT_PUT_BACK = 8,     /* pending changes of a URI: the oldest of a payload dropped */
+  COAP_RPC_LIMIT_GIVEN_UP = 9,     /* payloads that one peer stopped fetching: changes dropped */
+  COAP_RPC_LIMIT_REMEMBERED = 10,  /* requests to direct entries that are known again: forgotten */
+  COAP_RPC_LIMIT_SYNC_BODIES = 11, /* pages in blocks: the oldest dropped */
+  COAP_RPC_LIMIT_DIRECT_BODIES = 12, /* answers of direct entries in blocks: the oldest dropped */
+  COAP_RPC_LIMIT_OBSERVERS = 13,     /* observers of a URI: answered without Observe option */
+  COAP_RPC_LIMIT_IDLE_PEERS = 14,    /* idle peers: the one silent for longest forgotten */
+  COAP_RPC_LIMIT_UPLOADS = 15,       /* requests that arrive in blocks: dropped */
+  COAP_RPC_LIMIT_PAYLOADS = 16,      /* unacknowledged payloads: the changes of the oldest pending
+                                        again */
+  COAP_RPC_LIMIT_LAST_BLOCKS = 17,   /* last blocks that can be repeated: the oldest forgotten */
+  COAP_RPC_LIMIT_FOLLOWED = 18       /* CON requests with a reported end: not reported */
 };
 
 enum {
   COAP_RPC_NUM_LIMITS = 32,          /* elements of CoapRpcStats.refused; the rest are 0 */
+  COAP_RPC_NUM_TIMES = 32,           /* elements of a CoapRpcTimes */
   COAP_RPC_STATS_MAX_COUNTED = 65536 /* changes that one reading counts at most */
 };
+
+/* CoapRpcTimes counts durations by their size: [0] those below 1024 ns, each next one those below
+ * twice as much, the last one all others. */
+typedef struct CoapRpcTimes {
+  uint64_t num[COAP_RPC_NUM_TIMES];
+} CoapRpcTimes;
 
 /* CoapRpcStats is an instance in numbers. */
 typedef struct CoapRpcStats {
@@ -68,12 +84,12 @@ typedef struct CoapRpcStats {
   /* Counters */
   CoapRpcTraffic in;
   CoapRpcTraffic out;
-  uint64_t badMessages;            /* malformed ones that came */
-  uint64_t resends;                /* CON messages sent again for want of an acknowledgement */
-  uint64_t repeats;                /* requests heard before, answered without a callback */
-  uint64_t nacks[8];               /* by COAP_RPC_NACK_* */
-  uint64_t calls;                  /* of COAP_RpcCall and COAP_RpcCallObserve that returned 0 */
-  uint64_t callEnds[8];            /* by COAP_RPC_CALL_* (coap_rpc_call.h); [0] is 0 */
+  uint64_t badMessages; /* malformed ones, or of unknown codes, that came; not what is no CoAP */
+  uint64_t resends;     /* CON messages sent again for want of an acknowledgement */
+  uint64_t repeats;     /* requests heard before, answered without a callback */
+  uint64_t nacks[8];    /* by COAP_RPC_NACK_* */
+  uint64_t calls;       /* of COAP_RpcCall and COAP_RpcCallObserve that returned 0 */
+  uint64_t callEnds[8]; /* by COAP_RPC_CALL_* (coap_rpc_call.h); [0] is 0 */
   uint64_t callNotifications;      /* told to observations, the last ones excepted */
   uint64_t notifications;          /* payloads and pages handed to libcoap, one per observer */
   uint64_t notificationsDelivered; /* payloads acknowledged or, being NON, sent */
@@ -92,6 +108,9 @@ typedef struct CoapRpcStats {
   uint64_t ioNs;    /* time in them, nanoseconds, by a clock with steps of a few milliseconds: right
                        in the sum */
   uint64_t ioMaxNs; /* longest of them, in such steps */
+  CoapRpcTimes callbackTimes; /* the callbacks of `callbacks` */
+  uint64_t callNs;            /* time from the messages of calls to their answers, nanoseconds */
+  CoapRpcTimes callTimes;     /* the same by size: CoapRpcCallRsp.rttUs, in microseconds there */
 
   /* Gauges */
   uint64_t uris;            /* registered server URIs */
@@ -143,7 +162,8 @@ typedef struct CoapRpcUriStats {
  * Returns 0 or:  1900001661 null argument (asserted)     1900001662 size is less than 8 */
 COAP_RPC_API uint32_t COAP_RpcGetStats(CoapRpcCtx *ctx, CoapRpcStats *stats);
 
-/* CoapRpcOnUriStats is told of one URI.  May call COAP_RpcGetStats and read, not change, tables.
+/* CoapRpcOnUriStats is told of one URI.  It may call anything but COAP_RpcUninit; a URI that it
+ * registers or removes is visited or not.
  *
  *   key, stats   valid during the call */
 typedef void (*CoapRpcOnUriStats)(uint64_t userData, const CoapRpcUriKey *key,
@@ -165,9 +185,11 @@ COAP_RPC_API uint32_t COAP_RpcVisitUriStats(CoapRpcCtx *ctx, const CoapRpcUriKey
 
 /* COAP_RpcShowStats adds display commands for operators, beside the eight that are always there:
  *
- *   disp server stats      name and value of each number that concerns the server or both sides
+ *   disp server stats      each number that concerns the server or both sides
  *   disp server uriStats   the numbers of each URI
- *   disp client stats      name and value of each number that concerns the client
+ *   disp server times      how many callbacks took how long
+ *   disp client stats      each number that concerns the client
+ *   disp client times      how many answers to calls took how long
  *   disp client call       calls, observations and unacknowledged base requests under way, with
  *                          age, attempts and local address
  *   disp server async      requests that were given to onAsyncRequest and are not answered

@@ -143,7 +143,9 @@ void FollowRequest(CoapRpcCtx *ctx, const CoapRpcCliSession *session,
                    const CoapRpcCliReqData *req) {
   CoapRpcCliEnds *ends = ctx->cli->ends;
   if (!ends || req->isDropped || req->key.uri.msgType != COAP_RPC_CON) return;
-  auto open = ends->num < kMaxOpenRequests ? NewOpen(ctx, *session, *req) : nullptr;
+  const bool hasRoom = ends->num < kMaxOpenRequests;
+  if (!hasRoom) ++ctx->counts.refused[COAP_RPC_LIMIT_FOLLOWED];
+  auto open = hasRoom ? NewOpen(ctx, *session, *req) : nullptr;
   if (!open) {
     ++ends->numUnfollowed;
     return;

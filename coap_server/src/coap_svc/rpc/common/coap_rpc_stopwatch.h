@@ -7,6 +7,7 @@
 
 #include "coap_svc/rpc/common/coap_rpc_ctx.h"
 #include "coap_svc/rpc/common/coap_rpc_probe.h"
+#include "coap_svc/rpc/common/coap_rpc_times.h"
 
 namespace coap_rpc {
 
@@ -38,6 +39,7 @@ class CallbackTime {
     const uint64_t ns = MonotonicNs() - sinceNs_;
     ++ctx_->counts.callbacks;
     AddTime(ns, ctx_->counts.callbackNs, ctx_->counts.callbackMaxNs);
+    CountTime(ctx_->counts.callbackTimes, ns);
     if (uri_) AddTime(ns, uri_->stats.callbackNs, uri_->stats.callbackMaxNs);
     COAP_RPC_PROBE3(callback__end, ctx_, path_, ns);
   }

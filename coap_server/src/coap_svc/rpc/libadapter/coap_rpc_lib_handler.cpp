@@ -172,7 +172,7 @@ void COAP_RpcSerHandleIdl(CoapRpcSerUriVtbl *entry, coap_resource_t *resource,
 void COAP_RpcNackhandler(coap_session_t *session, const coap_pdu_t *sent,
                          const coap_nack_reason_t reason, const coap_mid_t mid) {
   if (TakeMirrorNack(session, sent, reason)) return;
-  CountNack(session, reason);
+  CountNack(session, reason, mid);
   if (NoteNack(session, sent, reason, mid) || NoteDirectNack(session, sent, reason)) return;
   if (NoteFailure(session, reason) || EndCallByNack(session, sent, reason, mid)) return;
   CoapRpcCallGiveUp(session, sent, reason, mid);

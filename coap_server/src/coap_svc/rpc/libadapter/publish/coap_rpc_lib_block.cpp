@@ -45,9 +45,11 @@ void ExpireLastBlocks(CoapRpcCtx *ctx) {
   uint32_t num = 0;
   LastBlocks(ctx->lib->lastBlockList).ForEach([&](const CoapRpcLastBlock *) { ++num; });
   ForgetIf(ctx, [&](const CoapRpcLastBlock &last) {
-    const bool isDue = num > kMaxLastBlocks || HasPassed(last.sentAt, kLastBlockKeepMs);
-    if (isDue) --num;
-    return isDue;
+    const bool isOver = HasPassed(last.sentAt, kLastBlockKeepMs);
+    if (!isOver && num <= kMaxLastBlocks) return false;
+    if (!isOver) ++ctx->counts.refused[COAP_RPC_LIMIT_LAST_BLOCKS];
+    --num;
+    return true;
   });
 }
 
@@ -110,8 +112,8 @@ void Release(BlockRecord *block) { CoapRpcLibEndBlocks(block->session, block); }
 // are too many: observers that register and never fetch leave one each.
 void EndSpareBlocks(CoapRpcCtx *ctx) {
   EndOldest(
-      AdapterBlocks(ctx->lib->blockList), [](const BlockRecord &block) { return !block.holdsFlag; },
-      Release);
+      ctx, AdapterBlocks(ctx->lib->blockList),
+      [](const BlockRecord &block) { return !block.holdsFlag; }, Release);
 }
 
 // Expire looks at one payload; its record may be gone then.

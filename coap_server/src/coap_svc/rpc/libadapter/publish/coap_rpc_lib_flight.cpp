@@ -82,7 +82,7 @@ bool IsSpare(const Flight &flight) {
 // EndSpareFlights puts the oldest spare payloads back when there are too many: their observers
 // acknowledge nothing.
 void EndSpareFlights(CoapRpcCtx *ctx) {
-  EndOldest(AdapterFlights(ctx->lib->flightList), IsSpare, EndFailed);
+  EndOldest(ctx, AdapterFlights(ctx->lib->flightList), IsSpare, EndFailed);
 }
 
 // Fail ends a flight that did not arrive, unless its peer is fetching it.

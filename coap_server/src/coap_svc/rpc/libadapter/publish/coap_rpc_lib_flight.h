@@ -55,11 +55,12 @@ static_assert(offsetof(Flight, chgs) == 0, "a flight is found by its changes");
 // EndOldest calls `end`, which takes a record off its list, for the oldest of those that `isSpare`
 // says yes to, until kMaxSpareBlocks of them are left.
 template <typename AnyList, typename IsSpare, typename End>
-void EndOldest(const AnyList &list, IsSpare isSpare, End end) {
+void EndOldest(CoapRpcCtx *ctx, const AnyList &list, IsSpare isSpare, End end) {
   uint32_t numSpare = 0;
   list.ForEach([&](const auto *rec) { numSpare += isSpare(*rec) ? 1 : 0; });
   list.ForEach([&](auto *rec) {
     if (numSpare <= kMaxSpareBlocks || !isSpare(*rec)) return;
+    ++ctx->counts.refused[COAP_RPC_LIMIT_PAYLOADS];
     end(rec);
     --numSpare;
   });

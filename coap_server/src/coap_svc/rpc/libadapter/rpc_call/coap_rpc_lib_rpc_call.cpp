@@ -51,6 +51,15 @@ constexpr uint32_t kRequestIncomplete = 408;
 
 uint64_t NowUs() { return MonotonicNs() / 1000; }
 
+// RttUs counts the time of an answer; 0 for a notification.
+uint64_t RttUs(CoapRpcCtx *ctx, const RpcCall &call) {
+  if (call.sentUs == 0) return 0;
+  const uint64_t us = NowUs() - call.sentUs;
+  ctx->counts.callNs += us * 1000;
+  CountTime(ctx->counts.callTimes, us * 1000);
+  return us;
+}
+
 // CallOnRsp tells the application of an answer or an end.
 void CallOnRsp(CoapRpcCtx *ctx, CoapRpcOnCallRsp onRsp, uint64_t userData,
                const CoapRpcCallRsp &rsp) {
@@ -254,7 +263,7 @@ uint32_t StartCall(CoapRpcCtx *ctx, const CoapRpcCallAddr &addr, const CoapRpcCa
 void TellCall(CoapRpcCtx *ctx, const RpcCall &call, const coap_pdu_t *answer, uint32_t isLast) {
   CoapRpcCallRsp rsp = RspOf(call, COAP_RPC_CALL_ANSWERED);
   rsp.isLast = isLast;
-  rsp.rttUs = call.sentUs != 0 ? NowUs() - call.sentUs : 0;
+  rsp.rttUs = RttUs(ctx, call);
   ReadAnswer(answer, &rsp);
   char *location = LocationOf(ctx, answer);
   rsp.locationPath = location;

@@ -17,6 +17,7 @@
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
 #include "coap_svc/rpc/server/sync/coap_rpc_ser_sync.h"
 #include "kst_mem.h"
+#include "libcoap/ext/coap_rpc_lib_traffic.h"
 
 // Null in a host that does not say.
 #pragma weak KST_MemUsage
@@ -81,6 +82,14 @@ void ReadClient(CoapRpcCliData *cli, CoapRpcStats &stats) {
   for (; session; session = COAP_RpcCliFindNextSession(cli, &session->key)) ++stats.sessions;
 }
 
+void ReadLimits(const coap_context_t *coapCtx, CoapRpcStats &stats) {
+  if (!coapCtx) return;
+  const CoapRpcLibLimitHits hits = CoapRpcLibGetLimitHits(coapCtx);
+  stats.refused[COAP_RPC_LIMIT_OBSERVERS] = hits.observers;
+  stats.refused[COAP_RPC_LIMIT_IDLE_PEERS] = hits.idlePeers;
+  stats.refused[COAP_RPC_LIMIT_UPLOADS] = hits.uploads;
+}
+
 void ReadPool(uint64_t mem, CoapRpcStats &stats) {
   if (KST_MemUsage) KST_MemUsage(mem, &stats.poolBytes, &stats.poolMaxBytes);
 }
@@ -125,6 +134,7 @@ void ReadStats(CoapRpcCtx *ctx, CoapRpcStats &stats) {
   if (!ctx->lib) return;
   stats.answerSessions = ctx->lib->numAnswerSessions;
   ReadMirrors(ctx->lib->mirrors, stats);
+  ReadLimits(ctx->lib->coapCtx, stats);
 }
 
 }  // namespace coap_rpc
@@ -150,9 +160,10 @@ uint32_t COAP_RpcVisitUriStats(CoapRpcCtx *ctx, const CoapRpcUriKey *after, uint
   CoapRpcSerUriVtbl *entry = FirstUri(ctx->ser, after);
   while (entry && (maxNum == 0 || numVisited < maxNum)) {
     const CoapRpcUriStats stats = ReadUriStats(entry, &room);
+    const CoapRpcUriKey key = entry->key;  // the callback may remove the entry
     ++numVisited;
-    onUri(userData, &entry->key, &stats);
-    entry = COAP_RpcSerFindNextUriVtbl(ctx->ser, &entry->key);
+    onUri(userData, &key, &stats);
+    entry = FirstUri(ctx->ser, &key);
   }
   if (num) *num = numVisited;
   return 0;

@@ -2,149 +2,75 @@
  * row for each URI.
  *
  * The numbers of an instance are one reading and one call.  URIs are read one by one, a call of the
- * command apart, so that many of them do not hold up the instance's thread. */
+ * command apart, so that many of them do not hold up the instance's thread; such a row counts at
+ * most kMaxCountedInRow changes. */
 #include <cinttypes>
-#include <cstring>
-#include <iterator>
 
 #include "coap_svc/rpc/common/coap_rpc_disp.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/common/coap_rpc_safe.h"
 #include "coap_svc/rpc/common/coap_rpc_text.h"
+#include "coap_svc/rpc/common/coap_rpc_times.h"
+#include "coap_svc/rpc/libadapter/stats/coap_rpc_lib_numbers.h"
 #include "coap_svc/rpc/libadapter/stats/coap_rpc_lib_stats.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
 
 namespace coap_rpc {
 namespace {
 
-// Number is a field of CoapRpcStats as operators see it.
-struct Number {
-  const char *name;
-  size_t at;
-};
-
-#define FIELD(field) offsetof(CoapRpcStats, field)
-
-// Two directions of the same kinds of messages.  Requests come to a server, responses leave it; for
-// a client it is the other way round.
-#define TRAFFIC(way)                                                                            \
-  {#way ".messages", FIELD(way.messages)}, {#way ".bytes", FIELD(way.bytes)},                   \
-      {#way ".requests.get", FIELD(way.requests[COAP_RPC_GET])},                                \
-      {#way ".requests.post", FIELD(way.requests[COAP_RPC_POST])},                              \
-      {#way ".requests.put", FIELD(way.requests[COAP_RPC_PUT])},                                \
-      {#way ".requests.delete", FIELD(way.requests[COAP_RPC_DELETE])},                          \
-      {#way ".requests.fetch", FIELD(way.requests[COAP_RPC_FETCH])},                            \
-      {#way ".requests.patch", FIELD(way.requests[COAP_RPC_PATCH])},                            \
-      {#way ".requests.ipatch", FIELD(way.requests[COAP_RPC_IPATCH])},                          \
-      {#way ".requests.other", FIELD(way.requests[0])},                                         \
-      {#way ".responses.2", FIELD(way.responses[2])},                                           \
-      {#way ".responses.4", FIELD(way.responses[4])},                                           \
-      {#way ".responses.5", FIELD(way.responses[5])},                                           \
-      {#way ".responses.other", FIELD(way.responses[0])}, {#way ".acks", FIELD(way.emptyAcks)}, \
-      {#way ".resets", FIELD(way.resets)}, {                                                    \
-#way ".pings", FIELD(way.pings)                                                             \
-  }
-
-constexpr Number kServerNumbers[] = {
-    TRAFFIC(in),
-    TRAFFIC(out),
-    {"bad", FIELD(badMessages)},
-    {"resends", FIELD(resends)},
-    {"repeats", FIELD(repeats)},
-    {"notifications", FIELD(notifications)},
-    {"notifications.delivered", FIELD(notificationsDelivered)},
-    {"notifications.failed", FIELD(notificationsFailed)},
-    {"changes.putBack", FIELD(changesPutBack)},
-    {"changes.pending", FIELD(changesPending)},
-    {"changes.inFlight", FIELD(changesInFlight)},
-    {"changes.oldestMs", FIELD(oldestPendingMs)},
-    {"sync.pulls", FIELD(syncPulls)},
-    {"sync.pages", FIELD(syncPages)},
-    {"sync.full", FIELD(syncFull)},
-    {"uris", FIELD(uris)},
-    {"tuples", FIELD(tuples)},
-    {"observers", FIELD(observers)},
-    {"peers", FIELD(peers)},
-    {"async.open", FIELD(openAsync)},
-    {"async.sessions", FIELD(answerSessions)},
-    {"refused.openOfPeer", FIELD(refused[COAP_RPC_LIMIT_OPEN_OF_PEER])},
-    {"refused.open", FIELD(refused[COAP_RPC_LIMIT_OPEN])},
-    {"refused.askers", FIELD(refused[COAP_RPC_LIMIT_ASKERS])},
-    {"refused.answers", FIELD(refused[COAP_RPC_LIMIT_ANSWERS])},
-    {"refused.directPeers", FIELD(refused[COAP_RPC_LIMIT_DIRECT_PEERS])},
-    {"refused.direct", FIELD(refused[COAP_RPC_LIMIT_DIRECT])},
-    {"refused.putBack", FIELD(refused[COAP_RPC_LIMIT_PUT_BACK])},
-    {"refused.givenUp", FIELD(refused[COAP_RPC_LIMIT_GIVEN_UP])},
-    {"refused.remembered", FIELD(refused[COAP_RPC_LIMIT_REMEMBERED])},
-    {"refused.syncBodies", FIELD(refused[COAP_RPC_LIMIT_SYNC_BODIES])},
-    {"refused.directBodies", FIELD(refused[COAP_RPC_LIMIT_DIRECT_BODIES])},
-    {"callbacks", FIELD(callbacks)},
-    {"callbacks.ns", FIELD(callbackNs)},
-    {"callbacks.maxNs", FIELD(callbackMaxNs)},
-    {"io.runs", FIELD(ioRuns)},
-    {"io.ns", FIELD(ioNs)},
-    {"io.maxNs", FIELD(ioMaxNs)},
-    {"pool.bytes", FIELD(poolBytes)},
-    {"pool.maxBytes", FIELD(poolMaxBytes)},
-};
-
-constexpr Number kClientNumbers[] = {
-    {"calls", FIELD(calls)},
-    {"calls.open", FIELD(openCalls)},
-    {"calls.answered", FIELD(callEnds[1])},
-    {"calls.timeout", FIELD(callEnds[2])},
-    {"calls.cancelled", FIELD(callEnds[3])},
-    {"calls.reset", FIELD(callEnds[4])},
-    {"calls.unreachable", FIELD(callEnds[5])},
-    {"calls.stopped", FIELD(callEnds[6])},
-    {"calls.notifications", FIELD(callNotifications)},
-    {"notifications.old", FIELD(notificationsOld)},
-    {"nacks.timeout", FIELD(nacks[COAP_RPC_NACK_TIMEOUT])},
-    {"nacks.undeliverable", FIELD(nacks[COAP_RPC_NACK_UNDELIVERABLE])},
-    {"nacks.reset", FIELD(nacks[COAP_RPC_NACK_RESET])},
-    {"nacks.unreachable", FIELD(nacks[COAP_RPC_NACK_UNREACHABLE])},
-    {"nacks.badResponse", FIELD(nacks[COAP_RPC_NACK_BAD_RESPONSE])},
-    {"nacks.other", FIELD(nacks[COAP_RPC_NACK_OTHER])},
-    {"sessions", FIELD(sessions)},
-    {"mirrors.connecting", FIELD(mirrors[1])},
-    {"mirrors.fullSync", FIELD(mirrors[2])},
-    {"mirrors.synced", FIELD(mirrors[3])},
-    {"mirrors.behind", FIELD(mirrors[4])},
-    {"mirrors.stale", FIELD(mirrors[5])},
-    {"mirrors.refused", FIELD(mirrors[6])},
-    {"refused.calls", FIELD(refused[COAP_RPC_LIMIT_CALLS])},
-    {"refused.mirrors", FIELD(refused[COAP_RPC_LIMIT_MIRRORS])},
-};
-
-uint64_t ValueOf(const CoapRpcStats &stats, const Number &number) {
-  uint64_t value = 0;
-  memcpy(&value, reinterpret_cast<const uint8_t *>(&stats) + number.at, sizeof(value));
-  return value;
-}
-
 // PrintNumbers prints rows of one reading.
-template <size_t kNum>
-void PrintNumbers(CoapRpcCtx *ctx, const char *side, const Number (&numbers)[kNum]) {
+void PrintNumbers(CoapRpcCtx *ctx, const char *side, std::span<const Number> numbers) {
   const uint64_t disp = ctx->param.dispHandle;
   CoapRpcStats stats;
   ReadStats(ctx, stats);
   int32_t counter = 0;
   for (const Number &number : numbers) {
-    KST_DispPrintf_(disp, "%s stats[%3d]: name(%s)/value(%" PRIu64 ")\n", side, counter++,
-                    number.name, ValueOf(stats, number));
+    KST_DispPrintf_(disp, "%s stats[%3d]: name(%s)/of(%s)/kind(%s)/unit(%s)/value(%" PRIu64 ")\n",
+                    side, counter++, number.name, number.of, number.kind, number.unit,
+                    ValueOf(stats, number));
   }
   KST_DispPrintf_(disp, " ***total %d %s number(s) ***\n", counter, side);
 }
 
 uint32_t DispServerStats(void *ctx, ...) {
-  PrintNumbers(static_cast<CoapRpcCtx *>(ctx), "server", kServerNumbers);
+  PrintNumbers(static_cast<CoapRpcCtx *>(ctx), "server", ServerNumbers());
   return 0;
 }
 
 uint32_t DispClientStats(void *ctx, ...) {
-  PrintNumbers(static_cast<CoapRpcCtx *>(ctx), "client", kClientNumbers);
+  PrintNumbers(static_cast<CoapRpcCtx *>(ctx), "client", ClientNumbers());
   return 0;
 }
+
+// PrintTimes prints a row for each size of durations; the last one has what all take together.
+void PrintTimes(CoapRpcCtx *ctx, const char *side, const char *what, const CoapRpcTimes &times,
+                uint64_t sumNs) {
+  const uint64_t disp = ctx->param.dispHandle;
+  for (uint32_t i = 0; i < kLastTime; ++i) {
+    KST_DispPrintf_(disp,
+                    "%s times[%3u]: name(%s)/below(%" PRIu64 ")/unit(ns)/count(%" PRIu64 ")\n",
+                    side, i, what, TimeBelow(i), times.num[i]);
+  }
+  KST_DispPrintf_(
+      disp, "%s times[%3u]: name(%s)/below(inf)/unit(ns)/count(%" PRIu64 ")/sum(%" PRIu64 ")\n",
+      side, kLastTime, what, times.num[kLastTime], sumNs);
+  KST_DispPrintf_(disp, " ***total %u %s time(s) ***\n", kLastTime + 1, side);
+}
+
+uint32_t DispServerTimes(void *obj, ...) {
+  auto *ctx = static_cast<CoapRpcCtx *>(obj);
+  PrintTimes(ctx, "server", "callbacks", ctx->counts.callbackTimes, ctx->counts.callbackNs);
+  return 0;
+}
+
+uint32_t DispClientTimes(void *obj, ...) {
+  auto *ctx = static_cast<CoapRpcCtx *>(obj);
+  PrintTimes(ctx, "client", "calls", ctx->counts.callTimes, ctx->counts.callNs);
+  return 0;
+}
+
+// What a row may take: a few of them are printed in a turn of the host's loop.
+constexpr uint32_t kMaxCountedInRow = 4096;
 
 struct UriDump {
   using Key = CoapRpcUriKey;
@@ -155,7 +81,7 @@ struct UriDump {
   }
   static const Key &KeyOf(const CoapRpcSerUriVtbl &entry) { return entry.key; }
   static char *Text(CoapRpcSerData *, CoapRpcSerUriVtbl *entry, char *buf, uint32_t size) {
-    uint32_t room = COAP_RPC_STATS_MAX_COUNTED;
+    uint32_t room = kMaxCountedInRow;
     const CoapRpcUriStats stats = ReadUriStats(entry, &room);
     const CoapRpcUriKey &key = entry->key;
     snprintf_truncated_s(
@@ -188,6 +114,10 @@ constexpr DispCommand kCommands[] = {
      "counters of each registered URI"},
     {"DispClientStats", DispClientStats, "disp client stats", nullptr,
      "counters of calls, failures and mirrors"},
+    {"DispServerTimes", DispServerTimes, "disp server times", nullptr,
+     "how many callbacks took how long"},
+    {"DispClientTimes", DispClientTimes, "disp client times", nullptr,
+     "how many answers to calls took how long"},
 };
 
 }  // namespace

@@ -4,13 +4,15 @@
 
 #include "coap_svc/rpc/common/coap_rpc_probe.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
+#include "libcoap/ext/coap_rpc_lib_traffic.h"
 
 namespace coap_rpc {
 namespace {
 
 constexpr unsigned kRequestClass = 0;
-constexpr unsigned kFirstResponseClass = 2;
-constexpr unsigned kLastResponseClass = 5;
+constexpr unsigned kSuccess = 2;
+constexpr unsigned kClientError = 4;
+constexpr unsigned kServerError = 5;
 
 void CountEmpty(CoapRpcTraffic &traffic, coap_pdu_type_t type) {
   if (type == COAP_MESSAGE_ACK) {
@@ -27,7 +29,8 @@ void CountRequest(CoapRpcTraffic &traffic, unsigned method) {
 }
 
 void CountResponse(CoapRpcTraffic &traffic, unsigned codeClass) {
-  const bool isKnown = codeClass >= kFirstResponseClass && codeClass <= kLastResponseClass;
+  const bool isKnown =
+      codeClass == kSuccess || codeClass == kClientError || codeClass == kServerError;
   ++traffic.responses[isKnown ? codeClass : 0];
 }
 
@@ -59,6 +62,14 @@ uint32_t NackOf(coap_nack_reason_t reason) {
   }
 }
 
+// IsOfNoMessage: a session that closes is told of with its first message or none, and then each of
+// its messages as it leaves the queue.
+bool IsOfNoMessage(const coap_session_t *session, coap_nack_reason_t reason, coap_mid_t mid) {
+  CoapRpcLibSending sending;
+  if (reason != COAP_NACK_NOT_DELIVERABLE) return false;
+  return mid == 0 || CoapRpcLibFindSending(session, mid, &sending) != 0;
+}
+
 }  // namespace
 
 void CountMessage(coap_context_t *coapCtx, const coap_pdu_t *pdu, size_t len, int isOut) {
@@ -74,8 +85,10 @@ void CountMessage(coap_context_t *coapCtx, const coap_pdu_t *pdu, size_t len, in
   }
 }
 
-void CountNack(const coap_session_t *session, coap_nack_reason_t reason) {
-  if (CoapRpcCtx *ctx = CoapRpcLibRootOf(session)) ++ctx->counts.nacks[NackOf(reason)];
+void CountNack(const coap_session_t *session, coap_nack_reason_t reason, coap_mid_t mid) {
+  CoapRpcCtx *ctx = CoapRpcLibRootOf(session);
+  if (!ctx || IsOfNoMessage(session, reason, mid)) return;
+  ++ctx->counts.nacks[NackOf(reason)];
 }
 
 void CountEvent(const coap_session_t *session, coap_event_t event) {

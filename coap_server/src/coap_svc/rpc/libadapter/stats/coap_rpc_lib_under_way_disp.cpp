@@ -102,21 +102,18 @@ bool FillCall(const RpcCall *call, RequestRow &row) {
 }
 
 // IsOfCalls says whether a message is a call's; calls have rows of their own.
-bool IsOfCalls(CoapRpcCalls *calls, const CoapRpcLibSending &sending) {
-  const coap_bin_const_t token = CoapRpcLibRequestToken(sending.session, sending.pdu);
-  return FindRpcCall(calls, IdOf(token)) != nullptr;
+int IsOfCalls(void *calls, const coap_session_t *session, const coap_pdu_t *pdu) {
+  const coap_bin_const_t token = CoapRpcLibRequestToken(session, pdu);
+  return FindRpcCall(static_cast<CoapRpcCalls *>(calls), IdOf(token)) != nullptr;
 }
 
 bool FillBase(CoapRpcCtx *ctx, const coap_session_t *session, int64_t mid, RequestRow &row) {
   if (!ctx->lib || !ctx->lib->coapCtx) return false;
   CoapRpcLibSending &sending = row.sending;
-  sending.session = session;
-  sending.mid = static_cast<coap_mid_t>(mid);
-  do {
-    if (!CoapRpcLibNextSending(ctx->lib->coapCtx, sending.session, sending.mid, &sending)) {
-      return false;
-    }
-  } while (IsOfCalls(CallsOf(ctx), sending));
+  const bool isFound =
+      CoapRpcLibNextSending(ctx->lib->coapCtx, session, static_cast<coap_mid_t>(mid), IsOfCalls,
+                            CallsOf(ctx), &sending) != 0;
+  if (!isFound) return false;
   row.call = nullptr;
   row.isSending = true;
   SetPlace(row, {1, {}, sending.session, sending.mid});
