@@ -31,7 +31,13 @@ def counts(page):
           "counters have sparklines")
     until(lambda: page.value("parseFloat(document.querySelector('.tile b').textContent)") > 0,
           "requests per second are shown")
-    check("p50 / p99" in page.value("document.querySelector('.tiles').textContent"), "and quantiles")
+    def tiles():
+        return page.value("document.querySelector('[data-host=h0] .tiles').textContent")
+
+    until(lambda: "server callbacks, p50 / p99" in tiles(), "and quantiles of callbacks")
+    check("< 1.0 us / < 1.0 us" in tiles(), "by the sizes that the host counts")
+    until(lambda: "server in.requests get" in tiles(), "a counter that moves has a tile")
+    check("server bad" not in tiles(), "one that does not has none")
 
 
 def type_filter(page, text):

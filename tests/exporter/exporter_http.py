@@ -46,7 +46,12 @@ def serves_metrics(exporter):
         families = {family.name: family for family in text_string_to_metric_families(text)}
         uris = {s.labels["uri"] for s in families["kestrel_server_uriVtbl_observerNum"].samples}
         check('quote"back\\slash' in uris and "{curly=\"x\"} 1" in uris, "names that need escaping")
-        check(families["kestrel_server_stats_count"].type == "counter", "counters are counters")
+        check(families["kestrel_server_in_requests"].type == "counter", "counters are counters")
+        times = families["kestrel_server_callbacks_duration_seconds"]
+        check(times.type == "histogram", "times are a histogram")
+        check([s.labels["le"] for s in times.samples if s.name.endswith("_bucket")]
+              == ["1.024e-06", "2.048e-06", "+Inf"], "with its bounds")
+        check(families["kestrel_server_pool_used_bytes"].samples[0].value == 4096, "units are told")
     check("# EOF" not in exporter.get("/metrics")[2], "the older format for those who do not ask")
 
 
@@ -189,7 +194,7 @@ def takes_ten_thousand(program, server):
         check(len(json.loads(exporter.get(URIS)[2])) == 10000, "10,000 rows as JSON")
         text = exporter.get("/metrics")[2]
         check(text.count("\nkestrel_server_uriVtbl_observerNum{") == 1000, "1,000 series of a metric")
-        check('kestrel_exporter_left_out{metric="kestrel_server_uriVtbl_observerNum"} 9000' in text,
+        check('kestrel_exporter_left_out_total{metric="kestrel_server_uriVtbl_observerNum"} 9000' in text,
               "what is left out is counted")
         check(len(exporter.get("/")[2]) < 100000, "the page stays small")
         leaves_slow_readers(exporter)

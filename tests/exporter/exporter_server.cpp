@@ -3,9 +3,9 @@
  *   exporter_server <socket> <number of uris>
  *
  * The object "shop" has "disp server uriVtbl" with that many URIs, of which some have names that
- * hurt who does not escape them, "disp server stats", whose values grow with each run, and "disp
- * runs", the number of runs so far of all its commands.  It also has "reset all", which nobody may
- * run. Ends with its standard input. */
+ * hurt who does not escape them, "disp server stats" and "disp server times", whose values grow
+ * with each run, and "disp runs", the number of runs so far of all its commands.  It also has
+ * "reset all", which nobody may run. Ends with its standard input. */
 #include <kestrel.h>
 #include <kst_disp.h>
 #include <unistd.h>
@@ -58,8 +58,21 @@ uint32_t DispUris(void *self, ...) {
 uint32_t DispStats(void *self, ...) {
   auto *shop = static_cast<Shop *>(self);
   ++shop->numRuns;
-  KST_DispPrintf_(shop->Disp(), "name(requests)/count(%u)\nname(timeouts)/count(0)\n",
+  KST_DispPrintf_(shop->Disp(),
+                  "server stats[0]: name(in.requests)/of(get)/kind(counter)/unit(-)/value(%u)\n"
+                  "server stats[1]: name(bad)/of(-)/kind(counter)/unit(-)/value(0)\n"
+                  "server stats[2]: name(pool.used)/of(-)/kind(gauge)/unit(bytes)/value(4096)\n",
                   shop->numRuns * 3);
+  return 0;
+}
+
+uint32_t DispTimes(void *self, ...) {
+  auto *shop = static_cast<Shop *>(self);
+  KST_DispPrintf_(shop->Disp(),
+                  "server times[0]: name(callbacks)/below(1024)/unit(ns)/count(%u)\n"
+                  "server times[1]: name(callbacks)/below(2048)/unit(ns)/count(1)\n"
+                  "server times[2]: name(callbacks)/below(inf)/unit(ns)/count(0)/sum(%u)\n",
+                  shop->numRuns * 3, shop->numRuns * 1000);
   return 0;
 }
 
@@ -92,6 +105,7 @@ int main(int argc, char **argv) {
   KST_DispRegObj(disp, "shop", &shop);
   KST_DispRegFunc_(disp, "DispUris", DispUris, "disp server uriVtbl", 128, "shop", 0);
   KST_DispRegFunc_(disp, "DispStats", DispStats, "disp server stats", 128, "shop", 0);
+  KST_DispRegFunc_(disp, "DispTimes", DispTimes, "disp server times", 128, "shop", 0);
   KST_DispRegFunc_(disp, "DispRuns", DispRuns, "disp runs", 128, "shop", 0);
   KST_DispRegFunc_(disp, "ResetAll", ResetAll, "reset all", 128, "shop", 0);
   const KestrelDispAccess access = {argv[1], 0, 0};

@@ -4,24 +4,17 @@
 #include <prometheus/text_serializer.h>
 
 #include <algorithm>
-#include <charconv>
-#include <map>
-#include <optional>
-#include <set>
 #include <sstream>
 
 #include "escape.h"
+#include "families.h"
+#include "metric_tables.h"
 
 namespace exporter {
 
 namespace {
 
-using prometheus::ClientMetric;
-using prometheus::MetricFamily;
 using prometheus::MetricType;
-using Labels = std::vector<ClientMetric::Label>;
-
-constexpr char kLeftOut[] = "kestrel_exporter_left_out";
 
 // Numbers that mean nothing as numbers.
 constexpr std::string_view kNoValues[] = {"mid", "token"};
@@ -34,76 +27,12 @@ bool IsOneOf(std::string_view name, const List &list) {
   return std::find(std::begin(list), std::end(list), name) != std::end(list);
 }
 
-std::optional<double> NumberOf(const std::string &text) {
-  if (text.empty() || text.find_first_not_of("0123456789.") != text.npos) return std::nullopt;
-  double number = 0;
-  const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
-  const bool isNumber = parsed.ec == std::errc() && parsed.ptr == text.data() + text.size();
-  return isNumber ? std::optional(number) : std::nullopt;
-}
-
-// NamePart has only characters that a metric's name may have.
-std::string NamePart(std::string_view text) {
-  std::string name;
-  for (const char c : text) {
-    const bool isAllowed =
-        (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-    name += isAllowed ? c : '_';
-  }
-  return name;
-}
-
 std::string MetricName(const TableId &id, std::string_view column) {
   std::string_view command = id.command;
   if (command.starts_with("disp ")) command.remove_prefix(5);
   std::string name = "kestrel_" + NamePart(command) + "_" + NamePart(column);
   return IsOneOf(column, kCounters) ? name + "_total" : name;
 }
-
-// Families collects series by metric, within the limits.
-class Families {
- public:
-  void Add(const std::string &name, const char *help, MetricType type, Labels &&labels,
-           double value) {
-    MetricFamily *family = Find(name, help, type);
-    if (!family) return;
-    std::sort(labels.begin(), labels.end());
-    if (family->metric.size() >= kMaxSeries || !seen_[name].insert(labels).second) {
-      ++leftOut_[name];
-      return;
-    }
-    ClientMetric metric;
-    metric.label = std::move(labels);
-    (type == MetricType::Counter ? metric.counter.value : metric.gauge.value) = value;
-    family->metric.push_back(std::move(metric));
-  }
-
-  // Take gives all families, and what was left out.
-  std::vector<MetricFamily> Take() {
-    for (const auto &[name, count] : leftOut_) {
-      Add(kLeftOut, "series that this scrape leaves out, by metric", MetricType::Gauge,
-          {{"metric", name}}, static_cast<double>(count));
-    }
-    std::vector<MetricFamily> all;
-    for (auto &entry : families_) all.push_back(std::move(entry.second));
-    return all;
-  }
-
- private:
-  MetricFamily *Find(const std::string &name, const char *help, MetricType type) {
-    const auto found = families_.find(name);
-    if (found != families_.end()) return &found->second;
-    if (families_.size() >= kMaxMetrics && name != kLeftOut) {
-      ++leftOut_["*"];
-      return nullptr;
-    }
-    return &families_.emplace(name, MetricFamily{name, help, type, {}}).first->second;
-  }
-
-  std::map<std::string, MetricFamily> families_;
-  std::map<std::string, std::set<Labels>> seen_;
-  std::map<std::string, size_t> leftOut_;
-};
 
 Labels LabelsOf(const HostView &host, const TableId &id) {
   Labels labels{{"host", host.name}, {"object", console::Escaped(id.object)}};
@@ -135,6 +64,11 @@ void AddTable(const HostView &host, const Table &table, Families &families) {
                static_cast<double>(table.rows.size()));
   families.Add("kestrel_table_is_cut", "1: the table has more rows than are kept",
                MetricType::Gauge, std::move(labels), table.isCut ? 1 : 0);
+  const Labels own = LabelsOf(host, table.id);
+  if (AddNumbers(table, own, families) || AddTimes(table, own, families) ||
+      AddUris(table, own, families)) {
+    return;
+  }
   for (const TableRow &row : table.rows) AddRow(host, table, row, families);
 }
 
@@ -171,14 +105,31 @@ std::string AsOpenMetrics(const std::string &text) {
   return result + "# EOF\n";
 }
 
+void AddLeftOut(LeftOut &leftOut, Families &families) {
+  for (const auto &[metric, count] : leftOut.Add(families.LeftOut())) {
+    families.Add(kLeftOutMetric, "series that scrapes have left out, by metric",
+                 MetricType::Counter, {{"metric", metric}}, static_cast<double>(count));
+  }
+}
+
 }  // namespace
 
-std::string MetricsText(const std::vector<HostView> &hosts, bool isOpenMetrics) {
+std::map<std::string, uint64_t> LeftOut::Add(const std::map<std::string, uint64_t> &more) {
+  const std::lock_guard lock(mutex_);
+  for (const auto &[metric, count] : more) {
+    const bool hasPlace = all_.size() < kMaxMetrics || all_.contains(metric);
+    all_[hasPlace ? metric : "*"] += count;
+  }
+  return all_;
+}
+
+std::string MetricsText(const std::vector<HostView> &hosts, bool isOpenMetrics, LeftOut &leftOut) {
   Families families;
   for (const HostView &host : hosts) AddHost(host, families);
   for (const HostView &host : hosts) {
     for (const auto &entry : host.tables) AddTable(host, *entry.second, families);
   }
+  AddLeftOut(leftOut, families);
   const std::string text = prometheus::TextSerializer().Serialize(families.Take());
   return isOpenMetrics ? AsOpenMetrics(text) : text;
 }

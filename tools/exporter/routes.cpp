@@ -97,7 +97,7 @@ void Routes::SendPage(const Request &, Response &response) {
 void Routes::SendMetrics(const Request &request, Response &response) {
   const bool isOpen =
       request.get_header_value("Accept").find("openmetrics-text") != std::string::npos;
-  response.set_content(MetricsText(LookAtAll(), isOpen), isOpen ? kOpenMetrics : kTextFormat);
+  response.set_content(MetricsText(LookAtAll(), isOpen, leftOut_), isOpen ? kOpenMetrics : kTextFormat);
 }
 
 void Routes::SendHealth(const Request &, Response &response) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host_poller.h"
+#include "metrics.h"
 #include "web_server.h"
 
 namespace exporter {
@@ -49,6 +50,7 @@ class Routes {
   Hosts &hosts_;
   std::atomic<bool> isStopping_{false};
   std::atomic<size_t> numViewers_{0};
+  LeftOut leftOut_;
 };
 
 }  // namespace exporter

@@ -18,9 +18,10 @@ using console::Row;
 
 // An identity is what the fixed commands and their younger neighbours name their records by.
 constexpr std::string_view kIdentity[] = {
-    "uri",   "msgType", "observe", "pktType",  "payloadFormat", "listenAddr", "port", "srcIp",
-    "dstIp", "dstPort", "key",     "codeType", "reqKeyRsv",     "name",       "peer", "local",
-    "limit", "method",  "code",    "reason",   "state",         "outcome"};
+    "uri",    "msgType", "observe", "pktType",  "payloadFormat", "listenAddr", "port", "srcIp",
+    "dstIp",  "dstPort", "key",     "codeType", "reqKeyRsv",     "name",       "peer", "local",
+    "limit",  "method",  "code",    "reason",   "state",         "outcome",    "of",   "below",
+    "handle", "id"};
 
 std::string KeyOf(const Row &row) {
   std::string key;

@@ -1,0 +1,43 @@
+/* families.h: the metrics of one scrape, within the limits. */
+#ifndef KESTREL_TOOLS_EXPORTER_FAMILIES_H
+#define KESTREL_TOOLS_EXPORTER_FAMILIES_H
+
+#include <prometheus/metric_family.h>
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace exporter {
+
+using Labels = std::vector<prometheus::ClientMetric::Label>;
+
+class Families {
+ public:
+  void Add(const std::string &name, const char *help, prometheus::MetricType type, Labels labels,
+           double value);
+
+  // AddHistogram adds a series of cumulative buckets; the last one is of anything.
+  void AddHistogram(const std::string &name, const char *help, Labels labels,
+                    prometheus::ClientMetric::Histogram &&histogram);
+
+  const std::map<std::string, uint64_t> &LeftOut() const { return leftOut_; }
+
+  // Take gives all families.
+  std::vector<prometheus::MetricFamily> Take();
+
+ private:
+  prometheus::MetricFamily *Find(const std::string &name, const char *help,
+                                 prometheus::MetricType type);
+  prometheus::ClientMetric *NewSeries(const std::string &name, const char *help,
+                                      prometheus::MetricType type, Labels &&labels);
+
+  std::map<std::string, prometheus::MetricFamily> families_;
+  std::map<std::string, std::set<Labels>> seen_;
+  std::map<std::string, uint64_t> leftOut_;  // by metric; "*": for want of metrics
+};
+
+}  // namespace exporter
+
+#endif /* KESTREL_TOOLS_EXPORTER_FAMILIES_H */
