@@ -1,6 +1,7 @@
 #include "demo_node.h"
 
 #include <coap_svc/rpc/coap_rpc_ext.h>
+#include <coap_svc/rpc/coap_rpc_stats.h>
 #include <poll.h>
 
 #include <algorithm>
@@ -48,6 +49,7 @@ Node MakeDemoNode(const char *name, const std::string &address, const std::strin
   Node node = must(Node::make(
       {.name = name, .listen = address, .logLevel = KESTREL_LEVEL_WARN, .logsLibrary = true}));
   COAP_RpcSetLibLogLevel(node.ctx(), kLibLogWarnings);
+  COAP_RpcShowStats(node.ctx());
   const std::string socket = folder + "/" + name + ".sock";
   KestrelDispAccess access = {};
   access.path = socket.c_str();

@@ -1,6 +1,7 @@
 /* sweep_requests.cpp: requests that the server answers, at once and later. */
 #include "coap_svc/rpc/coap_rpc_direct.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
+#include "coap_svc/rpc/coap_rpc_stats.h"
 #include "sweep.h"
 
 namespace coap_rpc_test {
@@ -285,6 +286,26 @@ void WorksDirectLinks(Stage &stage) {
   EXPECT_TRUE(stage.HasHeard(Code(2, 5), "</plain>;title=\"2 3\";ct=\"2 3\";if=\"2 3\""));
 }
 
+// Numbers take no memory of the instance's.
+void ReadStats(Stage &stage) {
+  CoapRpcStats stats = {};
+  stats.size = sizeof(stats);
+  EXPECT_EQ(COAP_RpcGetStats(stage.Ctx(), &stats), 0u);
+  EXPECT_EQ(stats.uris, 1u);
+  uint32_t num = 0;
+  const CoapRpcOnUriStats onUri = [](uint64_t, const CoapRpcUriKey *, const CoapRpcUriStats *) {};
+  EXPECT_EQ(COAP_RpcVisitUriStats(stage.Ctx(), nullptr, 0, onUri, 0, &num), 0u);
+  EXPECT_EQ(num, 1u);
+}
+void PlayStats(Stage &stage) {
+  EXPECT_EQ(COAP_RpcShowStats(stage.Ctx()), 0u);
+  ReadStats(stage);
+  for (const char *command : {"disp server stats", "disp server times", "disp server uriStats",
+                              "disp server async", "disp client stats", "disp client call"}) {
+    EXPECT_FALSE(stage.host_.RunCommand(command).empty()) << command;
+  }
+}
+
 }  // namespace
 
 const std::vector<Scenario> &RequestScenarios() {
@@ -299,6 +320,7 @@ const std::vector<Scenario> &RequestScenarios() {
       {"AsyncSeveralAnswers", kPool | kLibcoap, PrepareAsync, PlayAsyncSeveral, WorksAsyncSeveral,
        true},
       {"AsyncAbort", kPool | kLibcoap, PrepareAsync, PlayAbort, WorksAbort, true},
+      {"Stats", 0, PrepareDirectAsync, PlayStats, PlayStats, true},
       {"DirectPost", kPool | kLibcoap, PrepareDirect, PlayDirect, WorksDirect, true},
       {"DirectLargeAnswer", kPool | kLibcoap, PrepareDirectLarge, PlayDirectLarge, WorksDirectLarge,
        true},

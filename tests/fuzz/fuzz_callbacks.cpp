@@ -9,6 +9,7 @@
 #include <deque>
 
 #include "coap_svc/rpc/coap_rpc_ext.h"
+#include "coap_svc/rpc/coap_rpc_stats.h"
 #include "coap_svc/rpc/common/coap_rpc_ctx.h"
 #include "fuzz_host.h"
 #include "fuzz_json.h"
@@ -200,7 +201,7 @@ class Application {
   // Act does what a callback may do.
   void Act(uint8_t kind, uint8_t arg) {
     const Entry &entry = kEntries[arg % std::size(kEntries)];
-    switch (kind % 11) {
+    switch (kind % 12) {
       case 0:
         return Call(entry, arg);
       case 1:
@@ -227,11 +228,25 @@ class Application {
       case 9:
         AttachAt(ctx_, entry, kServer, kOtherPort);
         return;
+      case 11:
+        return ReadStats(arg);
       default:
         RegisterServer(ctx_, entry, ServerSide());
         RegisterClient(ctx_, entry, ClientSide());
         return;
     }
+  }
+
+  // ReadStats looks at all numbers, and acts while it is told of a URI.
+  void ReadStats(uint8_t size) {
+    CoapRpcStats stats;
+    stats.size = size < 0x80 ? size : sizeof(stats);
+    COAP_RpcGetStats(ctx_, &stats);
+    COAP_RpcVisitUriStats(ctx_, nullptr, size % 8, OnUriStats, reinterpret_cast<uint64_t>(this),
+                          nullptr);
+  }
+  static void OnUriStats(uint64_t self, const CoapRpcUriKey *, const CoapRpcUriStats *) {
+    Of(self).Meanwhile();
   }
 
   // Meanwhile is what a callback does before it answers; nothing once the script is over, so that

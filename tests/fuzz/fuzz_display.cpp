@@ -3,9 +3,11 @@
 // many pages the operator stops and what happens between two pages, and a line.
 #include <cstring>
 
+#include "coap_svc/rpc/coap_rpc_call.h"
 #include "coap_svc/rpc/coap_rpc_cli.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/coap_rpc_ser.h"
+#include "coap_svc/rpc/coap_rpc_stats.h"
 #include "fuzz_host.h"
 #include "fuzz_wire.h"
 
@@ -17,6 +19,7 @@ constexpr uint8_t kOwn = 1;
 constexpr uint8_t kPeer = 11;
 constexpr uint8_t kNumTuples = 3;
 constexpr int kMaxLines = 16;
+constexpr uint8_t kMaxGrowing = 8;
 
 int32_t FieldCmp(const void *a, const void *b) { return memcmp(a, b, kFieldLen); }
 
@@ -47,6 +50,7 @@ class Instance {
  public:
   Instance() : param_(host_.Param()), ctx_(COAP_RpcInit(&param_)), peer_(kPeer, kCoapPort) {
     Check(ctx_ != nullptr, "no instance");
+    Check(COAP_RpcShowStats(ctx_) == 0, "no commands for numbers");
     for (const uint32_t pktType : {0u, 1u, 2u, 7u}) Register("plain", COAP_RPC_NON, 0, pktType);
     Register("observed", COAP_RPC_CON, 1, 0);
     Register("rendered", COAP_RPC_CON, 1, 0, WholeBuffer, NoText);
@@ -57,6 +61,8 @@ class Instance {
     for (uint8_t i = 0; i < kNumTuples; ++i) Change("rendered", i);
     for (uint32_t i = 0; i < 3; ++i) Call("plain", COAP_RPC_NON, i);
     Call("observed", COAP_RPC_CON, 0);
+    for (uint8_t i = 0; i < 3; ++i) Ask("plain", i);
+    for (uint32_t i = 0; i < 3; ++i) CallPeer(i);
   }
   ~Instance() { COAP_RpcUninit(ctx_); }
 
@@ -73,6 +79,8 @@ class Instance {
     const CoapRpcUriKey key = KeyOf(uri, msgType, observe, pktType);
     CoapRpcSerVtblReg reg = {};
     reg.payloadFormat = static_cast<uint8_t>(pktType);
+    reg.mode = 1;
+    reg.onAsyncRequest = OnAsyncRequest;
     CoapRpcSerObVtblReg ob = {};
     ob.keyLen = ob.valLen = kFieldLen;
     ob.tupleKeyCmp = FieldCmp;
@@ -121,6 +129,30 @@ class Instance {
     }
   }
 
+  // CallPeer makes a call that nobody answers.
+  void CallPeer(uint32_t port) {
+    CoapRpcCallAddr addr = {};
+    addr.dstIp = IpAddr(kPeer);
+    addr.dstPort = kCoapPort + port;
+    CoapRpcCall call = {};
+    call.method = COAP_RPC_GET;
+    call.path = "call";
+    call.onRsp = OnRsp;
+    uint64_t id = 0;
+    COAP_RpcCall(ctx_, &addr, &call, &id);
+  }
+  static void OnRsp(uint64_t, const CoapRpcCallRsp *) {}
+
+  // Ask leaves a request with the application, which keeps it.
+  void Ask(const char *uri, uint8_t token) {
+    peer_.SetRemote(kOwn, kCoapPort);
+    peer_.Send(Request(coap_rpc_test::CoapType::kCon, coap_rpc_test::kCodeGet, ++mid_, {token})
+                   .AddPath(uri)
+                   .PayloadText("q"));
+    COAP_RpcProcIo(ctx_);
+  }
+  static uint32_t OnAsyncRequest(uint64_t, uint8_t *, uint32_t, void *) { return 0; }
+
   void RunLine(uint8_t how, const std::string &line) {
     constexpr int kMaxPages = 40;
     Shown shown{how % 8 == 7 ? how / 8u : 1000};
@@ -153,6 +185,10 @@ class Instance {
         return Call("plain", COAP_RPC_NON, page);
       case 5:
         return host_.AdvanceMs(95'000);
+      case 6:
+        if (page >= kMaxGrowing) return;  // a table that grows with each page has no end
+        CallPeer(page);
+        return Ask("plain", page);
       default:
         return;
     }

@@ -9,6 +9,10 @@ namespace {
 class Stats : public Direct {
  protected:
   CoapRpcStats Now() const { return StatsOf(Ctx()); }
+  CoapRpcSerUriVtbl *Find(const char *uri) {
+    const CoapRpcUriKey key = KeyOf(uri);
+    return COAP_RpcSerFindUriVtbl(Ctx()->ser, &key);
+  }
 };
 
 TEST_F(Stats, FreshInstance_HasCountedNothing) {
@@ -210,7 +214,104 @@ TEST_F(Stats, UrisAreVisitedInTurns) {
   EXPECT_EQ(Now().uris, 5u);
 }
 
+TEST_F(Stats, UriMayBeRemovedWhileItIsVisited) {
+  for (const char *uri : {"a", "b", "c", "d", "e"}) Serve(KeyOf(uri), DirectReg(kModeSync));
+  std::vector<std::string> uris;
+  std::function<void(const CoapRpcUriKey &)> onUri = [&](const CoapRpcUriKey &key) {
+    uris.emplace_back(key.uri);
+    if (key.uri[0] == 'a') Serve(KeyOf("aa"), DirectReg(kModeSync));
+    if (key.uri[0] == 'b') COAP_RpcSerDelUriVtbl(Ctx()->ser, Find("c"));
+    if (key.uri[0] == 'd') COAP_RpcSerDelUriVtbl(Ctx()->ser, Find("d"));
+    if (key.uri[0] == 'e') EXPECT_EQ(key.uri, std::string("e")) << "the key is a copy";
+  };
+  uint32_t num = 0;
+  EXPECT_EQ(COAP_RpcVisitUriStats(
+                Ctx(), nullptr, 0,
+                [](uint64_t on, const CoapRpcUriKey *key, const CoapRpcUriStats *) {
+                  (*reinterpret_cast<decltype(onUri) *>(on))(*key);
+                },
+                reinterpret_cast<uint64_t>(&onUri), &num),
+            0u);
+  EXPECT_EQ(uris, (std::vector<std::string>{"a", "aa", "b", "d", "e"}));
+  EXPECT_EQ(num, 5u);
+}
+
+TEST_F(Stats, AreReadInsideCallbacks) {
+  ServeDirect(kModeSync);
+  CoapRpcStats inside = {};
+  uint64_t requests = 0;
+  app_.onCall = [&] {
+    inside = Now();
+    requests = UriStatsOf(Ctx()).requests;
+    EXPECT_EQ(COAP_RpcSerUnsetUri(Ctx(), &key_), 0u);
+    EXPECT_EQ(Now().uris, 1u);
+    COAP_RpcShowStats(Ctx());
+    host_.RunCommand("disp server uriStats");
+  };
+  Ask(Message(kCodePost, "q"));
+  EXPECT_EQ(inside.in.requests[COAP_RPC_POST], 1u);
+  EXPECT_EQ(inside.callbacks, 0u) << "it has not returned";
+  EXPECT_EQ(requests, 1u);
+  EXPECT_EQ(Now().callbacks, 1u);
+}
+
+TEST_F(Stats, TenThousandUris) {
+  host_.Logs().SuppressBelow(KST_LOG_ERROR + 1);
+  CoapRpcSerVtblReg reg = DirectReg(kModeSync);
+  for (int i = 0; i < 10000; ++i) {
+    const CoapRpcUriKey key = KeyOf(std::to_string(i).c_str());
+    ASSERT_EQ(COAP_RpcSerRegVtbl(Ctx(), &key, &reg, nullptr), 0u);
+  }
+  EXPECT_EQ(Now().uris, 10000u);
+  UriVisit visit;
+  EXPECT_EQ(visit.Run(Ctx()), 10000u);
+  EXPECT_EQ(std::set<std::string>(visit.uris.begin(), visit.uris.end()).size(), 10000u);
+}
+
+TEST_F(Stats, AnySizeOfTheRecord) {
+  struct {
+    CoapRpcStats stats;
+    uint64_t beyond;
+  } record;
+  for (const uint32_t size : {8u, 9u, 16u, 100u, 1000u, uint32_t{sizeof(CoapRpcStats)} - 1, ~0u}) {
+    memset(&record, 0xEE, sizeof(record));
+    record.stats.size = size;
+    EXPECT_EQ(COAP_RpcGetStats(Ctx(), &record.stats), 0u) << size;
+    const uint32_t filled = std::min(size, uint32_t{sizeof(CoapRpcStats)});
+    EXPECT_EQ(record.stats.size, filled);
+    const auto *bytes = reinterpret_cast<const uint8_t *>(&record);
+    EXPECT_TRUE(std::all_of(bytes + filled, bytes + sizeof(record), [](uint8_t byte) {
+      return byte == 0xEE;
+    })) << size;
+  }
+}
+
 // ---- display commands ----
+
+TEST_F(Stats, TimesAsRows) {
+  ServeDirect(kModeSync);
+  COAP_RpcShowStats(Ctx());
+  app_.onCall = [] { PassNs(1500); };
+  Ask(Message(kCodePost, "q"));
+  app_.onCall = [] { PassNs(uint64_t{1} << 41); };
+  Ask(Message(kCodePost, "q"));
+  const std::vector<std::string> pages = host_.RunCommand("disp server times");
+  ASSERT_EQ(pages.size(), 1u);
+  const auto has = [&](const std::string &line) {
+    return pages[0].find(line) != std::string::npos;
+  };
+  EXPECT_TRUE(
+      pages[0].starts_with("server times[  0]: name(callbacks)/below(1024)/unit(ns)/count(0)\n"
+                           "server times[  1]: name(callbacks)/below(2048)/unit(ns)/count(1)\n"));
+  EXPECT_TRUE(has("server times[ 30]: name(callbacks)/below(1099511627776)/unit(ns)/count(0)\n"));
+  EXPECT_TRUE(pages[0].ends_with(
+      "server times[ 31]: name(callbacks)/below(inf)/unit(ns)/count(1)/sum(2199023257052)\n"
+      " ***total 32 server time(s) ***\n"))
+      << pages[0];
+  EXPECT_TRUE(host_.RunCommand("disp client times")[0].ends_with(
+      "client times[ 31]: name(calls)/below(inf)/unit(ns)/count(0)/sum(0)\n"
+      " ***total 32 client time(s) ***\n"));
+}
 
 TEST_F(Stats, CommandsAreThereWhenAskedFor) {
   EXPECT_EQ(host_.Display().Commands().size(), 8u);

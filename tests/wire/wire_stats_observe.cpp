@@ -147,6 +147,18 @@ TEST_F(SyncStats, RoundsAndReaders) {
   EXPECT_EQ(Now().syncPages, 2u);
 }
 
+// The tuples had no versions at first, and go with the record.
+TEST_F(SyncStats, RecordThatIsReplaced_TakesItsTuplesAlong) {
+  ServeObs(COAP_RPC_CON);
+  Update("k001", "v001");
+  SetSync({});
+  const CoapRpcSerObVtblReg ob = ObRegOf(true);
+  EXPECT_EQ(COAP_RpcSerAddUriObVtbl(Ctx(), entry_, &ob), 0u);
+  EXPECT_EQ(Now().tuples, 0u);
+  Update("k002", "v002");
+  EXPECT_EQ(Now().tuples, 1u);
+}
+
 TEST_F(SyncStats, TuplesThatHadNoVersionsAreStillCounted) {
   ServeObs(COAP_RPC_CON);
   Update("k001", "v001");
