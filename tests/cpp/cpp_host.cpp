@@ -39,6 +39,18 @@ TEST(Host, Run_EndsByStop) {
   EXPECT_TRUE(node.run());
 }
 
+TEST(Host, Stats_AreThoseOfTheNode) {
+  Node node = must(Node::make(Quiet()));
+  EXPECT_EQ(node.stats().callbacks, 0u);
+  Ask(node, [&] { node.stop(); });
+  EXPECT_TRUE(node.run());
+  EXPECT_EQ(node.stats().calls, 1u);
+  EXPECT_EQ(node.stats().callEnds[COAP_RPC_CALL_ANSWERED], 1u);
+  const Node other = std::move(node);
+  EXPECT_EQ(other.stats().calls, 1u);
+  EXPECT_EQ(node.stats().calls, 0u);  // NOLINT: moved from
+}
+
 TEST(Host, Run_EndsByTime_AndInsideItIsRefused) {
   Node node = must(Node::make(Quiet()));
   std::string why;

@@ -234,6 +234,7 @@ TEST_F(BaseChanges, SynchronousRequest) {
   Expect(
       "a GET", [&] { Ask(Get(CoapType::kCon, "s", "q")); },
       With(With(In("requests.get"), Out("responses.2xx")), kCallback));
+  EXPECT_EQ(UriStatsOf(Ctx()).requests, 1u);
 }
 
 TEST_F(BaseChanges, AsynchronousRequest) {
@@ -262,6 +263,7 @@ TEST_F(BaseChanges, AsynchronousRequest) {
         Tick();
       },
       In("acks"));
+  EXPECT_EQ(UriStatsOf(Ctx()).requests, 1u) << "the one that was repeated is one";
 }
 
 // ---- observers ----

@@ -13,6 +13,7 @@ from ._mirror import Mirror, MirrorOptions, Mirrors
 from ._native import lib
 from ._request import Method
 from ._serve import Handler, Server, check_path, milliseconds
+from ._stats import read_stats
 from ._table import Table
 from ._url import PORT, address, parse
 
@@ -99,6 +100,10 @@ class Node:
             return handler
 
         return decorate
+
+    def stats(self) -> dict[str, Any]:
+        """The node's counters and gauges, by the names of coap_rpc_stats.h: numbers, lists and dicts."""
+        return read_stats(self._room().instance.ctx)
 
     async def call(
         self,

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 
+#include "coap_svc/rpc/coap_rpc_stats.h"
 #include "coap_svc/rpc/cpp/call.hpp"
 #include "coap_svc/rpc/cpp/mirror.hpp"
 #include "coap_svc/rpc/cpp/serve.hpp"
@@ -272,6 +273,14 @@ class Node {
   }
 
   /* ---- what is below ---- */
+
+  /* stats are the node's counters and gauges (coap_rpc_stats.h); all 0 when moved from. */
+  CoapRpcStats stats() const {
+    CoapRpcStats stats = {};
+    stats.size = sizeof(stats);
+    if (ctx()) COAP_RpcGetStats(ctx(), &stats);
+    return stats;
+  }
 
   /* The instance and its host, for the C interface; null when moved from, the host also for one of
    * another kind. */
