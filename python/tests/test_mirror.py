@@ -5,12 +5,13 @@ from __future__ import annotations
 import asyncio
 import gc
 import random
+from collections.abc import Callable
 from typing import Any
 
 import pytest
 from conftest import Run
 
-from coaprpc import Change, CoapRpcError, Mirror, MirrorStatus, Node, NodeClosed, record
+from coaprpc import Change, CoapRpcError, Mirror, MirrorState, MirrorStatus, Node, NodeClosed, record
 
 
 @record("!H")
@@ -111,6 +112,49 @@ def test_changes_make_an_equal_copy(run: Run, port: int, pause: float) -> None:
                     await asyncio.sleep(0.01)
                     assert not any(reader.done() for reader in readers)
             await asyncio.gather(*readers)
+
+    run(main)
+
+
+def test_events_tell_a_state_after_the_changes_that_led_to_it(run: Run, port: int) -> None:
+    """Through two lives of the server: the copy is whole whenever a state is told."""
+
+    async def main() -> None:
+        told: list[tuple[MirrorStatus, int]] = []
+        url = f"coap://127.0.0.1:{port}/ports"
+        async with Node() as client, client.mirror(url, Key, Val, heartbeat=0.1) as mirror:
+            copy: dict[Key, Val] = {}
+
+            async def follow() -> None:
+                async for event in mirror.events():
+                    if isinstance(event, MirrorState):
+                        assert copy == dict(mirror)
+                        told.append((event.status, event.version))
+                    elif event.new is None:
+                        assert copy.pop(event.key) == event.old
+                    else:
+                        assert copy.get(event.key) == event.old
+                        copy[event.key] = event.new
+
+            reader = asyncio.create_task(follow())
+
+            async def until(is_told: Callable[[], bool]) -> None:
+                while not is_told():
+                    await asyncio.sleep(0.01)
+                    assert not reader.done()
+
+            for life in range(2):
+                async with Node("127.0.0.1", port) as node:
+                    table = node.table("ports", Key, Val)
+                    table.replace({Key(i): Val(life, "") for i in range(life, 300)})
+                    whole = (MirrorStatus.SYNCED, table.state().head)
+                    await until(lambda: whole in told)  # noqa: B023
+                    assert copy == dict(table)
+                await until(lambda: told[-1][0] == MirrorStatus.STALE)
+        await reader
+        states = [status for status, _ in told]
+        assert states[0] == MirrorStatus.CONNECTING
+        assert MirrorStatus.STALE in states
 
     run(main)
 

@@ -276,14 +276,43 @@ class Mirror(Mapping[K, V]):
         Applied one after the other to an empty dict they make it equal to the mirror.  Values that a row
         had before the reader came to it are left out.
         """
+        reader = self._new_reader()
+        while self._handle is not None:
+            for change in self._pending(reader):
+                yield change
+            await reader.wait()
+
+    async def events(self) -> AsyncGenerator[Change[K, V] | MirrorState, None]:
+        """Yields the changes, as ``changes`` does, and where the mirror is: at first, and whenever its status,
+        code or version is another one.
+
+        A state comes after the changes that led to it.  A slow reader gets the latest state only.
+        """
+        reader = self._new_reader()
+        known: tuple[Status, int, int] | None = None
+        while self._handle is not None:
+            for change in self._pending(reader):
+                yield change
+            if self._handle is None:
+                return
+            state = self.state()
+            seen = (state.status, state.code, state.version)
+            if seen == known:
+                await reader.wait()
+            else:
+                known = seen
+                yield state
+
+    def _new_reader(self) -> _Reader:
         reader = _Reader(self._names())
         self._readers.add(reader)
-        while self._handle is not None:
-            self._instance.check()
-            while (taken := reader.take()) is not None:
-                key, old = taken
-                yield self._change(key, old, self._find(key))
-            await reader.wait()
+        return reader
+
+    def _pending(self, reader: _Reader) -> Iterator[Change[K, V]]:
+        self._instance.check()
+        while (taken := reader.take()) is not None:
+            key, old = taken
+            yield self._change(key, old, self._find(key))
 
     def _change(self, key: bytes, old: bytes | None, new: bytes | None) -> Change[K, V]:
         return Change(
