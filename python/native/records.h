@@ -56,10 +56,11 @@ static void coaprpc_set_handler(CoapRpcSerVtblReg *reg, uint64_t userData, CoapR
   reg->onAsyncRequest = onAsyncRequest;
 }
 
-/* `logHandle` 0: no log. */
-static CoapRpcCtx *coaprpc_init(const char *name, Kestrel *host, uint64_t logHandle) {
+/* `logHandle` 0: no log; `dispHandle` 0: no display commands. */
+static CoapRpcCtx *coaprpc_init(const char *name, Kestrel *host, uint64_t logHandle, uint64_t dispHandle) {
   const CoapRpcInitParam param = {.name = name, .logEnable = logHandle != 0, .memHandle = KestrelMem(host),
-                                  .logHandle = logHandle, .tmrHandle = KestrelTmr(host)};
+                                  .dispHandle = dispHandle, .logHandle = logHandle,
+                                  .tmrHandle = KestrelTmr(host)};
   return COAP_RpcInit(&param);
 }
 

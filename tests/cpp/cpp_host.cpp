@@ -1,8 +1,11 @@
 // Nodes on the reference host: their loops, and their end wherever it comes.
 #include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <uv.h>
 
 #include <csignal>
+#include <filesystem>
 #include <set>
 
 #include "coap_svc_rpc.hpp"
@@ -181,6 +184,55 @@ TEST(Host, DestroyedInsideAForeignLoop_EndsTheProgram) {
         uv_run(uv_default_loop(), UV_RUN_DEFAULT);
       },
       "terminate");
+}
+
+// Console is a socket in a folder of its own.
+class Console : public testing::Test {
+ protected:
+  Console() {
+    char folder[] = "/tmp/cpp_host.XXXXXX";
+    folder_ = mkdtemp(folder);
+    path_ = folder_ + "/console";
+    param_.console = path_.c_str();
+  }
+  ~Console() override { std::filesystem::remove_all(folder_); }
+
+  // Said is what the node says to a console that sends a request.
+  std::string Said(Node &node, const std::string &request) {
+    const int fd = socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0);
+    sockaddr_un addr = {AF_UNIX, {}};
+    path_.copy(addr.sun_path, sizeof(addr.sun_path) - 1);
+    if (connect(fd, reinterpret_cast<sockaddr *>(&addr), sizeof(addr)) != 0) return {};
+    EXPECT_EQ(write(fd, request.data(), request.size()), static_cast<ssize_t>(request.size()));
+    shutdown(fd, SHUT_WR);
+    std::string said;
+    for (char bytes[4096]; ssize_t num = read(fd, bytes, sizeof(bytes));) {
+      if (num > 0) {
+        said.append(bytes, static_cast<size_t>(num));
+      } else {
+        must(node.run(milliseconds(1)));
+      }
+    }
+    close(fd);
+    return said;
+  }
+
+  NodeParam param_ = Quiet();
+  std::string folder_, path_;
+};
+
+TEST_F(Console, ShowsTheNodeAndItsNumbers) {
+  Node node = must(Node::make(param_));
+  Ask(node, [&] { node.stop(); });
+  must(node.run());
+  EXPECT_NE(Said(node, "run disp server resource\n").find("uri(a)"), std::string::npos);
+  EXPECT_NE(Said(node, "run disp server stats\n").find("name(in.requests.get)/value(1)"),
+            std::string::npos);
+}
+
+TEST_F(Console, ThatIsServedAlready_IsAnError) {
+  const Node first = must(Node::make(param_));
+  EXPECT_STREQ(Node::make(param_).error().what(), "the console's socket cannot be opened");
 }
 
 TEST(Host, BadParameters_AreErrors) {

@@ -23,7 +23,7 @@ import weakref
 from collections.abc import Callable
 from typing import Any
 
-from ._errors import CoapRpcError, NodeClosed, NodeForked
+from ._errors import CoapRpcError, NodeClosed, NodeForked, check
 from ._native import ffi, lib
 
 logger = logging.getLogger("coaprpc")
@@ -115,11 +115,12 @@ def _new_host(name: bytes, level: int) -> Any:
     return host
 
 
-def _new_pair(name: bytes) -> tuple[Any, Any]:
+def _new_pair(name: bytes, *, has_console: bool) -> tuple[Any, Any]:
     """A host and an instance on it."""
     level = _kestrel_level()
     host = _new_host(name, level)
-    ctx = lib.coaprpc_init(name, host, 0 if level == lib.KESTREL_LEVEL_OFF else lib.KestrelLog(host))
+    log = 0 if level == lib.KESTREL_LEVEL_OFF else lib.KestrelLog(host)
+    ctx = lib.coaprpc_init(name, host, log, lib.KestrelDisp(host) if has_console else 0)
     if ctx == ffi.NULL:
         lib.KestrelDelete(host)
         raise CoapRpcError(0, f"the library does not start: see the log {library_logger.name}")
@@ -130,18 +131,34 @@ def _new_pair(name: bytes) -> tuple[Any, Any]:
 class Instance:
     """An open instance of the library, on the running loop."""
 
-    def __init__(self, name: str) -> None:
+    def __init__(self, name: str, console: str | None) -> None:
+        """`console` is the path of a socket for display commands."""
         self.loop = asyncio.get_running_loop()
         self._forks = _Process.forks
-        self._host, self._ctx = _new_pair(name.encode())
+        self._host, self._ctx = _new_pair(name.encode(), has_console=console is not None)
         self._handles = (self._host, self._ctx, self._forks)
         self._finalizer = weakref.finalize(self, _abandon, *self._handles)
         self._thread = threading.get_ident()
         self._timer: asyncio.TimerHandle | None = None
         self._raised: BaseException | None = None
         self._fd: int = lib.COAP_RpcGetIoFd(self._ctx)
+        self._console_fd: int | None = None
         self.loop.add_reader(self._fd, self._on_io)
+        if console is not None:
+            self._open_console(os.fsencode(console))
         self.arm()
+
+    def _open_console(self, path: bytes) -> None:
+        """Serves consoles, whose descriptors the host watches."""
+        name = ffi.new("char[]", path)
+        result = lib.KestrelDispListen(self._host, ffi.new("KestrelDispAccess *", {"path": name}))
+        if result != 0:
+            self.close()
+            why = ffi.string(lib.KestrelResultText(result)).decode()
+            raise CoapRpcError(0, f"no console at {os.fsdecode(path)!r}: {why}")
+        check(lib.COAP_RpcShowStats(self._ctx))
+        self._console_fd = lib.KestrelPollFd(self._host)
+        self.loop.add_reader(self._console_fd, self._on_console)
 
     def check(self) -> None:
         """Raises if the instance cannot be used here and now."""
@@ -169,6 +186,8 @@ class Instance:
         if _Process.depth > 0:
             raise CoapRpcError(0, "a node cannot be closed inside its handler")
         self.loop.remove_reader(self._fd)
+        if self._console_fd is not None:
+            self.loop.remove_reader(self._console_fd)
         self._disarm()
         self._finalizer.detach()
         _release(*self._handles)
@@ -199,6 +218,9 @@ class Instance:
 
     def _on_timer(self) -> None:
         self._timer = None
+        self.run(lib.KestrelTurn, self._host)
+
+    def _on_console(self) -> None:
         self.run(lib.KestrelTurn, self._host)
 
     def _on_io(self) -> None:

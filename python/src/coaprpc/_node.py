@@ -26,7 +26,7 @@ class _Open:
     """What an open node has."""
 
     def __init__(self, node: Node) -> None:
-        self.instance = Instance(node.name)
+        self.instance = Instance(node.name, node.console)
         self.server = Server(self.instance, node.address)
         self.calls = Calls(self.instance)
         self.tables: list[Table[Any, Any]] = []
@@ -50,13 +50,23 @@ class Node:
     """A server and a client of CoAP, for asyncio.
 
     ``host``, an IP address, and ``port`` are where it serves; the port is opened when something is served.
+    ``console`` is the path of a UNIX socket for the program kestrel-console.
+
     A node is open inside ``async with``, once, on one loop.  Everything raises NodeClosed before and after,
     and NodeForked in a child process.
     """
 
-    def __init__(self, host: str = "127.0.0.1", port: int = PORT, *, name: str = "coaprpc") -> None:
+    def __init__(
+        self,
+        host: str = "127.0.0.1",
+        port: int = PORT,
+        *,
+        name: str = "coaprpc",
+        console: str | None = None,
+    ) -> None:
         self.address = address(host, port)
         self.name = name
+        self.console = console
         self._opened: _Open | None = None
 
     async def __aenter__(self) -> Self:

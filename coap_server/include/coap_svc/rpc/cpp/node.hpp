@@ -29,6 +29,7 @@ struct NodeParam {
   uint32_t logLevel = KESTREL_LEVEL_ERROR; /* KESTREL_LEVEL_... */
   bool logsLibrary = false;                /* the library's own lines too */
   uint64_t memLimitBytes = 0;              /* of the pool; 0: none */
+  const char *console = nullptr;           /* path of a socket for kestrel-console; null: none */
 };
 
 namespace detail {
@@ -108,6 +109,9 @@ class Node {
     Node node(std::move(core), param.listen);
     const bool isWatched = node.core().watch() == KESTREL_OK;
     if (!isWatched) return Unexpected(Error::ofText("the loop refused the instance's descriptor"));
+    if (param.console && !node.openConsole(param.console)) {
+      return Unexpected(Error::ofText("the console's socket cannot be opened"));
+    }
     return node;
   }
 
@@ -317,6 +321,11 @@ class Node {
     init.logHandle = param.logsLibrary ? KestrelLog(host) : 0;
     init.tmrHandle = KestrelTmr(host);
     return init;
+  }
+
+  bool openConsole(const char *path) {
+    const KestrelDispAccess access = {path, 0, 0};
+    return KestrelDispListen(host(), &access) == KESTREL_OK && COAP_RpcShowStats(ctx()) == 0;
   }
 
   static Error notStarted() {
