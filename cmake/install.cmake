@@ -1,7 +1,7 @@
 # The files of an installation, by component: library, host (needed to run a program), dev, tools, python
 # and doc.  packages.cmake makes a package from each.
 #
-#   coap_rpc_install(<shared library>... COMPONENT <component> HEADERS <folder>
+#   coap_rpc_install(<library>... COMPONENT <component> HEADERS <folder>
 #                    [HEADERS_TO <folder below include>])
 #     installs the libraries and every *.h below the folder, with its structure.
 #     Files that are only needed to build against the libraries belong to dev.
@@ -11,7 +11,8 @@
 # The root calls coap_rpc_install_package() after all folders; it writes the CMake package files and
 # pkg-config files, and the list of what is inside the library (SBOM).  The former do not mention libcoap
 # and Jansson, which are internal: a program that publishes JSON links Jansson itself.  The reference host
-# (kestrel, coap_svc_debug) has its own pkg-config file, because a program may use another host.
+# (kestrel, coap_svc_debug) has its own pkg-config file, because a program may use another host; a test uses
+# kestrel-test.
 
 include(CMakePackageConfigHelpers)
 include(sbom)
@@ -27,6 +28,7 @@ function(coap_rpc_install)
   install(TARGETS ${arg_UNPARSED_ARGUMENTS} EXPORT coap_svc_rpcTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
       COMPONENT ${arg_COMPONENT} NAMELINK_COMPONENT dev
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${arg_COMPONENT}
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
       ${CMAKE_INSTALL_INCLUDEDIR}/${COAP_RPC_PLATFORM_HEADERS})
   # The libraries find each other in their own folder.
@@ -59,6 +61,7 @@ function(coap_rpc_install_package)
 
   coap_rpc_install_pkgconfig(coap_svc_rpc)
   coap_rpc_install_pkgconfig(kestrel)
+  coap_rpc_install_pkgconfig(kestrel-test)
 
   # Beside the library, under the name of its package, so that two major versions can be installed.
   set(sbom ${PROJECT_BINARY_DIR}/coap_svc_rpc.spdx.json)

@@ -10,7 +10,8 @@ TOP = Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(TOP / "scripts/lib"))
 import manual  # noqa: E402
 
-HEADERS = [*sorted((TOP / "coap_server/include/coap_svc/rpc").glob("*.h")), TOP / "platform/include/kestrel.h"]
+HEADERS = [*sorted((TOP / "coap_server/include/coap_svc/rpc").glob("*.h")), TOP / "platform/include/kestrel.h",
+           TOP / "kestrel_test/include/kestrel_test.h"]
 
 
 def pages():

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "coap_svc/rpc/coap_rpc_test.h"
 #include "csvc_dbg.h"
 #include "fresh_memory.h"
 #include "host/edge.h"
@@ -23,6 +24,8 @@ namespace {
 
 constexpr size_t kMaxBytes = size_t{64} << 20;  // of one allocation
 
+uint64_t ElapsedMs() { return TestProcess::Get().ElapsedMs(); }
+
 }  // namespace
 
 CoapRpcUriKey KeyOf(const char *uri, uint32_t msgType, uint32_t observe, uint32_t pktType) {
@@ -34,7 +37,10 @@ CoapRpcUriKey KeyOf(const char *uri, uint32_t msgType, uint32_t observe, uint32_
   return key;
 }
 
-Host::Host() { TestProcess::Get().Reset(); }
+Host::Host() {
+  TestProcess::Get().Reset();
+  COAP_RpcTestSetClock(ElapsedMs);
+}
 
 Host::~Host() {
   Check(numLive_ == 0, "memory was not freed");

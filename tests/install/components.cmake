@@ -39,7 +39,7 @@ endfunction()
 expect(library
   "^${LIBDIR}/libcoap_svc_rpc\\.so\\.1(\\.[0-9.]+)?$|/libcoap-svc-rpc1/coap_svc_rpc\\.spdx\\.json$")
 expect(host "^${LIBDIR}/lib(kestrel|coap_svc_debug)\\.so\\.1(\\.[0-9.]+)?$")
-expect(dev "^${INCLUDEDIR}/|^${LIBDIR}/(cmake|pkgconfig)/|^${LIBDIR}/lib[a-z_]+\\.so$|/coap_svc_rpc\\.7$|/man3/")
+expect(dev "^${INCLUDEDIR}/|^${LIBDIR}/(cmake|pkgconfig)/|^${LIBDIR}/lib([a-z_]+\\.so|kestrel-test\\.a)$|/coap_svc_rpc\\.7$|/man3/")
 expect(tools "^bin/kestrel-console$|/kestrel-console\\.1$")
 expect(python "^lib/python3/dist-packages/coaprpc/[a-z_.0-9]+$")
 expect(exporter "^bin/kestrel-exporter$|/kestrel-exporter\\.1$")

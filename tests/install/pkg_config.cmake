@@ -17,6 +17,12 @@ execute_process(COMMAND ${CXX} -std=c++17 ${warnings} ${source}/consumer.cpp
   -o ${build}/consumer_cpp ${flags} COMMAND_ERROR_IS_FATAL ANY)
 execute_process(COMMAND ${CXX} -std=c++20 ${warnings} ${source}/consumer_hpp.cpp
   -o ${build}/consumer_hpp ${flags} COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND pkg-config --cflags --libs coap_svc_rpc kestrel-test OUTPUT_VARIABLE flags
+  OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+separate_arguments(flags UNIX_COMMAND "${flags}")
+execute_process(COMMAND ${CC} -std=c11 ${warnings} ${source}/consumer_test.c -o ${build}/consumer_test
+  ${flags} COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND ${build}/consumer_test COMMAND_ERROR_IS_FATAL ANY)
 execute_process(COMMAND ${build}/consumer_c COMMAND_ERROR_IS_FATAL ANY)
 execute_process(COMMAND ${build}/consumer_cpp COMMAND_ERROR_IS_FATAL ANY)
 execute_process(COMMAND ${build}/consumer_hpp COMMAND_ERROR_IS_FATAL ANY)

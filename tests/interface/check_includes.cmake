@@ -58,3 +58,5 @@ coap_rpc_forbid("coap_svc/rpc/(common|init|server|client|libadapter)/"
   ${SOURCE_DIR}/coap_server/include "public headers include only public ones")
 coap_rpc_forbid("kestrel|spdlog|uv\\.h" ${rpc} "the library knows only the host's contract")
 coap_rpc_forbid("coap_svc/|coap3|jansson" ${SOURCE_DIR}/platform "the host does not know the library")
+coap_rpc_forbid("coap_svc/rpc/(common|init|server|client|libadapter)/|coap3|jansson|gtest" ${SOURCE_DIR}/kestrel_test
+  "the host for tests knows what applications know")

@@ -1,53 +1,39 @@
-/* test_host.cpp: a host under test control, in the same process as the library's objects. */
+/* test_host.cpp: the host of kestrel-test, for tests with GoogleTest. */
 #include "test_host.h"
 
-#include <sstream>
-
-#include <gtest/gtest.h>
+#include "complaint.h"
 
 namespace coap_rpc_test {
 namespace {
 
-uint32_t g_numHosts = 0;
+void FailTest(const std::string &complaint) { ADD_FAILURE() << complaint; }
 
-std::string TimersText(const std::vector<RunningTimer> &timers) {
-  std::ostringstream text;
-  for (const RunningTimer &timer : timers) text << timer << "\n";
-  return text.str();
-}
-
-std::string ObjectsText(const std::map<std::string, void *> &objects) {
-  std::string text;
-  for (const auto &[name, obj] : objects) text += name + "\n";
-  return text;
-}
-
-void ExpectNone(const char *what, const std::string &leftovers) {
-  if (!leftovers.empty()) ADD_FAILURE() << what << ":\n" << leftovers;
+testing::AssertionResult HasText(const TestLog &log, LogKind kind, const std::string &text) {
+  if (log.Has(kind, text)) {
+    return testing::AssertionSuccess() << "in the log: " << testing::PrintToString(text);
+  }
+  return testing::AssertionFailure()
+         << "not in the log: " << testing::PrintToString(text) << "\nthe log is:\n"
+         << log.AllText();
 }
 
 }  // namespace
 
-TestHost::TestHost() {
-  if (g_numHosts == 0) TestProcess::Get().Reset();
-  ++g_numHosts;
+TestHost::TestHost() { SetComplaintSink(FailTest); }
+
+TestHost::~TestHost() { ExpectNoLeaks(); }
+
+testing::AssertionResult TestHost::HasLog(const std::string &text) const {
+  return HasText(Logs(), LogKind::kSecond, text);
 }
 
-TestHost::~TestHost() {
-  ExpectNoLeaks();
-  --g_numHosts;
+testing::AssertionResult TestHost::HasDebug(const std::string &text) const {
+  return HasText(Logs(), LogKind::kDebug, text);
 }
 
 void TestHost::ExpectNoLeaks() const {
-  ExpectNone("memory was not freed", pool_.LeakText());
-  ExpectNone("timers were not stopped", TimersText(timers_.Running()));
-  ExpectNone("display objects were not unregistered", ObjectsText(disp_.Objects()));
-}
-
-void TestHost::DiscardAll() {
-  pool_.FreeAll();
-  timers_.StopAll();
-  disp_.UnregAll();
+  const std::string leaks = LeakText();
+  if (!leaks.empty()) ADD_FAILURE() << leaks;
 }
 
 }  // namespace coap_rpc_test

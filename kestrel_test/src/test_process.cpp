@@ -1,4 +1,4 @@
-/* test_process.cpp: what belongs to the whole process and not to one TestHost. */
+/* test_process.cpp: what belongs to the whole process and not to one host. */
 #include "test_process.h"
 
 #include <algorithm>

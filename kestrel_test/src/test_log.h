@@ -1,4 +1,4 @@
-/* test_log.h: the log and the debug channel of a TestHost.
+/* test_log.h: the log and the debug channel of a host under test control.
  *
  * Every call is recorded, in one sequence: counts, first halves, second halves, debug and system
  * log texts.  A record is one call; a printed record is a second half. */
@@ -12,8 +12,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <gtest/gtest.h>
 
 #include "kst_log.h"
 
@@ -75,10 +73,11 @@ class TestLog {
   std::vector<LogRecord> OfKind(LogKind kind) const;
   std::vector<LogRecord> OfFunc(const std::string &func) const;
 
-  // Has succeeds when a printed record has exactly this rendered text; HasDebug the same for the
-  // debug channel.  On failure the whole log is the message.
-  testing::AssertionResult Has(const std::string &text) const;
-  testing::AssertionResult HasDebug(const std::string &text) const;
+  // Has says whether a record of a kind has exactly this rendered text.
+  bool Has(LogKind kind, const std::string &text) const;
+
+  // AllText renders the whole log, a record on each line.
+  std::string AllText() const;
 
   // Violations lists second halves that no first half had agreed to just before.
   const std::vector<std::string> &Violations() const { return violations_; }
@@ -91,7 +90,6 @@ class TestLog {
 
  private:
   bool IsSuppressed(const std::string &module, uint32_t line, uint32_t level) const;
-  testing::AssertionResult HasText(LogKind kind, const std::string &text) const;
 
   KST_LogObj object_ = {};
   LogCounter counter_ = {this};

@@ -1,10 +1,9 @@
-/* test_disp.cpp: the display service of a TestHost, and the operator in front of it. */
+/* test_disp.cpp: the display service of a host under test control, and the operator in front of it. */
 #include "test_disp.h"
 
 #include <cstring>
 
-#include <gtest/gtest.h>
-
+#include "complaint.h"
 #include "disp_call.h"
 #include "handle_table.h"
 
@@ -27,6 +26,12 @@ bool Fits(const std::vector<std::string> &names, const std::vector<DispArg> &arg
     if (IsTextName(names[i]) != std::holds_alternative<std::string>(args[i])) return false;
   }
   return true;
+}
+
+std::string Joined(const std::vector<std::string> &names) {
+  std::string text;
+  for (const std::string &name : names) text += text.empty() ? name : ", " + name;
+  return text;
 }
 
 std::vector<uint8_t> CopyBytes(const void *bytes, uint32_t len) {
@@ -59,7 +64,7 @@ std::vector<std::string> TestDisp::Run(const std::string &command, const std::ve
   do {
     pages.push_back(InvokeOnce(command, args, objName));
   } while (HasContext() && pages.size() < kMaxPages);
-  EXPECT_LT(pages.size(), kMaxPages) << command << " turns pages without end";
+  if (pages.size() == kMaxPages) Complain("%s turns pages without end", command.c_str());
   ForgetContext();
   return pages;
 }
@@ -82,12 +87,12 @@ std::string TestDisp::InvokeOnce(const std::string &command, const std::vector<D
 bool TestDisp::CanRun(const DispCommand *found, const std::string &command,
                       const std::vector<DispArg> &args) const {
   if (!found) {
-    ADD_FAILURE() << "no such command, or an ambiguous one: " << command;
+    Complain("no such command, or an ambiguous one: %s", command.c_str());
   } else if (!Fits(found->paramNames, args)) {
-    ADD_FAILURE() << command << ": arguments do not fit the parameters "
-                  << testing::PrintToString(found->paramNames);
+    Complain("%s: arguments do not fit the parameters %s", command.c_str(),
+             Joined(found->paramNames).c_str());
   } else if (isRunning_) {
-    ADD_FAILURE() << command << ": run inside another command";
+    Complain("%s: run inside another command", command.c_str());
   } else {
     return true;
   }

@@ -1,8 +1,7 @@
-/* test_timers.cpp: the timer service of a TestHost, on a clock that only the test moves. */
+/* test_timers.cpp: the timer service of a host under test control, on a clock that only the test moves. */
 #include "test_timers.h"
 
-#include <gtest/gtest.h>
-
+#include "complaint.h"
 #include "handle_table.h"
 #include "test_process.h"
 
@@ -29,7 +28,7 @@ TestTimers::~TestTimers() { HandleTable<TestTimers>::Remove(handle_); }
 
 void TestTimers::AdvanceMs(uint64_t ms) {
   if (isAdvancing_) {
-    ADD_FAILURE() << "AdvanceMs inside a tick";
+    Complain("AdvanceMs inside a tick");
     return;
   }
   isAdvancing_ = true;
@@ -47,7 +46,7 @@ void TestTimers::AdvanceMs(uint64_t ms) {
 
 uint64_t TestTimers::Start(KST_TmrTick tick, uint32_t periodMs, void *param) {
   if (!tick || periodMs == 0) {
-    ADD_FAILURE() << "KST_TmrStartLoop: no tick or period 0";
+    Complain("KST_TmrStartLoop: no tick or period 0");
     return 0;
   }
   if (failures_.Count()) return 0;
@@ -58,6 +57,11 @@ uint64_t TestTimers::Start(KST_TmrTick tick, uint32_t periodMs, void *param) {
 
 void TestTimers::Stop(uint64_t id) {
   std::erase_if(running_, [id](const RunningTimer &timer) { return timer.id == id; });
+}
+
+uint64_t TestTimers::NextDueMs(uint64_t untilMs) {
+  const RunningTimer *due = NextDue(untilMs);
+  return due ? due->dueMs : untilMs;
 }
 
 // Timers are kept in the order of their start, so the first of equals is the one to tick.

@@ -1,4 +1,4 @@
-/* test_pool.h: the memory pool of a TestHost.
+/* test_pool.h: the memory pool of a host under test control.
  *
  * Every allocation is one of malloc, so that address checkers see its bounds and its end.  The
  * pool knows each of them by address: it refuses foreign and double frees, counts, and lists what
@@ -31,6 +31,7 @@ class TestPool {
 
   // Failures decides which allocations fail.  Framework strings count as allocations too.
   FailPlan &Failures() { return failures_; }
+  const FailPlan &Failures() const { return failures_; }
 
   // SetByteLimit refuses allocations that would bring LiveBytes above `numBytes`; 0: no limit.
   void SetByteLimit(uint64_t numBytes) { byteLimit_ = numBytes; }
@@ -44,6 +45,9 @@ class TestPool {
   // "freeRsv" with number 123, and frees of what is not a live allocation of this pool.
   const std::vector<std::string> &Violations() const { return violations_; }
   void ClearViolations() { violations_.clear(); }
+
+  // AllowAnyTag is for pools that applications use as well: other tags are no violations then.
+  void AllowAnyTag() { checksTags_ = false; }
 
   // LeakText describes the live allocations, one line each, oldest first; "" when there are none.
   std::string LeakText() const;
@@ -73,6 +77,7 @@ class TestPool {
   std::unordered_map<void *, Allocation> live_;
   std::vector<std::string> violations_;
   FailPlan failures_;
+  bool checksTags_ = true;
   uint64_t byteLimit_ = 0;
   uint64_t liveBytes_ = 0;
   uint64_t peakBytes_ = 0;

@@ -1,6 +1,7 @@
-/* test_log.cpp: the log and the debug channel of a TestHost. */
+/* test_log.cpp: the log and the debug channel of a host under test control. */
 #include "test_log.h"
 
+#include <sstream>
 #include <utility>
 
 #include "handle_table.h"
@@ -24,14 +25,20 @@ const char *KindText(LogKind kind) {
   return "?";
 }
 
-std::string AllText(const std::vector<LogRecord> &records) {
-  std::ostringstream text;
-  for (const LogRecord &record : records) text << "  " << record << "\n";
-  return text.str();
+std::string Quoted(const std::string &text) {
+  std::string quoted = "\"";
+  for (const char c : text) quoted += c == '\n' ? "\\n" : std::string(1, c);
+  return quoted + "\"";
 }
 
 bool IsSameSite(const LogRecord &a, const LogRecord &b) {
   return a.module == b.module && a.line == b.line && a.level == b.level;
+}
+
+std::string TextOf(const LogRecord &record) {
+  std::ostringstream text;
+  text << record;
+  return text.str();
 }
 
 }  // namespace
@@ -41,7 +48,7 @@ std::ostream &operator<<(std::ostream &out, const LogRecord &record) {
   if (!record.module.empty()) out << " " << record.module << ":" << record.line;
   if (record.kind != LogKind::kCount) out << " level " << record.level;
   if (!record.func.empty()) out << " " << record.func;
-  if (!record.format.empty()) out << " " << testing::PrintToString(record.text);
+  if (!record.format.empty()) out << " " << Quoted(record.text);
   return out << (record.suppressed ? " suppressed" : "");
 }
 
@@ -77,23 +84,17 @@ std::vector<LogRecord> TestLog::OfFunc(const std::string &func) const {
   return found;
 }
 
-testing::AssertionResult TestLog::Has(const std::string &text) const {
-  return HasText(LogKind::kSecond, text);
-}
-
-testing::AssertionResult TestLog::HasDebug(const std::string &text) const {
-  return HasText(LogKind::kDebug, text);
-}
-
-testing::AssertionResult TestLog::HasText(LogKind kind, const std::string &text) const {
+bool TestLog::Has(LogKind kind, const std::string &text) const {
   for (const LogRecord &record : records_) {
-    if (record.kind == kind && record.text == text) {
-      return testing::AssertionSuccess() << "in the log: " << testing::PrintToString(text);
-    }
+    if (record.kind == kind && record.text == text) return true;
   }
-  return testing::AssertionFailure()
-         << "not in the log: " << testing::PrintToString(text) << "\nthe log is:\n"
-         << AllText(records_);
+  return false;
+}
+
+std::string TestLog::AllText() const {
+  std::ostringstream text;
+  for (const LogRecord &record : records_) text << "  " << record << "\n";
+  return text.str();
 }
 
 void TestLog::Count(const std::string &module, uint32_t line) {
@@ -119,7 +120,7 @@ bool TestLog::FirstHalf(const std::string &module, uint32_t line, uint32_t level
 
 void TestLog::SecondHalf(const LogRecord &record) {
   if (!hasAgreed_ || !IsSameSite(agreed_, record)) {
-    violations_.push_back("second half without first half: " + testing::PrintToString(record));
+    violations_.push_back("second half without first half: " + TextOf(record));
   }
   hasAgreed_ = false;
   records_.push_back(record);

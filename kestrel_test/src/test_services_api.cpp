@@ -1,4 +1,4 @@
-/* test_host_api.cpp: the platform functions that have a handle, forwarded to its TestHost. */
+/* test_services_api.cpp: the platform functions that have a handle, forwarded to its services. */
 #include <cstdarg>
 
 #include "csvc_dbg.h"

@@ -1,4 +1,4 @@
-/* test_timers.h: the timer service of a TestHost, on a clock that only the test moves. */
+/* test_timers.h: the timer service of a host under test control, on a clock that only the test moves. */
 #ifndef TEST_TIMERS_H
 #define TEST_TIMERS_H
 
@@ -41,6 +41,9 @@ class TestTimers {
 
   // NowMs is the host's time.  It starts where the process's hosts have come to.
   uint64_t NowMs() const { return nowMs_; }
+
+  // NextDueMs is when the next timer ticks, but no later than `untilMs`.
+  uint64_t NextDueMs(uint64_t untilMs);
 
   // Running lists the running timers in the order of their start.
   const std::vector<RunningTimer> &Running() const { return running_; }

@@ -1,7 +1,7 @@
-/* test_process.h: what belongs to the whole process and not to one TestHost.
+/* test_process.h: what belongs to the whole process and not to one host.
  *
  * The clocks of the OS layer, the assertion record, the way module tables behave, and debug texts
- * that were written without a handle.  The first TestHost alive resets all of it. */
+ * that were written without a handle.  The first host alive resets all of it. */
 #ifndef TEST_PROCESS_H
 #define TEST_PROCESS_H
 

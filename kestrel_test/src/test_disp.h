@@ -1,4 +1,4 @@
-/* test_disp.h: the display service of a TestHost, and the operator in front of it. */
+/* test_disp.h: the display service of a host under test control, and the operator in front of it. */
 #ifndef TEST_DISP_H
 #define TEST_DISP_H
 
@@ -53,7 +53,7 @@ class TestDisp {
   const DispCommand *Find(const std::string &command, const std::string &objName = "") const;
 
   // Run invokes a command until it saves no context.  Returns the texts that it printed, one per
-  // invocation.  An unknown command, or args that do not fit, fail the test and give nothing.
+  // invocation.  An unknown command, or args that do not fit, are complained of and give nothing.
   std::vector<std::string> Run(const std::string &command, const std::vector<DispArg> &args = {},
                                const std::string &objName = "");
 
