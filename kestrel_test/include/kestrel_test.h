@@ -42,13 +42,14 @@ KST_API CoapRpcInitParam KestrelTestParam(const KestrelTest *host, const char *n
 
 /* KestrelTestDrive makes the host run the I/O of an instance whenever time moves, as a host does
  * that watches COAP_RpcGetIoFd: datagrams between driven instances take no time at all.  Without
- * it, an instance looks for datagrams when its own timer ticks.  KestrelTestUndrive ends that; call
- * it before COAP_RpcUninit. */
+ * it, an instance looks for datagrams when its own timer ticks.  KestrelTestUndrive ends that: call
+ * it before COAP_RpcUninit, unless time is not moved any more. */
 KST_API void KestrelTestDrive(KestrelTest *host, CoapRpcCtx *ctx);
 KST_API void KestrelTestUndrive(KestrelTest *host, const CoapRpcCtx *ctx);
 
 /* KestrelTestAdvanceMs moves time on.  Timers that fall due tick at their time; driven instances
- * run at least every 20 ms.  With 0 only what is pending now is done.  Not allowed in callbacks. */
+ * run at least every 100 ms.  With 0 only what is pending now is done.  Not allowed in callbacks.
+ */
 KST_API void KestrelTestAdvanceMs(KestrelTest *host, uint64_t ms);
 
 /* KestrelTestNowMs is how far the host's time has moved. */
@@ -57,7 +58,8 @@ KST_API uint64_t KestrelTestNowMs(const KestrelTest *host);
 /* KestrelTestIsDone says whether to stop; not 0: stop. */
 typedef uint32_t (*KestrelTestIsDone)(void *param);
 
-/* KestrelTestRunUntil moves time on, 20 ms at a time, until `isDone` says so, which is asked first.
+/* KestrelTestRunUntil moves time on, 100 ms at a time, until `isDone` says so, which is asked
+ * first.
  *
  * Returns 1, or 0 after `maxMs`. */
 KST_API uint32_t KestrelTestRunUntil(KestrelTest *host, KestrelTestIsDone isDone, void *param,
@@ -96,6 +98,9 @@ typedef struct KestrelTestLogLine {
   const char *func; /* the function that wrote it */
   const char *text; /* as written, with line feeds */
 } KestrelTestLogLine;
+
+/* KestrelTestSetLogLevel sets the lowest level that is written; at first KST_LOG_INFO. */
+KST_API void KestrelTestSetLogLevel(KestrelTest *host, uint32_t level);
 
 /* KestrelTestLogNum counts the lines, since the host's creation or KestrelTestClearLog. */
 KST_API uint32_t KestrelTestLogNum(const KestrelTest *host);

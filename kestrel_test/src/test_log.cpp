@@ -98,6 +98,7 @@ std::string TestLog::AllText() const {
 }
 
 void TestLog::Count(const std::string &module, uint32_t line) {
+  if (!recordsCalls_) return;
   LogRecord record;
   record.kind = LogKind::kCount;
   record.module = module;
@@ -114,7 +115,7 @@ bool TestLog::FirstHalf(const std::string &module, uint32_t line, uint32_t level
   record.suppressed = IsSuppressed(module, line, level);
   agreed_ = record;
   hasAgreed_ = !record.suppressed;
-  records_.push_back(std::move(record));
+  if (recordsCalls_) records_.push_back(std::move(record));
   return hasAgreed_;
 }
 

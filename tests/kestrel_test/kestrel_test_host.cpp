@@ -178,6 +178,15 @@ TEST_F(KestrelTestHost, Log_HasLinesInOrder) {
   EXPECT_EQ(KestrelTestLogNum(host_), 0u);
 }
 
+TEST_F(KestrelTestHost, Log_LeavesOutLowerLevels) {
+  const uint64_t log = KestrelTestParam(host_, "").logHandle;
+  EXPECT_NE(KST_LogFirstHalf_(log, "app", 1, KST_LOG_DEBUG), 0u);
+  EXPECT_EQ(KST_LogFirstHalf_(log, "app", 1, KST_LOG_INFO), 0u);
+  KestrelTestSetLogLevel(host_, KST_LOG_ERROR);
+  EXPECT_NE(KST_LogFirstHalf_(log, "app", 1, KST_LOG_WARN), 0u);
+  EXPECT_EQ(KestrelTestLogNum(host_), 0u);
+}
+
 TEST_F(KestrelTestHost, Asserts_AreCounted) {
   EXPECT_EQ(KestrelTestAssertNum(), 0u);
   EXPECT_EQ(COAP_RpcInit(nullptr), nullptr);
