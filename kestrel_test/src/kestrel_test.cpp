@@ -43,13 +43,17 @@ bool IsReadable(CoapRpcCtx *ctx) {
   return poll(&ask, 1, 0) > 0;
 }
 
-// RunReadable runs the instances that have work.  Returns whether there was one.  A callback may
+bool IsDriven(const KestrelTest &host, const CoapRpcCtx *ctx) {
+  return std::find(host.driven.begin(), host.driven.end(), ctx) != host.driven.end();
+}
+
+// Run runs the driven instances that have work.  Returns whether there was one.  A callback may
 // change who is driven.
-bool RunReadable(KestrelTest *host) {
+template <typename HasWork>
+bool Run(KestrelTest *host, HasWork hasWork) {
   bool hasRun = false;
   for (CoapRpcCtx *ctx : std::vector<CoapRpcCtx *>(host->driven)) {
-    if (std::count(host->driven.begin(), host->driven.end(), ctx) == 0 || !IsReadable(ctx))
-      continue;
+    if (!IsDriven(*host, ctx) || !hasWork(ctx)) continue;
     COAP_RpcProcIo(ctx);
     hasRun = true;
   }
@@ -59,13 +63,11 @@ bool RunReadable(KestrelTest *host) {
 // Settle runs all instances once, since time has moved, and then those that have got something. The
 // system may deliver datagrams in a thread of its own: yielding lets it.
 void Settle(KestrelTest *host) {
-  for (CoapRpcCtx *ctx : std::vector<CoapRpcCtx *>(host->driven)) {
-    if (std::count(host->driven.begin(), host->driven.end(), ctx) != 0) COAP_RpcProcIo(ctx);
-  }
+  Run(host, [](CoapRpcCtx *) { return true; });
   for (int round = 0; round < kMaxRounds; ++round) {
-    if (RunReadable(host)) continue;
+    if (Run(host, IsReadable)) continue;
     sched_yield();
-    if (!RunReadable(host)) return;
+    if (!Run(host, IsReadable)) return;
   }
 }
 

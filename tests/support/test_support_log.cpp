@@ -113,6 +113,14 @@ TEST(SupportLog, SecondHalfWithoutFirst_IsAViolation) {
   EXPECT_EQ(host.Logs().Violations().size(), 2u);
 }
 
+TEST(SupportLog, RecordPrintedOnly_LeavesOutHowItIsAsked) {
+  TestHost host;
+  host.Logs().RecordPrintedOnly();
+  Write(host, 5, KST_LOG_ERROR, "Func", 7);
+  EXPECT_EQ(Kinds(host), "S");
+  EXPECT_EQ(host.Logs().Violations().size(), 0u);
+}
+
 TEST(SupportLog, DebugWithoutHandle_GoesToTheProcess) {
   TestHost host;
   CSVC_DBG_Debug(0, 1, "number %d", 1);

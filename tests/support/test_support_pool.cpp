@@ -107,6 +107,13 @@ TEST(SupportPool, OtherTags_AreViolations) {
                                 "KST_Free_: tag mallocRsv 123", "KST_Free_: tag freeRsv 1"}));
 }
 
+TEST(SupportPool, AnyTag_IsAllowedOnDemand) {
+  TestHost host;
+  host.Pool().AllowAnyTag();
+  EXPECT_EQ(KST_Free_(host.Mem(), KST_Malloc_(host.Mem(), 8, "app", 1), "app", 1), 0u);
+  EXPECT_EQ(host.Pool().Violations(), std::vector<std::string>());
+}
+
 TEST(SupportPool, BadFrees_AreRefusedViolations) {
   TestHost host;
   TestHost other;
