@@ -171,7 +171,10 @@ TEST_F(SyncRounds, DetachWhileOthersAreTold) {
 
 // libcoap frees the observers of an address whose URI has moved; the entry is not found then.
 TEST_F(SyncRounds, MoveWhileOthersAreTold) {
-  ServeSynced();
+  key_ = KeyOf("obs", COAP_RPC_CON, 1, COAP_RPC_UNICAST);
+  const CoapRpcSerObVtblReg ob = ObRegOf(true);
+  entry_ = Serve(key_, RegOf(&app_, 0, COAP_RPC_JSON), &ob);
+  SetSync({});
   AddReaders(2 * kPortion);
   Turn();
   Update("k001", "v001");
@@ -180,6 +183,7 @@ TEST_F(SyncRounds, MoveWhileOthersAreTold) {
   elsewhere.listenAddr.family = COAP_RPC_IPV4;
   elsewhere.listenAddr.addr.ipv4 = kLoopback + 1;
   elsewhere.port = Address().port;
+  ASSERT_EQ(entry_->sync->peers.num, 2 * kPortion);
   ASSERT_EQ(COAP_RpcSerSetUri(Ctx(), &key_, &elsewhere), 0u);
   for (int i = 0; i < 4; ++i) {
     Update("k002", "v" + std::to_string(100 + i));
