@@ -84,6 +84,8 @@ ROWS = {
     "sync-tuple": [("COAP_RPC_SYNC_MAX_TUPLE", number)],
     "sync-lease": [("COAP_RPC_SYNC_LEASE_MS", seconds)],
     "sync-bodies": [("kMaxSyncBodies", exact)],
+    "sync-portion": [("kSyncPortion", exact)],
+    "sync-registrations": [("kMaxSyncRegistrations", exact)],
     "mirror-heartbeat": [("COAP_RPC_MIRROR_HEARTBEAT_MS", seconds)],
     "mirror-repeat": [("kMirrorLastRepeatMs", seconds)],
     "mirror-pause": [("kMirrorLastPauseMs", seconds)],

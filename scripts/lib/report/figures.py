@@ -118,6 +118,7 @@ BARS = [
            ("1", "libcoap"), "p50_us", 1.30),
     _state("100 of 10,000 rows", "delivered_ms", "time to deliver 100 of 10,000 rows", 60, True),
     _state("50,000 rows", "delivered_ms", "time to deliver 50,000 rows", 1, True),
+    _state("1,000 rows, 100 observers", "delivered_ms", "time to the last of 100 observers", 1, True),
     _state("1 row, 999 observers", "delivered_ms", "time to the last of 999 observers", 1.30),
     _state("a page", "pull_cpu_us", "CPU of a page pulled", 1.40),
     _ratio("CPU of queuing 50,000 changes / Jansson making the document", "queue",
