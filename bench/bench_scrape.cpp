@@ -39,10 +39,16 @@ double CpuMs() {
 
 int32_t CompareKeys(const void *a, const void *b) { return memcmp(a, b, 4); }
 
+Kestrel *NewHost() {
+  KestrelParam param = {};
+  param.logLevel = KESTREL_LEVEL_ERROR;
+  return KestrelNew(&param, nullptr, 0);
+}
+
 // ScrapedHost is a host with tables, whose turns are timed.
 class ScrapedHost {
  public:
-  ScrapedHost(uint32_t numUris, const std::string &path) : host_(KestrelNew(&param_, nullptr, 0)) {
+  ScrapedHost(uint32_t numUris, const std::string &path) : host_(NewHost()) {
     if (!host_) abort();
     CoapRpcInitParam param = {};
     param.name = "shop";
@@ -92,7 +98,6 @@ class ScrapedHost {
     }
   }
 
-  KestrelParam param_ = {.logLevel = KESTREL_LEVEL_ERROR};
   Kestrel *host_;
   CoapRpcCtx *ctx_ = nullptr;
   double sumMs_ = 0;

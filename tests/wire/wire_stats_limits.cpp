@@ -242,6 +242,20 @@ TEST_P(BlockLimits, LastBlocks) {
   EXPECT_EQ(Refused(), Of("lastBlocks", 3)) << "those whose time is over are no news";
 }
 
+TEST_P(BlockLimits, LastBlockThatIsAskedForAgain_IsARepeat) {
+  ServeBig(COAP_RPC_NON);
+  app_.padding = 20;
+  UpdateAll("v001");
+  const CoapMessage first = Register(peer_, CoapType::kNon, {1}, kQuery);
+  const size_t len = Fetch(peer_, first, kQuery).size();
+  host_.AdvanceMs(1000);
+  const uint64_t before = StatsOf(Ctx()).repeats;
+  const CoapMessage again = Ask(BlockRequest(static_cast<uint32_t>((len - 1) / 1024), kQuery));
+  EXPECT_EQ(again.code, Code(2, 5));
+  EXPECT_EQ(StatsOf(Ctx()).repeats, before + 1);
+  EXPECT_EQ(Refused(), "");
+}
+
 INSTANTIATE_TEST_SUITE_P(Formats, BlockLimits, testing::Values(COAP_RPC_JSON, COAP_RPC_BYTE));
 
 class SyncLimits : public LimitTest<SyncServer> {};
