@@ -38,6 +38,7 @@ FIGURES = [
             ("pull_cpu_us", "CPU us per page pulled")]),
     Figure("uris", "POSTs, by registered URIs", "URIs", [CPU, PER_SECOND]),
     Figure("queue", "Queue and build, compared with Jansson", "Tuples", [("cpu_us", "CPU us")]),
+    Figure("cpp", "C interface and C++", "", [("relative", "Processor time, C = 1"), CPU]),
     Figure("memory", "Memory, bytes per item", "Items",
            [("heap_bytes", "heap, libcoap included"), ("pool_bytes", "the instance's pool")]),
 ]
@@ -71,6 +72,12 @@ def _python(other, limit):
     """The same for a handler in Python and the server of another implementation."""
     return _ratio(f"synchronous POSTs, 16 ports: Python package / {other}", "sync",
                   ("16", "Python package"), ("16", other), PER_CPU_SECOND[0], limit, is_least=True)
+
+
+def _cpp(case, limit):
+    """A ratio that the program takes over its own pairs of batches."""
+    return _ratio(f"processor time of a {case}: C++ / C interface", "cpp", (case, "C++"), (case, "C"),
+                  "relative", limit)
 
 
 def _logging(answer, variant, metric, limit, is_least=False):
@@ -107,6 +114,8 @@ BARS = [
     _exchange("64", 1.15),
     _python("aiocoap", 5),
     _python("node-coap", 1),
+    _cpp("request", 1.02),
+    _cpp("call", 1.02),
     _logging("32 bytes", "as it starts", PER_CPU_SECOND[0], 0.90, is_least=True),
     _logging("32 bytes", "debug channel", PER_CPU_SECOND[0], 0.60, is_least=True),
     _logging("65,400 bytes", "as it starts", CPU[0], 1.50),
