@@ -137,7 +137,9 @@ async def start(*command: str, stderr: int | None = None) -> asyncio.subprocess.
     env.pop("LD_PRELOAD", None)  # Python's; a program in C++ has its own sanitizer
     if command[0] == sys.executable and "COAPRPC_PRELOAD" in env:
         env["LD_PRELOAD"] = env["COAPRPC_PRELOAD"]
-    return await asyncio.create_subprocess_exec(*command, env=env, stdout=asyncio.subprocess.PIPE, stderr=stderr)
+    return await asyncio.create_subprocess_exec(
+        *command, env=env, stdout=asyncio.subprocess.PIPE, stderr=stderr
+    )
 
 
 @contextlib.asynccontextmanager

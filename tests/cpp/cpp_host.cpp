@@ -226,7 +226,7 @@ TEST_F(Console, ShowsTheNodeAndItsNumbers) {
   Ask(node, [&] { node.stop(); });
   must(node.run());
   EXPECT_NE(Said(node, "run disp server resource\n").find("uri(a)"), std::string::npos);
-  EXPECT_NE(Said(node, "run disp server stats\n").find("name(in.requests.get)/value(1)"),
+  EXPECT_NE(Said(node, "run disp server stats\n").find("name(in.requests)/of(get)/kind(counter)/unit(-)/value(1)"),
             std::string::npos);
 }
 

@@ -168,6 +168,7 @@ TEST_F(SerSync, UnknownObserver_ExpiresAndHoldsNobodyBack) {
   host_.AdvanceMs(250);
   EXPECT_EQ(confirmed, (std::vector<uint64_t>{1}));
   EXPECT_EQ(Entry()->sync->peers.num, 1u);
+  for (auto &record : records) coap_rpc::SyncRecordGoes(&record);
 }
 
 TEST_F(SerSync, Replace_BadArguments_GiveCodes) {

@@ -34,6 +34,8 @@ AXES = {
                             f"processor time of a notification, us {LESS}", "observers"),
     "state": chart.Axes("Changes of a table: versions, the base interface, other CoAP servers and brokers",
                         f"time to the last row at the last observer, ms {LESS}", "rows that change"),
+    "cpp": chart.Axes("Requests and calls through the C interface and through C++",
+                      f"processor time of a request, us {LESS}", "what is asked"),
     "uris": chart.Axes("Synchronous POSTs, 16 client ports: this library and libcoap alone",
                        f"processor time of a POST, us {LESS}", "registered URIs"),
     "queue": chart.Axes("N changes: queue them, build their payload, or make the document with Jansson",

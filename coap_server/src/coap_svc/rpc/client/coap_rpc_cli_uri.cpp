@@ -4,6 +4,7 @@
 #include "coap_svc/rpc/common/coap_rpc_key.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
+#include "coap_svc/rpc/common/coap_rpc_stopwatch.h"
 #include "coap_svc/rpc/common/coap_rpc_table.h"
 
 namespace {
@@ -77,6 +78,7 @@ CoapRpcCliUriVtbl *COAP_RpcCliAddUriVtbl(CoapRpcCliData *cli, const CoapRpcUriKe
 void COAP_RpcCliDelUriVtbl(CoapRpcCliData *cli, CoapRpcCliUriVtbl *uriVtbl) {
   if (!uriVtbl) return;
   UriTable(cli->uriVtblTree).Remove(uriVtbl);
+  CallbackTime::Forget(cli->owner, uriVtbl->key.uri);
   PoolFree(cli->owner->param.memHandle, uriVtbl);
 }
 

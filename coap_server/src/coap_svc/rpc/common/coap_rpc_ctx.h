@@ -60,6 +60,7 @@ struct CoapRpcCtx {
   CoapRpcAdvice advice;           /* the warnings of init/coap_rpc_advice.h */
   uint32_t ioDepth;               /* runs of libcoap's I/O under way: it may be inside callbacks */
   CoapRpcStats counts;            /* counters only; its gauges stay 0 */
+  void *callback;                 /* CallbackTime of the innermost callback under way, or null */
 };
 
 COAP_RPC_C_END

@@ -27,16 +27,19 @@ inline void AddTime(uint64_t ns, uint64_t &sum, uint64_t &longest) {
   longest = std::max(longest, ns);
 }
 
-// CallbackTime is the time that a callback of the application takes.  The records outlive it.
+// CallbackTime is the time that a callback of the application takes.  The instance outlives it; the
+// URI may be removed meanwhile.
 class CallbackTime {
  public:
   // `uri` is null when no server URI is concerned.
   CallbackTime(CoapRpcCtx *ctx, const char *path, CoapRpcUriCounts *uri)
-      : ctx_(ctx), path_(path), uri_(uri), sinceNs_(MonotonicNs()) {
+      : ctx_(ctx), path_(path), uri_(uri), outer_(Innermost(ctx)), sinceNs_(MonotonicNs()) {
+    ctx_->callback = this;
     COAP_RPC_PROBE2(callback__begin, ctx_, path_);
   }
   ~CallbackTime() {
     const uint64_t ns = MonotonicNs() - sinceNs_;
+    ctx_->callback = outer_;
     ++ctx_->counts.callbacks;
     AddTime(ns, ctx_->counts.callbackNs, ctx_->counts.callbackMaxNs);
     CountTime(ctx_->counts.callbackTimes, ns);
@@ -46,10 +49,24 @@ class CallbackTime {
   CallbackTime(const CallbackTime &) = delete;
   CallbackTime &operator=(const CallbackTime &) = delete;
 
+  // Forget is told when the URI that has this path is removed.
+  static void Forget(const CoapRpcCtx *ctx, const char *path) {
+    for (CallbackTime *time = Innermost(ctx); time; time = time->outer_) {
+      if (time->path_ != path) continue;
+      time->path_ = "";
+      time->uri_ = nullptr;
+    }
+  }
+
  private:
+  static CallbackTime *Innermost(const CoapRpcCtx *ctx) {
+    return static_cast<CallbackTime *>(ctx->callback);
+  }
+
   CoapRpcCtx *ctx_;
   const char *path_;  // for probes; may have no terminator
   CoapRpcUriCounts *uri_;
+  CallbackTime *outer_;  // whose callback this one is called in
   uint64_t sinceNs_;
 };
 

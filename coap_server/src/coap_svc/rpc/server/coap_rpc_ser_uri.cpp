@@ -5,6 +5,7 @@
 #include "coap_svc/rpc/common/coap_rpc_list.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
+#include "coap_svc/rpc/common/coap_rpc_stopwatch.h"
 #include "coap_svc/rpc/common/coap_rpc_table.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_conn.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_observe.h"
@@ -135,6 +136,7 @@ uint32_t COAP_RpcSerAddUriObVtbl(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry,
 void COAP_RpcSerDelUriVtbl(CoapRpcSerData *ser, CoapRpcSerUriVtbl *entry) {
   CoapRpcCtx *ctx = ser->owner;
   if (ctx->libExt) ctx->libExt->forgetEntry(ctx, entry);
+  CallbackTime::Forget(ctx, entry->key.uri);
   DropObserveRecord(ctx, entry);
   COAP_RpcSerStopUriUpdateTimer(entry);
   COAP_RpcSerConnUnBindUriVtbl(nullptr, nullptr, entry);

@@ -33,7 +33,7 @@ bool IsTokenless(const coap_pdu_t *pdu) {
 
 uint32_t CallOnResponse(CoapRpcCtx *ctx, const CoapRpcCliUriVtbl *uriVtbl, uint8_t *payload,
                         uint32_t len, const CoapRpcCliRspInfo *rspInfo) {
-  const CallbackTime time(ctx, uriVtbl->key.uri, nullptr);
+  CallbackTime time(ctx, uriVtbl->key.uri, nullptr);
   return uriVtbl->reg.onResponse(uriVtbl->reg.userData, 0, payload, len, rspInfo);
 }
 

@@ -128,7 +128,7 @@ int32_t CallOnRequest(const DirectRequest &request, DirectCall *call, uint8_t *p
   const CoapRpcSerReqInfo info = ReqInfoOf(request);
   const Calling calling(exchange.ctx->lib->direct, call);
   ++exchange.entry->counts.stats.requests;
-  const CallbackTime time(exchange.ctx, exchange.entry->key.uri, &exchange.entry->counts);
+  CallbackTime time(exchange.ctx, exchange.entry->key.uri, &exchange.entry->counts);
   return reg.onRequest(reg.userData, &info, payload, len, out, kPayloadBufSize);
 }
 
@@ -162,7 +162,7 @@ DirectAsync *CallOnAsync(const Exchange &exchange, uintptr_t id, uint8_t *payloa
   const Calling calling(exchange.ctx->lib->direct, &call);
   ++exchange.entry->counts.stats.requests;
   {
-    const CallbackTime time(exchange.ctx, exchange.entry->key.uri, &exchange.entry->counts);
+    CallbackTime time(exchange.ctx, exchange.entry->key.uri, &exchange.entry->counts);
     reg.onAsyncRequest(reg.userData, payload, len, reinterpret_cast<void *>(id));
   }
   return FindDirectAsync(exchange.ctx, id);

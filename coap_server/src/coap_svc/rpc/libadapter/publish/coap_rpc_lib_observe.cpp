@@ -128,7 +128,7 @@ int COAP_RpcSerAddObserve(coap_session_t *session, coap_subscription_t *subscrip
 
 int COAP_RpcSerDelObserve(coap_session_t *session, coap_subscription_t *subscription, void *root) {
   auto *ctx = static_cast<CoapRpcCtx *>(root);
-  SyncRecordGoes(CoapRpcLibOwnerOf(subscription));
+  if (subscription) SyncRecordGoes(CoapRpcLibOwnerOf(subscription));
   CoapRpcSerUriVtbl *entry = FindObserved(ctx, subscription, session);
   if (IsSyncSubscription(entry, subscription)) return DelSyncObserver(ctx, entry, session);
   if (ctx && ctx->lib) {

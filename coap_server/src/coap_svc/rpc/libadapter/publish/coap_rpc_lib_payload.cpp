@@ -193,7 +193,7 @@ JsonText BuildJsonText(CoapRpcSerUriVtbl *entry, const CoapRpcTupleChg **lastTri
   JsonRef array(json_array());
   if (!root || !array || json_object_set(root.get(), "data", array.get()) != 0) return nullptr;
   {
-    const CallbackTime time(CoapRpcSerRootOf(entry), entry->key.uri, &entry->counts);
+    CallbackTime time(CoapRpcSerRootOf(entry), entry->key.uri, &entry->counts);
     *lastTried = BuildJsonArray(entry, array.get());
   }
   return JsonText(json_dumps(root.get(), JSON_COMPACT));
@@ -291,7 +291,7 @@ uint32_t BuildIdl(CoapRpcSerUriVtbl *entry, uint8_t *out, uint32_t *len,
     return Code(kSiteIdlPayloadNoMemory);
   }
   IdlWriter writer(out);
-  const CallbackTime time(ctx, entry->key.uri, &entry->counts);
+  CallbackTime time(ctx, entry->key.uri, &entry->counts);
   *lastTried = BuildIdlMessages(entry, scratch.get(), writer);
   *len = writer.Finish();
   return 0;

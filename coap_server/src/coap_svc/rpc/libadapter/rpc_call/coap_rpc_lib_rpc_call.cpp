@@ -65,7 +65,7 @@ void CallOnRsp(CoapRpcCtx *ctx, CoapRpcOnCallRsp onRsp, uint64_t userData,
                const CoapRpcCallRsp &rsp) {
   CoapRpcStats &counts = ctx->counts;
   ++(rsp.isLast != 0 ? counts.callEnds[rsp.status] : counts.callNotifications);
-  const CallbackTime time(ctx, "", nullptr);
+  CallbackTime time(ctx, "", nullptr);
   onRsp(userData, &rsp);
 }
 

@@ -63,7 +63,7 @@ int32_t CallOnRequest(CoapRpcSerUriVtbl *entry, const CoapRpcMsgInfo &info, uint
                       uint32_t len, uint8_t *out) {
   const CoapRpcSerReqInfo reqInfo = MakeReqInfo(info);
   ++entry->counts.stats.requests;
-  const CallbackTime time(CoapRpcSerRootOf(entry), entry->key.uri, &entry->counts);
+  CallbackTime time(CoapRpcSerRootOf(entry), entry->key.uri, &entry->counts);
   return entry->reg.onRequest(entry->reg.userData, &reqInfo, payload, len, out, kPayloadBufSize);
 }
 
@@ -100,7 +100,7 @@ uint32_t RegisterAsync(const Exchange &exchange, uint8_t *payload, uint32_t len)
   void *handle = CoapRpcAsyncRegister(ctx, entry, exchange.session, exchange.request);
   if (!handle) return Unavailable(exchange.response, kSiteReqAsyncNotRegistered);
   ++entry->counts.stats.requests;
-  const CallbackTime time(ctx, entry->key.uri, &entry->counts);
+  CallbackTime time(ctx, entry->key.uri, &entry->counts);
   return entry->reg.onAsyncRequest(entry->reg.userData, payload, len, handle);
 }
 
