@@ -4,6 +4,7 @@
  *   --tuples <n>          of 16 bytes of key and 16 of value (1000000); server
  *   --in-flight <n>       (128); mirror
  *   --server <address>    (127.0.0.1)
+ *   --port <n>            (5688); another one is of a way to the server; mirror
  *
  * The mirror prints the time from its opening until it has the whole set, "full_sync_ms", its
  * questions, "pulls", those that it had to repeat, "repeats", and its memory for each tuple beside
@@ -103,7 +104,7 @@ int Mirror(const Options &options) {
   CoapRpcCallAddr addr = {};
   addr.dstIp.family = COAP_RPC_IPV4;
   addr.dstIp.addr.ipv4 = ServerIpv4(options);
-  addr.dstPort = kPort;
+  addr.dstPort = options.Number("--port", kPort);
   CoapRpcMirrorParam param = {};
   param.keyLen = param.valLen = kFieldLen;
   param.numInFlight = options.Number("--in-flight", 128);
