@@ -22,7 +22,7 @@ import time
 from fcntl import ioctl
 from pathlib import Path
 
-PATIENCE = float(os.environ.get("TERMINALS_PATIENCE", "200"))  # seconds; ends a test that hangs
+PATIENCE = float(os.environ.get("TERMINALS_PATIENCE", "800"))  # seconds; ends a test that hangs
 PROMPT = b"\x02"
 ROWS, COLUMNS = 50, 100
 CONTINUED = "\x1e"  # stands for a line feed in a command
