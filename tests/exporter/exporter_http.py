@@ -1,5 +1,6 @@
 """Uses the exporter as scrapers, scripts and worse do: exporter_http.py <exporter> <exporter_server>."""
 import json
+import signal
 import socket
 import sys
 import threading
@@ -188,6 +189,20 @@ def tells_who_is_away(exporter):
     check(len(json.loads(exporter.get(URIS)[2])) == 5, "with its tables")
 
 
+def waits_for_its_first_try(exporter):
+    """A scrape that comes before the exporter has tried to reach the host is no alarm."""
+    host = exporter.hosts[0].process
+    host.send_signal(signal.SIGSTOP)
+    exporter.restart()
+    texts = []
+    scrape = threading.Thread(target=lambda: texts.append(exporter.get("/metrics")[2]))
+    scrape.start()
+    scrape.join(0.5)
+    host.send_signal(signal.SIGCONT)
+    scrape.join()
+    check('kestrel_up{host="h0"} 1' in texts[0], "the first scrape tells a host that is up")
+
+
 def takes_ten_thousand(program, server):
     with Exporter(program, server, 10000) as exporter:
         until(exporter.is_up, "it is up")
@@ -213,6 +228,7 @@ def main(program, server):
         shares_runs(exporter)
         sends_changed_rows_alone(exporter)
         tells_who_is_away(exporter)
+        waits_for_its_first_try(exporter)
     takes_ten_thousand(program, server)
 
 

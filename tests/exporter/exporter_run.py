@@ -46,8 +46,12 @@ class Exporter:
         self.folder = tempfile.mkdtemp(prefix="exporter.")
         self.server = server
         self.hosts = [Host(server, self.path(i), num) for i, num in enumerate(num_uris)]
-        sockets = [f"h{i}={self.path(i)}" for i in range(len(num_uris))]
-        self.process = subprocess.Popen([program, "--port", "0", *sockets], stdout=subprocess.PIPE)
+        self.program = program
+        self.start()
+
+    def start(self):
+        sockets = [f"h{i}={self.path(i)}" for i in range(len(self.hosts))]
+        self.process = subprocess.Popen([self.program, "--port", "0", *sockets], stdout=subprocess.PIPE)
         line = self.process.stdout.readline().decode()
         check(line.startswith("listening at http://127.0.0.1:"), "the exporter listens")
         self.base = line.split()[-1].rstrip("/")
@@ -55,6 +59,11 @@ class Exporter:
 
     def path(self, i):
         return os.path.join(self.folder, f"socket{i}")
+
+    def restart(self):
+        self.process.terminate()
+        self.process.wait(PATIENCE)
+        self.start()
 
     def __enter__(self):
         return self

@@ -15,6 +15,7 @@ constexpr auto kListPeriod = 10s;
 constexpr auto kDemandLasts = 3s;
 constexpr auto kWantedLasts = 10s;
 constexpr auto kPatience = 6s;  // of a viewer
+constexpr char kNotTried[] = "not connected yet";
 constexpr size_t kMaxTables = 64;
 constexpr size_t kMaxWanted = 32;
 constexpr size_t kMaxTuples = 16;  // URIs whose tuples are shown without being asked for
@@ -55,7 +56,7 @@ HostPoller::HostPoller(std::string name, std::string path)
       connection_(kSilenceMs),
       client_(connection_, [this](std::string_view error) { lastError_ = error; }) {
   view_.name = name_;
-  view_.reason = "not connected yet";
+  view_.reason = kNotTried;
   thread_ = std::thread([this] { Run(); });
 }
 
@@ -77,6 +78,8 @@ HostView HostPoller::Glance() {
 
 HostView HostPoller::Look(const std::optional<TableId> &wanted) {
   std::unique_lock lock(mutex_);
+  changed_.wait_for(lock, kPatience,
+                    [&] { return isStopping_ || view_.isUp || view_.reason != kNotTried; });
   const auto now = Clock::now();
   lastAsked_ = now;
   const bool isNew = wanted && !view_.tables.contains(*wanted);
@@ -113,7 +116,7 @@ bool HostPoller::WaitForWork() {
     const auto now = Clock::now();
     const bool isAsked = view_.isUp && now - lastAsked_ < kDemandLasts;
     return isStopping_ || (isAsked && now - lastRound_ >= kRoundPeriod) ||
-           (!connection_.IsOpen() && view_.numRounds == 0 && view_.reason == "not connected yet");
+           (!connection_.IsOpen() && view_.numRounds == 0 && view_.reason == kNotTried);
   });
   return !isStopping_;
 }

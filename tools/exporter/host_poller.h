@@ -49,7 +49,8 @@ class HostPoller {
   const std::string &Name() const { return name_; }
 
   // Look asks for rounds and returns what is known, at most a second old if the host answers in
-  // time.  A table of `wanted` is run as well, for a while.
+  // time.  Waits for the first try to reach the host.  A table of `wanted` is run as well, for a
+  // while.
   HostView Look(const std::optional<TableId> &wanted = std::nullopt);
 
   // Glance asks for rounds and returns what is known, without waiting.
