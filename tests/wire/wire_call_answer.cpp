@@ -35,6 +35,29 @@ TEST_F(ClientCalls, ForeignToken_InSeparateAnswers) {
   EXPECT_EQ(told_.size(), 1U);
 }
 
+// The acknowledgement of the answer is lost.
+TEST_F(ClientCalls, SeparateAnswerAgain_IsAcknowledgedAgain) {
+  CoapRpcCall patient = Get("keeps the session");
+  patient.deadlineMs = 300'000;
+  Make(patient);
+  Say(AckOf(Next()));
+  Make(Get("a"));
+  const CoapMessage request = Next();
+  Say(AckOf(request));
+  const CoapMessage answer = Apart(CoapType::kCon, 77, request);
+  const CoapMessage another = Apart(CoapType::kCon, 78, request);
+  for (int i = 0; i < 3; ++i) {
+    peer_.Send(answer);
+    EXPECT_EQ(Next(), AckOf(answer));
+    peer_.Send(another);
+    EXPECT_EQ(Next(), RstOf(another));
+  }
+  EXPECT_EQ(told_.size(), 1U);
+  Wait(247'000);
+  peer_.Send(answer);
+  EXPECT_EQ(Next(), RstOf(answer));
+}
+
 TEST_F(ClientCalls, AnotherPort_IsNotHeard) {
   Make(Get("a"));
   const CoapMessage request = Next();

@@ -285,7 +285,35 @@ TEST_F(DirectAsyncTest, Timeout_TheCallbackMayDoAnything) {
   EXPECT_EQ(app_.ends.size(), 1u);
 }
 
+TEST_F(DirectAsyncTest, Timeout_TheCallbackMayDeleteTheEntry) {
+  const CoapRpcUriKey other = KeyOf("c");
+  Serve(other, DirectReg(kModeAsync));
+  const CoapRpcSerDirectParam param = ParamWith(0, 500);
+  EXPECT_EQ(COAP_RpcSerSetDirect(Ctx(), &other, &param), 0u);
+  ServeDirect(kModeAsync, param);
+  for (int i = 0; i < 3; ++i) AskOpen(Message(kCodePost));
+  app_.onEnd = [&] {
+    CoapRpcSerUriVtbl *entry = COAP_RpcSerFindUriVtbl(Ctx()->ser, &key_);
+    if (entry) COAP_RpcSerDelUriVtbl(Ctx()->ser, entry);
+  };
+  host_.AdvanceMs(1000);
+  EXPECT_EQ(app_.ends.size(), 1u);
+  EXPECT_EQ(NumPeers(), 0u);
+}
+
 // ---- ends ----
+
+TEST_F(DirectAsyncTest, ListenClosed_TheCallbackMayDeleteTheEntry) {
+  ServeDirect(kModeAsync, ParamWith(0));
+  for (int i = 0; i < 3; ++i) AskOpen(Message(kCodePost));
+  app_.onEnd = [&] {
+    CoapRpcSerUriVtbl *entry = COAP_RpcSerFindUriVtbl(Ctx()->ser, &key_);
+    if (entry) COAP_RpcSerDelUriVtbl(Ctx()->ser, entry);
+  };
+  COAP_RpcSerUnsetUri(Ctx(), &key_);
+  EXPECT_EQ(app_.ends.size(), 1u);
+  EXPECT_EQ(NumPeers(), 0u);
+}
 
 TEST_F(DirectAsyncTest, ListenClosed_TheApplicationHears) {
   ServeDirect(kModeAsync, ParamWith(0));
@@ -396,6 +424,29 @@ TEST_F(DirectAsyncTest, TooManyPeers_503) {
   Ctx()->lib->direct->numPeers = 16384;
   EXPECT_EQ(Ask(Message(kCodePost)).code, Code(5, 3));
   Ctx()->lib->direct->numPeers = 0;
+  AskOpen(Message(kCodePost));
+}
+
+// A quarter of the places is for all ports of one address; of two others at least one has another
+// hash.
+TEST_F(DirectAsyncTest, TooManyPeersOfOneHost_503) {
+  ServeDirect(kModeAsync);
+  AskOpen(Message(kCodePost));
+  for (uint16_t &num : Ctx()->lib->direct->numPeersOfHosts) num = num != 0 ? 4096 : 0;
+  RawPeer same;
+  same.SetRemote(Address());
+  same.Send(Message(kCodePost));
+  const std::optional<CoapMessage> refused = Next(same);
+  ASSERT_TRUE(refused);
+  EXPECT_EQ(refused->code, Code(5, 3));
+  for (const char *host : {"127.0.0.9", "127.0.0.10"}) {
+    RawPeer other{UdpAddress{host, 0}};
+    other.SetRemote(Address());
+    other.Send(Message(kCodePost));
+    ASSERT_TRUE(Next(other));
+  }
+  EXPECT_GT(app_.handles.size(), 1u);
+  for (uint16_t &num : Ctx()->lib->direct->numPeersOfHosts) num = num >= 4096 ? 1 : num;
   AskOpen(Message(kCodePost));
 }
 

@@ -324,6 +324,19 @@ class DirectBlocks : public Direct {
   CoapMessage last_;
 };
 
+TEST_F(DirectBlocks, FetchWithoutFormat_415) {
+  ServeDirect(kModeSync, ParamWith(COAP_RPC_ALLOW_ALL));
+  EXPECT_EQ(Ask(Message(kCodeFetch, "x")).code, Code(4, 15));
+  EXPECT_TRUE(app_.payloads.empty());
+}
+
+TEST_F(DirectBlocks, HopLimitReached_BeginsWithOurAddress) {
+  ServeDirect(kModeSync);
+  app_.out = "text";
+  app_.onCall = [&] { COAP_RpcSerSetAnswer(Ctx(), 508, COAP_RPC_DIRECT_NO_FORMAT); };
+  EXPECT_EQ(Ask(Message(kCodePost)).Text(), Address().host + " text");
+}
+
 TEST_F(DirectBlocks, LargeAnswer_ComesWhole) {
   ServeDirect(kModeSync);
   for (const size_t len : {1024u, 1025u, 5000u, 65470u}) {
@@ -376,6 +389,24 @@ TEST_F(DirectBlocks, Upload_ReachesTheHandlerOnceAndWhole) {
   EXPECT_TRUE(app_.isTerminated);
   EXPECT_EQ(Ask(last_), answer) << "the last block again";
   EXPECT_EQ(app_.payloads.size(), 1u);
+}
+
+TEST_F(DirectBlocks, Upload_LastBlockIsAcknowledged) {
+  ServeDirect(kModeSync);
+  const CoapBlock last = {2, false, 6}, only = {0, false, 6};
+  EXPECT_EQ(Upload(Pattern(3000, 'a')).Block(kOptBlock1), last);
+  EXPECT_EQ(Ask(last_).Block(kOptBlock1), last);
+  EXPECT_EQ(Upload("small").Block(kOptBlock1), only);
+  EXPECT_FALSE(Ask(Message(kCodePost, "small")).Has(kOptBlock1));
+}
+
+TEST_F(DirectBlocks, UploadAndLargeAnswer_OnlyTheFirstBlockAcknowledges) {
+  ServeDirect(kModeSync);
+  app_.out = Pattern(3000, 'A');
+  const CoapMessage first = Upload(Pattern(3000, 'a'));
+  EXPECT_EQ(first.Block(kOptBlock1), (CoapBlock{2, false, 6}));
+  EXPECT_EQ(first.Block(kOptBlock2), (CoapBlock{0, true, 6}));
+  EXPECT_FALSE(NextBlock(peer_, kCodePost, 1, 6).Has(kOptBlock1));
 }
 
 TEST_F(DirectBlocks, UploadAndLargeAnswer) {

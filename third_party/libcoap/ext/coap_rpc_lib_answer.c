@@ -87,6 +87,13 @@ int CoapRpcLibSetLinkAttribute(coap_resource_t *resource, const char *name, cons
   return 1;
 }
 
+void CoapRpcLibAcknowledgeBody(coap_pdu_t *response, const coap_pdu_t *request) {
+  uint8_t bytes[4];
+  if (request->body_block == 0) return;
+  const unsigned len = coap_encode_var_safe(bytes, sizeof(bytes), request->body_block - 1);
+  coap_insert_option(response, COAP_OPTION_BLOCK1, len, bytes);
+}
+
 int CoapRpcLibIsOfEndPoint(const coap_session_t *session, const coap_endpoint_t *endPoint) {
   return session->endpoint == endPoint;
 }

@@ -37,6 +37,10 @@ void CoapRpcLibRemoveOptions(coap_pdu_t *pdu, coap_option_num_t number);
  * memory. */
 int CoapRpcLibSetLinkAttribute(coap_resource_t *resource, const char *name, const char *value);
 
+/* CoapRpcLibAcknowledgeBody gives the answer to a request that came in blocks the Block1 option of
+ * the last one (RFC 7959 section 2.3). */
+void CoapRpcLibAcknowledgeBody(coap_pdu_t *response, const coap_pdu_t *request);
+
 /* CoapRpcLibIsOfEndPoint says whether a session is a peer of an endpoint. */
 int CoapRpcLibIsOfEndPoint(const coap_session_t *session, const coap_endpoint_t *endPoint);
 

@@ -97,7 +97,8 @@ COAP_RPC_API uint32_t COAP_RpcSerSetDirect(CoapRpcCtx *ctx, const CoapRpcUriKey 
  * callback of a direct entry is running; the last call counts.  In onAsyncRequest it is for the
  * answer that COAP_RpcSerSendAsyncResponse sends, then or later.
  *
- *   code            class x 100 + detail: 201 to 205, 400 to 431, 500 to 531
+ *   code            class x 100 + detail: 201 to 205, 400 to 431, 500 to 531.  508 is a proxy's:
+ *                   its payload then begins with our address (RFC 8768 section 4)
  *   contentFormat   of the payload, as IANA numbers them (0 text, 50 JSON), or
  *                   COAP_RPC_DIRECT_NO_FORMAT; not sent without a payload
  *

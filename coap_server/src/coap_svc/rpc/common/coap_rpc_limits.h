@@ -55,6 +55,9 @@ inline constexpr uint32_t kMaxOpenRequests = COAP_RPC_MAX_FOLLOWED_REQUESTS;
 // an observation is (RFC 7641 section 3.3.1).
 inline constexpr uint8_t kCallMaxRetransmit = 4;
 inline constexpr uint32_t kMaxCalls = COAP_RPC_MAX_CALLS;
+
+// Answers to calls that are acknowledged again when they come again.
+inline constexpr uint32_t kNumKnownCallAnswers = 256;
 inline constexpr uint32_t kMinRenewalDelayMs = 5000;
 inline constexpr uint32_t kMaxRenewalDelayMs = 15000;
 
@@ -151,6 +154,7 @@ inline constexpr uint32_t kNonLifetimeMs = 145000;
 inline constexpr uint32_t kMaxRemembered = COAP_RPC_MAX_REMEMBERED;
 inline constexpr size_t kMaxRememberedBytes = COAP_RPC_MAX_REMEMBERED_BYTES;
 inline constexpr uint32_t kMaxDirectPeers = 16384;  // with requests open or answers queued
+inline constexpr uint32_t kMaxDirectPeersOfHost = kMaxDirectPeers / 4;
 inline constexpr uint32_t kMaxUnacknowledged = 2048;
 inline constexpr uint32_t kMaxBodies = 4096;
 inline constexpr size_t kMaxBodyBytes = size_t{32768} * 1024;

@@ -64,8 +64,9 @@ uint32_t COAP_RpcSerTryDelListen(CoapRpcCtx *ctx, const CoapRpcUriKey *key) {
   if (!listen) return Code(kSiteTryDelListenNotAttached);
   COAP_RpcSerConnUnBindUriVtbl(nullptr, nullptr, entry);
   COAP_RpcSerConnTryDelListen(ctx->ser, listen);
-  // Attached again by a callback: the resource is in use.
-  return entry->listen ? 0 : COAP_RpcTryDelUriRes(ctx, key);
+  // A callback may have deleted it, or attached it again: then the resource is in use.
+  entry = COAP_RpcSerFindUriVtbl(ctx->ser, key);
+  return !entry || entry->listen ? 0 : COAP_RpcTryDelUriRes(ctx, key);
 }
 
 CoapRpcSerUriVtbl *COAP_RpcSerConnBindUriVtbl(CoapRpcSerData *ser, CoapRpcSerListen *listen,

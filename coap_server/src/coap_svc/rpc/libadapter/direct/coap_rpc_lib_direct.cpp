@@ -414,6 +414,7 @@ void ForgetDirectEntry(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
   if (!direct) return;
   if (ctx->lib) DropDirectRequests(ctx, direct);
   LinkRemove(direct->link);
+  if (ctx->lib) ++ctx->lib->direct->numLeft;
   for (char *text : direct->links) PoolFree(ctx->param.memHandle, text);
   PoolFree(ctx->param.memHandle, direct);
   entry->lib.direct = nullptr;

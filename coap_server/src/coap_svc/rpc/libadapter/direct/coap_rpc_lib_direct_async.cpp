@@ -36,9 +36,27 @@ CoapRpcDirect *DirectOf(const CoapRpcCtx *ctx) { return ctx->lib ? ctx->lib->dir
 
 // ---- peers ----
 
+// NumOfHost counts the peers of an address, of a network of 64 bits for IPv6, and of those with its
+// hash.  A host has as many ports as there are peers in all, and must not take every place.
+uint16_t &NumOfHost(CoapRpcDirect *direct, const coap_session_t *session) {
+  const coap_address_t &addr = *coap_session_get_addr_remote(session);
+  uint64_t host = 0;
+  if (addr.addr.sa.sa_family == AF_INET) {
+    host = addr.addr.sin.sin_addr.s_addr;
+  } else {
+    memcpy(&host, &addr.addr.sin6.sin6_addr, sizeof(host));
+  }
+  const uint64_t hash = (host ^ direct->once.seed) * 0x9E3779B97F4A7C15u;
+  return direct->numPeersOfHosts[(hash >> 32) % kNumHostCounts];
+}
+
+bool HasPlace(CoapRpcDirect *direct, const coap_session_t *session) {
+  return direct->numPeers < kMaxDirectPeers && NumOfHost(direct, session) < kMaxDirectPeersOfHost;
+}
+
 DirectPeer *NewPeer(CoapRpcCtx *ctx, coap_session_t *session) {
   CoapRpcDirect *direct = DirectOf(ctx);
-  if (direct->numPeers >= kMaxDirectPeers) {
+  if (!HasPlace(direct, session)) {
     ++ctx->counts.refused[COAP_RPC_LIMIT_DIRECT_PEERS];
     return nullptr;
   }
@@ -47,6 +65,7 @@ DirectPeer *NewPeer(CoapRpcCtx *ctx, coap_session_t *session) {
   peer->session = coap_session_reference(session);
   (void)Peers(direct->peerTree).Insert(peer);
   ++direct->numPeers;
+  ++NumOfHost(direct, session);
   return peer;
 }
 
@@ -61,6 +80,7 @@ void FreePeerIfUnused(CoapRpcCtx *ctx, DirectPeer *peer) {
   Peers(direct->peerTree).Remove(peer);
   LinkRemove(peer->queuedLink);
   --direct->numPeers;
+  --NumOfHost(direct, peer->session);
   coap_session_release(peer->session);
   PoolFree(ctx->param.memHandle, peer);
 }
@@ -241,12 +261,12 @@ void TimeOut(DirectAsync *async) {
   Tell(entry, id, COAP_RPC_ASYNC_TIMEOUT);
 }
 
-void TimeOutEntry(DirectEntry *entry) {
-  OpenRequests open(entry->openList);
-  for (DirectAsync *async = open.First(); async; async = open.First()) {
-    if (!HasPassed(async->arrived, entry->param.timeoutMs)) return;
-    TimeOut(async);
-  }
+// TimeOutOldest ends an entry's oldest request if it is due.  The callback may free the entry.
+bool TimeOutOldest(DirectEntry *entry) {
+  DirectAsync *async = OpenRequests(entry->openList).First();
+  if (!async || !HasPassed(async->arrived, entry->param.timeoutMs)) return false;
+  TimeOut(async);
+  return true;
 }
 
 void DropAnswered(DirectPeer *peer) {
@@ -254,13 +274,14 @@ void DropAnswered(DirectPeer *peer) {
   LinkRemove(peer->queuedLink);
 }
 
-// DropPeer frees a peer and its requests, but the open ones, which it moves to `closed`.
-void DropPeer(CoapRpcCtx *ctx, DirectPeer *peer, CoapRpcLink &closed) {
+// DropPeer frees a peer and its requests, but the open ones, which it moves to closedList.
+void DropPeer(CoapRpcCtx *ctx, DirectPeer *peer) {
+  OpenRequests closed(DirectOf(ctx)->closedList);
   DropAnswered(peer);
   PeerRequests(peer->requestList).Drain([&](DirectAsync *async) {
     LoseAnswer(async);
     Leave(async);
-    OpenRequests(closed).Append(async);
+    closed.Append(async);
   });
   FreePeerIfUnused(ctx, peer);
 }
@@ -271,6 +292,18 @@ void TellClosed(DirectAsync *async) {
   LinkRemove(async->openLink);
   Free(async);
   Tell(entry, id, COAP_RPC_ASYNC_CLOSED);
+}
+
+// ForgetClosed frees those of an entry of whose end nobody will be told.
+void ForgetClosed(CoapRpcDirect *direct, const DirectEntry *entry) {
+  OpenRequests closed(direct->closedList);
+  DirectAsync *next = nullptr;
+  for (DirectAsync *async = closed.First(); async; async = next) {
+    next = closed.After(async);
+    if (async->entry != entry) continue;
+    LinkRemove(async->openLink);
+    Free(async);
+  }
 }
 
 // DropOfEntry drops a peer's requests of an entry, those of all for null.
@@ -414,6 +447,7 @@ bool NoteDirectNack(coap_session_t *session, const coap_pdu_t *sent, coap_nack_r
 void DropDirectRequests(CoapRpcCtx *ctx, const DirectEntry *entry) {
   if (!DirectOf(ctx)) return;
   ForEachPeer(DirectOf(ctx), [=](DirectPeer *peer) { DropOfEntry(ctx, peer, entry); });
+  ForgetClosed(DirectOf(ctx), entry);
 }
 
 void ServeDirectAnswers(CoapRpcCtx *ctx) {
@@ -431,9 +465,16 @@ void ServeDirectAnswers(CoapRpcCtx *ctx) {
 void TickDirect(CoapRpcCtx *ctx) {
   if (!DirectOf(ctx)) return;
   TrimOnce(ctx);
-  Entries entries(DirectOf(ctx)->entryList);
-  for (DirectEntry *entry = entries.First(); entry; entry = entries.After(entry)) {
-    TimeOutEntry(entry);
+  CoapRpcDirect *direct = DirectOf(ctx);
+  Entries entries(direct->entryList);
+  for (DirectEntry *entry = entries.First(); entry;) {
+    const uint32_t numLeft = direct->numLeft;
+    const bool isMore = TimeOutOldest(entry);
+    if (direct->numLeft != numLeft) {
+      entry = entries.First();
+    } else if (!isMore) {
+      entry = entries.After(entry);
+    }
   }
 }
 
@@ -449,11 +490,10 @@ void StopDirect(CoapRpcCtx *ctx) {
 
 void DropEndPointRequests(CoapRpcCtx *ctx, const coap_endpoint_t *endPoint) {
   if (!DirectOf(ctx)) return;
-  CoapRpcLink closed = {};
   ForEachPeer(DirectOf(ctx), [&](DirectPeer *peer) {
-    if (CoapRpcLibIsOfEndPoint(peer->session, endPoint) != 0) DropPeer(ctx, peer, closed);
+    if (CoapRpcLibIsOfEndPoint(peer->session, endPoint) != 0) DropPeer(ctx, peer);
   });
-  OpenRequests(closed).Drain(TellClosed);
+  OpenRequests(DirectOf(ctx)->closedList).Drain(TellClosed);
 }
 
 }  // namespace coap_rpc

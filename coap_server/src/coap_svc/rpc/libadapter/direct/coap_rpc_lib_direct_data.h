@@ -13,6 +13,8 @@
 
 namespace coap_rpc {
 
+inline constexpr uint32_t kNumHostCounts = 4096;
+
 // ReplyHead is what an answer says before its payload.
 struct ReplyHead {
   uint8_t code;     // as on the wire
@@ -55,11 +57,14 @@ struct DirectCall {
 // CoapRpcDirect is the room's record.
 struct CoapRpcDirect {
   CoapRpcLink entryList;  // DirectEntry
+  uint32_t numLeft;       // entries that have left it
   coap_rpc::DirectCall *calling;
   OSAL_AVL3_TREE asyncTree;    // DirectAsync by handle, owned
   OSAL_AVL3_TREE peerTree;     // DirectPeer by session, owned
   CoapRpcLink queuedPeerList;  // those with answers to send
+  CoapRpcLink closedList;      // DirectAsync whose listen is closed, until the application is told
   uint32_t numPeers;
+  uint16_t numPeersOfHosts[coap_rpc::kNumHostCounts];  // by a hash of their addresses
   uint32_t numQueued;
   CoapRpcLink bodyList;  // payloads owned by libcoap, the oldest first
   uint32_t numBodies;

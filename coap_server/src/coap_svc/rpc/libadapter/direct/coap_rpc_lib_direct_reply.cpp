@@ -4,6 +4,7 @@
 
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
+#include "libcoap/ext/coap_rpc_lib_answer.h"
 #include "libcoap/ext/coap_rpc_lib_internals.h"
 
 namespace coap_rpc {
@@ -120,6 +121,8 @@ void Reply(const Exchange &exchange, const ReplyHead &head, const ReplyOptions *
   const bool isFilled =
       AddOptions(exchange, options) && AddPayload(exchange, head.format, data, len);
   if (!isFilled) EraseReplyOptions(options, exchange.response);
+  // Last, so that it is not part of the later blocks.
+  CoapRpcLibAcknowledgeBody(exchange.response, exchange.request);
 }
 
 void ReplyCode(const Exchange &exchange, coap_pdu_code_t code) {

@@ -274,6 +274,7 @@ void TellCall(CoapRpcCtx *ctx, const RpcCall &call, const coap_pdu_t *answer, ui
 // The application is told last: it may start and cancel whatever it likes.
 void AnswerOne(CoapRpcCtx *ctx, RpcCall *call, const coap_pdu_t *answer) {
   CoapRpcCalls *calls = ctx->lib->calls;
+  NoteAnswer(calls, *call, answer);
   TakeOff(ctx, call);
   const RpcCall told = *call;
   LeavePeer(ctx, calls, call);

@@ -4,7 +4,8 @@
  * once an instance has made a call, a response with a token of eight bytes is for calls, of
  * whatever call it may be: one that has ended is not known any more, and its answer must not become
  * a base request's because of its path.  Such a response is refused, which ends notifications of a
- * server that goes on (RFC 7641 section 3.6). */
+ * server that goes on (RFC 7641 section 3.6), unless it has answered a call: then its
+ * acknowledgement is lost, and it is acknowledged again. */
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_answer.h"
 
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
@@ -99,7 +100,8 @@ bool TakeCallAnswer(CoapRpcCtx *ctx, coap_session_t *session, const coap_pdu_t *
                     coap_response_t *result) {
   RpcCall *call = nullptr;
   if (!IsForCalls(ctx, session, received, &call)) return false;
-  *result = call ? COAP_RESPONSE_OK : COAP_RESPONSE_FAIL;
+  const bool isKnown = call || IsAnswerAgain(ctx->lib->calls, received);
+  *result = isKnown ? COAP_RESPONSE_OK : COAP_RESPONSE_FAIL;
   if (!call) {
     ++ctx->lib->calls->numDropped;
   } else if (call->state == CallState::kLeaving) {

@@ -1,9 +1,12 @@
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_record.h"
 
+#include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/common/coap_rpc_table.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_clock.h"
 
 namespace coap_rpc {
 namespace {
@@ -165,6 +168,23 @@ void StopLeading(CoapRpcCalls *calls, RpcCall *call) {
   if (!call->watch || !call->watch->key.session) return;
   WatchTable(calls->watchTree).Remove(call->watch);
   call->watch->key = {};
+}
+
+void NoteAnswer(CoapRpcCalls *calls, const RpcCall &call, const coap_pdu_t *answer) {
+  if (coap_pdu_get_type(answer) != COAP_MESSAGE_CON) return;
+  calls->answers[calls->nextAnswer] = {call.id, coap_pdu_get_mid(answer), NowTicks()};
+  calls->nextAnswer = (calls->nextAnswer + 1) % kNumKnownCallAnswers;
+}
+
+bool IsAnswerAgain(const CoapRpcCalls *calls, const coap_pdu_t *received) {
+  if (coap_pdu_get_type(received) != COAP_MESSAGE_CON) return false;
+  const uint64_t id = IdOf(coap_pdu_get_token(received));
+  const coap_mid_t mid = coap_pdu_get_mid(received);
+  return std::any_of(std::begin(calls->answers), std::end(calls->answers),
+                     [&](const CallAnswer &each) {
+                       return each.id == id && each.mid == mid && id != 0 &&
+                              !HasPassed(each.at, kExchangeLifetimeMs);
+                     });
 }
 
 void FreeRpcCall(CoapRpcCtx *ctx, RpcCall *call) {

@@ -9,12 +9,20 @@
 #include "coap_svc/rpc/client/coap_rpc_cli_relation.h"
 #include "coap_svc/rpc/client/coap_rpc_cli_session.h"
 #include "coap_svc/rpc/coap_rpc_call.h"
+#include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_list.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_msg.h"
 
 namespace coap_rpc {
 
 inline constexpr uint32_t kNumSpareIds = 32;
+
+// CallAnswer is a message that answered a call, and comes again when its acknowledgement is lost.
+struct CallAnswer {
+  uint64_t id;  // of the call; 0 for none
+  coap_mid_t mid;
+  coap_tick_t at;
+};
 
 // CallState is told at the head of coap_rpc_lib_rpc_call.cpp.
 enum class CallState : uint32_t { kQueued, kSent, kWatched, kLeaving, kEnded };
@@ -107,6 +115,8 @@ struct CoapRpcCalls {
   uint64_t numDropped;
   uint64_t spareIds[coap_rpc::kNumSpareIds];  // random: drawn many at a time, which costs less
   uint32_t numSpareIds;
+  coap_rpc::CallAnswer answers[coap_rpc::kNumKnownCallAnswers];  // the latest, as a ring
+  uint32_t nextAnswer;
   uint32_t isStopping;
 };
 
@@ -126,6 +136,11 @@ RpcCall *FirstDue(CoapRpcCalls *calls);
 // be itself.  StopLeading takes it out of the table, if it is there: nobody can join it any more.
 RpcCall *LeadWatch(CoapRpcCalls *calls, RpcCall *call);
 void StopLeading(CoapRpcCalls *calls, RpcCall *call);
+
+// NoteAnswer remembers the message that has answered a call, if it has to be acknowledged;
+// IsAnswerAgain says whether a message is one of those.
+void NoteAnswer(CoapRpcCalls *calls, const RpcCall &call, const coap_pdu_t *answer);
+bool IsAnswerAgain(const CoapRpcCalls *calls, const coap_pdu_t *received);
 
 // FreeRpcCall frees a call that is in no table.
 void FreeRpcCall(CoapRpcCtx *ctx, RpcCall *call);
