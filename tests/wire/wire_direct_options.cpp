@@ -432,7 +432,8 @@ TEST_F(DirectOptions, Upload_TheLastAnswerHasThem) {
   EXPECT_FALSE(Ask(CoapMessage(first).AddBlock(kOptBlock1, {0, true, 2})).Has(kOptEtag));
   const CoapMessage answer = Ask(Message(kCodePost, "end").AddBlock(kOptBlock1, {1, false, 2}));
   EXPECT_EQ(answer.code, Code(2, 4));
-  EXPECT_EQ(answer.options, WithFour(CoapMessage()).options);
+  const CoapBlock last = {1, false, 2};
+  EXPECT_EQ(answer.options, WithFour(CoapMessage()).AddBlock(kOptBlock1, last).options);
 }
 
 // ---- asynchronous ----
