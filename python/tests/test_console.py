@@ -30,7 +30,9 @@ def test_console_shows_the_node_and_its_numbers(run: Run, port: int, tmp_path: P
             await node.call(f"coap://127.0.0.1:{port}/upper", "hi")
             assert "o switch" in await said(path, "objects\n")
             assert "uri(upper)" in await said(path, "run disp server resource\n")
-            assert "name(in.requests)/of(post)/kind(counter)/unit(-)/value(1)" in await said(path, "run disp server stats\n")
+            assert "name(in.requests)/of(post)/kind(counter)/unit(-)/value(1)" in await said(
+                path, "run disp server stats\n"
+            )
         assert not path.exists()
 
     run(main)

@@ -18,6 +18,7 @@ ROWS_OF_LIMITS = TOP / "docs/limits.md"
 REFUSES = {
     "kMaxOpenAsyncOfPeer": "OPEN_OF_PEER", "kMaxOpenAsync": "OPEN", "kMaxAnswerSessions": "ASKERS",
     "kMaxWaitingAnswers": "ANSWERS", "kMaxWaitingInAll": "ANSWERS", "kMaxDirectPeers": "DIRECT_PEERS",
+    "kMaxDirectPeersOfHost": "DIRECT_PEERS", "kMaxSyncRegistrations": "SYNC_REGISTRATIONS",
     "kMaxCalls": "CALLS", "kMaxMirrors": "MIRRORS", "kMaxPutBackChgs": "PUT_BACK",
     "kMaxGivenUp": "GIVEN_UP", "kMaxRemembered": "REMEMBERED", "kMaxRememberedBytes": "REMEMBERED",
     "kMaxSyncBodies": "SYNC_BODIES", "kMaxBodies": "DIRECT_BODIES", "kMaxBodyBytes": "DIRECT_BODIES",
@@ -38,7 +39,7 @@ REFUSE_NOTHING = {
 
 ROWS_THAT_REFUSE_NOTHING = {
     "polled-datagrams": "later ones are read later", "asker-sessions": "a session is opened again",
-    "answers-in-blocks": "others are queued", "answers-per-turn": "others follow",
+    "answers-in-blocks": "others are queued", "answers-per-turn": "others follow", "sync-portion": "others follow",
     "sync-tombstones": "a reader begins again: syncFull", "mirror-in-flight": "questions are asked later",
     "mirror-bytes": "the mirror's state tells", "gaps": "a transfer that its peer makes wrong ends",
     "call-messages": "a bad argument gets a code", "resends": "they are sent later",

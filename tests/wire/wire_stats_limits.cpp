@@ -277,5 +277,13 @@ TEST_F(SyncLimits, PagesInBlocks) {
   EXPECT_EQ(Refused(), Of("syncBodies", 2));
 }
 
+TEST_F(SyncLimits, RegistrationsOfASession) {
+  ServeSynced();
+  for (uint8_t i = 0; i < 6; ++i) {
+    Ask(peer_, Registering({i}).AddText(kOptUriHost, std::to_string(i)));
+  }
+  EXPECT_EQ(Refused(), Of("syncRegistrations", 2));
+}
+
 }  // namespace
 }  // namespace coap_rpc_test

@@ -36,6 +36,8 @@ AXES = {
                         f"time to the last row at the last observer, ms {LESS}", "rows that change"),
     "cpp": chart.Axes("Requests and calls through the C interface and through C++",
                       f"processor time of a request, us {LESS}", "what is asked"),
+    "mirror": chart.Axes("A mirror's full sync, by the questions in flight",
+                         f"time, ms {LESS}", "tuples, and how far away the server is"),
     "uris": chart.Axes("Synchronous POSTs, 16 client ports: this library and libcoap alone",
                        f"processor time of a POST, us {LESS}", "registered URIs"),
     "queue": chart.Axes("N changes: queue them, build their payload, or make the document with Jansson",

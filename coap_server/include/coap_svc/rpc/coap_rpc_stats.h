@@ -61,7 +61,9 @@ enum {
   COAP_RPC_LIMIT_PAYLOADS = 16,      /* unacknowledged payloads: the changes of the oldest pending
                                         again */
   COAP_RPC_LIMIT_LAST_BLOCKS = 17,   /* last blocks that can be repeated: the oldest forgotten */
-  COAP_RPC_LIMIT_FOLLOWED = 18       /* CON requests with a reported end: not reported */
+  COAP_RPC_LIMIT_FOLLOWED = 18,      /* CON requests with a reported end: not reported */
+  COAP_RPC_LIMIT_SYNC_REGISTRATIONS = 19 /* registrations with versions of one session for a URI,
+                                            or no memory for one: 5.03 */
 };
 
 enum {

@@ -83,6 +83,7 @@ constexpr Number kServerNumbers[] = {
     Refused("uploads", COAP_RPC_LIMIT_UPLOADS),
     Refused("payloads", COAP_RPC_LIMIT_PAYLOADS),
     Refused("lastBlocks", COAP_RPC_LIMIT_LAST_BLOCKS),
+    Refused("syncRegistrations", COAP_RPC_LIMIT_SYNC_REGISTRATIONS),
     Count("callbacks", AT(callbacks)),
     Count("callbacks.time", AT(callbackNs), "ns"),
     Gauge("callbacks.longest", AT(callbackMaxNs), "ns"),

@@ -171,6 +171,7 @@ void AnswerRegistration(const Exchange &exchange, const SyncQuery &query) {
   } else if (AcceptOf(exchange.request) != kCbor) {
     coap_pdu_set_code(exchange.response, COAP_RESPONSE_CODE_NOT_ACCEPTABLE);
   } else if (IsTooMany(exchange, PeerOf(exchange))) {
+    ++exchange.ctx->counts.refused[COAP_RPC_LIMIT_SYNC_REGISTRATIONS];
     coap_pdu_set_code(exchange.response, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
   } else {
     AnswerPull(exchange, query);
