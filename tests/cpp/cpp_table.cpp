@@ -211,6 +211,25 @@ struct Name {
   std::string text() const { return text_; }
 };
 
+// It leaves the bytes after the text as they are.
+struct Short {
+  static constexpr size_t size = 4;
+  std::string text_;
+  void encode(std::span<uint8_t, size> out) const { std::copy(text_.begin(), text_.end(), &out[0]); }
+  static Short decode(std::span<const uint8_t, size> bytes) {
+    return {std::string(bytes.begin(), bytes.end())};
+  }
+};
+
+TEST_F(TableTest, BytesThatEncodeLeavesOut_AreZero) {
+  auto all = must(node_->table<Short, Short>("all"));
+  auto each = must(node_->table<Short, Short>("each"));
+  must(all.replace(std::vector<std::pair<Short, Short>>{{{"long"}, {"1234"}}, {{"lo"}, {"5"}}}));
+  must(each.set({"long"}, {"1234"}));
+  must(each.set({"lo"}, {"5"}));
+  EXPECT_EQ(all.state().digest, each.state().digest);
+}
+
 TEST_F(TableTest, OwnBytes_AreOnTheWire) {
   auto names = must(node_->table<Name, uint8_t>("names"));
   must(names.set({"ab"}, 7));

@@ -8,7 +8,6 @@ async with Node("127.0.0.2") as node:
     reply = await node.call("coap://127.0.0.3/upper", b"hi", timeout=2)
 """
 
-from ._call import Reply
 from ._errors import (
     CallError,
     CallReset,
@@ -23,6 +22,7 @@ from ._mirror import Change, Mirror, MirrorState
 from ._mirror import Status as MirrorStatus
 from ._node import Node
 from ._record import record
+from ._reply import Reply
 from ._request import CBOR, JSON, OCTETS, TEXT, Answer, Method, Request, Response
 from ._table import Table, TableState
 from ._url import Address

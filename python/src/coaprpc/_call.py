@@ -11,7 +11,6 @@ A node that is closed ends all of them: the library says so of each.
 from __future__ import annotations
 
 import asyncio
-import json
 from collections import deque
 from collections.abc import AsyncGenerator, Callable
 from dataclasses import dataclass
@@ -20,40 +19,12 @@ from typing import Any
 from ._errors import CoapRpcError, ErrorReply, check, error_of_status
 from ._instance import Instance, logger, new_id
 from ._native import ffi, lib
+from ._reply import Reply
 from ._request import Method, bytes_of, format_of, method_of
 from ._serve import milliseconds
 from ._url import Url, parse
 
 _FIRST_ERROR = 400
-
-
-@dataclass(frozen=True, slots=True)
-class Reply:
-    """What a server has answered."""
-
-    code: int
-    """class x 100 + detail: 205 is 2.05"""
-    payload: bytes
-    content_format: int | None
-    etag: bytes | None
-    max_age: int
-    """seconds for which the answer is fresh"""
-    location_path: str | None
-    rtt: float
-    """seconds from the request to the answer; 0 for a notification"""
-
-    @property
-    def text(self) -> str:
-        """The payload as UTF-8; UnicodeDecodeError if it is not."""
-        return self.payload.decode()
-
-    def json(self) -> Any:
-        """The payload as JSON; ValueError if it is not."""
-        return json.loads(self.payload)
-
-    @property
-    def dotted(self) -> str:
-        return f"{self.code // 100}.{self.code % 100:02}"
 
 
 def _reply_of(rsp: Any) -> Reply:

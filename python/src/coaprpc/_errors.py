@@ -2,12 +2,8 @@
 
 from __future__ import annotations
 
-from typing import TYPE_CHECKING
-
 from ._native import ffi, lib
-
-if TYPE_CHECKING:
-    from ._call import Reply
+from ._reply import Reply
 
 
 class CoapRpcError(Exception):

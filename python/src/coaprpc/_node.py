@@ -6,11 +6,12 @@ from collections.abc import AsyncGenerator, Callable, Iterable
 from types import TracebackType
 from typing import Any, Self, TypeVar
 
-from ._call import Calls, Reply, ask_of
+from ._call import Calls, ask_of
 from ._errors import CoapRpcError, NodeClosed
 from ._instance import Instance
 from ._mirror import Mirror, MirrorOptions, Mirrors
 from ._native import lib
+from ._reply import Reply
 from ._request import Method
 from ._serve import Handler, Server, check_path, milliseconds
 from ._stats import read_stats

@@ -7,7 +7,7 @@
  *     struct Port { Big<uint16_t> slot, index; };
  *   or a type that says itself how its bytes are:
  *     static constexpr size_t size;
- *     void encode(std::span<uint8_t, size> out) const;
+ *     void encode(std::span<uint8_t, size> out) const;       // all 0 before
  *     static T decode(std::span<const uint8_t, size> bytes);   // or std::optional<T>
  *
  * `std::string text() const`, if a type has it, is what displays and JSON pages show. */
@@ -111,6 +111,7 @@ struct Codec {
 
   static void encode(const T &value, uint8_t *out) {
     if constexpr (isOwn) {
+      std::fill_n(out, size, uint8_t{0});  // it may leave bytes out
       value.encode(std::span<uint8_t, size>(out, size));
     } else {
       std::memcpy(out, &value, size);
