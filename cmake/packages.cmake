@@ -93,8 +93,8 @@ coap_rpc_add_deb(host libkestrel${major} libs
 timers, log and display commands on one event loop.")
 coap_rpc_add_deb(dev libcoap-svc-rpc-dev libdevel
   "RPC service over CoAP - development files"
-  "Headers of the RPC service and of its hosts, for C and C++, files for pkg-config
-and CMake, and a manual page."
+  "Headers of the RPC service and of its hosts, for C and C++, files for
+pkg-config and CMake, a host under test control, and manual pages."
   DEPENDS "libcoap-svc-rpc${major} ${version}, libkestrel${major} ${version}, libexpected-dev"
   RECOMMENDS libjansson-dev  # for programs that publish JSON
   SUGGESTS libcoap-svc-rpc-doc)
