@@ -2,78 +2,49 @@
 #include <climits>
 
 #include "coap_svc/rpc/coap_rpc_ext.h"
-#include "sync_server.h"
+#include "confirming_server.h"
 
 namespace coap_rpc_test {
 namespace {
 
-class SyncAttack : public SyncServer {
+class SyncAttack : public ConfirmingServer {
  protected:
-  SyncAttack() { other_.SetRemote(Address()); }
-
-  CoapRpcSerSyncParam Calling() {
-    CoapRpcSerSyncParam param = {};
-    param.leaseMs = 1000;
-    param.userData = reinterpret_cast<uint64_t>(this);
-    param.onConfirmed = [](uint64_t userData, uint64_t version) {
-      auto *self = reinterpret_cast<SyncAttack *>(userData);
-      self->confirmed_.push_back(version);
-      if (self->onConfirmed_) self->onConfirmed_();
-    };
-    return param;
-  }
   void Detach() { ASSERT_EQ(COAP_RpcSerUnsetUri(Ctx(), &key_), 0u); }
-
-  RawPeer other_;
-  std::vector<uint64_t> confirmed_;
-  std::function<void()> onConfirmed_;
 };
 
 TEST_F(SyncAttack, ConfirmedByALease_DetachesTheUri) {
-  ServeSynced(Calling());
+  ServeSynced(Confirming());
   onConfirmed_ = [&] { Detach(); };
   Ask(peer_, Registering());
   Ask(other_, Registering());
-  Update("k001", "v001");
-  PullSince(other_, 1);
-  host_.AdvanceMs(900);
-  PullSince(other_, 1);
-  host_.AdvanceMs(500);
+  OutliveTheLeaseOfPeer();
   EXPECT_EQ(confirmed_.size(), 1u);
 }
 
 TEST_F(SyncAttack, ConfirmedByALease_TwoRegistrationsOfOne_DetachesTheUri) {
-  ServeSynced(Calling());
+  ServeSynced(Confirming());
   onConfirmed_ = [&] { Detach(); };
   Ask(peer_, Registering({1}));
   Ask(peer_, Registering({2}).AddText(kOptUriHost, "x"));
   Ask(other_, Registering());
-  Update("k001", "v001");
-  PullSince(other_, 1);
-  host_.AdvanceMs(900);
-  PullSince(other_, 1);
-  host_.AdvanceMs(500);
+  OutliveTheLeaseOfPeer();
   EXPECT_EQ(confirmed_.size(), 1u);
 }
 
 TEST_F(SyncAttack, ConfirmedByALease_RunsTheIo) {
-  ServeSynced(Calling());
+  ServeSynced(Confirming());
   onConfirmed_ = [&] {
     Update("k002", "v001");
     COAP_RpcProcIo(Ctx());
   };
   Ask(peer_, Registering());
   Ask(other_, Registering());
-  Update("k001", "v001");
-  PullSince(other_, 1);
-  host_.AdvanceMs(900);
-  PullSince(other_, 1);
-  host_.AdvanceMs(500);
+  OutliveTheLeaseOfPeer();
   EXPECT_EQ(confirmed_.size(), 1u);
 }
 
 TEST_F(SyncAttack, ConfirmedByACancel_DetachesTheUri) {
-  ServeSynced(Calling());
+  ServeSynced(Confirming());
   onConfirmed_ = [&] { Detach(); };
   Ask(peer_, Registering());
   Ask(other_, Registering());
@@ -119,7 +90,7 @@ TEST_F(SyncAttack, OddQueries) {
 }
 
 TEST_F(SyncAttack, ReplaceInConfirmed) {
-  ServeSynced(Calling());
+  ServeSynced(Confirming());
   onConfirmed_ = [&] {
     COAP_RpcSerSyncReplace(
         Ctx(), &key_, [](uint64_t, void *, void *) -> uint32_t { return 1; }, 0);
@@ -177,7 +148,7 @@ TEST_F(SyncAttack, The1001stReader_ReadsByPulls) {
 }
 
 TEST_F(SyncAttack, ClockThatJumps_EndsNoLease) {
-  ServeSynced(Calling());
+  ServeSynced(Confirming());
   Ask(peer_, Registering());
   Update("k001", "v001");
   const uint64_t nowMs = host_.Process().NowMs();

@@ -1,27 +1,12 @@
 /* wire_sync_state.cpp: what the application hears of its observers: confirmations, state, peers. */
-#include <vector>
-
+#include "confirming_server.h"
 #include "fd_host.h"
-#include "sync_server.h"
 
 namespace coap_rpc_test {
 namespace {
 
-class SyncStateWire : public SyncServer {
+class SyncStateWire : public ConfirmingServer {
  protected:
-  SyncStateWire() { other_.SetRemote(Address()); }
-
-  CoapRpcSerSyncParam Confirming() {
-    CoapRpcSerSyncParam param = {};
-    param.leaseMs = 1000;
-    param.userData = reinterpret_cast<uint64_t>(this);
-    param.onConfirmed = [](uint64_t userData, uint64_t version) {
-      auto *self = reinterpret_cast<SyncStateWire *>(userData);
-      self->confirmed_.push_back(version);
-      if (self->onConfirmed_) self->onConfirmed_();
-    };
-    return param;
-  }
   CoapRpcSerSyncState State() {
     CoapRpcSerSyncState state = {};
     EXPECT_EQ(COAP_RpcSerGetSyncState(Ctx(), &key_, &state), 0u);
@@ -38,10 +23,6 @@ class SyncStateWire : public SyncServer {
               0u);
     return peers;
   }
-
-  RawPeer other_;
-  std::vector<uint64_t> confirmed_;
-  std::function<void()> onConfirmed_;
 };
 
 TEST_F(SyncStateWire, BadArguments_GiveCodes) {
