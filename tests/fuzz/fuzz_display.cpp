@@ -154,7 +154,7 @@ class Instance {
   static uint32_t OnAsyncRequest(uint64_t, uint8_t *, uint32_t, void *) { return 0; }
 
   void RunLine(uint8_t how, const std::string &line) {
-    constexpr int kMaxPages = 40;
+    constexpr int kMaxPages = 400;  // more than any table here has rows
     Shown shown{how % 8 == 7 ? how / 8u : 1000};
     kestrel::DispRun run(Shown::Take, &shown);
     const char *object = (how & 0x40) != 0 ? kInstanceName : nullptr;
