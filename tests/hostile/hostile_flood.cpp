@@ -30,7 +30,7 @@ Source Anybody(uint32_t i) {
           static_cast<uint16_t>(10'000 + number / kNumAddresses)};
 }
 
-// Flood sends so many datagrams of a kind from a thread, as fast as the machine can.
+// Flood sends a number of datagrams of a kind from a thread, as fast as the machine can.
 class Flood {
  public:
   template <typename From, typename Make>

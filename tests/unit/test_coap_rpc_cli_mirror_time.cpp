@@ -1,5 +1,5 @@
-/* test_coap_rpc_cli_mirror_time.cpp: rule 7 of a mirror, confirmations, pauses, and the window of its
- * questions. */
+/* test_coap_rpc_cli_mirror_time.cpp: rule 7 of a mirror, confirmations, pauses, and the window of
+ * its questions. */
 #include <set>
 
 #include "cli_mirror.h"

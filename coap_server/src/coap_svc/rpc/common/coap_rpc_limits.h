@@ -88,7 +88,7 @@ inline constexpr uint32_t kMaxLastBlocks = 64;
 inline constexpr uint32_t kSyncLeaseTicks = 4;
 inline constexpr uint32_t kMaxSyncBodies = 64;
 
-// So many of them are notified between two readings of datagrams, those who asked last first.  One
+// This number of them is notified between two readings of datagrams, those who asked last first.  One
 // session can register a few times with different options.
 inline constexpr uint32_t kSyncPortion = 64;
 inline constexpr uint32_t kSyncLatestPeers = 32;

@@ -160,7 +160,7 @@ RpcCall *LeadWatch(CoapRpcCalls *calls, RpcCall *call) {
   const CallWatch *leader = table.Find(&key);
   if (leader) return leader->call;
   call->watch->key = key;
-  (void)table.Insert(call->watch);  // there is none with its key
+  (void)table.Insert(call->watch);  // no other has its key
   return call;
 }
 

@@ -11,7 +11,7 @@ namespace coap_rpc {
 using Followers = COAP_RPC_LIST(CallWatch, followLink);
 
 // JoinShare makes a new observation a follower of the one that has the same registration already.
-// False: there is none, and the observation leads from now on.
+// False: no other does, and the observation leads from now on.
 bool JoinShare(CoapRpcCtx *ctx, RpcCall *call);
 
 inline bool IsFollower(const RpcCall &call) { return call.watch && !call.watch->request; }
