@@ -1,15 +1,15 @@
 /* fd_host.h: a host that serves an instance's descriptor and does nothing else, on the clock of the
  * tests.
  *
- * No timer of the host runs, the I/O task's neither.  libcoap's timer counts in real time: it is
- * read instead, and taken to expire when the test's clock has come that far. */
+ * No timer of the host runs, the I/O task's neither.  libcoap's timer is not set: what it would be
+ * set to is noted, and it is taken to expire when the test's clock has come that far.
+ *
+ * Programs that use it are linked with the target fd_host. */
 #ifndef FD_HOST_H
 #define FD_HOST_H
 
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/timerfd.h>
-#include <time.h>
 
 #include <cstdint>
 
@@ -18,6 +18,14 @@
 #include "test_process.h"
 
 namespace coap_rpc_test {
+
+// TimerSetting is what a timer was last set to.
+struct TimerSetting {
+  uint32_t num = 0;  // how often it was set
+  uint64_t ns = 0;   // 0: disarmed
+};
+
+TimerSetting SettingOf(int timer);
 
 class FdHost {
  public:
@@ -34,6 +42,9 @@ class FdHost {
 
   // NumRuns counts the calls of COAP_RpcProcIo.
   uint32_t NumRuns() const { return numRuns_; }
+
+  // NumTimerSets counts the settings of libcoap's timer.
+  uint32_t NumTimerSets() const { return SettingOf(timer_).num; }
 
   bool IsReadable() const {
     pollfd poll = {COAP_RpcGetIoFd(ctx_), POLLIN, 0};
@@ -63,47 +74,31 @@ class FdHost {
 
  private:
   static constexpr uint64_t kNsPerMs = 1'000'000;
-  static constexpr uint64_t kAtOnceNs = 100'000;  // what is left of a timer that expires at once
-
-  static uint64_t NsOf(const timespec &time) {
-    return static_cast<uint64_t>(time.tv_sec) * 1'000'000'000 + static_cast<uint64_t>(time.tv_nsec);
-  }
-
-  static uint64_t RealNs() {
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return NsOf(now);
-  }
 
   bool IsDueBy(uint64_t ms) const { return isArmed_ && dueMs_ <= ms; }
 
-  // Each run sets the timer.
   void Run() {
+    if (IsDueBy(NowMs())) isArmed_ = false;
     ++numRuns_;
     COAP_RpcProcIo(ctx_);
-    isArmed_ = false;
     Look();
   }
 
-  // Look notes when the timer is due on the test's clock.  Between runs it is only ever set to
-  // expire earlier.
+  // Look notes when the timer is due, if it has been set since.
   void Look() {
-    itimerspec timer = {};
-    timerfd_gettime(timer_, &timer);
-    const uint64_t leftNs = NsOf(timer.it_value);
-    const uint64_t expiryNs = RealNs() + leftNs;
-    if (leftNs == 0 || (isArmed_ && expiryNs + kAtOnceNs >= expiryNs_)) return;
-    isArmed_ = true;
-    expiryNs_ = expiryNs;
-    dueMs_ = NowMs() + (leftNs < kAtOnceNs ? 0 : (leftNs + kNsPerMs - 1) / kNsPerMs);
+    const TimerSetting setting = SettingOf(timer_);
+    if (setting.num == numSet_) return;
+    numSet_ = setting.num;
+    isArmed_ = setting.ns != 0;
+    dueMs_ = NowMs() + (setting.ns + kNsPerMs - 1) / kNsPerMs;
   }
 
   CoapRpcCtx *ctx_;
   int timer_;
   uint32_t numRuns_ = 0;
+  uint32_t numSet_ = 0;
   bool isArmed_ = false;
-  uint64_t expiryNs_ = 0;  // in real time
-  uint64_t dueMs_ = 0;     // on the test's clock
+  uint64_t dueMs_ = 0;
 };
 
 }  // namespace coap_rpc_test

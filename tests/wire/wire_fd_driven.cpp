@@ -190,6 +190,20 @@ TEST_F(FdDriven, PendingRequest_CausesNoRuns) {
   fd_.Serve();
 }
 
+TEST_F(FdDriven, MessagesThatAreAcknowledged_SeldomSetTheTimer) {
+  constexpr uint32_t kNumMessages = 50;
+  const auto watched = ServeWatched("watched");
+  Watch(peer_, *watched, 1);
+  const uint32_t numBefore = fd_.NumTimerSets();
+  for (uint32_t i = 0; i < kNumMessages; ++i) {
+    Change(*watched, i % 2 == 0 ? "v001" : "v002");
+    fd_.Serve();
+    ASSERT_TRUE(Took(peer_)) << i;
+    fd_.Serve();
+  }
+  EXPECT_LE(fd_.NumTimerSets() - numBefore, kNumMessages / 5);
+}
+
 // A notification is deferred while the blocks of another to the same peer are fetched, for two
 // seconds after the latest.
 TEST_F(FdDriven, NotificationThatWaitsForBlocks_GoesOutAfterTwoSeconds) {

@@ -506,10 +506,16 @@ static int IsEndPoint(const struct epoll_event *event) {
   return sock && sock->endpoint;
 }
 
+static int IsOfSession(const struct epoll_event *event) {
+  const coap_socket_t *sock = event->data.ptr;
+  return sock && sock->session;
+}
+
 /* HasDatagram says whether there is something to read, rather than an error or a hang-up, which may
  * come back after each read. */
 static int HasDatagram(const struct epoll_event *event) {
-  return event->data.ptr && (event->events & EPOLLIN) && !(event->events & (EPOLLHUP | EPOLLRDHUP));
+  const int isRead = (event->events & EPOLLIN) && !(event->events & (EPOLLHUP | EPOLLRDHUP));
+  return isRead && (IsEndPoint(event) || IsOfSession(event));
 }
 
 /* An endpoint's event is repeated, because libcoap reads one datagram for each; a read too many
