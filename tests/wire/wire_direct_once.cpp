@@ -68,6 +68,22 @@ TEST_F(Once, OtherNumberTokenPortOrMethod_IsAnotherRequest) {
   EXPECT_EQ(NumRemembered(), 6u);
 }
 
+TEST_F(Once, ManyTokensUnderOneNumber_TheLatestAreKnown) {
+  constexpr uint8_t kNumTokens = 100;
+  ServeDirect(kModeSync);
+  CoapMessage post = Message(kCodePost, "q");
+  const auto askWith = [&](uint8_t token) {
+    post.token = {token};
+    AskNow(post);
+  };
+  for (uint8_t token = 0; token < kNumTokens; ++token) askWith(token);
+  askWith(kNumTokens - 1);
+  askWith(kNumTokens - 50);
+  EXPECT_EQ(app_.payloads.size(), size_t{kNumTokens});
+  askWith(0);  // a chain is read so far only
+  EXPECT_EQ(app_.payloads.size(), size_t{kNumTokens} + 1);
+}
+
 TEST_F(Once, OtherPeerWithTheSamePort_IsAnotherRequest) {
   ServeDirect(kModeSync);
   const uint16_t port = FindFreeUdpPort(OwnHost(Role::kPeer));

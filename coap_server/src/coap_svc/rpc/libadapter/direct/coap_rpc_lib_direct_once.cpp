@@ -15,12 +15,31 @@
 namespace coap_rpc {
 namespace {
 
-constexpr size_t kNumBuckets = 32768;
+// With the two links of a record, no request pays for the length of a chain.
+constexpr size_t kNumChains = 16384;
+
+constexpr uint32_t kChainsAhead = 4;  // a line of the processor's caches
+
+// A peer that puts more requests than these under one Message ID is not protected from itself.
+constexpr uint32_t kMaxSteps = 64;
 
 static_assert(alignof(OnceRecord) <= kRecordAlign);
 static_assert(sizeof(OnceId) <= 96);
 static_assert(offsetof(OnceId, key) == sizeof(OnceRecord));
 static_assert(offsetof(sockaddr_in, sin_port) == offsetof(sockaddr_in6, sin6_port));
+
+}  // namespace
+
+struct OnceChain {
+  OnceRecord *first;
+  uint64_t tags;  // of all that it has had since it was last empty
+};
+
+struct OnceTable {
+  OnceChain chains[kNumChains];
+};
+
+namespace {
 
 OnceCache &CacheOf(CoapRpcCtx *ctx) { return ctx->lib->direct->once; }
 
@@ -31,6 +50,12 @@ const uint64_t *KeyOf(const OnceRecord *record) {
 }
 
 size_t KeyBytes(const OnceRecord &record) { return record.numWords * sizeof(uint64_t); }
+
+// MixIn adds a word to a hash.
+uint64_t MixIn(uint64_t hash, uint64_t word) {
+  hash = (hash ^ word) * 0x9E3779B97F4A7C15u;
+  return hash ^ hash >> 32;
+}
 
 // PutAddresses writes both addresses of a session.  Returns the words that they take.
 uint8_t PutAddresses(uint64_t *to, const coap_address_t &remote, const coap_address_t &local) {
@@ -51,9 +76,16 @@ uint8_t PutToken(uint64_t *to, const coap_bin_const_t &token) {
   return 1;
 }
 
+// PlaceOf: the upper half of the first word is the ports, the quarter below the Message ID.
+uint32_t PlaceOf(const uint64_t *key, const uint64_t *end, uint64_t seed) {
+  uint64_t hash = MixIn(seed, *key >> 32);
+  for (const uint64_t *word = key + 1; word != end; ++word) hash = MixIn(hash, *word);
+  return static_cast<uint32_t>(hash) + static_cast<uint16_t>(*key >> 16);
+}
+
 // FillKey: the first word has the token's length, at most 8 in what libcoap lets through, and the
 // number of words says whether the addresses are IPv4, so that keys of two requests differ.
-void FillKey(OnceId &id, const coap_session_t *session, const coap_pdu_t *request) {
+void FillKey(OnceId &id, const coap_session_t *session, const coap_pdu_t *request, uint64_t seed) {
   const coap_address_t &remote = *coap_session_get_addr_remote(session);
   const coap_address_t &local = *coap_session_get_addr_local(session);
   const coap_bin_const_t token = coap_pdu_get_token(request);
@@ -62,21 +94,13 @@ void FillKey(OnceId &id, const coap_session_t *session, const coap_pdu_t *reques
               uint32_t{mid} << 16 | token.length << 8 | id.record.method;
   uint64_t *next = id.key + 1;
   next += PutAddresses(next, remote, local);
+  id.record.place = PlaceOf(id.key, next, seed);
   next += PutToken(next, token);
   id.record.numWords = static_cast<uint8_t>(next - id.key);
 }
 
-uint32_t HashOf(const OnceId &id, uint64_t seed) {
-  uint64_t hash = seed;
-  for (uint8_t i = 0; i < id.record.numWords; ++i) {
-    hash = (hash ^ id.key[i]) * 0x9E3779B97F4A7C15u;
-    hash ^= hash >> 32;
-  }
-  return static_cast<uint32_t>(hash);
-}
-
 bool IsOf(const OnceRecord *record, const OnceId &id) {
-  return record->hash == id.record.hash && record->numWords == id.record.numWords &&
+  return record->place == id.record.place && record->numWords == id.record.numWords &&
          memcmp(KeyOf(record), id.key, KeyBytes(id.record)) == 0;
 }
 
@@ -95,29 +119,44 @@ uint32_t LifetimeOf(const coap_pdu_t *request) {
   return coap_pdu_get_type(request) == COAP_MESSAGE_CON ? kExchangeLifetimeMs : kNonLifetimeMs;
 }
 
-// ---- buckets ----
+// ---- chains ----
 
-OnceRecord *&BucketOf(OnceCache &cache, uint32_t hash) { return cache.buckets[hash % kNumBuckets]; }
+OnceChain &ChainOf(OnceTable *table, uint32_t place) { return table->chains[place % kNumChains]; }
+
+// TagOf is made of bits that do not choose the chain.
+uint64_t TagOf(uint32_t place) { return uint64_t{1} << (place >> 26); }
 
 bool HasTable(CoapRpcCtx *ctx) {
   OnceCache &cache = CacheOf(ctx);
-  if (cache.buckets) return true;
-  cache.buckets = static_cast<OnceRecord **>(
-      PoolAlloc(ctx->param.memHandle, kNumBuckets * sizeof(OnceRecord *)));
-  return cache.buckets != nullptr;
+  if (!cache.table) cache.table = NewZeroed<OnceTable>(ctx->param.memHandle).release();
+  return cache.table != nullptr;
 }
 
-void Chain(OnceCache &cache, OnceRecord *record) {
-  OnceRecord *&bucket = BucketOf(cache, record->hash);
-  record->chained = bucket;
-  bucket = record;
+void Chain(OnceTable *table, OnceRecord *record) {
+  OnceChain &chain = ChainOf(table, record->place);
+  chain.tags |= TagOf(record->place);
+  record->next = chain.first;
+  record->at = &chain.first;
+  if (record->next) record->next->at = &record->next;
+  chain.first = record;
 }
 
-// Unchain ignores a record that is not chained.
-void Unchain(OnceCache &cache, const OnceRecord *record) {
-  OnceRecord **at = &BucketOf(cache, record->hash);
-  while (*at && *at != record) at = &(*at)->chained;
-  if (*at) *at = record->chained;
+void Unchain(OnceTable *table, OnceRecord *record) {
+  *record->at = record->next;
+  if (record->next) record->next->at = record->at;
+  record->at = nullptr;
+  OnceChain &chain = ChainOf(table, record->place);
+  if (!chain.first) chain.tags = 0;
+}
+
+OnceRecord *Find(OnceTable *table, const OnceId &id) {
+  const OnceChain &chain = ChainOf(table, id.record.place);
+  if ((chain.tags & TagOf(id.record.place)) == 0) return nullptr;
+  OnceRecord *record = chain.first;
+  for (uint32_t steps = 1; record && !IsOf(record, id); ++steps) {
+    record = steps < kMaxSteps ? record->next : nullptr;
+  }
+  return record;
 }
 
 // ---- the queue ----
@@ -135,12 +174,12 @@ OnceRecord *OldestOf(const OnceCache &cache) {
   return static_cast<OnceRecord *>(FirstBytes(cache.queue));
 }
 
-// Prefetch reads ahead what the end of the oldest record will need: the memory of all records is
-// much larger than the processor's caches, and that end is the next request's.
-void Prefetch(OnceCache &cache) {
+// ReadAhead reads what the next requests will need: their peer's next chains, the chain of the
+// record that goes for the next one, and the record after that.
+void ReadAhead(const OnceCache &cache, const OnceRecord *newest) {
   const OnceRecord *oldest = OldestOf(cache);
-  if (!oldest) return;
-  __builtin_prefetch(&BucketOf(cache, oldest->hash));
+  __builtin_prefetch(&ChainOf(cache.table, newest->place + kChainsAhead));
+  __builtin_prefetch(&ChainOf(cache.table, oldest->place));
   __builtin_prefetch(reinterpret_cast<const uint8_t *>(oldest) + SizeOf(oldest));
 }
 
@@ -148,7 +187,7 @@ void ForgetOldest(CoapRpcCtx *ctx) {
   OnceCache &cache = CacheOf(ctx);
   OnceRecord *oldest = OldestOf(cache);
   const size_t size = SizeOf(oldest);
-  Unchain(cache, oldest);
+  Unchain(cache.table, oldest);
   --cache.num;
   cache.numBytes -= size;
   PopBytes(ctx->param.memHandle, cache.queue, size);
@@ -198,8 +237,8 @@ void Remember(CoapRpcCtx *ctx, const OnceId &id, coap_pdu_code_t code,
   }
   memcpy(static_cast<void *>(record), &id, BeforeAnswer(id.record));
   PutAnswer(record, code, content);
-  Chain(cache, record);
-  Prefetch(cache);
+  Chain(cache.table, record);
+  ReadAhead(cache, record);
 }
 
 }  // namespace
@@ -216,18 +255,14 @@ OnceId IdOf(const Exchange &exchange) {
   OnceId id;
   id.record = {};
   id.record.method = static_cast<uint8_t>(coap_pdu_get_code(exchange.request));
-  FillKey(id, exchange.session, exchange.request);
-  id.record.hash = HashOf(id, cache.seed);
+  FillKey(id, exchange.session, exchange.request, cache.seed);
   id.record.expiresMs = cache.nowMs + LifetimeOf(exchange.request);
-  if (cache.buckets) __builtin_prefetch(&BucketOf(cache, id.record.hash));
   return id;
 }
 
 const OnceRecord *FindOnce(CoapRpcCtx *ctx, const OnceId &id) {
   OnceCache &cache = CacheOf(ctx);
-  if (!cache.buckets) return nullptr;
-  const OnceRecord *record = BucketOf(cache, id.record.hash);
-  while (record && !IsOf(record, id)) record = record->chained;
+  const OnceRecord *record = cache.table ? Find(cache.table, id) : nullptr;
   const bool isOver = record && record->isAnswered && IsExpired(record, cache.nowMs);
   if (!record || isOver) return nullptr;
   ++ctx->counts.repeats;
@@ -253,21 +288,21 @@ void RememberLost(CoapRpcCtx *ctx, const OnceId &id) {
 void RememberOpen(CoapRpcCtx *ctx, OnceId &id) {
   OnceCache &cache = CacheOf(ctx);
   if (HasTable(ctx)) {
-    Chain(cache, &id.record);
+    Chain(cache.table, &id.record);
   } else {
     ++cache.numForgotten;
   }
 }
 
-void ForgetOpen(CoapRpcCtx *ctx, const OnceId &id) {
-  if (CacheOf(ctx).buckets) Unchain(CacheOf(ctx), &id.record);
+void ForgetOpen(CoapRpcCtx *ctx, OnceId &id) {
+  if (id.record.at) Unchain(CacheOf(ctx).table, &id.record);
 }
 
 void ForgetAllOnce(CoapRpcCtx *ctx) {
   OnceCache &cache = CacheOf(ctx);
   while (cache.num != 0) ForgetOldest(ctx);
-  PoolFree(ctx->param.memHandle, cache.buckets);
-  cache.buckets = nullptr;
+  PoolFree(ctx->param.memHandle, cache.table);
+  cache.table = nullptr;
 }
 
 void TrimOnce(CoapRpcCtx *ctx) {

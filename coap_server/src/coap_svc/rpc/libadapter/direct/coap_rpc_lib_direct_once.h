@@ -9,7 +9,12 @@
  *              brings by itself: type, Message ID, token
  *
  * GET and FETCH have one while they are open.  An answered one is found until its age, and kept
- * until it is the oldest and too old or too much. */
+ * until it is the oldest and too old or too much.
+ *
+ * The memory of all records is much larger than the processor's caches, and nearly every request is
+ * new.  Such a one reads no record: peers count their Message IDs up, consecutive ones are
+ * neighbours in the table of chains, so that what it has of a peer stays in the caches, and each
+ * chain has a tag that says whether a request can be in it. */
 #ifndef COAP_RPC_LIB_DIRECT_ONCE_H
 #define COAP_RPC_LIB_DIRECT_ONCE_H
 
@@ -21,10 +26,11 @@ namespace coap_rpc {
 // OnceRecord is the head of a record.  Its key is behind it, and in the queue its answer behind
 // that.
 struct OnceRecord {
-  OnceRecord *chained;  // next of its bucket
-  uint32_t hash;        // of the key
-  uint32_t expiresMs;   // low bits of libcoap's clock
-  uint16_t len;         // of the answer
+  OnceRecord *next;    // of its chain, the newest first
+  OnceRecord **at;     // what points to it; null outside of chains
+  uint32_t place;      // in the table: a hash of both ends, plus the Message ID
+  uint32_t expiresMs;  // low bits of libcoap's clock
+  uint16_t len;        // of the answer
   uint16_t payloadAt;
   uint8_t code;
   uint8_t method;  // of the request
@@ -39,12 +45,14 @@ struct OnceId {
   uint64_t key[6];
 };
 
+struct OnceTable;
+
 struct OnceCache {
-  OnceRecord **buckets;  // null until first used
-  uint64_t seed;         // of hashes: peers do not choose buckets
-  uint32_t nowMs;        // of the latest request
-  ByteQueue queue;       // OnceRecord, answered, each with its answer
-  uint32_t num;          // in the queue
+  OnceTable *table;  // null until first used
+  uint64_t seed;     // of hashes: peers do not choose places
+  uint32_t nowMs;    // of the latest request
+  ByteQueue queue;   // OnceRecord, answered, each with its answer
+  uint32_t num;      // in the queue
   size_t numBytes;
   uint64_t numForgotten;  // before their time
 };
@@ -55,7 +63,7 @@ bool IsOnce(uint8_t method);
 // InitOnce makes a zeroed cache ready.
 void InitOnce(OnceCache &cache);
 
-// IdOf makes the id of a request that has just come.  What FindOnce will look at is read ahead.
+// IdOf makes the id of a request that has just come.
 OnceId IdOf(const Exchange &exchange);
 
 // FindOnce returns the record of a request that is here again; null for a new one.
@@ -74,7 +82,7 @@ void RememberLost(CoapRpcCtx *ctx, const OnceId &id);
 // RememberOpen makes the id of an open request a record, but not without memory; it stays where it
 // is until ForgetOpen, which ignores one that is no record.
 void RememberOpen(CoapRpcCtx *ctx, OnceId &id);
-void ForgetOpen(CoapRpcCtx *ctx, const OnceId &id);
+void ForgetOpen(CoapRpcCtx *ctx, OnceId &id);
 
 // ForgetAllOnce forgets all, and frees the table.
 void ForgetAllOnce(CoapRpcCtx *ctx);
