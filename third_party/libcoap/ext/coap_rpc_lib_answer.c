@@ -34,14 +34,14 @@ void CoapRpcLibRefuseObserver(coap_resource_t *resource, coap_session_t *session
   coap_delete_observer(resource, session, &request->actual_token);
 }
 
-int CoapRpcLibAwaitsMany(const coap_session_t *session, unsigned max) {
+unsigned CoapRpcLibNumUnacknowledged(const coap_context_t *coapCtx, unsigned max) {
   unsigned num = 0;
-  const coap_queue_t *message = session->context->sendqueue;
+  const coap_queue_t *message = coapCtx->sendqueue;
   for (; message && num < max; message = message->next) {
     if (message->session->type == COAP_SESSION_TYPE_CLIENT) continue;
     num += 1 + CoapRpcLibNumDelayed(message->session);
   }
-  return num >= max;
+  return num;
 }
 
 void CoapRpcLibRemoveOptions(coap_pdu_t *pdu, coap_option_num_t number) {

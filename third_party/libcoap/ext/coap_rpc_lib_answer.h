@@ -25,9 +25,9 @@ int CoapRpcLibSetContent(coap_pdu_t *pdu, const CoapRpcLibContent *content);
 void CoapRpcLibRefuseObserver(coap_resource_t *resource, coap_session_t *session,
                               const coap_pdu_t *request, coap_pdu_t *response);
 
-/* CoapRpcLibAwaitsMany says whether `max` answers and notifications, to whatever peers, are
- * unacknowledged or wait behind such. */
-int CoapRpcLibAwaitsMany(const coap_session_t *session, unsigned max);
+/* CoapRpcLibNumUnacknowledged counts the answers and notifications, to whatever peers, that are
+ * unacknowledged or queued behind such, until it has counted `max`. */
+unsigned CoapRpcLibNumUnacknowledged(const coap_context_t *coapCtx, unsigned max);
 
 /* CoapRpcLibRemoveOptions removes all options of a number. */
 void CoapRpcLibRemoveOptions(coap_pdu_t *pdu, coap_option_num_t number);

@@ -226,6 +226,12 @@ bool IsAllowed(const Exchange &exchange) {
   return (methods >> MethodOf(exchange) & 1) != 0;
 }
 
+// ByteOf returns the lowest byte of a number.
+uint8_t ByteOf(const coap_opt_t *option) {
+  return static_cast<uint8_t>(
+      coap_decode_var_bytes(coap_opt_value(option), coap_opt_length(option)));
+}
+
 DirectOptions OptionsOf(const coap_pdu_t *request) {
   DirectOptions options = {};
   coap_opt_iterator_t it;
@@ -234,6 +240,7 @@ DirectOptions OptionsOf(const coap_pdu_t *request) {
     if (it.number == COAP_OPTION_ETAG) options.hasETag = true;
     if (it.number == COAP_OPTION_OBSERVE) options.isObserve = true;
     if (it.number == COAP_OPTION_BLOCK2) options.isLaterBlock = coap_opt_block_num(option) != 0;
+    if (it.number == COAP_OPTION_NORESPONSE) options.unwanted = ByteOf(option);
   }
   return options;
 }

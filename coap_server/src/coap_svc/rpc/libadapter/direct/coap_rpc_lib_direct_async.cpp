@@ -8,13 +8,15 @@
 #include "coap_svc/rpc/common/coap_rpc_table.h"
 #include "coap_svc/rpc/libadapter/direct/coap_rpc_lib_direct_reply.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_clock.h"
-#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_own.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
 #include "libcoap/ext/coap_rpc_lib_answer.h"
 #include "libcoap/ext/coap_rpc_lib_internals.h"
 
 namespace coap_rpc {
 namespace {
+
+// Peers that are kept without requests.
+constexpr uint32_t kNumIdlePeers = 256;
 
 int32_t CompareWords(const void *a, const void *b) {
   const uintptr_t wordA = *static_cast<const uintptr_t *>(a);
@@ -30,6 +32,7 @@ using OpenRequests = COAP_RPC_LIST(DirectAsync, openLink);
 using PeerRequests = COAP_RPC_LIST(DirectAsync, peerLink);
 using AnsweredRequests = COAP_RPC_LIST(DirectAsync, queueLink);
 using QueuedPeers = COAP_RPC_LIST(DirectPeer, queuedLink);
+using IdlePeers = COAP_RPC_LIST(DirectPeer, idleLink);
 using Entries = COAP_RPC_LIST(DirectEntry, link);
 
 CoapRpcDirect *DirectOf(const CoapRpcCtx *ctx) { return ctx->lib ? ctx->lib->direct : nullptr; }
@@ -54,8 +57,30 @@ bool HasPlace(CoapRpcDirect *direct, const coap_session_t *session) {
   return direct->numPeers < kMaxDirectPeers && NumOfHost(direct, session) < kMaxDirectPeersOfHost;
 }
 
+void LeaveIdle(CoapRpcDirect *direct, DirectPeer *peer) {
+  if (LinkIsAlone(peer->idleLink)) return;
+  LinkRemove(peer->idleLink);
+  --direct->numIdlePeers;
+}
+
+void FreePeer(CoapRpcCtx *ctx, DirectPeer *peer) {
+  CoapRpcDirect *direct = DirectOf(ctx);
+  Peers(direct->peerTree).Remove(peer);
+  LinkRemove(peer->queuedLink);
+  LeaveIdle(direct, peer);
+  --direct->numPeers;
+  --NumOfHost(direct, peer->session);
+  coap_session_release(peer->session);
+  PoolFree(ctx->param.memHandle, peer);
+}
+
+void FreeIdlePeers(CoapRpcCtx *ctx) {
+  IdlePeers(DirectOf(ctx)->idlePeerList).Drain([=](DirectPeer *peer) { FreePeer(ctx, peer); });
+}
+
 DirectPeer *NewPeer(CoapRpcCtx *ctx, coap_session_t *session) {
   CoapRpcDirect *direct = DirectOf(ctx);
+  if (!HasPlace(direct, session)) FreeIdlePeers(ctx);
   if (!HasPlace(direct, session)) {
     ++ctx->counts.refused[COAP_RPC_LIMIT_DIRECT_PEERS];
     return nullptr;
@@ -75,14 +100,17 @@ DirectPeer *FindOrNewPeer(CoapRpcCtx *ctx, coap_session_t *session) {
 }
 
 void FreePeerIfUnused(CoapRpcCtx *ctx, DirectPeer *peer) {
+  if (LinkIsAlone(peer->requestList)) FreePeer(ctx, peer);
+}
+
+// Rest keeps a peer without requests until the next tick, unless many rest.
+void Rest(CoapRpcCtx *ctx, DirectPeer *peer) {
   CoapRpcDirect *direct = DirectOf(ctx);
   if (!LinkIsAlone(peer->requestList)) return;
-  Peers(direct->peerTree).Remove(peer);
+  if (direct->numIdlePeers == kNumIdlePeers) FreeIdlePeers(ctx);
   LinkRemove(peer->queuedLink);
-  --direct->numPeers;
-  --NumOfHost(direct, peer->session);
-  coap_session_release(peer->session);
-  PoolFree(ctx->param.memHandle, peer);
+  IdlePeers(direct->idlePeerList).Append(peer);
+  ++direct->numIdlePeers;
 }
 
 bool HasRoom(const CoapRpcCtx *ctx, const DirectPeer *peer) {
@@ -116,7 +144,7 @@ void Leave(DirectAsync *async) {
 }
 
 void Free(DirectAsync *async) {
-  COAP_RpcFreePayload(async->answer);
+  COAP_RpcFreePayload(async->answer.large);
   FreeReplyOptions(async->ctx, async->options);
   coap_delete_pdu(async->request);
   PoolFree(async->ctx->param.memHandle, async);
@@ -144,10 +172,25 @@ void Enqueue(DirectAsync *async) {
   QueuedPeers(DirectOf(async->ctx)->queuedPeerList).Append(async->peer);
 }
 
-void SetReply(DirectAsync *async, const ReplyHead &head, CoapRpcPayload *answer) {
+// SetAnswer returns false, changing nothing, without memory.
+bool SetAnswer(DirectAsync *async, const void *data, uint32_t len) {
+  DirectAnswer &answer = async->answer;
+  const bool isLarge = len > sizeof(answer.small);
+  CoapRpcPayload *large = isLarge ? COAP_RpcNewPayload(async->ctx, data, len) : nullptr;
+  if (isLarge && !large) return false;
+  COAP_RpcFreePayload(answer.large);
+  answer.large = large;
+  answer.len = len;
+  if (!isLarge && len != 0) memcpy(answer.small, data, len);
+  return true;
+}
+
+const uint8_t *BytesOf(const DirectAnswer &answer) {
+  return answer.large ? answer.large->data : answer.small;
+}
+
+void SetReply(DirectAsync *async, const ReplyHead &head) {
   CoapRpcCtx *ctx = async->ctx;
-  COAP_RpcFreePayload(async->answer);
-  async->answer = answer;
   async->answerHead = head;
   if (!async->isAnswered) Enqueue(async);
   // Inside libcoap's I/O, the turn serves it before it ends.
@@ -163,7 +206,7 @@ using PduRef = std::unique_ptr<coap_pdu_t, PduDeleter>;
 
 // TypeOf is the type of the request, if libcoap can keep one more until it is acknowledged.
 coap_pdu_type_t TypeOf(const DirectAsync *async) {
-  const bool isMany = CoapRpcLibAwaitsMany(async->peer->session, kMaxUnacknowledged) != 0;
+  const bool isMany = DirectOf(async->ctx)->numUnacknowledged >= kMaxUnacknowledged;
   return isMany ? COAP_MESSAGE_NON : coap_pdu_get_type(async->request);
 }
 
@@ -189,9 +232,7 @@ void FillReply(const DirectAsync *async, const Exchange &exchange) {
   if (!exchange.resource) {
     ReplyCode(exchange, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
   } else {
-    const CoapRpcPayload *answer = async->answer;
-    Reply(exchange, async->answerHead, async->options, answer ? answer->data : nullptr,
-          answer ? answer->len : 0);
+    Reply(exchange, async->answerHead, async->options, BytesOf(async->answer), async->answer.len);
   }
 }
 
@@ -201,13 +242,14 @@ void Remember(DirectAsync *async, const coap_pdu_t *response) {
   if (IsOnce(async->once.record.method)) RememberAnswer(async->ctx, async->once, response);
 }
 
-// IsWanted says whether the peer wants to hear an answer of this class (RFC 7967).
-bool IsWanted(const coap_pdu_t *request, coap_pdu_code_t code) {
-  coap_opt_iterator_t it;
-  const coap_opt_t *option = coap_check_option(request, COAP_OPTION_NORESPONSE, &it);
-  if (!option) return true;
-  const uint32_t unwanted = coap_decode_var_bytes(coap_opt_value(option), coap_opt_length(option));
-  return (unwanted >> ((code >> 5) - 1) & 1) == 0;
+// IsWanted says whether the peer wants to hear an answer.
+bool IsWanted(const DirectAsync *async, const coap_pdu_t *response) {
+  return (async->unwanted >> ((coap_pdu_get_code(response) >> 5) - 1) & 1) == 0;
+}
+
+void HandOver(const DirectAsync *async, coap_pdu_t *response) {
+  if (coap_pdu_get_type(response) == COAP_MESSAGE_CON) ++DirectOf(async->ctx)->numUnacknowledged;
+  coap_send(async->peer->session, response);
 }
 
 // Send hands libcoap an answer and ends the request.  False: no memory, it is still answered.
@@ -215,12 +257,10 @@ bool Send(DirectAsync *async) {
   PduRef response = NewResponse(async);
   if (!response) return false;
   coap_session_t *session = async->peer->session;
-  const CoapString query(coap_get_query(async->request));
   FillReply(async, {async->ctx, async->entry->entry, ResourceOf(async), session, async->request,
-                    query.get(), response.get()});
+                    nullptr, response.get()});
   Remember(async, response.get());
-  const bool isWanted = IsWanted(async->request, coap_pdu_get_code(response.get()));
-  if (isWanted) coap_send(session, response.release());
+  if (IsWanted(async, response.get())) HandOver(async, response.release());
   Leave(async);
   Free(async);
   return true;
@@ -240,7 +280,7 @@ bool SendAnswers(DirectPeer *peer) {
 bool ServePeer(CoapRpcCtx *ctx, DirectPeer *peer) {
   const bool isMore = SendAnswers(peer);
   if (LinkIsAlone(peer->answeredList)) LinkRemove(peer->queuedLink);
-  FreePeerIfUnused(ctx, peer);
+  Rest(ctx, peer);
   return isMore;
 }
 
@@ -256,7 +296,8 @@ void TimeOut(DirectAsync *async) {
   const DirectEntry *entry = async->entry;
   const uintptr_t id = async->id;
   FreeReplyOptions(async->ctx, async->options);
-  SetReply(async, {CodeOf(504), COAP_RPC_DIRECT_NO_FORMAT}, nullptr);
+  (void)SetAnswer(async, nullptr, 0);
+  SetReply(async, {CodeOf(504), COAP_RPC_DIRECT_NO_FORMAT});
   Handles(DirectOf(async->ctx)->asyncTree).Remove(async);
   Tell(entry, id, COAP_RPC_ASYNC_TIMEOUT);
 }
@@ -354,6 +395,7 @@ DirectAsync *Enlist(DirectAsync *async, DirectPeer *peer) {
   (void)Handles(DirectOf(async->ctx)->asyncTree).Insert(async);
   OpenRequests(async->entry->openList).Append(async);
   PeerRequests(peer->requestList).Append(async);
+  LeaveIdle(DirectOf(async->ctx), peer);
   CountOpen(async, 1);
   return async;
 }
@@ -386,6 +428,7 @@ DirectAsync *OpenAsync(const DirectRequest &request) {
   DirectAsync *async = OpenOfPeer(exchange, peer);
   if (async) {
     async->once = request.id;
+    async->unwanted = request.options.unwanted;
     RememberOpen(exchange.ctx, async->once);
   } else {
     FreePeerIfUnused(exchange.ctx, peer);
@@ -405,30 +448,29 @@ void ReplyNow(DirectAsync *async, const Exchange &exchange) {
   Leave(async);
   Free(async);
   if (LinkIsAlone(peer->answeredList)) LinkRemove(peer->queuedLink);
-  FreePeerIfUnused(exchange.ctx, peer);
+  Rest(exchange.ctx, peer);
 }
 
 uint32_t AnswerDirect(CoapRpcCtx *ctx, const void *handle, const uint8_t *data, uint32_t len) {
   DirectAsync *async = FindDirectAsync(ctx, reinterpret_cast<uintptr_t>(handle));
   if (!async) return Code(kSiteAsyncNotPending);
-  CoapRpcPayload *answer = COAP_RpcNewPayload(ctx, data, len);
-  if (!answer) return Code(kSiteSendAsyncNoMemory);
-  SetReply(async, async->head, answer);
+  if (!SetAnswer(async, data, len)) return Code(kSiteSendAsyncNoMemory);
+  SetReply(async, async->head);
   return 0;
 }
 
 uint32_t AbortDirect(CoapRpcCtx *ctx, const void *handle) {
   DirectAsync *async = FindDirectAsync(ctx, reinterpret_cast<uintptr_t>(handle));
   if (!async) return Code(kSiteAsyncNotPending);
-  SetReply(async, {CodeOf(503), COAP_RPC_DIRECT_NO_FORMAT}, nullptr);
+  (void)SetAnswer(async, nullptr, 0);
+  SetReply(async, {CodeOf(503), COAP_RPC_DIRECT_NO_FORMAT});
   return 0;
 }
 
 uint32_t FailDirect(DirectAsync *async, uint32_t code, const char *text) {
   const uint32_t len = text ? DiagnosticLen(text) : 0;
-  CoapRpcPayload *answer = len != 0 ? COAP_RpcNewPayload(async->ctx, text, len) : nullptr;
-  if (len != 0 && !answer) return Code(kSiteFailAsyncNoMemory);
-  SetReply(async, {CodeOf(code), COAP_RPC_DIRECT_NO_FORMAT}, answer);
+  if (!SetAnswer(async, text, len)) return Code(kSiteFailAsyncNoMemory);
+  SetReply(async, {CodeOf(code), COAP_RPC_DIRECT_NO_FORMAT});
   return 0;
 }
 
@@ -451,8 +493,10 @@ void DropDirectRequests(CoapRpcCtx *ctx, const DirectEntry *entry) {
 }
 
 void ServeDirectAnswers(CoapRpcCtx *ctx) {
-  if (!DirectOf(ctx)) return;
-  QueuedPeers peers(DirectOf(ctx)->queuedPeerList);
+  CoapRpcDirect *direct = DirectOf(ctx);
+  if (!direct || LinkIsAlone(direct->queuedPeerList)) return;
+  direct->numUnacknowledged = CoapRpcLibNumUnacknowledged(ctx->lib->coapCtx, kMaxUnacknowledged);
+  QueuedPeers peers(direct->queuedPeerList);
   bool isMore = false;
   DirectPeer *next = nullptr;
   for (DirectPeer *peer = peers.First(); peer; peer = next) {
@@ -464,6 +508,7 @@ void ServeDirectAnswers(CoapRpcCtx *ctx) {
 
 void TickDirect(CoapRpcCtx *ctx) {
   if (!DirectOf(ctx)) return;
+  FreeIdlePeers(ctx);
   TrimOnce(ctx);
   CoapRpcDirect *direct = DirectOf(ctx);
   Entries entries(direct->entryList);

@@ -9,12 +9,14 @@
  * sends it as a message of its own, on the session and with the token that asked, and the handle
  * ends. libcoap gets kMaxAnswersInLibcoap of a session at a time; the others stay answered.
  *
- * libcoap keeps a CON message until it is acknowledged, for up to 93 s, and whoever forges addresses
- * could make it keep any number.  While it has kMaxUnacknowledged, answers are NON messages.
+ * libcoap keeps a CON message until it is acknowledged, for up to 93 s, and whoever forges
+ * addresses could make it keep any number.  While it has kMaxUnacknowledged, answers are NON
+ * messages.
  *
- * A peer is a session with requests: it is kept as long as it has any, and dropped with them when
- * its listen is closed.  A peer that acknowledges nothing loses its queued answers.  Handles are
- * numbers, counted together with those of base entries. */
+ * A peer is a session with requests: it is kept as long as it has any and until the next tick,
+ * since most peers ask again soon, and dropped with them when its listen is closed.  A peer that
+ * acknowledges nothing loses its queued answers.  Handles are numbers, counted together with those
+ * of base entries. */
 #ifndef COAP_RPC_LIB_DIRECT_ASYNC_H
 #define COAP_RPC_LIB_DIRECT_ASYNC_H
 
@@ -30,8 +32,16 @@ struct DirectPeer {
   CoapRpcLink requestList;  // all of them
   CoapRpcLink answeredList;
   CoapRpcLink queuedLink;  // on Direct's queuedPeerList while some are answered
+  CoapRpcLink idleLink;    // on Direct's idlePeerList while it has no requests
   uint32_t numOpen;
   uint32_t numQueued;
+};
+
+// DirectAnswer is the payload of an answer.
+struct DirectAnswer {
+  uint32_t len;
+  CoapRpcPayload *large;  // owned; null for one that fits `small`
+  uint8_t small[64];
 };
 
 struct DirectAsync {
@@ -44,12 +54,13 @@ struct DirectAsync {
   CoapRpcCtx *ctx;
   DirectEntry *entry;
   DirectPeer *peer;
-  coap_pdu_t *request;     // owned, without payload
-  OnceId once;             // open
-  CoapRpcPayload *answer;  // owned; null for none
-  ReplyHead head;          // of the answer that the application will give
-  ReplyHead answerHead;    // of the one that it has given
-  ReplyOptions *options;   // owned; of either, null for none
+  coap_pdu_t *request;  // owned, without payload
+  OnceId once;          // open
+  DirectAnswer answer;
+  ReplyHead head;         // of the answer that the application will give
+  ReplyHead answerHead;   // of the one that it has given
+  ReplyOptions *options;  // owned; of either, null for none
+  uint8_t unwanted;       // classes of answers that the peer does not want to hear (RFC 7967)
   bool isAnswered;
 };
 

@@ -26,6 +26,7 @@ struct DirectOptions {
   bool isObserve;
   bool hasETag;
   bool isLaterBlock;  // Block2 asks for another block than the first
+  uint8_t unwanted;   // classes of answers, as No-Response says it
 };
 
 // DirectRequest is a request on its way to its answer.
@@ -62,11 +63,14 @@ struct CoapRpcDirect {
   OSAL_AVL3_TREE asyncTree;    // DirectAsync by handle, owned
   OSAL_AVL3_TREE peerTree;     // DirectPeer by session, owned
   CoapRpcLink queuedPeerList;  // those with answers to send
-  CoapRpcLink closedList;      // DirectAsync whose listen is closed, until the application is told
+  CoapRpcLink idlePeerList;    // those without requests, kept until the next tick
+  uint32_t numIdlePeers;
+  CoapRpcLink closedList;  // DirectAsync whose listen is closed, until the application is told
   uint32_t numPeers;
   uint16_t numPeersOfHosts[coap_rpc::kNumHostCounts];  // by a hash of their addresses
   uint32_t numQueued;
-  CoapRpcLink bodyList;  // payloads owned by libcoap, the oldest first
+  uint32_t numUnacknowledged;  // messages of libcoap's, while a turn sends answers
+  CoapRpcLink bodyList;        // payloads owned by libcoap, the oldest first
   uint32_t numBodies;
   size_t numBodyBytes;
   coap_rpc::OnceCache once;

@@ -4,6 +4,7 @@
 
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_own.h"
+#include "coap_svc/rpc/libadapter/message/coap_rpc_lib_own.h"
 #include "libcoap/ext/coap_rpc_lib_answer.h"
 #include "libcoap/ext/coap_rpc_lib_internals.h"
 
@@ -87,8 +88,9 @@ bool AddBody(const Exchange &exchange, uint16_t format, const uint8_t *data, siz
     ReplyCode(exchange, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
     return false;
   }
+  const CoapString query(coap_get_query(exchange.request));
   return coap_add_data_large_response(exchange.resource, exchange.session, exchange.request,
-                                      exchange.response, exchange.query, format, -1, 0, len,
+                                      exchange.response, query.get(), format, -1, 0, len,
                                       body->Data(), ReleaseBody, body) != 0;
 }
 
