@@ -80,7 +80,6 @@ uint32_t Open(CoapRpcCtx *ctx, CoapRpcCalls **out) {
   return Code(kSiteCallTooMany);
 }
 
-// NewCall makes the record, with all that the caller may free.
 PoolPtr<RpcCall> NewCall(CoapRpcCtx *ctx, const CoapRpcCall &call) {
   auto out = NewZeroed<RpcCall>(ctx->param.memHandle);
   if (!out) return out;
@@ -90,10 +89,18 @@ PoolPtr<RpcCall> NewCall(CoapRpcCtx *ctx, const CoapRpcCall &call) {
   out->isNon = call.isNon;
   out->userData = call.userData;
   out->onRsp = call.onRsp;
-  if (call.payloadLen == 0) return out;
-  out->payload = COAP_RpcNewPayload(ctx, call.payload, call.payloadLen);
-  if (!out->payload) out.reset();
   return out;
+}
+
+// TakePayload puts a payload that fits into a call's message, and keeps a copy of a longer one: the
+// caller may free all that it gave.
+bool TakePayload(CoapRpcCtx *ctx, const CoapRpcCall &request, RpcCall *call) {
+  if (request.payloadLen == 0) return true;
+  if (CoapRpcLibFits(call->pdu, request.payloadLen) != 0) {
+    return coap_add_data(call->pdu, request.payloadLen, request.payload) != 0;
+  }
+  call->payload = COAP_RpcNewPayload(ctx, request.payload, request.payloadLen);
+  return call->payload != nullptr;
 }
 
 // Hand gives a call's message to libcoap, which owns it from then on.
@@ -103,7 +110,7 @@ bool Hand(RpcCall *call) {
   call->state = CallState::kSent;
   call->sentUs = NowUs();
   coap_pdu_set_mid(pdu, coap_new_message_id(session));
-  const bool isWhole = AddCallPayload(session, pdu, std::exchange(call->payload, nullptr));
+  const bool isWhole = AddCallBlocks(session, pdu, std::exchange(call->payload, nullptr));
   if (isWhole && CoapRpcLibExpectAnswer(session, pdu) != 0) return SendAgain(call, pdu);
   coap_delete_pdu(pdu);
   return false;
@@ -135,6 +142,7 @@ uint32_t Prepare(CoapRpcCtx *ctx, CoapRpcCalls *calls, const CoapRpcCall &reques
   const coap_tick_t dueAt = call->startedAt + TicksOfMs(call->deadlineMs);
   if (!AddRpcCall(ctx, calls, call, dueAt)) return Code(kSiteCallNoMemory);
   uint32_t ret = BuildCall(SessionOf(*call), request, TokenOf(*call), isObserve, &call->pdu);
+  if (ret == 0 && !TakePayload(ctx, request, call)) ret = Code(kSiteCallNoMemory);
   if (ret == 0 && isObserve && !BeginWatch(ctx, call)) ret = Code(kSiteCallNoMemory);
   if (ret == 0 && !SetCallTimer(ctx)) ret = Code(kSiteCallNoTimer);
   if (ret != 0) RemoveRpcCall(calls, call);

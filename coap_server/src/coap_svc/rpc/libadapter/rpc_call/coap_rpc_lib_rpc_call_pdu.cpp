@@ -210,15 +210,9 @@ uint32_t BuildCall(coap_session_t *session, const CoapRpcCall &call, const coap_
   return ret;
 }
 
-bool AddCallPayload(coap_session_t *session, coap_pdu_t *pdu, CoapRpcPayload *payload) {
-  if (!payload) return true;
-  if (CoapRpcLibFits(pdu, payload->len) == 0) {
-    return coap_add_data_large_request(session, pdu, payload->len, payload->data, ReleasePayload,
-                                       payload) != 0;
-  }
-  const bool isAdded = coap_add_data(pdu, payload->len, payload->data) != 0;
-  COAP_RpcFreePayload(payload);
-  return isAdded;
+bool AddCallBlocks(coap_session_t *session, coap_pdu_t *pdu, CoapRpcPayload *payload) {
+  return !payload || coap_add_data_large_request(session, pdu, payload->len, payload->data,
+                                                 ReleasePayload, payload) != 0;
 }
 
 void ReadAnswer(const coap_pdu_t *pdu, CoapRpcCallRsp *rsp) {

@@ -14,8 +14,8 @@ uint32_t CheckCall(const CoapRpcCall &call);
 uint32_t BuildCall(coap_session_t *session, const CoapRpcCall &call, const coap_bin_const_t &token,
                    bool isObserve, coap_pdu_t **out);
 
-// AddCallPayload gives a message its payload, in blocks if it has to, and takes it over.
-bool AddCallPayload(coap_session_t *session, coap_pdu_t *pdu, CoapRpcPayload *payload);
+// AddCallBlocks gives a message the payload that it cannot hold, null for none, and takes it over.
+bool AddCallBlocks(coap_session_t *session, coap_pdu_t *pdu, CoapRpcPayload *payload);
 
 // ReadAnswer fills what a message says; the payload is borrowed.
 void ReadAnswer(const coap_pdu_t *pdu, CoapRpcCallRsp *rsp);

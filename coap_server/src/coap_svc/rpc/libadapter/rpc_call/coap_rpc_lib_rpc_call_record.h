@@ -78,7 +78,7 @@ struct RpcCall {
   uint32_t isNon;
   coap_mid_t mid;           // of the latest request
   coap_pdu_t *pdu;          // while queued
-  CoapRpcPayload *payload;  // while queued; null for none
+  CoapRpcPayload *payload;  // while queued, one that exceeds the message; null for none
   uint64_t sentUs;
   coap_tick_t startedAt;
   uint64_t userData;
