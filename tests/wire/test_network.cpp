@@ -1,5 +1,7 @@
 #include "test_network.h"
 
+#include <linux/errqueue.h>
+
 #include <arpa/inet.h>
 #include <coap3/coap.h>
 #include <sys/socket.h>
@@ -43,6 +45,7 @@ namespace {
 
 constexpr uint16_t kFirstPort = 49152;
 constexpr size_t kMaxWaiting = 256;  // about what the kernel's default queue holds
+constexpr size_t kMaxRefused = 16;
 constexpr uint64_t kDigestStart = 0xcbf29ce484222325;  // FNV-1a
 constexpr uint64_t kDigestPrime = 0x100000001b3;
 
@@ -78,6 +81,13 @@ uint32_t EventsOf(const TestNetwork::Socket &socket, uint32_t wanted) {
   const uint32_t readable = !socket.waiting.empty() || socket.error != 0 ? uint32_t{EPOLLIN} : 0;
   const uint32_t failed = socket.error != 0 ? uint32_t{EPOLLERR} : 0;
   return ((readable | EPOLLOUT) & wanted) | failed;
+}
+
+void Refuse(TestNetwork::Socket *sender, const TestNetwork::Datagram &datagram) {
+  if (!sender) return;
+  sender->error = ECONNREFUSED;
+  if (sender->refused.size() == kMaxRefused) sender->refused.pop_front();
+  sender->refused.push_back(datagram);
 }
 
 Fate FateWith(const TestNetwork::Socket *receiver) {
@@ -158,9 +168,7 @@ void TestNetwork::Deliver(Datagram datagram) {
   Note(uint64_t{datagram.from.ip} << 32 | uint64_t{datagram.from.port} << 16 | datagram.to.port);
   Note(uint64_t{datagram.to.ip} << 32 | fate);
   for (char byte : datagram.bytes) digest_ = (digest_ ^ static_cast<uint8_t>(byte)) * kDigestPrime;
-  if (fate == kRefused) {
-    if (Socket *sender = SenderOf(datagram)) sender->error = ECONNREFUSED;
-  }
+  if (fate == kRefused) Refuse(SenderOf(datagram), datagram);
   if (fate == kArrived) receiver->waiting.push_back(std::move(datagram));
 }
 
@@ -267,23 +275,48 @@ int Tell(TestNetwork::Endpoint endpoint, sockaddr *address, socklen_t *len) {
   return 0;
 }
 
-// TellReceiver adds the record that says to which of its addresses a datagram came.
-void TellReceiver(msghdr *message, uint32_t ip) {
+// AddRecord adds a record about a datagram.
+template <typename Record>
+void AddRecord(msghdr *message, int type, const Record &record) {
   cmsghdr *control = CMSG_FIRSTHDR(message);
   control->cmsg_level = IPPROTO_IP;
-  control->cmsg_type = IP_PKTINFO;
-  control->cmsg_len = CMSG_LEN(sizeof(in_pktinfo));
+  control->cmsg_type = type;
+  control->cmsg_len = CMSG_LEN(sizeof(record));
+  memcpy(CMSG_DATA(control), &record, sizeof(record));
+  message->msg_controllen = CMSG_SPACE(sizeof(record));
+}
+
+// TellReceiver adds the record that says to which of its addresses a datagram came.
+void TellReceiver(msghdr *message, uint32_t ip) {
   in_pktinfo info = {};
   info.ipi_ifindex = 1;
   info.ipi_addr.s_addr = htonl(ip);
-  memcpy(CMSG_DATA(control), &info, sizeof(info));
-  message->msg_controllen = CMSG_SPACE(sizeof(info));
+  AddRecord(message, IP_PKTINFO, info);
+}
+
+void TellRefusal(msghdr *message) {
+  sock_extended_err error = {};
+  error.ee_errno = ECONNREFUSED;
+  error.ee_origin = SO_EE_ORIGIN_ICMP;
+  AddRecord(message, IP_RECVERR, error);
 }
 
 ssize_t Copy(const TestNetwork::Datagram &datagram, void *bytes, size_t size) {
   const size_t len = std::min(datagram.bytes.size(), size);
   memcpy(bytes, datagram.bytes.data(), len);
   return static_cast<ssize_t>(len);
+}
+
+// TakeRefused takes the first datagram of a socket's queue of errors.
+ssize_t TakeRefused(TestNetwork::Socket &socket, msghdr *message) {
+  if (socket.refused.empty()) {
+    errno = EAGAIN;
+    return -1;
+  }
+  const TestNetwork::Datagram datagram = std::move(socket.refused.front());
+  socket.refused.pop_front();
+  TellRefusal(message);
+  return Copy(datagram, message->msg_iov[0].iov_base, message->msg_iov[0].iov_len);
 }
 
 }  // namespace
@@ -337,6 +370,7 @@ ssize_t __wrap_recv(int fd, void *bytes, size_t len, int flags) {
 ssize_t __wrap_recvmsg(int fd, msghdr *message, int flags) {
   TestNetwork::Socket *socket = SocketOf(fd);
   if (!socket) return __real_recvmsg(fd, message, flags);
+  if ((flags & MSG_ERRQUEUE) != 0) return TakeRefused(*socket, message);
   TestNetwork::Datagram datagram;
   if (TestNetwork::Current()->Receive(*socket, &datagram) < 0) return -1;
   Tell(datagram.from, static_cast<sockaddr *>(message->msg_name), &message->msg_namelen);

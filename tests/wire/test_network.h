@@ -45,7 +45,8 @@ class TestNetwork {
     Endpoint local;
     std::optional<Endpoint> peer;  // of connect
     std::deque<Datagram> waiting;
-    int error = 0;  // reported by the next call, as an ICMP message is
+    int error = 0;                 // reported by the next call, as an ICMP message is
+    std::deque<Datagram> refused;  // the latest that such errors were about
   };
 
   // libcoap's random numbers come from the seed while the network lives.  One may live at a time.

@@ -1,6 +1,7 @@
 // Ends of calls that no answer came to, turns on a session, and what may be done in a callback.
 #include "client_calls.h"
 #include "fd_host.h"
+#include "libcoap_lists.h"
 
 namespace coap_rpc_test {
 namespace {
@@ -166,6 +167,83 @@ TEST_F(ClientCalls, ServerThatIsBack_GetsTheCallAfterOneThatFoundNobody) {
   back.Send(Piggyback(Next(back)));
   Ticks(3);
   EXPECT_EQ(Statuses(), (Ends{COAP_RPC_CALL_CANCELLED, COAP_RPC_CALL_ANSWERED}));
+}
+
+// BackAt opens the port of a peer that has gone.
+RawPeer BackAt(const CoapRpcCallAddr &addr) {
+  return RawPeer{UdpAddress{"127.0.0.2", static_cast<uint16_t>(addr.dstPort)}};
+}
+
+TEST_F(ClientCalls, ErrorOfAnEarlierNonCall_EndsThatOne) {
+  CoapRpcCallAddr addr = {};
+  {
+    const RawPeer gone{UdpAddress{"127.0.0.2", 0}};
+    addr = To(gone);
+  }
+  CoapRpcCall call = Get("a");
+  call.isNon = 1;
+  EXPECT_EQ(Try(call, addr), 0U);
+  const uint64_t refused = id_;
+  RawPeer back = BackAt(addr);
+  EXPECT_EQ(Try(call, addr), 0U);
+  Ticks(2);
+  ASSERT_EQ(Statuses(), Ends{COAP_RPC_CALL_UNREACHABLE});
+  EXPECT_EQ(told_[0].rsp.id, refused);
+  back.Send(Apart(CoapType::kNon, 9, Next(back)));
+  Ticks(3);
+  EXPECT_EQ(Statuses(), (Ends{COAP_RPC_CALL_UNREACHABLE, COAP_RPC_CALL_ANSWERED}));
+}
+
+TEST_F(ClientCalls, ErrorsOfManyNonCalls_EndEachOnce) {
+  CoapRpcCallAddr addr = {};
+  {
+    const RawPeer gone{UdpAddress{"127.0.0.2", 0}};
+    addr = To(gone);
+  }
+  CoapRpcCall call = Get("a");
+  call.isNon = 1;
+  for (int i = 0; i < 20; ++i) EXPECT_EQ(Try(call, addr), 0U);
+  Ticks(3);
+  EXPECT_EQ(Statuses(), Ends(20, COAP_RPC_CALL_UNREACHABLE));
+  Ticks(3);
+  EXPECT_EQ(NumCalls(), 0U);
+}
+
+// The peer answers one of two calls and restarts: the acknowledgement of its answer finds nobody.
+TEST_F(ClientCalls, ErrorOfAnAcknowledgement_EndsNoCall) {
+  COAP_RpcSetNstart(Ctx(), 2);
+  auto peer = std::make_unique<RawPeer>(UdpAddress{"127.0.0.2", 0});
+  const CoapRpcCallAddr addr = To(*peer);
+  ASSERT_EQ(Try(Get("a"), addr), 0U);
+  ASSERT_EQ(Try(Get("b"), addr), 0U);
+  peer->Send(Apart(CoapType::kCon, 9, Next(*peer)));
+  peer.reset();
+  Ticks(2);
+  ASSERT_EQ(Statuses(), Ends{COAP_RPC_CALL_ANSWERED});
+  RawPeer back = BackAt(addr);
+  Wait(3'100);
+  const CoapMessage again = Next(back);
+  EXPECT_EQ(again.Path(), "b");
+  back.Send(Piggyback(again));
+  Ticks(3);
+  EXPECT_EQ(Statuses(), Ends(2, COAP_RPC_CALL_ANSWERED));
+}
+
+// A list that each of them adds to is walked for each of them, and by each turn.
+TEST_F(ClientCalls, ManyUnderWay_LeaveNothingToLookThrough) {
+  COAP_RpcSetNstart(Ctx(), 64);
+  CoapRpcCall non = Get("a");
+  non.isNon = 1;
+  std::vector<CoapMessage> requests;
+  for (int i = 0; i < 64; ++i) {
+    Make(i % 2 != 0 ? non : Get("a"));
+    requests.push_back(Next());
+    if (requests.back().type == CoapType::kCon) Say(AckOf(requests.back()));
+  }
+  EXPECT_EQ(NumLibcoapPrepared(Ctx()->lib->coapCtx), 0U);
+  for (const CoapMessage &request : requests) Say(Apart(CoapType::kNon, 9, request));
+  EXPECT_EQ(Statuses(), Ends(64, COAP_RPC_CALL_ANSWERED));
+  EXPECT_EQ(NumLibcoapPrepared(Ctx()->lib->coapCtx), 0U);
 }
 
 TEST_F(ClientCalls, Stop_TellsEachOnce) {

@@ -5,6 +5,7 @@ namespace coap_rpc_test {
 namespace {
 
 constexpr uint64_t kLongMs = 60'000;
+constexpr uint64_t kVeryLongMs = 120'000;
 
 class CallPatience : public ClientCalls {
  protected:
@@ -35,6 +36,26 @@ TEST_F(CallPatience, NonAnswerInBlocks) {
   Make(call);
   const CoapMessage request = Next();
   Wait(kLongMs);
+  FinishInBlocks(Apart(CoapType::kNon, 7, request));
+}
+
+TEST_F(CallPatience, SeparateAnswerInBlocks_WithinALongDeadline) {
+  CoapRpcCall call = Get("a");
+  call.deadlineMs = UINT32_MAX;
+  Make(call);
+  const CoapMessage request = Next();
+  Say(AckOf(request));
+  Wait(kVeryLongMs);
+  FinishInBlocks(Apart(CoapType::kCon, 7, request));
+}
+
+TEST_F(CallPatience, NonAnswerInBlocks_WithinALongDeadline) {
+  CoapRpcCall call = Get("a");
+  call.isNon = 1;
+  call.deadlineMs = UINT32_MAX;
+  Make(call);
+  const CoapMessage request = Next();
+  Wait(kVeryLongMs);
   FinishInBlocks(Apart(CoapType::kNon, 7, request));
 }
 

@@ -19,21 +19,24 @@ static coap_bin_const_t View(const coap_binary_t *token) {
 }
 
 /* A request's own token wins over a transfer's number that happens to be in it. */
-coap_bin_const_t CoapRpcLibRequestToken(const coap_session_t *session, const coap_pdu_t *pdu) {
-  const coap_bin_const_t own = pdu->actual_token;
-  const uint64_t number = NumberOf(&own);
+coap_bin_const_t CoapRpcLibTokenOwner(const coap_session_t *session, const coap_bin_const_t *own) {
+  const uint64_t number = NumberOf(own);
   const coap_lg_crcv_t *answer;
   const coap_lg_xmit_t *body;
   LL_FOREACH(session->lg_crcv, answer) {
-    if (IsEqual(answer->app_token, &own)) return own;
+    if (IsEqual(answer->app_token, own)) return *own;
     if (STATE_TOKEN_BASE(answer->state_token) == number) return View(answer->app_token);
   }
   LL_FOREACH(session->lg_xmit, body) {
     const coap_binary_t *token = TokenOfBody(body);
-    if (!token || IsEqual(token, &own)) continue;
+    if (!token || IsEqual(token, own)) continue;
     if (STATE_TOKEN_BASE(body->b.b1.state_token) == number) return View(token);
   }
-  return own;
+  return *own;
+}
+
+coap_bin_const_t CoapRpcLibRequestToken(const coap_session_t *session, const coap_pdu_t *pdu) {
+  return CoapRpcLibTokenOwner(session, &pdu->actual_token);
 }
 
 static int IsOf(const coap_session_t *session, const coap_pdu_t *pdu,
@@ -106,8 +109,25 @@ int CoapRpcLibExpectAnswer(coap_session_t *session, coap_pdu_t *pdu) {
   if (pdu->type != COAP_MESSAGE_NON || pdu->code != COAP_REQUEST_CODE_DELETE) return 1;
   coap_lg_crcv_t *answer = coap_block_new_lg_crcv(session, pdu, NULL);
   if (!answer) return 0;
-  LL_PREPEND(session->lg_crcv, answer);
+  coap_expect_lg_crcv(session, answer);
   return 1;
+}
+
+void CoapRpcLibSetKeep(coap_context_t *coapCtx, CoapRpcLibKeep keep) {
+  coapCtx->keep_handler = keep;
+}
+
+coap_bin_const_t CoapRpcLibTokenOf(const coap_lg_crcv_t *answer) { return View(answer->app_token); }
+
+/* A payload in blocks refers to it. */
+int CoapRpcLibCanBeKept(const coap_lg_crcv_t *answer) { return answer->o_block_option == 0; }
+
+void CoapRpcLibGiveBack(coap_session_t *session, coap_lg_crcv_t *answer) {
+  if (answer) LL_PREPEND(session->lg_crcv, answer);
+}
+
+void CoapRpcLibDropKept(coap_session_t *session, coap_lg_crcv_t *answer) {
+  coap_block_delete_lg_crcv(session, answer);
 }
 
 void CoapRpcLibMakeCall(coap_pdu_t *pdu, uint8_t maxRetransmit) {

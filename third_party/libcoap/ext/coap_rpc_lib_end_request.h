@@ -20,13 +20,23 @@ void CoapRpcLibEndRequest(coap_session_t *session, const coap_bin_const_t *token
 void CoapRpcLibStopSending(coap_session_t *session, const coap_bin_const_t *token);
 
 /* CoapRpcLibRequestToken returns the token of the request that a message belongs to: its own,
- * unless it is part of a transfer in blocks. */
+ * unless it is part of a transfer in blocks.  CoapRpcLibTokenOwner says so of a message's token. */
 coap_bin_const_t CoapRpcLibRequestToken(const coap_session_t *session, const coap_pdu_t *pdu);
+coap_bin_const_t CoapRpcLibTokenOwner(const coap_session_t *session, const coap_bin_const_t *own);
 
 /* CoapRpcLibExpectAnswer lets libcoap know a request that is about to be sent when blocks of its
- * answer or an ICMP error come.  libcoap does so itself, except for a NON DELETE.  Returns 0
- * without memory. */
+ * answer come.  libcoap does so itself, except for a NON DELETE.  Returns 0 without memory. */
 int CoapRpcLibExpectAnswer(coap_session_t *session, coap_pdu_t *pdu);
+
+/* CoapRpcLibSetKeep sets who is offered what libcoap makes for the answer to a request, and looks
+ * through with each message of the session.  1: the taker keeps it, while libcoap does nothing with
+ * it, and gives it back when the answer is there, or drops it. */
+typedef int (*CoapRpcLibKeep)(coap_session_t *session, coap_lg_crcv_t *answer);
+void CoapRpcLibSetKeep(coap_context_t *coapCtx, CoapRpcLibKeep keep);
+coap_bin_const_t CoapRpcLibTokenOf(const coap_lg_crcv_t *answer); /* of its request */
+int CoapRpcLibCanBeKept(const coap_lg_crcv_t *answer);
+void CoapRpcLibGiveBack(coap_session_t *session, coap_lg_crcv_t *answer); /* null: nothing */
+void CoapRpcLibDropKept(coap_session_t *session, coap_lg_crcv_t *answer); /* null: nothing */
 
 /* CoapRpcLibMakeCall makes a message a call's, and those that libcoap makes from it.  It is sent
  * again `maxRetransmit` times, whatever its session says, and so for how long transfers that belong

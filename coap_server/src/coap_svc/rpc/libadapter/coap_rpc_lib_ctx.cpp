@@ -15,9 +15,12 @@
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_msg.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_block.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_observe.h"
+#include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_answer.h"
 #include "coap_svc/rpc/libadapter/stats/coap_rpc_lib_traffic.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_conn.h"
+#include "libcoap/ext/coap_rpc_lib_end_request.h"
 #include "libcoap/ext/coap_rpc_lib_internals.h"
+#include "libcoap/ext/coap_rpc_lib_quoted.h"
 #include "libcoap/ext/coap_rpc_lib_traffic.h"
 
 namespace {
@@ -46,6 +49,8 @@ void RegisterHandlers(CoapRpcCtx *ctx, const CoapRpcLibCtx *lib) {
   CoapRpcLibSetRepeat(lib->coapCtx, coap_rpc::AnswerRepeated);
   CoapRpcLibSetBlock(lib->coapCtx, coap_rpc::ServeDirectBlock);
   CoapRpcLibSetOrder(lib->coapCtx, coap_rpc::HandleOrder);
+  CoapRpcLibSetKeep(lib->coapCtx, coap_rpc::KeepCallAnswer);
+  CoapRpcLibSetErrors(lib->coapCtx, coap_rpc::TakeCallErrors);
   CoapRpcLibSetTraffic(lib->coapCtx, coap_rpc::CountMessage);
   coap_persist_track_funcs(lib->coapCtx, lib->observeAdded, lib->observeDeleted, nullptr, nullptr,
                            nullptr, 0, ctx);

@@ -5,8 +5,14 @@
  * whatever call it may be: one that has ended is not known any more, and its answer must not become
  * a base request's because of its path.  Such a response is refused, which ends notifications of a
  * server that goes on (RFC 7641 section 3.6), unless it has answered a call: then its
- * acknowledgement is lost, and it is acknowledged again. */
+ * acknowledgement is lost, and it is acknowledged again.
+ *
+ * What libcoap needs for an answer in blocks is kept with the call until an answer is there:
+ * libcoap looks through all that it has of a session with each message.  An ICMP error ends the
+ * call whose datagram it quotes; without a quotation the call has its deadline. */
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_answer.h"
+
+#include <utility>
 
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_order.h"
@@ -16,10 +22,13 @@
 #include "coap_svc/rpc/libadapter/rpc_call/coap_rpc_lib_rpc_call_watch.h"
 #include "libcoap/ext/coap_rpc_lib_end_request.h"
 #include "libcoap/ext/coap_rpc_lib_internals.h"
+#include "libcoap/ext/coap_rpc_lib_quoted.h"
 #include "libcoap/ext/coap_rpc_lib_source.h"
 
 namespace coap_rpc {
 namespace {
+
+constexpr uint32_t kMaxErrorsPerRead = 64;  // the others follow at once
 
 CoapRpcCalls *CallsOf(const CoapRpcCtx *ctx) { return ctx && ctx->lib ? ctx->lib->calls : nullptr; }
 
@@ -49,6 +58,26 @@ RpcCall *FindSent(CoapRpcCtx *ctx, coap_session_t *session, const coap_pdu_t *se
 uint32_t StatusOf(coap_nack_reason_t reason) {
   if (reason == COAP_NACK_RST) return COAP_RPC_CALL_RESET;
   return reason == COAP_NACK_TOO_MANY_RETRIES ? COAP_RPC_CALL_TIMEOUT : COAP_RPC_CALL_UNREACHABLE;
+}
+
+// IsGuess says whether libcoap has only guessed which message a socket's error was about.
+bool IsGuess(const coap_session_t *session, coap_nack_reason_t reason) {
+  return reason == COAP_NACK_ICMP_ISSUE && CoapRpcLibQuotesErrors(session) != 0;
+}
+
+bool AwaitsAnswer(const RpcCall &call) {
+  return call.state == CallState::kSent || call.state == CallState::kLeaving;
+}
+
+// EndRefused ends the call whose datagram found nobody, and says whether it was a call's.
+bool EndRefused(CoapRpcCtx *ctx, const coap_session_t *session, const CoapRpcLibQuoted &quoted) {
+  if (quoted.isRequest == 0 || !CallsOf(ctx)) return false;
+  RpcCall *call = FindOn(CallsOf(ctx), session, {quoted.tokenLen, quoted.token});
+  if (!call) return quoted.tokenLen == sizeof(call->id);
+  if (AwaitsAnswer(*call) && LinkIsAlone(call->endLink)) {
+    EndCall(ctx, call, COAP_RPC_CALL_UNREACHABLE);
+  }
+  return true;
 }
 
 void Take(CoapRpcCtx *ctx, RpcCall *call, const coap_pdu_t *received) {
@@ -118,6 +147,7 @@ bool OrderCallResponse(CoapRpcCtx *ctx, coap_session_t *session, const coap_pdu_
   if (EndTooLong(ctx, session, received)) return true;
   RpcCall *call = nullptr;
   if (!IsForCalls(ctx, session, received, &call)) return false;
+  if (call) CoapRpcLibGiveBack(session, std::exchange(call->kept, nullptr));
   CoapRpcCliRelation *rel = RelationOf(call);
   *order = rel ? OrderResponse(ctx->cli, rel, session, sent, received) : int{kCoapRpcLibFresh};
   return true;
@@ -129,10 +159,31 @@ bool TakeCallNack(CoapRpcCtx *ctx, coap_session_t *session, const coap_pdu_t *se
   if (!call) return false;
   if (reason == COAP_NACK_BAD_RESPONSE) {
     ++ctx->lib->calls->numDropped;
-  } else if (LinkIsAlone(call->endLink)) {
+  } else if (LinkIsAlone(call->endLink) && !IsGuess(session, reason)) {
     EndCall(ctx, call, StatusOf(reason));
   }
   return true;
+}
+
+int TakeCallErrors(coap_session_t *session) {
+  CoapRpcCtx *ctx = CoapRpcLibCallerOf(session);
+  CoapRpcLibQuoted quoted;
+  bool isAny = false;
+  bool isForOthers = false;
+  for (uint32_t left = kMaxErrorsPerRead; left != 0; --left) {
+    if (CoapRpcLibNextQuoted(session, &quoted) == 0) break;
+    isAny = true;
+    if (quoted.isFinal != 0 && !EndRefused(ctx, session, quoted)) isForOthers = true;
+  }
+  return isAny && !isForOthers ? 1 : 0;
+}
+
+int KeepCallAnswer(coap_session_t *session, coap_lg_crcv_t *answer) {
+  const CoapRpcCalls *calls = CallsOf(CoapRpcLibCallerOf(session));
+  RpcCall *call = calls ? FindOn(calls, session, CoapRpcLibTokenOf(answer)) : nullptr;
+  if (!call || call->watch || call->kept || CoapRpcLibCanBeKept(answer) == 0) return 0;
+  call->kept = answer;
+  return 1;
 }
 
 void CheckCallSource(CoapRpcCtx *ctx, coap_session_t *session) {

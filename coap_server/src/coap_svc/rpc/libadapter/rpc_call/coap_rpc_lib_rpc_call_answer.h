@@ -22,6 +22,13 @@ bool OrderCallResponse(CoapRpcCtx *ctx, coap_session_t *session, const coap_pdu_
 bool TakeCallNack(CoapRpcCtx *ctx, coap_session_t *session, const coap_pdu_t *sent,
                   coap_nack_reason_t reason, coap_mid_t mid);
 
+// TakeCallErrors takes the errors that a session's socket quotes (coap_rpc_lib_quoted.h) and ends
+// the calls that they are about.
+int TakeCallErrors(coap_session_t *session);
+
+// KeepCallAnswer keeps what libcoap has made for the answer to a call (coap_rpc_lib_end_request.h).
+int KeepCallAnswer(coap_session_t *session, coap_lg_crcv_t *answer);
+
 // CheckCallSource ends the calls of a session that sends from an address that is gone.
 void CheckCallSource(CoapRpcCtx *ctx, coap_session_t *session);
 

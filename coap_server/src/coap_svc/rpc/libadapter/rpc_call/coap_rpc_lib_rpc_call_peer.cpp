@@ -12,6 +12,7 @@
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
 #include "coap_svc/rpc/libadapter/message/coap_rpc_lib_msg.h"
 #include "libcoap/ext/coap_rpc_lib_end_request.h"
+#include "libcoap/ext/coap_rpc_lib_quoted.h"
 #include "libcoap/ext/coap_rpc_lib_source.h"
 
 namespace coap_rpc {
@@ -104,6 +105,7 @@ RpcCallPeer *NewPeer(CoapRpcCtx *ctx, CoapRpcCalls *calls, CoapRpcCliSession *se
   if (!peer) return nullptr;
   peer->session = session;
   peer->coapSession = session->coapSession;
+  CoapRpcLibQuoteErrors(peer->coapSession);
   LinkInit(peer->queuedList);
   LinkInit(peer->sentList);
   LinkInit(peer->backlogLink);
@@ -194,6 +196,7 @@ void TakeOffPeer(CoapRpcCalls *calls, RpcCall *call) {
 
 void LeavePeer(CoapRpcCtx *ctx, CoapRpcCalls *calls, RpcCall *call) {
   TakeOffPeer(calls, call);
+  CoapRpcLibDropKept(SessionOf(*call), std::exchange(call->kept, nullptr));
   --call->peer->num;
   ReleaseCallPeer(ctx, calls, std::exchange(call->peer, nullptr));
 }

@@ -79,6 +79,7 @@ struct RpcCall {
   coap_mid_t mid;           // of the latest request
   coap_pdu_t *pdu;          // while queued
   CoapRpcPayload *payload;  // while queued, one that exceeds the message; null for none
+  coap_lg_crcv_t *kept;     // libcoap's, until an answer is there; null for none
   uint64_t sentUs;
   coap_tick_t startedAt;
   uint64_t userData;
