@@ -391,6 +391,26 @@ TEST_F(DirectBlocks, Upload_ReachesTheHandlerOnceAndWhole) {
   EXPECT_EQ(app_.payloads.size(), 1u);
 }
 
+TEST_F(DirectBlocks, BlocksOfAnotherMethodOrQuery_AreNotJoined) {
+  ServeDirect(kModeSync, ParamWith(COAP_RPC_ALLOW_ALL));
+  const std::string part = Pattern(64, 'a');
+  const auto block = [&](uint8_t method, const char *query, uint32_t num) {
+    return Message(method, num == 0 ? part : "end")
+        .AddText(kOptUriQuery, query)
+        .AddBlock(kOptBlock1, {num, num == 0, 2});
+  };
+  EXPECT_EQ(Ask(block(kCodePost, "a=1", 0)).code, Code(2, 31));
+  for (const CoapMessage &other : {block(kCodePut, "a=1", 1), block(kCodePost, "a=2", 1)}) {
+    peer_.Send(other);
+    Tick();
+    while (peer_.ReceiveNow()) {
+    }
+  }
+  EXPECT_TRUE(app_.payloads.empty());
+  EXPECT_EQ(Ask(block(kCodePost, "a=1", 1)).code, Code(2, 4));
+  EXPECT_EQ(app_.payloads, std::vector<std::string>{part + "end"});
+}
+
 TEST_F(DirectBlocks, Upload_LastBlockIsAcknowledged) {
   ServeDirect(kModeSync);
   const CoapBlock last = {2, false, 6}, only = {0, false, 6};
