@@ -34,3 +34,5 @@ unsigned MostLibcoapDelayed(const coap_context_t *context) {
   }
   return most;
 }
+
+size_t *LibcoapObserverBytes(coap_context_t *context) { return &context->num_observer_bytes; }

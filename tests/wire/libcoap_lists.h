@@ -17,6 +17,9 @@ unsigned NumLibcoapPrepared(const coap_context_t *context);
 /* MostLibcoapDelayed is the length of the client sessions' longest queue. */
 unsigned MostLibcoapDelayed(const coap_context_t *context);
 
+/* LibcoapObserverBytes is where libcoap counts the payloads that it keeps for observers. */
+size_t *LibcoapObserverBytes(coap_context_t *context);
+
 #ifdef __cplusplus
 }
 #endif

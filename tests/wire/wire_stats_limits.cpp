@@ -6,6 +6,7 @@
 #include "coap_svc/rpc/libadapter/serve/coap_rpc_lib_answer_session.h"
 #include "coap_svc/rpc/libadapter/sync/coap_rpc_lib_sync.h"
 #include "direct_server.h"
+#include "libcoap_lists.h"
 #include "stats_changes.h"
 #include "sync_server.h"
 
@@ -166,6 +167,22 @@ TEST_F(ObserveLimits, Observers) {
   EXPECT_FALSE(ObserveAs(1000).Has(kOptObserve));
   EXPECT_EQ(StatsOf(Ctx()).observers, 1000u);
   EXPECT_EQ(Refused(), Of("observers", 1));
+}
+
+TEST_F(ObserveLimits, PayloadsOfObservers) {
+  ServeObs(COAP_RPC_NON);
+  const auto with = [&](uint8_t id, size_t len) {
+    CoapMessage request = Observe(CoapType::kCon, {id}, "n=" + std::to_string(id));
+    return request.PayloadText(std::string(len, 'x'));
+  };
+  size_t *num = LibcoapObserverBytes(Ctx()->lib->coapCtx);
+  *num = 4 * 1024 * 1024 - 100;
+  EXPECT_FALSE(Ask(with(1, 101)).Has(kOptObserve));
+  EXPECT_EQ(Refused(), Of("observers", 1));
+  EXPECT_TRUE(Ask(with(2, 100)).Has(kOptObserve));
+  EXPECT_FALSE(Ask(with(3, 1)).Has(kOptObserve));
+  EXPECT_TRUE(Ask(with(4, 0)).Has(kOptObserve));
+  EXPECT_TRUE(Ask(with(2, 90)).Has(kOptObserve)) << "in place of the former one";
 }
 
 TEST_F(ObserveLimits, ChangesPutBack) {
