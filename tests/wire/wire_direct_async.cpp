@@ -419,6 +419,30 @@ TEST_F(DirectAsyncTest, TooManyOpen_503) {
   AskOpen(Message(kCodePost));
 }
 
+// One address cannot take all places, whatever port it asks from; of two others at least one has
+// another hash.
+TEST_F(DirectAsyncTest, HostWithAsManyOpenAsAreFree_503) {
+  ServeDirect(kModeAsync);
+  AskOpen(Message(kCodePost));
+  Ctx()->lib->numOpenAsync = COAP_RPC_MAX_OPEN_ASYNC - 1;
+  EXPECT_EQ(Ask(Message(kCodePost)).code, Code(5, 3));
+  RawPeer otherPort;
+  otherPort.SetRemote(Address());
+  otherPort.Send(Message(kCodePost));
+  EXPECT_EQ(Next(otherPort)->code, Code(5, 3));
+  for (const char *host : {"127.0.0.9", "127.0.0.10"}) {
+    RawPeer other{UdpAddress{host, 0}};
+    other.SetRemote(Address());
+    other.Send(Message(kCodePost));
+    ASSERT_TRUE(Next(other));
+  }
+  EXPECT_EQ(app_.handles.size(), 2u);
+  Ctx()->lib->numOpenAsync = 2;
+  for (void *handle : app_.handles) Send(handle, "x");
+  EXPECT_EQ(COAP_RpcGetOpenAsyncNum(Ctx()), 0u);
+  AskOpen(Message(kCodePost));
+}
+
 TEST_F(DirectAsyncTest, TooManyPeers_503) {
   ServeDirect(kModeAsync);
   Ctx()->lib->direct->numPeers = 16384;

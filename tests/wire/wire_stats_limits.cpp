@@ -58,6 +58,16 @@ TEST_F(AsyncLimits, OpenOfPeer) {
   EXPECT_EQ(Refused(), Of("openOfPeer", 1));
 }
 
+TEST_F(AsyncLimits, OpenOfPeer_AsManyAsAreFree) {
+  ServeAsync();
+  AskOnce(GetWith({1}));
+  Ctx()->lib->numOpenAsync = COAP_RPC_MAX_OPEN_ASYNC - 1;
+  ExpectUnavailable();
+  Ctx()->lib->numOpenAsync = 1;
+  EXPECT_EQ(Refused(), Of("openOfPeer", 1));
+  AskOnce(GetWith({2}));
+}
+
 TEST_F(AsyncLimits, Askers) {
   ServeAsync();
   Ctx()->lib->numAnswerSessions += 500;

@@ -5,6 +5,7 @@
 #include <coap3/coap.h>
 
 #include "coap_svc/rpc/common/coap_rpc_ctx.h"
+#include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "osal_avl3.h"
 
 COAP_RPC_C_BEGIN
@@ -76,4 +77,16 @@ static inline CoapRpcCtx *CoapRpcLibCallerOf(const coap_session_t *session) {
 }
 
 COAP_RPC_C_END
+
+namespace coap_rpc {
+
+// MayOpen says whether a peer with this number of open requests may have one more.  It may have as
+// many as are free, so that a few peers cannot take all places.
+inline bool MayOpen(const CoapRpcLibCtx *lib, uint32_t num) {
+  if (lib->numOpenAsync >= kMaxOpenAsync) return false;
+  return num < kMaxOpenAsyncOfPeer && num < kMaxOpenAsync - lib->numOpenAsync;
+}
+
+}  // namespace coap_rpc
+
 #endif /* COAP_RPC_LIB_DATA_H */

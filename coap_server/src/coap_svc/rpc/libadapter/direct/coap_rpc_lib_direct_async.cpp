@@ -39,9 +39,9 @@ CoapRpcDirect *DirectOf(const CoapRpcCtx *ctx) { return ctx->lib ? ctx->lib->dir
 
 // ---- peers ----
 
-// NumOfHost counts the peers of an address, of a network of 64 bits for IPv6, and of those with its
-// hash.  A host has as many ports as there are peers in all, and must not take every place.
-uint16_t &NumOfHost(CoapRpcDirect *direct, const coap_session_t *session) {
+// HostOf numbers the address of a peer, or its network of 64 bits for IPv6; some addresses share a
+// number.  A host has as many ports as there are peers in all, and must not take every place.
+uint32_t HostOf(const CoapRpcDirect *direct, const coap_session_t *session) {
   const coap_address_t &addr = *coap_session_get_addr_remote(session);
   uint64_t host = 0;
   if (addr.addr.sa.sa_family == AF_INET) {
@@ -50,7 +50,15 @@ uint16_t &NumOfHost(CoapRpcDirect *direct, const coap_session_t *session) {
     memcpy(&host, &addr.addr.sin6.sin6_addr, sizeof(host));
   }
   const uint64_t hash = (host ^ direct->once.seed) * 0x9E3779B97F4A7C15u;
-  return direct->numPeersOfHosts[(hash >> 32) % kNumHostCounts];
+  return static_cast<uint32_t>(hash >> 32) % kNumHostCounts;
+}
+
+uint16_t &NumOfHost(CoapRpcDirect *direct, const coap_session_t *session) {
+  return direct->numPeersOfHosts[HostOf(direct, session)];
+}
+
+uint32_t &NumOpenOfHost(CoapRpcDirect *direct, const coap_session_t *session) {
+  return direct->numOpenOfHosts[HostOf(direct, session)];
 }
 
 bool HasPlace(CoapRpcDirect *direct, const coap_session_t *session) {
@@ -114,15 +122,16 @@ void Rest(CoapRpcCtx *ctx, DirectPeer *peer) {
 }
 
 bool HasRoom(const CoapRpcCtx *ctx, const DirectPeer *peer) {
-  return peer->numOpen < kMaxOpenAsyncOfPeer && peer->numQueued < kMaxWaitingAnswers &&
-         ctx->lib->numOpenAsync < kMaxOpenAsync && DirectOf(ctx)->numQueued < kMaxWaitingInAll;
+  CoapRpcDirect *direct = DirectOf(ctx);
+  return MayOpen(ctx->lib, NumOpenOfHost(direct, peer->session)) &&
+         peer->numQueued < kMaxWaitingAnswers && direct->numQueued < kMaxWaitingInAll;
 }
 
 // ---- states ----
 
 void CountOpen(DirectAsync *async, uint32_t num) {
   async->ctx->lib->numOpenAsync += num;
-  async->peer->numOpen += num;
+  NumOpenOfHost(DirectOf(async->ctx), async->peer->session) += num;
 }
 
 void CountQueued(DirectAsync *async, uint32_t num) {

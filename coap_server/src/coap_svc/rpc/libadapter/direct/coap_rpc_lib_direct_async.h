@@ -33,7 +33,6 @@ struct DirectPeer {
   CoapRpcLink answeredList;
   CoapRpcLink queuedLink;  // on Direct's queuedPeerList while some are answered
   CoapRpcLink idleLink;    // on Direct's idlePeerList while it has no requests
-  uint32_t numOpen;
   uint32_t numQueued;
 };
 

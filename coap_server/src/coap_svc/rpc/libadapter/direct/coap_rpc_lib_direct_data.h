@@ -68,6 +68,7 @@ struct CoapRpcDirect {
   CoapRpcLink closedList;  // DirectAsync whose listen is closed, until the application is told
   uint32_t numPeers;
   uint16_t numPeersOfHosts[coap_rpc::kNumHostCounts];  // by a hash of their addresses
+  uint32_t numOpenOfHosts[coap_rpc::kNumHostCounts];   // requests that are not answered
   uint32_t numQueued;
   uint32_t numUnacknowledged;  // messages of libcoap's, while a turn sends answers
   CoapRpcLink bodyList;        // payloads owned by libcoap, the oldest first

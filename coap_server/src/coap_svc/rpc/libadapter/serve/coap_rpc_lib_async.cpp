@@ -85,8 +85,8 @@ int CoapRpcAsyncHasBacklog(const CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry
   return sender->numQueued + CoapRpcLibNumDelayed(sender->session) >= MaxQueuedAnswers(ctx);
 }
 
-int CoapRpcAsyncIsPeerFull(const CoapRpcSerUriVtbl *entry) {
-  return CachedAnswerSession(entry)->peer->numOpen >= kMaxOpenAsyncOfPeer;
+int CoapRpcAsyncIsPeerFull(const CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry) {
+  return !MayOpen(ctx->lib, CachedAnswerSession(entry)->peer->numOpen);
 }
 
 int CoapRpcAsyncIsFull(const CoapRpcCtx *ctx) { return ctx->lib->numOpenAsync >= kMaxOpenAsync; }

@@ -21,7 +21,7 @@ int CoapRpcAsyncIsKnown(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry,
  * take another request.  CoapRpcAsyncIsPeerFull says the same of its open requests, of all entries;
  * CoapRpcAsyncIsFull of the open requests of all peers. */
 int CoapRpcAsyncHasBacklog(const CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry);
-int CoapRpcAsyncIsPeerFull(const CoapRpcSerUriVtbl *entry);
+int CoapRpcAsyncIsPeerFull(const CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry);
 int CoapRpcAsyncIsFull(const CoapRpcCtx *ctx);
 
 /* CoapRpcAsyncRegister keeps a request, to be answered through the entry's answer session.

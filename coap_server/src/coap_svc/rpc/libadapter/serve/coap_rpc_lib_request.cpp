@@ -94,7 +94,7 @@ uint32_t RegisterAsync(const Exchange &exchange, uint8_t *payload, uint32_t len)
   if (CoapRpcAsyncHasBacklog(ctx, entry)) {
     return Refused(exchange, COAP_RPC_LIMIT_ANSWERS, kSiteReqAsyncNoSession);
   }
-  if (CoapRpcAsyncIsPeerFull(entry)) {
+  if (CoapRpcAsyncIsPeerFull(ctx, entry)) {
     return Refused(exchange, COAP_RPC_LIMIT_OPEN_OF_PEER, kSiteReqAsyncPeerTooManyOpen);
   }
   void *handle = CoapRpcAsyncRegister(ctx, entry, exchange.session, exchange.request);
