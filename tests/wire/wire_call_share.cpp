@@ -41,6 +41,17 @@ class CallShare : public ClientCalls {
     EXPECT_EQ(request_.Uint(kOptObserve), 0U);
     Accept(11, "b");
   }
+  // BothAsk begins two observations, whose registration is not answered yet.
+  void BothAsk() {
+    first_ = Watch(Get("w"));
+    second_ = Watch(Get("w"));
+    Expect();
+  }
+  // ExpectHeard says what the two have heard.
+  void ExpectHeard(const char *first, const char *second) const {
+    EXPECT_EQ(Heard(first_), first);
+    EXPECT_EQ(Heard(second_), second);
+  }
   void Cancel(uint64_t id) { EXPECT_EQ(COAP_RpcCallCancel(Ctx(), id), 0U); }
   bool IsFarewell(const CoapMessage &message) const {
     return message.Values(kOptObserve) == std::vector<Bytes>{{1}} &&
@@ -55,18 +66,14 @@ class CallShare : public ClientCalls {
 TEST_F(CallShare, BothHearAll_ByOneToken) {
   Two();
   Notify(12, "c");
-  EXPECT_EQ(Heard(first_), "a b c ");
-  EXPECT_EQ(Heard(second_), "b c ");
+  ExpectHeard("a b c ", "b c ");
   EXPECT_EQ(NumCalls(), 2U);
 }
 
 TEST_F(CallShare, BeforeTheAnswer_NothingIsSentAgain) {
-  first_ = Watch(Get("w"));
-  second_ = Watch(Get("w"));
-  Expect();
+  BothAsk();
   Accept(10, "a");
-  EXPECT_EQ(Heard(first_), "a ");
-  EXPECT_EQ(Heard(second_), "a ");
+  ExpectHeard("a ", "a ");
   EXPECT_TRUE(IsSilent());
 }
 
@@ -100,8 +107,7 @@ TEST_F(CallShare, FollowerLeaves_TheOtherGoesOn) {
   Cancel(second_);
   EXPECT_TRUE(IsSilent());
   Notify(12, "c");
-  EXPECT_EQ(Heard(first_), "a b c ");
-  EXPECT_EQ(Heard(second_), "b 3! ");
+  ExpectHeard("a b c ", "b 3! ");
   Cancel(first_);
   EXPECT_TRUE(IsFarewell(Next()));
 }
@@ -112,8 +118,7 @@ TEST_F(CallShare, FirstLeaves_TheOtherGoesOn) {
   EXPECT_TRUE(IsSilent());
   EXPECT_EQ(COAP_RpcCallCancel(Ctx(), first_), 1900001502U);
   Notify(12, "c");
-  EXPECT_EQ(Heard(first_), "a b 3! ");
-  EXPECT_EQ(Heard(second_), "b c ");
+  ExpectHeard("a b 3! ", "b c ");
   Cancel(second_);
   const CoapMessage farewell = Next();
   EXPECT_TRUE(IsFarewell(farewell));
@@ -130,8 +135,7 @@ TEST_F(CallShare, FirstLeavesWhileItIsQueued) {
   Say(Piggyback(busy));
   Expect();
   Accept(10, "a");
-  EXPECT_EQ(Heard(first_), "3! ");
-  EXPECT_EQ(Heard(second_), "a ");
+  ExpectHeard("3! ", "a ");
 }
 
 TEST_F(CallShare, AllLeaveWhileTheyAreQueued) {
@@ -162,15 +166,12 @@ TEST_F(CallShare, AfterAllHaveLeft_ANewOneRegisters) {
 TEST_F(CallShare, TheEndIsToldToAll) {
   Two();
   Say(Apart(CoapType::kNon, 9, request_, Code(4, 4)).PayloadText("gone"));
-  EXPECT_EQ(Heard(first_), "a b gone! ");
-  EXPECT_EQ(Heard(second_), "b gone! ");
+  ExpectHeard("a b gone! ", "b gone! ");
   EXPECT_EQ(NumCalls(), 0U);
 }
 
 TEST_F(CallShare, ResetIsToldToAll) {
-  first_ = Watch(Get("w"));
-  second_ = Watch(Get("w"));
-  Expect();
+  BothAsk();
   Say(RstOf(request_));
   EXPECT_EQ(Statuses(), (Ends{COAP_RPC_CALL_RESET, COAP_RPC_CALL_RESET}));
 }
@@ -228,8 +229,7 @@ TEST_F(CallShare, BegunInANotification) {
   Accept(10, "a");
   Expect();
   Accept(11, "b");
-  EXPECT_EQ(Heard(first_), "a b ");
-  EXPECT_EQ(Heard(second_), "a b ");
+  ExpectHeard("a b ", "a b ");
 }
 
 TEST_F(CallShare, CancelledInANotification_IsNotTold) {
@@ -253,8 +253,7 @@ TEST_F(CallShare, AllCancelledInANotification) {
     Cancel(second_);
   };
   Notify(12, "c");
-  EXPECT_EQ(Heard(first_), "a b c 3! ");
-  EXPECT_EQ(Heard(second_), "b 3! ");
+  ExpectHeard("a b c 3! ", "b 3! ");
   EXPECT_TRUE(IsFarewell(Next()));
 }
 
@@ -280,8 +279,7 @@ TEST_F(CallShare, StopTellsAllOnce) {
   const uint64_t third = Watch(Get("w"));
   Cancel(first_);
   instance_->Stop();
-  EXPECT_EQ(Heard(first_), "a b 3! ");
-  EXPECT_EQ(Heard(second_), "b 6! ");
+  ExpectHeard("a b 3! ", "b 6! ");
   EXPECT_EQ(Heard(third), "6! ");
 }
 
