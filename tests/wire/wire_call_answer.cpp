@@ -391,5 +391,32 @@ TEST_F(CallBlocks, BlocksOfTwoAnswers_EndAPostWhichIsNotMadeAgain) {
   EXPECT_EQ(told_[0].rsp.code, 408U);
 }
 
+constexpr uint16_t kOptEcho = 252;
+
+// The acknowledgement is an empty message, whose options would make it malformed.
+TEST_F(ClientCalls, EchoOption_GoesWithTheNextRequest) {
+  Make(Get("a"));
+  CoapMessage request = Next();
+  Say(AckOf(request));
+  Say(Apart(CoapType::kCon, 9, request).AddText(kOptEcho, "seen"));
+  EXPECT_EQ(Next().type, CoapType::kAck);
+  Make(Get("b"));
+  request = Next();
+  EXPECT_EQ(request.Values(kOptEcho), (std::vector<Bytes>{{'s', 'e', 'e', 'n'}}));
+  Say(Piggyback(request));
+  Make(Get("c"));
+  EXPECT_FALSE(Next().Has(kOptEcho));
+}
+
+TEST_F(ClientCalls, EchoOption_WithoutRoom_IsLeft) {
+  Make(Get("a"));
+  Say(Piggyback(Next()).AddText(kOptEcho, std::string(40, 'e')));
+  Make(Post("p", std::string(1110, 'x')));
+  const CoapMessage request = Next();
+  EXPECT_FALSE(request.Has(kOptEcho));
+  Say(Piggyback(request));
+  EXPECT_EQ(Statuses(), Ends(2, COAP_RPC_CALL_ANSWERED));
+}
+
 }  // namespace
 }  // namespace coap_rpc_test
