@@ -10,6 +10,15 @@ namespace {
 class SyncAttack : public ConfirmingServer {
  protected:
   void Detach() { ASSERT_EQ(COAP_RpcSerUnsetUri(Ctx(), &key_), 0u); }
+
+  // ServeUnicast makes the URI one that only requests to its own address reach.
+  void ServeUnicast(uint32_t msgType) {
+    key_ = KeyOf("obs", msgType, 1, COAP_RPC_UNICAST);
+    const CoapRpcSerObVtblReg ob = ObRegOf(true);
+    entry_ = Serve(key_, RegOf(&app_, 0, COAP_RPC_JSON), &ob);
+    SetSync(Confirming());
+    Set().replid = kReplid;
+  }
 };
 
 TEST_F(SyncAttack, ConfirmedByALease_DetachesTheUri) {
@@ -56,6 +65,64 @@ TEST_F(SyncAttack, ConfirmedByACancel_DetachesTheUri) {
                  .AddText(kOptUriQuery, "_sync=1")
                  .AddText(kOptUriQuery, kIdArg));
   EXPECT_EQ(confirmed_.size(), 1u);
+}
+
+// Its entry is not found by their requests any more when libcoap frees the observers.  Another URI
+// keeps their sessions, so that who comes again is known from before.
+TEST_F(SyncAttack, UnicastUriThatIsDetached_ForgetsItsObservers) {
+  Serve(KeyOf("beside", COAP_RPC_CON, 0), RegOf(&app_, 0));
+  ServeUnicast(COAP_RPC_CON);
+  for (int i = 0; i < 6; ++i) {
+    Ask(other_, Registering());
+    EXPECT_TRUE(Ask(peer_, Registering()).Has(kOptObserve)) << i;
+    Ask(peer_, Registering({0x5E}).AddText(kOptUriHost, "other"));
+    ASSERT_EQ(entry_->sync->peers.num, 2u);
+    Detach();
+    EXPECT_EQ(entry_->sync->peers.num, 0u) << i;
+    EXPECT_EQ(Ctx()->lib->numSyncObservers, 0u) << i;
+    Serve(key_, RegOf(&app_, 0));
+    while (peer_.ReceiveNow() || other_.ReceiveNow()) {
+    }
+  }
+}
+
+// Two entries of the path know the session; the one that has counted a registration forgets it.
+TEST_F(SyncAttack, OfTwoEntriesOfAPath_EachForgetsItsOwn) {
+  ServeUnicast(COAP_RPC_CON);
+  CoapRpcSerUriVtbl *con = entry_;
+  ServeUnicast(COAP_RPC_NON);
+  Ask(peer_, Registering({0x01}));
+  CoapMessage get = Request(CoapType::kNon, kCodeGet, ++mid_, {0x02}).AddPath("obs");
+  get.AddText(kOptUriHost, "other");
+  Ask(peer_, get.AddUint(kOptObserve, 0).AddText(kOptUriQuery, "_sync=1"));
+  EXPECT_EQ(con->sync->peers.num, 1u);
+  EXPECT_EQ(entry_->sync->peers.num, 1u);
+  CoapMessage cancel = Request(CoapType::kNon, kCodeGet, ++mid_, {0x02}).AddPath("obs");
+  Ask(peer_, cancel.AddUint(kOptObserve, 1).AddText(kOptUriQuery, "_sync=1"));
+  EXPECT_EQ(con->sync->peers.num, 1u);
+  EXPECT_EQ(entry_->sync->peers.num, 0u);
+}
+
+// Mirrors ask by NON messages.
+TEST_F(SyncAttack, UnicastUri_IsReadByMessagesOfBothTypes) {
+  for (const uint32_t msgType : {COAP_RPC_CON, COAP_RPC_NON}) {
+    ServeUnicast(msgType);
+    Update("k001", "v001");
+    const std::string change = UpdateHex(1, "k001", "v001");
+    for (const CoapType type : {CoapType::kCon, CoapType::kNon}) {
+      const Bytes token = {0x70, static_cast<uint8_t>(type)};
+      CoapMessage get = Request(type, kCodeGet, ++mid_, token).AddPath("obs");
+      get.AddUint(kOptObserve, 0).AddText(kOptUriQuery, "_sync=1");
+      EXPECT_TRUE(Ask(peer_, get).Has(kOptObserve));
+      constexpr uint32_t kAtHead = 1;
+      EXPECT_EQ(PayloadHex(Pull(peer_, {kIdArg}, type)), Page(kAtHead, 0, 1, change, 1));
+    }
+    EXPECT_EQ(entry_->sync->peers.num, 1u);
+    Detach();
+    EXPECT_EQ(entry_->sync->peers.num, 0u);
+    while (peer_.ReceiveNow()) {
+    }
+  }
 }
 
 TEST_F(SyncAttack, UninitWithBodiesUnderWay) {

@@ -29,8 +29,9 @@ COAP_RPC_C_BEGIN
 #define COAP_RPC_SYNC_MAX_TUPLE 65000u /* keyLen + valLen, bytes */
 
 /* CoapRpcSyncOnConfirmed hears that every observer of the URI has the set as of `version`, or
- * newer.  Each call has a greater version than the one before.  Called by the I/O, and by a timer
- * when an observer is given up that had less; may call all functions but COAP_RpcUninit.
+ * newer.  Each call has a greater version than the one before.  Called by the I/O; when an observer
+ * goes that had less also by a timer, COAP_RpcSerUnsetUri and COAP_RpcSerSetUri.  May call all
+ * functions but COAP_RpcUninit.
  *
  *   userData   as given to COAP_RpcSerSetUriSync */
 typedef void (*CoapRpcSyncOnConfirmed)(uint64_t userData, uint64_t version);
@@ -54,6 +55,8 @@ typedef struct CoapRpcSerSyncParam {
  * included, and serves them from now on.  Called again, it changes the parameters and nothing else.
  * It cannot be taken back.  From then on COAP_RpcSerObserveDataUpdate returns 1900000135 when there
  * is no memory for a new tuple: nothing has changed then.
+ *
+ * Readers may ask by messages of either type, whatever the key's.
  *
  * A tuple takes up to 48 bytes more than without.  Not for use inside a callback that walks tuples.
  *

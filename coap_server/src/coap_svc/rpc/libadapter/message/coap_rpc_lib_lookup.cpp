@@ -77,13 +77,18 @@ bool BuildKey(const coap_pdu_t *pdu, CoapRpcUriKey *key) {
   return true;
 }
 
+// OfOtherType returns a key for messages of the other type.
+CoapRpcUriKey OfOtherType(CoapRpcUriKey key) {
+  key.msgType = key.msgType == COAP_RPC_CON ? COAP_RPC_NON : COAP_RPC_CON;
+  return key;
+}
+
 // FindEither finds a key in a side's table, then with the other message type.
 template <typename Side>
 auto FindEither(Side *side, const CoapRpcUriKey &key) {
   auto *found = side->findUriVtbl(side, &key);
   if (found || key.msgType > COAP_RPC_NON) return found;
-  CoapRpcUriKey other = key;
-  other.msgType = key.msgType == COAP_RPC_CON ? COAP_RPC_NON : COAP_RPC_CON;
+  const CoapRpcUriKey other = OfOtherType(key);
   return side->findUriVtbl(side, &other);
 }
 
@@ -177,7 +182,26 @@ CoapRpcSerUriVtbl *CoapRpcLibObservableVtbl(CoapRpcCtx *ctx, const coap_pdu_t *p
   CoapRpcUriKey key = {};
   if (!IsReady(ctx->ser) || !BuildKey(pdu, &key)) return nullptr;
   key.observe = 1;
+  CoapRpcSerUriVtbl *entry = FindServed(ctx, &key, pdu, session);
+  if (entry || key.msgType > COAP_RPC_NON) return entry;
+  key = OfOtherType(key);
   return FindServed(ctx, &key, pdu, session);
+}
+
+CoapRpcSerUriVtbl *CoapRpcLibFindObservable(CoapRpcCtx *ctx, const coap_pdu_t *pdu,
+                                            int (*is)(CoapRpcSerUriVtbl *entry, const void *arg),
+                                            const void *arg) {
+  CoapRpcUriKey key = {};
+  if (!IsReady(ctx->ser) || !BuildKey(pdu, &key)) return nullptr;
+  key.observe = 1;
+  constexpr uint32_t kMsgTypes = 2, kPktTypes = 3;
+  for (uint32_t i = 0; i < kMsgTypes * kPktTypes; ++i) {
+    key.msgType = i % kMsgTypes;
+    key.pktType = i / kMsgTypes;
+    CoapRpcSerUriVtbl *entry = ctx->ser->findUriVtbl(ctx->ser, &key);
+    if (entry && is(entry, arg) != 0) return entry;
+  }
+  return nullptr;
 }
 
 CoapRpcSerUriVtbl *COAP_RpcSerGetVtblByFuzzyMsgType(CoapRpcCtx *ctx, const CoapRpcUriKey *key) {

@@ -27,9 +27,16 @@ COAP_RPC_API CoapRpcSerUriVtbl *COAP_RpcSerGetVtbl(CoapRpcCtx *ctx, const coap_p
 /* CoapRpcLibResourceOf finds the resource of an entry's uri; null when it is not attached. */
 coap_resource_t *CoapRpcLibResourceOf(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry);
 
-/* CoapRpcLibObservableVtbl finds the entry that a request would have with the Observe option. */
+/* CoapRpcLibObservableVtbl finds the entry that a request would have with the Observe option, else
+ * the one that it would have as a message of the other type. */
 CoapRpcSerUriVtbl *CoapRpcLibObservableVtbl(CoapRpcCtx *ctx, const coap_pdu_t *pdu,
                                             const coap_session_t *session);
+
+/* CoapRpcLibFindObservable goes through all observable entries of a request's path, attached or
+ * not.  Returns the first of which `is` says so, or null. */
+CoapRpcSerUriVtbl *CoapRpcLibFindObservable(CoapRpcCtx *ctx, const coap_pdu_t *pdu,
+                                            int (*is)(CoapRpcSerUriVtbl *entry, const void *arg),
+                                            const void *arg);
 
 /* COAP_RpcSerGetVtblByFuzzyMsgType finds a server entry by key, then with the other message type.
  */

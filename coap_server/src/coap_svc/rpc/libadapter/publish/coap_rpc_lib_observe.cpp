@@ -11,7 +11,6 @@
 #include "coap_svc/rpc/libadapter/sync/coap_rpc_lib_sync.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_observe.h"
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
-#include "coap_svc/rpc/server/sync/coap_rpc_ser_sync_peers.h"
 #include "libcoap/ext/coap_rpc_lib_internals.h"
 #include "libcoap/ext/coap_rpc_lib_observers.h"
 
@@ -112,11 +111,9 @@ int COAP_RpcSerAddObserve(coap_session_t *session, coap_subscription_t *subscrip
                           coap_address_t *, coap_addr_tuple_t *, coap_bin_const_t *,
                           coap_bin_const_t *, void *root) {
   auto *ctx = static_cast<CoapRpcCtx *>(root);
+  if (AddSyncObserver(ctx, session, subscription)) return 1;
   CoapRpcSerUriVtbl *entry = FindObserved(ctx, subscription, session);
   if (!entry || !entry->obVtbl) return 0;
-  if (IsSyncSubscription(entry, subscription)) {
-    return AddSyncObserver(ctx, entry, session, subscription);
-  }
   // Notifications are to carry no check code: only the registration itself resynchronises.
   CoapRpcLibStripQuery(subscription);
   entry->isSendingLargeBlock = 0;
@@ -128,9 +125,8 @@ int COAP_RpcSerAddObserve(coap_session_t *session, coap_subscription_t *subscrip
 
 int COAP_RpcSerDelObserve(coap_session_t *session, coap_subscription_t *subscription, void *root) {
   auto *ctx = static_cast<CoapRpcCtx *>(root);
-  if (subscription) SyncRecordGoes(CoapRpcLibOwnerOf(subscription));
+  if (DelSyncObserver(ctx, session, subscription)) return 1;
   CoapRpcSerUriVtbl *entry = FindObserved(ctx, subscription, session);
-  if (IsSyncSubscription(entry, subscription)) return DelSyncObserver(ctx, entry, session);
   if (ctx && ctx->lib) {
     ForgetQuery(ctx, CoapRpcLibSubscriptionPdu(subscription));
     NoteObserverLeaves(ctx, session, CoapRpcLibSubscriptionPdu(subscription));

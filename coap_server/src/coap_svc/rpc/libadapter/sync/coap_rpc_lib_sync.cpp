@@ -23,8 +23,32 @@ constexpr uint16_t kJson = COAP_MEDIATYPE_APPLICATION_JSON;
 
 using TellList = COAP_RPC_LIST(CoapRpcSerSync, tellLink);
 
-bool IsReader(const CoapRpcSerUriVtbl *entry, const coap_pdu_t *request) {
-  return entry && entry->sync && IsSyncRequest(request);
+// RequestOf returns the stored request of a reader; null for other observers.
+const coap_pdu_t *RequestOf(const CoapRpcCtx *ctx, const coap_subscription_t *subscription) {
+  const coap_pdu_t *request = CoapRpcLibSubscriptionPdu(subscription);
+  return ctx && ctx->ser && request && IsSyncRequest(request) ? request : nullptr;
+}
+
+// SyncedEntryOf returns the entry with versions that a request reaches, or null.
+CoapRpcSerUriVtbl *SyncedEntryOf(CoapRpcCtx *ctx, const coap_pdu_t *request,
+                                 const coap_session_t *session) {
+  CoapRpcSerUriVtbl *entry = CoapRpcLibObservableVtbl(ctx, request, session);
+  return entry && entry->sync ? entry : nullptr;
+}
+
+// Registration is one that ends, with what its libcoap record says of its peer.
+struct Registration {
+  const coap_session_t *session;
+  const void *peer;
+};
+
+// IsCountedAt says whether an entry has counted a registration: its peer is named in the record, or
+// has none because it has had several.
+int IsCountedAt(CoapRpcSerUriVtbl *entry, const void *arg) {
+  const auto &ending = *static_cast<const Registration *>(arg);
+  const SyncPeer *peer = entry->sync ? SyncPeerFind(entry->sync->peers, ending.session) : nullptr;
+  if (!peer) return 0;
+  return (ending.peer ? peer == ending.peer : !peer->record) ? 1 : 0;
 }
 
 CoapRpcSerSync &SyncOf(const Exchange &exchange) { return *exchange.entry->sync; }
@@ -247,8 +271,8 @@ void NotifyPeer(CoapRpcCtx *ctx, CoapRpcSerSync *sync) {
 
 bool ServeSync(Exchange &exchange) {
   if (!exchange.ctx || !MayBeRead(exchange) || !IsSyncRequest(exchange.request)) return false;
-  exchange.entry = CoapRpcLibObservableVtbl(exchange.ctx, exchange.request, exchange.session);
-  if (!exchange.entry || !exchange.entry->sync) return false;
+  exchange.entry = SyncedEntryOf(exchange.ctx, exchange.request, exchange.session);
+  if (!exchange.entry) return false;
   if (IsNotificationOf(PeerOf(exchange), exchange)) {
     Notify(exchange);
   } else {
@@ -266,22 +290,29 @@ void TellSyncRounds(CoapRpcCtx *ctx) {
   ctx->libExt->runSoon(ctx);
 }
 
-bool IsSyncSubscription(const CoapRpcSerUriVtbl *entry, const coap_subscription_t *subscription) {
-  return IsReader(entry, CoapRpcLibSubscriptionPdu(subscription));
-}
-
-int AddSyncObserver(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const coap_session_t *session,
-                    coap_subscription_t *subscription) {
+bool AddSyncObserver(CoapRpcCtx *ctx, const coap_session_t *session,
+                     coap_subscription_t *subscription) {
+  const coap_pdu_t *request = RequestOf(ctx, subscription);
+  CoapRpcSerUriVtbl *entry = request ? SyncedEntryOf(ctx, request, session) : nullptr;
+  if (!entry) return false;
   ++ctx->lib->numSyncObservers;
   SyncPeer *peer = SyncObserverComes(entry, session, CoapRpcLibOwnerOf(subscription));
   if (peer) SetPeerAddress(*peer, session);
-  return 1;
+  return true;
 }
 
-int DelSyncObserver(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const coap_session_t *session) {
+bool DelSyncObserver(CoapRpcCtx *ctx, const coap_session_t *session,
+                     coap_subscription_t *subscription) {
+  const coap_pdu_t *request = RequestOf(ctx, subscription);
+  if (!request) return false;
+  void **record = CoapRpcLibOwnerOf(subscription);
+  const Registration ending = {session, *record};
+  CoapRpcSerUriVtbl *counted = CoapRpcLibFindObservable(ctx, request, IsCountedAt, &ending);
+  SyncRecordGoes(record);
+  if (!counted && !SyncedEntryOf(ctx, request, session)) return false;
   if (ctx->lib && ctx->lib->numSyncObservers != 0) --ctx->lib->numSyncObservers;
-  SyncObserverLeaves(entry, session);
-  return 1;
+  if (counted) SyncObserverLeaves(counted, session);
+  return true;
 }
 
 void NotifyUnsynced(CoapRpcCtx *ctx, coap_resource_t *resource) {

@@ -35,12 +35,12 @@ namespace coap_rpc {
 // ServeSync answers a reader, or builds its notification.  False: the request is none of these.
 bool ServeSync(Exchange &exchange);
 
-// IsSyncSubscription says whether an observer of the entry (null: of none) is a reader.
-// AddSyncObserver and DelSyncObserver count it; they return 1.
-bool IsSyncSubscription(const CoapRpcSerUriVtbl *entry, const coap_subscription_t *subscription);
-int AddSyncObserver(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const coap_session_t *session,
-                    coap_subscription_t *subscription);
-int DelSyncObserver(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const coap_session_t *session);
+// AddSyncObserver and DelSyncObserver count an observer that comes or goes, if it is a reader.
+// False: it is none.  A reader's entry may have been detached since it came.
+bool AddSyncObserver(CoapRpcCtx *ctx, const coap_session_t *session,
+                     coap_subscription_t *subscription);
+bool DelSyncObserver(CoapRpcCtx *ctx, const coap_session_t *session,
+                     coap_subscription_t *subscription);
 
 // NotifyUnsynced asks libcoap to notify the observers of a resource that are not readers.
 void NotifyUnsynced(CoapRpcCtx *ctx, coap_resource_t *resource);

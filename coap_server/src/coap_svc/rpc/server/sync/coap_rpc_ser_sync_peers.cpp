@@ -47,8 +47,8 @@ SyncPeer *Add(uint64_t mem, SyncPeers &peers, const void *session) {
   return peer;
 }
 
-// libcoap may free a registration without the entry's being found (SyncRecordGoes), and a peer may
-// go before its registration: each forgets the other.
+// A registration may go before its peer (SyncRecordGoes), and a peer before its registration: each
+// forgets the other.
 void Link(SyncPeer *peer, void **record) {
   peer->record = record;
   *record = peer;
