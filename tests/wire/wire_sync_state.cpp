@@ -107,6 +107,33 @@ TEST_F(SyncStateWire, SlowestThatLeaves_HoldsNobodyBack) {
   EXPECT_EQ(confirmed_, (std::vector<uint64_t>{1}));
 }
 
+// The first registration ends when the other one takes its place.
+TEST_F(SyncStateWire, SlowestThatRegistersAgain_HoldsTheOthersBack) {
+  ServeSynced(Confirming());
+  Ask(peer_, Registering({1}));
+  Ask(other_, Registering());
+  for (const char *key : {"k001", "k002", "k003"}) Update(key, "v001");
+  PullSince(peer_, 1);
+  PullSince(other_, 3);
+  Ask(peer_, Registering({2}));
+  EXPECT_EQ(confirmed_, (std::vector<uint64_t>{1}));
+  PullSince(peer_, 2);
+  EXPECT_EQ(confirmed_, (std::vector<uint64_t>{1, 2}));
+}
+
+// libcoap removes the observers one by one, the slowest first.
+TEST_F(SyncStateWire, UriThatIsDetached_ConfirmsNothing) {
+  Serve(KeyOf("beside", COAP_RPC_CON, 0), RegOf(&app_, 0));  // keeps the sessions
+  ServeSynced(Confirming());
+  Ask(other_, Registering());
+  Ask(peer_, Registering());
+  Update("k001", "v001");
+  PullSince(other_, 1);
+  EXPECT_EQ(COAP_RpcSerUnsetUri(Ctx(), &key_), 0u);
+  host_.AdvanceMs(100);
+  EXPECT_EQ(confirmed_, std::vector<uint64_t>());
+}
+
 TEST_F(SyncStateWire, State_TellsWhereTheSetIs) {
   ServeSynced();
   for (const char *key : {"k001", "k002", "k003"}) Update(key, "v001");

@@ -29,9 +29,8 @@ COAP_RPC_C_BEGIN
 #define COAP_RPC_SYNC_MAX_TUPLE 65000u /* keyLen + valLen, bytes */
 
 /* CoapRpcSyncOnConfirmed hears that every observer of the URI has the set as of `version`, or
- * newer.  Each call has a greater version than the one before.  Called by the I/O; when an observer
- * goes that had less also by a timer, COAP_RpcSerUnsetUri and COAP_RpcSerSetUri.  May call all
- * functions but COAP_RpcUninit.
+ * newer.  Each call has a greater version than the one before.  Called by the I/O, and by a timer
+ * when an observer is given up that had less; may call all functions but COAP_RpcUninit.
  *
  *   userData   as given to COAP_RpcSerSetUriSync */
 typedef void (*CoapRpcSyncOnConfirmed)(uint64_t userData, uint64_t version);

@@ -254,17 +254,36 @@ bool MayBeRead(const Exchange &exchange) {
   return exchange.query || exchange.ctx->lib->numSyncObservers != 0;
 }
 
+void WakeSoon(CoapRpcCtx *ctx) {
+  CoapRpcLibWakeIn(ctx->lib->coapCtx, 0);
+  ctx->libExt->runSoon(ctx);
+}
+
+// ListSync puts an entry on the list of those that the last step of a turn looks at.
+void ListSync(CoapRpcCtx *ctx, CoapRpcSerSync &sync) {
+  if (LinkIsAlone(sync.tellLink)) TellList(ctx->lib->syncTellList).Append(&sync);
+}
+
 // NotifyPeer notifies the next of a URI's observers; a URI without any is taken off the list.
 void NotifyPeer(CoapRpcCtx *ctx, CoapRpcSerSync *sync) {
   coap_resource_t *resource = CoapRpcLibResourceOf(ctx, sync->set.entry);
   SyncPeer *peer = resource ? SyncPeerTakeTurn(sync->peers) : nullptr;
   if (!peer) {
     LinkRemove(sync->tellLink);
+    SyncObserversHaveLeft(sync->set.entry);
   } else if (peer->record) {
     CoapRpcLibNotifyOne(resource, peer->record);
   } else {
     CoapRpcLibNotifyQueried(resource, peer->session);
   }
+}
+
+// EndRegistration counts one less.  What that means for the others is left to the turn's end.
+void EndRegistration(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const coap_session_t *session) {
+  SyncObserverLeaves(entry, session);
+  if (!ctx->lib) return;
+  ListSync(ctx, *entry->sync);
+  if (ctx->ioDepth == 0) WakeSoon(ctx);
 }
 
 }  // namespace
@@ -286,8 +305,7 @@ void TellSyncRounds(CoapRpcCtx *ctx) {
   for (uint32_t i = 0; i < kSyncPortion && !syncs.IsEmpty(); ++i) NotifyPeer(ctx, syncs.First());
   if (syncs.IsEmpty()) return;
   syncs.Append(syncs.First());
-  CoapRpcLibWakeIn(ctx->lib->coapCtx, 0);
-  ctx->libExt->runSoon(ctx);
+  WakeSoon(ctx);
 }
 
 bool AddSyncObserver(CoapRpcCtx *ctx, const coap_session_t *session,
@@ -311,7 +329,7 @@ bool DelSyncObserver(CoapRpcCtx *ctx, const coap_session_t *session,
   SyncRecordGoes(record);
   if (!counted && !SyncedEntryOf(ctx, request, session)) return false;
   if (ctx->lib && ctx->lib->numSyncObservers != 0) --ctx->lib->numSyncObservers;
-  if (counted) SyncObserverLeaves(counted, session);
+  if (counted) EndRegistration(ctx, counted, session);
   return true;
 }
 
@@ -329,7 +347,7 @@ uint32_t PushSync(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry) {
   if (!resource || sync.peers.num == 0) return 0;
   SyncPeersBeginRound(sync.peers);
   CoapRpcLibBeginRound(resource);
-  if (LinkIsAlone(sync.tellLink)) TellList(ctx->lib->syncTellList).Append(&sync);
+  ListSync(ctx, sync);
   return sync.peers.num;
 }
 
@@ -341,9 +359,7 @@ void DropSyncObserver(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const void *ses
   ++ctx->ioDepth;
   CoapRpcLibDropQueried(resource, session);
   --ctx->ioDepth;
-  if (ctx->lib->hasRetired == 0) return;
-  CoapRpcLibWakeIn(ctx->lib->coapCtx, 0);
-  ctx->libExt->runSoon(ctx);
+  if (ctx->lib->hasRetired != 0) WakeSoon(ctx);
 }
 
 }  // namespace coap_rpc

@@ -204,8 +204,9 @@ SyncPeer *SyncObserverComes(CoapRpcSerUriVtbl *entry, const void *session, void 
 
 void SyncObserverLeaves(CoapRpcSerUriVtbl *entry, const void *session) {
   SyncPeerLeaves(MemOf(entry), entry->sync->peers, session);
-  TellConfirmed(entry);
 }
+
+void SyncObserversHaveLeft(CoapRpcSerUriVtbl *entry) { TellConfirmed(entry); }
 
 void SyncObserverAsks(CoapRpcSerUriVtbl *entry, SyncPeer *peer) {
   SyncPeerAsks(entry->sync->peers, peer);

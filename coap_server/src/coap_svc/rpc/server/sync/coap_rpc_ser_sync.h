@@ -51,9 +51,11 @@ uint32_t SetSync(CoapRpcSerUriVtbl *entry, const CoapRpcSerSyncParam &param);
 void SyncDrop(CoapRpcSerUriVtbl *entry);
 
 // SyncObserverComes counts a registration, `record` as for SyncPeerComes; null without memory.
-// SyncObserverLeaves ends one.
+// SyncObserverLeaves ends one.  SyncObserversHaveLeft follows when the turn ends: libcoap removes an
+// observer that registers with another token before it adds it again.
 SyncPeer *SyncObserverComes(CoapRpcSerUriVtbl *entry, const void *session, void **record);
 void SyncObserverLeaves(CoapRpcSerUriVtbl *entry, const void *session);
+void SyncObserversHaveLeft(CoapRpcSerUriVtbl *entry);
 
 // SyncObserverAsks notes that a peer has asked, SyncObserverHas what it has.
 void SyncObserverAsks(CoapRpcSerUriVtbl *entry, SyncPeer *peer);
