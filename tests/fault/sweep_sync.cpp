@@ -82,6 +82,24 @@ void WorksObserved(Stage &stage) {
   EXPECT_TRUE(stage.HasHeardBytes(SetOf(stage).numLive * 11));
 }
 
+// Plain registers an observer by the change list with the token of the reader.
+void Plain(Stage &stage) {
+  CoapMessage get = coap_rpc_test::Request(CoapType::kCon, kCodeGet, NextId(), {0x55});
+  stage.Say(get.AddPath("obs").AddUint(kOptObserve, 0));
+}
+void PreparePlainObserved(Stage &stage) {
+  Prepare(stage);
+  Plain(stage);
+  EXPECT_EQ(stage.entry_->observerNum, 1u);
+}
+// WorksAsBoth expects that the plain observer gets all that is pending before it becomes a reader.
+void WorksAsBoth(Stage &stage) {
+  Plain(stage);
+  EXPECT_EQ(stage.entry_->observerNum, 1u);
+  EXPECT_EQ(stage.entry_->sync->peers.num, 0u);
+  WorksObserved(stage);
+}
+
 void PlaySetUp(Stage &stage) { ExpectOneOf(SetSync(stage), {0, 1900001515}); }
 void WorksSetUp(Stage &stage) {
   EXPECT_EQ(SetSync(stage), 0u);
@@ -127,6 +145,7 @@ const std::vector<Scenario> &SyncScenarios() {
   static const std::vector<Scenario> scenarios = {
       {"SyncSetUp", kPool, PreparePlain, PlaySetUp, WorksSetUp},
       {"SyncRegister", kPool | kTimers | kLibcoap, Prepare<>, Register, WorksObserved},
+      {"SyncTakeToken", kPool | kTimers | kLibcoap, PreparePlainObserved, Register, WorksAsBoth},
       {"SyncChanges", kPool | kTimers | kLibcoap, PrepareObserved<>, PlayChanges, WorksChanges},
       {"SyncWindow", kPool | kTimers | kLibcoap, PrepareObserved<kWindowMs>, PlayChanges,
        WorksChanges},

@@ -528,6 +528,34 @@ TEST_F(SyncBeside, OneSession_CanBeBoth) {
   ExpectSilence(peer_);
 }
 
+// A program that restarts at its port may begin with the same tokens and observe otherwise.
+TEST_F(SyncBeside, TokenOfAReader_CanBecomeABaseObservers) {
+  ServeSynced({}, COAP_RPC_NON);
+  Ask(peer_, Registering({0x11}));
+  EXPECT_TRUE(Register(peer_, CoapType::kCon, {0x11}, "_ual-checkcode=1").Has(kOptObserve));
+  EXPECT_EQ(entry_->observerNum, 1u);
+  EXPECT_EQ(entry_->sync->peers.num, 0u);
+  Update("k001", "v001");
+  const CoapMessage notification = NextNotification(peer_);
+  EXPECT_NE(notification.Text().find("k001"), std::string::npos) << notification;
+  Ask(peer_, Observe(CoapType::kCon, {0x11}, "", 1));
+  EXPECT_EQ(entry_->observerNum, 0u);
+  EXPECT_EQ(Ctx()->lib->obsQueryTree.root, nullptr);
+}
+
+TEST_F(SyncBeside, TokenOfABaseObserver_CanBecomeAReaders) {
+  ServeSynced({}, COAP_RPC_NON);
+  Register(peer_, CoapType::kCon, {0x11});
+  const CoapMessage answer = Ask(peer_, Registering({0x11}));
+  EXPECT_TRUE(answer.Has(kOptObserve));
+  EXPECT_EQ(PayloadHex(answer), Page(kAtHead, 0, 0));
+  EXPECT_EQ(app_.observerNums, (std::vector<uint32_t>{1, 0}));
+  Update("k001", "v001");
+  EXPECT_EQ(PayloadHex(NextNotification(peer_)),
+            Page(kAtHead | kNotification, 0, 1, UpdateHex(1, "k001", "v001"), 1));
+  ExpectSilence(peer_);
+}
+
 TEST_F(SyncBeside, EndOfAReader_TakesNothingFromOthers) {
   ServeSynced({}, COAP_RPC_NON);
   Register(peer_, CoapType::kCon, {0x11});

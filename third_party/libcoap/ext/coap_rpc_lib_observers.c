@@ -76,3 +76,11 @@ void CoapRpcLibDropQueried(coap_resource_t *resource, const void *session) {
     coap_delete_observer(resource, observer->session, &observer->pdu->actual_token);
   }
 }
+
+const coap_pdu_t *CoapRpcLibReplaceObserver(coap_resource_t *resource, coap_session_t *session,
+                                            const coap_pdu_t *request) {
+  const coap_bin_const_t *token = &request->actual_token;
+  coap_delete_observer(resource, session, token);
+  const coap_subscription_t *observer = coap_add_observer(resource, session, token, request);
+  return observer ? observer->pdu : NULL;
+}

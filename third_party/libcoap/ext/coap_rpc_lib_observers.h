@@ -35,5 +35,11 @@ void CoapRpcLibNotifyQueried(coap_resource_t *resource, const void *session);
  * only compared.  Not inside libcoap's I/O, which may be going through them. */
 void CoapRpcLibDropQueried(coap_resource_t *resource, const void *session);
 
+/* CoapRpcLibReplaceObserver registers a request in place of what its session observes under its
+ * token: libcoap keeps the former registration.  Only inside the request's handler.  Returns the
+ * stored request; null without memory, and nothing is observed then. */
+const coap_pdu_t *CoapRpcLibReplaceObserver(coap_resource_t *resource, coap_session_t *session,
+                                            const coap_pdu_t *request);
+
 COAP_RPC_C_END
 #endif /* COAP_RPC_LIB_OBSERVERS_H */

@@ -199,6 +199,8 @@ void coap_rpc::NoteObserverQuery(const Exchange &exchange) {
   const auto &[ctx, entry, resource, session, request, query, response] = exchange;
   const coap_pdu_t *stored = CoapRpcLibStoredRequest(resource, session, request);
   if (!ctx || !ctx->lib || !stored || stored == request) return;
+  stored = LeaveToken(exchange, stored);
+  if (!stored) return;
   ForgetQuery(ctx, stored);
   if (query) RememberQuery(ctx, stored, *query);
   // A client that has begun to fetch a payload drops what it has of it when it renews the relation;

@@ -176,6 +176,19 @@ bool IsObserved(const Exchange &exchange) {
   return CoapRpcLibStoredRequest(exchange.resource, exchange.session, exchange.request) != nullptr;
 }
 
+// Replace registers a request in place of what its session observes under its token.
+const coap_pdu_t *Replace(const Exchange &exchange) {
+  return CoapRpcLibReplaceObserver(exchange.resource, exchange.session, exchange.request);
+}
+
+// TakeToken makes a registration one of a reader whose token the session has been observing with by
+// the change list.  False: no memory.
+bool TakeToken(const Exchange &exchange) {
+  const coap_pdu_t *stored =
+      CoapRpcLibStoredRequest(exchange.resource, exchange.session, exchange.request);
+  return !stored || IsSyncRequest(stored) || Replace(exchange) != nullptr;
+}
+
 void SetPeerAddress(SyncPeer &peer, const coap_session_t *session) {
   peer.addr = {};
   peer.addr.port = coap_address_get_port(COAP_RpcGetRemoteAddr(session, &peer.addr.listenAddr));
@@ -194,6 +207,8 @@ void AnswerRegistration(const Exchange &exchange, const SyncQuery &query) {
     coap_pdu_set_code(exchange.response, COAP_RESPONSE_CODE_BAD_REQUEST);
   } else if (AcceptOf(exchange.request) != kCbor) {
     coap_pdu_set_code(exchange.response, COAP_RESPONSE_CODE_NOT_ACCEPTABLE);
+  } else if (!TakeToken(exchange)) {
+    coap_pdu_set_code(exchange.response, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
   } else if (IsTooMany(exchange, PeerOf(exchange))) {
     ++exchange.ctx->counts.refused[COAP_RPC_LIMIT_SYNC_REGISTRATIONS];
     coap_pdu_set_code(exchange.response, COAP_RESPONSE_CODE_SERVICE_UNAVAILABLE);
@@ -306,6 +321,11 @@ void TellSyncRounds(CoapRpcCtx *ctx) {
   if (syncs.IsEmpty()) return;
   syncs.Append(syncs.First());
   WakeSoon(ctx);
+}
+
+const coap_pdu_t *LeaveToken(const Exchange &exchange, const coap_pdu_t *stored) {
+  if (exchange.ctx->lib->numSyncObservers == 0 || !IsSyncRequest(stored)) return stored;
+  return Replace(exchange);
 }
 
 bool AddSyncObserver(CoapRpcCtx *ctx, const coap_session_t *session,

@@ -35,6 +35,11 @@ namespace coap_rpc {
 // ServeSync answers a reader, or builds its notification.  False: the request is none of these.
 bool ServeSync(Exchange &exchange);
 
+// LeaveToken is for the registration of another observer, under whose token libcoap has a stored
+// request.  If that is a reader's, of the same session, it ends.  Returns what is stored then, null
+// without memory.
+const coap_pdu_t *LeaveToken(const Exchange &exchange, const coap_pdu_t *stored);
+
 // AddSyncObserver and DelSyncObserver count an observer that comes or goes, if it is a reader.
 // False: it is none.  A reader's entry may have been detached since it came.
 bool AddSyncObserver(CoapRpcCtx *ctx, const coap_session_t *session,
