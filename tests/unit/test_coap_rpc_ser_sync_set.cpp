@@ -126,6 +126,18 @@ TEST(SerSyncSet, ManyTuples_KeepAQuarterAsTombstones) {
   EXPECT_EQ(t.Set().floor, 52u);
 }
 
+TEST(SerSyncSet, FewerTuples_TakeLessMemory) {
+  SyncedEntry t(1);
+  ASSERT_EQ(t.SetSync(), 0u);
+  const auto key = [](int i) { return std::to_string(1000 + i); };
+  t.Put("aaaa", "0001");
+  const uint64_t bytesOfOne = coap_rpc::SyncSetBytes(t.Set());
+  for (int i = 0; i < 1000; ++i) t.Put(key(i), "0001");
+  for (int i = 0; i < 1000; ++i) t.Delete(key(i));
+  EXPECT_EQ(t.Set().numTombs, 1u);
+  EXPECT_LE(coap_rpc::SyncSetBytes(t.Set()), bytesOfOne + 100);  // with the tombstone
+}
+
 TEST(SerSyncSet, FewerTombstonesWanted_DropsThoseTooMany) {
   SyncedEntry t;
   ASSERT_EQ(t.SetSync(), 0u);

@@ -120,17 +120,18 @@ class SyncStats : public SyncServer {
 
 TEST_F(SyncStats, PullsPagesAndFullSyncs) {
   ServeSynced();
+  PullSince(peer_, 0);  // there is nothing to read
   Update("k001", "v001");
   Update("k002", "v002");
   Pull(peer_, {});  // a newcomer, who gets the head
-  EXPECT_EQ(Now().syncPulls, 1u);
-  EXPECT_EQ(Now().syncPages, 1u);
+  EXPECT_EQ(Now().syncPulls, 2u);
+  EXPECT_EQ(Now().syncPages, 2u);
   EXPECT_EQ(Now().syncFull, 0u);
   PullSince(peer_, 0);
   EXPECT_EQ(Now().syncFull, 1u);
   PullSince(peer_, 1);
-  EXPECT_EQ(Now().syncPulls, 3u);
-  EXPECT_EQ(Now().syncPages, 3u);
+  EXPECT_EQ(Now().syncPulls, 4u);
+  EXPECT_EQ(Now().syncPages, 4u);
   EXPECT_EQ(Now().syncFull, 1u);
   EXPECT_EQ(Now().tuples, 2u);
 }

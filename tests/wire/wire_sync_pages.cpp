@@ -382,6 +382,26 @@ TEST_F(SyncPagesWire, Window_CollectsChanges) {
   EXPECT_TRUE(Next(peer_));
 }
 
+// The window of those who have left is not begun again for those who come.
+TEST_F(SyncPagesWire, Window_IsOneWhoeverComesAndGoes) {
+  CoapRpcSerSyncParam param = {};
+  param.windowMs = 5000;
+  ServeSynced(param);
+  const size_t numTimers = host_.Timers().Running().size();
+  Update("k001", "v001");
+  EXPECT_EQ(host_.Timers().Running().size(), numTimers);  // nobody is there
+  Ask(peer_, Registering());
+  Update("k001", "v002");
+  EXPECT_EQ(host_.Timers().Running().size(), numTimers + 2);  // with the lease's
+  CoapMessage cancel = Request(CoapType::kCon, kCodeGet, ++mid_, {0x5D}).AddPath("obs");
+  Ask(peer_, cancel.AddUint(kOptObserve, 1).AddText(kOptUriQuery, "_sync=1"));
+  Ask(peer_, Registering());
+  Update("k001", "v003");
+  EXPECT_EQ(host_.Timers().Running().size(), numTimers + 2);
+  host_.AdvanceMs(5000);
+  EXPECT_EQ(host_.Timers().Running().size(), numTimers + 1);
+}
+
 TEST_F(SyncPagesWire, Cancel_EndsTheRegistration) {
   ServeSynced();
   Ask(peer_, Registering());

@@ -2,6 +2,7 @@
 #include <memory>
 #include <vector>
 
+#include "fd_host.h"
 #include "sync_server.h"
 
 namespace coap_rpc_test {
@@ -134,6 +135,19 @@ TEST_F(SyncRounds, AHostThatPolls_TellsAllPortionsAtOnce) {
   Tick();
   Update("k001", "v001");
   host_.AdvanceMs(1);
+  EXPECT_EQ(NumTold(), 2 * kPortion + 8);
+}
+
+TEST_F(SyncRounds, AHostThatServesTheDescriptor_IsWokenForEachPortion) {
+  ServeSynced();
+  FdHost fd(Ctx());
+  for (size_t i = 0; i < 2 * kPortion + 8; ++i) {
+    NewPeer().Send(Registering());
+    fd.Serve();
+  }
+  EXPECT_EQ(NumTold(), 2 * kPortion + 8);
+  Update("k001", "v001");
+  fd.Serve();
   EXPECT_EQ(NumTold(), 2 * kPortion + 8);
 }
 

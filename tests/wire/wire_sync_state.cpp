@@ -93,6 +93,37 @@ TEST_F(SyncStateWire, SlowestThatExpires_AndTheUriIsDetached) {
   EXPECT_EQ(entry_->sync->peers.num, 0u);
 }
 
+// Others may be set as often as the application likes.
+TEST_F(SyncStateWire, ParametersSetAgain_LetLeasesEnd) {
+  CoapRpcSerSyncParam param = {};
+  param.leaseMs = 1'000'000;
+  ServeSynced(param);
+  Ask(peer_, Registering());
+  param.leaseMs = 1000;
+  for (int i = 0; i < 14; ++i) {
+    EXPECT_EQ(entry_->sync->peers.num, i < 12 ? 1u : 0u) << i;
+    SetSync(param);
+    host_.AdvanceMs(100);
+    if (i == 11) host_.AdvanceMs(100);
+  }
+}
+
+// A handler may run the host's timers; leases do not end while a request is being served.
+TEST_F(SyncStateWire, LeasesThatEndInsideTheIo_EndAfterIt) {
+  ServeSynced(Confirming());
+  onConfirmed_ = [this] {
+    host_.AdvanceMs(2000);
+    EXPECT_EQ(entry_->sync->peers.num, 1u);
+  };
+  Ask(peer_, Registering());
+  Update("k001", "v001");
+  peer_.Send(Reading(CoapType::kCon, {"_sync=1", kIdArg, "since=1"}));
+  COAP_RpcProcIo(Ctx());  // by the descriptor: a timer would not run others
+  EXPECT_EQ(confirmed_, (std::vector<uint64_t>{1}));
+  host_.AdvanceMs(2000);
+  EXPECT_EQ(entry_->sync->peers.num, 0u);
+}
+
 TEST_F(SyncStateWire, SlowestThatLeaves_HoldsNobodyBack) {
   CoapRpcSerSyncParam param = Confirming();
   param.leaseMs = 0;
@@ -170,6 +201,22 @@ TEST_F(SyncStateWire, State_TellsWhatIsUnconfirmedForHowLong) {
   PullSince(peer_, 2);
   EXPECT_LE(State().unconfirmedMs, 500u);
   EXPECT_EQ(State().confirmed, 2u);
+}
+
+// What those before have not confirmed is not held against who comes later; another registration
+// of one who is there forgets nothing.
+TEST_F(SyncStateWire, UnconfirmedFor_CountsFromTheFirstWhoIsThere) {
+  ServeSynced(Confirming());
+  Ask(peer_, Registering());
+  Update("k001", "v001");
+  host_.AdvanceMs(5000);
+  ASSERT_EQ(State().numObservers, 0u);
+  Ask(other_, Registering());
+  EXPECT_LE(State().unconfirmedMs, 500u);
+  host_.AdvanceMs(1000);
+  Ask(other_, Registering({0x5E}).AddText(kOptUriHost, "other"));
+  EXPECT_EQ(State().numObservers, 1u);
+  EXPECT_GE(State().unconfirmedMs, 1000u);
 }
 
 TEST_F(SyncStateWire, Peers_AreShown) {

@@ -130,10 +130,12 @@ uint32_t Begin(CoapRpcSerUriVtbl *entry, const CoapRpcSerSyncParam &param) {
   return 0;
 }
 
-// Change gives other parameters.  A window that has begun goes on as it is.
+// Change gives other parameters.  What has begun goes on as it is: a window, and the time until the
+// next tick of leases that are as long as before.
 void Change(CoapRpcSerUriVtbl *entry, const CoapRpcSerSyncParam &param) {
+  const bool isOtherLease = param.leaseMs != entry->sync->param.leaseMs;
   Apply(*entry->sync, param);
-  StopTimer(entry, entry->sync->leaseTimer);
+  if (isOtherLease) StopTimer(entry, entry->sync->leaseTimer);
   RunLeases(entry);
 }
 
