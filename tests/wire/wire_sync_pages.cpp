@@ -279,6 +279,20 @@ TEST_F(SyncPagesWire, Notification_OfMoreThanFits_TellsAlone) {
   ExpectSilence(peer_);
 }
 
+// What says that it is a block is not longer than one.
+TEST_F(SyncPagesWire, Notification_LongerThanTheBlocksAskedFor_HasNoPayload) {
+  ServeSynced();
+  constexpr uint32_t kSzxOf64 = 2;
+  Ask(peer_, Registering().AddBlock(kOptBlock2, {0, false, kSzxOf64}));
+  Update("k001", "v001");
+  EXPECT_EQ(PayloadHex(NextNotification(peer_)),
+            Page(kAtHead | kNotification, 0, 1, UpdateHex(1, "k001", "v001"), 1));
+  for (const char *key : {"k002", "k003", "k004"}) Update(key, "v001");
+  const CoapMessage notification = NextNotification(peer_);
+  EXPECT_EQ(CodeText(notification.code), "2.05");
+  EXPECT_EQ(PayloadHex(notification), "");
+}
+
 TEST_F(SyncPagesWire, Notification_AsksToConfirm_WhenSomebodyWantsToKnow) {
   CoapRpcSerSyncParam param = {};
   static std::vector<uint64_t> confirmed;

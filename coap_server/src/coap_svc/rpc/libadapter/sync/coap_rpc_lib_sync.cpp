@@ -242,6 +242,13 @@ void BuildRound(CoapRpcSerSync &sync) {
   SyncRoundBegins(sync);
 }
 
+// RoomIn returns how long an observer wants messages to be at most, by its registration.
+size_t RoomIn(const coap_pdu_t *request) {
+  coap_block_t block = {};
+  const bool isAsked = coap_get_block(request, COAP_OPTION_BLOCK2, &block) != 0;
+  return isAsked ? size_t{1} << (block.szx + 4) : COAP_RPC_SYNC_MAX_PAGE;
+}
+
 void Notify(const Exchange &exchange) {
   CoapRpcSerSync &sync = SyncOf(exchange);
   ++exchange.ctx->counts.syncPages;
@@ -252,7 +259,7 @@ void Notify(const Exchange &exchange) {
   if (sync.pageLen == 0 || sync.pageHead != sync.set.head) BuildRound(sync);
   coap_pdu_set_type(exchange.response, COAP_MESSAGE_NON);
   coap_pdu_set_code(exchange.response, COAP_RESPONSE_CODE_CONTENT);
-  AttachMessage(exchange, sync.page, sync.pageLen);
+  if (sync.pageLen <= RoomIn(exchange.request)) AttachMessage(exchange, sync.page, sync.pageLen);
 }
 
 // IsNotificationOf asks the peer first: libcoap goes through all observers for it.
