@@ -17,9 +17,9 @@
  *
  * Notifications are NON, of one message and the same for all observers of a round
  * (coap_rpc_ser_sync.h); one without payload, for want of memory or because the page is longer than
- * the blocks that the observer registered for, tells no more than that there are changes.  A turn of the I/O notifies a portion of them.  libcoap keeps the observers, as it
- * does those of the change list, which are told apart by their query: it is taken from the latter's
- * stored requests.
+ * the blocks that the observer registered for, tells no more than that there are changes.  A turn
+ * of the I/O notifies a portion of them.  libcoap keeps the observers, as it does those of the
+ * change list, which are told apart by their query: it is taken from the latter's stored requests.
  *
  * Bounds: observers of a resource by libcoap, of one session by kMaxSyncRegistrations, messages of
  * a turn by kSyncPortion, pages in blocks by kMaxSyncBodies. */
