@@ -91,6 +91,10 @@ TEST_F(SerSync, SetUriSync_BadArguments_GiveCodes) {
   EXPECT_EQ(COAP_RpcSerSetUriSync(instance_, &plainKey_, nullptr), 1900001512u);
   const CoapRpcUriKey unknown = KeyOf("unknown", 0, 1);
   EXPECT_EQ(COAP_RpcSerSetUriSync(instance_, &unknown, nullptr), 1900001512u);
+  const CoapRpcUriKey unobservable = KeyOf("unobservable");  // no reader would find it
+  const CoapRpcSerVtblReg reg = {};
+  ASSERT_EQ(COAP_RpcSerRegVtbl(instance_, &unobservable, &reg, Entry()->obVtbl), 0u);
+  EXPECT_EQ(COAP_RpcSerSetUriSync(instance_, &unobservable, nullptr), 1900001512u);
 }
 
 // Each null argument is asserted, at a line of its function.

@@ -108,6 +108,17 @@ TEST_F(SyncStateWire, ParametersSetAgain_LetLeasesEnd) {
   }
 }
 
+TEST_F(SyncStateWire, LeasesWithoutATimer_BeginWithTheNextQuestion) {
+  ServeSynced(Confirming());
+  host_.Timers().Failures().FailFrom(1);
+  Ask(peer_, Registering());
+  host_.Timers().Failures().Clear();
+  EXPECT_EQ(entry_->sync->leaseTimer, 0u);
+  PullSince(peer_, 0);
+  host_.AdvanceMs(1400);
+  EXPECT_EQ(entry_->sync->peers.num, 0u);
+}
+
 // A handler may run the host's timers; leases do not end while a request is being served.
 TEST_F(SyncStateWire, LeasesThatEndInsideTheIo_EndAfterIt) {
   ServeSynced(Confirming());

@@ -65,7 +65,7 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(ObserveDataDelNullArg,   kPathInitSer,       0,  149, "COAP_RpcSerObserveDataDel: null argument") \
   X(SerRegVtblNullArg,       kPathInitSer,     169,  168, "COAP_RpcSerRegVtbl: null argument") \
   X(SetUriSyncNullArg,       kPathInitSerSync, 1511, 1510, "COAP_RpcSerSetUriSync: null argument") \
-  X(SetUriSyncNoUri,         kPathInitSerSync, 1512,    0, "COAP_RpcSerSetUriSync: no such URI, or it has no observe record") \
+  X(SetUriSyncNoUri,         kPathInitSerSync, 1512,    0, "COAP_RpcSerSetUriSync: no such URI, no observe record, or a key without observe") \
   X(SyncReplaceNullArg,      kPathInitSerSync, 1521, 1520, "COAP_RpcSerSyncReplace: null argument") \
   X(SyncReplaceNoSync,       kPathInitSerSync, 1522,    0, "COAP_RpcSerSyncReplace: no such URI, or its tuples have no versions") \
   X(SyncReplaceNextFailed,   kPathInitSerSync, 1523,    0, "COAP_RpcSerSyncReplace: the application's walk failed; nothing was deleted") \

@@ -52,7 +52,7 @@ uint32_t COAP_RpcSerSetUriSync(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
                                const CoapRpcSerSyncParam *param) {
   if (!ctx || !ctx->ser || !key) return Violated(kSiteSetUriSyncNullArg);
   CoapRpcSerUriVtbl *entry = Find(ctx, key);
-  if (!entry || !entry->obVtbl) return Code(kSiteSetUriSyncNoUri);
+  if (!entry || !entry->obVtbl || key->observe == 0) return Code(kSiteSetUriSyncNoUri);
   const uint32_t ret = SetSync(entry, param ? *param : CoapRpcSerSyncParam{});
   if (ret == 0) RegisterSyncCommand(ctx);
   return ret;

@@ -210,8 +210,10 @@ void SyncObserverLeaves(CoapRpcSerUriVtbl *entry, const void *session) {
 
 void SyncObserversHaveLeft(CoapRpcSerUriVtbl *entry) { TellConfirmed(entry); }
 
+// The timer of leases is tried again where there was none to be had before.
 void SyncObserverAsks(CoapRpcSerUriVtbl *entry, SyncPeer *peer) {
   SyncPeerAsks(entry->sync->peers, peer);
+  RunLeases(entry);
 }
 
 void SyncObserverHas(CoapRpcSerUriVtbl *entry, SyncPeer *peer, uint64_t version) {
