@@ -225,6 +225,7 @@ TEST_F(SyncPagesWire, PagesInBlocks_AreBounded) {
     EXPECT_EQ(Ask(peer_, get.AddBlock(kOptBlock2, {0, false, 0})).payload.size(), 16u);
     bytes.push_back(host_.Pool().LiveBytes());
   }
+  EXPECT_EQ(Ctx()->lib->numSyncBodies, 64u);
   EXPECT_GT(bytes[63], bytes[0]);
   EXPECT_LE(bytes[149], bytes[63] + 1000);
 }
