@@ -243,11 +243,15 @@ TEST_F(SyncPagesWire, NoMemoryForAPage_IsAskedForAgain) {
 
 TEST_F(SyncPagesWire, NoMemoryForAnObserver_IsUnavailable) {
   ServeSynced();
+  RawPeer plain;
+  plain.SetRemote(Address());
+  Register(plain, CoapType::kCon, {0x11});
   host_.Pool().Failures().FailOnce(1);
   const CoapMessage answer = Ask(peer_, Registering());
   EXPECT_EQ(CodeText(answer.code), "5.03");
   EXPECT_FALSE(answer.Has(kOptObserve));
   EXPECT_EQ(PayloadHex(Ask(peer_, Registering())), Page(kAtHead, 0, 0));
+  EXPECT_EQ(entry_->observerNum, 1u);
 }
 
 TEST_F(SyncPagesWire, Notification_IsNonWithTheLatestChanges) {

@@ -149,6 +149,28 @@ TEST_F(SyncStateWire, SlowestThatLeaves_HoldsNobodyBack) {
   EXPECT_EQ(confirmed_, (std::vector<uint64_t>{1}));
 }
 
+// Its session ends outside the I/O, when the other URI leaves the address.
+TEST_F(SyncStateWire, SlowestAtAnAddressThatIsClosed_HoldsNobodyBack) {
+  ServeSynced(Confirming());
+  const CoapRpcUriKey beside = KeyOf("beside", COAP_RPC_CON, 0);
+  const CoapRpcSerVtblReg reg = RegOf(&app_, 0);
+  CoapRpcSerListenAddr addr = {};
+  addr.listenAddr.family = COAP_RPC_IPV4;
+  addr.listenAddr.addr.ipv4 = OwnIpv4(Role::kServer);
+  addr.port = kCoapPort + 1;
+  ASSERT_EQ(COAP_RpcSerRegVtbl(Ctx(), &beside, &reg, nullptr), 0u);
+  ASSERT_EQ(COAP_RpcSerSetUri(Ctx(), &beside, &addr), 0u);
+  other_.SetRemote({Address().host, kCoapPort + 1});
+  Ask(other_, Registering());
+  Ask(peer_, Registering());
+  Update("k001", "v001");
+  PullSince(peer_, 1);
+  EXPECT_EQ(confirmed_, std::vector<uint64_t>());
+  EXPECT_EQ(COAP_RpcSerUnsetUri(Ctx(), &beside), 0u);
+  host_.AdvanceMs(1);
+  EXPECT_EQ(confirmed_, (std::vector<uint64_t>{1}));
+}
+
 // The first registration ends when the other one takes its place.
 TEST_F(SyncStateWire, SlowestThatRegistersAgain_HoldsTheOthersBack) {
   ServeSynced(Confirming());
@@ -219,7 +241,10 @@ TEST_F(SyncStateWire, State_TellsWhatIsUnconfirmedForHowLong) {
 TEST_F(SyncStateWire, UnconfirmedFor_CountsFromTheFirstWhoIsThere) {
   ServeSynced(Confirming());
   Ask(peer_, Registering());
-  Update("k001", "v001");
+  for (const char *key : {"k001", "k002"}) {
+    Update(key, "v001");
+    host_.AdvanceMs(200);
+  }
   host_.AdvanceMs(5000);
   ASSERT_EQ(State().numObservers, 0u);
   Ask(other_, Registering());

@@ -300,12 +300,13 @@ void NotifyPeer(CoapRpcCtx *ctx, CoapRpcSerSync *sync) {
   }
 }
 
-// EndRegistration counts one less.  What that means for the others is left to the turn's end.
+// EndRegistration counts one less.  What that means for the others is left to a turn's end: this
+// one's, or the next one's when there is none.
 void EndRegistration(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const coap_session_t *session) {
   SyncObserverLeaves(entry, session);
   if (!ctx->lib) return;
   ListSync(ctx, *entry->sync);
-  if (ctx->ioDepth == 0) WakeSoon(ctx);
+  WakeSoon(ctx);
 }
 
 }  // namespace
