@@ -125,6 +125,27 @@ TEST_F(SyncAttack, UnicastUri_IsReadByMessagesOfBothTypes) {
   }
 }
 
+// An application may serve both types and give versions to one of them.
+TEST_F(SyncAttack, OfTwoKeysOfAPath_TheOneWithVersionsIsRead) {
+  ServeUnicast(COAP_RPC_CON);
+  Update("k001", "v001");
+  CoapRpcSerUriVtbl *con = entry_;
+  const CoapRpcUriKey key = KeyOf("obs", COAP_RPC_NON, 1, COAP_RPC_UNICAST);
+  const CoapRpcSerObVtblReg ob = ObRegOf(true);
+  CoapRpcSerUriVtbl *non = Serve(key, RegOf(&app_, 0, COAP_RPC_JSON), &ob);
+  CoapMessage get = Request(CoapType::kNon, kCodeGet, ++mid_, {0x31}).AddPath("obs");
+  get.AddUint(kOptObserve, 0).AddText(kOptUriQuery, "_sync=1");
+  EXPECT_TRUE(Ask(peer_, get).Has(kOptObserve));
+  constexpr uint32_t kAtHead = 1;
+  EXPECT_EQ(PayloadHex(Pull(peer_, {kIdArg}, CoapType::kNon)),
+            Page(kAtHead, 0, 1, UpdateHex(1, "k001", "v001"), 1));
+  EXPECT_EQ(con->sync->peers.num, 1u);
+  EXPECT_EQ(non->observerNum, 0u);
+  CoapMessage plain = Request(CoapType::kNon, kCodeGet, ++mid_, {0x32}).AddPath("obs");
+  EXPECT_TRUE(Ask(other_, plain.AddUint(kOptObserve, 0)).Has(kOptObserve));
+  EXPECT_EQ(non->observerNum, 1u);
+}
+
 TEST_F(SyncAttack, UninitWithBodiesUnderWay) {
   key_ = KeyOf("obs", COAP_RPC_CON, 1);
   CoapRpcSerObVtblReg ob = ObRegOf(true);

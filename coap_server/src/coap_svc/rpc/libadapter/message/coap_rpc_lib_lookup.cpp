@@ -178,13 +178,11 @@ coap_resource_t *CoapRpcLibResourceOf(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *
 }
 
 CoapRpcSerUriVtbl *CoapRpcLibObservableVtbl(CoapRpcCtx *ctx, const coap_pdu_t *pdu,
-                                            const coap_session_t *session) {
+                                            const coap_session_t *session, uint32_t isOfOtherType) {
   CoapRpcUriKey key = {};
   if (!IsReady(ctx->ser) || !BuildKey(pdu, &key)) return nullptr;
+  if (isOfOtherType != 0) key = OfOtherType(key);
   key.observe = 1;
-  CoapRpcSerUriVtbl *entry = FindServed(ctx, &key, pdu, session);
-  if (entry || key.msgType > COAP_RPC_NON) return entry;
-  key = OfOtherType(key);
   return FindServed(ctx, &key, pdu, session);
 }
 

@@ -27,10 +27,10 @@ COAP_RPC_API CoapRpcSerUriVtbl *COAP_RpcSerGetVtbl(CoapRpcCtx *ctx, const coap_p
 /* CoapRpcLibResourceOf finds the resource of an entry's uri; null when it is not attached. */
 coap_resource_t *CoapRpcLibResourceOf(CoapRpcCtx *ctx, const CoapRpcSerUriVtbl *entry);
 
-/* CoapRpcLibObservableVtbl finds the entry that a request would have with the Observe option, else
- * the one that it would have as a message of the other type. */
+/* CoapRpcLibObservableVtbl finds the entry that a request would have with the Observe option, or,
+ * with `isOfOtherType`, as a message of the other type, CON or NON, beside that. */
 CoapRpcSerUriVtbl *CoapRpcLibObservableVtbl(CoapRpcCtx *ctx, const coap_pdu_t *pdu,
-                                            const coap_session_t *session);
+                                            const coap_session_t *session, uint32_t isOfOtherType);
 
 /* CoapRpcLibFindObservable goes through all observable entries of a request's path, attached or
  * not.  Returns the first of which `is` says so, or null. */

@@ -29,11 +29,14 @@ const coap_pdu_t *RequestOf(const CoapRpcCtx *ctx, const coap_subscription_t *su
   return ctx && ctx->ser && request && IsSyncRequest(request) ? request : nullptr;
 }
 
-// SyncedEntryOf returns the entry with versions that a request reaches, or null.
+// SyncedEntryOf returns the entry with versions that a reader's request reaches, or null.  That of
+// the request's own type comes first.
 CoapRpcSerUriVtbl *SyncedEntryOf(CoapRpcCtx *ctx, const coap_pdu_t *request,
                                  const coap_session_t *session) {
-  CoapRpcSerUriVtbl *entry = CoapRpcLibObservableVtbl(ctx, request, session);
-  return entry && entry->sync ? entry : nullptr;
+  CoapRpcSerUriVtbl *own = CoapRpcLibObservableVtbl(ctx, request, session, 0);
+  if (own && own->sync) return own;
+  CoapRpcSerUriVtbl *other = CoapRpcLibObservableVtbl(ctx, request, session, 1);
+  return other && other->sync ? other : nullptr;
 }
 
 // Registration is one that ends, with what its libcoap record says of its peer.
