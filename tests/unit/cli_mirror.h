@@ -84,6 +84,13 @@ class CliMirror : public ::testing::Test {
   bool IsQuiet() { return Next().act == MirrorAct::kNone; }
 
   void Say(uint64_t token, const Page &page) { MirrorTakePage(Core(), token, page.Read(), nowMs_); }
+  // SayOne answers with one change.
+  void SayOne(const MirrorAsk &ask, uint64_t head) {
+    Say(ask.token, {.from = ask.since,
+                    .to = ask.since + 1,
+                    .head = head,
+                    .changes = {{ask.since + 1, "a001", "v001"}}});
+  }
   void Push(Page page) {
     page.flags |= kSyncNotification;
     Say(registration_, page);

@@ -265,6 +265,41 @@ TEST_F(CliMirror, Rule6_HeadBelowTheCursor_BeginsAFullSync) {
   EXPECT_EQ(Core().head, 4u);  // a head of this life is not forgotten
 }
 
+// Through another socket, or after a pause.
+TEST_F(CliMirror, QuestionOfTheTailThatHadToWait_AsksFromTheCursor) {
+  Sync();
+  MirrorTakeNothing(Core(), registration_, nowMs_);
+  const MirrorAsk tail = NextPull();
+  Push({.from = 4, .to = 6, .head = 7, .changes = {{6, "a001", "v006"}}});
+  MirrorMove(Core(), nowMs_);
+  EXPECT_EQ(Next().act, MirrorAct::kOpen);
+  const MirrorAsk again = NextPull();
+  EXPECT_NE(again.token, tail.token);
+  EXPECT_EQ(std::pair(again.since, again.isFull), std::pair(uint64_t{6}, true));
+}
+
+// The question was lost and asked again, while notifications brought what the server has forgotten.
+TEST_F(CliMirror, Rule6_AnswerThatForgotWhatNotificationsBrought_BeginsNothing) {
+  const Rows rows = {{"a001", "v001"}, {"c001", "v006"}};
+  for (const uint64_t floor : {5u, 6u, 7u}) {
+    Open({});
+    Sync();
+    MirrorTakeNothing(Core(), registration_, nowMs_);
+    const MirrorAsk tail = NextPull();
+    Push({.flags = kSyncAtHead,
+          .from = 4,
+          .to = 6,
+          .head = 6,
+          .digest = DigestOf(rows),
+          .changes = {{5, "b001", ""}, {6, "c001", "v006"}}});
+    Say(tail.token, {.flags = kSyncRestart, .head = 7, .floor = floor});
+    EXPECT_EQ(Core().numFullSyncs, floor <= 6 ? 1u : 2u);
+    const MirrorAsk next = NextPull();
+    EXPECT_EQ(next.since, floor <= 6 ? 6u : 0u);
+    EXPECT_EQ(Core().head, 7u);
+  }
+}
+
 TEST_F(CliMirror, Rule6_NotificationOfAnotherLife_MayBeLate) {
   Sync();
   Push({.flags = kSyncAtHead, .from = 0, .to = 9, .head = 9, .replid = 11});
@@ -296,6 +331,28 @@ TEST_F(CliMirror, AnOrderOfKeys_IsGivenThemAsTuplesHaveThem) {
   alignas(8) static constexpr char kText[] = ".a001";
   EXPECT_NE(MirrorTableFind(Core().table, kText + 1), nullptr);
   EXPECT_TRUE(areAligned);
+}
+
+// Whatever it says, each tuple is in the table once, or not at all.
+TEST_F(CliMirror, AnOrderOfKeysThatContradictsItself_LosesNoTuple) {
+  static uint32_t number;
+  number = 0;
+  CoapRpcMirrorParam param = {};
+  param.keyCmp = [](const void *, const void *) -> int32_t {
+    return static_cast<int32_t>((number += 7) % 3) - 1;
+  };
+  Open(param);
+  BeginRanges();
+  Page page = {.from = 0, .to = 2, .head = 4};
+  for (uint64_t i = 0; i < 100; ++i) {
+    page.changes.push_back({1 + i, "k" + std::to_string(100 + i), i % 5 == 4 ? "" : "v001"});
+  }
+  Say(first_.token, page);
+  uint64_t num = 0;
+  for (auto *tuple = MirrorTableFirst(Core().table); tuple; ++num) {
+    tuple = MirrorTableNext(Core().table, tuple);
+  }
+  EXPECT_EQ(Core().table.num, num);
 }
 
 // A key is renamed: the new one comes before the other one goes.

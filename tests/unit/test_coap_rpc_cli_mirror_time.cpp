@@ -65,6 +65,32 @@ TEST_F(CliMirror, Rule7_PingThatWasAnsweredBeforeAMove_DoesNotCount) {
   EXPECT_EQ(State(), uint32_t{COAP_RPC_MIRROR_STALE});
 }
 
+// It was slow, and its first page came after all.
+TEST_F(CliMirror, Rule7_SilenceOfAServerThatHasVersions_IsNoRefusal) {
+  MirrorAsk hello = NextPull();
+  for (bool isPinged = false; !isPinged;) isPinged = LetTimeGo();
+  MirrorTakePong(Core());
+  Say(hello.token, {.head = 0});
+  Say(NextPull().token, {.flags = kSyncAtHead});
+  EXPECT_EQ(State(), uint32_t{COAP_RPC_MIRROR_SYNCED});
+  while (State() == COAP_RPC_MIRROR_SYNCED) LetTimeGo();
+  EXPECT_EQ(mirror_->states.back(), (std::pair<uint32_t, uint32_t>{5, 1900001616}));
+}
+
+// Three heartbeats are then over with the third question.
+TEST_F(CliMirror, Rule7_FewLostQuestions_AreNoRefusal_HoweverShortTheHeartbeat) {
+  CoapRpcMirrorParam param = {};
+  param.heartbeatMs = 100;
+  Open(param);
+  SendAll();
+  while (State() != COAP_RPC_MIRROR_REFUSED && nowMs_ < 60'000) {
+    if (LetTimeGo()) MirrorTakePong(Core());
+  }
+  EXPECT_EQ(mirror_->states,
+            (std::vector<std::pair<uint32_t, uint32_t>>{{5, 1900001616}, {6, 1900001619}}));
+  EXPECT_GE(Core().pulls.numPulls, 6u);
+}
+
 TEST_F(CliMirror, Rule7_ServerThatHasAnsweredOnce_IsNotPinged) {
   Sync();
   const uint64_t beganMs = nowMs_;
@@ -173,6 +199,63 @@ TEST_F(CliMirror, ServerThatWantsConfirmations_IsAskedSoonAndOnce) {
 
 // Troubles.
 
+// It would be asked for the rest of the versions, as fast as it answers.
+TEST_F(CliMirror, PagesThatLeadNowhere_AreNoAnswers) {
+  uint32_t numAsked = 0;
+  while (nowMs_ < 600'000) {
+    const MirrorAsk ask = Next();
+    if (ask.act == MirrorAct::kNone) {
+      AdvanceToDue();
+    } else if (ask.isHello) {
+      Say(ask.token, {.head = UINT64_MAX});
+    } else if (ask.act == MirrorAct::kPull) {
+      ASSERT_LT(++numAsked, 100u);
+      Say(ask.token, {.from = ask.since, .to = ask.since + 1, .head = UINT64_MAX});
+    }
+  }
+  EXPECT_EQ(mirror_->states.back(), (std::pair<uint32_t, uint32_t>{4, 1900001623}));
+}
+
+// The mirror is synced each time, and then told to begin again.
+TEST_F(CliMirror, ServerThatIsReadAgainAndAgain_IsReadOnceInAHeartbeat) {
+  const auto numOfTenMinutes = [this] {
+    const uint64_t endMs = nowMs_ + 600'000;
+    const uint64_t num = Core().numFullSyncs;
+    while (nowMs_ < endMs) {
+      const MirrorAsk ask = Next();
+      if (ask.act == MirrorAct::kNone) {
+        AdvanceToDue();
+      } else if (ask.isHello || ask.act == MirrorAct::kRegister) {
+        Say(ask.token, {.head = 0});
+      } else if (ask.isFull) {
+        Say(ask.token, {.flags = kSyncAtHead});
+      } else {
+        Say(ask.token, {.flags = kSyncRestart, .replid = kLife + Core().numFullSyncs});
+      }
+    }
+    return Core().numFullSyncs - num;
+  };
+  EXPECT_LE(numOfTenMinutes(), 34u);
+  EXPECT_LE(numOfTenMinutes(), 27u);
+  EXPECT_GE(mirror_->synced.size(), 40u);
+}
+
+// Nobody has to wait who restarts a server now and then.
+TEST_F(CliMirror, RestartAfterAHeartbeatOfPeace_CostsNoPause) {
+  Sync();
+  for (uint64_t life = 100; life < 110; ++life) {
+    Advance(31'000);
+    MirrorTakeNothing(Core(), registration_, nowMs_);
+    Say(NextPull().token, {.flags = kSyncRestart, .replid = life});
+    const MirrorAsk tail = NextPull();
+    EXPECT_EQ(tail.replid, life);
+    Say(tail.token, {.flags = kSyncAtHead, .replid = life});
+    EXPECT_EQ(State(), uint32_t{COAP_RPC_MIRROR_SYNCED});
+    AdvanceToDue();
+    Say(NextPull().token, {.flags = kSyncAtHead, .replid = life});
+  }
+}
+
 // A pause ends when a notification has shown that nothing is wrong any more.
 TEST_F(CliMirror, NotificationThatSyncs_EndsThePause) {
   Sync();
@@ -210,15 +293,11 @@ TEST_F(CliMirror, Window_GrowsWithEachAnswer_AndIsHalvedOnceForALoss) {
   EXPECT_EQ(registration.act, MirrorAct::kRegister);
   Say(registration.token, {.head = 1'000'000});
   std::vector<MirrorAsk> flight;
-  uint64_t version = 0;
   for (int round = 0; round < 4; ++round) {
     flight.clear();
     for (MirrorAsk ask = Next(); ask.act == MirrorAct::kPull; ask = Next()) flight.push_back(ask);
     Advance(20);
-    for (const MirrorAsk &ask : flight) {
-      Say(ask.token, {.from = ask.since, .to = ask.since + 1, .head = 1'000'000});
-      ++version;
-    }
+    for (const MirrorAsk &ask : flight) SayOne(ask, 1'000'000);
   }
   EXPECT_EQ(flight.size(), 3u * 8);
   EXPECT_EQ(Core().pulls.window, 3u * 16);
@@ -245,7 +324,7 @@ TEST_F(CliMirror, Window_DoesNotGrow_WhileAnswersTakeLonger) {
   for (int i = 0; i < 10; ++i) {
     ask = NextPull();
     Advance(200);
-    Say(ask.token, {.from = ask.since, .to = ask.since + 1, .head = 1'000'000});
+    SayOne(ask, 1'000'000);
   }
   EXPECT_EQ(Core().pulls.window, window);
 }

@@ -505,6 +505,29 @@ TEST_F(MirrorWire, SourceThatIsGone_IsStale_AndTriedAgain) {
   EXPECT_LE(State().numRegistrations, num + 8);
 }
 
+// An application that begins again at once is called once in a tick, not for ever in one.
+TEST_F(MirrorWire, MirrorInPlaceOfOneThatFailed_IsForTheNextTick) {
+  const CoapRpcUriKey key = KeyOf("obs", 0, 0);
+  CoapRpcCallAddr addr = To(peer_);
+  addr.srcIp.family = COAP_RPC_IPV4;
+  addr.srcIp.addr.ipv4 = 0xC0000201;  // 192.0.2.1
+  const CoapRpcMirrorParam param = Param();
+  const auto open = [&] {
+    ASSERT_EQ(COAP_RpcMirrorOpen(Ctx(), &key, &addr, &param, &mirror_), 0u);
+  };
+  open();
+  app_.onTold = [&](const std::string &text) {
+    EXPECT_EQ(text, "STALE 1617");
+    ASSERT_LT(app_.told.size(), 1000u);
+    COAP_RpcMirrorClose(mirror_);
+    open();
+  };
+  Ticks(3);
+  EXPECT_GE(app_.told.size(), 2u);
+  EXPECT_LE(app_.told.size(), 400u);
+  app_.onTold = nullptr;
+}
+
 TEST_F(MirrorWire, BoundSource_IsUsed) {
   const CoapRpcUriKey key = KeyOf("obs", 0, 0);
   CoapRpcCallAddr addr = To(peer_);

@@ -106,6 +106,7 @@ inline constexpr uint32_t kMirrorFirstPauseMs = 500;
 inline constexpr uint32_t kMirrorLastPauseMs = 60000;
 inline constexpr uint32_t kMirrorMaxDoubts = 12;
 inline constexpr uint32_t kMirrorMaxSilent = 3;
+inline constexpr uint32_t kMirrorLeastRefused = 6;  // questions that a refusal leaves unanswered
 inline constexpr uint32_t kMirrorConfirmMs = 50;
 inline constexpr uint32_t kMirrorLeastSplit = 4;
 inline constexpr uint32_t kMirrorBlockIdleMs = 2000;

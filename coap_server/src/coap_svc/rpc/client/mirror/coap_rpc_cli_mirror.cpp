@@ -42,8 +42,10 @@
  *
  * A trouble is what does not go away by asking again at once: an answer that is no page, a page
  * that contradicts what is known, no memory, a full sync that had to begin again.  The first one
- * since the mirror was synced costs no time; then the pauses double.  A server that keeps to the
- * protocol is asked again by the next heartbeat at the latest, any other, in the end, in 60 s.
+ * since the mirror was synced costs no time; then the pauses double.  Full syncs that do not leave
+ * the mirror in peace for a heartbeat are troubles too, though it is synced between them.  A server
+ * that keeps to the protocol is asked again by the next heartbeat at the latest, any other, in the
+ * end, in 60 s.
  *
  * Bounds: numInFlight questions, maxBytes of tuples.  A callback may close the mirror, which ends
  * whatever is under way: hence isClosed after each. */
@@ -80,6 +82,8 @@ void Trouble(Mirror &mirror, uint32_t state, uint32_t code, uint64_t nowMs) {
 // BeginFull begins a full sync with the head of an answer.
 void BeginFull(Mirror &mirror, const MirrorPage &page) {
   ++mirror.numFullSyncs;
+  ++mirror.numFulls;
+  mirror.calmMs = UINT64_MAX;
   MirrorTableBegin(mirror.table);
   PullsDrop(mirror.pulls);
   mirror.head = page.replid == mirror.replid ? std::max(mirror.head, page.head) : page.head;
@@ -97,6 +101,7 @@ void BeginFull(Mirror &mirror, const MirrorPage &page) {
 // BeginAgain begins a full sync because the present position leads nowhere: at once the first time,
 // and when that did not help with a new hello, later.
 void BeginAgain(Mirror &mirror, const MirrorPage &page, uint32_t code, uint64_t nowMs) {
+  CountFulls(mirror, nowMs);
   Hold(mirror, nowMs, HeartbeatPauseMs(mirror));
   if (mirror.numTroubles == 1) {
     BeginFull(mirror, page);
@@ -112,17 +117,20 @@ void BeginAgain(Mirror &mirror, const MirrorPage &page, uint32_t code, uint64_t 
 void Contradict(Mirror &mirror, uint64_t nowMs) {
   ++mirror.numBad;
   mirror.head = 0;
+  CountFulls(mirror, nowMs);
   WantHello(mirror);
   Trouble(mirror, COAP_RPC_MIRROR_BEHIND, Code(kSiteMirrorContradiction), nowMs);
 }
 
 // FailDigest reads everything again.  Where answers came that were none, others were wrong as well:
-// the pause for those was long enough.
+// the pause for those was long enough, unless that happens again and again.
 void FailDigest(Mirror &mirror, uint64_t nowMs) {
   const uint32_t code = Code(kSiteMirrorDigest);
   ++mirror.numDigestErrors;
   WantHello(mirror);
-  if (!mirror.isDoubtful) Hold(mirror, nowMs, LongestPauseMs(mirror));
+  CountFulls(mirror, nowMs);
+  const bool isExcused = mirror.isDoubtful && mirror.numFulls < kMirrorMaxDoubts;
+  if (!isExcused) Hold(mirror, nowMs, LongestPauseMs(mirror));
   mirror.isDoubtful = false;
   mirror.troubleCode = code;
   TellState(mirror, COAP_RPC_MIRROR_BEHIND, code);
@@ -133,6 +141,7 @@ void Sync(Mirror &mirror, uint64_t nowMs) {
   mirror.isDoubtful = false;
   mirror.troubleCode = 0;
   mirror.holdMs = 0;
+  mirror.calmMs = std::min(mirror.calmMs, nowMs + HeartbeatPauseMs(mirror));
   TellState(mirror, COAP_RPC_MIRROR_SYNCED, 0);
   TellSynced(mirror, mirror.cursor);
   if (mirror.hasToConfirm) WantConfirm(mirror, nowMs);
@@ -186,8 +195,9 @@ void GoOn(Mirror &mirror) {
 
 // Answers.
 
+// HasProgress: a page without changes has all up to where it was asked for.
 bool HasProgress(const MirrorPull &pull, const MirrorPage &page) {
-  return page.to > pull.since || page.to == pull.until ||
+  return page.num != 0 || page.to == pull.until ||
          ((page.flags & kSyncAtHead) != 0 && page.to == page.head);
 }
 
@@ -225,11 +235,27 @@ bool IsLost(const Mirror &mirror, const MirrorPull &asked, const MirrorPage &pag
          page.head < asked.headAtSend || HasForgotten(asked, page);
 }
 
+// IsOutdated says whether an answer has forgotten only what the mirror got by notifications since
+// it asked, as when the question had to be repeated.
+bool IsOutdated(const Mirror &mirror, const MirrorPull &asked, const MirrorPage &page) {
+  return HasForgotten(asked, page) && page.floor <= mirror.cursor && page.replid == mirror.replid &&
+         page.head >= asked.headAtSend;
+}
+
+// AskFromCursor asks again what was asked from before the cursor.
+void AskFromCursor(Mirror &mirror, const MirrorPage &page) {
+  mirror.head = std::max(mirror.head, page.head);
+  WantTail(mirror);
+  GoOn(mirror);
+}
+
 void TakeAnswer(Mirror &mirror, MirrorPull &pull, const MirrorPage &page, uint64_t nowMs) {
   const MirrorPull asked = pull;
   AnswerPull(mirror.pulls, pull, nowMs);
   if (asked.kind == PullKind::kHello) {
     BeginFull(mirror, page);
+  } else if (IsOutdated(mirror, asked, page)) {
+    AskFromCursor(mirror, page);
   } else if (IsLost(mirror, asked, page)) {
     BeginAgain(mirror, page, Code(kSiteMirrorRestarts), nowMs);
   } else if (!IsAnswerTo(asked, page)) {

@@ -66,9 +66,11 @@ struct Mirror {
   uint64_t registerMs;  // no registration does
   uint64_t confirmMs;   // when to ask in order to confirm; 0: not now
   uint64_t socketMs;    // when to try another socket; 0: no need
+  uint64_t calmMs;      // when there was peace after the latest full sync
 
   uint32_t numSilent;     // heartbeats that nothing was heard after
   uint32_t numTroubles;   // since it was synced last
+  uint32_t numFulls;      // full syncs that began without a heartbeat of peace between them
   uint32_t numRegisters;  // since the server pushed last
   uint32_t numAttempts;   // sockets since the server was heard last
   uint32_t troubleCode;   // 0: none since it was synced last

@@ -106,10 +106,16 @@ void NoteConfirmed(Mirror &mirror) {
   mirror.confirmMs = 0;
 }
 
+// AimPull lets a question of the tail that had to wait ask from where the mirror is by now.
+void AimPull(const Mirror &mirror, MirrorPull &pull) {
+  if (pull.kind == PullKind::kTail) pull.since = mirror.cursor;
+}
+
 MirrorAsk NextOfPulls(Mirror &mirror, uint64_t nowMs) {
   MirrorPull *pull = nowMs >= mirror.holdMs ? NextPull(mirror.pulls) : nullptr;
   if (!pull) return {};
   const bool isRepeated = pull->token != 0;
+  if (!isRepeated) AimPull(mirror, *pull);
   SendPull(mirror.pulls, *pull, TimeOf(mirror, nowMs), NewToken(mirror), mirror.head);
   mirror.isAsked = true;
   const MirrorAsk ask = AskOf(mirror, *pull, isRepeated);

@@ -61,12 +61,19 @@ MirrorTuple *NewTuple(const MirrorTable &table, const uint8_t *key, const uint8_
   return tuple;
 }
 
+// DropContradiction is for an order that finds a key which it has just not found.  The digest will
+// say that the table is not the server's.
+MirrorPut DropContradiction(const MirrorTable &table, MirrorTuple *tuple) {
+  MirrorTableDrop(table, tuple);
+  return MirrorPut::kMet;
+}
+
 MirrorPut Add(MirrorTable &table, const uint8_t *key, const uint8_t *val, MirrorTuple **out) {
   if (!HasRoom(table)) return MirrorPut::kFull;
   *out = NewTuple(table, key, val);
   if (!*out) return MirrorPut::kNoMemory;
   (*out)->epoch = table.epoch;
-  (void)KeysOf(table).Insert(*out);  // the caller has looked for its key
+  if (!KeysOf(table).Insert(*out)) return DropContradiction(table, *out);
   ++table.num;
   table.digest += HashOf(table, *out);
   return MirrorPut::kAdded;

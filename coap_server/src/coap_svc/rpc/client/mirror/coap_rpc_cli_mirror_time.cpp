@@ -56,12 +56,18 @@ void NewSocket(Mirror &mirror, uint64_t nowMs) {
 // no versions.
 void WantPing(Mirror &mirror) { mirror.wantsPing = mirror.replid == 0; }
 
+// IsRefusal says whether silence is a refusal.  With short heartbeats a few lost questions look
+// like one as well.
+bool IsRefusal(const Mirror &mirror) {
+  return mirror.isThere && mirror.replid == 0 && mirror.pulls.numPulls >= kMirrorLeastRefused;
+}
+
 void GoSilent(Mirror &mirror, uint64_t nowMs) {
-  const bool isThere = mirror.isThere;
+  const bool isRefusal = IsRefusal(mirror);
   NewSocket(mirror, nowMs);
   WantPing(mirror);
-  TellState(mirror, isThere ? COAP_RPC_MIRROR_REFUSED : COAP_RPC_MIRROR_STALE,
-            Code(isThere ? kSiteMirrorNoPage : kSiteMirrorSilent));
+  TellState(mirror, isRefusal ? COAP_RPC_MIRROR_REFUSED : COAP_RPC_MIRROR_STALE,
+            Code(isRefusal ? kSiteMirrorNoPage : kSiteMirrorSilent));
 }
 
 void CountSilence(Mirror &mirror, uint64_t nowMs) {
@@ -128,6 +134,12 @@ uint64_t HeartbeatPauseMs(const Mirror &mirror) {
 void Hold(Mirror &mirror, uint64_t nowMs, uint64_t maxMs) {
   ++mirror.numTroubles;
   mirror.holdMs = nowMs + PauseMs(mirror, mirror.numTroubles, maxMs);
+}
+
+void CountFulls(Mirror &mirror, uint64_t nowMs) {
+  if (nowMs >= mirror.calmMs) mirror.numFulls = 0;
+  const uint32_t numTroubles = mirror.numFulls != 0 ? mirror.numFulls - 1 : 0;
+  mirror.numTroubles = std::max(mirror.numTroubles, numTroubles);
 }
 
 void WantConfirm(Mirror &mirror, uint64_t nowMs) {

@@ -18,6 +18,9 @@ void EndSilence(Mirror &mirror);
 // the first one.
 void Hold(Mirror &mirror, uint64_t nowMs, uint64_t maxMs);
 
+// CountFulls makes the full syncs that followed each other troubles, before another is counted.
+void CountFulls(Mirror &mirror, uint64_t nowMs);
+
 // HeartbeatPauseMs is the longest pause before a server that keeps to the protocol is asked.
 uint64_t HeartbeatPauseMs(const Mirror &mirror);
 

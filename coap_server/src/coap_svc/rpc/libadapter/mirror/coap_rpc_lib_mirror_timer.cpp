@@ -39,10 +39,17 @@ void RunMirror(CoapRpcMirrors *mirrors, CoapRpcMirror *mirror, uint64_t nowMs) {
   if (!mirror->core.isClosed) PumpMirror(mirror, nowMs);
 }
 
+bool IsDue(const CoapRpcMirror &mirror, const MirrorDue &last) {
+  return mirror.due.ms <= last.ms && mirror.due.id <= last.id;
+}
+
+// Mirrors that callbacks open meanwhile, each perhaps in place of another one that failed, are for
+// the next tick.
 void RunDue(CoapRpcCtx *ctx, CoapRpcMirrors *mirrors) {
-  const uint64_t nowMs = MirrorNowMs();
+  const MirrorDue last = {MirrorNowMs(), mirrors->lastId};
+  const uint64_t nowMs = last.ms;
   CoapRpcMirror *mirror = FirstDueMirror(mirrors);
-  for (; mirror && mirror->due.ms <= nowMs; mirror = FirstDueMirror(mirrors)) {
+  for (; mirror && IsDue(*mirror, last); mirror = FirstDueMirror(mirrors)) {
     RunMirror(mirrors, mirror, nowMs);
   }
   SettleMirrors(ctx);
