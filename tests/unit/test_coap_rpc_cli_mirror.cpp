@@ -129,6 +129,27 @@ TEST_F(CliMirror, Rule3_FinishedRange_TakesHalfOfTheLongest) {
   EXPECT_EQ(Table().size(), 4u);
 }
 
+TEST_F(CliMirror, Rule3_DeletionsForgottenUpToTheBase_DoNoHarm) {
+  BeginRanges();
+  Say(first_.token, {.from = 0, .to = 2, .head = 9, .floor = 4});
+  EXPECT_EQ(Core().numFullSyncs, 1u);
+}
+
+TEST_F(CliMirror, Rule3_PageWithAHole_OrBeyondItsRange_IsNotApplied) {
+  const Page others[] = {
+      {.from = 1, .to = 2, .head = 4, .changes = {{2, "a001", "v001"}}},
+      {.from = 0, .to = 3, .head = 4, .changes = {{3, "a001", "v001"}}},
+      {.from = 0, .to = 1, .head = 4},
+  };
+  for (const Page &other : others) {
+    Open({});
+    BeginRanges();
+    Say(first_.token, other);
+    EXPECT_EQ(Table(), Rows());
+    EXPECT_EQ(mirror_->states.back(), (std::pair<uint32_t, uint32_t>{4, 1900001623}));
+  }
+}
+
 // Rule 4.
 
 TEST_F(CliMirror, Rule4_UnmetTuples_GoWithTheFirstPageThatReachesTheHead) {
@@ -183,6 +204,23 @@ TEST_F(CliMirror, Rule5_PageThatIsNotAtTheHead_SyncsNothing) {
   EXPECT_EQ(Table()["b001"], "v005");
   EXPECT_EQ(State(), uint32_t{COAP_RPC_MIRROR_BEHIND});
   EXPECT_EQ(NextPull().since, 5u);
+}
+
+TEST_F(CliMirror, Rule5_PageThatDoesNotSayThatItIsAtTheHead_SyncsNothing) {
+  Sync();
+  Push({.from = 4,
+        .to = 5,
+        .head = 5,
+        .digest = DigestOf({{"a001", "v001"}, {"b001", "v005"}}),
+        .changes = {{5, "b001", "v005"}}});
+  EXPECT_EQ(mirror_->synced, (std::vector<uint64_t>{4}));
+}
+
+TEST_F(CliMirror, Rule5_RegistrationThatKnowsANewerHead_IsAReasonToPull) {
+  Sync();
+  Say(registration_, {.head = 6});
+  EXPECT_EQ(State(), uint32_t{COAP_RPC_MIRROR_BEHIND});
+  EXPECT_EQ(NextPull().since, 4u);
 }
 
 TEST_F(CliMirror, Rule5_AnotherDigest_IsAnErrorAndAFullSync) {
@@ -256,6 +294,14 @@ TEST_F(CliMirror, Rule6_AnswerOfAnotherLife_BeginsAFullSync) {
   EXPECT_EQ(NextPull().since, 0u);
 }
 
+TEST_F(CliMirror, Rule6_AnswerThatSaysSo_BeginsAFullSync) {
+  Sync();
+  MirrorTakeNothing(Core(), registration_, nowMs_);
+  Say(NextPull().token, {.flags = kSyncRestart, .head = 4});
+  EXPECT_EQ(Core().numFullSyncs, 2u);
+  EXPECT_EQ(Core().numBad, 0u);
+}
+
 TEST_F(CliMirror, Rule6_HeadBelowTheCursor_BeginsAFullSync) {
   Sync();
   MirrorTakeNothing(Core(), registration_, nowMs_);
@@ -298,6 +344,22 @@ TEST_F(CliMirror, Rule6_AnswerThatForgotWhatNotificationsBrought_BeginsNothing) 
     EXPECT_EQ(next.since, floor <= 6 ? 6u : 0u);
     EXPECT_EQ(Core().head, 7u);
   }
+}
+
+TEST_F(CliMirror, Rule6_AnswerThatForgotWhatIsKnown_IsAskedForAgainInSilence) {
+  Sync();
+  const MirrorAsk tail = (AdvanceToDue(), NextPull());
+  const Rows rows = {{"a001", "v001"}};
+  Push({.flags = kSyncAtHead,
+        .from = 4,
+        .to = 5,
+        .head = 5,
+        .digest = DigestOf(rows),
+        .changes = {{5, "b001", ""}}});
+  const size_t numStates = mirror_->states.size();
+  Say(tail.token, {.flags = kSyncRestart, .head = 5, .floor = 5});
+  EXPECT_EQ(NextPull().since, 5u);
+  EXPECT_EQ(mirror_->states.size(), numStates);
 }
 
 TEST_F(CliMirror, Rule6_NotificationOfAnotherLife_MayBeLate) {

@@ -3,6 +3,7 @@
 #include <set>
 
 #include "cli_mirror.h"
+#include "coap_svc/rpc/common/coap_rpc_limits.h"
 
 namespace coap_rpc_test {
 namespace {
@@ -149,6 +150,33 @@ TEST_F(CliMirror, Rule7_ServerThatPushesNothing_IsRegisteredWith_WithPauses) {
   EXPECT_LE(numRegistered, 12u);
 }
 
+TEST_F(CliMirror, Rule7_RegistrationThatIsForgottenNowAndThen_IsMadeAgainAtOnce) {
+  CoapRpcMirrorParam param = {};
+  param.heartbeatMs = 8000;
+  Open(param);
+  Sync();
+  for (int i = 0; i < 20; ++i) {
+    const uint64_t flags = i % 2 == 0 ? kSyncAtHead | kSyncNotObserving : uint64_t{kSyncAtHead};
+    AdvanceToDue();
+    Say(NextPull().token, {.flags = flags, .from = 4, .to = 4, .head = 4, .digest = Digest()});
+    const MirrorAsk ask = Next();
+    EXPECT_EQ(ask.act, i % 2 == 0 ? MirrorAct::kRegister : MirrorAct::kNone) << i;
+    Say(registration_, {.head = 4});
+  }
+}
+
+TEST_F(CliMirror, Rule7_RegistrationThatIsRefused_IsNotRepeated) {
+  Open({});
+  Say(NextPull().token, {.flags = kSyncNotObserving, .head = 0});
+  const MirrorAsk registration = Next();
+  EXPECT_EQ(registration.act, MirrorAct::kRegister);
+  MirrorTakeFailure(Core(), registration.token, 1900001618, nowMs_);
+  while (nowMs_ < 20'000) {
+    AdvanceToDue();
+    EXPECT_NE(Next().act, MirrorAct::kRegister);
+  }
+}
+
 // Confirmations.  `full` is what makes a pull say nothing.
 
 TEST_F(CliMirror, PullsOfAFullSync_ConfirmNothing_UntilItIsSynced) {
@@ -216,9 +244,32 @@ TEST_F(CliMirror, PagesThatLeadNowhere_AreNoAnswers) {
   EXPECT_EQ(mirror_->states.back(), (std::pair<uint32_t, uint32_t>{4, 1900001623}));
 }
 
-// The mirror is synced each time, and then told to begin again.
-TEST_F(CliMirror, ServerThatIsReadAgainAndAgain_IsReadOnceInAHeartbeat) {
-  const auto numOfTenMinutes = [this] {
+TEST_F(CliMirror, BlocksWithoutAPage_CostTheSocket_AndGrowingPauses) {
+  std::vector<uint64_t> pauses;
+  const uint64_t numSockets = Core().numSockets;
+  for (uint64_t round = 1; round <= 8; ++round) {
+    const MirrorAsk hello = NextPull();
+    EXPECT_TRUE(hello.isHello);
+    for (uint32_t i = 0; i < coap_rpc::kMirrorMaxBlocks; ++i) {
+      EXPECT_TRUE(MirrorTakeBlock(Core(), nowMs_));
+    }
+    EXPECT_FALSE(MirrorTakeBlock(Core(), nowMs_));
+    EXPECT_EQ(mirror_->states.back(), (std::pair<uint32_t, uint32_t>{6, 1900001620}));
+    EXPECT_EQ(Next().act, MirrorAct::kOpen);
+    EXPECT_EQ(Core().numSockets, numSockets + round);
+    pauses.push_back(Core().holdMs - nowMs_);
+    nowMs_ = Core().holdMs;
+  }
+  EXPECT_EQ(pauses[0], 0u);
+  EXPECT_GT(pauses[7], 20'000u);
+}
+
+// A server of an empty set that answers what would confirm it in a way of its own.
+class CliMirrorReadAgain : public CliMirror {
+ protected:
+  // Read returns how many full syncs begin in ten minutes.
+  template <typename Lie>
+  uint64_t Read(Lie lie) {
     const uint64_t endMs = nowMs_ + 600'000;
     const uint64_t num = Core().numFullSyncs;
     while (nowMs_ < endMs) {
@@ -230,14 +281,45 @@ TEST_F(CliMirror, ServerThatIsReadAgainAndAgain_IsReadOnceInAHeartbeat) {
       } else if (ask.isFull) {
         Say(ask.token, {.flags = kSyncAtHead});
       } else {
-        Say(ask.token, {.flags = kSyncRestart, .replid = kLife + Core().numFullSyncs});
+        lie(ask.token);
       }
     }
     return Core().numFullSyncs - num;
-  };
-  EXPECT_LE(numOfTenMinutes(), 34u);
-  EXPECT_LE(numOfTenMinutes(), 27u);
-  EXPECT_GE(mirror_->synced.size(), 40u);
+  }
+  template <typename Lie>
+  void ExpectOnceInAHeartbeat(Lie lie) {
+    EXPECT_LE(Read(lie), 45u);
+    EXPECT_LE(Read(lie), 27u);
+    EXPECT_GE(mirror_->synced.size(), 30u);
+  }
+};
+
+TEST_F(CliMirrorReadAgain, OtherLives_AreReadOnceInAHeartbeat) {
+  ExpectOnceInAHeartbeat([this](uint64_t token) {
+    Say(token, {.flags = kSyncRestart, .replid = kLife + Core().numFullSyncs});
+  });
+}
+
+TEST_F(CliMirrorReadAgain, OtherDigests_AreReadOnceInAHeartbeat) {
+  ExpectOnceInAHeartbeat(
+      [this](uint64_t token) { Say(token, {.flags = kSyncAtHead, .digest = 1}); });
+}
+
+TEST_F(CliMirrorReadAgain, Contradictions_AreReadOnceInAHeartbeat) {
+  ExpectOnceInAHeartbeat([this](uint64_t token) { Say(token, {.from = 1, .to = 1, .head = 1}); });
+}
+
+// What is no answer excuses the digest after it, though not for ever.
+TEST_F(CliMirrorReadAgain, OtherDigestsAfterBadAnswers_AreReadOnceInAHeartbeat) {
+  bool isBad = false;
+  ExpectOnceInAHeartbeat([&](uint64_t token) {
+    isBad = !isBad;
+    if (isBad) {
+      MirrorTakeFailure(Core(), token, 1900001620, nowMs_);
+    } else {
+      Say(token, {.flags = kSyncAtHead, .digest = 1});
+    }
+  });
 }
 
 // Nobody has to wait who restarts a server now and then.
@@ -327,6 +409,37 @@ TEST_F(CliMirror, Window_DoesNotGrow_WhileAnswersTakeLonger) {
     SayOne(ask, 1'000'000);
   }
   EXPECT_EQ(Core().pulls.window, window);
+}
+
+// It may be the answer to either message.
+TEST_F(CliMirror, Window_LearnsNothingFromAnswersToRepetitions) {
+  const MirrorAsk hello = NextPull();
+  Advance(700);
+  EXPECT_TRUE(NextPull().isRepeated);
+  Advance(1);
+  Say(hello.token, {.head = 0});
+  EXPECT_EQ(Core().pulls.minRttMs, UINT64_MAX);
+}
+
+TEST_F(CliMirror, Window_GrowsByOneInAFlight_AfterALoss) {
+  CoapRpcMirrorParam param = {};
+  param.numInFlight = 16;
+  Open(param);
+  (void)NextPull();
+  Advance(700);
+  Say(NextPull().token, {.head = 1'000'000});
+  EXPECT_EQ(Core().pulls.window, 1u);
+  for (int i = 0; i < 1 + 2 + 3; ++i) SayOne(NextPull(), 1'000'000);
+  EXPECT_EQ(Core().pulls.window, 4u);
+}
+
+TEST_F(CliMirror, QuestionThatFailed_IsRepeatedAsANewOne) {
+  (void)NextPull();
+  for (int i = 0; i < 3; ++i) Advance(5000);
+  MirrorTakeFailure(Core(), NextPull().token, 1900001618, nowMs_);
+  EXPECT_FALSE(NextPull().isRepeated);
+  Advance(700);
+  EXPECT_TRUE(NextPull().isRepeated);
 }
 
 TEST_F(CliMirror, Repetitions_DoubleUpToEightSeconds) {

@@ -211,7 +211,8 @@ typedef struct CoapRpcMirrorParam {
                                 instance */
   uint32_t numInFlight;      /* pages asked for at a time at most, 1 to 128; 0: 16 */
   uint32_t heartbeatMs;      /* the server is asked so often although all is well, +-10 %; 100 to
-                                3,600,000 and below a third of the server's leaseMs; 0: 30,000 */
+                                3,600,000, below a third of the server's leaseMs, and longer than a
+                                round trip; 0: 30,000 */
   uint64_t maxBytes; /* of memory for tuples; 0: no limit.  Deletions of a message come first, but
                         what a full sync removes goes last: allow for the set before and after */
   uint64_t userData; /* first argument of the callbacks */

@@ -110,6 +110,7 @@ inline constexpr uint32_t kMirrorLeastRefused = 6;  // questions that a refusal 
 inline constexpr uint32_t kMirrorConfirmMs = 50;
 inline constexpr uint32_t kMirrorLeastSplit = 4;
 inline constexpr uint32_t kMirrorBlockIdleMs = 2000;
+inline constexpr uint32_t kMirrorMaxBlocks = 1024;  // for each question in flight, without a page
 
 // Asynchronous requests.  A message with the same message id is a retransmission for this long
 // (RFC 7252 section 4.8.2, EXCHANGE_LIFETIME).

@@ -27,7 +27,8 @@
  *       head heard of in this life, and has the digest of the mirror's tuples.  Another digest is
  *       an error: a full sync.
  *   6   An answer of another life, or with a head below one that was known when it was asked for,
- *       begins a full sync.  So does one that says so.  Equal values are no change to anyone.
+ *       begins a full sync.  So does one that says so, unless it has only forgotten what came by
+ *       notifications meanwhile.  Equal values are no change to anyone.
  *   7   A pull at every heartbeat; after three without any answer the mirror is STALE and tries
  *       another socket, with growing pauses.  It is REFUSED instead when the server has never
  *       answered, but its host does answer a ping.  It registers through each socket, and again
@@ -313,6 +314,14 @@ bool IsOfRegistration(const Mirror &mirror, uint64_t token) {
   return mirror.registration.token != 0 && mirror.registration.token == token;
 }
 
+// EndBlocks gives up all that is coming in.
+void EndBlocks(Mirror &mirror, uint64_t nowMs) {
+  mirror.numBlocks = 0;
+  ++mirror.numBad;
+  MirrorMove(mirror, nowMs);
+  Trouble(mirror, COAP_RPC_MIRROR_REFUSED, Code(kSiteMirrorBadPage), nowMs);
+}
+
 bool InitPulls(MirrorPulls &pulls, uint64_t mem, uint32_t numSlots) {
   pulls.slots = static_cast<MirrorPull *>(PoolAlloc(mem, numSlots * sizeof(MirrorPull)));
   pulls.numSlots = numSlots;
@@ -346,6 +355,7 @@ void MirrorTakePage(Mirror &mirror, uint64_t token, const MirrorPage &page, uint
   MirrorPull *pull = FindPull(mirror.pulls, token);
   const bool isOfRegistration = IsOfRegistration(mirror, token);
   if (!pull && !isOfRegistration) return;
+  mirror.numBlocks = 0;
   Heard(mirror, nowMs);
   if (isOfRegistration) mirror.registration.state = PullState::kIdle;
   if (pull) {
@@ -375,6 +385,7 @@ void MirrorTakeFailure(Mirror &mirror, uint64_t token, uint32_t code, uint64_t n
   MirrorPull *pull = FindPull(mirror.pulls, token);
   if (!pull && !IsOfRegistration(mirror, token)) return;
   ++mirror.numBad;
+  mirror.numBlocks = 0;
   Heard(mirror, nowMs);
   if (pull) {
     FailPull(mirror.pulls, *pull);
@@ -386,6 +397,14 @@ void MirrorTakeFailure(Mirror &mirror, uint64_t token, uint32_t code, uint64_t n
     if (!mirror.isFull) WantNews(mirror);
   }
   EndSilence(mirror);
+}
+
+bool MirrorTakeBlock(Mirror &mirror, uint64_t nowMs) {
+  const uint32_t numPages = std::max(mirror.pulls.numSent, 1u);
+  const bool isWanted = ++mirror.numBlocks <= kMirrorMaxBlocks * numPages;
+  MirrorTakePart(mirror, nowMs);
+  if (!isWanted) EndBlocks(mirror, nowMs);
+  return isWanted;
 }
 
 CoapRpcMirrorState MirrorStateOf(const Mirror &mirror, uint64_t nowMs) {

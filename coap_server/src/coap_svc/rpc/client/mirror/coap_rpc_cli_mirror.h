@@ -68,6 +68,7 @@ struct Mirror {
   uint64_t socketMs;    // when to try another socket; 0: no need
   uint64_t calmMs;      // when there was peace after the latest full sync
 
+  uint32_t numBlocks;     // since there was a whole answer
   uint32_t numSilent;     // heartbeats that nothing was heard after
   uint32_t numTroubles;   // since it was synced last
   uint32_t numFulls;      // full syncs that began without a heartbeat of peace between them
@@ -123,6 +124,10 @@ void MirrorTakeNothing(Mirror &mirror, uint64_t token, uint64_t nowMs);
 
 // MirrorTakePart says that parts of an answer are coming: the server is not silent.
 void MirrorTakePart(Mirror &mirror, uint64_t nowMs);
+
+// MirrorTakeBlock takes note of a part, one block; false: it is one of so many without a page that
+// the mirror gives up its socket, with all that is coming in through it.
+bool MirrorTakeBlock(Mirror &mirror, uint64_t nowMs);
 
 // MirrorTakeFailure takes what came with a token and is no page: `code` is what the application is
 // told.

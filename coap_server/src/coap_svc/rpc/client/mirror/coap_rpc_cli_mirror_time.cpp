@@ -188,7 +188,10 @@ void MirrorTick(Mirror &mirror, uint64_t nowMs) {
   if (mirror.heartbeatMs <= nowMs) Beat(mirror, nowMs);
 }
 
-void MirrorTakePart(Mirror &mirror, uint64_t nowMs) { Heard(mirror, nowMs); }
+void MirrorTakePart(Mirror &mirror, uint64_t nowMs) {
+  Heard(mirror, nowMs);
+  EndSilence(mirror);
+}
 
 void MirrorTakePong(Mirror &mirror) { mirror.isThere = true; }
 

@@ -130,6 +130,11 @@ void TakePayload(CoapRpcMirror *mirror, uint64_t token, const CoapRpcCallRsp &rs
   }
 }
 
+// IsTorn says whether a response is libcoap's word for blocks that do not fit together.
+bool IsTorn(const CoapRpcMirror *mirror, const CoapRpcCallRsp &rsp) {
+  return rsp.code == kIncomplete && mirror->core.numBlocks != 0;
+}
+
 // Take hands a message to its mirror.  A page in blocks that do not fit together is as good as
 // lost.
 void Take(CoapRpcMirror *mirror, uint64_t token, const CoapRpcCallRsp &rsp) {
@@ -137,9 +142,15 @@ void Take(CoapRpcMirror *mirror, uint64_t token, const CoapRpcCallRsp &rsp) {
     TakePayload(mirror, token, rsp);
   } else if (rsp.code == kContent && !rsp.payload) {
     MirrorTakeNothing(mirror->core, token, MirrorNowMs());
-  } else if (rsp.code != kIncomplete) {
+  } else if (!IsTorn(mirror, rsp)) {
     MirrorTakeFailure(mirror->core, token, FailureOf(rsp), MirrorNowMs());
   }
+}
+
+// EndTaking lets the end of the turn send what the mirror asks by now.
+void EndTaking(CoapRpcMirror *mirror) {
+  --mirror->depth;
+  if (!mirror->core.isClosed) DirtyMirrors(mirror->ctx->lib->mirrors->dirtyList).Append(mirror);
 }
 
 CoapRpcMirror *MirrorOf(coap_session_t *session) {
@@ -158,17 +169,22 @@ bool TakeMirrorMessage(coap_session_t *session, const coap_pdu_t *received) {
   ReadAnswer(received, &rsp);
   ++mirror->depth;
   Take(mirror, IdOf(coap_pdu_get_token(received)), rsp);
-  --mirror->depth;
-  if (!mirror->core.isClosed) DirtyMirrors(mirror->ctx->lib->mirrors->dirtyList).Append(mirror);
+  EndTaking(mirror);
   return true;
 }
 
 bool DropMirrorBlock(coap_session_t *session, const coap_pdu_t *received, int *order) {
   coap_block_t block;
   if (coap_get_block(received, COAP_OPTION_BLOCK2, &block) == 0) return false;
-  const uint64_t offset = uint64_t{block.num} << (block.szx + 4);
+  CoapRpcMirror *mirror = MirrorOf(session);
+  if (!mirror) return false;
   *order = kCoapRpcLibOld;
-  return offset >= kLongestPage && MirrorOf(session);
+  const uint64_t offset = uint64_t{block.num} << (block.szx + 4);
+  if (offset >= kLongestPage || mirror->depth != 0) return true;
+  ++mirror->depth;
+  const bool isWanted = MirrorTakeBlock(mirror->core, MirrorNowMs());
+  EndTaking(mirror);
+  return !isWanted;
 }
 
 // Of what a mirror sends, libcoap keeps nothing but pings: no other message is there for a reset.
