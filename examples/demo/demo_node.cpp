@@ -1,11 +1,9 @@
 #include "demo_node.h"
 
 #include <coap_svc/rpc/coap_rpc_ext.h>
-#include <coap_svc/rpc/coap_rpc_stats.h>
 #include <poll.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <memory>
 
 using namespace coaprpc;
@@ -22,17 +20,16 @@ struct Series {
   const std::string question;
   uint32_t numLeft;
   OnText onText;
-
-  static void Next(const std::shared_ptr<Series> &self) {
-    if (self->numLeft == 0) return;
-    --self->numLeft;
-    self->node.call(self->peer, "ask", self->question).then([self](const Result<Answer> &got) {
-      if (!got) return;
-      self->onText(got->payload);
-      Next(self);
-    });
-  }
 };
+
+Task<> AskInTurn(std::shared_ptr<Series> series) {
+  while (series->numLeft != 0) {
+    --series->numLeft;
+    const Result<Answer> got = co_await series->node.call(series->peer, "ask", series->question);
+    if (!got) co_return;
+    series->onText(got->payload);
+  }
+}
 
 }  // namespace
 
@@ -46,17 +43,13 @@ std::string OptionOf(int argc, char **argv, std::string_view name, const char *o
 }
 
 Node MakeDemoNode(const char *name, const std::string &address, const std::string &folder) {
-  Node node = must(Node::make(
-      {.name = name, .listen = address, .logLevel = KESTREL_LEVEL_WARN, .logsLibrary = true}));
-  COAP_RpcSetLibLogLevel(node.ctx(), kLibLogWarnings);
-  COAP_RpcShowStats(node.ctx());
   const std::string socket = folder + "/" + name + ".sock";
-  KestrelDispAccess access = {};
-  access.path = socket.c_str();
-  const uint32_t ret = KestrelDispListen(node.host(), &access);
-  if (ret != KESTREL_OK) {
-    std::fprintf(stderr, "%s: %s: %s\n", name, socket.c_str(), KestrelResultText(ret));
-  }
+  Node node = must(Node::make({.name = name,
+                               .listen = address,
+                               .logLevel = KESTREL_LEVEL_WARN,
+                               .logsLibrary = true,
+                               .console = socket.c_str()}));
+  COAP_RpcSetLibLogLevel(node.ctx(), kLibLogWarnings);
   return node;
 }
 
@@ -75,5 +68,5 @@ bool RunUntil(Node &node, double seconds, const std::function<bool()> &isDone) {
 void AskMany(Node &node, const Address &peer, const std::string &question, uint32_t num,
              OnText onText) {
   const std::shared_ptr<Series> series(new Series{node, peer, question, num, std::move(onText)});
-  for (uint32_t i = 0; i < kAtOnce; ++i) Series::Next(series);
+  for (uint32_t i = 0; i < kAtOnce; ++i) must(node.spawn(AskInTurn(series)));
 }

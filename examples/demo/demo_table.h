@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <coap_svc_rpc.hpp>
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -27,8 +28,16 @@ using Rows = std::map<RowKey, RowValue>;
 using TableMirror = coaprpc::Mirror<RowKey, RowValue>;
 using PublishedTable = coaprpc::Table<RowKey, RowValue>;
 
-// DigestOf is a short text that two tables share only when they are equal: "<rows> rows <hash>".
-std::string DigestOf(const Rows &table);
+// DigestOf is a short text that two tables share only when they are equal, chance aside.
+inline std::string DigestOf(const Rows &table) {
+  size_t hash = 0;
+  for (const auto &[key, value] : table) {
+    std::string row = key.text();
+    for (const uint64_t column : value) row += " " + std::to_string(column);
+    hash = std::hash<std::string>()(row + " " + std::to_string(hash));
+  }
+  return std::to_string(table.size()) + " rows, hash " + std::to_string(hash);
+}
 
 inline Rows RowsOf(const TableMirror &mirror) { return Rows(mirror.begin(), mirror.end()); }
 
