@@ -114,7 +114,7 @@ TEST_F(MirrorPair, UriWithoutVersions_Refuses_UntilItHasThem) {
   ASSERT_EQ(COAP_RpcSerRegVtbl(server_.Ctx(), &source_.Key(), &reg, &ob), 0u);
   server_.Attach(source_.Key());
   OpenCopy(1000);
-  EXPECT_TRUE(RunUntil([&] { return copy_.State().state == COAP_RPC_MIRROR_REFUSED; }, 50));
+  EXPECT_TRUE(RunUntil([&] { return copy_.State().state == COAP_RPC_MIRROR_REFUSED; }, 100));
   EXPECT_EQ(copy_.State().code, 1900001619u);
   Steps(300);
   EXPECT_EQ(copy_.State().state, uint32_t{COAP_RPC_MIRROR_REFUSED});
