@@ -7,6 +7,7 @@ import ctypes
 import gc
 import logging
 import socket
+from collections.abc import Awaitable, Callable
 
 import pytest
 from conftest import Run
@@ -14,6 +15,7 @@ from conftest import Run
 from coaprpc import CoapRpcError, Node, Request, _call, _serve, _table, record
 
 CALLS = 10_000
+ROUNDS = 8
 
 
 @record("!I")
@@ -50,6 +52,18 @@ def assert_nothing_grew(before: int, times: int) -> None:
     gc.collect()
     grown = heap_bytes() - before
     assert grown < 16 * times, f"{grown} bytes more after {times} times"
+
+
+async def assert_leaves_nothing(use: Callable[[int], Awaitable[None]], times: int) -> None:
+    """A leak grows in every round; what malloc and Python keep for the next use does not."""
+    grown: list[int] = []
+    while len(grown) < ROUNDS and min(grown, default=16 * times) >= 16 * times:
+        gc.collect()
+        before = heap_bytes()
+        await use(times)
+        gc.collect()
+        grown.append(heap_bytes() - before)
+    assert min(grown) < 16 * times, f"{grown} bytes more after {times} times each"
 
 
 def test_objects_of_python_are_in_the_heap_that_is_counted() -> None:
@@ -114,10 +128,8 @@ def test_cancelled_and_refused_calls_leave_nothing(run_often: Run, port: int) ->
 
             await cancel(200)
             assert _call._takers == {}
-            gc.collect()
-            live, before = live_allocations(node), heap_bytes()
-            await cancel(1000)
-            assert_nothing_grew(before, 1000)
+            live = live_allocations(node)
+            await assert_leaves_nothing(cancel, 500)
             assert live_allocations(node) - live < 100
             silent.close()
 
