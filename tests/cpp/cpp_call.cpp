@@ -123,6 +123,13 @@ TEST_F(CallTest, NotSent_IsToldInsideThen) {
   EXPECT_EQ(ends_[1], COAP_RpcErrStr(1900001488));
 }
 
+TEST_F(CallTest, PathWithANul_IsNotCutThere) {
+  const std::string path("upper\0x", 7);
+  Caller().call(Server(), path, "hi").then(Note());
+  EXPECT_EQ(ends_.size(), 1u);
+  EXPECT_FALSE(Caller().observe(Server(), path, [](const Result<Answer> &) {}));
+}
+
 TEST_F(CallTest, Destroyed_IsCancelled_AndNobodyIsTold) {
   int numEnds = 0;
   {

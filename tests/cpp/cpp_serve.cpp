@@ -81,6 +81,22 @@ TEST_F(Serve, ThrownNumber_Is500) {
   EXPECT_EQ(Complaints(), Texts{"t: not a std::exception"});
 }
 
+TEST_F(Serve, NullPointer_Is500) {
+  must(node_->serve("null", [](const Asked &) -> const char * { return nullptr; }));
+  EXPECT_EQ(Ask(Post("null")).code, Code(5, 0));
+  EXPECT_EQ(Complaints(), Texts{"answer: the answer is a null pointer"});
+}
+
+TEST_F(Serve, PathThatNoMessageFinds_IsRefused) {
+  for (const char *path : {"a b", "a%20b", "\u00e9", "a?b", "a#b", "\x7f"}) {
+    EXPECT_FALSE(node_->serve(path, [](const Asked &) {})) << path;
+    EXPECT_FALSE((node_->table<uint8_t, uint8_t>(path))) << path;
+  }
+  const std::string plain = "/aZ/09-._~!$'()*+,;=:@&";
+  must(node_->serve(plain, [](const Asked &) {}));
+  EXPECT_EQ(Ask(Post(plain.substr(1))).code, Code(2, 4));
+}
+
 TEST_F(Serve, UnknownCode_Is500) {
   must(node_->serve("r", [](const Asked &) { return Reply{.code = 299}; }));
   EXPECT_EQ(Ask(Post("r")).code, Code(5, 0));

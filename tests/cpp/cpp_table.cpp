@@ -260,6 +260,26 @@ TEST(Value, Big_IsInNetworkOrder) {
   EXPECT_EQ(Big<CoapType>(CoapType::kRst), CoapType::kRst);
 }
 
+TEST(Value, FlagsOfAnyByte_AreTrue) {
+  const uint8_t bytes[] = {0, 1, 2, 0xFF};
+  for (const uint8_t &byte : bytes) {
+    EXPECT_EQ(*coaprpc::detail::Codec<bool>::decode(&byte), byte != 0);
+    EXPECT_EQ(bool(*coaprpc::detail::Codec<Big<bool>>::decode(&byte)), byte != 0);
+  }
+}
+
+// Members may have the names of what another type has as its functions.
+TEST(Value, MembersOfAnyName) {
+  struct File {
+    Big<uint32_t> size;
+    uint8_t encode, decode[2];
+  };
+  EXPECT_EQ((coaprpc::detail::Codec<File>::size), 7u);
+  const uint8_t bytes[] = {0, 0, 1, 0, 5, 6, 7};
+  EXPECT_EQ(coaprpc::detail::Codec<File>::decode(bytes)->size, 256u);
+  EXPECT_EQ(coaprpc::detail::Codec<File>::decode(bytes)->decode[1], 7);
+}
+
 TEST(Value, Texts_AreCutAndNeverFail) {
   char buf[4];
   EXPECT_STREQ(coaprpc::detail::toText<Name>("abcd", buf, sizeof(buf)), "abc");
@@ -285,6 +305,8 @@ TEST(Address, Texts) {
   EXPECT_FALSE(Address("::1") == Address("[::1]:5684"));
   EXPECT_FALSE(Address("::1") == Address("::2"));
   EXPECT_FALSE(Address("127.0.0.2") == Address("127.0.0.3"));
+  EXPECT_FALSE(Address(Address("127.0.0.1").ip(), 65536).isValid());
+  EXPECT_FALSE(Address(std::string("127.0.0.1\0x", 11)).isValid());
   CoapRpcIpAddr unclean = {};
   std::memset(unclean.addr.ipv6, 0xAB, sizeof(unclean.addr.ipv6));
   unclean.family = COAP_RPC_IPV4;

@@ -138,6 +138,63 @@ TEST_F(Coroutine, MovedFrom_IsRefused) {
   EXPECT_FALSE(Caller().spawn(std::move(task)));
 }
 
+TEST_F(Coroutine, MovedFrom_AwaitedThrows) {
+  const auto wait = [this]() -> Task<> {
+    Task<int> task = ThrowAtOnce();
+    const Task<int> moved = std::move(task);
+    try {
+      co_await std::move(task);
+    } catch (const coaprpc::Failure &failure) {
+      notes_.push_back(failure.what());
+    }
+  };
+  must(Caller().spawn(wait()));
+  EXPECT_EQ(notes_, Texts{"the task was moved from"});
+}
+
+TEST_F(Coroutine, AwaitsACallThatHadAFunction) {
+  const auto ask = [this]() -> Task<> {
+    Call call = Caller().call(Server(), "upper", "x");
+    call.then([this](const Result<Answer> &) { notes_.push_back("function"); });
+    notes_.push_back((co_await std::move(call))->payload);
+  };
+  must(Caller().spawn(ask()));
+  EXPECT_TRUE(Until([&] { return !notes_.empty(); }));
+  EXPECT_EQ(notes_, Texts{"U:x"});
+}
+
+// Its last words find the node that is ending.
+TEST_F(Coroutine, NodeUsedWhileItEnds_Fails) {
+  struct Last {
+    std::function<void()> words;
+    ~Last() { words(); }
+  };
+  Node *ending = &Caller();
+  const auto speak = [&] {
+    Node &node = *ending;
+    notes_.push_back(node.isOpen() ? "open" : "ending");
+    EXPECT_FALSE(node.serve("a", [](const Asked &) {}));
+    EXPECT_FALSE(node.unserve("a"));
+    EXPECT_FALSE((node.table<uint8_t, uint8_t>("t")));
+    EXPECT_FALSE((node.mirror<uint8_t, uint8_t>(Server(), "t")));
+    EXPECT_FALSE(node.observe(Server(), "a", [](const Result<Answer> &) {}));
+    EXPECT_FALSE(node.every(milliseconds(1), [] {}));
+    EXPECT_FALSE(node.spawn(AskTwice()));
+    EXPECT_EQ(node.stats().size, sizeof(CoapRpcStats));
+    EXPECT_EQ(node.ctx(), nullptr);
+    bool isTold = false;
+    node.call(Server(), "a").then([&](const Result<Answer> &answer) { isTold = !answer; });
+    EXPECT_TRUE(isTold);
+  };
+  const auto wait = [&]() -> Task<> {
+    const Last last{speak};
+    co_await Caller().call(Silent(), "a", "x");
+  };
+  must(Caller().spawn(wait()));
+  caller_.reset();
+  EXPECT_EQ(notes_, Texts{"ending"});
+}
+
 TEST_F(Coroutine, NoMemory_DestroysIt) {
   int numEnds = 0;
   Caller();

@@ -45,6 +45,10 @@ struct Bad {
 struct Bad {
   char bytes[65001];
 };
+#elif CASE == 18  // bits that belong to no member
+struct Bad {
+  uint8_t low : 3, high : 4;
+};
 #elif CASE == 9  // more than 65,000 bytes together
 struct Bad {
   char bytes[64998];

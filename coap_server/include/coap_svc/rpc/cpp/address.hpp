@@ -26,7 +26,7 @@ class Address {
   Address(const std::string &text) : Address(std::string_view(text)) {}
   Address(const CoapRpcIpAddr &ip, uint32_t port) : ip_(ip), port_(port) {}
 
-  bool isValid() const { return ip_.family != 0 && port_ != 0; }
+  bool isValid() const { return ip_.family != 0 && port_ != 0 && port_ <= UINT16_MAX; }
   const CoapRpcIpAddr &ip() const { return ip_; }
   uint32_t port() const { return port_; }
 
@@ -61,7 +61,7 @@ class Address {
   void set(std::string_view host, std::string_view port) {
     if (!port.empty() && !setPort(port.substr(1), port.front())) return;
     char text[INET6_ADDRSTRLEN] = {};
-    if (host.size() >= sizeof(text)) return;
+    if (host.size() >= sizeof(text) || host.find('\0') != host.npos) return;
     std::memcpy(text, host.data(), host.size());
     setIp(text);
   }

@@ -142,6 +142,7 @@ class CallRecord final : public Record {
     return fn_.set(std::forward<F>(fn));
   }
   void wake(std::coroutine_handle<> waiter, std::optional<Result<Answer>> &result) {
+    fn_.clear();
     waiter_ = waiter;
     waiterResult_ = &result;
   }
@@ -207,8 +208,9 @@ constexpr void checkTakesAnswer() {
  *   call.then(fn)              likewise, but destroying `call` still cancels
  *   co_await std::move(call)   is the Result; destroying the coroutine cancels
  *
- * fn may destroy the call, and its Node.  It is called inside then() if the call has ended by then,
- * as one does that could not be sent. */
+ * The latest of several has the answer alone.  fn may destroy the call, and its Node.  It is called
+ * inside then() if the call has ended by then, as one does that could not be sent: what it throws
+ * there, then() throws. */
 class [[nodiscard]] Call {
  public:
   Call() = default;

@@ -5,6 +5,7 @@
 
 #include <kst_tmr.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <memory>
@@ -127,6 +128,10 @@ class Node {
   Node &operator=(Node &&other) noexcept = default;
   ~Node() = default;
 
+  /* isOpen is false when the node was moved from, and while it is being destroyed: what your
+   * objects do with it in their destructors then fails. */
+  bool isOpen() const { return core_ && !core().isClosing(); }
+
   /* ---- the loop: of the node itself, unless it has a loop of yours ---- */
 
   /* run runs the loop until stop(), for some time, or until the node is destroyed. */
@@ -150,7 +155,7 @@ class Node {
   /* every calls fn in each period, of 1 ms or more. */
   template <typename F>
   [[nodiscard]] Result<Timer> every(std::chrono::milliseconds period, F &&fn) {
-    if (!core_) return Unexpected(Error::closed());
+    if (!isOpen()) return Unexpected(Error::closed());
     static_assert(std::is_invocable_v<std::decay_t<F> &>, "coaprpc: fn takes no argument");
     auto *function = detail::makeFunction<>(core(), std::forward<F>(fn));
     if (!function) return Unexpected(Error::noMemory());
@@ -164,7 +169,7 @@ class Node {
 
   /* ---- server ---- */
 
-  /* serve answers requests of a path, of up to 63 characters, by fn.
+  /* serve answers requests of a path, of up to 63 letters, digits and -._~!$'()*+,;=:@&, by fn.
    *
    *   fn   takes a const Request &, or the payload alone as std::string_view.  Returns the answer:
    * a text, a Reply, nothing, or a Result of one of these; or a Later
@@ -173,10 +178,11 @@ class Node {
   template <typename F>
   [[nodiscard]] Result<void> serve(std::string_view path, F &&fn, const ServeParam &param = {}) {
     using HandlerOf = detail::HandlerOf<std::decay_t<F>>;
-    if (!core_) return Unexpected(Error::closed());
+    if (!isOpen()) return Unexpected(Error::closed());
     const Address listen = param.listen.value_or(listen_);
     CoapRpcUriKey key = {};
     if (!fillKey(path, kMaxPath, key)) return Unexpected(badPath());
+    if (!isFound(path)) return Unexpected(hiddenPath());
     if (isServed(key)) return Unexpected(Error::ofText("the path is served already"));
     key.msgType = HandlerOf::isLater ? COAP_RPC_NON : COAP_RPC_CON;
     const Result<detail::Entry *> entry = entryOf(key, HandlerOf::isLater);
@@ -189,7 +195,7 @@ class Node {
   /* unserve ends a path, also inside its handler.  Laters of it that are open get 5.03, or nothing
    * when nothing else is served at its address. */
   [[nodiscard]] Result<void> unserve(std::string_view path) {
-    if (!core_) return Unexpected(Error::closed());
+    if (!isOpen()) return Unexpected(Error::closed());
     CoapRpcUriKey key = {};
     if (!fillKey(path, kMaxPath, key)) return Unexpected(badPath());
     for (const uint32_t msgType : {COAP_RPC_CON, COAP_RPC_NON}) {
@@ -200,14 +206,15 @@ class Node {
     return Unexpected(Error::ofText("the path is not served"));
   }
 
-  /* table publishes a table at a path of up to 32 characters, empty at first. */
+  /* table publishes a table at a path of up to 32 characters, as of serve; empty at first. */
   template <typename Key, typename Val>
   [[nodiscard]] Result<Table<Key, Val>> table(std::string_view path, const TableParam &param = {}) {
     constexpr detail::TableShape shape = detail::shapeOf<Key, Val>();
-    if (!core_) return Unexpected(Error::closed());
+    if (!isOpen()) return Unexpected(Error::closed());
     CoapRpcUriKey key = {};
     key.observe = 1;
     if (!fillKey(path, kMaxTablePath, key)) return Unexpected(badPath());
+    if (!isFound(path)) return Unexpected(hiddenPath());
     const Result<detail::TableRecord *> record = tableOf(key, shape);
     if (!record) return Unexpected(record.error());
     const uint32_t ret = (*record)->serve(param, param.listen.value_or(listen_));
@@ -222,7 +229,8 @@ class Node {
    *   path   segments between slashes, not percent-encoded */
   Call call(const Address &peer, const std::string &path, std::string_view payload = {},
             const CallParam &param = {}) {
-    if (!core_) return Call(Error::closed());
+    if (!isOpen()) return Call(Error::closed());
+    if (path.find('\0') != path.npos) return Call(badPath());
     auto *record = core().template make<detail::CallRecord>(core());
     if (!record) return Call(Error::noMemory());
     detail::Ref<detail::CallRecord> ref(record);
@@ -238,7 +246,8 @@ class Node {
   [[nodiscard]] Result<Observation> observe(const Address &peer, const std::string &path, F &&fn,
                                             const CallParam &param = {}) {
     detail::checkTakesAnswer<std::decay_t<F>>();
-    if (!core_) return Unexpected(Error::closed());
+    if (!isOpen()) return Unexpected(Error::closed());
+    if (path.find('\0') != path.npos) return Unexpected(badPath());
     auto *record = core().template make<detail::CallRecord>(core());
     if (!record) return Unexpected(Error::noMemory());
     detail::Ref<detail::CallRecord> ref(record);
@@ -255,7 +264,7 @@ class Node {
                                                 MirrorFunctions<Key, Val> functions = {},
                                                 const MirrorParam &param = {}) {
     static_assert(detail::shapeOf<Key, Val>().keyLen > 0);
-    if (!core_) return Unexpected(Error::closed());
+    if (!isOpen()) return Unexpected(Error::closed());
     CoapRpcUriKey key = {};
     if (!fillKey(path, kMaxPath, key)) return Unexpected(badPath());
     using RecordOf = detail::MirrorRecord<Key, Val>;
@@ -269,7 +278,7 @@ class Node {
 
   /* spawn begins a coroutine, and keeps it until its end. */
   [[nodiscard]] Result<void> spawn(Task<> task) {
-    if (!core_ || !task.isValid()) return Unexpected(Error::closed());
+    if (!isOpen() || !task.isValid()) return Unexpected(Error::closed());
     auto *record = core().template make<detail::TaskRecord>(core(), std::move(task));
     if (!record) return Unexpected(Error::noMemory());
     record->start();
@@ -278,7 +287,7 @@ class Node {
 
   /* ---- what is below ---- */
 
-  /* stats are the node's counters and gauges (coap_rpc_stats.h); all 0 when moved from. */
+  /* stats are the node's counters and gauges (coap_rpc_stats.h); all 0 when it is not open. */
   CoapRpcStats stats() const {
     CoapRpcStats stats = {};
     stats.size = sizeof(stats);
@@ -286,10 +295,10 @@ class Node {
     return stats;
   }
 
-  /* The instance and its host, for the C interface; null when moved from, the host also for one of
-   * another kind. */
-  CoapRpcCtx *ctx() const { return core_ ? core().ctx() : nullptr; }
-  Kestrel *host() const { return core_ ? core().host() : nullptr; }
+  /* The instance and its host, for the C interface; null when it is not open, the host also for one
+   * of another kind. */
+  CoapRpcCtx *ctx() const { return isOpen() ? core().ctx() : nullptr; }
+  Kestrel *host() const { return isOpen() ? core().host() : nullptr; }
 
  private:
   static constexpr size_t kMaxPath = 63, kMaxTablePath = 32;
@@ -331,7 +340,12 @@ class Node {
   static Error notStarted() {
     return Error::ofText("the instance did not start; the log says why");
   }
-  static Error badPath() { return Error::ofText("the path is empty or too long"); }
+  static Error badPath() { return Error::ofText("the path is empty or too long, or has a NUL"); }
+  static Error hiddenPath() {
+    return Error::ofText(
+        "no message finds a path with such characters: letters, digits and "
+        "-._~!$'()*+,;=:@& are found");
+  }
 
   static bool fillKey(std::string_view path, size_t max, CoapRpcUriKey &key) {
     if (!path.empty() && path.front() == '/') path.remove_prefix(1);
@@ -340,8 +354,18 @@ class Node {
     return true;
   }
 
+  // isFound tells whether messages name the path as it is: libcoap percent-encodes what they have
+  // of all other characters.
+  static bool isFound(std::string_view path) {
+    constexpr std::string_view kPlain = "-._~!$'()*+,;=:@&/";
+    return std::all_of(path.begin(), path.end(), [&](char c) {
+      const bool isLetter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+      return isLetter || (c >= '0' && c <= '9') || kPlain.find(c) != kPlain.npos;
+    });
+  }
+
   Result<void> loop(uint32_t (*runHost)(Kestrel *)) {
-    if (!core_) return Unexpected(Error::closed());
+    if (!isOpen()) return Unexpected(Error::closed());
     if (!host()) return Unexpected(Error::ofText("the host is not the node's own"));
     switch (core().run(runHost)) {
       case KESTREL_OK:

@@ -136,7 +136,7 @@ class Later {
     return ref_ ? ref_->sendPayload(payload) : Unexpected(Error::closed());
   }
   [[nodiscard]] Result<void> reply(const char *payload) const {
-    return reply(std::string_view(payload));
+    return reply(std::string_view(payload ? payload : ""));
   }
   [[nodiscard]] Result<void> reply(const std::string &payload) const {
     return reply(std::string_view(payload));
@@ -220,7 +220,7 @@ template <typename T>
 inline constexpr bool isResult<Result<T>> = true;
 
 template <typename T>
-concept IsText = std::is_convertible_v<const T &, std::string_view>;
+concept IsText = std::is_convertible_v<const T &, std::string_view> && !std::is_null_pointer_v<T>;
 
 inline uint32_t successCodeOf(uint32_t method) {
   return method == COAP_RPC_GET || method == COAP_RPC_FETCH ? 205 : 204;
@@ -373,7 +373,7 @@ class SyncReply {
     if constexpr (isResult<T>) {
       return value ? writeValue(value) : failed(value.error().what());
     } else if constexpr (IsText<T>) {
-      return writeText(value);
+      return isNull(value) ? failed("the answer is a null pointer") : writeText(value);
     } else {
       return writeReply(value);
     }
@@ -386,6 +386,12 @@ class SyncReply {
       return 0;
     else
       return write(*value);
+  }
+
+  template <typename T>
+  static bool isNull(const T &text) {
+    if constexpr (std::is_pointer_v<T>) return text == nullptr;
+    return false;
   }
 
   int32_t writeText(std::string_view text) const {

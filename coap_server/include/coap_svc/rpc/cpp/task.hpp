@@ -9,7 +9,8 @@
  * A Task begins when it is spawned or awaited, not when it is called.  Its node keeps a spawned one
  * until its end, or the node's: what it is waiting for is then cancelled, and its variables are
  * destroyed.  What a spawned one throws is in the log; what an awaited one throws reaches the one
- * that awaits it.  Awaiters of calls also work in coroutines of other types. */
+ * that awaits it.  Awaiting one that was moved from throws a Failure.  Awaiters of calls also work
+ * in coroutines of other types. */
 #ifndef COAP_RPC_CPP_TASK_HPP
 #define COAP_RPC_CPP_TASK_HPP
 
@@ -18,6 +19,7 @@
 #include <utility>
 
 #include "coap_svc/rpc/cpp/core.hpp"
+#include "coap_svc/rpc/cpp/result.hpp"
 
 COAPRPC_BEGIN
 
@@ -102,12 +104,15 @@ class [[nodiscard]] Task {
   auto operator co_await() &&noexcept {
     struct Awaiter {
       Task task;
-      bool await_ready() noexcept { return false; }
+      bool await_ready() noexcept { return !task.self_; }
       std::coroutine_handle<> await_suspend(std::coroutine_handle<> waiter) noexcept {
         task.self_.promise().awaiting = waiter;
         return task.self_;
       }
-      T await_resume() { return task.self_.promise().take(); }
+      T await_resume() {
+        if (!task.self_) detail::raise(Error::ofText("the task was moved from"));
+        return task.self_.promise().take();
+      }
     };
     return Awaiter{std::move(*this)};
   }

@@ -4,7 +4,7 @@
  * Two ways lead there:
  *
  *   a record of members of one byte, arrays of them, and Big<> numbers:
- *     struct Port { Big<uint16_t> slot, index; };
+ *     struct Port { Big<uint16_t> slot, index; };      // flags are Big<bool>: peers send any byte
  *   or a type that says itself how its bytes are:
  *     static constexpr size_t size;
  *     void encode(std::span<uint8_t, size> out) const;       // all 0 before
@@ -36,6 +36,7 @@ class Big {
   constexpr Big() = default;
   constexpr Big(T value) : bytes_(std::bit_cast<Bytes>(value)) { bytes_.toNetwork(); }
   constexpr operator T() const {
+    if constexpr (std::is_same_v<T, bool>) return bytes_.at[0] != 0;
     Bytes bytes = bytes_;
     bytes.toNetwork();
     return std::bit_cast<T>(bytes);
@@ -53,9 +54,10 @@ class Big {
 
 namespace detail {
 
+// A member of this name that is not static has nothing to do with it.
 template <typename T>
 concept HasSize = requires {
-  { T::size } -> std::convertible_to<size_t>;
+  typename std::integral_constant<size_t, T::size>;
 };
 
 template <typename T>
@@ -74,11 +76,24 @@ concept HasText = requires(const T &value) {
 };
 
 template <typename T>
-concept IsOwnCodec = HasSize<T> || requires {
-  &T::encode;
-} || requires {
-  &T::decode;
-};
+concept NamesEncode = std::is_member_function_pointer_v<decltype(&T::encode)>;
+template <typename T>
+concept NamesDecode = std::is_function_v<std::remove_pointer_t<decltype(&T::decode)>>;
+
+template <typename T>
+concept IsOwnCodec = HasEncode<T> || HasDecode<T> || NamesEncode<T> || NamesDecode<T>;
+
+// A bool that a peer has sent need not be 0 or 1.
+template <typename T>
+T ofBytes(const uint8_t *bytes) {
+  union Holder {
+    Holder() {}
+    T value;  // which need not have a constructor without arguments
+  } holder;
+  if constexpr (std::is_same_v<T, bool>) return *bytes != 0;
+  std::memcpy(static_cast<void *>(&holder.value), bytes, sizeof(T));
+  return holder.value;
+}
 
 // Codec is how values of a type become bytes and come back.
 template <typename T>
@@ -101,8 +116,13 @@ struct Codec {
                 "coaprpc: the record has a member in the byte order of this host, or a pointer: "
                 "use Big<> for numbers of more than one byte, or give it size, encode and decode");
 
+  static_assert(isOwn || !std::is_trivially_copyable_v<T> || std::is_empty_v<T> || alignof(T) > 1 ||
+                    std::has_unique_object_representations_v<T>,
+                "coaprpc: the record has bits that belong to no member, which differ from row to "
+                "row: it has bit-fields or members without members");
+
   static constexpr size_t size = [] {
-    if constexpr (HasSize<T>) return size_t{T::size};
+    if constexpr (isOwn && HasSize<T>) return size_t{T::size};
     return sizeof(T);
   }();
   using Bytes = uint8_t[size];
@@ -123,18 +143,9 @@ struct Codec {
     if constexpr (isOwn) {
       return T::decode(std::span<const uint8_t, size>(bytes, size));
     } else {
-      Holder holder;
-      std::memcpy(static_cast<void *>(&holder.value), bytes, size);
-      return holder.value;
+      return ofBytes<T>(bytes);
     }
   }
-
- private:
-  // A record need not have a constructor without arguments.
-  union Holder {
-    Holder() {}
-    T value;
-  };
 };
 
 // toText is a display's text function of a type.  It answers with an empty text where it cannot.
