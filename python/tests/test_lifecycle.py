@@ -3,20 +3,23 @@
 from __future__ import annotations
 
 import asyncio
+import concurrent.futures
 import gc
 import os
 import re
 import subprocess
 import sys
+import threading
 import warnings
 from collections.abc import Callable
 from pathlib import Path
 from typing import Any
 
 import pytest
-from conftest import Run
+from conftest import Run, free_port
 
 from coaprpc import CoapRpcError, Node, NodeClosed, NodeForked, Request, record
+from coaprpc._native import lib
 
 NODES = 10_000
 
@@ -188,6 +191,50 @@ def test_hundred_nodes_at_once(run: Run, port: int) -> None:
                     assert (await node.call(f"coap://127.0.0.1:{port}/a", str(i))).text == str(i)
 
             await asyncio.gather(*map(ask, range(100)))
+
+    run(main)
+
+
+def test_nodes_of_two_threads_do_not_wait_for_each_other(run: Run, port: int) -> None:
+    """One is opened, used and closed while a handler of the other one is running."""
+
+    async def use_another(other: int) -> bytes:
+        async with Node("127.0.0.1", other) as node:
+            node.serve("b")(lambda request: b"done")
+            return (await node.call(f"coap://127.0.0.1:{other}/b")).payload
+
+    async def main() -> None:
+        with concurrent.futures.ThreadPoolExecutor() as pool:
+            async with Node("127.0.0.1", port) as node:
+
+                @node.serve("a")
+                def wait(request: Request) -> bytes:
+                    return pool.submit(asyncio.run, use_another(free_port())).result()
+
+                assert (await node.call(f"coap://127.0.0.1:{port}/a", timeout=60)).payload == b"done"
+
+    run(main)
+
+
+def test_call_that_another_thread_drops_is_ended_by_its_own(run: Run, port: int) -> None:
+    async def main() -> None:
+        async with Node() as node:
+            assert node._opened is not None
+            ctx = node._opened.instance.ctx
+            seen: list[int] = []
+            call = node.call(f"coap://127.0.0.1:{port}/a", is_non=True, timeout=60)
+            call.send(None)
+
+            def drop() -> None:
+                call.close()
+                seen.append(lib.COAP_RpcGetCallNum(ctx))
+
+            thread = threading.Thread(target=drop)
+            thread.start()
+            thread.join()
+            assert seen == [1]
+            await asyncio.sleep(0)
+            assert lib.COAP_RpcGetCallNum(ctx) == 0
 
     run(main)
 

@@ -171,8 +171,8 @@ class Calls:
 
     def _end(self, own: int, number: int) -> None:
         """Ends what is still under way; nobody is told."""
-        if _takers.pop(own, None) is not None and self._instance.is_usable:
-            self._instance.run(lib.COAP_RpcCallCancel, self._instance.ctx, number)
+        if _takers.pop(own, None) is not None:
+            self._instance.run_with_ctx(lib.COAP_RpcCallCancel, number)
 
     async def call(self, ask: Ask) -> Reply:
         future: asyncio.Future[Reply] = self._instance.loop.create_future()

@@ -5,7 +5,8 @@ thread.  An instance is open from its construction to ``close``.  One that is ne
 is garbage-collected, or at the end of the interpreter.
 
 The library must not be stopped inside one of its callbacks, and collecting garbage can happen anywhere.
-So what becomes garbage while the library runs is released when it has returned.
+So what becomes garbage while the library runs in this thread is released when it has returned.  Each thread may
+have instances of its own; opening and stopping them uses what all share, and so is done one at a time.
 
 A child process shares the descriptors of its parent and must leave them alone: in a child, every use
 raises, nothing is run, and nothing is released.
@@ -14,6 +15,7 @@ raises, nothing is run, and nothing is released.
 from __future__ import annotations
 
 import asyncio
+import contextlib
 import itertools
 import logging
 import os
@@ -42,14 +44,25 @@ class _Process:
     """What all instances of this process share."""
 
     forks = 0  # how often this process has been forked off another one with instances
-    depth = 0  # calls of the library that may call back
-    garbage: list[tuple[Any, Any]] = []  # noqa: RUF012
+    gate = threading.RLock()  # of opening and stopping
+
+
+class _Thread(threading.local):
+    """What all instances of a thread share."""
+
+    def __init__(self) -> None:
+        self.depth = 0  # calls of the library that may call back
+        self.garbage: list[tuple[Any, Any]] = []
+
+
+_thread = _Thread()
 
 
 def _note_fork() -> None:
     _Process.forks += 1
-    _Process.depth = 0
-    _Process.garbage = []
+    _Process.gate = threading.RLock()
+    _thread.depth = 0
+    _thread.garbage = []
 
 
 os.register_at_fork(after_in_child=_note_fork)
@@ -65,11 +78,12 @@ def new_id() -> int:
 def _release(host: Any, ctx: Any, forks: int) -> None:
     if forks != _Process.forks:
         return
-    if _Process.depth > 0:
-        _Process.garbage.append((host, ctx))
+    if _thread.depth > 0:
+        _thread.garbage.append((host, ctx))
         return
-    lib.COAP_RpcUninit(ctx)
-    lib.KestrelDelete(host)
+    with _Process.gate:
+        lib.COAP_RpcUninit(ctx)
+        lib.KestrelDelete(host)
 
 
 def _abandon(host: Any, ctx: Any, forks: int) -> None:
@@ -80,8 +94,8 @@ def _abandon(host: Any, ctx: Any, forks: int) -> None:
 
 
 def _release_garbage() -> None:
-    while _Process.garbage:
-        _release(*_Process.garbage.pop(), _Process.forks)
+    while _thread.garbage:
+        _release(*_thread.garbage.pop(), _Process.forks)
 
 
 @ffi.def_extern()  # type: ignore[untyped-decorator]
@@ -135,7 +149,8 @@ class Instance:
         """`console` is the path of a socket for display commands."""
         self.loop = asyncio.get_running_loop()
         self._forks = _Process.forks
-        self._host, self._ctx = _new_pair(name.encode(), has_console=console is not None)
+        with _Process.gate:
+            self._host, self._ctx = _new_pair(name.encode(), has_console=console is not None)
         self._handles = (self._host, self._ctx, self._forks)
         self._finalizer = weakref.finalize(self, _abandon, *self._handles)
         self._thread = threading.get_ident()
@@ -183,7 +198,7 @@ class Instance:
         """Stops the instance: what is under way ends with a callback or nothing."""
         if not self.is_usable:
             return
-        if _Process.depth > 0:
+        if _thread.depth > 0:
             raise CoapRpcError(0, "a node cannot be closed inside its handler")
         self.loop.remove_reader(self._fd)
         if self._console_fd is not None:
@@ -227,18 +242,31 @@ class Instance:
         self.run(lib.COAP_RpcProcIo, self._ctx)
 
     def run(self, function: Callable[..., object], *args: Any) -> None:
-        """Calls a function of the library that may call back."""
+        """Calls a function of the library that may call back, in the thread of the loop."""
         if not self.is_usable:
             return
-        _Process.depth += 1
+        if self._thread != threading.get_ident():
+            self._run_later(function, *args)
+            return
+        depth = _thread.depth
+        _thread.depth = depth + 1
         try:
             function(*args)
         finally:
-            _Process.depth -= 1
+            _thread.depth = depth  # which a fork has set back in the child
         self.arm()
-        if _Process.garbage and _Process.depth == 0:
+        if _thread.garbage and depth == 0:
             _release_garbage()
         self._raise_kept()
+
+    def run_with_ctx(self, function: Callable[..., object], *args: Any) -> None:
+        """The same for one whose first argument is the library's handle."""
+        self.run(function, self._ctx, *args)
+
+    def _run_later(self, function: Callable[..., object], *args: Any) -> None:
+        """For the end of what another thread has dropped.  A loop that is closed has nobody to run it."""
+        with contextlib.suppress(RuntimeError):
+            self.loop.call_soon_threadsafe(self.run, function, *args)
 
     def keep(self, error: BaseException) -> None:
         """Raises an exception that must not be lost as soon as the library has returned."""
