@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import asyncio
+import bisect
 import json
 import os
 import signal
@@ -12,7 +13,8 @@ from typing import Any
 import pytest
 from conftest import Run
 
-from coaprpc import Method, Node, Request, Response, record
+from coaprpc import Method, Node, Reply, Request, Response, record
+from coaprpc.__main__ import _say, _shown
 from coaprpc.__main__ import main as command_line
 
 
@@ -170,6 +172,23 @@ def test_what_json_has_not_is_hexadecimal_or_text(run: Run, port: int) -> None:
         assert (status, lines[0]["value"], err) == (0, [{"hex": "ff000001"}, "nan"], "")
 
     run(main)
+
+
+def test_json_of_any_depth_is_shown_in_some_way(capsys: pytest.CaptureFixture[str]) -> None:
+    """Since Python 3.12 the deepest that can be read is a level more than what a line can hold."""
+
+    def nested(depth: int) -> Reply:
+        return Reply(205, b"[" * depth + b"]" * depth, 50, None, 60, None, 0.0)
+
+    def is_hexadecimal(depth: int) -> bool:
+        return "payload_hex" in _shown(nested(depth))
+
+    deepest = bisect.bisect_left(range(20000), True, key=is_hexadecimal)
+    for depth in range(deepest - 20, deepest + 50):
+        _say(_shown(nested(depth)))
+    lines = capsys.readouterr().out
+    assert (lines.count('"payload"') > 0, lines.count('"payload_hex"') > 0) == (True, True)
+    assert len(lines.splitlines()) == 70
 
 
 def test_every_method(run: Run, port: int) -> None:

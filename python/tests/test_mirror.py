@@ -198,7 +198,7 @@ def test_values_without_bytes(run: Run, port: int) -> None:
     run(main)
 
 
-@pytest.mark.parametrize("path", ["none", "upper", "ports"])
+@pytest.mark.parametrize("path", ["none", "upper", "ports", "%ff"])
 def test_server_without_such_a_table(run: Run, port: int, path: str) -> None:
     async def main() -> None:
         async with Node("127.0.0.1", port) as node, Node() as client:

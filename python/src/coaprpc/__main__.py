@@ -25,9 +25,9 @@ _WITH_DATA = ("post", "put", "fetch")
 
 
 def _strict(reply: Reply) -> Any:
-    """A payload of JSON; ValueError also for numbers that JSON has not."""
+    """A payload of JSON; ValueError for numbers that JSON has not, RecursionError for what cannot be shown."""
     value = reply.json()
-    json.dumps(value, allow_nan=False)
+    json.dumps({"payload": value}, allow_nan=False)
     return value
 
 

@@ -322,11 +322,11 @@ class Mirror(Mapping[K, V]):
         )
 
 
-def _path_of(url: Url) -> str:
+def _path_of(url: Url) -> bytes:
     if url.query:
         raise ValueError("the address of a mirror has no query")
-    path = url.path.decode(errors="surrogateescape").removeprefix("/")
-    if not 0 < len(url.path) - 1 <= _LONGEST_PATH:
+    path = url.path.removeprefix(b"/")
+    if not 0 < len(path) <= _LONGEST_PATH:
         raise ValueError(f"a path has 1 to {_LONGEST_PATH} bytes: {path!r}")
     return path
 

@@ -2,13 +2,13 @@
 
 from __future__ import annotations
 
-import json
 from dataclasses import dataclass
-from typing import Any
+
+from ._payload import Payload
 
 
 @dataclass(frozen=True, slots=True)
-class Reply:
+class Reply(Payload):
     """What a server has answered."""
 
     code: int
@@ -21,15 +21,6 @@ class Reply:
     location_path: str | None
     rtt: float
     """seconds from the request to the answer; 0 for a notification"""
-
-    @property
-    def text(self) -> str:
-        """The payload as UTF-8; UnicodeDecodeError if it is not."""
-        return self.payload.decode()
-
-    def json(self) -> Any:
-        """The payload as JSON; ValueError if it is not."""
-        return json.loads(self.payload)
 
     @property
     def dotted(self) -> str:

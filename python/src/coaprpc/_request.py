@@ -9,6 +9,7 @@ from enum import IntEnum
 from typing import Any
 
 from ._native import ffi, lib
+from ._payload import Payload
 from ._url import Address, address_of
 
 TEXT, OCTETS, JSON, CBOR = 0, 42, 50, 60
@@ -68,7 +69,7 @@ def _options(ctx: Any, number: int) -> list[bytes]:
     return values
 
 
-class Request:
+class Request(Payload):
     """A request, valid for as long as it is kept."""
 
     __slots__ = ("_info", "_options", "_query", "payload")
@@ -80,15 +81,6 @@ class Request:
         self._query = _options(ctx, _URI_QUERY)
         self._options = {number: _options(ctx, number) for number in options}
         self.payload = payload
-
-    @property
-    def text(self) -> str:
-        """The payload as UTF-8; UnicodeDecodeError if it is not."""
-        return self.payload.decode()
-
-    def json(self) -> Any:
-        """The payload as JSON; ValueError if it is not."""
-        return json.loads(self.payload)
 
     @property
     def method(self) -> Method:

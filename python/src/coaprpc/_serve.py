@@ -13,6 +13,7 @@ import inspect
 import socket
 from collections.abc import Awaitable, Callable, Iterable
 from typing import Any
+from urllib.parse import quote
 from weakref import WeakValueDictionary
 
 from ._errors import check
@@ -25,6 +26,7 @@ Handler = Callable[[Request], Answer | Awaitable[Answer]]
 
 _FAILED = -1
 _LONGEST_PATH = 63
+_PLAIN = "/!$'()*+,;=:@&"  # beside letters, digits and -._~
 _LONGEST_TIME = 4_294_967  # seconds whose milliseconds fit 32 bits
 _LONGEST_ANSWER: int = lib.COAP_RPC_MAX_PAYLOAD
 
@@ -153,12 +155,12 @@ def coaprpc_on_async_end(user_data: int, handle: Any, _reason: int) -> None:
 
 
 def check_path(path: object) -> str:
-    """Returns the library's form of a path."""
+    """Returns the library's form of a path, which is percent-encoded as libcoap does it."""
     if not isinstance(path, str):
         raise TypeError(f'a path is a str, not {type(path).__name__}: write @node.serve("path")')
-    name = path.removeprefix("/")
-    if not 0 < len(name.encode()) <= _LONGEST_PATH or "\0" in name:
-        raise ValueError(f"a path has 1 to {_LONGEST_PATH} bytes: {path!r}")
+    name = quote(path.removeprefix("/"), safe=_PLAIN)
+    if not 0 < len(name) <= _LONGEST_PATH or "\0" in path:
+        raise ValueError(f"a path has 1 to {_LONGEST_PATH} bytes, percent-encoded: {path!r}")
     return name
 
 
@@ -201,7 +203,7 @@ class Server:
     ) -> None:
         param, numbers = direct_param(methods, timeout), tuple(options)
         entry = Entry(self, self.reserve(path), handler, numbers)
-        key = new_key(entry.path, observe=0)
+        key = new_key(entry.path.encode(), observe=0)
         self.register(key, entry, ffi.NULL, is_async=_is_async(handler))
         check(lib.COAP_RpcSerSetDirect(self.instance.ctx, key, param))
         self.attach(key)
@@ -243,9 +245,9 @@ def direct_param(methods: Iterable[Method | str], timeout: float) -> Any:
     )
 
 
-def new_key(path: str, *, observe: int) -> Any:
+def new_key(path: bytes, *, observe: int) -> Any:
     key = ffi.new("CoapRpcUriKey *")
-    lib.coaprpc_set_key(key, path.encode(), observe)
+    lib.coaprpc_set_key(key, path, observe)
     return key
 
 

@@ -73,7 +73,7 @@ class Table(MutableMapping[K, V]):
         self._keys, self._values = codec_of(key), codec_of(value)
         self._check_size()
         self.path = server.reserve(path)
-        self._uri = new_key(self.path, observe=1)
+        self._uri = new_key(self.path.encode(), observe=1)
         self._rows: dict[bytes, bytes] = {}
         self._news = asyncio.Event()
         self._register(server)

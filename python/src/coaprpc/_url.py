@@ -59,6 +59,8 @@ def _unquoted(text: str, separator: bytes) -> bytes:
 @lru_cache(_CACHED_URLS)
 def parse(url: str) -> Url:
     """Takes ``coap://<IP address>[:port][/path][?query]`` apart."""
+    if any(char <= " " or char == "\x7f" for char in url):  # which urlsplit passes over, in part
+        raise ValueError(f"blanks and control characters have to be %-encoded: {url!r}")
     parts = urlsplit(url)
     if parts.scheme != "coap" or not parts.hostname or parts.username is not None or parts.fragment:
         raise ValueError(f"not of the form coap://<IP address>[:port][/path][?query]: {url}")

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -169,10 +170,12 @@ class Node {
 
   /* ---- server ---- */
 
-  /* serve answers requests of a path, of up to 63 letters, digits and -._~!$'()*+,;=:@&, by fn.
+  /* serve answers requests of a path by fn.
    *
-   *   fn   takes a const Request &, or the payload alone as std::string_view.  Returns the answer:
-   * a text, a Reply, nothing, or a Result of one of these; or a Later
+   *   path   segments between slashes, not percent-encoded: 63 bytes, or three of them for each
+   * that is none of the letters, digits and -._~!$'()*+,;=:@& fn     takes a const Request &, or
+   * the payload alone as std::string_view.  Returns the answer: a text, a Reply, nothing, or a
+   * Result of one of these; or a Later
    *
    * Fails when the path is served already, or its address cannot be. */
   template <typename F>
@@ -181,8 +184,7 @@ class Node {
     if (!isOpen()) return Unexpected(Error::closed());
     const Address listen = param.listen.value_or(listen_);
     CoapRpcUriKey key = {};
-    if (!fillKey(path, kMaxPath, key)) return Unexpected(badPath());
-    if (!isFound(path)) return Unexpected(hiddenPath());
+    if (!fillServedKey(path, kMaxPath, key)) return Unexpected(badPath());
     if (isServed(key)) return Unexpected(Error::ofText("the path is served already"));
     key.msgType = HandlerOf::isLater ? COAP_RPC_NON : COAP_RPC_CON;
     const Result<detail::Entry *> entry = entryOf(key, HandlerOf::isLater);
@@ -197,7 +199,7 @@ class Node {
   [[nodiscard]] Result<void> unserve(std::string_view path) {
     if (!isOpen()) return Unexpected(Error::closed());
     CoapRpcUriKey key = {};
-    if (!fillKey(path, kMaxPath, key)) return Unexpected(badPath());
+    if (!fillServedKey(path, kMaxPath, key)) return Unexpected(badPath());
     for (const uint32_t msgType : {COAP_RPC_CON, COAP_RPC_NON}) {
       key.msgType = msgType;
       detail::Entry *entry = core().template findKey<detail::Entry>(key);
@@ -206,15 +208,14 @@ class Node {
     return Unexpected(Error::ofText("the path is not served"));
   }
 
-  /* table publishes a table at a path of up to 32 characters, as of serve; empty at first. */
+  /* table publishes a table at a path of up to 32 bytes, as of serve; empty at first. */
   template <typename Key, typename Val>
   [[nodiscard]] Result<Table<Key, Val>> table(std::string_view path, const TableParam &param = {}) {
     constexpr detail::TableShape shape = detail::shapeOf<Key, Val>();
     if (!isOpen()) return Unexpected(Error::closed());
     CoapRpcUriKey key = {};
     key.observe = 1;
-    if (!fillKey(path, kMaxTablePath, key)) return Unexpected(badPath());
-    if (!isFound(path)) return Unexpected(hiddenPath());
+    if (!fillServedKey(path, kMaxTablePath, key)) return Unexpected(badPath());
     const Result<detail::TableRecord *> record = tableOf(key, shape);
     if (!record) return Unexpected(record.error());
     const uint32_t ret = (*record)->serve(param, param.listen.value_or(listen_));
@@ -341,12 +342,6 @@ class Node {
     return Error::ofText("the instance did not start; the log says why");
   }
   static Error badPath() { return Error::ofText("the path is empty or too long, or has a NUL"); }
-  static Error hiddenPath() {
-    return Error::ofText(
-        "no message finds a path with such characters: letters, digits and "
-        "-._~!$'()*+,;=:@& are found");
-  }
-
   static bool fillKey(std::string_view path, size_t max, CoapRpcUriKey &key) {
     if (!path.empty() && path.front() == '/') path.remove_prefix(1);
     if (path.empty() || path.size() > max || path.find('\0') != path.npos) return false;
@@ -354,14 +349,20 @@ class Node {
     return true;
   }
 
-  // isFound tells whether messages name the path as it is: libcoap percent-encodes what they have
-  // of all other characters.
-  static bool isFound(std::string_view path) {
-    constexpr std::string_view kPlain = "-._~!$'()*+,;=:@&/";
-    return std::all_of(path.begin(), path.end(), [&](char c) {
-      const bool isLetter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-      return isLetter || (c >= '0' && c <= '9') || kPlain.find(c) != kPlain.npos;
-    });
+  static bool isPlain(char c) {
+    const bool isLetter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+    return isLetter || (c >= '0' && c <= '9') || (c && std::strchr("-._~!$'()*+,;=:@&/", c));
+  }
+
+  // fillServedKey percent-encodes all other characters, as libcoap does with the path of a message.
+  static bool fillServedKey(std::string_view path, size_t max, CoapRpcUriKey &key) {
+    std::string encoded;
+    for (const char c : path) {
+      char text[4] = {c};
+      if (c && !isPlain(c)) std::snprintf(text, sizeof(text), "%%%02X", static_cast<uint8_t>(c));
+      encoded.append(text, std::max<size_t>(1, std::strlen(text)));
+    }
+    return fillKey(encoded, max, key);
   }
 
   Result<void> loop(uint32_t (*runHost)(Kestrel *)) {
