@@ -120,15 +120,44 @@ TEST_F(TableTest, FunctionOfConfirmedThatThrows_IsLogged_AndMayEndTheTable) {
   EXPECT_FALSE(table_.isOpen());
 }
 
-TEST_F(TableTest, PlainObserver_GetsMessages) {
+TEST_F(TableTest, PlainObserver_GetsJson) {
   Make();
   Ask(Get("ports").AddUint(kOptObserve, 0));
   must(table_.set({1, 2}, {5, 1}));
   const CoapMessage update = *Next();
   peer_.Send(AckOf(update));
-  EXPECT_EQ(HexText(update.payload), "01 00 00 00 09 00 00 01 00 02 00 00 00 05 01");
+  EXPECT_EQ(update.Uint(kOptContentFormat), 50u);
+  EXPECT_EQ(update.Text(), R"({"data":[{"key":"1/2","value":"0000000501"}]})");
   table_.erase({1, 2});
-  EXPECT_EQ(HexText(Next()->payload), "01 00 00 00 04 00 00 01 00 02");
+  EXPECT_EQ(Next()->Text(), R"({"data":[{"key":"1/2","value":null}]})");
+}
+
+TEST_F(TableTest, PlainGet_GetsTheRows) {
+  Make();
+  EXPECT_EQ(Ask(Get("ports")).Text(), "[]");
+  must(table_.set({1, 3}, {6, 0}));
+  must(table_.set({1, 2}, {5, 1}));
+  const CoapMessage answer = Ask(Get("ports"));
+  EXPECT_EQ(answer.code, Code(2, 5));
+  EXPECT_EQ(answer.Uint(kOptContentFormat), 50u);
+  EXPECT_EQ(answer.Text(),
+            R"([{"key":"1/2","value":"0000000501"},{"key":"1/3","value":"0000000600"}])");
+  EXPECT_EQ(Ask(Post("ports", "x")).code, Code(4, 5));
+}
+
+TEST_F(TableTest, PlainGet_TellsHowManyRowsHaveNoRoom) {
+  struct Long {
+    uint8_t bytes[16000];
+  };
+  auto table = must(node_->table<uint8_t, Long>("long"));
+  for (uint8_t i = 0; i < 4; ++i) must(table.set(i, {}));
+  std::string json;
+  Caller().call(Server(), "long").then([&](const Result<Answer> &answer) {
+    json = answer->payload;
+  });
+  EXPECT_TRUE(Until([&] { return !json.empty(); }));
+  EXPECT_TRUE(json.starts_with(R"([{"key":"00","value":"0000)")) << json.substr(0, 40);
+  EXPECT_TRUE(json.ends_with(R"(00"},{"more":2}])")) << json.substr(json.size() - 40);
 }
 
 TEST_F(TableTest, Text_IsInTheJsonPage) {
@@ -278,6 +307,20 @@ TEST(Value, MembersOfAnyName) {
   const uint8_t bytes[] = {0, 0, 1, 0, 5, 6, 7};
   EXPECT_EQ(coaprpc::detail::Codec<File>::decode(bytes)->size, 256u);
   EXPECT_EQ(coaprpc::detail::Codec<File>::decode(bytes)->decode[1], 7);
+}
+
+TEST(Value, Json_IsTheText_OrTheBytes) {
+  using coaprpc::detail::quotedJson;
+  EXPECT_EQ(quotedJson("a/\u00e9\u20ac\U0001F600"), "\"a/\u00e9\u20ac\U0001F600\"");
+  EXPECT_EQ(quotedJson(std::string_view("\"\\\n\0", 4)), R"("\u0022\u005c\u000a\u0000")");
+  for (const char *bad :
+       {"\x80", "\xC1\xBF", "\xC3", "\xC3(", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xE2\x82",
+        "\xF0\x8F\xBF\xBF", "\xF4\x90\x80\x80", "\xF5\x80\x80\x80", "\xFF"}) {
+    EXPECT_FALSE(quotedJson(bad)) << bad;
+    EXPECT_FALSE(quotedJson(std::string("a") + bad + "b")) << bad;
+  }
+  EXPECT_EQ(coaprpc::detail::toJson<Name>("ab\xFF\xFF"), R"("6162ffff")");
+  EXPECT_EQ(coaprpc::detail::toJson<Name>("\0bcd"), R"("00626364")");
 }
 
 TEST(Value, Texts_AreCutAndNeverFail) {

@@ -1,6 +1,7 @@
 // Elements and IDL payloads built from pending changes, without libcoap.
 #include <jansson.h>
 
+#include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_ctx.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_block.h"
 #include "coap_svc/rpc/libadapter/publish/coap_rpc_lib_payload.h"
@@ -417,6 +418,32 @@ TEST_F(ReleaseContext, EntryGone_BuffersAreFreedAllTheSame) {
   EXPECT_EQ(entry.isSendingLargeBlock, 1u);
   EXPECT_FALSE(host.HasDebug("[CoapRpc]large block sent success.\n"));
   EXPECT_EQ(host.Pool().LiveCount(), 0u) << host.Pool().LeakText();
+}
+
+TEST(SetMember, JsonOfAnyKind_IsAMember) {
+  json_t *object = json_object();
+  const auto set = [&](const char *name, const std::string &json) {
+    return COAP_RpcSerSetMember(object, name, json.data(), static_cast<uint32_t>(json.size()));
+  };
+  EXPECT_EQ(set("a", "old"), 1900001725u);
+  EXPECT_EQ(set("a", "1"), 0u);
+  EXPECT_EQ(set("a", "{\"b\":[null,true]}"), 0u);
+  EXPECT_EQ(set("c", "\"\xC3\xA9\""), 0u);
+  for (const char *bad : {"", "[", "1 2", "\"\xFF\"", "{\"a\":1,}"})
+    EXPECT_EQ(set("a", bad), 1900001725u);
+  EXPECT_EQ(set("\xFF", "1"), 1900001726u);
+  char *text = json_dumps(object, JSON_COMPACT | JSON_SORT_KEYS);
+  EXPECT_STREQ(text, "{\"a\":{\"b\":[null,true]},\"c\":\"\xC3\xA9\"}");
+  free(text);
+  json_decref(object);
+}
+
+TEST(SetMember, NullArguments_GiveACode) {
+  json_t *object = json_object();
+  EXPECT_EQ(COAP_RpcSerSetMember(nullptr, "a", "1", 1), 1900001724u);
+  EXPECT_EQ(COAP_RpcSerSetMember(object, nullptr, "1", 1), 1900001724u);
+  EXPECT_EQ(COAP_RpcSerSetMember(object, "a", nullptr, 0), 1900001724u);
+  json_decref(object);
 }
 
 }  // namespace

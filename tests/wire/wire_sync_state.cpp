@@ -37,6 +37,33 @@ TEST_F(SyncStateWire, BadArguments_GiveCodes) {
   EXPECT_EQ(COAP_RpcSerVisitSyncPeers(Ctx(), nullptr, visit, 0), 1900001541u);
   EXPECT_EQ(COAP_RpcSerVisitSyncPeers(Ctx(), &key_, nullptr, 0), 1900001541u);
   EXPECT_EQ(COAP_RpcSerVisitSyncPeers(Ctx(), &key_, visit, 0), 1900001542u);
+  const auto visitTuple = [](uint64_t, const void *, const void *) { return 0u; };
+  EXPECT_EQ(COAP_RpcSerVisitTuples(nullptr, &key_, visitTuple, 0), 1900001721u);
+  EXPECT_EQ(COAP_RpcSerVisitTuples(Ctx(), nullptr, visitTuple, 0), 1900001721u);
+  EXPECT_EQ(COAP_RpcSerVisitTuples(Ctx(), &key_, nullptr, 0), 1900001721u);
+  EXPECT_EQ(COAP_RpcSerVisitTuples(Ctx(), &key_, visitTuple, 0), 1900001722u);
+}
+
+TEST_F(SyncStateWire, Tuples_AreShownInOrder_UntilOneIsEnough) {
+  ServeSynced();
+  for (const char *key : {"k3", "k1", "k2"})
+    Update(std::string(key) + "..", "v0" + std::string(key));
+  struct Seen {
+    size_t numEnough;
+    std::vector<std::string> tuples = {};
+  };
+  const auto visit = [](uint64_t userData, const void *key, const void *val) -> uint32_t {
+    auto &seen = *reinterpret_cast<Seen *>(userData);
+    seen.tuples.push_back(std::string(static_cast<const char *>(key), 4) +
+                          std::string(static_cast<const char *>(val), 4));
+    return seen.tuples.size() == seen.numEnough;
+  };
+  const std::vector<std::string> all = {"k1..v0k1", "k2..v0k2", "k3..v0k3"};
+  Seen two{2}, more{4};
+  EXPECT_EQ(COAP_RpcSerVisitTuples(Ctx(), &key_, visit, reinterpret_cast<uint64_t>(&two)), 0u);
+  EXPECT_EQ(two.tuples, std::vector(all.begin(), all.begin() + 2));
+  EXPECT_EQ(COAP_RpcSerVisitTuples(Ctx(), &key_, visit, reinterpret_cast<uint64_t>(&more)), 0u);
+  EXPECT_EQ(more.tuples, all);
 }
 
 TEST_F(SyncStateWire, Confirmed_IsWhatTheSlowestHas) {

@@ -197,5 +197,17 @@ typedef void (*CoapRpcOnRequestEnd)(uint64_t userData, const CoapRpcRequestEnd *
 COAP_RPC_API uint32_t COAP_RpcSetOnRequestEnd(CoapRpcCtx *ctx, CoapRpcOnRequestEnd onEnd,
                                               uint64_t userData);
 
+/* COAP_RpcSerSetMember sets a member of the object that buildUpdate or buildDelete of a JSON entry
+ * fills, for an application that does not link Jansson.  Only inside such a builder.
+ *
+ *   out     the builder's own argument
+ *   name    UTF-8; a member of this name is replaced
+ *   value   a JSON text of `len` bytes: any value, and nothing after it
+ *
+ * Returns 0 or:  1900001724 null argument (asserted)     1900001725 the value is no JSON
+ *                1900001726 no memory, or the name is no UTF-8 */
+COAP_RPC_API uint32_t COAP_RpcSerSetMember(void *out, const char *name, const char *value,
+                                           uint32_t len);
+
 COAP_RPC_C_END
 #endif /* COAP_RPC_EXT_H */

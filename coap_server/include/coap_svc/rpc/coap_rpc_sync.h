@@ -113,6 +113,17 @@ typedef struct CoapRpcSerSyncState {
 COAP_RPC_API uint32_t COAP_RpcSerGetSyncState(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
                                               CoapRpcSerSyncState *state);
 
+/* CoapRpcVisitTuple is shown one tuple, keyLen and valLen bytes that are valid during the call; must
+ * not call the instance.  Returns 0 to be shown the next one. */
+typedef uint32_t (*CoapRpcVisitTuple)(uint64_t userData, const void *tupleKey,
+                                      const void *tupleVal);
+
+/* COAP_RpcSerVisitTuples shows the tuples of a URI, in the order of their keys.
+ *
+ * Returns 0 or:  1900001721 null argument (asserted)     1900001722 the URI has no versions */
+COAP_RPC_API uint32_t COAP_RpcSerVisitTuples(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
+                                             CoapRpcVisitTuple visit, uint64_t userData);
+
 /* CoapRpcSyncPeer is an observer that keeps versions. */
 typedef struct CoapRpcSyncPeer {
   CoapRpcIpAddr addr;

@@ -3,16 +3,21 @@
  *   Table<Port, Stats> ports = must(node.table<Port, Stats>("ports"));
  *   must(ports.set({1}, {0, 0}));
  *
- * value.hpp says what keys and values may be.  Observers that know nothing of versions get the
- * changes too: messages of the key's bytes followed by the value's, or, for a deletion, the key's.
- */
+ * value.hpp says what keys and values may be.  Who knows nothing of versions gets JSON: for a plain
+ * GET [{"key":k,"value":v},...], as far as it fits, and an observer
+ * {"data":[{"key":k,"value":v},...]} with what has changed, where null is the value of a row that
+ * is gone. */
 #ifndef COAP_RPC_CPP_TABLE_HPP
 #define COAP_RPC_CPP_TABLE_HPP
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <optional>
+#include <string>
 
+#include "coap_svc/rpc/coap_rpc_direct.h"
+#include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/coap_rpc_sync.h"
 #include "coap_svc/rpc/cpp/address.hpp"
 #include "coap_svc/rpc/cpp/core.hpp"
@@ -39,14 +44,16 @@ struct TableShape {
   uint16_t keyLen, valLen;
   CoapRpcTupleKeyCmp compare;
   CoapRpcTupleToStr keyText, valText;
+  std::string (*keyJson)(const void *);
+  std::string (*valJson)(const void *);
 };
 
 template <typename Key, typename Val>
 constexpr TableShape shapeOf() {
   static_assert(Codec<Key>::size + Codec<Val>::size <= COAP_RPC_SYNC_MAX_TUPLE,
                 "coaprpc: key and value have more than 65,000 bytes together");
-  return {Codec<Key>::size, Codec<Val>::size, compareKeys<Key>, textFunctionOf<Key>(),
-          textFunctionOf<Val>()};
+  return {Codec<Key>::size,      Codec<Val>::size, compareKeys<Key>, textFunctionOf<Key>(),
+          textFunctionOf<Val>(), toJson<Key>,      toJson<Val>};
 }
 
 // TableRecord is a path with a table.  Like an Entry it stays when its table has ended; another
@@ -63,8 +70,9 @@ class TableRecord final : public Keyed {
 
   uint32_t registerIt() {
     CoapRpcSerVtblReg reg = {};
-    reg.payloadFormat = COAP_RPC_BYTE;
+    reg.payloadFormat = COAP_RPC_JSON;
     reg.userData = userDataOf(this);
+    reg.onRequest = onRequest;
     CoapRpcSerObVtblReg obReg = {};
     obReg.keyLen = shape_.keyLen;
     obReg.valLen = shape_.valLen;
@@ -86,6 +94,7 @@ class TableRecord final : public Keyed {
     sync_.userData = userDataOf(this);
     uint32_t ret = setSync();
     if (ret == 0) ret = replace(nothing, nullptr);
+    if (ret == 0) ret = answerGets();
     if (ret == 0) ret = Entry::attach(core(), key(), listen);
     isServing_ = ret == 0;
     return ret;
@@ -117,6 +126,12 @@ class TableRecord final : public Keyed {
  private:
   uint32_t setSync() { return COAP_RpcSerSetUriSync(core().ctx(), &key(), &sync_); }
 
+  uint32_t answerGets() {
+    CoapRpcSerDirectParam direct = {};
+    direct.methods = COAP_RPC_ALLOW_GET;
+    return COAP_RpcSerSetDirect(core().ctx(), &key(), &direct);
+  }
+
   static uint32_t nothing(uint64_t, void *, void *) { return COAP_RPC_SYNC_END; }
 
   static void onConfirmed(uint64_t userData, uint64_t version) {
@@ -126,21 +141,70 @@ class TableRecord final : public Keyed {
     }
   }
 
-  static uint32_t buildUpdate(uint64_t userData, uint8_t *key, uint8_t *val, void *out) {
-    const TableShape &shape = recordOf<TableRecord>(userData).shape_;
-    auto *msg = static_cast<CoapRpcSerIdlMsgBuf *>(out);
-    std::memcpy(msg->buf, key, shape.keyLen);
-    std::memcpy(msg->buf + shape.keyLen, val, shape.valLen);
-    msg->len = uint32_t{shape.keyLen} + shape.valLen;
+  // Listing is the JSON of the rows that an answer has room for.
+  struct Listing {
+    const TableShape &shape;
+    size_t room;
+    std::string json = "[";
+    uint64_t numLeft = 0;
+
+    void add(const void *key, const void *val) {
+      if (numLeft != 0) return void(++numLeft);
+      const std::string row = std::string(json.size() > 1 ? "," : "") +
+                              "{\"key\":" + shape.keyJson(key) +
+                              ",\"value\":" + shape.valJson(val) + "}";
+      json.size() + row.size() + kTailRoom < room ? void(json += row) : void(++numLeft);
+    }
+    std::string end() {
+      if (numLeft == 0) return json + "]";
+      return json + (json.size() > 1 ? "," : "") + "{\"more\":" + std::to_string(numLeft) + "}]";
+    }
+    static constexpr size_t kTailRoom = 40;
+  };
+
+  // visit must not throw through the C interface: what does ends the listing.
+  static uint32_t visit(uint64_t userData, const void *key, const void *val) noexcept {
+    auto &listing = *reinterpret_cast<Listing *>(userData);
+    COAPRPC_TRY { listing.add(key, val); }
+    COAPRPC_CATCH(...) { ++listing.numLeft; }
     return 0;
   }
 
+  static int32_t onRequest(uint64_t userData, const CoapRpcSerReqInfo *, uint8_t *, uint32_t,
+                           uint8_t *out, uint32_t size) {
+    TableRecord &record = recordOf<TableRecord>(userData);
+    int32_t len = Entry::kFailed;
+    record.core().guarded(record.key().uri, [&] { len = record.list(out, size); });
+    return len;
+  }
+
+  int32_t list(uint8_t *out, uint32_t size) {
+    Listing listing{.shape = shape_, .room = size};
+    COAP_RpcSerVisitTuples(core().ctx(), &key(), visit, reinterpret_cast<uint64_t>(&listing));
+    COAP_RpcSerSetAnswer(core().ctx(), 205, Format::json);
+    const std::string json = listing.end();
+    std::copy(json.begin(), json.end(), out);
+    return static_cast<int32_t>(json.size());
+  }
+
+  static uint32_t buildUpdate(uint64_t userData, uint8_t *key, uint8_t *val, void *out) {
+    return recordOf<TableRecord>(userData).build(key, val, out);
+  }
   static uint32_t buildDelete(uint64_t userData, uint8_t *key, void *out) {
-    const TableShape &shape = recordOf<TableRecord>(userData).shape_;
-    auto *msg = static_cast<CoapRpcSerIdlMsgBuf *>(out);
-    std::memcpy(msg->buf, key, shape.keyLen);
-    msg->len = shape.keyLen;
-    return 0;
+    return recordOf<TableRecord>(userData).build(key, nullptr, out);
+  }
+
+  // build fills the element of a change; null: the row is gone.
+  uint32_t build(const void *rowKey, const void *val, void *out) {
+    uint32_t ret = 1;
+    core().guarded(key().uri, [&] {
+      ret = setMember(out, "key", shape_.keyJson(rowKey));
+      if (ret == 0) ret = setMember(out, "value", val ? shape_.valJson(val) : "null");
+    });
+    return ret;
+  }
+  static uint32_t setMember(void *out, const char *name, const std::string &json) {
+    return COAP_RpcSerSetMember(out, name, json.data(), lenOf(json));
   }
 
   TableShape shape_;

@@ -10,7 +10,7 @@
  *     void encode(std::span<uint8_t, size> out) const;       // all 0 before
  *     static T decode(std::span<const uint8_t, size> bytes);   // or std::optional<T>
  *
- * `std::string text() const`, if a type has it, is what displays and JSON pages show. */
+ * `std::string text() const`, if a type has it, is what displays and JSON show. */
 #ifndef COAP_RPC_CPP_VALUE_HPP
 #define COAP_RPC_CPP_VALUE_HPP
 
@@ -18,10 +18,12 @@
 #include <bit>
 #include <concepts>
 #include <cstddef>
+#include <cstdio>
 #include <cstring>
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "coap_svc/rpc/coap_rpc_sync.h"
 #include "coap_svc/rpc/cpp/result.hpp"
@@ -147,6 +149,58 @@ struct Codec {
     }
   }
 };
+
+// skipUtf8 returns how many bytes the first character of a text has; 0 for what is no UTF-8.
+inline size_t skipUtf8(std::string_view text) {
+  const auto at = [&](size_t i) { return i < text.size() ? static_cast<uint8_t>(text[i]) : 0u; };
+  const uint32_t first = at(0), second = at(1);
+  const size_t len = first < 0x80 ? 1 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+  uint32_t code = len == 1 ? first : first & (0xFFu >> (len + 1));
+  for (size_t i = 1; i < len; ++i) {
+    if ((at(i) & 0xC0) != 0x80) return 0;
+    code = code << 6 | (at(i) & 0x3F);
+  }
+  const bool isLead = first < 0x80 || (first >= 0xC2 && first <= 0xF4);
+  const bool isShortest = !(first == 0xE0 && second < 0xA0) && !(first == 0xF0 && second < 0x90);
+  return isLead && isShortest && code <= 0x10FFFF && code >> 11 != 0xD800 >> 11 ? len : 0;
+}
+
+// quotedJson returns a text as a JSON string; nothing for what is no UTF-8.
+inline std::optional<std::string> quotedJson(std::string_view text) {
+  std::string json = "\"";
+  while (!text.empty()) {
+    const size_t len = skipUtf8(text);
+    if (len == 0) return {};
+    const auto first = static_cast<uint8_t>(text.front());
+    char escaped[8];
+    std::snprintf(escaped, sizeof(escaped), "\\u%04x", unsigned{first});
+    const bool isSpecial = first < 0x20 || first == '"' || first == '\\';
+    json += isSpecial ? std::string_view(escaped) : text.substr(0, len);
+    text.remove_prefix(len);
+  }
+  return json + '"';
+}
+
+inline std::string hexJson(const uint8_t *bytes, size_t size) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  std::string json = "\"";
+  for (size_t i = 0; i < size; ++i) {
+    json += kDigits[bytes[i] >> 4];
+    json += kDigits[bytes[i] & 0x0F];
+  }
+  return json + '"';
+}
+
+// toJson is a key or a value as people read it: its text(), else its bytes in hexadecimal.
+template <typename T>
+std::string toJson(const void *bytes) {
+  const auto *from = static_cast<const uint8_t *>(bytes);
+  std::optional<std::string> json;
+  if constexpr (HasText<T>) {
+    if (const std::optional<T> value = Codec<T>::decode(from)) json = quotedJson(value->text());
+  }
+  return json ? *json : hexJson(from, Codec<T>::size);
+}
 
 // toText is a display's text function of a type.  It answers with an empty text where it cannot.
 template <typename T>

@@ -31,6 +31,7 @@ inline constexpr char kPathLibHandler[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_
 inline constexpr char kPathLibExt[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_ext";
 inline constexpr char kPathLibDirect[] = COAP_RPC_SRC "libadapter/coap_rpc_lib_direct";
 inline constexpr char kPathLibCall[] = COAP_RPC_SRC "libadapter/rpc_call/coap_rpc_lib_rpc_call";
+inline constexpr char kPathLibMember[] = COAP_RPC_SRC "libadapter/publish/coap_rpc_lib_member";
 inline constexpr char kPathLibMirror[] = COAP_RPC_SRC "libadapter/mirror/coap_rpc_lib_mirror";
 inline constexpr char kPathLibStats[] = COAP_RPC_SRC "libadapter/stats/coap_rpc_lib_stats";
 inline constexpr char kPathSerUri[] = COAP_RPC_SRC "server/coap_rpc_ser_uri";
@@ -74,6 +75,8 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(GetSyncStateNoSync,      kPathInitSerSync, 1532,    0, "COAP_RpcSerGetSyncState: no such URI, or its tuples have no versions") \
   X(VisitSyncPeersNullArg,   kPathInitSerSync, 1541, 1540, "COAP_RpcSerVisitSyncPeers: null argument") \
   X(VisitSyncPeersNoSync,    kPathInitSerSync, 1542,    0, "COAP_RpcSerVisitSyncPeers: no such URI, or its tuples have no versions") \
+  X(VisitTuplesNullArg,      kPathInitSerSync, 1721, 1720, "COAP_RpcSerVisitTuples: null argument") \
+  X(VisitTuplesNoSync,       kPathInitSerSync, 1722,    0, "COAP_RpcSerVisitTuples: no such URI, or its tuples have no versions") \
   X(SetAdviceNullArg,        kPathInitAdvice, 1641, 1640, "COAP_RpcSetAdvice: null argument") \
   X(CliInitNoMemory,         kPathInitCli,      54,    0, "COAP_RpcSerInit, COAP_RpcCliInit: no memory for the side's context") \
   X(CliInitModules,          kPathInitCli,      60,    0, "COAP_RpcSerInit, COAP_RpcCliInit: a module of the side did not start") \
@@ -214,6 +217,9 @@ inline constexpr char kPathLog[] = COAP_RPC_SRC "common/coap_rpc_log";
   X(MirrorNoPage,            kPathLibMirror,  1619,    0, "COAP_RpcMirrorGetState: REFUSED: the answer is no page; the server or the URI has no versions") \
   X(MirrorBadPage,           kPathLibMirror,  1620,    0, "COAP_RpcMirrorGetState: REFUSED: a page with errors") \
   X(MirrorOtherLength,       kPathLibMirror,  1621,    0, "COAP_RpcMirrorGetState: REFUSED: a page has keys or values of other lengths") \
+  X(SetMemberNullArg,        kPathLibMember,  1724, 1723, "COAP_RpcSerSetMember: null argument") \
+  X(SetMemberNotJson,        kPathLibMember,  1725,    0, "COAP_RpcSerSetMember: the value is no JSON") \
+  X(SetMemberNoMemory,       kPathLibMember,  1726,    0, "COAP_RpcSerSetMember: no memory, or the name is no UTF-8") \
   X(GetStatsNullArg,         kPathLibStats,   1661, 1660, "COAP_RpcGetStats: null argument") \
   X(GetStatsBadSize,         kPathLibStats,   1662,    0, "COAP_RpcGetStats: size is less than 8") \
   X(VisitUriStatsNullArg,    kPathLibStats,   1664, 1663, "COAP_RpcVisitUriStats: null instance or callback") \

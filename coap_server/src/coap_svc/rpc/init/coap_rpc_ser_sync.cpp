@@ -82,6 +82,18 @@ uint32_t COAP_RpcSerGetSyncState(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
   return 0;
 }
 
+uint32_t COAP_RpcSerVisitTuples(CoapRpcCtx *ctx, const CoapRpcUriKey *key, CoapRpcVisitTuple visit,
+                                uint64_t userData) {
+  if (!ctx || !ctx->ser || !key || !visit) return Violated(kSiteVisitTuplesNullArg);
+  CoapRpcSerUriVtbl *entry = FindSynced(ctx, key);
+  if (!entry) return Code(kSiteVisitTuplesNoSync);
+  const CoapRpcUriTuple *tuple = COAP_RpcSerGetFirstUriTuple(entry);
+  while (tuple && visit(userData, tuple->key, tuple->key + entry->obVtbl->keyLen) == 0) {
+    tuple = COAP_RpcSerGetNextUriTuple(entry, tuple);
+  }
+  return 0;
+}
+
 uint32_t COAP_RpcSerVisitSyncPeers(CoapRpcCtx *ctx, const CoapRpcUriKey *key,
                                    CoapRpcVisitSyncPeer visit, uint64_t userData) {
   if (!ctx || !ctx->ser || !key || !visit) return Violated(kSiteVisitSyncPeersNullArg);
