@@ -49,7 +49,7 @@ static void coaprpc_set_listen(CoapRpcSerListenAddr *addr, const uint8_t *bytes,
 static void coaprpc_set_handler(CoapRpcSerVtblReg *reg, uint64_t userData, CoapRpcSerOnRequest onRequest,
                                 CoapRpcSerOnAsyncRequest onAsyncRequest) {
   memset(reg, 0, sizeof(*reg));
-  reg->payloadFormat = COAP_RPC_BYTE;
+  reg->payloadFormat = COAP_RPC_JSON;
   reg->mode = onAsyncRequest ? 1 : 0;
   reg->userData = userData;
   reg->onRequest = onRequest;

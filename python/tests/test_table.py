@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import asyncio
+import json
 from typing import Any
 
 import pytest
@@ -181,6 +182,67 @@ def test_table_is_shown_as_json_to_who_knows_no_versions(run: Run, port: int) ->
             assert caught.value.code == 405
 
     run(main)
+
+
+@record("!4sd3s")
+class Odd:
+    name: str
+    load: float
+    raw: bytes
+
+
+def test_what_json_has_not_is_a_text_or_hexadecimal(run: Run, port: int) -> None:
+    async def main() -> None:
+        async with Node("127.0.0.1", port) as node:
+            node.table("odd", Key, Odd)[Key(1)] = Odd("\udcff", float("nan"), b"\xff12")
+            text = (await node.call(f"coap://127.0.0.1:{port}/odd")).text
+            value = {"name": {"hex": "ff"}, "load": "nan", "raw": {"hex": "ff3132"}}
+            assert json.loads(text, parse_constant=pytest.fail) == [{"key": {"number": 1}, "value": value}]
+
+    run(main)
+
+
+def test_plain_observer_is_told_of_changes_as_json(run: Run, port: int) -> None:
+    async def main() -> None:
+        async with Node("127.0.0.1", port) as node, Node() as client:
+            table, names = node.table("ports", Key, Val), node.table("names", Key, Nothing)
+            table[Key(1)] = Val(1, "")
+            notes = [client.observe(f"coap://127.0.0.1:{port}/{name}") for name in ("ports", "names")]
+            await asyncio.gather(*map(anext, notes))
+            table[Key(2)] = Val(2, "\u00e9")
+            del table[Key(1)]
+            names[Key(1)] = Nothing()
+            of_ports, of_names = await asyncio.gather(*map(anext, notes))
+            assert of_ports.content_format == 50
+            rows = {row["key"]["number"]: row["value"] for row in of_ports.json()["data"]}
+            assert rows == {1: None, 2: {"speed": 2, "name": "\u00e9"}}
+            assert of_names.json() == {"data": [{"key": {"number": 1}, "value": {}}]}
+            await asyncio.gather(*(note.aclose() for note in notes))
+
+    run(main)
+
+
+def test_pages_for_people_have_the_fields(run: Run, port: int) -> None:
+    async def main() -> None:
+        async with Node("127.0.0.1", port) as node:
+            table = node.table("ports", Key, Val)
+            long = node.table("long", Long, Nothing)
+            table[Key(1)] = Val(2, "\u00e9")
+            long[Long("\N{SNOWMAN}" * 80)] = Nothing()
+            pages = []
+            for name in ("ports", "long"):
+                url = f"coap://127.0.0.1:{port}/{name}?_sync=1"
+                head = (await node.call(url, accept=50)).json()
+                pages.append((await node.call(f"{url}&id={head[2]}&since=0", accept=50)).json())
+            assert pages[0][-2:] == ["number=1", "speed=2, name=\u00e9"]
+            assert pages[1][-2:] == ["text=" + "\N{SNOWMAN}" * 40, ""]
+
+    run(main)
+
+
+@record("!240s")
+class Long:
+    text: str
 
 
 class Reader:

@@ -7,9 +7,7 @@ from __future__ import annotations
 
 import argparse
 import asyncio
-import dataclasses
 import json
-import math
 import os
 import socket
 import sys
@@ -17,7 +15,7 @@ from typing import Any
 from urllib.parse import urlsplit, urlunsplit
 
 from . import JSON, CallTimeout, Change, CoapRpcError, ErrorReply, Node, Reply, record
-from ._record import widths
+from ._record import plain, widths
 from ._serve import milliseconds
 
 _OK, _FAILED, _INTERRUPTED = 0, 1, 130
@@ -97,23 +95,7 @@ def _row_of(layout: str) -> type[Any]:
 
 
 def _fields(row: Any) -> list[Any] | None:
-    return None if row is None else [_plain(getattr(row, field.name)) for field in dataclasses.fields(row)]
-
-
-def _plain(value: Any) -> Any:
-    """A field as JSON has it: bytes that are no text in hexadecimal, and what is no number as a text."""
-    if isinstance(value, float) and not math.isfinite(value):
-        return str(value)
-    if isinstance(value, str) and not value.isprintable():
-        return _text(value.encode(errors="surrogateescape"))
-    return _text(value) if isinstance(value, bytes) else value
-
-
-def _text(data: bytes) -> str | dict[str, str]:
-    try:
-        return data.decode()
-    except ValueError:
-        return {"hex": data.hex()}
+    return None if row is None else list(plain(row).values())
 
 
 def _shown_change(change: Change[Any, Any]) -> dict[str, Any]:

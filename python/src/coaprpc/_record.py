@@ -3,10 +3,11 @@
 from __future__ import annotations
 
 import dataclasses
+import math
 import re
 import struct
 from collections.abc import Callable
-from typing import Generic, TypeVar, dataclass_transform
+from typing import Any, Generic, TypeVar, dataclass_transform
 
 from ._native import lib
 
@@ -84,6 +85,27 @@ def _str_bytes(field: object, name: str, width: int) -> bytes:
     return data
 
 
+def plain(row: Any) -> dict[str, Any]:
+    """The fields of a record as JSON has them: bytes that are no text in hexadecimal, and what is no number as
+    a text."""
+    return {field.name: _plain(getattr(row, field.name)) for field in dataclasses.fields(row)}
+
+
+def _plain(value: Any) -> Any:
+    if isinstance(value, float) and not math.isfinite(value):
+        return str(value)
+    if isinstance(value, str) and not value.isprintable():
+        return _text(value.encode(errors="surrogateescape"))
+    return _text(value) if isinstance(value, bytes) else value
+
+
+def _text(data: bytes) -> str | dict[str, str]:
+    try:
+        return data.decode()
+    except ValueError:
+        return {"hex": data.hex()}
+
+
 class Codec(Generic[T]):
     """Turns objects of a record class into bytes and back."""
 
@@ -110,6 +132,9 @@ class Codec(Generic[T]):
             return self._struct.pack(*fields)
         except struct.error as error:
             raise ValueError(f"{value!r}: {error}") from None
+
+    def plain(self, data: bytes) -> dict[str, Any]:
+        return plain(self.unpack(data))
 
     def unpack(self, data: bytes) -> T:
         fields = list(self._struct.unpack(data))

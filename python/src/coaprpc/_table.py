@@ -9,14 +9,14 @@ from __future__ import annotations
 import asyncio
 import json
 from collections.abc import Iterator, Mapping, MutableMapping
-from dataclasses import asdict, dataclass
+from dataclasses import dataclass
 from typing import Any, TypeVar
 from weakref import WeakValueDictionary
 
 from ._errors import NodeClosed, check
 from ._instance import logger
 from ._native import ffi, lib
-from ._record import codec_of
+from ._record import Codec, codec_of
 from ._request import JSON, Method, Request, Response
 from ._serve import Entry, Server, direct_param, new_key
 
@@ -58,6 +58,35 @@ def coaprpc_on_observer_num(user_data: int, _num: int) -> None:
     _wake(user_data)
 
 
+@ffi.def_extern(error=1, onerror=_failed)  # type: ignore[untyped-decorator]
+def coaprpc_build_update(user_data: int, key: Any, value: Any, out: Any) -> int:
+    return _tables[user_data].build(key, value, out)
+
+
+@ffi.def_extern(error=1, onerror=_failed)  # type: ignore[untyped-decorator]
+def coaprpc_build_delete(user_data: int, key: Any, out: Any) -> int:
+    return _tables[user_data].build(key, None, out)
+
+
+def _text_function(codec: Codec[Any]) -> Any:
+    """A function of C that shows keys or values: it is told their bytes alone, so each table needs its own."""
+
+    def show(data: Any, out: Any, size: int) -> Any:
+        fields = codec.plain(ffi.buffer(data, codec.size)[:]).items()
+        text = ", ".join(f"{name}={value}" for name, value in fields).replace("\0", " ")
+        fitting = text.encode()[: size - 1].decode(errors="ignore").encode()
+        ffi.memmove(out, fitting + b"\0", len(fitting) + 1)
+        return out
+
+    return ffi.callback("CoapRpcTupleToStr", show, error=ffi.NULL, onerror=_failed)
+
+
+def _set_member(out: Any, name: bytes, value: Any) -> int:
+    text = json.dumps(value).encode()
+    result: int = lib.COAP_RpcSerSetMember(out, name, text, len(text))
+    return result
+
+
 def _wake(user_data: int) -> None:
     table = _tables.get(user_data)
     if table is not None:
@@ -88,6 +117,7 @@ class Table(MutableMapping[K, V]):
 
     def _register(self, server: Server) -> None:
         entry = Entry(server, self.path, self._show, ())
+        self._texts = _text_function(self._keys), _text_function(self._values)
         self._id = entry.id
         _tables[entry.id] = self
         tuples = ffi.new(
@@ -96,6 +126,10 @@ class Table(MutableMapping[K, V]):
                 "keyLen": self._keys.size,
                 "valLen": self._values.size,
                 "tupleKeyCmp": lib.coaprpc_key_cmp(self._keys.size),
+                "keyToStr": self._texts[0],
+                "valToStr": self._texts[1],
+                "buildUpdate": lib.coaprpc_build_update,
+                "buildDelete": lib.coaprpc_build_delete,
                 "onObserverNum": lib.coaprpc_on_observer_num,
             },
         )
@@ -105,8 +139,15 @@ class Table(MutableMapping[K, V]):
 
     async def _show(self, _request: Request) -> Response:
         """Answers who asks for the table without its versions."""
-        rows = [{"key": asdict(key), "value": asdict(value)} for key, value in self.items()]  # type: ignore[call-overload]
-        return Response(json.dumps(rows, default=bytes.hex), content_format=JSON)
+        show_key, show_value = self._keys.plain, self._values.plain
+        rows = [{"key": show_key(key), "value": show_value(value)} for key, value in self._rows.items()]
+        return Response(json.dumps(rows), content_format=JSON)
+
+    def build(self, key: Any, value: Any, out: Any) -> int:
+        """Fills the element that tells plain observers of a change; no value: the row is gone."""
+        data = None if value is None else ffi.buffer(value, self._values.size)[:] if value else b""
+        failed = _set_member(out, b"key", self._keys.plain(ffi.buffer(key, self._keys.size)[:]))
+        return failed or _set_member(out, b"value", None if data is None else self._values.plain(data))
 
     def _keep_versions(self, window_ms: int) -> None:
         param = ffi.new(
