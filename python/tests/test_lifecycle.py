@@ -195,6 +195,30 @@ def test_hundred_nodes_at_once(run: Run, port: int) -> None:
     run(main)
 
 
+class BareHandle:
+    """A handle of a timer that can be cancelled and nothing else, as uvloop has them."""
+
+    _source_traceback = None
+
+    def __init__(self, handle: asyncio.TimerHandle) -> None:
+        self.cancel = handle.cancel
+
+
+class OtherLoop(asyncio.SelectorEventLoop):
+    def call_at(self, *args: Any, **kwargs: Any) -> Any:
+        return BareHandle(super().call_at(*args, **kwargs))
+
+
+def test_loop_of_another_kind(port: int) -> None:
+    async def main() -> bytes:
+        async with Node("127.0.0.1", port) as node:
+            node.serve("a")(lambda request: request.payload)
+            return (await node.call(f"coap://127.0.0.1:{port}/a", b"hi")).payload
+
+    with asyncio.Runner(loop_factory=OtherLoop) as runner:
+        assert runner.run(main()) == b"hi"
+
+
 def test_nodes_of_two_threads_do_not_wait_for_each_other(run: Run, port: int) -> None:
     """One is opened, used and closed while a handler of the other one is running."""
 

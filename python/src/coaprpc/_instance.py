@@ -155,6 +155,7 @@ class Instance:
         self._finalizer = weakref.finalize(self, _abandon, *self._handles)
         self._thread = threading.get_ident()
         self._timer: asyncio.TimerHandle | None = None
+        self._due = 0.0  # of the timer: not every loop's handles tell
         self._raised: BaseException | None = None
         self._fd: int = lib.COAP_RpcGetIoFd(self._ctx)
         self._console_fd: int | None = None
@@ -221,10 +222,10 @@ class Instance:
             return
         due = self.loop.time() + ms / 1000
         if self._timer is not None:
-            if self._timer.when() <= due:
+            if self._due <= due:
                 return
             self._timer.cancel()
-        self._timer = self.loop.call_at(due, self._on_timer)
+        self._due, self._timer = due, self.loop.call_at(due, self._on_timer)
 
     def _disarm(self) -> None:
         if self._timer is not None:
