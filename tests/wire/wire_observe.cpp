@@ -242,6 +242,19 @@ TEST_F(ObserveWire, CancelCon_Gets201AndEndsTheNotifications) {
   ExpectSilence(peer_);
 }
 
+// The network repeats the first cancel after the client has registered again (RFC 7641 4.1).
+TEST_F(ObserveWire, LateCancelOfAnotherToken_EndsNothing) {
+  ServeObs(COAP_RPC_CON);
+  Register(peer_, CoapType::kCon, {1});
+  const CoapMessage cancel = Observe(CoapType::kCon, {1}, "", 1);
+  Ask(cancel);
+  Register(peer_, CoapType::kCon, {2});
+  EXPECT_EQ(Ask(cancel).code, Code(2, 1));
+  EXPECT_EQ(entry_->observerNum, 1u);
+  Update("k001", "v001");
+  EXPECT_EQ(NextNotification(peer_).token, Bytes{2});
+}
+
 TEST_F(ObserveWire, CancelNon_LeavesPendingChangesToTheOthers) {
   ServeObs(COAP_RPC_NON);
   RawPeer stays;
