@@ -2,12 +2,15 @@
 
 from __future__ import annotations
 
+import array
 import asyncio
 import bisect
+import fcntl
 import json
 import os
 import signal
 import sys
+import termios
 from typing import Any
 
 import pytest
@@ -174,7 +177,7 @@ def test_what_json_has_not_is_hexadecimal_or_text(run: Run, port: int) -> None:
     run(main)
 
 
-def test_json_of_any_depth_is_shown_in_some_way(capsys: pytest.CaptureFixture[str]) -> None:
+def test_json_of_any_depth_is_shown_in_some_way(capfd: pytest.CaptureFixture[str]) -> None:
     """Since Python 3.12 the deepest that can be read is a level more than what a line can hold."""
 
     def nested(depth: int) -> Reply:
@@ -186,7 +189,7 @@ def test_json_of_any_depth_is_shown_in_some_way(capsys: pytest.CaptureFixture[st
     deepest = bisect.bisect_left(range(20000), True, key=is_hexadecimal)
     for depth in range(deepest - 20, deepest + 50):
         _say(_shown(nested(depth)))
-    lines = capsys.readouterr().out
+    lines = capfd.readouterr().out
     assert (lines.count('"payload"') > 0, lines.count('"payload_hex"') > 0) == (True, True)
     assert len(lines.splitlines()) == 70
 
@@ -250,6 +253,52 @@ def test_output_that_fails_ends_it(run: Run, port: int, where: str) -> None:
             os.close(fd)
         assert process.returncode == 1
         assert err == (b"" if where == "closed pipe" else b"coaprpc: [Errno 28] No space left on device\n")
+
+    run(main)
+
+
+def test_no_standard_output(run: Run, port: int) -> None:
+    async def main() -> None:
+        async with Node("127.0.0.1", port) as node:
+            node.serve("a")(lambda request: "a")
+            process = await start("get", f"coap://127.0.0.1:{port}/a", preexec_fn=lambda: os.close(1))
+            _, err = await process.communicate()
+        assert (process.returncode, err) == (1, b"coaprpc: [Errno 9] there is no standard output\n")
+
+    run(main)
+
+
+def test_line_that_waits_is_written_to_its_end_when_interrupted(run: Run, port: int) -> None:
+    async def main() -> None:
+        reader, writer = os.pipe()
+        async with Node("127.0.0.1", port) as node:
+
+            @node.serve("a")
+            async def large(request: Request) -> str:
+                return "x" * 400_000
+
+            process = await start("get", f"coap://127.0.0.1:{port}/a", stdout=writer)
+            os.close(writer)
+            waiting = array.array("i", [0])
+            while waiting[0] < fcntl.fcntl(reader, fcntl.F_GETPIPE_SZ):
+                await asyncio.sleep(0.01)
+                fcntl.ioctl(reader, termios.FIONREAD, waiting)
+            process.send_signal(signal.SIGINT)
+            with os.fdopen(reader, "rb") as pipe:
+                out = await asyncio.to_thread(pipe.read)
+            await process.wait()
+        assert json.loads(out)["payload"] == "x" * 400_000
+
+    run(main)
+
+
+def test_data_that_no_call_takes_is_not_read_for_ever(run: Run, port: int) -> None:
+    async def main() -> None:
+        endless = os.open("/dev/zero", os.O_RDONLY)
+        process = await start("post", f"coap://127.0.0.1:{port}/a", "-", stdin=endless)
+        os.close(endless)
+        out, _ = await process.communicate()
+        assert (process.returncode, json.loads(out)["error"]) == (1, "CoapRpcError")
 
     run(main)
 

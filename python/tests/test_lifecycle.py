@@ -205,7 +205,7 @@ class BareHandle:
 
 
 class OtherLoop(asyncio.SelectorEventLoop):
-    def call_at(self, *args: Any, **kwargs: Any) -> Any:
+    def call_at(self, *args: Any, **kwargs: Any) -> Any:  # type: ignore[override]
         return BareHandle(super().call_at(*args, **kwargs))
 
 

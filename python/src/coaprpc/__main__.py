@@ -7,6 +7,7 @@ from __future__ import annotations
 
 import argparse
 import asyncio
+import errno
 import json
 import os
 import socket
@@ -15,6 +16,7 @@ from typing import Any
 from urllib.parse import urlsplit, urlunsplit
 
 from . import JSON, CallTimeout, Change, CoapRpcError, ErrorReply, Node, Reply, record
+from ._native import lib
 from ._record import plain, widths
 from ._serve import milliseconds
 
@@ -51,15 +53,21 @@ def _shown(reply: Reply) -> dict[str, Any]:
 
 
 def _say(line: dict[str, Any]) -> None:
-    print(json.dumps(line, allow_nan=False), flush=True)
+    """A line is written to its end, as print does not do when it waits and a signal comes."""
+    if sys.stdout is None:
+        raise OSError(errno.EBADF, "there is no standard output")
+    data = memoryview(json.dumps(line, allow_nan=False).encode() + b"\n")
+    while data:
+        data = data[os.write(sys.stdout.fileno(), data) :]
 
 
 def _data(argument: str) -> bytes:
+    """What can be sent of it, or a byte more, which the call refuses."""
     if argument != "-":
         return os.fsencode(argument)
     if sys.stdin is None:
         raise ValueError("there is no standard input")
-    return sys.stdin.buffer.read()
+    return sys.stdin.buffer.read(lib.COAP_RPC_MAX_CALL_PAYLOAD + 1)
 
 
 async def _ask(node: Node, args: argparse.Namespace) -> None:
@@ -198,14 +206,13 @@ def main(arguments: list[str] | None = None) -> int:
     except (ValueError, socket.gaierror) as error:
         parser.error(str(error))
     except OSError as error:
-        return _mute(error)
+        return _complain(error)
     except KeyboardInterrupt:
         return _INTERRUPTED
 
 
-def _mute(error: OSError) -> int:
-    """The output has failed: nothing more goes there, at the interpreter's end either."""
-    os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
+def _complain(error: OSError) -> int:
+    """The output has failed."""
     if not isinstance(error, BrokenPipeError):
         print(f"coaprpc: {error}", file=sys.stderr)
     return _FAILED
