@@ -11,6 +11,7 @@ import os
 import signal
 import sys
 import termios
+from pathlib import Path
 from typing import Any
 
 import pytest
@@ -268,6 +269,11 @@ def test_no_standard_output(run: Run, port: int) -> None:
     run(main)
 
 
+def is_pending(pid: int) -> bool:
+    """Whether a process has not seen a signal that it was sent."""
+    return "ShdPnd:\t0000000000000000" not in Path(f"/proc/{pid}/status").read_text()
+
+
 def test_line_that_waits_is_written_to_its_end_when_interrupted(run: Run, port: int) -> None:
     async def main() -> None:
         reader, writer = os.pipe()
@@ -284,6 +290,8 @@ def test_line_that_waits_is_written_to_its_end_when_interrupted(run: Run, port: 
                 await asyncio.sleep(0.01)
                 fcntl.ioctl(reader, termios.FIONREAD, waiting)
             process.send_signal(signal.SIGINT)
+            while is_pending(process.pid):
+                await asyncio.sleep(0.01)
             with os.fdopen(reader, "rb") as pipe:
                 out = await asyncio.to_thread(pipe.read)
             await process.wait()
