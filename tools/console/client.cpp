@@ -18,6 +18,15 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
+// What is kept of lists that a host sends.
+constexpr size_t kMaxListed = 10000;
+constexpr size_t kMaxErrors = 100;
+
+template <typename Item>
+void AddListed(std::vector<Item> &list, Item &&item) {
+  if (list.size() < kMaxListed) list.push_back(std::move(item));
+}
+
 Texts SplitAtTabs(std::string_view text) {
   Texts parts;
   for (size_t at = 0; at <= text.size();) {
@@ -89,7 +98,7 @@ Client::Answer Client::Ask(const std::string &request, Take take) {
   }
   Answer answer;
   isStopping_ = false;
-  connection_.Send(request);
+  connection_.Ask(request);
   for (;;) {
     const Reply reply = connection_.Next();
     if (reply.kind == Reply::Kind::kLost) {
@@ -105,7 +114,7 @@ Client::Answer Client::Ask(const std::string &request, Take take) {
       answer.outcome = OutcomeOf(answer.result, isStopping_);
       return answer;
     } else if (reply.tag == KESTREL_CONSOLE_ERROR) {
-      answer.errors.push_back(reply.text);
+      if (answer.errors.size() < kMaxErrors) answer.errors.push_back(reply.text);
     } else if (!isStopping_) {
       take(reply);
     }
@@ -120,7 +129,7 @@ Outcome Client::AskAndComplain(const std::string &request, Take take) {
 }
 
 void Client::Stop() {
-  if (!isStopping_) connection_.Send("stop");
+  if (!isStopping_) connection_.Stop();
   isStopping_ = true;
 }
 
@@ -178,7 +187,7 @@ Client::Answer Client::RunInFull(const std::string &line, LineSink &sink) {
 Client::Answer Client::RunAbbreviated(const std::string &line, LineSink &sink, Answer &&unknown) {
   std::vector<HostCommand> commands;
   const Answer listed =
-      Ask("commands", [&](const Reply &reply) { commands.push_back(ParseCommand(reply.text)); });
+      Ask("commands", [&](const Reply &reply) { AddListed(commands, ParseCommand(reply.text)); });
   if (listed.outcome != Outcome::kOk) return listed;
   Texts texts;
   for (const HostCommand &command : commands) {
@@ -196,7 +205,7 @@ Client::Answer Client::RunAbbreviated(const std::string &line, LineSink &sink, A
 
 Outcome Client::Commands(std::vector<HostCommand> &commands) {
   return AskAndComplain("commands",
-                        [&](const Reply &reply) { commands.push_back(ParseCommand(reply.text)); });
+                        [&](const Reply &reply) { AddListed(commands, ParseCommand(reply.text)); });
 }
 
 // A host that is older than the request refuses it, which is no error.
@@ -208,7 +217,8 @@ Outcome Client::CommandsWithHelp(std::vector<HostCommand> &commands) {
 }
 
 Outcome Client::Objects(std::vector<std::string> &objects) {
-  return AskAndComplain("objects", [&](const Reply &reply) { objects.push_back(reply.text); });
+  return AskAndComplain(
+      "objects", [&](const Reply &reply) { AddListed(objects, std::string(reply.text)); });
 }
 
 bool CommandLine(const std::vector<std::string> &words, std::string &line) {

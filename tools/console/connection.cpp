@@ -7,6 +7,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -58,6 +59,7 @@ bool Connection::Open(const std::string &path, std::string &reason) {
   Close();
   path_ = path;
   if (!Connect(path, reason)) return false;
+  BeginAnswer();
   const Reply hello = Next();
   if (hello.kind == Reply::Kind::kLine && hello.tag == KESTREL_CONSOLE_GREETING) {
     isOpen_ = hello.text == KESTREL_CONSOLE_HELLO;
@@ -86,6 +88,27 @@ bool Connection::Connect(const std::string &path, std::string &reason) {
   }
   reason = strerror(errno);
   return false;
+}
+
+void Connection::Ask(std::string_view request) {
+  BeginAnswer();
+  Send(request);
+}
+
+void Connection::BeginAnswer() {
+  answerBytes_ = 0;
+  if (bounds_) answerEnd_ = Clock::now() + bounds_->time;
+}
+
+// PatienceMs is how long the next byte may take.
+int Connection::PatienceMs() const {
+  if (!bounds_) return timeoutMs_;
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(answerEnd_ - Clock::now());
+  return std::min(timeoutMs_, static_cast<int>(std::max<int64_t>(left.count(), 0)));
+}
+
+bool Connection::IsBeyondBounds() const {
+  return bounds_ && (answerBytes_ > bounds_->bytes || Clock::now() >= answerEnd_);
 }
 
 void Connection::Send(std::string_view request) {
@@ -121,26 +144,36 @@ bool Connection::TakeLine(Reply &reply) {
   return true;
 }
 
+// Wait returns false and sets `reply` when there is nothing to wait for.
+bool Connection::Wait(Reply &reply) {
+  pollfd waiting[] = {{fd_, POLLIN, 0}, {bounds_ ? bounds_->endFd : -1, POLLIN, 0}};
+  const int ready = WasInterrupted() ? 0 : poll(waiting, std::size(waiting), PatienceMs());
+  if (WasInterrupted()) {
+    reply = {Reply::Kind::kInterrupted, 0, ""};
+  } else if (waiting[1].revents != 0) {
+    reply = Lose("the connection is not needed any more");
+  } else if (IsBeyondBounds()) {
+    reply = Lose("the host does not end its answer");
+  } else if (ready == 0) {
+    reply = Lose("the host does not answer");
+  } else {
+    return true;
+  }
+  return false;
+}
+
 // Fill reads more; false and `reply` set when there is nothing more to read now.
 bool Connection::Fill(Reply &reply) {
   if (buffer_.size() > KESTREL_CONSOLE_MAX_REPLY) {
     reply = Lose("this is no host's socket");
     return false;
   }
-  pollfd waiting{fd_, POLLIN, 0};
-  const int ready = WasInterrupted() ? 0 : poll(&waiting, 1, timeoutMs_);
-  if (WasInterrupted()) {
-    reply = {Reply::Kind::kInterrupted, 0, ""};
-    return false;
-  }
-  if (ready == 0) {
-    reply = Lose("the host does not answer");
-    return false;
-  }
+  if (!Wait(reply)) return false;
   char bytes[65536];
-  const ssize_t len = ready < 0 ? -1 : recv(fd_, bytes, sizeof bytes, 0);
+  const ssize_t len = recv(fd_, bytes, sizeof bytes, MSG_DONTWAIT);
   if (len > 0) buffer_.append(bytes, static_cast<size_t>(len));
-  if (len > 0 || (len < 0 && errno == EINTR)) return true;
+  if (len > 0) answerBytes_ += static_cast<size_t>(len);
+  if (len > 0 || (len < 0 && (errno == EINTR || errno == EAGAIN))) return true;
   reply = Lose(len == 0 ? "the host closed the connection" : SystemText("the connection failed"));
   return false;
 }

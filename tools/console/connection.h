@@ -2,6 +2,8 @@
 #ifndef KESTREL_TOOLS_CONSOLE_CONNECTION_H
 #define KESTREL_TOOLS_CONSOLE_CONNECTION_H
 
+#include <chrono>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -19,11 +21,19 @@ struct Reply {
   std::string text;
 };
 
+// AnswerBounds is for who talks to hosts that nobody watches; a host that exceeds them is lost.
+struct AnswerBounds {
+  std::chrono::milliseconds time;  // for all lines of an answer, and for a greeting
+  size_t bytes;                    // of an answer
+  int endFd;                       // readable: the connection is over
+};
+
 // Connection speaks the protocol of kestrel_console.h line by line.
 class Connection {
  public:
   // `timeoutMs` is how long the host may be silent when a line of it is due; -1: for ever.
-  explicit Connection(int timeoutMs) : timeoutMs_(timeoutMs) {}
+  explicit Connection(int timeoutMs, std::optional<AnswerBounds> bounds = std::nullopt)
+      : timeoutMs_(timeoutMs), bounds_(bounds) {}
   ~Connection();
   Connection(const Connection &) = delete;
   Connection &operator=(const Connection &) = delete;
@@ -45,21 +55,32 @@ class Connection {
   // Descriptor becomes readable when the host closes; -1 without a connection.
   int Descriptor() const { return isOpen_ ? fd_ : -1; }
 
-  // Send sends a request, which has no line feed.  Failures show up in Next.
-  void Send(std::string_view request);
+  // Ask sends a request, which has no line feed, and Stop ends it.  Failures show up in Next.
+  void Ask(std::string_view request);
+  void Stop() { Send("stop"); }
 
   // Next waits for the next line.
   Reply Next();
 
  private:
   bool Connect(const std::string &path, std::string &reason);
+  void Send(std::string_view request);
+  void BeginAnswer();
+  int PatienceMs() const;
+  bool IsBeyondBounds() const;
+  bool Wait(Reply &reply);
   bool TakeLine(Reply &reply);
   bool Fill(Reply &reply);
 
   Reply Lose(std::string why);
   void Close();
 
+  using Clock = std::chrono::steady_clock;
+
   int timeoutMs_;
+  std::optional<AnswerBounds> bounds_;
+  Clock::time_point answerEnd_{};  // of the bounds
+  size_t answerBytes_ = 0;
   std::string path_;
   int fd_ = -1;
   bool isOpen_ = false;

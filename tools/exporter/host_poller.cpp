@@ -1,6 +1,9 @@
 /* host_poller.cpp: one host, and what is known of it. */
 #include "host_poller.h"
 
+#include <sys/eventfd.h>
+#include <unistd.h>
+
 #include <algorithm>
 
 namespace exporter {
@@ -9,12 +12,13 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr int kSilenceMs = 5000;  // of a host, after which it counts as away
+constexpr int kSilenceMs = 5000;   // of a host, after which it counts as away
+constexpr auto kAnswerTime = 30s;  // of a command, likewise
+constexpr size_t kMaxAnswerBytes = 2 * kMaxTableBytes;
 constexpr auto kRoundPeriod = 1s;
 constexpr auto kListPeriod = 10s;
 constexpr auto kDemandLasts = 3s;
 constexpr auto kWantedLasts = 10s;
-constexpr auto kPatience = 6s;  // of a viewer
 constexpr char kNotTried[] = "not connected yet";
 constexpr size_t kMaxTables = 64;
 constexpr size_t kMaxWanted = 32;
@@ -53,7 +57,8 @@ bool IsShown(const console::HostCommand &command) {
 HostPoller::HostPoller(std::string name, std::string path)
     : name_(std::move(name)),
       path_(std::move(path)),
-      connection_(kSilenceMs),
+      endFd_(eventfd(0, EFD_CLOEXEC)),
+      connection_(kSilenceMs, console::AnswerBounds{kAnswerTime, kMaxAnswerBytes, endFd_}),
       client_(connection_, [this](std::string_view error) { lastError_ = error; }) {
   view_.name = name_;
   view_.reason = kNotTried;
@@ -66,7 +71,9 @@ HostPoller::~HostPoller() {
     isStopping_ = true;
   }
   changed_.notify_all();
+  eventfd_write(endFd_, 1);
   thread_.join();
+  close(endFd_);
 }
 
 HostView HostPoller::Glance() {
@@ -76,10 +83,10 @@ HostView HostPoller::Glance() {
   return view_;
 }
 
-HostView HostPoller::Look(const std::optional<TableId> &wanted) {
+HostView HostPoller::Look(Clock::time_point deadline, const std::optional<TableId> &wanted) {
   std::unique_lock lock(mutex_);
-  changed_.wait_for(lock, kPatience,
-                    [&] { return isStopping_ || view_.isUp || view_.reason != kNotTried; });
+  changed_.wait_until(lock, deadline,
+                      [&] { return isStopping_ || view_.isUp || view_.reason != kNotTried; });
   const auto now = Clock::now();
   lastAsked_ = now;
   const bool isNew = wanted && !view_.tables.contains(*wanted);
@@ -89,7 +96,7 @@ HostView HostPoller::Look(const std::optional<TableId> &wanted) {
   changed_.notify_all();
   // A round that is under way may have passed a table that is wanted only now.
   const uint64_t due = view_.numRounds + (isNew ? 2 : 1);
-  changed_.wait_for(lock, kPatience, [&] {
+  changed_.wait_until(lock, deadline, [&] {
     return isStopping_ || !view_.isUp || view_.numRounds >= due ||
            (wanted && view_.tables.contains(*wanted) && isNew);
   });
@@ -103,7 +110,7 @@ void HostPoller::Run() {
     } else if (connection_.NoticeLoss()) {
       PublishAway("the host closed the connection");
     } else {
-      Round();
+      RoundIfAsked();
     }
   }
 }
@@ -126,17 +133,21 @@ void HostPoller::Connect() {
   if (!connection_.Open(path_, reason)) return PublishAway(reason);
   listedAt_ = {};
   client_.SetObject("");
-  const std::lock_guard lock(mutex_);
-  view_.isUp = true;
-  view_.reason.clear();
-  changed_.notify_all();
+  Round(Clock::now());
 }
 
-void HostPoller::Round() {
+void HostPoller::RoundIfAsked() {
   const auto begin = Clock::now();
   {
     const std::lock_guard lock(mutex_);
     if (begin - lastAsked_ >= kDemandLasts || begin - lastRound_ < kRoundPeriod) return;
+  }
+  Round(begin);
+}
+
+void HostPoller::Round(Clock::time_point begin) {
+  {
+    const std::lock_guard lock(mutex_);
     lastRound_ = begin;
     std::erase_if(wanted_, [&](const auto &entry) { return begin - entry.second > kWantedLasts; });
   }
@@ -221,6 +232,8 @@ void HostPoller::NoteAnswerTime(Clock::duration took) {
 void HostPoller::PublishRound(std::map<TableId, TablePtr> &&tables, size_t numLeftOut) {
   lastTables_ = std::move(tables);
   const std::lock_guard lock(mutex_);
+  view_.isUp = true;
+  view_.reason.clear();
   view_.tables = lastTables_;
   view_.numLeftOut = numLeftOut;
   view_.answerP50 = Quantile(answerTimes_, 0.5);

@@ -4,11 +4,13 @@
  * hangs holds up nobody else, and a command never runs more than once at a time, or more often than
  * once a second, however many viewers there are.
  *
- *   away     tries to connect once a second                      -> idle, when that succeeds
- *   idle     looks once a second whether the host is still there -> away, or rounds when asked
- *   rounds   runs all commands once a second                     -> idle, 3 s after the last viewer
+ *   away     tries once a second to connect and to run all commands -> idle, when that succeeds
+ *   idle     looks once a second whether the host is still there    -> away, or rounds when asked
+ *   rounds   runs all commands once a second                        -> idle, 3 s after the last
+ *                                                                      viewer
  *
- * What the host offers is listed again every 10 s and after each connect. */
+ * What the host offers is listed again every 10 s and after each connect.  A host that is silent,
+ * or that does not end an answer, is away: what it may send and take is bounded. */
 #ifndef KESTREL_TOOLS_EXPORTER_HOST_POLLER_H
 #define KESTREL_TOOLS_EXPORTER_HOST_POLLER_H
 
@@ -48,21 +50,22 @@ class HostPoller {
 
   const std::string &Name() const { return name_; }
 
-  // Look asks for rounds and returns what is known, at most a second old if the host answers in
-  // time.  Waits for the first try to reach the host.  A table of `wanted` is run as well, for a
-  // while.
-  HostView Look(const std::optional<TableId> &wanted = std::nullopt);
+  using Clock = std::chrono::steady_clock;
+
+  // Look asks for rounds and returns what is known, at most a second old if the host answers until
+  // the deadline.  Waits for the first try to reach the host.  A table of `wanted` is run as well,
+  // for a while.
+  HostView Look(Clock::time_point deadline, const std::optional<TableId> &wanted = std::nullopt);
 
   // Glance asks for rounds and returns what is known, without waiting.
   HostView Glance();
 
  private:
-  using Clock = std::chrono::steady_clock;
-
   void Run();
   bool WaitForWork();
   void Connect();
-  void Round();
+  void RoundIfAsked();
+  void Round(Clock::time_point begin);
   bool ListCommands();
   std::vector<TableId> TablesToRun() const;
   void AddTuples(const console::HostCommand &command, std::vector<TableId> &ids) const;
@@ -73,6 +76,8 @@ class HostPoller {
 
   const std::string name_;
   const std::string path_;
+
+  const int endFd_;  // readable when the poller is to end
 
   // Of the thread alone.
   console::Connection connection_;

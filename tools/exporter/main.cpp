@@ -2,8 +2,10 @@
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <cstdio>
+#include <set>
 #include <thread>
 
+#include "escape.h"
 #include "routes.h"
 
 namespace {
@@ -12,6 +14,7 @@ struct Options {
   std::vector<std::string> sockets;
   std::string address = "127.0.0.1";
   int port = 9477;
+  std::vector<std::string> names;
 };
 
 enum ExitCode { kOk = 0, kUsage = 2, kNoPort = 3 };
@@ -27,16 +30,41 @@ void Describe(CLI::App &app, Options &options) {
   app.add_option("--address", options.address, "address to listen at (default 127.0.0.1)");
   app.add_option("--port", options.port, "port to listen at (default 9477; 0: a free one)")
       ->check(CLI::Range(0, 65535));
+  app.add_option("--name", options.names,
+                 "a name with dots by which a local server may be asked, besides its address")
+      ->type_name("NAME")
+      ->expected(1)
+      ->take_all();
   app.set_version_flag("--version", "kestrel-exporter " COAP_RPC_VERSION);
+}
+
+// NameAndPath takes "[NAME=]PATH" apart.
+std::pair<std::string, std::string> NameAndPath(const std::string &socket) {
+  const size_t at = socket.find('=');
+  if (at == socket.npos) return {socket, socket};
+  return {socket.substr(0, at), socket.substr(at + 1)};
+}
+
+// HaveOwnNames complains about a host whose name another one has: their tables would be mixed.
+bool HaveOwnNames(const std::vector<std::string> &sockets) {
+  std::set<std::string> names;
+  for (const std::string &socket : sockets) {
+    const auto [name, path] = NameAndPath(socket);
+    const char *problem = name.empty() || path.empty()    ? "a host needs a name and a path"
+                          : !names.insert(name).second ? "two hosts have the same name"
+                                                       : nullptr;
+    if (!problem) continue;
+    std::fprintf(stderr, "kestrel-exporter: %s: %s\n", console::Escaped(socket).c_str(), problem);
+    return false;
+  }
+  return true;
 }
 
 exporter::Hosts HostsOf(const std::vector<std::string> &sockets) {
   exporter::Hosts hosts;
   for (const std::string &socket : sockets) {
-    const size_t at = socket.find('=');
-    const std::string path = at != socket.npos ? socket.substr(at + 1) : socket;
-    hosts.push_back(std::make_unique<exporter::HostPoller>(
-        at != socket.npos ? socket.substr(0, at) : socket, path));
+    const auto [name, path] = NameAndPath(socket);
+    hosts.push_back(std::make_unique<exporter::HostPoller>(name, path));
   }
   return hosts;
 }
@@ -60,7 +88,7 @@ int Serve(const Options &options) {
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   exporter::Hosts hosts = HostsOf(options.sockets);
   exporter::Routes routes(hosts);
-  exporter::WebServer server;
+  exporter::WebServer server(exporter::IsLocalAddress(options.address), options.names);
   routes.Register(server);
   const int port = Listen(server, options);
   if (port < 0) {
@@ -92,5 +120,5 @@ int main(int argc, char **argv) {
   } catch (const CLI::ParseError &error) {
     return app.exit(error) == 0 ? kOk : kUsage;
   }
-  return Serve(options);
+  return HaveOwnNames(options.sockets) ? Serve(options) : static_cast<int>(kUsage);
 }

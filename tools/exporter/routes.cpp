@@ -23,6 +23,12 @@ constexpr char kPolicy[] =
 constexpr char kOpenMetrics[] = "application/openmetrics-text; version=1.0.0; charset=utf-8";
 constexpr char kTextFormat[] = "text/plain; version=0.0.4; charset=utf-8";
 
+// ViewDeadline is when an answer is sent with what is known by then, of all hosts together.
+HostPoller::Clock::time_point ViewDeadline() {
+  constexpr std::chrono::seconds kPatience{6};
+  return HostPoller::Clock::now() + kPatience;
+}
+
 void Refuse(httplib::Response &response, int status, const std::string &reason) {
   response.status = status;
   response.set_content(reason + "\n", "text/plain; charset=utf-8");
@@ -84,8 +90,9 @@ void Routes::Register(WebServer &server) {
 
 std::vector<HostView> Routes::LookAtAll() {
   for (const auto &host : hosts_) host->Glance();  // all begin their rounds at the same time
+  const auto deadline = ViewDeadline();
   std::vector<HostView> views;
-  for (const auto &host : hosts_) views.push_back(host->Look());
+  for (const auto &host : hosts_) views.push_back(host->Look(deadline));
   return views;
 }
 
@@ -121,11 +128,13 @@ void Routes::SendTable(const Request &request, Response &response) {
       continue;
     return Refuse(response, 400, "a name has characters that no command has");
   }
+  const auto deadline = ViewDeadline();
   size_t numAway = 0;
   size_t numAsked = 0;
   for (const auto &host : hosts_) {
     if (!wanted.empty() && host->Name() != wanted) continue;
-    const HostView view = host->Look(id.argument.empty() ? std::nullopt : std::optional(id));
+    const HostView view =
+        host->Look(deadline, id.argument.empty() ? std::nullopt : std::optional(id));
     const auto found = view.tables.find(id);
     if (found != view.tables.end()) {
       return response.set_content(RowsJson(*found->second), "application/json");

@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 namespace exporter {
@@ -85,18 +86,50 @@ void CloseGently(int fd) {
   close(fd);
 }
 
+std::string_view WithoutPort(std::string_view host) {
+  const size_t at = host.rfind(':');
+  return host.substr(0, at != host.npos && host.find(']', at) == host.npos ? at : host.size());
+}
+
 }  // namespace
 
+bool IsLocalName(std::string_view host) {
+  const std::string_view name = WithoutPort(host);
+  const bool isAddress =
+      name.starts_with('[') || name.find_first_not_of("0123456789.") == name.npos;
+  return isAddress || name.find('.') == name.npos || name.ends_with(".localhost");
+}
+
+bool IsLocalAddress(std::string_view address) {
+  return address == "localhost" || address == "::1" || address.starts_with("127.");
+}
+
 // One thread more than connections: it tells those who come in vain.
-WebServer::WebServer() {
+WebServer::WebServer(bool isLocal, std::vector<std::string> names)
+    : isLocal_(isLocal), names_(std::move(names)) {
   new_task_queue = [] { return new httplib::ThreadPool(kMaxConnections + 1); };
-  set_pre_routing_handler([](const httplib::Request &request, httplib::Response &response) {
-    if (request.method == "GET" || request.method == "HEAD") return HandlerResponse::Unhandled;
+  set_pre_routing_handler([this](const httplib::Request &request, httplib::Response &response) {
+    return Check(request, response);
+  });
+}
+
+bool WebServer::IsForUs(const std::string &host) const {
+  const bool isNamed = std::find(names_.begin(), names_.end(), WithoutPort(host)) != names_.end();
+  return !isLocal_ || isNamed || IsLocalName(host);
+}
+
+WebServer::HandlerResponse WebServer::Check(const httplib::Request &request,
+                                            httplib::Response &response) const {
+  if (request.method != "GET" && request.method != "HEAD") {
     response.status = 405;
     response.set_header("Allow", "GET, HEAD");
     response.set_content("read-only\n", "text/plain");
     return HandlerResponse::Handled;
-  });
+  }
+  if (IsForUs(request.get_header_value("Host"))) return HandlerResponse::Unhandled;
+  response.status = 421;
+  response.set_content("not a name of this server; see --name\n", "text/plain");
+  return HandlerResponse::Handled;
 }
 
 bool WebServer::process_and_close_socket(socket_t sock) {
@@ -115,7 +148,10 @@ bool WebServer::process_and_close_socket(socket_t sock) {
 void WebServer::Serve(socket_t sock) {
   BoundedStream stream(sock);
   bool isClosed = false;
-  process_request(stream, true, isClosed, nullptr);
+  process_request(stream, true, isClosed, [](httplib::Request &request) {
+    request.ranges.clear();
+    request.headers.erase("Range");
+  });
 }
 
 }  // namespace exporter
