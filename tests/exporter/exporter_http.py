@@ -1,12 +1,15 @@
 """Uses the exporter as scrapers, scripts and worse do: exporter_http.py <exporter> <exporter_server>."""
 import json
+import os
 import signal
 import socket
+import subprocess
 import sys
 import threading
 import time
 import urllib.parse
 
+import bad_host
 from exporter_run import PATIENCE, Exporter, Host, check, until
 
 # Debian has it as python3-prometheus-client.
@@ -100,6 +103,40 @@ def survives_garbage(exporter):
         status = status_of(raw(exporter, data))
         check(status is None or 400 <= status < 500, f"garbage of {len(data)} bytes: {status}")
     check(exporter.get("/healthz")[0] == 200, "it goes on")
+
+
+def is_asked_by_its_names(exporter):
+    """A page of another domain that resolves to this machine gets nothing."""
+    def status(host):
+        return status_of(raw(exporter, f"GET /healthz HTTP/1.1\r\nHost: {host}\r\n\r\n".encode()))
+
+    for host in ["127.0.0.1:9", "[::1]:9", "[::1]", "localhost:9", "machine", "x.localhost"]:
+        check(status(host) == 200, f"asked by {host}")
+    for host in ["rebound.example:9", "127.0.0.1.example.org", "[::1].example.org", "localhost."]:
+        check(status(host) == 421, f"not asked by {host}")
+
+
+def answers_whole(exporter):
+    """Ranges that overlap would make a small request a large answer."""
+    for ranges in ["0-0", "0-," * 1000 + "0-"]:
+        answer = raw(exporter, f"GET {URIS} HTTP/1.1\r\nRange: bytes={ranges}\r\n\r\n".encode())
+        check(status_of(answer) == 200 and len(answer) < 10000, "an answer is whole and there once")
+
+
+def gives_the_type_that_is_liked(exporter):
+    for accept, is_open in [("application/openmetrics-text;version=1.0.0;q=0.6,text/plain;q=0.5,*/*;q=0.1", True),
+                            ("Application/OpenMetrics-Text", True), ("*/*", False), ("", False),
+                            ("text/plain;q=0.9, application/openmetrics-text;q=0.2", False),
+                            ("application/openmetrics-text; q=0", False), ("application/openmetrics-textual", False)]:
+        text = exporter.get("/metrics", Accept=accept)[2]
+        check(text.endswith("# EOF\n") == is_open, f"the type for \"{accept}\"")
+
+
+def refuses_hosts_of_one_name(program):
+    for sockets in [["a=/x", "a=/y"], ["/x", "/x"], ["=/x"], ["a="]]:
+        status = subprocess.run([program, "--port", "0", *sockets], check=False,
+                                stderr=subprocess.DEVNULL, timeout=PATIENCE).returncode
+        check(status == 2, f"{sockets} is wrong usage")
 
 
 def ends_slow_senders(exporter):
@@ -203,6 +240,48 @@ def waits_for_its_first_try(exporter):
     check('kestrel_up{host="h0"} 1' in texts[0], "the first scrape tells a host that is up")
 
 
+def bears_bad_hosts(program, server):
+    """None counts as up, takes memory or keeps the exporter from its end."""
+    with Exporter(program, server, 1) as exporter:
+        until(exporter.is_up, "a good host is up")
+        runs = {"greets": None, "rows": bad_host.ENDLESS_ROWS, "line": bad_host.ENDLESS_LINE,
+                "errors": bad_host.ENDLESS_ERRORS, "slow": bad_host.SLOW_ROWS}
+        bad = {name: bad_host.BadHost(os.path.join(exporter.folder, name), run, greets_only=run is None)
+               for name, run in runs.items()}
+        exporter.others = [f"{name}={os.path.join(exporter.folder, name)}" for name in bad]
+        exporter.restart()
+        for name in ["rows", "line", "errors", "slow"]:
+            check(bad[name].is_running.wait(PATIENCE), f"a command of {name} runs")
+        text = exporter.get("/metrics")[2]
+        check('kestrel_up{host="h0"} 1' in text, "the good one is up")
+        check(all(f'kestrel_up{{host="{name}"}} 0' in text for name in bad), "the bad ones are not")
+        until(lambda: all(f'"{name}" away' in exporter.get("/healthz")[2] for name in bad), "nor later")
+
+
+def leaves_a_host_when_killed(exporter):
+    """The exporter is killed in the middle of a scrape, the host goes on and keeps nothing of it."""
+    folder = f"/proc/{exporter.hosts[0].process.pid}/fd"
+    exporter.process.kill()
+    exporter.process.wait()
+    until(lambda: not has_consoles(folder), "the host has no consoles")
+    before = len(os.listdir(folder))
+    for _ in range(5):
+        exporter.start()
+        until(lambda: has_consoles(folder), "the exporter has connected and runs commands")
+        exporter.process.kill()
+        exporter.process.wait()
+        until(lambda: len(os.listdir(folder)) == before, "the host has closed its end")
+    exporter.start()
+    until(exporter.is_up, "another exporter sees the host")
+    check(len(json.loads(exporter.get(URIS)[2])) == 10000, "with all its rows")
+
+
+def has_consoles(folder):
+    """A listening socket is one; each console is one more."""
+    names = [os.readlink(os.path.join(folder, name)) for name in os.listdir(folder)]
+    return sum(name.startswith("socket:") for name in names) > 1
+
+
 def takes_ten_thousand(program, server):
     with Exporter(program, server, 10000) as exporter:
         until(exporter.is_up, "it is up")
@@ -213,6 +292,7 @@ def takes_ten_thousand(program, server):
               "what is left out is counted")
         check(len(exporter.get("/")[2]) < 100000, "the page stays small")
         leaves_slow_readers(exporter)
+        leaves_a_host_when_killed(exporter)
 
 
 def main(program, server):
@@ -223,12 +303,17 @@ def main(program, server):
         serves_page_without_script(exporter)
         refuses(exporter)
         survives_garbage(exporter)
+        is_asked_by_its_names(exporter)
+        answers_whole(exporter)
+        gives_the_type_that_is_liked(exporter)
         ends_slow_senders(exporter)
         bounds_connections(exporter)
         shares_runs(exporter)
         sends_changed_rows_alone(exporter)
         tells_who_is_away(exporter)
         waits_for_its_first_try(exporter)
+    refuses_hosts_of_one_name(program)
+    bears_bad_hosts(program, server)
     takes_ten_thousand(program, server)
 
 

@@ -218,6 +218,43 @@ TEST(MetricsText, Uris_HaveNamesOfTheirOwn) {
   EXPECT_TRUE(has("observers", "8"));
 }
 
+// One table whose names are those of others would make the whole scrape invalid.
+TEST(MetricsText, NamesOfOtherSeries_AreLeftOut) {
+  const std::string text =
+      MetricsText({ViewOf(kServer, {"uri(a)/count(1)/count_created(2)/count_total(3)/x_total(4)"}),
+                   ViewOf({"shop", "disp server uriVtbl count", ""}, {"uri(a)/total(5)"})},
+                  true);
+  EXPECT_TRUE(HasLine(text, "# TYPE kestrel_server_uriVtbl_count counter"));
+  EXPECT_EQ(CountOf(text, "\nkestrel_server_uriVtbl_count_"), 1u) << text;
+  EXPECT_TRUE(HasLine(text, "# TYPE kestrel_server_uriVtbl_x_total gauge"));
+  EXPECT_TRUE(HasLine(text, "kestrel_exporter_left_out_total{metric=\"*\"} 3"));
+}
+
+TEST(MetricsText, ColumnsNamedAsLabels_GetOtherNames) {
+  const std::string text = MetricsText({ViewOf(kServer, {"host(a)/n(1)"})}, true);
+  EXPECT_TRUE(
+      HasLine(text, "kestrel_server_uriVtbl_n{host=\"h\",host_=\"a\",object=\"shop\"} 1"));
+}
+
+TEST(MetricsText, TimesWithoutOrder_AreNoHistogram) {
+  const std::string text = MetricsText(
+      {ViewOf({"shop", "disp client times", ""},
+              {"name(calls)/below(2)/unit(ns)/count(1)", "name(calls)/below(1)/unit(ns)/count(1)",
+               "name(calls)/below(inf)/unit(ns)/count(1)/sum(9)"})},
+      true);
+  EXPECT_EQ(text.find("histogram"), text.npos);
+}
+
+TEST(MetricsText, SumsOfTimes_DoNotOverflow) {
+  std::vector<std::string> lines;
+  for (int i = 0; i < 40; ++i) {
+    lines.push_back("name(c)/below(" + std::to_string(i) + ")/unit(ns)/count(1000000000000000000)");
+  }
+  lines.emplace_back("name(c)/below(inf)/unit(ns)/count(1)/sum(9)");
+  const std::string text = MetricsText({ViewOf({"shop", "disp client times", ""}, lines)}, true);
+  EXPECT_NE(text.find("_count{host=\"h\",object=\"shop\"} 1000000000000000000\n"), text.npos);
+}
+
 TEST(MetricsText, OneNameOfTwoKinds_IsLeftOut) {
   const std::string text =
       MetricsText({ViewOf(kStats, {"name(x_total)/of(a)/kind(gauge)/unit(-)/value(1)",

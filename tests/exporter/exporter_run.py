@@ -47,10 +47,11 @@ class Exporter:
         self.server = server
         self.hosts = [Host(server, self.path(i), num) for i, num in enumerate(num_uris)]
         self.program = program
+        self.others = []  # further hosts
         self.start()
 
     def start(self):
-        sockets = [f"h{i}={self.path(i)}" for i in range(len(self.hosts))]
+        sockets = [f"h{i}={self.path(i)}" for i in range(len(self.hosts))] + self.others
         self.process = subprocess.Popen([self.program, "--port", "0", *sockets], stdout=subprocess.PIPE)
         line = self.process.stdout.readline().decode()
         check(line.startswith("listening at http://127.0.0.1:"), "the exporter listens")

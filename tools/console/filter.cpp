@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <set>
 
 #include "row.h"
@@ -41,7 +42,8 @@ class Value {
   explicit Value(std::string text) : text_(std::move(text)) {
     const char *end = text_.data() + text_.size();
     const auto parsed = std::from_chars(text_.data(), end, number_);
-    isText_ = parsed.ec != std::errc() || parsed.ptr != end;
+    // "nan" and "inf" are texts: a number that is not one has no place in an order.
+    isText_ = parsed.ec != std::errc() || parsed.ptr != end || !std::isfinite(number_);
   }
   bool operator<(const Value &other) const {
     if (isText_ != other.isText_) return other.isText_;

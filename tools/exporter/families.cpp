@@ -2,6 +2,7 @@
 #include "families.h"
 
 #include <algorithm>
+#include <string_view>
 
 #include "metrics.h"
 
@@ -11,10 +12,35 @@ using prometheus::ClientMetric;
 using prometheus::MetricFamily;
 using prometheus::MetricType;
 
+namespace {
+
+// NamesOf gives the names that OpenMetrics gives to a metric and its series.
+std::vector<std::string> NamesOf(const std::string &name, MetricType type) {
+  constexpr std::string_view kTotal = "_total";
+  if (type == MetricType::Histogram) {
+    return {name, name + "_bucket", name + "_count", name + "_sum", name + "_created"};
+  }
+  if (type != MetricType::Counter || !name.ends_with(kTotal)) return {name};
+  const std::string base = name.substr(0, name.size() - kTotal.size());
+  return {base, name, base + "_created"};
+}
+
+}  // namespace
+
+void AddLabel(Labels &labels, std::string name, std::string value) {
+  const auto isTaken = [&](const ClientMetric::Label &label) { return label.name == name; };
+  while (std::any_of(labels.begin(), labels.end(), isTaken)) name += '_';
+  labels.push_back({std::move(name), std::move(value)});
+}
+
 MetricFamily *Families::Find(const std::string &name, const char *help, MetricType type) {
   const auto found = families_.find(name);
   if (found != families_.end()) return found->second.type == type ? &found->second : nullptr;
   if (families_.size() >= kMaxMetrics && name != kLeftOutMetric) return nullptr;
+  const auto names = NamesOf(name, type);
+  const auto isTaken = [&](const std::string &one) { return names_.contains(one); };
+  if (std::any_of(names.begin(), names.end(), isTaken)) return nullptr;
+  names_.insert(names.begin(), names.end());
   return &families_.emplace(name, MetricFamily{name, help, type, {}}).first->second;
 }
 

@@ -1,4 +1,7 @@
-/* families.h: the metrics of one scrape, within the limits. */
+/* families.h: the metrics of one scrape, within the limits.
+ *
+ * A name that means two things makes a scrape invalid as a whole, for all hosts.  So a metric takes
+ * all names that its series may have, and one that needs a name of another is left out. */
 #ifndef KESTREL_TOOLS_EXPORTER_FAMILIES_H
 #define KESTREL_TOOLS_EXPORTER_FAMILIES_H
 
@@ -12,6 +15,9 @@
 namespace exporter {
 
 using Labels = std::vector<prometheus::ClientMetric::Label>;
+
+// AddLabel gives a label another name if there is one of that name.
+void AddLabel(Labels &labels, std::string name, std::string value);
 
 class Families {
  public:
@@ -34,6 +40,7 @@ class Families {
                                       prometheus::MetricType type, Labels &&labels);
 
   std::map<std::string, prometheus::MetricFamily> families_;
+  std::set<std::string> names_;  // of all series
   std::map<std::string, std::set<Labels>> seen_;
   std::map<std::string, uint64_t> leftOut_;  // by metric; "*": for want of metrics
 };

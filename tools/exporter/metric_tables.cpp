@@ -63,21 +63,31 @@ void AddNumber(const Table &table, const TableRow &row, Labels labels, Families 
                ValueOf(table, row, "value") / unit.divisor);
 }
 
-// CountOf is a number of events, however large the text says it is.
-uint64_t CountOf(const Table &table, const TableRow &row) {
-  constexpr double kMost = 1e18;
-  return static_cast<uint64_t>(std::min(ValueOf(table, row, "count"), kMost));
+// Sum is a number of events, however large the text says it is.
+uint64_t Sum(uint64_t count, double more) {
+  constexpr uint64_t kMost = 1000000000000000000;
+  return std::min(count + static_cast<uint64_t>(std::min(more, static_cast<double>(kMost))), kMost);
+}
+
+double BoundOf(const Table &table, const TableRow &row) {
+  const auto below = NumberOf(TextOf(table, row, "below"));
+  return below ? *below / kNsPerSecond : std::numeric_limits<double>::infinity();
+}
+
+bool DoBoundsGrow(const Table &table) {
+  return std::adjacent_find(table.rows.begin(), table.rows.end(),
+                            [&](const TableRow &row, const TableRow &next) {
+                              return BoundOf(table, row) >= BoundOf(table, next);
+                            }) == table.rows.end();
 }
 
 // HistogramOf reads all rows; the last one also has the sum.
 ClientMetric::Histogram HistogramOf(const Table &table) {
   ClientMetric::Histogram histogram;
   for (const TableRow &row : table.rows) {
-    histogram.sample_count += CountOf(table, row);
+    histogram.sample_count = Sum(histogram.sample_count, ValueOf(table, row, "count"));
     histogram.sample_sum += ValueOf(table, row, "sum") / kNsPerSecond;
-    const auto below = NumberOf(TextOf(table, row, "below"));
-    const double bound = below ? *below / kNsPerSecond : std::numeric_limits<double>::infinity();
-    histogram.bucket.push_back({histogram.sample_count, bound});
+    histogram.bucket.push_back({histogram.sample_count, BoundOf(table, row)});
   }
   return histogram;
 }
@@ -149,7 +159,8 @@ bool AddNumbers(const Table &table, const Labels &labels, Families &families) {
 }
 
 bool AddTimes(const Table &table, const Labels &labels, Families &families) {
-  if (!HasColumns(table, {"name", "below", "count", "sum"}) || table.isCut) return false;
+  const bool isTimes = HasColumns(table, {"name", "below", "count", "sum"}) && !table.isCut;
+  if (!isTimes || !DoBoundsGrow(table)) return false;
   const std::string name = NamePart(TextOf(table, table.rows.front(), "name"));
   families.AddHistogram("kestrel_" + SideOf(table.id) + "_" + name + "_duration_seconds", kHelp,
                         labels, HistogramOf(table));

@@ -4,6 +4,7 @@
 #include <prometheus/text_serializer.h>
 
 #include <algorithm>
+#include <set>
 #include <sstream>
 
 #include "escape.h"
@@ -45,7 +46,7 @@ void AddRow(const HostView &host, const Table &table, const TableRow &row, Famil
   for (const console::Field &field : row.fields) {
     const bool isText = &field == &row.fields.front() && !NumberOf(field.value);
     if (!IsIdentity(field.name) && !isText) continue;
-    labels.push_back({NamePart(field.name), console::Escaped(field.value)});
+    AddLabel(labels, NamePart(field.name), console::Escaped(field.value));
   }
   for (const console::Field &field : row.fields) {
     const auto value = NumberOf(field.value);
@@ -86,19 +87,25 @@ void AddHost(const HostView &host, Families &families) {
                {{"host", host.name}}, static_cast<double>(host.numLeftOut));
 }
 
+std::set<std::string> CountersOf(const std::vector<prometheus::MetricFamily> &families) {
+  std::set<std::string> names;
+  for (const prometheus::MetricFamily &family : families) {
+    if (family.type == MetricType::Counter) names.insert(family.name);
+  }
+  return names;
+}
+
 // AsOpenMetrics: there a counter is described by its name without "_total", and the text has an
 // end.
-std::string AsOpenMetrics(const std::string &text) {
+std::string AsOpenMetrics(const std::string &text, const std::set<std::string> &counters) {
   constexpr std::string_view kTotal = "_total";
   std::istringstream in(text);
   std::string result;
   for (std::string line; std::getline(in, line);) {
-    if (line.starts_with("# ")) {
-      const size_t nameEnd = line.find(' ', line.find(' ', 2) + 1);
-      const size_t at = nameEnd - kTotal.size();
-      if (nameEnd != line.npos && line.compare(at, kTotal.size(), kTotal) == 0) {
-        line.erase(at, kTotal.size());
-      }
+    const size_t nameAt = line.starts_with("# ") ? line.find(' ', 2) + 1 : 0;
+    const size_t nameEnd = nameAt != 0 ? line.find(' ', nameAt) : line.npos;
+    if (nameEnd != line.npos && counters.contains(line.substr(nameAt, nameEnd - nameAt))) {
+      line.erase(nameEnd - kTotal.size(), kTotal.size());
     }
     result += line + "\n";
   }
@@ -130,8 +137,9 @@ std::string MetricsText(const std::vector<HostView> &hosts, bool isOpenMetrics, 
     for (const auto &entry : host.tables) AddTable(host, *entry.second, families);
   }
   AddLeftOut(leftOut, families);
-  const std::string text = prometheus::TextSerializer().Serialize(families.Take());
-  return isOpenMetrics ? AsOpenMetrics(text) : text;
+  const auto all = families.Take();
+  const std::string text = prometheus::TextSerializer().Serialize(all);
+  return isOpenMetrics ? AsOpenMetrics(text, CountersOf(all)) : text;
 }
 
 }  // namespace exporter

@@ -1,12 +1,15 @@
 /* routes.cpp: what the exporter answers over HTTP. */
 #include "routes.h"
 
+#include <algorithm>
+#include <cstdlib>
 #include <thread>
 
 #include "json.h"
 #include "metrics.h"
 #include "page.h"
 #include "viewer.h"
+#include "words.h"
 
 namespace exporter {
 
@@ -27,6 +30,34 @@ constexpr char kTextFormat[] = "text/plain; version=0.0.4; charset=utf-8";
 HostPoller::Clock::time_point ViewDeadline() {
   constexpr std::chrono::seconds kPatience{6};
   return HostPoller::Clock::now() + kPatience;
+}
+
+// NextPart takes what stands before a separator off a text.
+std::string_view NextPart(std::string_view &text, char separator) {
+  const size_t end = std::min(text.find(separator), text.size());
+  const std::string_view part = console::Trimmed(text.substr(0, end));
+  text.remove_prefix(std::min(end + 1, text.size()));
+  return part;
+}
+
+// QualityOf is how much a client likes a type, from 0 to 1; 0 if it does not name it.
+double QualityOf(std::string_view accept, std::string_view type) {
+  while (!accept.empty()) {
+    std::string_view range = NextPart(accept, ',');
+    if (console::Lower(NextPart(range, ';')) != type) continue;
+    while (!range.empty()) {
+      const std::string param = console::Lower(NextPart(range, ';'));
+      if (param.starts_with("q=")) return std::strtod(param.c_str() + 2, nullptr);
+    }
+    return 1;
+  }
+  return 0;
+}
+
+bool WantsOpenMetrics(const httplib::Request &request) {
+  const std::string accept = request.get_header_value("Accept");
+  const double open = QualityOf(accept, "application/openmetrics-text");
+  return open > 0 && open >= QualityOf(accept, "text/plain");
 }
 
 void Refuse(httplib::Response &response, int status, const std::string &reason) {
@@ -102,9 +133,9 @@ void Routes::SendPage(const Request &, Response &response) {
 }
 
 void Routes::SendMetrics(const Request &request, Response &response) {
-  const bool isOpen =
-      request.get_header_value("Accept").find("openmetrics-text") != std::string::npos;
-  response.set_content(MetricsText(LookAtAll(), isOpen, leftOut_), isOpen ? kOpenMetrics : kTextFormat);
+  const bool isOpen = WantsOpenMetrics(request);
+  response.set_content(MetricsText(LookAtAll(), isOpen, leftOut_),
+                       isOpen ? kOpenMetrics : kTextFormat);
 }
 
 void Routes::SendHealth(const Request &, Response &response) {
