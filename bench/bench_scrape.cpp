@@ -111,7 +111,7 @@ void Scrape(ScrapedHost &host, exporter::HostPoller &poller) {
   std::thread scraper([&] {
     exporter::HostView view;
     do {
-      view = poller.Look();
+      view = poller.Look(exporter::HostPoller::Clock::now() + std::chrono::seconds(6));
     } while (!view.isUp || view.tables.empty());
     for (const auto &entry : view.tables) numRows += entry.second->rows.size();
     isDone = true;

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <clocale>
+
 using console::Cut;
 using console::Escaped;
 using console::EscapedForJson;
@@ -23,6 +25,9 @@ TEST(Escaped, Controls_AreShown) {
             "\\xc2\\x9b31m");
   EXPECT_EQ(Escaped("\xe2\x80\xae"), "\\xe2\\x80\\xae");
   EXPECT_EQ(Escaped("\xe2\x81\xa6"), "\\xe2\\x81\\xa6");
+  EXPECT_EQ(Escaped("\xe2\x80\x8b"), "\\xe2\\x80\\x8b");  // takes no column
+  EXPECT_EQ(Escaped("\xef\xbb\xbf"), "\\xef\\xbb\\xbf");
+  EXPECT_EQ(Escaped("\xd8\x9c"), "\\xd8\\x9c");
 }
 
 TEST(Escaped, BadUtf8_IsShownByteByByte) {
@@ -48,6 +53,16 @@ TEST(EscapedForJson, IsTheInsideOfAString) {
 TEST(Columns, CountCharacters) {
   EXPECT_EQ(NumColumns(""), 0u);
   EXPECT_EQ(NumColumns("Grüße"), 5u);
+}
+
+TEST(Columns, OfATerminal) {
+  ASSERT_NE(setlocale(LC_CTYPE, "C.UTF-8"), nullptr);
+  EXPECT_EQ(NumColumns("世界"), 4u);
+  EXPECT_EQ(NumColumns("e\xcc\x81"), 1u);
+  EXPECT_EQ(Cut("世界", 4), "世界");
+  EXPECT_EQ(Cut("世界", 3), "世~");
+  EXPECT_EQ(Cut("世界", 2), "~");
+  setlocale(LC_CTYPE, "C");
 }
 
 TEST(Cut, KeepsTheBeginning) {

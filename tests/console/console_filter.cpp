@@ -56,6 +56,13 @@ TEST(Filters, Sort_OrdersRowsAndKeepsTheTotalLast) {
   EXPECT_EQ(Lines("| sort state"), kTable);
 }
 
+// What reads as a number without being one has no place among numbers.
+TEST(Filters, Sort_NamesLikeNanAreTexts) {
+  const Texts rows = {"n(3)", "n(nan)", "n(1)", "n(inf)", "n(2)"};
+  EXPECT_EQ(Filtered("| sort n", rows).lines,
+            (Texts{"n(1)", "n(2)", "n(3)", "n(inf)", "n(nan)"}));
+}
+
 TEST(Filters, Columns_AreChosenInOrder) {
   EXPECT_EQ(Lines("| columns n,uri"),
             (Texts{"n(10)/uri(b)", "n(9)/uri(a)", "n(100)/uri(c)", kTable[3]}));

@@ -49,6 +49,19 @@ TEST(HelpOn, Nothing_BeginsSo) {
   EXPECT_EQ(console::HelpOn("x", {}), Texts{});
 }
 
+TEST(HelpOn, WatchedCommand_IsHelpedAsAlone) {
+  EXPECT_EQ(console::HelpOn("watch 0.5 d r ", kCommands), console::HelpOn("d r", kCommands));
+  EXPECT_TRUE(Has(console::HelpOn("watch 1 ", kCommands),
+                  "  disp list                             all there is"));
+  EXPECT_EQ(console::HelpOn("watch 1", kCommands), Texts{});
+}
+
+TEST(HelpOn, Bar_ListsTheFilters) {
+  const Texts lines = console::HelpOn("disp list | ", kCommands);
+  EXPECT_EQ(lines.size(), 4u);
+  EXPECT_TRUE(Has(lines, "  | sort COLUMN                         rows in the order of a column"));
+}
+
 TEST(HelpOn, OwnCommands_AreToldToo) {
   EXPECT_EQ(console::HelpOn("qu", kCommands),
             Texts{"  quit                                  leave"});

@@ -62,7 +62,7 @@ expect "watch without seconds" 2 "" \
   "${socket[@]}" watch demo changes
 expect "an abbreviation" 0 $'line 1\n ***total 1 line(s) ***' "" "${socket[@]}" d li 1
 expect "an abbreviation with several meanings" 1 "" \
-  'kestrel-console: "d s t x" may be any of: disp server tupleChgList, disp server tupleSetTree' \
+  'kestrel-console: "d s t x" may be any of: disp server times, disp server tupleChgList, disp server tupleSetTree' \
   "${socket[@]}" d s t x
 expect "an abbreviation of the console's own" 0 '  demo hostile' "" "${socket[@]}" hel d h
 expect "a table of an unknown uri" 1 "" \
@@ -85,6 +85,17 @@ that could not be sent
   "${socket[@]}" help disp client request
 expect "a question" 0 "  demo lines <uniCount>                 lines with numbers, each a page
     <uniCount>                          how many" "" "${socket[@]}" demo li '?'
+for line in "server stats:counters of messages, notifications, refusals and time" \
+  "server perUri:counters of each registered URI" "server times:how many callbacks took how long" \
+  "server async:requests that the application has not answered" \
+  "client stats:counters of calls, failures and mirrors" \
+  "client times:how many answers to calls took how long" \
+  "client call:calls, observations and unacknowledged requests under way"; do
+  expect "help on ${line%:*}" 0 "$(printf '  %-38s%s' "disp ${line%:*}" "${line#*:}")" "" \
+    "${socket[@]}" help "disp ${line%:*}"
+  run --json disp ${line%:*} >"$work/out" || fail "${line%:*} runs"
+done
+expect "an abbreviation beside them" 0 "1" "" "${socket[@]}" 'd s u | include uri(shop/stock | count'
 expect "help on nothing" 1 "" 'kestrel-console: no command begins with "nothing"' \
   "${socket[@]}" help nothing
 expect "no host" 3 "" "kestrel-console: cannot connect to $work/none: No such file or directory" \

@@ -9,6 +9,7 @@
 #include <coap_svc/rpc/coap_rpc.h>
 #include <coap_svc/rpc/coap_rpc_cli.h>
 #include <coap_svc/rpc/coap_rpc_ser.h>
+#include <coap_svc/rpc/coap_rpc_stats.h>
 #include <kestrel.h>
 #include <kst_disp.h>
 #include <unistd.h>
@@ -232,7 +233,7 @@ int main(int argc, char **argv) {
   param.logLevel = KESTREL_LEVEL_ERROR;
   const Host host(KestrelNew(&param, nullptr, 0));
   const Instance instance = host ? MakeInstance(host.get()) : nullptr;
-  if (!instance) return 1;
+  if (!instance || COAP_RpcShowStats(instance.get()) != 0) return 1;
   Demo demo{host.get()};
   RegisterDemo(demo, HasWord(argc, argv, "hostile"));
   Fill(instance.get(), coap_rpc_test::FindFreeUdpPort());

@@ -108,6 +108,31 @@ completes_commands() {
   shows_line " ***total 1 server listen(s) ***" || fail "the total is shown"
 }
 
+completes_numbers() {
+  clear_screen
+  text "disp server "
+  keys Tab
+  wait_for "Tab shows the commands of numbers" shows_line "  perUri"
+  local word
+  for word in async listen stats times uriVtbl; do
+    shows_line "  $word" || fail "$word is a choice"
+  done
+  text "p"
+  keys Tab
+  text "| columns uri,requests | include shop/stock"
+  wait_for "Tab completes it" last_line_is \
+    "kestrel> disp server perUri | columns uri,requests | include shop/stock"
+  keys Enter
+  wait_for "it runs" shows_line "uri(shop/stock)/requests(0)"
+  clear_screen
+  text "disp client ca"
+  keys Tab
+  text "?"
+  wait_for "the other side, with its help" \
+    shows "  disp client call                      calls, observations and unacknowledged r"
+  keys C-u
+}
+
 completes_parameters() {
   clear_screen
   text "disp client request "
@@ -329,6 +354,7 @@ start_server
 start_console
 completes_commands
 completes_parameters
+completes_numbers
 edits_and_remembers
 pages_and_stops
 pages_tables_and_json

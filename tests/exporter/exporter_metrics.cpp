@@ -192,8 +192,8 @@ TEST(MetricsText, Times_ThatAreTooManyAreNoFault) {
 
 TEST(MetricsText, Uris_HaveNamesOfTheirOwn) {
   const std::string text = MetricsText(
-      {ViewOf({"shop", "disp server uriStats", ""},
-              {"server uriStats[  0]: uri(a)/msgType(CON)/observe(1)/pktType(DEFAULT)/requests(1)"
+      {ViewOf({"shop", "disp server perUri", ""},
+              {"server perUri[  0]: uri(a)/msgType(CON)/observe(1)/pktType(DEFAULT)/requests(1)"
                "/callbackNs(2000000000)/callbackMaxNs(500000000)/notifications(3)/delivered(2)/"
                "failed(1)"
                "/putBack(4)/tuples(5)/pending(6)/inFlight(7)/oldestMs(1500)/observers(8)"})},

@@ -300,7 +300,7 @@ void ReadStats(Stage &stage) {
 void PlayStats(Stage &stage) {
   EXPECT_EQ(COAP_RpcShowStats(stage.Ctx()), 0u);
   ReadStats(stage);
-  for (const char *command : {"disp server stats", "disp server times", "disp server uriStats",
+  for (const char *command : {"disp server stats", "disp server times", "disp server perUri",
                               "disp server async", "disp client stats", "disp client call"}) {
     EXPECT_FALSE(stage.host_.RunCommand(command).empty()) << command;
   }

@@ -246,7 +246,7 @@ TEST_F(Stats, AreReadInsideCallbacks) {
     EXPECT_EQ(COAP_RpcSerUnsetUri(Ctx(), &key_), 0u);
     EXPECT_EQ(Now().uris, 1u);
     COAP_RpcShowStats(Ctx());
-    host_.RunCommand("disp server uriStats");
+    host_.RunCommand("disp server perUri");
   };
   Ask(Message(kCodePost, "q"));
   EXPECT_EQ(inside.in.requests[COAP_RPC_POST], 1u);
@@ -344,9 +344,9 @@ TEST_F(Stats, UriNumbersAsRows) {
   Ask(Message(kCodePost, "q"));
   COAP_RpcShowStats(Ctx());
   EXPECT_EQ(
-      host_.RunCommand("disp server uriStats"),
+      host_.RunCommand("disp server perUri"),
       (std::vector<std::string>{
-          "server uriStats[  0]: uri(a/b)/msgType(CON)/observe(0)/pktType(DEFAULT)/requests(1)"
+          "server perUri[  0]: uri(a/b)/msgType(CON)/observe(0)/pktType(DEFAULT)/requests(1)"
           "/callbackNs(7)/callbackMaxNs(7)/notifications(0)/delivered(0)/failed(0)/putBack(0)"
           "/tuples(0)/pending(0)/inFlight(0)/oldestMs(0)/observers(0)\n",
           " ***total 1 server uri(s) ***\n"}));

@@ -174,10 +174,10 @@ TEST_F(MirrorChanges, StatesAndLimit) {
       [&] {
         Say(AnswerWith(hello, {.flags = coap_rpc::kSyncNotObserving, .head = 2, .digest = 1}));
       },
-      With(In("responses.2xx"), {{"mirrors.connecting", -1},
-                                 {"mirrors.fullSync", 1},
-                                 {"out.messages", 3},
-                                 {"out.requests.get", 3}}));
+      With(With(In("responses.2xx"), kCallback), {{"mirrors.connecting", -1},
+                                                  {"mirrors.fullSync", 1},
+                                                  {"out.messages", 3},
+                                                  {"out.requests.get", 3}}));
   Ctx()->lib->mirrors->num += COAP_RPC_MAX_MIRRORS;
   const CoapRpcUriKey key = KeyOf("obs", COAP_RPC_CON, 0);
   const CoapRpcCallAddr addr = To(peer_);
@@ -187,6 +187,23 @@ TEST_F(MirrorChanges, StatesAndLimit) {
          [&] { EXPECT_EQ(COAP_RpcMirrorOpen(Ctx(), &key, &addr, &param, &other), 1900001607u); },
          {{"refused.mirrors", 1}});
   Ctx()->lib->mirrors->num -= COAP_RPC_MAX_MIRRORS;
+}
+
+TEST_F(MirrorChanges, CallbacksAreTimed) {
+  std::string told;
+  app_.onTold = [&](const std::string &text) {
+    told += text + ", ";
+    PassNs(4000);
+  };
+  const CoapRpcStats before = Now();
+  Sync(Param());
+  EXPECT_EQ(told, "FULL_SYNC, +k001=v001, SYNCED, synced 2, ");
+  Changes changes = ChangesFrom(before, Now());
+  std::erase_if(changes, [](const auto &one) { return !one.first.starts_with("callbacks"); });
+  EXPECT_EQ(TextOf(changes), TextOf({{"callbacks", 4},
+                                     {"callbacks.longest", 4000},
+                                     {"callbacks.time", 16000},
+                                     {"callbacks.times.2", 4}}));
 }
 
 }  // namespace

@@ -1,6 +1,9 @@
 /* escape.cpp: makes text of the host harmless to a terminal. */
 #include "escape.h"
 
+#include <wchar.h>
+
+#include <algorithm>
 #include <cstdint>
 
 namespace console {
@@ -34,8 +37,8 @@ bool IsLowest(uint32_t code, size_t length) {
 
 bool IsHarmful(uint32_t code) {
   if (code < 0x20 || (code >= 0x7f && code < 0xa0)) return true;
-  return (code >= 0x200e && code <= 0x200f) || (code >= 0x2028 && code <= 0x202e) ||
-         (code >= 0x2066 && code <= 0x2069);
+  return (code >= 0x200b && code <= 0x200f) || (code >= 0x2028 && code <= 0x202e) ||
+         (code >= 0x2060 && code <= 0x2069) || code == 0x61c || code == 0xfeff;
 }
 
 void AddEscaped(std::string &shown, std::string_view bytes) {
@@ -88,6 +91,18 @@ void AddForJson(std::string &shown, std::string_view character, bool isUtf8) {
   }
 }
 
+// Length is that of the character or change of style that text begins with.
+size_t Length(std::string_view text) {
+  if (text[0] == '\x1b') return std::min(text.find('m'), text.size() - 1) + 1;
+  return std::max<size_t>(Utf8Length(text), 1);
+}
+
+size_t WidthOf(std::string_view character) {
+  if (character[0] == '\x1b') return 0;
+  const int width = wcwidth(static_cast<wchar_t>(CodePoint(character)));
+  return width < 0 ? 1 : static_cast<size_t>(width);
+}
+
 bool IsContinuation(char c) { return (static_cast<uint8_t>(c) & 0xc0) == 0x80; }
 
 }  // namespace
@@ -107,20 +122,22 @@ std::string EscapedForJson(std::string_view text) { return Shown(text, AddForJso
 
 size_t NumColumns(std::string_view text) {
   size_t columns = 0;
-  bool isInStyle = false;
-  for (const char c : text) {
-    if (c == '\x1b') isInStyle = true;
-    if (!isInStyle && !IsContinuation(c)) ++columns;
-    if (c == 'm') isInStyle = false;
+  while (!text.empty()) {
+    const size_t length = Length(text);
+    columns += WidthOf(text.substr(0, length));
+    text.remove_prefix(length);
   }
   return columns;
 }
 
 std::string Cut(std::string_view text, size_t columns) {
-  if (NumColumns(text) <= columns) return std::string(text);
+  if (columns == 0 || NumColumns(text) <= columns) return std::string(text);
   size_t end = 0;
-  for (size_t kept = 0; end < text.size(); ++end) {
-    if (!IsContinuation(text[end]) && ++kept == columns) break;
+  for (size_t kept = 0;;) {
+    const size_t length = Length(text.substr(end));
+    kept += WidthOf(text.substr(end, length));
+    if (kept >= columns) break;
+    end += length;
   }
   return std::string(text.substr(0, end)) + "~";
 }

@@ -20,10 +20,11 @@ std::string Escaped(std::string_view text);
 // bytes that are not UTF-8 as \\xNN.
 std::string EscapedForJson(std::string_view text);
 
-// NumColumns counts the characters of escaped text; what only changes its style takes no column.
+// NumColumns is how many columns of a terminal escaped text takes, by the locale: wide characters
+// take two, combining ones none; what only changes its style takes none.
 size_t NumColumns(std::string_view text);
 
-// Cut shortens escaped text to `columns` characters; the last one left then is "~".
+// Cut shortens escaped text to `columns` columns; the last character left then is "~".
 std::string Cut(std::string_view text, size_t columns);
 
 }  // namespace console

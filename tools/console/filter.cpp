@@ -171,13 +171,6 @@ size_t BarAt(std::string_view line) {
   return line.npos;
 }
 
-std::string Unquoted(std::string_view text) {
-  if (text.size() >= 2 && text.front() == '"' && text.back() == '"') {
-    text = text.substr(1, text.size() - 2);
-  }
-  return std::string(text);
-}
-
 // NamesIn splits at commas and blanks.
 std::vector<std::string> NamesIn(std::string_view text) {
   std::string blanks(text);

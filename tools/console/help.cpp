@@ -5,6 +5,7 @@
 
 #include "escape.h"
 #include "own_commands.h"
+#include "watch.h"
 #include "words.h"
 
 namespace console {
@@ -63,16 +64,22 @@ void AddParams(const HostCommand &command, Texts &lines) {
   }
 }
 
+// HelpOnFilters is on what may stand after a bar.
+Texts HelpOnFilters() {
+  return {HelpLine("| include TEXT", "only lines with this text"),
+          HelpLine("| sort COLUMN", "rows in the order of a column"),
+          HelpLine("| columns A,B", "only these columns"),
+          HelpLine("| count", "the number of lines")};
+}
+
 }  // namespace
 
 Texts HelpOnAll(const std::vector<HostCommand> &commands) {
   Texts lines{"Commands of the console:"};
   AddOwn({}, lines);
   lines.emplace_back("After a command:");
-  lines.push_back(HelpLine("| include TEXT", "only lines with this text"));
-  lines.push_back(HelpLine("| sort COLUMN", "rows in the order of a column"));
-  lines.push_back(HelpLine("| columns A,B", "only these columns"));
-  lines.push_back(HelpLine("| count", "the number of lines"));
+  const Texts filters = HelpOnFilters();
+  lines.insert(lines.end(), filters.begin(), filters.end());
   lines.emplace_back("Commands of the host, which may be abbreviated:");
   for (const HostCommand &command : WithoutRepeats(commands)) {
     lines.push_back(HelpLine(UsageOf(command), command.about));
@@ -82,6 +89,9 @@ Texts HelpOnAll(const std::vector<HostCommand> &commands) {
 
 Texts HelpOn(std::string_view line, const std::vector<HostCommand> &commands) {
   const Words typed = SplitWords(line);
+  if (!typed.empty() && typed.back() == "|") return HelpOnFilters();
+  const bool isWatched = typed.size() > 2 || (typed.size() == 2 && line.ends_with(' '));
+  if (isWatched && IsWatch(line)) return HelpOn(SkipWords(line, 2), commands);
   Texts lines;
   AddOwn(typed, lines);
   const auto matching = Matching(typed, commands);

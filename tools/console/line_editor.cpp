@@ -11,6 +11,7 @@
 
 #include "escape.h"
 #include "interrupt.h"
+#include "terminal.h"
 
 namespace console {
 
@@ -138,7 +139,7 @@ void LineEditor::WaitForKey() {
 void LineEditor::Attend() {
   const std::string notice = hooks_.attend();
   if (notice.empty()) return;
-  PrintLine(stdout, "\r\x1b[K" + Escaped(notice));
+  PrintLine(stdout, EraseLine() + Escaped(notice));
   el_set(editor_, EL_REFRESH);
 }
 

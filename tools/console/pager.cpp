@@ -37,7 +37,7 @@ bool Pager::Pause(size_t rows) {
   std::fputs(kPrompt, out_);
   std::fflush(out_);
   const char key = ReadKey();
-  std::fputs("\r\x1b[K", out_);
+  std::fputs(EraseLine().c_str(), out_);
   const bool isLine = key == '\n' || key == '\r';
   usedRows_ = isLine ? usedRows_ - std::min(usedRows_, rows) : 0;
   isStopped_ = IsQuit(key);

@@ -98,10 +98,10 @@ Outcome Session::Help(std::string_view of) {
   std::vector<HostCommand> commands;
   const Outcome outcome = client_.CommandsWithHelp(commands);
   if (outcome != Outcome::kOk) return outcome;
-  const std::string_view asked = Trimmed(of);
+  const std::string asked = Unquoted(Trimmed(of));
   const auto lines = asked.empty() ? HelpOnAll(commands) : HelpOn(asked, commands);
   if (!lines.empty()) return Print(lines, Outcome::kOk);
-  Complain("no command begins with \"" + std::string(asked) + "\"");
+  Complain("no command begins with \"" + asked + "\"");
   return Outcome::kFailed;
 }
 

@@ -58,7 +58,7 @@ std::vector<Painting> PaintingsOf(std::string_view line, const Parts &changed) {
 }  // namespace
 
 Palette Palette::Of(int fd) {
-  if (!IsTerminal(fd)) return Palette(Kind::kPlain);
+  if (!HasStyle(fd)) return Palette(Kind::kPlain);
   const char *noColor = std::getenv("NO_COLOR");
   return Palette(noColor && *noColor ? Kind::kMono : Kind::kColor);
 }

@@ -27,8 +27,8 @@ class Palette {
 
   explicit Palette(Kind kind = Kind::kPlain) : kind_(kind) {}
 
-  // Of gives the palette of a descriptor: plain unless that is a terminal, and without colours
-  // when NO_COLOR is set and not empty.
+  // Of gives the palette of a descriptor: plain unless that is a terminal with styles, and without
+  // colours when NO_COLOR is set and not empty.
   static Palette Of(int fd);
 
   // Painted wraps escaped text.

@@ -6,10 +6,22 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
+#include <string_view>
 
 namespace console {
 
 bool IsTerminal(int fd) { return isatty(fd) == 1; }
+
+bool HasStyle(int fd) {
+  const char *term = std::getenv("TERM");
+  return IsTerminal(fd) && term && *term && std::string_view(term) != "dumb";
+}
+
+std::string EraseLine() {
+  if (HasStyle(STDOUT_FILENO)) return "\r\x1b[K";
+  return "\r" + std::string(GetScreenSize().columns - 1, ' ') + "\r";
+}
 
 ScreenSize GetScreenSize() {
   winsize size{};

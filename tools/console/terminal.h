@@ -3,6 +3,7 @@
 #define KESTREL_TOOLS_CONSOLE_TERMINAL_H
 
 #include <cstddef>
+#include <string>
 
 namespace console {
 
@@ -15,6 +16,13 @@ bool IsTerminal(int fd);
 
 // GetScreenSize asks the terminal of standard output.
 ScreenSize GetScreenSize();
+
+// HasStyle tells whether a descriptor is a terminal that understands colours and moves of the
+// cursor: one whose TERM is empty or "dumb" does not.
+bool HasStyle(int fd);
+
+// EraseLine is what removes the line that the cursor is in, and puts it at its beginning.
+std::string EraseLine();
 
 // CanPage tells that somebody is there to read a screen and press a key.
 bool CanPage();

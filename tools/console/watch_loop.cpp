@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <ctime>
 
 #include "escape.h"
@@ -36,7 +37,7 @@ void PrintRound(const std::string &head, const Texts &lines) {
 // ShowRound prints what the screen has room for.
 void ShowRound(const std::string &head, const Texts &lines) {
   const ScreenSize screen = GetScreenSize();
-  size_t freeRows = screen.rows - 2;  // the last one is for what does not fit
+  size_t freeRows = std::max<size_t>(screen.rows, 3) - 2;  // the last one: what does not fit
   std::fputs(kClearScreen, stdout);
   PrintLine(stdout, Cut(head, screen.columns));
   for (size_t i = 0; i < lines.size(); ++i) {
@@ -65,7 +66,7 @@ class Watch {
     uint32_t numShown = 0;
     for (;;) {
       const Outcome outcome = Round();
-      if (outcome == Outcome::kLost && isScreen_) {
+      if (outcome == Outcome::kLost && isTerminal_) {
         if (!WaitForHost()) return Outcome::kOk;
         continue;
       }
@@ -104,13 +105,13 @@ class Watch {
       PrintLine(stdout, RoundAsJson(head, lines));
       return;
     }
-    (isScreen_ ? ShowRound : PrintRound)(head.time + " " + Escaped(head.command),
+    (HasStyle(STDOUT_FILENO) ? ShowRound : PrintRound)(head.time + " " + Escaped(head.command),
                                          RenderRound(lines, task_.style));
   }
 
   Client &client_;
   const WatchTask &task_;
-  const bool isScreen_ = IsTerminal(STDOUT_FILENO);
+  const bool isTerminal_ = IsTerminal(STDOUT_FILENO);
   bool isFirst_ = true;
   Texts before_;
 };

@@ -22,6 +22,9 @@ std::string_view SkipWords(std::string_view line, size_t count);
 // Trimmed is a text without blanks, tabs and carriage returns at its ends.
 std::string_view Trimmed(std::string_view text);
 
+// Unquoted is a text without the quotes around it, if it has them.
+std::string Unquoted(std::string_view text);
+
 std::string Lower(std::string_view text);
 
 }  // namespace console

@@ -92,7 +92,7 @@ ClientMetric::Histogram HistogramOf(const Table &table) {
   return histogram;
 }
 
-// Column is a column of "disp server uriStats".
+// Column is a column of "disp server perUri".
 struct Column {
   const char *column;
   const char *name;
@@ -168,7 +168,7 @@ bool AddTimes(const Table &table, const Labels &labels, Families &families) {
 }
 
 bool AddUris(const Table &table, const Labels &labels, Families &families) {
-  if (table.id.command != "disp server uriStats") return false;
+  if (table.id.command != "disp server perUri") return false;
   for (const TableRow &row : table.rows) AddUri(table, row, labels, families);
   return true;
 }

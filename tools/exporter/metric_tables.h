@@ -2,7 +2,7 @@
  *
  *   numbers   name(..)/of(..)/kind(counter or gauge)/unit(..)/value(..): "disp server stats"
  *   times     name(..)/below(..)/unit(ns)/count(..): how many took how long: "disp server times"
- *   URIs      the columns of "disp server uriStats"
+ *   URIs      the columns of "disp server perUri"
  *
  * Units are those of OpenMetrics: seconds and bytes. */
 #ifndef KESTREL_TOOLS_EXPORTER_METRIC_TABLES_H

@@ -102,8 +102,8 @@ typedef struct CoapRpcStats {
   uint64_t syncPages;              /* pages in answers and notifications */
   uint64_t syncFull;               /* readers told, or asking, to read everything from 0 on */
   uint64_t refused[COAP_RPC_NUM_LIMITS]; /* by COAP_RPC_LIMIT_* */
-  uint64_t callbacks;  /* runs of onRequest, onAsyncRequest, onResponse, onRsp and of the builders
-                          of one payload */
+  uint64_t callbacks;  /* runs of onRequest, onAsyncRequest, onResponse, onRsp, of those of mirrors,
+                          and of the builders of one payload */
   uint64_t callbackNs; /* time in them, nanoseconds */
   uint64_t callbackMaxNs; /* longest of them */
   uint64_t ioRuns;        /* runs of libcoap's I/O, callbacks included */
@@ -188,7 +188,7 @@ COAP_RPC_API uint32_t COAP_RpcVisitUriStats(CoapRpcCtx *ctx, const CoapRpcUriKey
 /* COAP_RpcShowStats adds display commands for operators, beside the eight that are always there:
  *
  *   disp server stats      each number that concerns the server or both sides
- *   disp server uriStats   the numbers of each URI
+ *   disp server perUri     the numbers of each URI
  *   disp server times      how many callbacks took how long
  *   disp client stats      each number that concerns the client
  *   disp client times      how many answers to calls took how long

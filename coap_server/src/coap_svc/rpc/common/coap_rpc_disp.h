@@ -83,6 +83,18 @@ uint32_t DumpNextRecord(void *obj, uint32_t startIndex = 0) {
   return 0;
 }
 
+// LabelledDump prints rows as "label[  0]: text", of a Dump that says their label and what a total
+// counts.
+template <typename Texts>
+struct LabelledDump {
+  static void PrintLine(uint64_t disp, int32_t counter, const char *text) {
+    KST_DispPrintf_(disp, "%s[%3d]: %s\n", Texts::kLabel, counter, text);
+  }
+  static void PrintTotal(uint64_t disp, int32_t counter) {
+    KST_DispPrintf_(disp, " ***total %d %s(s) ***\n", counter, Texts::kCounted);
+  }
+};
+
 // LowWord is what an Uninit without anything to undo returns of its argument.
 inline uint32_t LowWord(const void *arg) {
   return static_cast<uint32_t>(reinterpret_cast<uintptr_t>(arg));

@@ -22,6 +22,7 @@
 #include "coap_svc/rpc/common/coap_rpc_own.h"
 #include "coap_svc/rpc/common/coap_rpc_sites.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_data.h"
+#include "coap_svc/rpc/libadapter/mirror/coap_rpc_lib_mirror_callback.h"
 #include "coap_svc/rpc/libadapter/mirror/coap_rpc_lib_mirror_disp.h"
 #include "coap_svc/rpc/libadapter/mirror/coap_rpc_lib_mirror_io.h"
 #include "coap_svc/rpc/libadapter/mirror/coap_rpc_lib_mirror_timer.h"
@@ -93,7 +94,8 @@ PoolPtr<CoapRpcMirror> NewMirror(CoapRpcCtx *ctx, const CoapRpcMirrorParam &para
   auto mirror = NewZeroed<CoapRpcMirror>(mem);
   if (!mirror) return mirror;
   mirror->ctx = ctx;
-  if (!MirrorInit(mirror->core, mem, param, DrawRandom, nullptr, MirrorNowMs())) mirror.reset();
+  const CoapRpcMirrorParam timed = TimedParam(mirror.get(), param);
+  if (!MirrorInit(mirror->core, mem, timed, DrawRandom, nullptr, MirrorNowMs())) mirror.reset();
   return mirror;
 }
 

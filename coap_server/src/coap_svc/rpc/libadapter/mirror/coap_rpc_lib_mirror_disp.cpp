@@ -24,7 +24,8 @@ const char *StateText(uint32_t state) {
   return kTexts[state];
 }
 
-struct MirrorDump {
+struct MirrorDump : LabelledDump<MirrorDump> {
+  static constexpr char kLabel[] = "client mirror", kCounted[] = "client mirror";
   using Key = MirrorId;
   static CoapRpcMirrors *DataOf(CoapRpcCtx *ctx) { return ctx->lib ? ctx->lib->mirrors : nullptr; }
   static CoapRpcMirror *First(CoapRpcMirrors *mirrors) { return AllMirrors(mirrors->list).First(); }
@@ -53,12 +54,6 @@ struct MirrorDump {
         state.numNotifications, state.numFullSyncs, state.numRegistrations, state.numDigestErrors,
         state.numBadMessages, state.window);
     return buf;
-  }
-  static void PrintLine(uint64_t disp, int32_t counter, const char *text) {
-    KST_DispPrintf_(disp, "client mirror[%3d]: %s\n", counter, text);
-  }
-  static void PrintTotal(uint64_t disp, int32_t counter) {
-    KST_DispPrintf_(disp, " ***total %d client mirror(s) ***\n", counter);
   }
 };
 

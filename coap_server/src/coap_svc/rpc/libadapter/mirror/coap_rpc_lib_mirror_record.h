@@ -29,7 +29,8 @@ struct CoapRpcMirror {
   CoapRpcCtx *ctx;
   CoapRpcUriKey key;
   CoapRpcCallAddr addr;
-  uint32_t depth;  // above 0 while it may call back
+  CoapRpcMirrorParam param;  // the application's; that of `core` times its callbacks
+  uint32_t depth;            // above 0 while it may call back
   coap_rpc::Mirror core;
 };
 

@@ -154,6 +154,10 @@ void SetDue(CoapRpcCalls *calls, RpcCall *call, coap_tick_t dueAt) {
 
 RpcCall *FirstDue(CoapRpcCalls *calls) { return DueTable(calls->dueTree).First(); }
 
+RpcCall *NextDue(CoapRpcCalls *calls, const CallDue &after) {
+  return DueTable(calls->dueTree).After(&after);
+}
+
 RpcCall *LeadWatch(CoapRpcCalls *calls, RpcCall *call) {
   const WatchKey key = {call->peer->coapSession, call->watch->request};
   WatchTable table(calls->watchTree);

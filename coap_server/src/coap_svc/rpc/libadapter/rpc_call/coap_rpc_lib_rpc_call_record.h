@@ -129,9 +129,11 @@ RpcCall *FindRpcCall(const CoapRpcCalls *calls, uint64_t id);
 bool AddRpcCall(CoapRpcCtx *ctx, CoapRpcCalls *calls, RpcCall *call, coap_tick_t dueAt);
 void RemoveRpcCall(CoapRpcCalls *calls, RpcCall *call);
 
-// SetDue moves a call in the order of time, FirstDue returns the one that is due next, or null.
+// SetDue moves a call in the order of time, FirstDue returns the one that is due next, and NextDue
+// the first after a place in that order; null for none.
 void SetDue(CoapRpcCalls *calls, RpcCall *call, coap_tick_t dueAt);
 RpcCall *FirstDue(CoapRpcCalls *calls);
+RpcCall *NextDue(CoapRpcCalls *calls, const CallDue &after);
 
 // LeadWatch returns the observation that leads those with the registration of this one, which may
 // be itself.  StopLeading takes it out of the table, if it is there: nobody can join it any more.

@@ -72,7 +72,8 @@ uint32_t DispClientTimes(void *obj, ...) {
 // What a row may take: a few of them are printed in a turn of the host's loop.
 constexpr uint32_t kMaxCountedInRow = 4096;
 
-struct UriDump {
+struct UriDump : LabelledDump<UriDump> {
+  static constexpr char kLabel[] = "server perUri", kCounted[] = "server uri";
   using Key = CoapRpcUriKey;
   static CoapRpcSerData *DataOf(CoapRpcCtx *ctx) { return ctx->ser; }
   static CoapRpcSerUriVtbl *First(CoapRpcSerData *ser) { return COAP_RpcSerFindFirstUriVtbl(ser); }
@@ -97,12 +98,6 @@ struct UriDump {
         stats.oldestPendingMs, stats.observers);
     return buf;
   }
-  static void PrintLine(uint64_t disp, int32_t counter, const char *text) {
-    KST_DispPrintf_(disp, "server uriStats[%3d]: %s\n", counter, text);
-  }
-  static void PrintTotal(uint64_t disp, int32_t counter) {
-    KST_DispPrintf_(disp, " ***total %d server uri(s) ***\n", counter);
-  }
 };
 
 uint32_t DispUriStats(void *ctx, ...) { return DumpNextRecord<UriDump>(ctx); }
@@ -110,7 +105,7 @@ uint32_t DispUriStats(void *ctx, ...) { return DumpNextRecord<UriDump>(ctx); }
 constexpr DispCommand kCommands[] = {
     {"DispServerStats", DispServerStats, "disp server stats", nullptr,
      "counters of messages, notifications, refusals and time"},
-    {"DispUriStats", DispUriStats, "disp server uriStats", nullptr,
+    {"DispUriStats", DispUriStats, "disp server perUri", nullptr,
      "counters of each registered URI"},
     {"DispClientStats", DispClientStats, "disp client stats", nullptr,
      "counters of calls, failures and mirrors"},

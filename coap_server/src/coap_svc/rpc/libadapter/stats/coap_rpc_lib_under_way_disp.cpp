@@ -57,15 +57,6 @@ const char *MethodText(unsigned code) {
 
 // ---- calls and base requests ----
 
-int32_t CompareDue(const void *a, const void *b) {
-  const auto *dueA = static_cast<const CallDue *>(a);
-  const auto *dueB = static_cast<const CallDue *>(b);
-  if (dueA->at != dueB->at) return dueA->at < dueB->at ? -1 : 1;
-  return (dueA->id > dueB->id) - (dueA->id < dueB->id);
-}
-
-using DueTable = COAP_RPC_TABLE(RpcCall, due, CallDue, CompareDue);
-
 // RequestPlace is where a row stands: that of a call, or of a message of libcoap's.
 struct RequestPlace {
   uint64_t isBase;
@@ -122,7 +113,7 @@ bool FillBase(CoapRpcCtx *ctx, const coap_session_t *session, int64_t mid, Reque
 
 bool FillFirst(CoapRpcCtx *ctx, RequestRow &row) {
   CoapRpcCalls *calls = CallsOf(ctx);
-  if (calls && FillCall(DueTable(calls->dueTree).First(), row)) return true;
+  if (calls && FillCall(FirstDue(calls), row)) return true;
   return FillBase(ctx, nullptr, 0, row);
 }
 
@@ -131,7 +122,7 @@ bool FillNext(CoapRpcCtx *ctx, const RequestPlaceBytes &key, RequestRow &row) {
   memcpy(static_cast<void *>(&place), key.bytes, sizeof(place));
   if (place.isBase != 0) return FillBase(ctx, place.session, place.mid, row);
   CoapRpcCalls *calls = CallsOf(ctx);
-  if (calls && FillCall(DueTable(calls->dueTree).After(&place.due), row)) return true;
+  if (calls && FillCall(NextDue(calls, place.due), row)) return true;
   return FillBase(ctx, nullptr, 0, row);
 }
 
