@@ -1,4 +1,5 @@
 """The live page in a real browser: exporter_browser.py <exporter> <exporter_server>."""
+import socket
 import sys
 import time
 
@@ -59,6 +60,37 @@ def chooses(page):
     until(lambda: page.value(f"{ROWS}.length") == 300, "all rows again")
 
 
+def keeps_focus(page):
+    """Who uses the keyboard is where they were after a change."""
+    page.value(f"{TABLE}.querySelectorAll('th button')[1].focus()")
+    first = page.value(cell("u/00009", 2))
+    until(lambda: page.value(cell("u/00009", 2)) not in (None, first), "a value changes")
+    check(page.value(f"document.activeElement === {TABLE}.querySelectorAll('th button')[1]"),
+          "the button keeps the focus")
+    page.value("document.activeElement.click()")
+    until(lambda: page.value(f"{TABLE}.querySelectorAll('th')[1].ariaSort") == "ascending", "the order is told")
+
+
+def comes_back_after_an_error(page, exporter):
+    """A browser does not try again by itself what was answered by an error."""
+    page.value("window.stop()")
+    page.call("Page.navigate", url="about:blank")
+    viewers = []
+
+    def is_full():
+        viewers.append(socket.create_connection(("127.0.0.1", exporter.port)))
+        viewers[-1].sendall(b"GET /events HTTP/1.1\r\n\r\n")
+        return viewers[-1].recv(12).endswith(b"503")
+
+    until(is_full, "all places of viewers are taken")
+    page.call("Page.navigate", url=exporter.base + "/")
+    until(lambda: "trying again" in (page.value("document.getElementById('link').textContent") or ""),
+          "the page says so")
+    for viewer in viewers:
+        viewer.close()
+    until(lambda: page.value("document.getElementById('link').textContent") == "live", "and is live again")
+
+
 def tells_the_end(page, exporter):
     exporter.hosts[0].kill()
     begin = time.monotonic()
@@ -80,9 +112,11 @@ def main(program, server):
         with Browser(exporter.base + "/") as page:
             follows(page)
             counts(page)
+            keeps_focus(page)
             chooses(page)
             tells_the_end(page, exporter)
             check(page.errors == [], f"no errors of scripts: {page.errors}")
+            comes_back_after_an_error(page, exporter)
 
 
 main(*sys.argv[1:])
