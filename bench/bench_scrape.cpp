@@ -24,6 +24,7 @@
 #include "coap_svc/rpc/coap_rpc_ser.h"
 #include "coap_svc/rpc/coap_rpc_stats.h"
 #include "host_poller.h"
+#include "kestrel_param.h"
 
 namespace {
 
@@ -50,12 +51,8 @@ class ScrapedHost {
  public:
   ScrapedHost(uint32_t numUris, const std::string &path) : host_(NewHost()) {
     if (!host_) abort();
-    CoapRpcInitParam param = {};
-    param.name = "shop";
-    param.memHandle = KestrelMem(host_);
-    param.dispHandle = KestrelDisp(host_);
+    CoapRpcInitParam param = coap_rpc_test::ParamOn(host_, "shop");
     param.logHandle = KestrelLog(host_);
-    param.tmrHandle = KestrelTmr(host_);
     param.dbgHandle = KestrelDbg(host_);
     ctx_ = COAP_RpcInit(&param);
     if (!ctx_ || COAP_RpcShowStats(ctx_) != 0) abort();

@@ -18,6 +18,7 @@
 #include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
 #include "coap_svc/rpc/server/sync/coap_rpc_ser_sync.h"
 #include "kestrel.h"
+#include "kestrel_param.h"
 
 namespace {
 
@@ -37,11 +38,7 @@ class Publisher {
     KestrelParam hostParam = {};
     hostParam.logSinks = KESTREL_SINK_NONE;
     host_ = KestrelNew(&hostParam, nullptr, 0);
-    CoapRpcInitParam param = {};
-    param.name = "bench";
-    param.memHandle = KestrelMem(host_);
-    param.dispHandle = KestrelDisp(host_);
-    param.tmrHandle = KestrelTmr(host_);
+    const CoapRpcInitParam param = coap_rpc_test::ParamOn(host_, "bench");
     ctx_ = COAP_RpcInit(&param);
     Register();
     if (hasVersions) COAP_RpcSerSetUriSync(ctx_, &key_, nullptr);

@@ -9,6 +9,7 @@
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/libadapter/coap_rpc_lib_rounds.h"
+#include "kestrel_param.h"
 #include "libcoap/ext/coap_rpc_lib_internals.h"
 #include "options.h"
 
@@ -79,13 +80,9 @@ WireHost::~WireHost() {
 
 CoapRpcCtx *WireHost::NewInstance() {
   const bool isLogging = logging_ != Logging::kNone;
-  CoapRpcInitParam param = {};
-  param.name = "bench";
+  CoapRpcInitParam param = coap_rpc_test::ParamOn(host_, "bench");
   param.logEnable = isLogging ? 1 : 0;
   param.logHandle = KestrelLog(host_);
-  param.memHandle = KestrelMem(host_);
-  param.dispHandle = KestrelDisp(host_);
-  param.tmrHandle = KestrelTmr(host_);
   if (logging_ == Logging::kDebug) param.dbgHandle = KestrelDbg(host_);
   instance_ = COAP_RpcInit(&param);
   if (!instance_) abort();

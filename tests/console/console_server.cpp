@@ -20,6 +20,7 @@
 #include <memory>
 #include <string_view>
 
+#include "kestrel_param.h"
 #include "raw_peer.h"
 
 namespace {
@@ -189,13 +190,9 @@ void FillMany(CoapRpcCtx *ctx) {
 }
 
 Instance MakeInstance(Kestrel *host) {
-  CoapRpcInitParam param = {};
-  param.name = "shop";
+  CoapRpcInitParam param = coap_rpc_test::ParamOn(host, "shop");
   param.logEnable = 1;
-  param.memHandle = KestrelMem(host);
-  param.dispHandle = KestrelDisp(host);
   param.logHandle = KestrelLog(host);
-  param.tmrHandle = KestrelTmr(host);
   return Instance(COAP_RpcInit(&param));
 }
 

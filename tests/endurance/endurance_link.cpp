@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "kestrel.h"
+#include "kestrel_param.h"
 #include "kst_tmr.h"
 #include "load.h"
 #include "memory_sample.h"
@@ -73,12 +74,8 @@ class Worker {
     KestrelParam param = {};
     param.logSinks = KESTREL_SINK_NONE;
     host_ = KestrelNew(&param, nullptr, 0);
-    CoapRpcInitParam init = {};
-    init.name = "endurance";
-    init.memHandle = KestrelMem(host_);
-    init.dispHandle = KestrelDisp(host_);
+    CoapRpcInitParam init = ParamOn(host_, "endurance");
     init.logHandle = KestrelLog(host_);
-    init.tmrHandle = KestrelTmr(host_);
     ctx_ = COAP_RpcInit(&init);
     COAP_RpcSetLibLogLevel(ctx_, kLibLogLevel);
     KestrelWatch(host_, COAP_RpcGetIoFd(ctx_), OnReadable, ctx_);

@@ -136,7 +136,7 @@ typedef struct CoapRpcUriStats {
   uint32_t size;    /* bytes of this record that the library has filled */
   uint32_t version; /* COAP_RPC_STATS_VERSION of the library */
 
-  /* Counters */
+  /* Counters, from the registration of the URI on */
   uint64_t requests;      /* handed to onRequest or onAsyncRequest */
   uint64_t callbackNs;    /* time in these callbacks and in builders, nanoseconds */
   uint64_t callbackMaxNs; /* longest of them */
