@@ -139,6 +139,12 @@ def refuses_hosts_of_one_name(program):
         check(status == 2, f"{sockets} is wrong usage")
 
 
+def has_its_port_alone(exporter):
+    status = subprocess.run([exporter.program, "--port", str(exporter.port), "x"], check=False,
+                            stderr=subprocess.DEVNULL, timeout=PATIENCE).returncode
+    check(status == 3, "a second one at the same port is refused")
+
+
 def ends_slow_senders(exporter):
     check(status_of(raw(exporter, b"GET / HTTP/1.1\r\nX: ")) in (None, 400, 408), "half a request is given up")
 
@@ -305,6 +311,7 @@ def main(program, server):
         survives_garbage(exporter)
         is_asked_by_its_names(exporter)
         answers_whole(exporter)
+        has_its_port_alone(exporter)
         gives_the_type_that_is_liked(exporter)
         ends_slow_senders(exporter)
         bounds_connections(exporter)

@@ -86,6 +86,13 @@ void CloseGently(int fd) {
   close(fd);
 }
 
+// SetReuse allows a port whose last connections have just ended.  Unlike the default it does not
+// allow one that another server listens at, with which it would share the connections.
+void SetReuse(socket_t sock) {
+  const int on = 1;
+  setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+}
+
 std::string_view WithoutPort(std::string_view host) {
   const size_t at = host.rfind(':');
   return host.substr(0, at != host.npos && host.find(']', at) == host.npos ? at : host.size());
@@ -107,6 +114,7 @@ bool IsLocalAddress(std::string_view address) {
 // One thread more than connections: it tells those who come in vain.
 WebServer::WebServer(bool isLocal, std::vector<std::string> names)
     : isLocal_(isLocal), names_(std::move(names)) {
+  set_socket_options(SetReuse);
   new_task_queue = [] { return new httplib::ThreadPool(kMaxConnections + 1); };
   set_pre_routing_handler([this](const httplib::Request &request, httplib::Response &response) {
     return Check(request, response);
