@@ -59,8 +59,7 @@ TEST(Filters, Sort_OrdersRowsAndKeepsTheTotalLast) {
 // What reads as a number without being one has no place among numbers.
 TEST(Filters, Sort_NamesLikeNanAreTexts) {
   const Texts rows = {"n(3)", "n(nan)", "n(1)", "n(inf)", "n(2)"};
-  EXPECT_EQ(Filtered("| sort n", rows).lines,
-            (Texts{"n(1)", "n(2)", "n(3)", "n(inf)", "n(nan)"}));
+  EXPECT_EQ(Filtered("| sort n", rows).lines, (Texts{"n(1)", "n(2)", "n(3)", "n(inf)", "n(nan)"}));
 }
 
 TEST(Filters, Columns_AreChosenInOrder) {

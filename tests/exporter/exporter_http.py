@@ -271,7 +271,7 @@ def leaves_a_host_when_killed(exporter):
     exporter.process.wait()
     until(lambda: not has_consoles(folder), "the host has no consoles")
     before = len(os.listdir(folder))
-    for _ in range(5):
+    for _ in range(2):
         exporter.start()
         until(lambda: has_consoles(folder), "the exporter has connected and runs commands")
         exporter.process.kill()

@@ -232,8 +232,7 @@ TEST(MetricsText, NamesOfOtherSeries_AreLeftOut) {
 
 TEST(MetricsText, ColumnsNamedAsLabels_GetOtherNames) {
   const std::string text = MetricsText({ViewOf(kServer, {"host(a)/n(1)"})}, true);
-  EXPECT_TRUE(
-      HasLine(text, "kestrel_server_uriVtbl_n{host=\"h\",host_=\"a\",object=\"shop\"} 1"));
+  EXPECT_TRUE(HasLine(text, "kestrel_server_uriVtbl_n{host=\"h\",host_=\"a\",object=\"shop\"} 1"));
 }
 
 TEST(MetricsText, TimesWithoutOrder_AreNoHistogram) {

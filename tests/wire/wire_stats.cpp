@@ -343,13 +343,12 @@ TEST_F(Stats, UriNumbersAsRows) {
   app_.onCall = [] { PassNs(7); };
   Ask(Message(kCodePost, "q"));
   COAP_RpcShowStats(Ctx());
-  EXPECT_EQ(
-      host_.RunCommand("disp server perUri"),
-      (std::vector<std::string>{
-          "server perUri[  0]: uri(a/b)/msgType(CON)/observe(0)/pktType(DEFAULT)/requests(1)"
-          "/callbackNs(7)/callbackMaxNs(7)/notifications(0)/delivered(0)/failed(0)/putBack(0)"
-          "/tuples(0)/pending(0)/inFlight(0)/oldestMs(0)/observers(0)\n",
-          " ***total 1 server uri(s) ***\n"}));
+  EXPECT_EQ(host_.RunCommand("disp server perUri"),
+            (std::vector<std::string>{
+                "server perUri[  0]: uri(a/b)/msgType(CON)/observe(0)/pktType(DEFAULT)/requests(1)"
+                "/callbackNs(7)/callbackMaxNs(7)/notifications(0)/delivered(0)/failed(0)/putBack(0)"
+                "/tuples(0)/pending(0)/inFlight(0)/oldestMs(0)/observers(0)\n",
+                " ***total 1 server uri(s) ***\n"}));
 }
 
 TEST_F(Stats, OpenRequestsAsRows) {

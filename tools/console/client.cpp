@@ -217,8 +217,8 @@ Outcome Client::CommandsWithHelp(std::vector<HostCommand> &commands) {
 }
 
 Outcome Client::Objects(std::vector<std::string> &objects) {
-  return AskAndComplain(
-      "objects", [&](const Reply &reply) { AddListed(objects, std::string(reply.text)); });
+  return AskAndComplain("objects",
+                        [&](const Reply &reply) { AddListed(objects, std::string(reply.text)); });
 }
 
 bool CommandLine(const std::vector<std::string> &words, std::string &line) {

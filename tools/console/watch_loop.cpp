@@ -106,7 +106,7 @@ class Watch {
       return;
     }
     (HasStyle(STDOUT_FILENO) ? ShowRound : PrintRound)(head.time + " " + Escaped(head.command),
-                                         RenderRound(lines, task_.style));
+                                                       RenderRound(lines, task_.style));
   }
 
   Client &client_;

@@ -50,7 +50,7 @@ bool HaveOwnNames(const std::vector<std::string> &sockets) {
   std::set<std::string> names;
   for (const std::string &socket : sockets) {
     const auto [name, path] = NameAndPath(socket);
-    const char *problem = name.empty() || path.empty()    ? "a host needs a name and a path"
+    const char *problem = name.empty() || path.empty() ? "a host needs a name and a path"
                           : !names.insert(name).second ? "two hosts have the same name"
                                                        : nullptr;
     if (!problem) continue;

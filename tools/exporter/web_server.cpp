@@ -102,8 +102,8 @@ std::string_view WithoutPort(std::string_view host) {
 
 bool IsLocalName(std::string_view host) {
   const std::string_view name = WithoutPort(host);
-  const bool isAddress =
-      (name.starts_with('[') && name.ends_with(']')) || name.find_first_not_of("0123456789.") == name.npos;
+  const bool isAddress = (name.starts_with('[') && name.ends_with(']')) ||
+                         name.find_first_not_of("0123456789.") == name.npos;
   return isAddress || name.find('.') == name.npos || name.ends_with(".localhost");
 }
 
