@@ -20,6 +20,13 @@ include(sbom)
 # The component of an install() that names none: programs and their manual pages.
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME tools)
 
+# The target installed builds what cmake --install needs, and no tests and examples.
+#   coap_rpc_builds_installed(<target>...)   these are installed
+add_custom_target(installed)
+function(coap_rpc_builds_installed)
+  add_dependencies(installed ${ARGN})
+endfunction()
+
 # The folder of the host's headers, below ours.
 set(COAP_RPC_PLATFORM_HEADERS coap_svc/platform)
 
@@ -31,6 +38,7 @@ function(coap_rpc_install)
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${arg_COMPONENT}
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
       ${CMAKE_INSTALL_INCLUDEDIR}/${COAP_RPC_PLATFORM_HEADERS})
+  coap_rpc_builds_installed(${arg_UNPARSED_ARGUMENTS})
   # The libraries find each other in their own folder.
   set_target_properties(${arg_UNPARSED_ARGUMENTS} PROPERTIES INSTALL_RPATH "$ORIGIN")
   install(DIRECTORY ${arg_HEADERS}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${arg_HEADERS_TO}
@@ -70,8 +78,16 @@ function(coap_rpc_install_package)
     DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libcoap-svc-rpc${PROJECT_VERSION_MAJOR})
 endfunction()
 
-# The target uninstall removes what cmake --install has installed from this build folder.
+# The target uninstall removes what cmake --install has installed from this build folder, also below several
+# prefixes: each installation adds its files to a record.  CMake's own manifest is of the last one, and
+# without DESTDIR.
 function(coap_rpc_add_uninstall)
+  install(CODE "
+    foreach(name IN LISTS CMAKE_INSTALL_MANIFEST_FILES)
+      set(name \"\$ENV{DESTDIR}\${name}\")
+      cmake_path(ABSOLUTE_PATH name BASE_DIRECTORY \"\${CMAKE_CURRENT_BINARY_DIR}\")
+      file(APPEND ${PROJECT_BINARY_DIR}/installed_files.txt \"\${name}\\n\")
+    endforeach()" ALL_COMPONENTS)
   add_custom_target(uninstall COMMAND ${CMAKE_COMMAND} -D BUILD=${PROJECT_BINARY_DIR}
     -P ${PROJECT_SOURCE_DIR}/cmake/uninstall.cmake VERBATIM)
 endfunction()

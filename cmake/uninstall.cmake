@@ -1,11 +1,15 @@
-# Removes what cmake --install has installed from the folder BUILD: the files of its manifests, and the
-# folders that are empty then and bear our name.
+# Removes what cmake --install has installed from the folder BUILD, wherever that was: the files of its
+# record, and the folders that are empty then and bear our name.
 cmake_minimum_required(VERSION 3.25)
 
 # coap_rpc_remove_folder(<folder>): and those above it, while they are empty and ours.
 function(coap_rpc_remove_folder folder)
+  # Python's, of modules that were there.
+  if(folder MATCHES "/coaprpc$")
+    file(REMOVE_RECURSE ${folder}/__pycache__)
+  endif()
   file(GLOB left ${folder}/*)
-  if(left OR NOT IS_DIRECTORY ${folder} OR NOT folder MATCHES "/[^/]*coap[-_]svc[^/]*(/|$)")
+  if(left OR NOT IS_DIRECTORY ${folder} OR NOT folder MATCHES "/([^/]*coap[-_]svc[^/]*|coaprpc)(/|$)")
     return()
   endif()
   file(REMOVE_RECURSE ${folder})
@@ -13,18 +17,16 @@ function(coap_rpc_remove_folder folder)
   coap_rpc_remove_folder(${above})
 endfunction()
 
-file(GLOB manifests ${BUILD}/install_manifest*.txt)
-if(NOT manifests)
+set(record ${BUILD}/installed_files.txt)
+if(NOT EXISTS ${record})
   message(FATAL_ERROR "nothing was installed from ${BUILD}")
 endif()
-foreach(manifest IN LISTS manifests)
-  file(STRINGS ${manifest} files)
-  foreach(name IN LISTS files)
-    file(REMOVE $ENV{DESTDIR}${name})
-  endforeach()
-  foreach(name IN LISTS files)
-    cmake_path(GET name PARENT_PATH folder)
-    coap_rpc_remove_folder($ENV{DESTDIR}${folder})
-  endforeach()
-  file(REMOVE ${manifest})
+file(STRINGS ${record} files)
+foreach(name IN LISTS files)
+  file(REMOVE ${name})
 endforeach()
+foreach(name IN LISTS files)
+  cmake_path(GET name PARENT_PATH folder)
+  coap_rpc_remove_folder(${folder})
+endforeach()
+file(REMOVE ${record})

@@ -9,9 +9,9 @@ DOCUMENT = TOP / "docs/interface.md"
 HEADERS = TOP / "coap_server/include/coap_svc/rpc"
 MANUAL = TOP / "docs/man/coap_svc_rpc.7"
 ROW = re.compile(r"^\| [^|]+ \| `(\w+)` \| (.*) \|$", re.MULTILINE)
-RULE = re.compile(r"^<a id=\"([\w-]+)\"></a>\*\*(.*?)\*\*", re.MULTILINE | re.DOTALL)
+RULE = re.compile(r"^<a id=\"([\w-]+)\"></a>(.*?)\n\n", re.MULTILINE | re.DOTALL)
 
-# anchor of a rule: the header that repeats its first sentence
+# anchor of a rule: the header that repeats its first two sentences
 PLACES = {
     "get-reaches": "coap_rpc_ser.h",
     "post-reaches": "coap_rpc_ser.h",
@@ -29,14 +29,21 @@ PLACES = {
 
 
 def words_of(text):
-    """The text without marks, line breaks and comment stars."""
-    plain = re.sub(r"[`*\\]|\.BR? |\.IR? ", "", text)
+    """The text without links, marks, line breaks and comment stars."""
+    plain = re.sub(r"\]\([^)]*\)|[\[\]`*\\]", "", text)
     return " ".join(plain.split())
 
 
 def rules():
-    return {anchor: words_of(sentence) for anchor, sentence in
+    """The first two sentences of each rule, by its anchor."""
+    return {anchor: re.split(r"(?<=\.) (?=[A-Z])", words_of(text))[:2] for anchor, text in
             RULE.findall(DOCUMENT.read_text(encoding="utf-8"))}
+
+
+def missing_from(text, sentences):
+    """A header may name, in brackets before the full stop, where to look."""
+    words = re.sub(r" \([a-z_]+\.h\)\.", ".", words_of(text))
+    return [sentence for sentence in sentences if sentence not in words]
 
 
 class Interface(unittest.TestCase):
@@ -49,13 +56,14 @@ class Interface(unittest.TestCase):
 
     def test_headers_repeat_the_rules(self):
         self.assertEqual(set(rules()), set(PLACES))
-        missing = [anchor for anchor, sentence in rules().items()
-                   if sentence not in words_of((HEADERS / PLACES[anchor]).read_text(encoding="utf-8"))]
-        self.assertEqual(missing, [])
+        for anchor, sentences in rules().items():
+            header = (HEADERS / PLACES[anchor]).read_text(encoding="utf-8")
+            self.assertEqual((len(sentences), missing_from(header, sentences)), (2, []), anchor)
 
     def test_manual_repeats_the_rules(self):
-        manual = words_of(MANUAL.read_text(encoding="utf-8"))
-        self.assertEqual([anchor for anchor, sentence in rules().items() if sentence not in manual], [])
+        manual = MANUAL.read_text(encoding="utf-8")
+        self.assertEqual([missing_from(manual, sentences) for sentences in rules().values()],
+                         [[]] * len(PLACES))
 
 
 if __name__ == "__main__":

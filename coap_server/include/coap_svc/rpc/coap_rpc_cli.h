@@ -4,11 +4,10 @@
  * is delivered to the onResponse of the table whose path it carries: notifications and asynchronous
  * answers carry a path, synchronous answers of this library's server do not.
  *
- * An asynchronous answer is a POST to port 5683 of the address that asked.  To get it, send the
- * request from that address (packet type BROADCAST binds it), serve the path there with an
- * asynchronous UNICAST entry, and register onResponse for the path with packet type DEFAULT.  Only
- * one process per address gets asynchronous answers.  Give each process an address of its own, or
- * use calls (coap_rpc_call.h). */
+ * An asynchronous answer is a POST to port 5683 of the address that asked.  The asker has to serve
+ * the path there with an asynchronous UNICAST entry, and register onResponse for it with packet type
+ * DEFAULT.  Only one process per address gets asynchronous answers.  Give each process an address of
+ * its own and use packet type BROADCAST, or use calls (coap_rpc_call.h). */
 #ifndef COAP_RPC_CLI_H
 #define COAP_RPC_CLI_H
 
@@ -38,7 +37,8 @@ static_assert(offsetof(CoapRpcCliAddr, codeType) == 44, "session key size");
 
 /* CoapRpcCliRspInfo describes a response.
  *
- * rspCode of an asynchronous answer is 2.  It is the code of the POST that carries the answer. */
+ * rspCode of an asynchronous answer is 2.  It is the code of the POST that carries the answer, not
+ * 2.05 (205): test the payload, not the code. */
 typedef struct CoapRpcCliRspInfo {
   uint32_t isChanged;   /* 1: code 2.04 */
   uint32_t rspCode;     /* class x 100 + detail: 205 is 2.05; 2 is a POST */
@@ -97,9 +97,9 @@ COAP_RPC_API uint32_t COAP_RpcCliRegVtbl(CoapRpcCtx *ctx, const CoapRpcUriKey *k
  * succeeds, although the call returns an error.  A NON request that cannot be sent keeps its record
  * until it is called again without a payload, or the instance stops.
  *
- * The first call of a session decides its source address.  A session is known by source,
- * destination and port; with packet type BROADCAST its first call binds it to srcIp.  Later calls
- * use it as it is, whatever their packet type.
+ * The first call of a session decides its source address.  Use one packet type for each peer: later
+ * calls use the session as it is.  A session is known by source, destination and port; with packet
+ * type BROADCAST its first call binds it to srcIp.
  *
  * Answers are received for 90 seconds after the last request to the peer, or while a relation with
  * it exists.
@@ -125,7 +125,8 @@ COAP_RPC_API uint32_t COAP_RpcCliConReq(CoapRpcCtx *ctx, const CoapRpcUriKey *ke
  * it.  Observe relations should be CON: a NON one is recorded, but never sent.
  * COAP_RpcCliObserveReqVerify echoes the URI's check code, so that an up-to-date client is sent
  * nothing; COAP_RpcCliObserveReqBatch requests all contents.  The first observing call for a key,
- * parameter and peer is always plain.  The two take effect from the second one.
+ * parameter and peer is always plain.  COAP_RpcCliObserveReqVerify and COAP_RpcCliObserveReqBatch
+ * take effect from the second one.
  *
  * A renewal waits while a payload of the relation comes in in blocks, which it would end: until the
  * payload is in, or no block has come for 22 s (limits.md).  The latest call says what it asks for.

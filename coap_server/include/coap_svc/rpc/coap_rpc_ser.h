@@ -30,8 +30,8 @@ static_assert(sizeof(CoapRpcSerReqInfo) == 28, "request information size");
 /* CoapRpcSerOnRequest answers a request at once.  Called from the I/O task; may call any function
  * of the library except COAP_RpcUninit.
  *
- * The bytes of a synchronous answer are not sent.  The peer gets as many zero bytes as the answer
- * has, and the byte after them.  Return data with an asynchronous answer or a direct entry.
+ * The bytes of a synchronous answer are not sent.  Return data with an asynchronous answer, or from
+ * a direct entry.  The peer gets as many zero bytes as the answer has, and the byte after them.
  *
  *   payload   NUL-terminated copy of payloadLen bytes, valid during the call
  *   out       outSize (65471) zeroed bytes for the answer
@@ -46,8 +46,9 @@ typedef int32_t (*CoapRpcSerOnRequest)(uint64_t userData, const CoapRpcSerReqInf
  * COAP_RpcSerSendAsyncResponse or COAP_RpcSerAbortAsyncResponse with `async`; both may be called
  * inside the callback.  Called from the I/O task.  Its result is not sent.
  *
- * Answer or abort every asynchronous request.  Others stay open until their URI is detached, and at
- * 65,536 open requests of a peer the next one gets 5.03; COAP_RpcGetOpenAsyncNum counts them. */
+ * Answer or abort every asynchronous request.  A request that is neither answered nor aborted stays
+ * open until its URI is detached, and at 65,536 open requests of a peer the next one gets 5.03.
+ * COAP_RpcGetOpenAsyncNum counts them. */
 typedef uint32_t (*CoapRpcSerOnAsyncRequest)(uint64_t userData, uint8_t *payload,
                                              uint32_t payloadLen, void *async);
 
@@ -119,9 +120,10 @@ static_assert(offsetof(CoapRpcSerObVtblReg, buildDelete) == 48, "observe record 
  * The key decides which requests reach the entry (docs/interface.md has the table):
  *
  *  - A GET reaches a DEFAULT entry of either message type.  Without one it reaches a UNICAST or
- *    BROADCAST entry of its own message type that is attached to the address it came in on
- *  - A POST reaches only UNICAST and BROADCAST entries of its own message type.
- *  - A POST to an asynchronous entry is taken for an answer.  Ask asynchronous entries with GET
+ *    BROADCAST entry of its own message type that is attached to the address it came in on.
+ *  - A POST reaches only UNICAST and BROADCAST entries of its own message type.  A NON POST misses a
+ *    CON entry.
+ *  - A POST to an asynchronous entry is taken for an answer.  Ask asynchronous entries with GET.
  *  - PUT and DELETE, and requests without payload, reach no callback
  *
  *   reg     copied
@@ -137,12 +139,12 @@ COAP_RPC_API uint32_t COAP_RpcSerRegVtbl(CoapRpcCtx *ctx, const CoapRpcUriKey *k
  * first use, binds the entry and creates the URI's resource if necessary.  Attaching the key again
  * to another address moves it; the old listen stays until a later detach finds it empty.
  *
- * A port that is in use stays closed after a second attempt that returns 0.  The first call takes
- * 3 s, returns 1900000157 and leaves a listen without endpoint; the key is not attached.  Attaching
- * to it again returns 0 but serves nothing, even if the port is free by then.  To recover, attach again and open the listen with COAP_RpcSerReopen (coap_rpc_ext.h); or
- * attach again, detach with COAP_RpcSerUnsetUri, which deletes the listen if no other key is
- * attached there, and attach once more.  libcoap's warning "cannot open endpoint" has address, port
- * and errno of each attempt.
+ * A port that is in use stays closed after a second attempt that returns 0.  After the error attach
+ * the URI again, and call COAP_RpcSerReopen until it returns 0.  The first call takes 3 s, returns
+ * 1900000157 and leaves a listen without endpoint; the key is not attached.  Attaching to it again
+ * returns 0 but serves nothing, even if the port is free by then.  Instead of COAP_RpcSerReopen,
+ * COAP_RpcSerUnsetUri deletes the listen if no other key is attached there; then attach once more.
+ * libcoap's warning "cannot open endpoint" has address, port and errno of each attempt.
  *
  * Returns 0 or:  1900000077 null argument (asserted)     1900000082 family is neither 1 nor 2
  *                1900000087 IPv4 address 0               1900000152 no listen record
@@ -183,8 +185,8 @@ COAP_RPC_API uint32_t COAP_RpcSerAbortAsyncResponse(CoapRpcCtx *ctx, void *async
 
 /* COAP_RpcSerObserveDataUpdate adds or changes one tuple and queues the change for the observers.
  *
- * One observer of a round gets the changes.  With two observers of a URI, the other one gets 2.01
- * without payload: use one URI for each mirror, or versions (coap_rpc_sync.h).
+ * One observer of a round gets the changes.  Use one URI for each mirror, or exact copies, which any
+ * number of readers can keep (coap_rpc_sync.h).  The other observers get 2.01 without payload.
  *
  *   tupleKey   keyLen bytes
  *   tupleVal   valLen bytes; null keeps the old value
