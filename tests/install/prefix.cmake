@@ -31,6 +31,17 @@ foreach(name IN LISTS files)
     endif()
   endif()
 endforeach()
+
+# What is built is built by the target installed, for those who build nothing else.
+execute_process(COMMAND ninja -C ${BUILD} -t query installed OUTPUT_VARIABLE inputs
+  COMMAND_ERROR_IS_FATAL ANY)
+string(REGEX MATCHALL "[^/\n]+\n" inputs "${inputs}")
+foreach(name IN LISTS files)
+  cmake_path(GET name FILENAME file)
+  if(name MATCHES "\\.(a|so)$|^bin/" AND NOT "${file}\n" IN_LIST inputs)
+    message(SEND_ERROR "the target installed does not build ${name}")
+  endif()
+endforeach()
 if(NOT hasTestHost)
   message(SEND_ERROR "libkestrel-test.a is missing: ${files}")
 endif()
