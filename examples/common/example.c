@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <coap_svc/rpc/coap_rpc_ext.h>
+#include <coap_svc/rpc/coap_rpc_stats.h>
 #include <kst_tmr.h>
 #include <signal.h>
 #include <stdio.h>
@@ -47,6 +48,8 @@ static void OpenConsole(Kestrel *host, const char *name) {
 int ExampleStart(Example *example, const char *name) {
   KestrelParam param = {0};
   char error[256] = "";
+  example->numMessages = 0;
+  example->idleSeconds = 0;
   param.name = name;
   param.logSinks = getenv("EXAMPLE_LOG") ? KESTREL_SINK_STDERR : KESTREL_SINK_NONE;
   example->host = KestrelNew(&param, error, sizeof(error));
@@ -70,9 +73,29 @@ int ExampleStart(Example *example, const char *name) {
 
 static uint32_t StopOnTick(void *param) { return KestrelStop((Kestrel *)param); }
 
+uint32_t ExamplePatience(void) {
+  const char *seconds = getenv("EXAMPLE_PATIENCE");
+  return seconds ? (uint32_t)strtoul(seconds, NULL, 10) : 60;
+}
+
+static uint32_t StopWhenIdle(void *param) {
+  Example *example = param;
+  CoapRpcStats stats;
+  COAP_RpcGetStats(example->ctx, &stats);
+  const int isIdle = stats.in.messages == example->numMessages;
+  example->numMessages = stats.in.messages;
+  example->idleSeconds = isIdle ? example->idleSeconds + 1 : 0;
+  if (example->idleSeconds < ExamplePatience()) return 0;
+  printf("no message has come for %u s\n", example->idleSeconds);
+  return KestrelStop(example->host);
+}
+
 void ExampleRun(Example *example, uint32_t seconds) {
+  const uint64_t timers = KestrelTmr(example->host);
   if (seconds != 0) {
-    KST_TmrStartLoop(KestrelTmr(example->host), StopOnTick, seconds * 1000, example->host);
+    KST_TmrStartLoop(timers, StopOnTick, seconds * 1000, example->host);
+  } else {
+    KST_TmrStartLoop(timers, StopWhenIdle, 1000, example);
   }
   KestrelRun(example->host);
 }

@@ -27,14 +27,20 @@ enum { EXAMPLE_PORT = 5683 };
 typedef struct Example {
   Kestrel *host;
   CoapRpcCtx *ctx;
+  uint64_t numMessages; /* that have come, and for how many seconds none has */
+  uint32_t idleSeconds;
 } Example;
 
 /* ExampleStart makes both; SIGINT and SIGTERM then end ExampleRun.  Returns 0, or 1 after it has
  * said on the standard error what is wrong. */
 int ExampleStart(Example *example, const char *name);
 
-/* ExampleRun runs the host's loop until KestrelStop, a signal, or for `seconds` (0: no
- * limit).  Call it once. */
+/* ExamplePatience is how many seconds an example waits for somebody: 60, or the number in
+ * EXAMPLE_PATIENCE. */
+uint32_t ExamplePatience(void);
+
+/* ExampleRun runs the host's loop until KestrelStop, a signal, or for `seconds`; with 0 until no
+ * message has come for ExamplePatience, and says so.  Call it once. */
 void ExampleRun(Example *example, uint32_t seconds);
 
 /* ExampleEnd deletes both.  Returns 0, or 1 when memory was not freed. */

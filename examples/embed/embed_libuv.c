@@ -4,7 +4,9 @@
  * makes the instance serve datagrams the moment they come.  The URI "time" tells how often the
  * application's own timer has ticked.
  *
- *   embed_libuv [--seconds <n>]        then, in another terminal, client_minimal_c */
+ *   embed_libuv [--seconds <n>]        then, in another terminal, client_minimal_c
+ *
+ * It ends when nobody asks for a minute, or after --seconds. */
 #include <coap_svc/rpc/coap_rpc_ext.h>
 #include <stdio.h>
 #include <string.h>
@@ -18,13 +20,16 @@ typedef struct App {
   uv_poll_t io;      /* the instance's datagrams */
   uv_signal_t interrupt;
   uint32_t numTicks, maxTicks;
+  uint32_t askedAt; /* the number of ticks then */
   Kestrel *host;
   CoapRpcCtx *ctx;
 } App;
 
 static void OnTick(uv_timer_t *timer) {
   App *app = (App *)timer->data;
-  if (++app->numTicks == app->maxTicks) uv_stop(&app->loop);
+  const int isIdle = app->maxTicks == 0 && app->numTicks - app->askedAt >= 10 * ExamplePatience();
+  if (isIdle) puts("nobody asks");
+  if (isIdle || ++app->numTicks == app->maxTicks) uv_stop(&app->loop);
 }
 
 static void OnInterrupt(uv_signal_t *handle, int number) {
@@ -39,8 +44,9 @@ static void OnReadable(uv_poll_t *poll, int status, int events) {
 }
 
 static uint32_t OnTime(uint64_t userData, uint8_t *payload, uint32_t payloadLen, void *async) {
-  const App *app = (const App *)(uintptr_t)userData;
+  App *app = (App *)(uintptr_t)userData;
   char answer[64];
+  app->askedAt = app->numTicks;
   (void)payload, (void)payloadLen;
   snprintf(answer, sizeof(answer), "my loop has ticked %u times", app->numTicks);
   return COAP_RpcSerSendAsyncResponse(app->ctx, async, (const uint8_t *)answer,

@@ -7,7 +7,7 @@
  * entries, which any CoAP client can call: docs/direct.md.
  *
  * Try it:  server_minimal &  client_minimal_c
- * It runs until it is interrupted, or for --seconds <n>. */
+ * It runs until it is interrupted or nobody asks for a minute, or for --seconds <n>. */
 #include <stdio.h>
 #include <string.h>
 #include <time.h>

@@ -9,7 +9,8 @@
  *
  * A plain observer gets elements that this program writes: JSON objects, or with "--format idl"
  * messages of key and value, or of the key alone for an interface that is gone.  docs/limits.md
- * says what it can miss. */
+ * says what it can miss.  The server ends when no message comes for a minute, or after --seconds.
+ */
 #include <coap_svc/rpc/coap_rpc_sync.h>
 #include <endian.h>
 #include <jansson.h>

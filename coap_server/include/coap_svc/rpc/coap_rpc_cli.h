@@ -5,9 +5,9 @@
  * answers carry a path, synchronous answers of this library's server do not.
  *
  * An asynchronous answer is a POST to port 5683 of the address that asked.  The asker has to serve
- * the path there with an asynchronous UNICAST entry, and register onResponse for it with packet type
- * DEFAULT.  Only one process per address gets asynchronous answers.  Give each process an address of
- * its own and use packet type BROADCAST, or use calls (coap_rpc_call.h). */
+ * the path there with an asynchronous UNICAST entry, and register onResponse for it with packet
+ * type DEFAULT.  Only one process per address gets asynchronous answers.  Give each process an
+ * address of its own and use packet type BROADCAST, or use calls (coap_rpc_call.h). */
 #ifndef COAP_RPC_CLI_H
 #define COAP_RPC_CLI_H
 

@@ -121,8 +121,8 @@ static_assert(offsetof(CoapRpcSerObVtblReg, buildDelete) == 48, "observe record 
  *
  *  - A GET reaches a DEFAULT entry of either message type.  Without one it reaches a UNICAST or
  *    BROADCAST entry of its own message type that is attached to the address it came in on.
- *  - A POST reaches only UNICAST and BROADCAST entries of its own message type.  A NON POST misses a
- *    CON entry.
+ *  - A POST reaches only UNICAST and BROADCAST entries of its own message type.  A NON POST
+ *    misses a CON entry.
  *  - A POST to an asynchronous entry is taken for an answer.  Ask asynchronous entries with GET.
  *  - PUT and DELETE, and requests without payload, reach no callback
  *
@@ -185,8 +185,8 @@ COAP_RPC_API uint32_t COAP_RpcSerAbortAsyncResponse(CoapRpcCtx *ctx, void *async
 
 /* COAP_RpcSerObserveDataUpdate adds or changes one tuple and queues the change for the observers.
  *
- * One observer of a round gets the changes.  Use one URI for each mirror, or exact copies, which any
- * number of readers can keep (coap_rpc_sync.h).  The other observers get 2.01 without payload.
+ * One observer of a round gets the changes.  Use one URI for each mirror, or exact copies, which
+ * any number of readers can keep (coap_rpc_sync.h).  The other observers get 2.01 without payload.
  *
  *   tupleKey   keyLen bytes
  *   tupleVal   valLen bytes; null keeps the old value

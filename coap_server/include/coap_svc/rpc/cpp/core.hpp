@@ -57,7 +57,7 @@ class Link {
   }
   // joinBefore makes it the last of the ring that begins with `head`.  A temporary leaves the ring
   // when it ends, which gcc does not see.
-#if defined(__GNUC__) && !defined(__clang__)
+#if __GNUC__ >= 12 && !defined(__clang__)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdangling-pointer"
 #endif
@@ -67,7 +67,7 @@ class Link {
     prev_ = head.prev_;
     prev_->next_ = head.prev_ = this;
   }
-#if defined(__GNUC__) && !defined(__clang__)
+#if __GNUC__ >= 12 && !defined(__clang__)
 #pragma GCC diagnostic pop
 #endif
 
