@@ -63,7 +63,7 @@ class Reader {
     }
   }
 
-  // AskForPages pulls the beginning of the table so many times at once, and returns how many were
+  // AskForPages pulls the beginning of the table that often at once, and returns how many were
   // answered.
   uint32_t AskForPages(uint32_t num) {
     for (uint32_t i = 0; i < num; ++i) {

@@ -187,7 +187,7 @@ def _parser() -> argparse.ArgumentParser:
         command.add_argument("--format", type=int, metavar="NUMBER", help="Content-Format of the data")
     delete = _add(commands, "delete", "remove a resource")
     observe = _add(commands, "observe", "show a resource and its changes")
-    observe.add_argument("--count", type=_positive, default=0, metavar="N", help="end after so many answers")
+    observe.add_argument("--count", type=_positive, default=0, metavar="N", help="end after N answers")
     mirror = _add(commands, "mirror", "show a table and its changes")
     mirror.add_argument("--key", required=True, metavar="LAYOUT", help="of keys, as for Python's struct: !H")
     mirror.add_argument("--value", required=True, metavar="LAYOUT", help="of values")

@@ -30,7 +30,7 @@ from ._native import ffi, lib
 
 logger = logging.getLogger("coaprpc")
 
-# The library writes errors about what is none for a program; so its log is off unless someone wants it.
+# The library logs as errors what is no error for a program; so its log is off unless someone wants it.
 library_logger = logging.getLogger("coaprpc.library")
 if library_logger.level == logging.NOTSET:
     library_logger.setLevel(logging.CRITICAL)

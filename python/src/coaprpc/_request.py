@@ -33,7 +33,7 @@ class Method(IntEnum):
 
 
 def method_of(method: Method | str) -> Method:
-    """Raises ValueError for what is none."""
+    """Raises ValueError for an unknown method."""
     if not isinstance(method, str):
         return Method(method)
     if method.upper() not in Method.__members__:
@@ -165,7 +165,7 @@ Answer = Response | bytes | bytearray | memoryview | str | None
 
 
 def bytes_of(value: object) -> bytes:
-    """A payload; TypeError for what is none."""
+    """A payload; TypeError for anything else."""
     if isinstance(value, str):
         return value.encode()
     if isinstance(value, bytes | bytearray | memoryview):

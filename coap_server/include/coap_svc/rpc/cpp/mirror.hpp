@@ -105,7 +105,7 @@ class MirrorRecord final : public Record {
     if (const auto row = decode(key, val)) fn(row->first, row->second);
   }
 
-  // A value that the type refuses is none: the row is then added or removed.
+  // A value that the type refuses counts as no row: the row is then added or removed.
   static void onChanged(uint64_t userData, const void *key, const void *oldVal,
                         const void *newVal) {
     MirrorRecord &self = recordOf<MirrorRecord>(userData);

@@ -55,10 +55,10 @@ struct SyncSpace {
   uint32_t num;           // in use and spare
 };
 
-// SyncSpaceReserve makes sure of the segments for so many tuples.  False: no memory.
+// SyncSpaceReserve allocates the segments that this number of tuples needs.  False: no memory.
 [[nodiscard]] bool SyncSpaceReserve(SyncSpace &space, uint64_t mem, uint64_t numTuples);
 
-// SyncSpaceTrim frees those that so many tuples do not need.
+// SyncSpaceTrim frees those that this number of tuples does not need.
 void SyncSpaceTrim(SyncSpace &space, uint64_t mem, uint64_t numTuples);
 
 // SyncSpaceClear frees all.
