@@ -29,7 +29,7 @@ REFUSES = {
 OTHERS = {"DIRECT", "OBSERVERS"}
 
 REFUSE_NOTHING = {
-    "kMaxAnswersInLibcoap": "the others stay queued", "kMaxAnswersPerTurn": "the others follow",
+    "kMaxAdviceLines": "further warnings are counted", "kMaxAnswersInLibcoap": "the others stay queued", "kMaxAnswersPerTurn": "the others follow",
     "kMaxAnswersInBlocks": "the others stay queued", "kMaxAnswerInOneMessage": "a longer one has blocks",
     "kMaxSpareSessions": "a session is opened again", "kMaxUnacknowledged": "further ones are NON",
     "kMaxRenewalDelayMs": "a time", "kMaxAnswerOptions": "a bad argument gets a code",
@@ -45,7 +45,7 @@ ROWS_THAT_REFUSE_NOTHING = {
     "call-messages": "a bad argument gets a code", "resends": "they are sent later",
     "debug-texts": "of the reference host", "direct-unacknowledged": "further ones are NON",
     "answer-options": "a bad argument gets a code", "link-attributes": "a bad argument gets a code",
-    "processes": "a rule",
+    "processes": "a rule", "advice": "further warnings are counted",
 }
 
 

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include "coap_svc/rpc/coap_rpc_cli.h"
+#include "coap_svc/rpc/coap_rpc_direct.h"
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "test_instance.h"
 
@@ -39,7 +40,7 @@ class Advice : public testing::Test {
  protected:
   Advice() { EXPECT_EQ(COAP_RpcSetAdvice(instance_, 1), 0u); }
 
-  // AfterCall gathers the warnings since the last one.
+  // AfterCall gathers the warnings since the last one, and lets them be logged again.
   Outcome AfterCall(uint32_t ret) {
     Outcome outcome = {ret, {}};
     for (const LogRecord &record : host_.LogsOf("COAP_RpcSetAdvice")) {
@@ -50,6 +51,7 @@ class Advice : public testing::Test {
     }
     num_ += static_cast<uint32_t>(outcome.advice.size());
     EXPECT_EQ(COAP_RpcGetAdviceNum(instance_), num_);
+    COAP_RpcSetAdvice(instance_, 1);
     host_.ClearLogs();
     return outcome;
   }
@@ -99,12 +101,21 @@ class Advice : public testing::Test {
 };
 
 TEST_F(Advice, LongPath) {
-  EXPECT_EQ(Serve(KeyOf(std::string(32, 'a').c_str())), fine_);
-  for (size_t len = 33; len <= 63; ++len) {
+  const Outcome expected = {0, {"no message finds a path of more than 32 characters"}};
+  for (size_t len = 32; len <= 63; ++len) {
     SCOPED_TRACE(len);
-    ExpectOfKey(KeyOf(std::string(len, 'a').c_str()),
-                "no message finds a path of more than 32 characters");
+    const CoapRpcUriKey key = KeyOf(std::string(len, 'a').c_str());
+    EXPECT_EQ(Register(key), len == 32 ? fine_ : expected);
+    EXPECT_EQ(Serve(key), fine_) << "it may become a direct entry";
+    EXPECT_EQ(Attach(key, 5683), len == 32 ? fine_ : expected);
   }
+}
+
+TEST_F(Advice, LongPathOfADirectEntry_IsFound) {
+  const CoapRpcUriKey key = KeyOf(std::string(63, 'a').c_str());
+  EXPECT_EQ(Serve(key), fine_);
+  EXPECT_EQ(COAP_RpcSerSetDirect(instance_, &key, nullptr), 0u);
+  EXPECT_EQ(Attach(key, 5683), fine_);
 }
 
 TEST_F(Advice, PathWithoutTerminator) {
@@ -200,7 +211,34 @@ TEST_F(Advice, Line_HasTheKey) {
 
 TEST_F(Advice, EachBrokenRule_IsOneWarning) {
   CoapRpcUriKey key = KeyOf((std::string(40, 'a') + " ").c_str(), 9, 0, 9);
-  EXPECT_EQ(Serve(key).advice.size(), 4u);
+  EXPECT_EQ(Register(key).advice.size(), 4u);
+}
+
+TEST_F(Advice, SameWarning_IsLoggedOnceAndCounted) {
+  const CoapRpcUriKey keys[] = {KeyOf("a"), KeyOf("b")};
+  const CoapRpcCliReqParam param = {};
+  CoapRpcCliAddr addr = {};
+  addr.srcIp.family = addr.dstIp.family = COAP_RPC_IPV4;
+  addr.dstIp.addr.ipv4 = 0x7F000002;
+  addr.dstPort = 9;
+  for (int i = 0; i < 200; ++i) {
+    for (const CoapRpcUriKey &key : keys) COAP_RpcCliConReq(instance_, &key, &param, &addr);
+  }
+  EXPECT_EQ(host_.LogsOf("COAP_RpcSetAdvice").size(), 4u) << "two rules, two keys";
+  EXPECT_EQ(COAP_RpcGetAdviceNum(instance_), 800u);
+  COAP_RpcSetAdvice(instance_, 1);
+  COAP_RpcCliConReq(instance_, &keys[0], &param, &addr);
+  EXPECT_EQ(host_.LogsOf("COAP_RpcSetAdvice").size(), 6u);
+}
+
+TEST_F(Advice, ManyWarnings_AreCountedOnly) {
+  const CoapRpcCliVtblReg reg = {};
+  for (int i = 0; i < 100; ++i) {
+    const CoapRpcUriKey key = KeyOf(("a " + std::to_string(i)).c_str());
+    COAP_RpcCliRegVtbl(instance_, &key, &reg);
+  }
+  EXPECT_EQ(host_.LogsOf("COAP_RpcSetAdvice").size(), 64u);
+  EXPECT_EQ(COAP_RpcGetAdviceNum(instance_), 100u);
 }
 
 TEST_F(Advice, FailedCalls_AreNotAdvisedAbout) {

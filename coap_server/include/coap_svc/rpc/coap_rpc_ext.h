@@ -92,10 +92,13 @@ COAP_RPC_API uint32_t COAP_RpcSetLibLogLevel(CoapRpcCtx *ctx, uint32_t level);
  * although it can never work.  Initially off.  Turn it on first, while you develop: each call is
  * checked when it is made.  Results, messages and other log lines are the same with and without.
  *
- * A warning is one log line at level 2, "[CoapRpc]advice: ...", with the key.  It is given for:
+ * A warning is one log line at level 2, "[CoapRpc]advice: ...", with the key.  The same one is
+ * logged once, and 64 different ones in all, until this function is called again.  It is given for:
  *
- *  - a registered path without terminator, with more than 32 characters, with characters that
- *    messages percent-encode, such as a blank, or with bytes after its terminator
+ *  - a registered path without terminator, with characters that messages percent-encode, such as a
+ *    blank, or with bytes after its terminator
+ *  - a path of more than 32 characters, when the client registers it, or COAP_RpcSerSetUri attaches
+ *    it and it is not a direct entry's
  *  - a registered key with an unknown message type or packet type
  *  - an observe record with an unknown payload format, or without buildUpdate or buildDelete
  *  - COAP_RpcSerSetUri with port 0
@@ -107,7 +110,8 @@ COAP_RPC_API uint32_t COAP_RpcSetLibLogLevel(CoapRpcCtx *ctx, uint32_t level);
  * Returns 0 or:  1900001641 null instance (asserted) */
 COAP_RPC_API uint32_t COAP_RpcSetAdvice(CoapRpcCtx *ctx, uint32_t isOn);
 
-/* COAP_RpcGetAdviceNum counts the warnings given; 0 for a null instance. */
+/* COAP_RpcGetAdviceNum counts the warnings, also those that are not logged again; 0 for a null
+ * instance. */
 COAP_RPC_API uint32_t COAP_RpcGetAdviceNum(const CoapRpcCtx *ctx);
 
 /* COAP_RpcSetNstart sets how many CON requests of a client session may be unacknowledged at once;

@@ -44,7 +44,9 @@ typedef struct CoapRpcLibExtOps {
 /* CoapRpcAdvice is the state of init/coap_rpc_advice.h. */
 typedef struct CoapRpcAdvice {
   uint32_t isOn;
-  uint32_t num; /* warnings so far */
+  uint32_t num;      /* warnings so far */
+  uint32_t numLines; /* of these, how many were logged since it was turned on, and what they said */
+  uint64_t lines[64];
 } CoapRpcAdvice;
 
 struct CoapRpcCtx {

@@ -6,7 +6,8 @@
 
 COAP_RPC_C_BEGIN
 
-/* CoapRpcLibEntry is all zero in a new entry.  Only the adapter reads and writes it. */
+/* CoapRpcLibEntry is all zero in a new entry.  Only the adapter reads and writes it; others may ask
+ * whether there is a `direct`. */
 typedef struct CoapRpcLibEntry {
   void *answerSession;       /* what the entry's asyncSession belongs to; null for none */
   CoapRpcLink blockList;     /* payloads owned by libcoap that still name the entry */

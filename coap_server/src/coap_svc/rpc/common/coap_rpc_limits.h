@@ -48,6 +48,9 @@ inline constexpr uint32_t kResendBatchSize = 20;
 inline constexpr uint32_t kNotificationOrderMs = 128000;
 inline constexpr uint32_t kIncomingIdleMs = 22000;
 
+// Different warnings of input that can never work, which are logged.
+inline constexpr uint32_t kMaxAdviceLines = 64;
+
 // CON requests whose ends an application wants to be told of.
 inline constexpr uint32_t kMaxOpenRequests = COAP_RPC_MAX_FOLLOWED_REQUESTS;
 

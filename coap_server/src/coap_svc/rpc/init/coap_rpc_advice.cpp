@@ -9,6 +9,8 @@
 #include "coap_svc/rpc/coap_rpc_ext.h"
 #include "coap_svc/rpc/common/coap_rpc_limits.h"
 #include "coap_svc/rpc/common/coap_rpc_log_site.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_entry.h"
+#include "coap_svc/rpc/server/coap_rpc_ser_uri.h"
 
 namespace {
 
@@ -23,8 +25,27 @@ struct Rule {
   const char *advice;
 };
 
+static_assert(sizeof(CoapRpcAdvice::lines) == kMaxAdviceLines * sizeof(uint64_t));
+
+// Fnv1a adds bytes to a hash.
+uint64_t Fnv1a(uint64_t hash, const void *bytes, size_t len) {
+  const auto *at = static_cast<const uint8_t *>(bytes);
+  for (size_t i = 0; i < len; ++i) hash = (hash ^ at[i]) * 0x100000001B3;
+  return hash;
+}
+
+// IsNew notes a warning, if there is room.
+bool IsNew(CoapRpcAdvice &state, const CoapRpcUriKey &key, const char *advice) {
+  const uint64_t line = Fnv1a(Fnv1a(0xCBF29CE484222325, &key, sizeof(key)), advice, strlen(advice));
+  uint64_t *const end = state.lines + state.numLines;
+  if (state.numLines == kMaxAdviceLines || std::find(state.lines, end, line) != end) return false;
+  state.lines[state.numLines++] = line;
+  return true;
+}
+
 void Warn(CoapRpcCtx *ctx, const CoapRpcUriKey &key, const char *advice) {
   ++ctx->advice.num;
+  if (!IsNew(ctx->advice, key, advice)) return;
   COAP_RPC_LOG(ctx->log, kLogAdvice,
                "[CoapRpc]advice: %s, uri:%s, msgType:%u, observe:%u, pktType:%u.\n", advice,
                COAP_RPC_KEY_ARGS(key));
@@ -57,9 +78,10 @@ bool IsDirty(const CoapRpcUriKey &key) {
   return std::any_of(key.uri + PathLen(key), std::end(key.uri), [](char c) { return c != '\0'; });
 }
 
+constexpr char kLongPath[] = "no message finds a path of more than 32 characters";
+
 constexpr Rule<CoapRpcUriKey> kKeyRules[] = {
     {HasNoEnd, "no message finds a path without terminator"},
-    {IsTooLong, "no message finds a path of more than 32 characters"},
     {IsEncoded, "no message finds a path with characters that are percent-encoded"},
     {IsDirty, "no message finds a path with bytes after its terminator"},
     {[](const CoapRpcUriKey &key) { return key.msgType > COAP_RPC_NON; }, "unknown message type"},
@@ -87,9 +109,22 @@ constexpr Rule<Served> kServedRules[] = {
     {HasNoBuilder, "changes without buildUpdate or buildDelete are not published"},
 };
 
-constexpr Rule<CoapRpcSerListenAddr> kListenRules[] = {
-    {[](const CoapRpcSerListenAddr &addr) { return addr.port == 0; },
+// A path is longer than messages find, unless its entry is direct.
+bool IsUnfindable(CoapRpcCtx *ctx, const CoapRpcUriKey &key) {
+  const CoapRpcSerUriVtbl *entry = COAP_RpcSerFindUriVtbl(ctx->ser, &key);
+  return IsTooLong(key) && (!entry || !entry->lib.direct);
+}
+
+struct Attached {
+  CoapRpcCtx *ctx;
+  const CoapRpcUriKey &key;
+  const CoapRpcSerListenAddr &addr;
+};
+
+constexpr Rule<Attached> kAttachRules[] = {
+    {[](const Attached &at) { return at.addr.port == 0; },
      "nobody knows the port that the system chooses for port 0"},
+    {[](const Attached &at) { return IsUnfindable(at.ctx, at.key); }, kLongPath},
 };
 
 // ---- client -------------------------------------------------------------------------------------
@@ -104,6 +139,8 @@ bool IsUnregistered(const Asked &asked) { return !COAP_RpcCliFindUriVtbl(asked.c
 bool HasNoMethod(const Asked &asked) {
   return asked.addr.codeType < COAP_RPC_GET || asked.addr.codeType > COAP_RPC_IPATCH;
 }
+
+constexpr Rule<CoapRpcUriKey> kCallableRules[] = {{IsTooLong, kLongPath}};
 
 constexpr Rule<Asked> kRequestRules[] = {
     {IsUnregistered, "a request of a key that is not registered has no payload"},
@@ -127,11 +164,12 @@ void coap_rpc::AdviseOnServed(CoapRpcCtx *ctx, const CoapRpcUriKey &key,
 
 void coap_rpc::AdviseOnAttached(CoapRpcCtx *ctx, const CoapRpcUriKey &key,
                                 const CoapRpcSerListenAddr &addr) {
-  Check(ctx, key, addr, kListenRules);
+  Check(ctx, key, Attached{ctx, key, addr}, kAttachRules);
 }
 
 void coap_rpc::AdviseOnCallable(CoapRpcCtx *ctx, const CoapRpcUriKey &key) {
   Check(ctx, key, key, kKeyRules);
+  Check(ctx, key, key, kCallableRules);
 }
 
 void coap_rpc::AdviseOnRequest(CoapRpcCtx *ctx, const CoapRpcUriKey &key,
@@ -148,6 +186,7 @@ void coap_rpc::AdviseOnRelation(CoapRpcCtx *ctx, const CoapRpcUriKey &key,
 uint32_t COAP_RpcSetAdvice(CoapRpcCtx *ctx, uint32_t isOn) {
   if (!ctx) return Violated(kSiteSetAdviceNullArg);
   ctx->advice.isOn = isOn != 0 ? 1 : 0;
+  ctx->advice.numLines = 0;
   return 0;
 }
 

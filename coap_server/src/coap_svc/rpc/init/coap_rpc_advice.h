@@ -2,7 +2,8 @@
  *
  * Off until COAP_RpcSetAdvice turns it on.  An entry point hands in what the application gave it,
  * after its own checks and before it acts.  Each rule that the input breaks is one warning and one
- * count; nothing else changes, and no result depends on it. */
+ * count; nothing else changes, and no result depends on it.  A warning is logged once for each key,
+ * and kMaxAdviceLines of them in all, so that a request in a loop does not fill the log. */
 #ifndef COAP_RPC_INIT_ADVICE_H
 #define COAP_RPC_INIT_ADVICE_H
 
