@@ -2,6 +2,12 @@
 # that its messages name the right ones.
 /^ *#/b
 
+# The inside of a class is left out: of a private class it would make a link to a list that is not there.
+/^ private:$/,/^};$/{
+s|^ private:$|& /** @cond */|
+s|^};$|/** @endcond */ &|
+}
+
 # A title between functions is no one's description.
 /^\/\* ----/b
 

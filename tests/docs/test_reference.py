@@ -3,6 +3,7 @@
 Skipped (77) where doxygen is not installed.
 """
 
+import html.parser
 import re
 import shutil
 import subprocess
@@ -25,6 +26,19 @@ def make(folder):
                           check=False, capture_output=True, text=True)
 
 
+class Page(html.parser.HTMLParser):
+    """What a page links to, and the places in it that can be linked to."""
+
+    def __init__(self, text):
+        super().__init__()
+        self.links, self.places = [], set()
+        self.feed(text)
+
+    def handle_starttag(self, tag, attrs):
+        self.links += [value for name, value in attrs if name in ("href", "src") and value]
+        self.places |= {value for name, value in attrs if name in ("id", "name") and value}
+
+
 class Reference(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -33,13 +47,25 @@ class Reference(unittest.TestCase):
         cls.done = make(folder.name)
         cls.pages = {path.stem: path.read_text(encoding="utf-8")
                      for path in Path(folder.name, "html").glob("*.html")}
-        cls.files = {path.name for path in Path(folder.name, "html").iterdir()}
+        html_folder = Path(folder.name, "html")
+        cls.files = {str(path.relative_to(html_folder)) for path in html_folder.rglob("*")}
 
     def group(self, name):
         return self.pages["group__" + name.replace("_", "__")]
 
     def test_it_is_made_without_a_warning(self):
         self.assertEqual((self.done.returncode, self.done.stdout + self.done.stderr), (0, ""))
+
+    def test_each_link_leads_somewhere(self):
+        pages = {name: Page(text) for name, text in self.pages.items()}
+        dead = set()
+        for name, page in pages.items():
+            for link in (link for link in page.links if ":" not in link):
+                file, _, place = link.partition("#")
+                target = file.removesuffix(".html") if file else name
+                if file and file not in self.files or place and place not in pages[target].places:
+                    dead.add((name, link))
+        self.assertEqual(dead, set())
 
     def test_the_start_page_leads_to_each_group(self):
         for name in GROUP.findall((TOP / "docs/reference.dox").read_text(encoding="utf-8")):
