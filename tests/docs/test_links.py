@@ -110,6 +110,32 @@ class Links(unittest.TestCase):
         self.assertEqual(stale, set())
 
 
+def misplaced(row):
+    """Functions of a row of docs/road.md that no file of the row names; files of a family as `..._x.cpp`."""
+    files = re.findall(r"`((?:init|server|client|libadapter)/[\w/]+\.cpp)`", row)
+    files += [re.sub(r"\.cpp$", end, files[-1]) for end in re.findall(r"`\.\.\.(_\w+\.cpp)`", row) if files]
+    files += [re.sub(r"_[a-z]+\.cpp$", end, files[0]) for end in re.findall(r"`\.\.\.(_\w+\.cpp)`", row) if files]
+    texts = [(ROOTS[1] / path).read_text(encoding="utf-8") for path in files if (ROOTS[1] / path).exists()]
+    names = re.findall(r"`([A-Z]\w+)`", row) if texts else []
+    return [name for name in names if not any(re.search(rf"\b{name}\b", text) for text in texts)]
+
+
+class Road(unittest.TestCase):
+    def test_functions_are_where_their_rows_say(self):
+        rows = [row for row in (TOP / "docs/road.md").read_text(encoding="utf-8").splitlines() if row.startswith("|")]
+        self.assertEqual([(row, misplaced(row)) for row in rows if misplaced(row)], [])
+
+    def test_a_function_elsewhere_is_found(self):
+        row = "| 1 | `COAP_RpcProcIo` | `init/coap_rpc_cli.cpp` |"
+        self.assertEqual(misplaced(row), ["COAP_RpcProcIo"])
+
+    def test_no_table_is_torn(self):
+        gap = re.compile(r"^(\|[^\n]*)\n\n\|[^\n]*\n(?!\|[-|: ]+\n)", re.MULTILINE)
+        torn = [(path.name, row) for path in files_below(TOP) if path.suffix == ".md"
+                for row in gap.findall(prose_of(path))]
+        self.assertEqual(torn, [])
+
+
 class Checker(unittest.TestCase):
     def dead_of(self, text, find=dead_links):
         with tempfile.TemporaryDirectory() as folder:
