@@ -29,7 +29,8 @@ REFUSES = {
 OTHERS = {"DIRECT", "OBSERVERS"}
 
 REFUSE_NOTHING = {
-    "kMaxAdviceLines": "further warnings are counted", "kMaxAnswersInLibcoap": "the others stay queued", "kMaxAnswersPerTurn": "the others follow",
+    "kMaxAdviceLines": "further warnings are counted",
+    "kMaxAnswersInLibcoap": "the others stay queued", "kMaxAnswersPerTurn": "the others follow",
     "kMaxAnswersInBlocks": "the others stay queued", "kMaxAnswerInOneMessage": "a longer one has blocks",
     "kMaxSpareSessions": "a session is opened again", "kMaxUnacknowledged": "further ones are NON",
     "kMaxRenewalDelayMs": "a time", "kMaxAnswerOptions": "a bad argument gets a code",
