@@ -19,6 +19,7 @@ PLACES = {
     "synchronous-bytes": "coap_rpc_ser.h",
     "answer-port": "coap_rpc_cli.h",
     "one-process": "coap_rpc_cli.h",
+    "request-payload": "coap_rpc_cli.h",
     "answer-or-abort": "coap_rpc_ser.h",
     "async-code": "coap_rpc_cli.h",
     "first-call": "coap_rpc_cli.h",

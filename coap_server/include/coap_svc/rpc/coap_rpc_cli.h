@@ -50,6 +50,10 @@ static_assert(sizeof(CoapRpcCliRspInfo) == 16, "response information size");
 /* CoapRpcCliBuildReq writes the payload of a request.  Called from the sending call or from the
  * resend timer, once per attempt.
  *
+ * The payload of a request is what buildReq writes.  Register each key that you ask with, and let
+ * its buildReq copy req->payload.  A request without payload reaches no callback of this library's
+ * servers.
+ *
  *   req   the request's userData, payload (the library's copy) and payloadLen
  *   out   outSize (65471) bytes, the first one zero; one buffer for all requests of the instance
  *
