@@ -40,3 +40,13 @@ if(NOT failed OR NOT text MATCHES "nothing was installed")
   message(SEND_ERROR "uninstall without an installation: ${text}")
 endif()
 file(RENAME ${WORK}/record ${record} RESULT ignored)
+
+# What cannot be removed, here because it is a folder, is told, and stays in the record.
+set(other ${WORK}/unremovable)
+file(WRITE ${other}/folder/file "")
+file(WRITE ${other}/installed_files.txt "${other}/folder\n")
+execute_process(COMMAND ${CMAKE_COMMAND} -D BUILD=${other}
+  -P ${CMAKE_CURRENT_LIST_DIR}/../../cmake/uninstall.cmake RESULT_VARIABLE failed ERROR_VARIABLE text)
+if(NOT failed OR NOT text MATCHES "cannot remove" OR NOT EXISTS ${other}/installed_files.txt)
+  message(SEND_ERROR "what cannot be removed: ${text}")
+endif()
