@@ -47,6 +47,13 @@ TEST(MetricsText, HostAway_IsZero) {
   EXPECT_TRUE(HasLine(MetricsText({ViewOf(kServer, {})}, true), "kestrel_up{host=\"h\"} 1"));
 }
 
+// Such a byte would make the scrape invalid.
+TEST(MetricsText, NameOfAHost_IsUtf8) {
+  HostView away;
+  away.name = "h\xff";
+  EXPECT_TRUE(HasLine(MetricsText({away}, true), "kestrel_up{host=\"h\\\\xff\"} 0"));
+}
+
 TEST(MetricsText, NumericColumns_AreSeriesOfTheirRow) {
   const std::string text = MetricsText(
       {ViewOf(kServer, {"uri(a)/observe(1)/observerNum(3)/UpdateTimer(Running)/mid(7)"})}, false);

@@ -36,7 +36,7 @@ std::string MetricName(const TableId &id, std::string_view column) {
 }
 
 Labels LabelsOf(const HostView &host, const TableId &id) {
-  Labels labels{{"host", host.name}, {"object", console::Escaped(id.object)}};
+  Labels labels{{"host", console::Escaped(host.name)}, {"object", console::Escaped(id.object)}};
   if (!id.argument.empty()) labels.push_back({"of", console::Escaped(id.argument)});
   return labels;
 }
@@ -74,17 +74,17 @@ void AddTable(const HostView &host, const Table &table, Families &families) {
 }
 
 void AddHost(const HostView &host, Families &families) {
-  families.Add("kestrel_up", "1: the host answers", MetricType::Gauge, {{"host", host.name}},
-               host.isUp ? 1 : 0);
+  families.Add("kestrel_up", "1: the host answers", MetricType::Gauge,
+               {{"host", console::Escaped(host.name)}}, host.isUp ? 1 : 0);
   if (!host.isUp) return;
   constexpr char kAnswer[] = "kestrel_answer_seconds";
   constexpr char kAnswerHelp[] = "time that the host takes for a display command";
-  families.Add(kAnswer, kAnswerHelp, MetricType::Gauge, {{"host", host.name}, {"quantile", "0.5"}},
-               host.answerP50);
-  families.Add(kAnswer, kAnswerHelp, MetricType::Gauge, {{"host", host.name}, {"quantile", "0.99"}},
-               host.answerP99);
+  families.Add(kAnswer, kAnswerHelp, MetricType::Gauge,
+               {{"host", console::Escaped(host.name)}, {"quantile", "0.5"}}, host.answerP50);
+  families.Add(kAnswer, kAnswerHelp, MetricType::Gauge,
+               {{"host", console::Escaped(host.name)}, {"quantile", "0.99"}}, host.answerP99);
   families.Add("kestrel_tables_left_out", "tables beyond the limit for a host", MetricType::Gauge,
-               {{"host", host.name}}, static_cast<double>(host.numLeftOut));
+               {{"host", console::Escaped(host.name)}}, static_cast<double>(host.numLeftOut));
 }
 
 std::set<std::string> CountersOf(const std::vector<prometheus::MetricFamily> &families) {
