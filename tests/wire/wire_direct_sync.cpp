@@ -572,6 +572,20 @@ TEST_F(DirectSync, UnknownCriticalOption_402) {
   EXPECT_TRUE(app_.payloads.empty());
 }
 
+// An answer would have the token, and be as malformed as the request.
+TEST_F(DirectSync, ReservedTokenLengthAndUnknownOption_IsReset) {
+  ServeDirect(kModeSync);
+  for (uint8_t len = 9; len <= 12; ++len) {
+    Bytes request = {static_cast<uint8_t>(0x40 | len), kCodePost, 1, len};
+    request.insert(request.end(), len, 'T');
+    request.insert(request.end(), {0xd1, 0, 'x'});  // number 13
+    peer_.Send(request);
+    const std::optional<CoapMessage> reset = Next(peer_);
+    ASSERT_TRUE(reset) << +len;
+    EXPECT_EQ(reset->type, CoapType::kRst);
+  }
+}
+
 TEST_F(DirectSync, TruncatedAtEveryByte_NoCrash) {
   ServeDirect(kModeSync, ParamWith(COAP_RPC_ALLOW_ALL));
   app_.out = "x";
