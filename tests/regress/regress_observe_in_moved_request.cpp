@@ -51,10 +51,11 @@ TEST_F(ObserveInMovedRequest, LongTokenFirst_IsObserver) {
       SCOPED_TRACE(std::to_string(szx) + " " + std::to_string(padding));
       RawPeer peer;
       peer.SetRemote(Address());
-      EXPECT_EQ(Ask(peer, Block(kLongToken, {1, false, szx}, 1, 0)).code, kCodeEmpty);
+      const std::string query(1 + padding, 'q');
+      CoapMessage last = Block(kLongToken, {1, false, szx}, 1, 0);
+      EXPECT_EQ(Ask(peer, last.AddText(kOptUriQuery, query)).code, kCodeEmpty);
       CoapMessage first = Block({}, {0, true, szx}, size_t{16} << szx, 0);
-      first.AddText(kOptUriQuery, std::string(1 + padding, 'q'));
-      const CoapMessage answer = Answer(peer, first);
+      const CoapMessage answer = Answer(peer, first.AddText(kOptUriQuery, query));
       EXPECT_EQ(answer.token, kLongToken);
       EXPECT_TRUE(answer.Has(kOptObserve));
       ExpectObserver(peer, kLongToken);

@@ -75,6 +75,7 @@ bool EndRefused(CoapRpcCtx *ctx, const coap_session_t *session, const CoapRpcLib
   RpcCall *call = FindOn(CallsOf(ctx), session, {quoted.tokenLen, quoted.token});
   if (!call) return quoted.tokenLen == sizeof(call->id);
   if (AwaitsAnswer(*call) && LinkIsAlone(call->endLink)) {
+    ++ctx->counts.nacks[COAP_RPC_NACK_UNREACHABLE];
     EndCall(ctx, call, COAP_RPC_CALL_UNREACHABLE);
   }
   return true;
