@@ -115,7 +115,7 @@ const std::vector<Scenario> &MirrorScenarios() {
   static const std::vector<Scenario> scenarios = {
       {"MirrorOpen", kPool | kTimers | kLibcoap, Prepare, PlayOpen, WorksMirrored},
       {"MirrorChanges", kPool | kTimers | kLibcoap, PrepareMirrored, PlayChanges, WorksMirrored},
-      {"MirrorClose", kLibcoap, PrepareMirrored, PlayClose, WorksMirrored},
+      {"MirrorClose", kTimers | kLibcoap, PrepareMirrored, PlayClose, WorksMirrored},
   };
   return scenarios;
 }
