@@ -222,7 +222,7 @@ TEST_F(TableTest, NoMemory_IsAResult) {
     host_.Pool().Failures().Clear();
     if (other) break;
   }
-  EXPECT_GT(numFailed, 3u);
+  EXPECT_GE(numFailed, 3u);
 }
 
 // ---- keys and values that say themselves what their bytes are ----

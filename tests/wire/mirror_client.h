@@ -29,7 +29,7 @@ struct SyncPageText {
     std::string key;
     std::optional<std::string> val;  // none: deleted
   };
-  std::vector<Change> changes;
+  std::vector<Change> changes = {};
 };
 
 inline uint64_t DigestOf(const std::vector<std::string> &tuples) {

@@ -222,7 +222,9 @@ TEST_F(Stats, UriMayBeRemovedWhileItIsVisited) {
     if (key.uri[0] == 'a') Serve(KeyOf("aa"), DirectReg(kModeSync));
     if (key.uri[0] == 'b') COAP_RpcSerDelUriVtbl(Ctx()->ser, Find("c"));
     if (key.uri[0] == 'd') COAP_RpcSerDelUriVtbl(Ctx()->ser, Find("d"));
-    if (key.uri[0] == 'e') EXPECT_EQ(key.uri, std::string("e")) << "the key is a copy";
+    if (key.uri[0] == 'e') {
+      EXPECT_EQ(key.uri, std::string("e")) << "the key is a copy";
+    }
   };
   uint32_t num = 0;
   EXPECT_EQ(COAP_RpcVisitUriStats(

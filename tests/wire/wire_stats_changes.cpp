@@ -59,7 +59,9 @@ TEST(StatsRecord, TimesAreCountedBySize) {
     const uint64_t before = times.num[index];
     coap_rpc::CountTime(times, ns);
     EXPECT_EQ(times.num[index], before + 1) << ns;
-    if (index < 31) EXPECT_LT(ns, coap_rpc::TimeBelow(static_cast<uint32_t>(index)));
+    if (index < 31) {
+      EXPECT_LT(ns, coap_rpc::TimeBelow(static_cast<uint32_t>(index)));
+    }
   }
 }
 

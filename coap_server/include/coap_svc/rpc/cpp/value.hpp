@@ -58,7 +58,10 @@ namespace detail {
 
 // A member of this name that is not static has nothing to do with it.
 template <typename T>
-concept HasSize = requires {
+concept HasSizeMember = std::is_member_pointer_v<decltype(&T::size)>;
+
+template <typename T>
+concept HasSize = !HasSizeMember<T> && requires {
   typename std::integral_constant<size_t, T::size>;
 };
 
