@@ -275,7 +275,7 @@ TEST_F(AsyncBounds, OfAll_Gives1900001440) {
   constexpr uint32_t kMany = 100;
   uint32_t i = 0;
   for (; i < kMany && COAP_RpcGetOpenAsyncNum(Ctx()) < COAP_RPC_MAX_OPEN_ASYNC; i += 2) {
-    while (AskFrom(i) == 0) {
+    for (uint32_t num = 0; num < COAP_RPC_MAX_OPEN_ASYNC_OF_PEER && AskFrom(i) == 0; ++num) {
     }
   }
   EXPECT_EQ(AskFrom(i), 1900001440u);
