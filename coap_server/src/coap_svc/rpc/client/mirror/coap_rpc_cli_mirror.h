@@ -125,8 +125,8 @@ void MirrorTakeNothing(Mirror &mirror, uint64_t token, uint64_t nowMs);
 // MirrorTakePart says that parts of an answer are coming: the server is not silent.
 void MirrorTakePart(Mirror &mirror, uint64_t nowMs);
 
-// MirrorTakeBlock takes note of a part, one block; false: it is one of so many without a page that
-// the mirror gives up its socket, with all that is coming in through it.
+// MirrorTakeBlock takes note of a part, one block; false: too many came without a page, and the
+// mirror gives up its socket, with all that is coming in through it.
 bool MirrorTakeBlock(Mirror &mirror, uint64_t nowMs);
 
 // MirrorTakeFailure takes what came with a token and is no page: `code` is what the application is

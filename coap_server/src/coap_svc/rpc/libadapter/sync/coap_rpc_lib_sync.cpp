@@ -304,7 +304,7 @@ void NotifyPeer(CoapRpcCtx *ctx, CoapRpcSerSync *sync) {
 }
 
 // EndRegistration counts one less.  What that means for the others is left to a turn's end: this
-// one's, or the next one's when there is none.
+// one's, or the next one's outside of a turn.
 void EndRegistration(CoapRpcCtx *ctx, CoapRpcSerUriVtbl *entry, const coap_session_t *session) {
   SyncObserverLeaves(entry, session);
   if (!ctx->lib) return;
